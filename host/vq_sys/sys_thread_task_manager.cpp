@@ -1,0 +1,108 @@
+// host/vq_sys/sys_thread_task_manager.cpp
+#include "vq_sys/sys_thread_task_manager.h"
+
+#include <chrono>
+#include <optional>
+
+#include "vq_core/core_assert.h"
+#include "vq_sys/sys_thread_manager.h"
+#include "vq_sys/sys_thread_task.h"
+
+SysThreadTaskManager::SysThreadTaskManager(SysThreadManager& manager) : manager_(manager) {
+  const std::lock_guard<std::mutex> guard(manager_.mutex_);
+  age_ = manager_.next_group_++;
+}
+
+SysThreadTaskManager::~SysThreadTaskManager() {
+  std::unique_lock<std::mutex> lock(manager_.mutex_);
+  shut_down_ = true;
+  drop_queue();
+  changed_.wait(lock, [this] { return running_ == 0; });
+}
+
+uint SysThreadTaskManager::get_thread_count() const { return manager_.get_thread_count(); }
+
+uint SysThreadTaskManager::get_max_thread_count() const { return manager_.get_max_thread_count(); }
+
+void SysThreadTaskManager::add_task(SysThreadTask* task) {
+  if (!task) return;
+  const std::lock_guard<std::mutex> guard(manager_.mutex_);
+  if (shut_down_) return;
+  if (queue_.empty()) manager_.groups_with_work_.emplace(age_, this);
+  queue_.push_back(task);
+  if (task->flags & SysThreadTask::counted) ++pending_;
+  manager_.work_added_.notify_one();
+  changed_.notify_all();  // not one: that one might be a waiter that does not help
+}
+
+void SysThreadTaskManager::wait_until_completed(const bool& help) {
+  const bool no_workers = manager_.get_thread_count() == 1;
+  const Taker taker = no_workers ? Taker::waiter_without_workers : Taker::waiter;
+  uint index = manager_.get_index_of_current_thread();
+  const bool is_guest = index == core_invalid_index;
+  std::unique_lock<std::mutex> lock(manager_.mutex_);
+  std::optional<SysThreadManager::IndexScope> scope;
+  while (!is_completed(taker)) {
+    if (!help && !no_workers) {
+      changed_.wait(lock);
+      continue;
+    }
+    if (index == core_invalid_index) {
+      index = manager_.borrow_guest_index();
+      if (index == core_invalid_index) {
+        // More guests than indices. Their leaving does not signal this group, so look again from time to time.
+        changed_.wait_for(lock, std::chrono::milliseconds(1));
+        continue;
+      }
+    }
+    // The thread's present task may belong to another manager; while it waits here this manager's index stands.
+    if (!scope) scope.emplace(&manager_, index);
+    if (!run_next(lock, index, taker)) changed_.wait(lock);
+  }
+  if (is_guest && index != core_invalid_index) manager_.return_guest_index(index);
+}
+
+void SysThreadTaskManager::shutdown() {
+  const std::lock_guard<std::mutex> guard(manager_.mutex_);
+  shut_down_ = true;
+  drop_queue();
+  changed_.notify_all();
+}
+
+bool SysThreadTaskManager::run_next(std::unique_lock<std::mutex>& lock, uint index, Taker taker) {
+  SysThreadTask* task = take_next(taker);
+  if (!task) return false;
+  // Read before it runs: its owner may free it as soon as it has.
+  const bool counted = (task->flags & SysThreadTask::counted) != 0;
+  ++running_;
+  lock.unlock();
+  task->run(index);
+  lock.lock();
+  --running_;
+  if (counted) --pending_;
+  // Signalled under the lock: once it opens, a waiter may destroy this group.
+  if (pending_ == 0 || running_ == 0) changed_.notify_all();
+  return true;
+}
+
+SysThreadTask* SysThreadTaskManager::take_next(Taker taker) {
+  auto next = queue_.begin();
+  if (taker == Taker::waiter)
+    while (next != queue_.end() && !((*next)->flags & SysThreadTask::for_waiter)) ++next;
+  if (next == queue_.end()) return nullptr;
+  SysThreadTask* task = *next;
+  queue_.erase(next);
+  if (queue_.empty()) manager_.groups_with_work_.erase(age_);
+  return task;
+}
+
+void SysThreadTaskManager::drop_queue() {
+  for (const SysThreadTask* task : queue_)
+    if (task->flags & SysThreadTask::counted) --pending_;
+  queue_.clear();
+  manager_.groups_with_work_.erase(age_);
+}
+
+bool SysThreadTaskManager::is_completed(Taker taker) const {
+  return pending_ == 0 && (taker != Taker::waiter_without_workers || queue_.empty());
+}

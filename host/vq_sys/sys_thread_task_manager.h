@@ -1,0 +1,56 @@
+// host/vq_sys/sys_thread_task_manager.h
+//
+// A group of tasks that one caller adds and waits for. A thread that waits runs queued tasks of this very group and of
+// no other. Both halves matter: it may hold a lock on which every worker is blocked, and then nobody else could run its
+// tasks; and a task of another group might want that same lock, which this thread could never give it.
+#pragma once
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+
+#include "vq_core/core_types.h"
+
+class SysThreadManager;
+class SysThreadTask;
+
+class SysThreadTaskManager {
+ public:
+  explicit SysThreadTaskManager(SysThreadManager& manager);
+  /// Drops queued tasks and waits for those that run. Not to be called from a task of the group.
+  ~SysThreadTaskManager();
+  SysThreadTaskManager(const SysThreadTaskManager&) = delete;
+  SysThreadTaskManager& operator=(const SysThreadTaskManager&) = delete;
+
+  uint get_thread_count() const;
+  uint get_max_thread_count() const;
+
+  /// Queues a task, which stays the caller's and must live until it has run or was dropped. Null is ignored.
+  /// Thread-safe; a running task may add tasks to its own group.
+  void add_task(SysThreadTask* task);
+  /// Returns when no counted task is queued or running. With `help` the calling thread runs tasks of the group
+  /// meanwhile: under its own index, or as a guest. Without it the thread only waits, unless there are no workers, for
+  /// then nobody else would run them. Not to be called from a task of the same group. Thread-safe.
+  void wait_until_completed(const bool& help);
+  /// Drops every queued task that has not started, and any added from now on; running tasks go on. Thread-safe.
+  void shutdown();
+
+ private:
+  friend class SysThreadManager;
+  enum class Taker { worker, waiter, waiter_without_workers };
+
+  /// Runs the next task this taker may have. False when there is none. The lock is held on entry and on return and is
+  /// open while the task runs.
+  bool run_next(std::unique_lock<std::mutex>& lock, uint index, Taker taker);
+  SysThreadTask* take_next(Taker taker);
+  void drop_queue();
+  bool is_completed(Taker taker) const;
+
+  SysThreadManager& manager_;
+  // All guarded by the manager's mutex.
+  std::deque<SysThreadTask*> queue_;
+  std::condition_variable changed_;  // a task was added or ended
+  u64 age_ = 0;                      // number of the group, in order of creation
+  uint running_ = 0;                 // tasks that run, counted or not
+  uint pending_ = 0;                 // counted tasks, queued or running
+  bool shut_down_ = false;
+};
