@@ -1,0 +1,115 @@
+// host/vq_geometry/geometry_intersection.h
+//
+// What a ray query records, and where.
+//
+//   nearest   GeometryIntersectionMap --> GeometryIntersection[ray count]      one record a ray, overwritten by nearer
+//   hits all hits  GeometryHitList         --> GeometryHit[hit count]               appended in the order they are
+//   found
+//
+// A record is written for every accepted candidate, most of which a nearer hit soon replaces, so it holds small values
+// only: position, normal and texture coordinates are worked out from (geometry, primitive, part, u, v) when somebody
+// asks. The matrix to world is not copied either: the record notes the nesting level whose space it is in, and
+// transform_path() lifts it when the query leaves that level.
+#pragma once
+#include <cfloat>
+#include <vector>
+
+#include "vq_core/core_types.h"
+#include "vq_gmath/gmath_matrix.h"
+
+class GeometryObject;
+
+struct GeometryIntersection {
+  double distance = DBL_MAX;                 ///< along the ray, in units of its direction
+  double u = 0.0, v = 0.0;                   ///< barycentric weights of the part's second and third corner
+  double weight = 1.0;                       ///< how much of the ray the hit stops
+  const GeometryObject* geometry = nullptr;  ///< null: no hit
+  uint primitive = core_invalid_index;
+  uint part = 0;  ///< which triangle of the polygon, which piece of the curve
+  uint shading_group = 0;
+  uint instance = 0;  ///< number of the instance within its bundle
+  uint depth = 0;     ///< instancing depth
+  uint level = 0;     ///< nesting level whose space the hit is in; 0 is the caller's
+  uint transform =
+      core_invalid_index;  ///< into the owner's transforms: hit space to the space of `level`; none: identity
+};
+
+/// Where a hit of a nested query comes from, in matrices.
+struct GeometryHitTransform {
+  GMathMatrix4x4<double> matrix;   ///< geometry space to the space of the record's level
+  GMathMatrix4x4<double> matrix2;  ///< the same at the end of the ray's motion span, when has_vectors
+  bool has_vectors = false;
+};
+
+/// The nearest hits of a packet: one record and, once a nested hit was mapped back, one transform per ray.
+class GeometryNearestHits {
+ public:
+  /// One empty record a ray. Grows, never shrinks; transforms appear at the first nested hit.
+  void resize(uint ray_count) {
+    if (records_.size() < ray_count) records_.resize(ray_count);
+  }
+  GeometryIntersection* get_records() { return records_.data(); }
+  GeometryHitTransform* get_transforms() {
+    if (transforms_.size() < records_.size()) transforms_.resize(records_.size());
+    return transforms_.data();
+  }
+
+ private:
+  std::vector<GeometryIntersection> records_;
+  std::vector<GeometryHitTransform> transforms_;
+};
+
+/// The view of one nesting level on the nearest hits of the outermost query.
+class GeometryIntersectionMap {
+ public:
+  GeometryIntersectionMap() = default;
+  GeometryIntersectionMap(GeometryNearestHits& hits, uint level)
+      : hits_(&hits), records_(hits.get_records()), level_(level) {}
+
+  /// The nearest hit so far of ray `ray`. Before any hit its distance is the ray's tfar.
+  const GeometryIntersection& get_path(const uint& ray) const { return records_[ray]; }
+  GeometryIntersection& get_record(const uint& ray) { return records_[ray]; }
+  uint get_level() const { return level_; }
+
+  /// Lifts the hit of ray `ray` into this level's space, if it was found one level deeper; else nothing. The distance
+  /// is the same in all spaces.
+  void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const uint& depth);
+  /// The same with the matrix at the end of the ray's motion span, for motion vectors.
+  void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2,
+                      const uint& depth);
+
+ private:
+  GeometryHitTransform* lift(uint ray, uint depth);
+
+  GeometryNearestHits* hits_ = nullptr;
+  GeometryIntersection* records_ = nullptr;
+  uint level_ = 0;
+};
+
+struct GeometryHit {
+  uint ray = 0;
+  GeometryIntersection hit;
+};
+
+/// All hits of a packet in the order they were found; not sorted by distance.
+class GeometryHitList {
+ public:
+  /// Forgets the hits, keeps the memory.
+  void clear() {
+    hits_.clear();
+    transforms_.clear();
+  }
+  void append(uint ray, const GeometryIntersection& hit) { hits_.push_back({ray, hit}); }
+  /// Appends a hit of a nested query with its matrix to the outermost space.
+  void append(uint ray, const GeometryIntersection& hit, const GMathMatrix4x4<double>& matrix);
+
+  std::vector<GeometryHit>& get_hits() { return hits_; }
+  const std::vector<GeometryHit>& get_hits() const { return hits_; }
+  const GeometryHitTransform& get_transform(const GeometryIntersection& hit) const {
+    return transforms_[hit.transform];
+  }
+
+ private:
+  std::vector<GeometryHit> hits_;
+  std::vector<GeometryHitTransform> transforms_;
+};

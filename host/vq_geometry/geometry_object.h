@@ -1,0 +1,81 @@
+// host/vq_geometry/geometry_object.h
+//
+// Geometry as the structures see it: primitives with boxes, shading groups and tests. Everything is const and may be
+// called from many threads at once, each with its own contexts.
+#pragma once
+#include "vq_core/core_array.h"
+#include "vq_core/core_string.h"
+#include "vq_gmath/gmath_bbox.h"
+#include "vq_gmath/gmath_linear_space.h"
+#include "vq_resource/resource_data.h"
+
+class CtxEval;
+class CtxShader;
+class GeometryFrustumCtx;
+class GeometryPointCloud;
+class GeometryRaytraceCtx;
+class GeometryUvMap;
+struct GeometryIntersection;
+
+/// What a picture needs to know of a point on a surface, in the space of the geometry.
+struct GeometrySurfacePoint {
+  GMathVec3<double> position;
+  GMathVec3<double> normal;          ///< unit length, of the face as wound (counter-clockwise seen from its tip)
+  GMathVec3<double> shading_normal;  ///< unit length, interpolated where the geometry has vertex normals
+  GMathVec3<double> uv;              ///< of the first UV map; 0 without one
+};
+
+class GeometryObject : public ResourceData {
+ public:
+  static const CoreClassInfo& class_info();
+  const CoreClassInfo& get_class_info() const override { return class_info(); }
+
+  static constexpr uint render_mode_wireframe = 6;
+
+  virtual uint get_primitive_count() const = 0;
+  /// Names of the shading groups; at least one.
+  virtual const CoreArray<CoreString>& get_shading_groups() const = 0;
+  virtual uint get_primitive_shading_group(const uint& primitive) const = 0;
+  /// Relative cost of testing one primitive against a ray; a triangle is 1.
+  virtual double get_build_parameter() const { return 1.0; }
+
+  virtual bool has_motion() const { return false; }
+  virtual bool has_shading_group_motion(const uint& /*group*/) const { return has_motion(); }
+
+  /// The primitive's box at rest. Whatever the coordinates give: it may be NaN or infinite.
+  virtual GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const = 0;
+  /// The primitive's box at `time`.
+  virtual GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time, const uint& primitive) const;
+  virtual GMathBbox3<double> get_bbox(const CtxEval& ctx) const;
+  virtual GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const;
+
+  /// Tests one primitive against every ray of the query's active range and pushes the hits. Rays of an all-hits query
+  /// whose stop flag is set are passed over. Double precision. Rays carry their time in the query's spans; without
+  /// spans the geometry is at rest.
+  virtual void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                 const uint& primitive) const = 0;
+  /// Tests one primitive against the query's planes. Mode any: hit_count and finished when it touches; all: hit_count
+  /// when all its vertices are inside, else outside; points and vertices: marks its vertices that are inside.
+  virtual void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
+                                     const uint& primitive) const = 0;
+  /// Position, normals and texture coordinates of a recorded hit, at `time` (ignored by what does not move).
+  virtual GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const = 0;
+
+  virtual const GeometryPointCloud* get_point_cloud() const { return nullptr; }
+  virtual uint get_render_mode() const { return 0; }
+
+  virtual uint get_uv_count() const { return 0; }
+  /// False when no map has that name.
+  virtual bool get_uv_map_index(const CoreString& name, uint& index) const;
+  virtual const GeometryUvMap* get_uv_map(uint index) const;
+
+  virtual uint get_polygon_count() const { return 0; }
+  virtual uint get_polygon_vertex_count(uint polygon) const;
+  virtual uint get_polygon_vertex(uint polygon, uint corner) const;
+  virtual bool is_polygon_valid(uint polygon) const;
+  /// Whether wireframes draw the edge from corner `corner` to the next.
+  virtual bool is_edge_visible(uint polygon, uint corner) const;
+  /// How near a hit lies to the nearest visible edge of its polygon: 1 on the edge, 0 as far from it as an inner point
+  /// can be. Geometry without edges answers 0.
+  virtual double get_edge_proximity(const GeometryIntersection& hit) const;
+};

@@ -1,0 +1,24 @@
+// host/vq_geometry/geometry_point_cloud.h
+//
+// The points of a geometry, as frustum queries collect them: a view, the geometry owns the positions.
+#pragma once
+#include "vq_core/core_assert.h"
+#include "vq_gmath/gmath_vec.h"
+
+class GeometryPointCloud {
+ public:
+  GeometryPointCloud() = default;
+  /// Shows `count` positions that belong to somebody else and must outlive the cloud.
+  GeometryPointCloud(const GMathVec3<float>* positions, uint count) : positions_(positions), count_(count) {}
+
+  uint get_count() const { return count_; }
+  /// `point` below get_count().
+  const GMathVec3<float>& get_position(const uint& point) const {
+    CORE_ASSERT(point < count_);
+    return positions_[point];
+  }
+
+ private:
+  const GMathVec3<float>* positions_ = nullptr;
+  uint count_ = 0;
+};

@@ -1,0 +1,71 @@
+// host/vq_geometry/geometry_ray_packet.h
+//
+// Everything that a program needs to ask one structure about a packet of rays:
+//
+//   GeometryRayPacket packet;
+//   packet.resize(1);
+//   packet.set_ray(0, origin, direction);
+//   structure.ray_hit_nearest_static(ctx, shader, packet.begin_nearest(shading));
+//   if (packet.get_nearest(0).geometry != nullptr) ...
+//
+// Rays stay as they are between queries; begin_* copies their intervals and resets what the query writes.
+#pragma once
+#include <vector>
+
+#include "vq_geometry/geometry_raytrace_ctx.h"
+
+/// One thread at a time. The packet must not move between begin_* and the reading of the results, and `shading` must
+/// live as long as the query.
+class GeometryRayPacket {
+ public:
+  GeometryRayPacket() = default;
+  GeometryRayPacket(const GeometryRayPacket&) = delete;
+  GeometryRayPacket& operator=(const GeometryRayPacket&) = delete;
+
+  /// Sets how many rays the next query has. The memory grows and never shrinks; rays that were there keep their values.
+  void resize(uint count);
+  uint get_count() const { return count_; }
+
+  /// For reading, and for changing the interval, time, extent or type. Directions are changed with set(), which keeps
+  /// the inverse in step.
+  GMathRay& get_ray(uint ray) { return rays_[ray]; }
+  const GMathRay& get_ray(uint ray) const { return rays_[ray]; }
+  /// `direction` need not be of unit length: distances are in units of it.
+  void set_ray(uint ray, const GMathVec3<double>& origin, const GMathVec3<double>& direction, double tnear = 0.0,
+               double tfar = DBL_MAX, double time = 0.0, GMathRay::Type type = GMathRay::camera);
+
+  /// Ends a ray of an all-hits query after `max_hits` hits or when the weights of its hits add up to `opacity_stop`.
+  /// Holds for the queries begun from now on; without a call no ray is ended.
+  void set_stop_rule(uint max_hits, double opacity_stop = DBL_MAX);
+  void remove_stop_rule() { has_stop_rule_ = false; }
+
+  /// Prepares a query for the nearest hit of each ray. The context is the packet's own and may be adjusted (filters,
+  /// settings) before it is handed to a structure. Does not allocate when the packet was used at this size before.
+  GeometryRaytraceCtx& begin_nearest(const ShadingGroupTable& shading);
+  /// The same for all hits of each ray.
+  GeometryRaytraceCtx& begin_all_hits(const ShadingGroupTable& shading);
+
+  /// The nearest hit of a ray; its geometry is null when nothing was hit.
+  const GeometryIntersection& get_nearest(uint ray) { return nearest_.get_records()[ray]; }
+  /// From the space of the hit's geometry to the caller's: null stands for the same space.
+  const GeometryHitTransform* get_nearest_transform(uint ray);
+  /// The hits of the last all-hits query, unsorted.
+  GeometryHitList& get_hits() { return hits_; }
+
+ private:
+  void begin(const ShadingGroupTable& shading);
+
+  std::vector<GMathRay> rays_;
+  std::vector<GeometryRayInterval> intervals_;
+  std::vector<GeometryRaySpan> spans_;
+  std::vector<u64> flags_;
+  std::vector<GeometryRayTally> tallies_;
+  GeometryNearestHits nearest_;
+  GeometryIntersectionMap map_;
+  GeometryHitList hits_;
+  GeometryRaytraceCtx query_;
+  uint count_ = 0;
+  bool has_stop_rule_ = false;
+  uint max_hits_ = 0xFFFFFFFFu;
+  double opacity_stop_ = DBL_MAX;
+};

@@ -1,0 +1,171 @@
+// host/vq_geometry/poly_mesh.h
+//
+// A mesh of polygons. One primitive is one polygon, by its number in the input; its triangles are the parts of it.
+//
+//   positions_          [vertex]                   at rest
+//   motion_positions_   [vertex * samples + k]     the samples of a vertex lie next to each other
+//   polygon_vertices_   [corner]                   corners run through the polygons in order
+//
+//   only triangles      corners of polygon p are 3p, 3p + 1, 3p + 2; the four arrays below do not exist
+//   otherwise           first_corner_ [polygon + 1], first_triangle_ [polygon + 1]
+//                       triangle_vertices_ [3 * triangle]     vertices, what a ray test reads
+//                       triangle_corners_  [3 * triangle]     corners, what normals and UV maps are looked up by
+//
+// Ray test: poly_mesh_ray.cpp. Frustum test: poly_mesh_frustum.cpp. Points on the surface: poly_mesh_surface.cpp.
+#pragma once
+#include <vector>
+
+#include "vq_core/core_memory.h"
+#include "vq_geometry/geometry_object.h"
+#include "vq_geometry/geometry_point_cloud.h"
+#include "vq_geometry/geometry_uv_map.h"
+#include "vq_gmath/gmath_time_sampling.h"
+
+/// What a mesh is made from. Coordinates may be anything, NaN and infinity included; indices must be in range.
+struct PolyMeshData {
+  std::vector<GMathVec3<float>> positions;  ///< at rest
+  std::vector<u32> polygon_sizes;           ///< corners per polygon; fewer than 3: kept as an invalid primitive
+  std::vector<u32> polygon_vertices;        ///< one index into `positions` per corner
+  std::vector<u32> polygon_groups;          ///< one index into `group_names` per polygon; empty: all 0
+  std::vector<CoreString> group_names;      ///< empty: one group named "default"
+  std::vector<u8> edge_visible;             ///< per corner, the edge to the next corner; empty: all visible
+  std::vector<GMathVec3<float>> normals;    ///< vertex normals; empty: none
+  std::vector<u32> corner_normals;          ///< one index into `normals` per corner; empty: none
+  std::vector<GeometryUvMap> uv_maps;
+  /// Sample k holds the positions at motion_begin + k * motion_step; linear between, constant outside. Empty: at rest
+  /// at all times.
+  std::vector<std::vector<GMathVec3<float>>> motion_positions;
+  double motion_begin = 0.0;
+  double motion_step = 1.0;
+  uint render_mode = 0;
+};
+
+class PolyMesh : public GeometryObject {
+ public:
+  static const CoreClassInfo& class_info();
+  const CoreClassInfo& get_class_info() const override { return class_info(); }
+
+  /// An empty mesh.
+  PolyMesh() = default;
+  PolyMesh(const PolyMesh&) = delete;
+  PolyMesh& operator=(const PolyMesh&) = delete;
+
+  /// Replaces the mesh. Nothing may read it meanwhile. O(corners), and O(n^2) for a polygon of n corners.
+  /// @return false, with one sentence in `error` and the mesh as it was, when sizes disagree or an index is out of
+  ///         range; false with an empty mesh when there is no memory
+  bool create(PolyMeshData&& data, CoreString& error);
+
+  u64 get_memory_size() const override;
+
+  uint get_primitive_count() const override { return polygon_count_; }
+  const CoreArray<CoreString>& get_shading_groups() const override { return group_names_; }
+  uint get_primitive_shading_group(const uint& primitive) const override {
+    return polygon_groups_.empty() ? 0 : polygon_groups_[primitive];
+  }
+  bool has_motion() const override { return motion_positions_.get_count() != 0; }
+  /// Whether a motion sample of a vertex of the group's polygons differs from its position at rest.
+  bool has_shading_group_motion(const uint& group) const override;
+
+  /// NaN for a polygon with fewer than three corners or a NaN coordinate.
+  GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
+  /// Around the vertices as they are at `time`; a NaN time stands for the mesh at rest.
+  GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
+                                           const uint& primitive) const override;
+  GMathBbox3<double> get_bbox(const CtxEval& /*ctx*/) const override { return bbox_; }
+
+  void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                         const uint& primitive) const override;
+  void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
+                             const uint& primitive) const override;
+  /// A NaN time stands for the mesh at rest. Vertex normals are the input's at all times.
+  GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
+
+  /// The vertices at rest.
+  const GeometryPointCloud* get_point_cloud() const override { return &point_cloud_; }
+  uint get_render_mode() const override { return render_mode_; }
+  uint get_uv_count() const override { return static_cast<uint>(uv_maps_.size()); }
+  const GeometryUvMap* get_uv_map(uint index) const override {
+    return index < uv_maps_.size() ? &uv_maps_[index] : nullptr;
+  }
+
+  uint get_polygon_count() const override { return polygon_count_; }
+  uint get_polygon_vertex_count(uint polygon) const override {
+    return get_first_corner(polygon + 1) - get_first_corner(polygon);
+  }
+  uint get_polygon_vertex(uint polygon, uint corner) const override {
+    return polygon_vertices_[get_first_corner(polygon) + corner];
+  }
+  /// At least three corners.
+  bool is_polygon_valid(uint polygon) const override { return get_polygon_vertex_count(polygon) >= 3; }
+  bool is_edge_visible(uint polygon, uint corner) const override {
+    return edge_visible_.empty() || edge_visible_[get_first_corner(polygon) + corner] != 0;
+  }
+  /// Measured at rest: on triangles by barycentric weights, on larger polygons by distances.
+  double get_edge_proximity(const GeometryIntersection& hit) const override;
+
+  uint get_vertex_count() const { return static_cast<uint>(positions_.get_count()); }
+  const GMathVec3<float>& get_position(uint vertex) const { return positions_[vertex]; }
+  /// Where a vertex is at `time`; a NaN time stands for the mesh at rest.
+  GMathVec3<double> get_position_at(double time, uint vertex) const;
+
+  /// The polygon's first corner among all corners; `polygon` may be get_polygon_count().
+  uint get_first_corner(uint polygon) const { return is_all_triangles() ? 3 * polygon : first_corner_[polygon]; }
+  bool is_all_triangles() const { return !first_corner_; }
+  /// How many triangles a polygon has; part k of a hit is triangle k.
+  uint get_part_count(uint polygon) const {
+    return is_all_triangles() ? 1 : first_triangle_[polygon + 1] - first_triangle_[polygon];
+  }
+  /// The three vertices of a triangle.
+  const u32* get_part_vertices(uint polygon, uint part) const {
+    return is_all_triangles() ? polygon_vertices_.get() + std::size_t{3} * polygon
+                              : triangle_vertices_.get() + std::size_t{3} * (first_triangle_[polygon] + part);
+  }
+  /// The three corners of a triangle, among all corners.
+  GMathVec3<u32> get_part_corners(uint polygon, uint part) const;
+  /// When the mesh's motion samples are.
+  const GMathTimeSampling& get_motion_sampling() const { return motion_sampling_; }
+
+ private:
+  /// A position within the motion samples; `step` is 0 with a single sample.
+  struct MotionPlace {
+    uint first = 0;
+    uint step = 0;
+    double fraction = 0.0;
+  };
+
+  MotionPlace get_motion_place(double time) const;
+  GMathVec3<double> get_moved_position(const MotionPlace& place, uint vertex) const;
+  bool store(PolyMeshData&& data);
+  bool store_polygons(const PolyMeshData& data);
+  bool triangulate(const PolyMeshData& data);
+  bool store_motion(const PolyMeshData& data);
+  void find_group_motion();
+  void clear();
+  double get_triangle_edge_proximity(const GeometryIntersection& hit) const;
+  double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
+  template <class Positions>
+  GMathBbox3<double> compute_bbox(uint primitive, const Positions& positions) const;
+  template <class Positions>
+  void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
+
+  CoreAlignedArray<GMathVec3<float>> positions_;
+  CoreAlignedArray<u32> polygon_vertices_;
+  CoreAlignedArray<u32> first_corner_;
+  CoreAlignedArray<u32> first_triangle_;
+  CoreAlignedArray<u32> triangle_vertices_;
+  CoreAlignedArray<u32> triangle_corners_;
+  CoreAlignedArray<GMathVec3<float>> motion_positions_;
+  GMathTimeSampling motion_sampling_;
+  uint polygon_count_ = 0;
+  uint render_mode_ = 0;
+
+  std::vector<u32> polygon_groups_;
+  CoreArray<CoreString> group_names_;
+  std::vector<u8> group_motion_;
+  std::vector<u8> edge_visible_;
+  std::vector<GMathVec3<float>> normals_;
+  std::vector<u32> corner_normals_;
+  std::vector<GeometryUvMap> uv_maps_;
+  GeometryPointCloud point_cloud_;
+  GMathBbox3<double> bbox_;
+};

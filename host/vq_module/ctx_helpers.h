@@ -1,0 +1,30 @@
+// host/vq_module/ctx_helpers.h
+//
+// Small services for query leaves: the links of a shading group, and the filters that structures push around their
+// primitive tests.
+#pragma once
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_raytrace_ctx.h"
+#include "vq_shading_variable/shading_variables.h"
+
+struct CtxHelpers {
+  /// The links of a scene-wide shading group; null without a table, beyond it, and for groups that are not shaded.
+  /// O(1).
+  static const ShadingGroupLinks* get_shading(const GeometryRaytraceCtx& query, const uint& group) {
+    return query.shading == nullptr ? nullptr : query.shading->get_links(group);
+  }
+  static const ShadingGroupLinks* get_shading(const GeometryFrustumCtx& query, const uint& group) {
+    return query.shading == nullptr ? nullptr : query.shading->get_links(group);
+  }
+
+  /// Hit filter: rejects hits where the clip map of the hit's shading group is transparent. The map is looked up at the
+  /// hit's first UV coordinates. Hits of groups without a clip map pass.
+  static bool filter_clip_map_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                       GeometryIntersection& hit, const GeometryRaytraceFilter& filter);
+
+  /// Hit filter: leaves only the bands along visible polygon edges. With e the hit's edge proximity, hits with e below
+  /// filter.a are rejected; the others keep filter.b of their weight at the band's inner border, all of it on the edge,
+  /// and shares in proportion between.
+  static bool filter_wireframes_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                         GeometryIntersection& hit, const GeometryRaytraceFilter& filter);
+};
