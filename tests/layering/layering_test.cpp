@@ -1,0 +1,284 @@
+// tests/layering/layering_test.cpp
+//
+// Holds the tree to the layering table of docs/architecture.md: who may include whom, that each folder's link list says
+// the same as its includes, where intrinsics and foreign headers may appear, and that no file speaks of things outside
+// the repository. The self-checks below show on small strings that each rule can be broken.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "layering/layering_rules.h"
+#include "layering/source_scan.h"
+
+namespace {
+
+const std::filesystem::path root = VQ_SOURCE_DIR;
+
+bool is_cpp(const std::string& path) { return path.ends_with(".h") || path.ends_with(".cpp"); }
+
+const std::vector<std::string>& get_paths() {
+  static const std::vector<std::string> paths = list_repository(root);
+  return paths;
+}
+
+const std::map<std::string, ScanFile>& get_sources() {
+  static const std::map<std::string, ScanFile> sources = [] {
+    std::map<std::string, ScanFile> read;
+    for (const std::string& path : get_paths()) {
+      if (!is_cpp(path)) continue;
+      const std::string code = code_only(read_file(root / path));
+      read[path] = {path, code, find_includes(code)};
+    }
+    return read;
+  }();
+  return sources;
+}
+
+std::string at(const ScanFile& file, const ScanInclude& include) {
+  return file.path + ":" + std::to_string(include.line) + ": \"" + include.name + "\"";
+}
+
+/// The file that a quoted include names, or empty. The roots are the tree, host and tests; a program also has its own.
+std::string resolve(const std::string& from, const std::string& name) {
+  std::vector<std::string> roots{"", "host/", "tests/"};
+  for (std::size_t slash = from.rfind('/'); slash != std::string::npos && slash > 0;
+       slash = from.rfind('/', slash - 1)) {
+    roots.push_back(from.substr(0, slash + 1));
+  }
+  for (const std::string& start : roots) {
+    if (get_sources().contains(start + name)) return start + name;
+  }
+  return {};
+}
+
+/// Folder of the CMakeLists.txt that compiles `path`: the nearest one upwards.
+std::string get_owner(const std::string& path) {
+  std::string folder = path;
+  while (true) {
+    const std::size_t slash = folder.rfind('/');
+    folder = slash == std::string::npos ? "" : folder.substr(0, slash);
+    const std::string list = folder.empty() ? "CMakeLists.txt" : folder + "/CMakeLists.txt";
+    if (folder.empty() || std::filesystem::exists(root / list)) return folder;
+  }
+}
+
+/// Targets of every folder that declares some.
+const std::map<std::string, ScanTargets>& get_folder_targets() {
+  static const std::map<std::string, ScanTargets> folders = [] {
+    std::map<std::string, ScanTargets> read;
+    for (const std::string& path : get_paths()) {
+      if (!path.ends_with("/CMakeLists.txt")) continue;
+      const ScanTargets targets = find_targets(read_file(root / path));
+      if (!targets.empty()) read[path.substr(0, path.rfind('/'))] = targets;
+    }
+    return read;
+  }();
+  return folders;
+}
+
+TEST(Layering, the_walk_finds_the_tree) {
+  EXPECT_TRUE(get_sources().contains("host/vq_core/core_types.h"));
+  EXPECT_TRUE(get_sources().contains("tests/layering/layering_test.cpp"));
+  EXPECT_TRUE(get_folder_targets().contains("host/vq_core"));
+}
+
+TEST(Layering, includes_obey_the_table) {
+  for (const auto& [path, file] : get_sources()) {
+    for (const ScanInclude& include : file.includes) {
+      if (!include.quoted) continue;
+      const std::string target = resolve(path, include.name);
+      if (target.empty()) {
+        ADD_FAILURE() << at(file, include) << " names no file of the tree";
+        continue;
+      }
+      const std::optional<std::string> fault = find_layer_fault(path, target);
+      EXPECT_FALSE(fault.has_value()) << at(file, include) << ": " << fault.value_or("");
+      if (is_structure_header(path) && is_structure_header(target)) {
+        EXPECT_TRUE(is_base_or_helper(file.code, get_sources().at(target).code))
+            << at(file, include) << ": a structure's header includes a sibling only as its base";
+      }
+    }
+  }
+}
+
+// A missing link works by accident, as long as some other library drags it in; a needless one hides a layer.
+TEST(Layering, link_lists_say_what_the_includes_say) {
+  ScanTargets all;
+  std::map<std::string, std::string> folder_of;
+  for (const auto& [folder, targets] : get_folder_targets()) {
+    for (const auto& [name, links] : targets) {
+      all[name].insert(links.begin(), links.end());
+      folder_of[name] = folder;
+    }
+  }
+  std::map<std::string, std::set<std::string>> included_folders;
+  for (const auto& [path, file] : get_sources()) {
+    for (const ScanInclude& include : file.includes) {
+      const std::string target = include.quoted ? resolve(path, include.name) : "";
+      if (target.empty() || get_owner(path) == get_owner(target)) continue;
+      included_folders[get_owner(path)].insert(get_owner(target));
+    }
+  }
+  for (const auto& [folder, targets] : get_folder_targets()) {
+    std::set<std::string> reached_folders, direct_folders;
+    for (const auto& [name, links] : targets) {
+      for (const std::string& link : get_link_closure(all, name)) {
+        if (folder_of.contains(link)) reached_folders.insert(folder_of[link]);
+      }
+      for (const std::string& link : links) {
+        if (folder_of.contains(link) && folder_of[link] != folder) direct_folders.insert(folder_of[link]);
+      }
+    }
+    for (const std::string& included : included_folders[folder]) {
+      if (!get_folder_targets().contains(included)) continue;
+      EXPECT_TRUE(reached_folders.contains(included)) << folder << " includes " << included << " and does not link it";
+    }
+    if (!is_library_path(folder + "/")) continue;
+    for (const std::string& linked : direct_folders) {
+      EXPECT_TRUE(included_folders[folder].contains(linked))
+          << folder << " links " << linked << " and includes nothing";
+    }
+  }
+}
+
+TEST(Layering, host_and_library_stand_on_the_standard_library) {
+  for (const auto& [path, file] : get_sources()) {
+    if (!is_library_path(path)) continue;
+    for (const ScanInclude& include : file.includes) {
+      if (include.quoted) continue;
+      EXPECT_TRUE(is_standard_header(include.name) || is_intrinsics_header(include.name) ||
+                  is_system_header_of(path, include.name))
+          << at(file, include) << " is not of the standard library";
+    }
+  }
+}
+
+TEST(Layering, intrinsics_stay_in_vq_simd) {
+  for (const auto& [path, file] : get_sources()) {
+    if (path.starts_with("host/vq_simd/")) continue;
+    EXPECT_EQ(find_intrinsic(file), "") << path;
+  }
+}
+
+TEST(Layering, no_file_speaks_of_things_outside_the_repository) {
+  for (const std::string& path : get_paths()) {
+    const std::string text = read_file(root / path);
+    if (may_speak_of_anything(path, text)) continue;
+    for (const std::string& line : find_outside_words(text)) ADD_FAILURE() << path << ":" << line;
+  }
+}
+
+TEST(LayeringSelfCheck, blanks_comments_and_literals_and_keeps_lines) {
+  EXPECT_EQ(code_only("a // b\nc"), "a     \nc");
+  EXPECT_EQ(code_only("a /* b\n */ c"), "a     \n    c");
+  EXPECT_EQ(code_only(R"(x = "/*\"" + '"';y)"), R"(x = "    " + ' ';y)");
+  EXPECT_EQ(code_only("1'000 'x' 2"), "1'000 ' ' 2");
+  EXPECT_EQ(code_only("R\"t(\n#include \"q\"\n)t\" z"), "    \n            \n    z");
+}
+
+TEST(LayeringSelfCheck, finds_includes_of_code_only) {
+  const std::string text =
+      "#include \"a/b.h\"  // why\n//#include <no>\n#  include <vector>\n/*\n#include <no>\n*/#include <c>";
+  const std::vector<ScanInclude> includes = find_includes(code_only(text));
+  ASSERT_EQ(includes.size(), 3u);
+  EXPECT_EQ(includes[0].name, "a/b.h");
+  EXPECT_TRUE(includes[0].quoted);
+  EXPECT_EQ(includes[1].name, "vector");
+  EXPECT_FALSE(includes[1].quoted);
+  EXPECT_EQ(includes[1].line, 3);
+  EXPECT_EQ(includes[2].line, 6);
+}
+
+TEST(LayeringSelfCheck, finds_bases_and_link_lists) {
+  const auto classes =
+      find_classes("class A;\nstruct B final : public A<4>, private C { };\nclass D { enum E : u8 {}; };");
+  EXPECT_FALSE(classes.contains("A"));
+  EXPECT_EQ(classes.at("B"), (std::set<std::string>{"A", "C"}));
+  EXPECT_TRUE(classes.at("D").empty());
+
+  const ScanTargets targets = find_targets(
+      "vq_add_library(x SOURCES s.cpp\n LINK y # z\n w)\nadd_library(y INTERFACE)\ntarget_link_libraries(y INTERFACE "
+      "v)\n"
+      "vq_add_test(t SOURCES t.cpp LINK x LABELS slow)");
+  EXPECT_EQ(targets.at("x"), (std::set<std::string>{"y", "w"}));
+  EXPECT_EQ(targets.at("t"), (std::set<std::string>{"x"}));
+  EXPECT_EQ(get_link_closure(targets, "t"), (std::set<std::string>{"x", "y", "w", "v"}));
+}
+
+TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {
+  struct Case {
+    const char* from;
+    const char* to;
+    bool allowed;
+  };
+  for (const Case& check : std::vector<Case>{
+           {"host/vq_ctx/a.cpp", "host/vq_sys/b.h", true},
+           {"host/vq_sys/a.cpp", "host/vq_ctx/b.h", false},
+           {"host/vq_sys/a.cpp", "host/vq_gmath/b.h", false},
+           {"host/vq_unheard_of/a.cpp", "host/vq_core/b.h", false},
+           {"host/vq_module/a.cpp", "gas/a.h", false},
+           {"gas/frame/a.h", "host/vq_module/b.h", true},
+           {"gas/frame/a.h", "gas/bvh/bvh_layout.h", false},
+           {"gas/bvh/bvh_kernel_impl.h", "gas/bvh/bvh_layout.h", true},
+           {"gas/bvh/bvh_layout.h", "gas/bvh/bvh_tree.h", false},
+           {"gas/bvh/gas_bvh.h", "gas/bvh/gas_bvh_motion.h", false},
+           {"gas/bvh/gas_bvh_motion.h", "gas/bvh/gas_bvh.h", true},
+           {"gas/bvh/bvh_builder.cpp", "gas/bvh/bvh_finalize.h", true},
+           {"gas/bvh/bvh_builder.cpp", "gas/bvh/bvh_kernel.h", false},
+           {"gas/bvh/bvh_kernel.cpp", "gas/bvh/bvh_cluster.h", false},
+           {"gas/bvh/bvh_unheard_of.cpp", "gas/bvh/bvh_layout.h", false},
+           {"gas/bvh/bvh_kernel.cpp", "gas/gas_fur.h", false},
+           {"gas/gas_fur.cpp", "gas/bvh/bvh_kernel.h", true},
+           {"gas/gas_fur.cpp", "tools/vqgas/a.h", false},
+           {"tools/vqgas/a.cpp", "gas/bvh/bvh_layout.h", true},
+           {"tools/vqgas/a.cpp", "tests/support/a.h", false},
+           {"tests/tools/a.cpp", "tools/vqgas/a.h", true},
+           {"examples/a.cpp", "gas/gas_fur.h", true},
+           {"examples/a.cpp", "gas/bvh/bvh_layout.h", false},
+       }) {
+    EXPECT_EQ(!find_layer_fault(check.from, check.to).has_value(), check.allowed) << check.from << " -> " << check.to;
+  }
+  EXPECT_TRUE(is_base_or_helper("class A : public B { };", "class B : public C { };"));
+  EXPECT_TRUE(is_base_or_helper("class A : public D { };", "struct B { };"));
+  EXPECT_FALSE(is_base_or_helper("class A : public D { };", "class B : public C { };"));
+}
+
+TEST(LayeringSelfCheck, knows_standard_and_intrinsics_headers) {
+  EXPECT_TRUE(is_standard_header("vector") && is_standard_header("cstdint"));
+  EXPECT_FALSE(is_standard_header("vector.h") || is_standard_header("png.h") || is_standard_header("unistd.h"));
+  EXPECT_TRUE(is_system_header_of("host/vq_core/a.cpp", "sys/mman.h"));
+  EXPECT_FALSE(is_system_header_of("gas/a.cpp", "sys/mman.h"));
+  const auto find_in = [](const std::string& text) {
+    return find_intrinsic({"gas/a.cpp", code_only(text), find_includes(code_only(text))});
+  };
+  EXPECT_NE(find_in("#include <immintrin.h>\n"), "");
+  EXPECT_NE(find_in("auto x = _mm_set1_ps(1);"), "");
+  EXPECT_NE(find_in("__m128 x;"), "");
+  EXPECT_EQ(find_in("// _mm_set1_ps\nint comm_x;"), "");
+}
+
+TEST(LayeringSelfCheck, finds_outside_words) {
+  // Put together here, so that this file holds none of them.
+  const std::string text =
+      "as th"
+      "e spec says\nreal specs\nthe spec"
+      "ification\nsee Part"
+      " 3.1.\nPart 3\nC"
+      "-101\nABC-101\n"
+      "cd /ho"
+      "me/me\n\"/wo"
+      "rk/x\"\na/work/b\n${dir}/tmp/c\n";
+  std::vector<std::string> numbers;
+  for (const std::string& line : find_outside_words(text)) numbers.push_back(line.substr(0, line.find(':')));
+  EXPECT_EQ(numbers, (std::vector<std::string>{"1", "3", "4", "6", "8", "9"}));
+  EXPECT_TRUE(may_speak_of_anything("DEVELOPERS.md", "text"));
+  EXPECT_TRUE(may_speak_of_anything("a.png", std::string("\0\1", 2)));
+  EXPECT_FALSE(may_speak_of_anything("docs/architecture.md", "text"));
+}
+
+}  // namespace
