@@ -1,0 +1,22 @@
+// host/vq_of/of_object.h
+//
+// An item with a behaviour: its module, which evaluates it.
+#pragma once
+#include "vq_of/of_item.h"
+
+class ModuleBase;
+
+class OfObject : public OfItem {
+ public:
+  explicit OfObject(const CoreString& name, ModuleBase* module = nullptr) : OfItem(name), module_(module) {}
+
+  const CoreClassInfo& get_class_info() const override;
+  static const CoreClassInfo& class_info();
+
+  /// Null for an object without behaviour. The module is not the object's own: who makes it frees it.
+  ModuleBase* get_module() const { return module_; }
+  void set_module(ModuleBase* module) { module_ = module; }
+
+ private:
+  ModuleBase* module_;
+};
