@@ -54,10 +54,10 @@ fi
 echo "Installing from Debian:$missing"
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-# The last line of apt that starts with E: names the fault; the log holds the rest until then.
+# The first line of apt that starts with E: names the fault.
 run_apt() {
   $as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -o DPkg::Lock::Timeout=300 "$@" >"$log" 2>&1 </dev/null ||
-    fail "apt-get $1 failed: $(grep '^E:' "$log" | tail -n 1)"
+    fail "apt-get $1 failed: $(grep -m 1 '^E:' "$log")"
 }
 run_apt update
 # shellcheck disable=SC2086  # one argument a package

@@ -34,7 +34,9 @@ class CodeBlanker {
     } else if (starts_with("R\"") && (at_ == 0 || !is_word(code_[at_ - 1]))) {
       const std::size_t open = std::min(code_.find('(', at_), code_.size());
       const std::size_t delimiter = std::min(at_ + 2, open);
-      blank_through(")" + code_.substr(delimiter, open - delimiter) + "\"", open);
+      std::string end(1, ')');
+      end.append(code_, delimiter, open - delimiter).push_back('"');
+      blank_through(end, open);
     } else if (code_[at_] == '"' || (code_[at_] == '\'' && !is_digit_separator())) {
       blank_literal(code_[at_]);
     } else {
