@@ -1,0 +1,67 @@
+// host/vq_gas_base/gas_bvh_split.h
+//
+// Split strategies: how a set of items becomes two. The tree builder owns the nodes; a strategy owns the choice. Sets
+// are ranges of one order array, and splitting a set permutes its range in place so that each half is a range again:
+//
+//   order[]   ... | first ........................ first + count | ...
+//                 |        left         |         right          |
+//
+// Both strategies always end: a set larger than the maximum leaf is never refused, whatever its boxes hold.
+#pragma once
+#include "vq_core/core_array.h"
+#include "vq_core/core_types.h"
+#include "vq_gmath/gmath_bbox.h"
+#include "vq_gmath/gmath_linear_space.h"
+
+class SysThreadManager;
+
+struct GasBvhSplitSet {
+  uint first = 0;
+  uint count = 0;
+};
+
+struct GasBvhSplitSetGeom : GasBvhSplitSet {
+  GMathBbox3<float> box;           ///< in the builder's space
+  float area = 0.0f;               ///< half the surface of `box`: who is split first
+  bool leaf = false;               ///< not to be split any further
+  GMathLinearSpace3<float> space;  ///< oriented strategy: the set's frame
+  GMathBbox3<float> space_box;     ///< oriented strategy: the set's box measured along `space`
+};
+
+/// What a strategy knows of the items; filled by the tree builder, shared by all sets of one build.
+struct GasBvhSplitCtx {
+  uint* order = nullptr;                                  ///< permuted in place
+  const GMathBbox3<float>* item_boxes = nullptr;          ///< indexed by item
+  const GMathLinearSpace3<float>* item_spaces = nullptr;  ///< indexed by item; oriented strategy only
+  const u32* item_weights = nullptr;                      ///< float bits, indexed by item; null: all weigh `item_cost`
+  uint item_start = 0;
+  uint item_count = 0;
+  uint leaf_threshold = 1;
+  uint max_leaf = 1;
+  float item_cost = 1.0f;      ///< of testing one item
+  float aligned_cost = 1.0f;   ///< of testing an aligned node
+  float oriented_cost = 5.0f;  ///< of testing an oriented node
+  float item_cost_scale = 1.0f;
+  float direction_hints[2][4] = {{0.0f, 0.0f, 1.0f, 0.0f}, {0.0f, 0.0f, 1.0f, 0.0f}};
+  GMathBbox3<float> item_box;  ///< of the whole range
+
+  /// The union of the set's item boxes; empty for an empty set. Exact minima and maxima, so that the result does not
+  /// depend on how the work is cut. Runs on the manager's threads when one is given and the set is large.
+  GMathBbox3<float> compute_items_bbox(const GasBvhSplitSet& set, SysThreadManager* threads) const;
+};
+
+/// Binned surface-area split on the centroids (Wald 2007, "On fast Construction of SAH-based Bounding Volume
+/// Hierarchies"). The result depends on the set alone, never on the number of threads.
+class GasBvhSplitAligned {
+ public:
+  static constexpr bool makes_oriented_nodes = false;
+
+  /// Permutes the set's range and fills both halves (range, box, area). False when it will not split the set: only for
+  /// sets of at most max_leaf items that are cheaper as a leaf. `aligned` is left as it is. With a thread manager a
+  /// large set is split on its threads.
+  bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
+             bool& aligned, SysThreadManager* threads);
+
+ private:
+  CoreVector<uint> scratch_;  ///< the right half while a range is being partitioned; kept from set to set
+};

@@ -1,0 +1,59 @@
+// host/vq_gas_base/gas_bvh_split_chunks.h
+//
+// Large sets are worked on in chunks whose size never depends on the number of threads. Each chunk leaves its own
+// result and the results are combined in the order of the chunks, so that sums come out the same in every bit.
+#pragma once
+#include <algorithm>
+#include <atomic>
+
+#include "vq_sys/sys_thread_manager.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+inline constexpr uint gas_split_chunk_items = 16384;
+/// Below this the threads' start costs more than they save.
+inline constexpr uint gas_split_parallel_items = 65536;
+
+inline uint gas_split_chunk_count(uint item_count) {
+  return item_count / gas_split_chunk_items + (item_count % gas_split_chunk_items != 0 ? 1 : 0);
+}
+
+inline bool gas_split_is_parallel(uint item_count, SysThreadManager* threads) {
+  return threads != nullptr && item_count >= gas_split_parallel_items && threads->get_max_thread_count() >= 2;
+}
+
+/// Takes chunks off the shared counter until none is left.
+template <class Function>
+class GasSplitChunkTask final : public SysThreadTask {
+ public:
+  GasSplitChunkTask() { flags = counted | for_waiter; }
+  void run(const uint& /*thread_index*/) override {
+    const uint chunk_count = gas_split_chunk_count(item_count);
+    for (uint chunk; (chunk = next->fetch_add(1, std::memory_order_relaxed)) < chunk_count;) {
+      const uint first = chunk * gas_split_chunk_items;
+      (*function)(chunk, first, std::min(gas_split_chunk_items, item_count - first));
+    }
+  }
+  const Function* function = nullptr;
+  std::atomic<uint>* next = nullptr;
+  uint item_count = 0;
+};
+
+/// Calls function(chunk, first, count) once for every chunk of `item_count` items, in any order, on the manager's
+/// threads, and returns when all are done. The function may not throw.
+template <class Function>
+void gas_split_for_each_chunk(uint item_count, SysThreadManager& threads, const Function& function) {
+  // Memory is busy long before this many threads are.
+  constexpr uint most_tasks = 16;
+  const uint task_count = std::min({most_tasks, threads.get_max_thread_count(), gas_split_chunk_count(item_count)});
+  std::atomic<uint> next = 0;
+  GasSplitChunkTask<Function> tasks[most_tasks];
+  SysThreadTaskManager group(threads);
+  for (uint k = 0; k < task_count; ++k) {
+    tasks[k].function = &function;
+    tasks[k].next = &next;
+    tasks[k].item_count = item_count;
+    group.add_task(&tasks[k]);
+  }
+  group.wait_until_completed(true);
+}

@@ -1,0 +1,121 @@
+// host/vq_gas_base/gas_bvh_split_cost.h
+//
+// The price of a cut, shared by the binned and the exact search. Both lay the items along each axis in a row of slots
+// (bins there, single items here) and ask for the best plane between two slots. The three axes are priced at once:
+//
+//   GasBvhSplitBox   lanes x, y, z, -                   the two corners of one box
+//   areas, costs     lanes along x, along y, along z, - one number for each axis of the cut
+//
+// The fourth lane holds nothing of meaning throughout.
+#pragma once
+#include <bit>
+#include <limits>
+
+#include "vq_gas_base/gas_bvh_split.h"
+#include "vq_simd/simd_float.h"
+
+/// A box in two vectors. As with GMathBbox3, add() ignores a NaN bound.
+struct GasBvhSplitBox {
+  SimdF low{std::numeric_limits<float>::max()};
+  SimdF high{std::numeric_limits<float>::lowest()};
+
+  static GasBvhSplitBox load(const GMathBbox3<float>& box) {
+    // The second load starts at min z and so ends with the box: what lies behind the last box is not ours to read.
+    const float* values = reinterpret_cast<const float*>(&box);
+    return {SimdF::load_unaligned(values), rotate_lanes(SimdF::load_unaligned(values + 2))};
+  }
+  GMathBbox3<float> get_bbox() const {
+    float from[4], to[4];
+    low.store_unaligned(from);
+    high.store_unaligned(to);
+    return {{from[0], from[1], from[2]}, {to[0], to[1], to[2]}};
+  }
+  void add(const GasBvhSplitBox& box) {
+    low = min(box.low, low);
+    high = max(box.high, high);
+  }
+  void add(const SimdF& point) {
+    low = min(point, low);
+    high = max(point, high);
+  }
+  /// Twice the centre: order and distance are all that the search needs of it.
+  SimdF get_center_sum() const { return low + high; }
+};
+
+/// The best cut of a set: the slots of `axis` below `plane` go left, the others right.
+struct GasBvhSplitChoice {
+  float cost = std::numeric_limits<float>::infinity();  ///< area x weight, both sides; infinite: there is no cut
+  uint axis = 0;
+  uint plane = 0;
+  bool is_found() const { return cost < std::numeric_limits<float>::infinity(); }
+};
+
+/// Added to every extent before areas are priced. Items along a line have boxes of no area at all: priced at 0, every
+/// cut would be as good as any other, and taking the first would peel the set off slice by slice.
+inline float gas_bvh_split_padding(const GMathBbox3<float>& set_box) {
+  const GMathVec3<float> extent = set_box.get_extent();
+  const float largest =
+      extent.x > extent.y ? (extent.x > extent.z ? extent.x : extent.z) : (extent.y > extent.z ? extent.y : extent.z);
+  return largest * 1e-6f;
+}
+
+/// Half the padded surface of one box per axis of the cut.
+inline SimdF gas_bvh_split_areas(const GasBvhSplitBox (&boxes)[3], const SimdF& padding) {
+  SimdF dx = boxes[0].high - boxes[0].low;
+  SimdF dy = boxes[1].high - boxes[1].low;
+  SimdF dz = boxes[2].high - boxes[2].low;
+  SimdF unused = dz;
+  transpose(dx, dy, dz, unused);  // from one row per cut to one row per component
+  dx = dx + padding;
+  dy = dy + padding;
+  dz = dz + padding;
+  return (dy + dz) * dx + dy * dz;
+}
+
+/// Prices every plane of the three axes from both ends and returns the cheapest; of equals that of the lowest axis,
+/// then the lowest plane. A plane with an empty side or without a finite price is no choice.
+///
+/// @param slots      get_box(axis, slot), and get_weights(slot) with one lane per axis: 0 for an empty slot
+/// @param slot_count at least 2, at most `most_slots`
+template <uint most_slots, class Slots>
+GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, float padding) {
+  const SimdF pad(padding), zero(0.0f);
+  SimdF right_cost[most_slots];
+  GasBvhSplitBox side[3];
+  SimdF weight = zero;
+  for (uint slot = slot_count - 1; slot > 0; --slot) {
+    for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, slot));
+    weight = weight + slots.get_weights(slot);
+    right_cost[slot] = gas_bvh_split_areas(side, pad) * weight;
+  }
+
+  for (GasBvhSplitBox& box : side) box = GasBvhSplitBox();
+  weight = zero;
+  SimdF best_cost(std::numeric_limits<float>::infinity()), best_plane = zero;
+  for (uint plane = 1; plane < slot_count; ++plane) {
+    for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, plane - 1));
+    weight = weight + slots.get_weights(plane - 1);
+    const SimdF cost = gas_bvh_split_areas(side, pad) * weight + right_cost[plane];
+    // An empty side is an infinite box that weighs 0: NaN, which loses here. A side of which some bound was NaN may
+    // come out negative.
+    const auto better = (best_cost > cost) & (zero <= cost);
+    best_cost = select(better, cost, best_cost);
+    best_plane = select(better, SimdF(static_cast<float>(plane)), best_plane);
+  }
+
+  float costs[4], planes[4];
+  best_cost.store_unaligned(costs);
+  best_plane.store_unaligned(planes);
+  GasBvhSplitChoice choice;
+  for (uint axis = 0; axis < 3; ++axis)
+    if (costs[axis] < choice.cost) choice = {costs[axis], axis, static_cast<uint>(planes[axis])};
+  return choice;
+}
+
+/// What an item weighs in the choice of a plane. Nothing is free to test, and were it so (weight 0, or less, or NaN)
+/// then all planes would be equal: see the padding.
+inline float gas_bvh_split_weight(const GasBvhSplitCtx& ctx, uint item) {
+  if (ctx.item_weights == nullptr) return 1.0f;
+  const float weight = std::bit_cast<float>(ctx.item_weights[item]);
+  return weight > 1e-3f ? weight : 1e-3f;
+}

@@ -1,0 +1,350 @@
+// tests/host/gas_bvh_split_test.cpp
+//
+// Whole trees are split down to single items, and every split on the way is held against loops over its range.
+#include "vq_gas_base/gas_bvh_split.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "vq_sys/sys_thread_manager.h"
+
+namespace {
+
+using Box = GMathBbox3<float>;
+constexpr float infinity = std::numeric_limits<float>::infinity();
+constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
+
+enum class Kind { uniform, grid, identical, coplanar, collinear, concentric, geometric, huge, with_infinite, with_nan };
+constexpr Kind all_kinds[] = {Kind::uniform,    Kind::grid,      Kind::identical, Kind::coplanar,      Kind::collinear,
+                              Kind::concentric, Kind::geometric, Kind::huge,      Kind::with_infinite, Kind::with_nan};
+
+/// Boxes, and everything a strategy is told of them.
+struct Scene {
+  std::vector<Box> boxes;
+  std::vector<u32> weights;
+  std::vector<uint> order;
+  GasBvhSplitCtx ctx;
+
+  explicit Scene(std::vector<Box> with_boxes) : boxes(std::move(with_boxes)), order(boxes.size()) {
+    std::iota(order.begin(), order.end(), 0u);
+    ctx.order = order.data();
+    ctx.item_boxes = boxes.data();
+    ctx.item_count = static_cast<uint>(boxes.size());
+  }
+  Scene(Scene&&) = delete;  // the context points into the vectors
+
+  void set_weights(const std::vector<float>& values) {
+    for (const float value : values) weights.push_back(std::bit_cast<u32>(value));
+    ctx.item_weights = weights.data();
+  }
+  GasBvhSplitSetGeom get_root() const {
+    GasBvhSplitSetGeom root;
+    root.count = ctx.item_count;
+    root.box = ctx.compute_items_bbox(root, nullptr);
+    root.area = root.box.get_half_area();
+    return root;
+  }
+};
+
+std::vector<Box> make_boxes(Kind kind, uint count, uint seed) {
+  std::mt19937 random(seed);
+  std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+  std::vector<Box> boxes(count);
+  for (uint k = 0; k < count; ++k) {
+    const GMathVec3<float> at(unit(random), unit(random), unit(random));
+    const GMathVec3<float> size = GMathVec3<float>(unit(random), unit(random), unit(random)) * 0.05f;
+    Box& box = boxes[k] = Box(at, at + size);
+    const float spread = std::ldexp(1.0f + unit(random), static_cast<int>(random() % 200) - 100);
+    const GMathVec3<float> cell(static_cast<float>(random() % 4), static_cast<float>(random() % 4), 0.0f);
+    switch (kind) {
+      case Kind::uniform:
+        break;
+      case Kind::grid:
+        box = Box(cell, cell + GMathVec3<float>(1.0f, 1.0f, 1.0f));
+        break;
+      case Kind::identical:
+        box = Box({1.0f, 2.0f, 3.0f}, {2.0f, 3.0f, 4.0f});
+        break;
+      case Kind::coplanar:
+        box.min.y = box.max.y = 5.0f;
+        break;
+      case Kind::collinear:
+        box = Box({at.x, 1.0f, 1.0f}, {at.x, 1.0f, 1.0f});
+        break;
+      case Kind::concentric:
+        box = Box(size * -1.0f, size);
+        break;
+      case Kind::geometric:
+        box = Box({spread, 0.0f, 0.0f}, {spread * 1.5f, 1e-3f, 1e-3f});
+        break;
+      case Kind::huge:
+        box = Box(at * -3e38f, at * 3e38f);
+        break;
+      case Kind::with_infinite:
+        if (k % 3 == 0) box.max.x = infinity;
+        if (k % 5 == 0) box.min = {-infinity, -infinity, -infinity};
+        break;
+      case Kind::with_nan:
+        if (k % 3 == 0) box.min[k % 2] = not_a_number;
+        if (k % 4 == 0) box = Box({not_a_number, not_a_number, not_a_number}, {not_a_number, 0.0f, not_a_number});
+        break;
+    }
+  }
+  return boxes;
+}
+
+Box unite(const Scene& scene, const GasBvhSplitSet& set) {
+  Box box;
+  for (uint k = 0; k < set.count; ++k) {
+    const Box& item = scene.boxes[scene.order[set.first + k]];
+    for (uint axis = 0; axis < 3; ++axis) {
+      box.min[axis] = std::fmin(box.min[axis], item.min[axis]);
+      box.max[axis] = std::fmax(box.max[axis], item.max[axis]);
+    }
+  }
+  return box;
+}
+
+void expect_half(const Scene& scene, const GasBvhSplitSetGeom& half, uint first, uint count) {
+  EXPECT_EQ(half.first, first);
+  EXPECT_EQ(half.count, count);
+  EXPECT_GT(half.count, 0u);
+  EXPECT_EQ(half.box, unite(scene, half));
+  const GMathVec3<float> d = half.box.max - half.box.min;
+  const float area = (d.y + d.z) * d.x + d.y * d.z;
+  EXPECT_TRUE(half.area == area || std::isnan(area)) << half.area << " is not " << area;
+}
+
+/// Splits and checks all that must hold of any split. Returns what split() did.
+bool split_checked(Scene& scene, GasBvhSplitAligned& strategy, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                   GasBvhSplitSetGeom& right) {
+  const std::vector<uint> before = scene.order;
+  for (bool aligned : {true, false}) {
+    const bool given = aligned;
+    scene.order = before;
+    const bool done = strategy.split(scene.ctx, set, left, right, aligned, nullptr);
+    EXPECT_EQ(aligned, given);
+    if (!done) {
+      EXPECT_LE(set.count, scene.ctx.max_leaf);
+      return false;
+    }
+  }
+  expect_half(scene, left, set.first, left.count);
+  expect_half(scene, right, set.first + left.count, set.count - left.count);
+  std::vector<uint> was(before), is(scene.order);
+  std::sort(was.begin() + set.first, was.begin() + set.first + set.count);
+  std::sort(is.begin() + set.first, is.begin() + set.first + set.count);
+  EXPECT_EQ(was, is) << "not a permutation of the range, or the rest was touched";
+  return true;
+}
+
+struct TreeFigures {
+  uint depth = 0;
+  uint most_in_leaf = 0;
+  double area = 0.0;  ///< of all sets that were split
+};
+
+template <class Split>
+TreeFigures split_down(const GasBvhSplitSetGeom& root, const Split& split) {
+  TreeFigures figures;
+  std::vector<std::pair<GasBvhSplitSetGeom, uint>> todo{{root, 0}};
+  while (!todo.empty()) {
+    const auto [set, depth] = todo.back();
+    todo.pop_back();
+    figures.depth = std::max(figures.depth, depth);
+    GasBvhSplitSetGeom left, right;
+    if (set.count < 2 || !split(set, left, right)) {
+      figures.most_in_leaf = std::max(figures.most_in_leaf, set.count);
+      continue;
+    }
+    figures.area += set.area;
+    todo.push_back({left, depth + 1});
+    todo.push_back({right, depth + 1});
+  }
+  return figures;
+}
+
+TreeFigures split_down(Scene& scene, SysThreadManager* threads) {
+  GasBvhSplitAligned strategy;
+  return split_down(scene.get_root(), [&](const auto& set, auto& left, auto& right) {
+    bool aligned = true;
+    return strategy.split(scene.ctx, set, left, right, aligned, threads);
+  });
+}
+
+// --- prices, in double and with no code of the strategy ---
+
+double get_area(const Box& box) {
+  const double x = double(box.max.x) - box.min.x, y = double(box.max.y) - box.min.y, z = double(box.max.z) - box.min.z;
+  return x * y + y * z + z * x;
+}
+
+double get_weight(const Scene& scene, uint item) {
+  return scene.weights.empty() ? 1.0 : std::bit_cast<float>(scene.weights[item]);
+}
+
+double get_side_cost(const Scene& scene, const std::vector<uint>& items, uint first, uint count) {
+  Box box;
+  double weight = 0.0;
+  for (uint k = first; k < first + count; ++k) {
+    box.add(scene.boxes[items[k]]);
+    weight += get_weight(scene, items[k]);
+  }
+  return get_area(box) * weight;
+}
+
+/// Cheapest of all cuts between neighbours in the order of centres, on any axis.
+double find_best_cost(const Scene& scene) {
+  double best = std::numeric_limits<double>::infinity();
+  const uint count = scene.ctx.item_count;
+  for (uint axis = 0; axis < 3; ++axis) {
+    std::vector<uint> items(count);
+    std::iota(items.begin(), items.end(), 0u);
+    std::stable_sort(items.begin(), items.end(), [&](uint a, uint b) {
+      return scene.boxes[a].min[axis] + scene.boxes[a].max[axis] < scene.boxes[b].min[axis] + scene.boxes[b].max[axis];
+    });
+    for (uint cut = 1; cut < count; ++cut)
+      best = std::min(best, get_side_cost(scene, items, 0, cut) + get_side_cost(scene, items, cut, count - cut));
+  }
+  return best;
+}
+
+/// Splits the scene's root and prices what came of it.
+double get_chosen_cost(Scene& scene) {
+  GasBvhSplitAligned strategy;
+  GasBvhSplitSetGeom left, right;
+  if (!split_checked(scene, strategy, scene.get_root(), left, right)) return -1.0;
+  return get_side_cost(scene, scene.order, left.first, left.count) +
+         get_side_cost(scene, scene.order, right.first, right.count);
+}
+
+std::vector<float> make_weights(uint count, uint seed) {
+  std::mt19937 random(seed);
+  std::vector<float> weights(count);
+  for (float& weight : weights) weight = std::ldexp(1.0f, static_cast<int>(random() % 12) - 4);
+  return weights;
+}
+
+TEST(GasBvhSplitAligned, every_split_of_any_boxes_makes_two_exact_halves) {
+  for (const Kind kind : all_kinds) {
+    for (const uint count : {2u, 3u, 16u, 17u, 33u, 700u, 4500u}) {
+      SCOPED_TRACE("kind " + std::to_string(static_cast<int>(kind)) + ", items " + std::to_string(count));
+      Scene scene(make_boxes(kind, count, count));
+      GasBvhSplitAligned strategy;
+      const TreeFigures figures = split_down(scene.get_root(), [&](const auto& set, auto& left, auto& right) {
+        return split_checked(scene, strategy, set, left, right);
+      });
+      EXPECT_EQ(figures.most_in_leaf, 1u);
+    }
+  }
+}
+
+TEST(GasBvhSplitAligned, depth_stays_bounded) {
+  for (const Kind kind : all_kinds) {
+    Scene scene(make_boxes(kind, 20000, 5));
+    const uint limit = kind == Kind::geometric ? 100 : 40;  // log2 n is 15
+    EXPECT_LE(split_down(scene, nullptr).depth, limit) << "kind " << static_cast<int>(kind);
+  }
+  // Weights that make all planes equal must not peel items off one by one.
+  for (const float weight : {0.0f, -1.0f, not_a_number, infinity}) {
+    Scene scene(make_boxes(Kind::uniform, 20000, 6));
+    scene.set_weights(std::vector<float>(20000, weight));
+    EXPECT_LE(split_down(scene, nullptr).depth, 40u) << "weight " << weight;
+  }
+}
+
+TEST(GasBvhSplitAligned, ten_million_identical_boxes_are_halved) {
+  Scene scene(make_boxes(Kind::identical, 10000000, 1));
+  EXPECT_EQ(split_down(scene, nullptr).depth, 24u);
+}
+
+TEST(GasBvhSplitAligned, small_sets_get_the_best_cut_there_is) {
+  for (const Kind kind : {Kind::uniform, Kind::grid, Kind::coplanar}) {
+    for (uint seed = 0; seed < 100; ++seed) {
+      for (uint count = 2; count <= 16; ++count) {
+        Scene scene(make_boxes(kind, count, seed));
+        if (seed % 2 == 1) scene.set_weights(make_weights(count, seed));
+        const double best = find_best_cost(scene);
+        EXPECT_NEAR(get_chosen_cost(scene), best, best * 1e-4) << "seed " << seed << ", items " << count;
+      }
+    }
+  }
+}
+
+TEST(GasBvhSplitAligned, large_sets_get_a_cut_close_to_the_best) {
+  for (const uint count : {17u, 60u, 400u}) {
+    double worst = 0.0;
+    for (uint seed = 0; seed < 40; ++seed) {
+      Scene scene(make_boxes(Kind::uniform, count, seed));
+      if (seed % 2 == 1) scene.set_weights(make_weights(count, seed));
+      const double best = find_best_cost(scene);
+      worst = std::max(worst, get_chosen_cost(scene) / best);
+    }
+    EXPECT_GE(worst, 1.0 - 1e-4);
+    EXPECT_LE(worst, 1.25) << count << " items";
+    RecordProperty("worst_" + std::to_string(count), std::to_string(worst));
+  }
+}
+
+TEST(GasBvhSplitAligned, refuses_only_small_sets_that_are_cheaper_as_a_leaf) {
+  const Box near_box({0.0f, 0.0f, 0.0f}, {1.0f, 1.0f, 1.0f}), far_box({100.0f, 0.0f, 0.0f}, {101.0f, 1.0f, 1.0f});
+  // Ten items here and ten there: half area of all 203, of either end 3. As a leaf 20 w, split 1 + 2 * 10 w * 3 / 203.
+  std::vector<Box> boxes(10, near_box);
+  boxes.insert(boxes.end(), 10, far_box);
+  const auto is_split = [&](uint max_leaf, float weight, bool per_item, float scale) {
+    Scene scene(boxes);
+    scene.ctx.max_leaf = max_leaf;
+    scene.ctx.item_cost_scale = scale;
+    if (per_item) scene.set_weights(std::vector<float>(20, weight));
+    scene.ctx.item_cost = per_item ? 1000.0f : weight;
+    GasBvhSplitAligned strategy;
+    GasBvhSplitSetGeom left, right;
+    const bool done = split_checked(scene, strategy, scene.get_root(), left, right);
+    EXPECT_EQ(left.count, done ? 10u : 0u);
+    return done;
+  };
+  const float even = 1.0f / (20.0f - 60.0f / 203.0f);  // the weight at which both cost the same
+  for (const bool per_item : {false, true}) {
+    EXPECT_TRUE(is_split(20, even * 1.01f, per_item, 1.0f));
+    EXPECT_FALSE(is_split(20, even * 0.99f, per_item, 1.0f));
+    EXPECT_TRUE(is_split(19, even * 0.99f, per_item, 1.0f));
+    EXPECT_FALSE(is_split(20, even * 1.5f, per_item, 0.5f));
+  }
+  // Heaps of boxes that nothing can part become leaves as soon as they are allowed to.
+  for (const Kind kind : {Kind::identical, Kind::concentric}) {
+    Scene scene(make_boxes(kind, 1000, 3));
+    scene.ctx.max_leaf = 255;
+    const TreeFigures figures = split_down(scene, nullptr);
+    EXPECT_EQ(figures.depth, 2u);
+    EXPECT_EQ(figures.most_in_leaf, 250u);
+  }
+}
+
+TEST(GasBvhSplitAligned, one_thread_and_many_give_the_same_order) {
+  for (const uint count : {65535u, 65536u, 200000u}) {
+    for (const Kind kind : {Kind::uniform, Kind::grid, Kind::with_infinite}) {
+      Scene serial(make_boxes(kind, count, 9));
+      serial.set_weights(make_weights(count, 9));
+      const TreeFigures expected = split_down(serial, nullptr);
+      for (const uint thread_count : {1u, 2u, 3u, 8u}) {
+        SysThreadManager threads(thread_count);
+        Scene parallel(serial.boxes);
+        parallel.weights = serial.weights;
+        parallel.ctx.item_weights = parallel.weights.data();
+        EXPECT_EQ(parallel.ctx.compute_items_bbox(serial.get_root(), &threads), serial.get_root().box);
+        EXPECT_EQ(split_down(parallel, &threads).depth, expected.depth);
+        EXPECT_TRUE(parallel.order == serial.order) << count << " items, " << thread_count << " threads";
+      }
+    }
+  }
+}
+
+}  // namespace
