@@ -7,6 +7,7 @@
 //   2 points     the positions of the points inside   push_point
 //   3 vertices   the point-cloud vertices inside      push_point_cloud_vertex
 #pragma once
+#include <unordered_set>
 #include <vector>
 
 #include "vq_core/core_types.h"
@@ -103,4 +104,5 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   std::vector<GeometryFrustumVertex> own_points_;
   std::vector<GeometryFrustumVertex>* points_ = &own_points_;
   std::vector<uint> objects_;
+  std::unordered_set<uint> listed_objects_;  ///< the same indices, to find doubles by
 };

@@ -72,14 +72,15 @@ class GeometryIntersectionMap {
   uint get_level() const { return level_; }
 
   /// Lifts the hit of ray `ray` into this level's space, if it was found one level deeper; else nothing. The distance
-  /// is the same in all spaces.
+  /// is the same in all spaces. `depth` labels the level that is left; the record's own level decides.
   void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const uint& depth);
   /// The same with the matrix at the end of the ray's motion span, for motion vectors.
   void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2,
                       const uint& depth);
 
  private:
-  GeometryHitTransform* lift(uint ray, uint depth);
+  /// The transform to be grown when the ray's hit comes from one level deeper; null when it does not.
+  GeometryHitTransform* lift(uint ray);
 
   GeometryNearestHits* hits_ = nullptr;
   GeometryIntersection* records_ = nullptr;

@@ -48,6 +48,12 @@ struct GeometryRayTally {
   uint hit_count = 0;
 };
 
+/// How much of a structure one ray has walked through.
+struct GeometryRayVisits {
+  uint nodes = 0;
+  uint leaves = 0;
+};
+
 /// Local space to the parent's, per ray (they differ when the instance moves), with its inverse on demand.
 struct GeometryRayMatrix {
   GMathMatrix4x4<double> matrix;
@@ -105,6 +111,7 @@ struct GeometryRaytraceData {
   GeometryRaySpan* spans = nullptr;
   u64* ray_flags = nullptr;             ///< bit 0: end this ray (all-hits queries)
   GeometryRayTally* tallies = nullptr;  ///< what each ray has gathered, for the stop rules; null: no stop rule
+  GeometryRayVisits* visits = nullptr;  ///< set: structures count what they walk through, at some cost
   uint span_stamp = 0;                  ///< stamp of the motion-blur description that `spans` were written for
 
   // Local to parent matrices of a nested query; null in the outermost.

@@ -46,7 +46,7 @@ class PolyMesh : public GeometryObject {
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
   /// An empty mesh.
-  PolyMesh() = default;
+  PolyMesh();
   PolyMesh(const PolyMesh&) = delete;
   PolyMesh& operator=(const PolyMesh&) = delete;
 
@@ -126,27 +126,36 @@ class PolyMesh : public GeometryObject {
   const GMathTimeSampling& get_motion_sampling() const { return motion_sampling_; }
 
  private:
-  /// A position within the motion samples; `step` is 0 with a single sample.
+  /// Which positions hold at a time: those at rest, or two motion samples blended.
   struct MotionPlace {
+    bool rest = true;
     uint first = 0;
-    uint step = 0;
+    uint step = 0;  ///< from the first to the second sample: 0 with a single one
     double fraction = 0.0;
   };
 
   MotionPlace get_motion_place(double time) const;
-  GMathVec3<double> get_moved_position(const MotionPlace& place, uint vertex) const;
+  GMathVec3<double> get_moved_position(const MotionPlace& place, uint vertex) const {
+    if (place.rest) return GMathVec3<double>(positions_[vertex]);
+    const GMathVec3<float>* sample =
+        motion_positions_.get() + std::size_t{vertex} * motion_sampling_.get_sample_count() + place.first;
+    return GMathVec3<double>(sample[0]) * (1.0 - place.fraction) +
+           GMathVec3<double>(sample[place.step]) * place.fraction;
+  }
   bool store(PolyMeshData&& data);
   bool store_polygons(const PolyMeshData& data);
-  bool triangulate(const PolyMeshData& data);
+  bool triangulate();
   bool store_motion(const PolyMeshData& data);
   void find_group_motion();
   void clear();
+  bool touches_frustum(const GeometryFrustumCtx& query, uint primitive) const;
+  bool lies_in_frustum(const GeometryFrustumCtx& query, uint primitive) const;
+  std::vector<GMathVec3<double>> get_inner_points(uint polygon) const;
   double get_triangle_edge_proximity(const GeometryIntersection& hit) const;
   double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
-  template <class Positions>
-  GMathBbox3<double> compute_bbox(uint primitive, const Positions& positions) const;
-  template <class Positions>
-  void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
+  GMathBbox3<double> compute_bbox(uint primitive, double time) const;
+  void test_resting(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray) const;
+  void test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray) const;
 
   CoreAlignedArray<GMathVec3<float>> positions_;
   CoreAlignedArray<u32> polygon_vertices_;

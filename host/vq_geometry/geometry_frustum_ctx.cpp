@@ -1,0 +1,61 @@
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+namespace {
+
+/// Calls `visit` with every plane, sides before ends, until it returns false.
+template <class Visit>
+bool all_planes(const GeometryFrustumData& frustum, const Visit& visit) {
+  for (uint k = 0; k < frustum.plane_count; ++k)
+    if (!visit(frustum.planes[k])) return false;
+  for (uint k = 0; k < frustum.end_plane_count; ++k)
+    if (!visit(frustum.end_planes[k])) return false;
+  return true;
+}
+
+bool has_nan(const GMathBbox3<float>& box) {
+  for (uint axis = 0; axis < 3; ++axis)
+    if (std::isnan(box.min[axis]) || std::isnan(box.max[axis])) return true;
+  return false;
+}
+
+/// The box corner that lies farthest along `normal`.
+GMathVec3<double> get_farthest_corner(const GMathBbox3<float>& box, const GMathVec3<double>& normal) {
+  return {normal.x > 0.0 ? box.max.x : box.min.x, normal.y > 0.0 ? box.max.y : box.min.y,
+          normal.z > 0.0 ? box.max.z : box.min.z};
+}
+
+}  // namespace
+
+bool GeometryFrustumCtx::add_plane(const GeometryPlane& plane) {
+  if (plane_count == plane_capacity) return false;
+  planes[plane_count++] = plane;
+  return true;
+}
+
+void GeometryFrustumCtx::push_point(const GMathVec3<double>& position) { points_->push_back({position, nullptr, 0}); }
+
+void GeometryFrustumCtx::push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry,
+                                                 const uint& index) {
+  points_->push_back({position, geometry, index});
+}
+
+void GeometryFrustumCtx::add_object(const uint& index) {
+  if (listed_objects_.insert(index).second) objects_.push_back(index);
+}
+
+GeometryBoxPlace GeometryFrustumCtx::classify(const GMathBbox3<float>& box) const {
+  if (has_nan(box)) return GeometryBoxPlace::straddling;
+  bool inside = true;
+  const bool reached = all_planes(*this, [&](const GeometryPlane& plane) {
+    if (plane.measure(get_farthest_corner(box, plane.normal)) < 0.0) return false;
+    // Not `< 0`: an infinite bound along a zero component measures NaN, which must not count as inside.
+    if (!(plane.measure(get_farthest_corner(box, -plane.normal)) >= 0.0)) inside = false;
+    return true;
+  });
+  if (!reached) return GeometryBoxPlace::outside;
+  return inside ? GeometryBoxPlace::inside : GeometryBoxPlace::straddling;
+}
+
+bool GeometryFrustumCtx::contains(const GMathVec3<double>& point) const {
+  return all_planes(*this, [&](const GeometryPlane& plane) { return plane.measure(point) >= 0.0; });
+}

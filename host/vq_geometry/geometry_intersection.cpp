@@ -1,0 +1,41 @@
+#include "vq_geometry/geometry_intersection.h"
+
+GeometryHitTransform* GeometryIntersectionMap::lift(uint ray) {
+  GeometryIntersection& record = records_[ray];
+  // A hit that was found in another leaf is already in this level's space, or in that of a level above.
+  if (record.level != level_ + 1 || record.geometry == nullptr) return nullptr;
+  record.level = level_;
+  GeometryHitTransform& transform = hits_->get_transforms()[ray];
+  if (record.transform == core_invalid_index) {
+    record.transform = ray;
+    transform = GeometryHitTransform();
+  }
+  return &transform;
+}
+
+void GeometryIntersectionMap::transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix,
+                                             const uint& /*depth*/) {
+  GeometryHitTransform* transform = lift(ray);
+  if (transform == nullptr) return;
+  transform->matrix = matrix * transform->matrix;
+  if (transform->has_vectors) transform->matrix2 = matrix * transform->matrix2;
+}
+
+void GeometryIntersectionMap::transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix,
+                                             const GMathMatrix4x4<double>& matrix2, const uint& /*depth*/) {
+  GeometryHitTransform* transform = lift(ray);
+  if (transform == nullptr) return;
+  // What did not move inside is at the end of the span where it is now.
+  transform->matrix2 = matrix2 * (transform->has_vectors ? transform->matrix2 : transform->matrix);
+  transform->has_vectors = true;
+  transform->matrix = matrix * transform->matrix;
+}
+
+void GeometryHitList::append(uint ray, const GeometryIntersection& hit, const GMathMatrix4x4<double>& matrix) {
+  GeometryHitTransform transform;
+  transform.matrix = matrix;
+  transforms_.push_back(transform);
+  hits_.push_back({ray, hit});
+  hits_.back().hit.level = 0;
+  hits_.back().hit.transform = static_cast<uint>(transforms_.size() - 1);
+}

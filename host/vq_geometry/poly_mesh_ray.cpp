@@ -1,0 +1,135 @@
+// Rays against polygons: the watertight test of Woop, Benthin, Wald 2013, "Watertight Ray/Triangle Intersection", in
+// double precision. The space is sheared so that the ray becomes the z axis; a triangle is then hit when its three edge
+// functions agree in sign at the origin. The products in an edge function round monotonically, so that the sign of the
+// difference is right or zero, and two triangles see their common edge with opposite signs: no ray slips between them.
+#include <cmath>
+#include <cstring>
+
+#include "vq_geometry/geometry_raytrace_ctx.h"
+#include "vq_geometry/poly_mesh.h"
+
+namespace {
+
+/// Component `axis`, read by its place: a chain of comparisons would cost more than the arithmetic.
+template <class T>
+inline double load_axis(const GMathVec3<T>& v, uint axis) {
+  static_assert(sizeof(v) == 3 * sizeof(T));
+  T value;
+  std::memcpy(&value, reinterpret_cast<const u8*>(&v) + axis * sizeof(T), sizeof value);
+  return value;
+}
+
+/// A ray as the z axis of its sheared space. z is the axis along which the direction is longest.
+struct ShearedRay {
+  uint x, y, z;
+  double origin_x, origin_y, origin_z;
+  double shear_x, shear_y, scale_z;
+
+  explicit ShearedRay(const GMathBasicRay<double>& ray) {
+    const double length_x = std::fabs(ray.direction.x), length_y = std::fabs(ray.direction.y);
+    z = length_y > length_x ? 1 : 0;
+    if (std::fabs(ray.direction.z) > (length_y > length_x ? length_y : length_x)) z = 2;
+    x = z == 2 ? 0 : z + 1;
+    y = x == 2 ? 0 : x + 1;
+    origin_x = load_axis(ray.origin, x);
+    origin_y = load_axis(ray.origin, y);
+    origin_z = load_axis(ray.origin, z);
+    scale_z = load_axis(ray.inverse, z);
+    shear_x = load_axis(ray.direction, x) * scale_z;
+    shear_y = load_axis(ray.direction, y) * scale_z;
+  }
+};
+
+struct ShearedVertex {
+  double x, y, z;  ///< z is not scaled to distances yet
+
+  template <class T>
+  ShearedVertex(const ShearedRay& ray, const GMathVec3<T>& position) {
+    z = load_axis(position, ray.z) - ray.origin_z;
+    x = load_axis(position, ray.x) - ray.origin_x - ray.shear_x * z;
+    y = load_axis(position, ray.y) - ray.origin_y - ray.shear_y * z;
+  }
+};
+
+/// Twice the area between the origin and the edge from a to b. Exactly the negative for the edge from b to a.
+inline double get_edge_function(const ShearedVertex& a, const ShearedVertex& b) { return a.x * b.y - a.y * b.x; }
+
+/// Whether scaled / scale surely lies outside [tnear, limit): found without dividing. `scale` is positive. Rounding
+/// moves either side by less than the slack; what is that close is decided by the quotient itself.
+inline bool is_surely_outside(double scaled, double scale, double tnear, double limit) {
+  constexpr double slack = 1e-15;
+  const double low = tnear * scale, high = limit * scale;
+  return low - scaled > slack * std::fabs(low) || scaled - high > slack * std::fabs(high);
+}
+
+/// True when the ray's line meets the triangle within [tnear, limit) as far as can be told without the last rounding:
+/// push_intersection() has the final word. Edges and corners belong to the triangle, both faces count, a triangle seen
+/// edge-on is missed. A NaN anywhere fails one of the comparisons, here or there.
+template <class T>
+inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
+                         const GMathVec3<T>& position_c, double tnear, double limit, GeometryCandidate& hit) {
+  const ShearedVertex a(ray, position_a), b(ray, position_b), c(ray, position_c);
+  const double weight_a = get_edge_function(c, b);
+  const double weight_b = get_edge_function(a, c);
+  const double weight_c = get_edge_function(b, a);
+  const bool any_negative = weight_a < 0.0 || weight_b < 0.0 || weight_c < 0.0;
+  const bool any_positive = weight_a > 0.0 || weight_b > 0.0 || weight_c > 0.0;
+  if (any_negative && any_positive) return false;
+  const double sum = weight_a + weight_b + weight_c;
+  if (!(sum < 0.0 || sum > 0.0)) return false;
+  const double distance = (weight_a * a.z + weight_b * b.z + weight_c * c.z) * ray.scale_z;
+  if (is_surely_outside(sum < 0.0 ? -distance : distance, std::fabs(sum), tnear, limit)) return false;
+  hit.distance = distance / sum;
+  hit.u = weight_b / sum;
+  hit.v = weight_c / sum;
+  return true;
+}
+
+}  // namespace
+
+void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                 const uint& primitive) const {
+  const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
+  for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
+    if (!query.is_nearest() && query.is_stopped(ray)) continue;
+    ++query.counter;
+    if (moving)
+      test_moving(ctx, shader, query, primitive, ray);
+    else
+      test_resting(ctx, shader, query, primitive, ray);
+  }
+}
+
+inline void PolyMesh::test_resting(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                                   uint ray) const {
+  const ShearedRay sheared(query.get_ray(ray));
+  const GMathVec3<float>* positions = positions_.get();
+  GeometryCandidate hit;
+  hit.primitive = primitive;
+  for (uint part = 0, count = get_part_count(primitive); part < count; ++part) {
+    const u32* vertices = get_part_vertices(primitive, part);
+    if (!hit_triangle(sheared, positions[vertices[0]], positions[vertices[1]], positions[vertices[2]],
+                      query.get_tnear(ray), query.get_limit(ray), hit))
+      continue;
+    hit.part = part;
+    query.push_intersection(ctx, shader, ray, hit);
+    if (!query.is_nearest() && query.is_stopped(ray)) return;
+  }
+}
+
+void PolyMesh::test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                           uint ray) const {
+  const ShearedRay sheared(query.get_ray(ray));
+  const MotionPlace place = get_motion_place(query.spans[ray].time);
+  GeometryCandidate hit;
+  hit.primitive = primitive;
+  for (uint part = 0, count = get_part_count(primitive); part < count; ++part) {
+    const u32* vertices = get_part_vertices(primitive, part);
+    if (!hit_triangle(sheared, get_moved_position(place, vertices[0]), get_moved_position(place, vertices[1]),
+                      get_moved_position(place, vertices[2]), query.get_tnear(ray), query.get_limit(ray), hit))
+      continue;
+    hit.part = part;
+    query.push_intersection(ctx, shader, ray, hit);
+    if (!query.is_nearest() && query.is_stopped(ray)) return;
+  }
+}
