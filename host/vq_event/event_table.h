@@ -147,7 +147,7 @@
 
 /// Every event as a number.
 enum EventId : uint {
-#define VQ_EVENT(name, hash) name = hash,
+#define VQ_EVENT(name, hash) name = (hash),
   VQ_EVENT_TABLE(VQ_EVENT)
 #undef VQ_EVENT
 };
@@ -173,7 +173,7 @@ constexpr uint event_hash(const char* name) {
   return hash;
 }
 
-#define VQ_EVENT(name, hash) static_assert(event_hash(#name) == hash);
+#define VQ_EVENT(name, hash) static_assert(event_hash(#name) == (hash));
 VQ_EVENT_TABLE(VQ_EVENT)
 #undef VQ_EVENT
 

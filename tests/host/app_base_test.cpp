@@ -69,6 +69,12 @@ TEST(AppProgressBar, weights_beyond_one_stay_within_the_parent_and_progress_neve
   EXPECT_DOUBLE_EQ(bar->get_progress(), 0.5);
   bar->end_task();
   bar->begin_task("again", 0.9);
+  bar->set_step_count(10);
+  bar->begin_task("inner", 0.5);
+  bar->end_task();
+  EXPECT_DOUBLE_EQ(bar->get_progress(), 0.95);
+  bar->step(1);  // the outer steps lag behind what the inner task has filled
+  EXPECT_DOUBLE_EQ(bar->get_progress(), 0.95);
   bar->end_task();
   EXPECT_DOUBLE_EQ(bar->get_progress(), 1.0);
 }

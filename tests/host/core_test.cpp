@@ -168,11 +168,13 @@ TEST(CoreSet, keeps_the_order_of_adding) {
   EXPECT_FALSE(set.remove("a"));
   EXPECT_TRUE(set.add("a"));
   EXPECT_TRUE(set.remove("c"));
+  EXPECT_TRUE(set.add("e"));
+  EXPECT_TRUE(set.remove("a"));  // has moved up twice
   CoreSet<CoreString>& alias = set;
   set = alias;
   std::string order;
   for (const CoreString& name : set) order += name.get_data();
-  EXPECT_EQ(order, "dba");
+  EXPECT_EQ(order, "dbe");
   EXPECT_FALSE(set.add("b"));
   EXPECT_TRUE(set.contains("d"));
   EXPECT_FALSE(set.contains("c"));

@@ -141,6 +141,22 @@ TEST(SysThreadTaskManager, a_foreign_thread_that_holds_the_workers_lock_runs_its
   EXPECT_EQ(other_runs, 8);
 }
 
+// The only worker stands in a task until another is done that it adds late, when the waiter is asleep already.
+TEST(SysThreadTaskManager, a_sleeping_waiter_wakes_for_a_task_added_late) {
+  SysThreadManager manager(2);
+  std::atomic<bool> done = false;
+  Group group(manager);
+  group.add(
+      [&](uint) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        group.add([&](uint) { done = true; });
+        while (!done) std::this_thread::yield();
+      },
+      SysThreadTask::counted);
+  group.tasks.wait_until_completed(true);
+  EXPECT_TRUE(done);
+}
+
 TEST(SysThreadTaskManager, more_foreign_threads_than_guest_indices_all_finish) {
   SysThreadManager manager(1);
   std::mutex mutex;
