@@ -14,4 +14,4 @@ command -v clang-format >/dev/null || scripts/install_packages.sh clang
 
 # shellcheck disable=SC2086  # the mode is one or two options
 find host gas tools tests bench examples -type f \( -name '*.h' -o -name '*.cpp' \) -print0 |
-  xargs -0 -r clang-format $mode
+  xargs -0 -r clang-format $mode || exit 1

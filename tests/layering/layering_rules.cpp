@@ -21,8 +21,8 @@ const std::vector<std::set<std::string>> host_groups{{"vq_core"},
                                                      {"vq_gas_base"},
                                                      {"vq_module"}};
 
-// The stages inside gas/bvh. A file belongs to the stage of its longest matching name; the last rank holds three stages
-// that are blind to each other.
+// The stages inside gas/bvh. A file belongs to the stage of its longest matching name; the stages of the last rank are
+// blind to each other.
 struct BvhStage {
   std::string_view prefix;
   int rank;
@@ -36,7 +36,7 @@ constexpr std::array bvh_stages{
     BvhStage{"bvh_node_pool", 3, "builder"}, BvhStage{"bvh_cluster", 3, "clustering"},
     BvhStage{"bvh_kernel", 3, "kernels"},    BvhStage{"bvh_ray", 3, "kernels"},
     BvhStage{"bvh_frustum", 3, "kernels"},   BvhStage{"bvh_stack", 3, "kernels"},
-    BvhStage{"bvh_traverse", 3, "kernels"},
+    BvhStage{"bvh_traverse", 3, "kernels"},  BvhStage{"bvh_statistics", 3, "statistics"},
 };
 
 const BvhStage* find_stage(const std::string& path) {

@@ -204,10 +204,10 @@ TEST(LayeringSelfCheck, finds_bases_and_link_lists) {
   const ScanTargets targets = find_targets(
       "vq_add_library(x SOURCES s.cpp\n LINK y # z\n w)\nadd_library(y INTERFACE)\ntarget_link_libraries(y INTERFACE "
       "v)\n"
-      "vq_add_test(t SOURCES t.cpp LINK x LABELS slow)");
+      "vq_add_test(t SOURCES t.cpp $<TARGET_OBJECTS:o> LINK x LABELS slow)");
   EXPECT_EQ(targets.at("x"), (std::set<std::string>{"y", "w"}));
-  EXPECT_EQ(targets.at("t"), (std::set<std::string>{"x"}));
-  EXPECT_EQ(get_link_closure(targets, "t"), (std::set<std::string>{"x", "y", "w", "v"}));
+  EXPECT_EQ(targets.at("t"), (std::set<std::string>{"o", "x"}));
+  EXPECT_EQ(get_link_closure(targets, "t"), (std::set<std::string>{"o", "x", "y", "w", "v"}));
 }
 
 TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {

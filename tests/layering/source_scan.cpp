@@ -83,6 +83,9 @@ class CodeBlanker {
   bool line_is_empty_ = true;
 };
 
+// A library that takes in the object files of another holds all of it, as if it linked it.
+constexpr std::string_view object_files = "$<TARGET_OBJECTS:";
+
 struct CMakeCommand {
   std::string name;
   std::vector<std::string> words;
@@ -156,7 +159,9 @@ ScanTargets find_targets(std::string_view text) {
     bool collects = links;
     for (std::size_t i = 1; i < command.words.size(); ++i) {
       const std::string& word = command.words[i];
-      if (is_keyword(word)) {
+      if (word.starts_with(object_files)) {
+        linked.insert(word.substr(object_files.size(), word.size() - object_files.size() - 1));
+      } else if (is_keyword(word)) {
         collects = links || (wrapped && word == "LINK") || (!wrapped && word == "ALIAS");
       } else if (collects) {
         linked.insert(word);
