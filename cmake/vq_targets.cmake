@@ -1,0 +1,28 @@
+# One CMake target a folder. The link lists repeat the layering table of docs/architecture.md.
+include_guard()
+find_package(Threads REQUIRED)
+
+# vq_add_library(NAME SOURCES a.cpp … LINK lower_library …): a shared library of the host or of vq_gas itself.
+function(vq_add_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} SHARED ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC ${ARG_LINK} Threads::Threads PRIVATE vq_options)
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/host)
+endfunction()
+
+# vq_add_program(NAME SOURCES a.cpp … LINK library …): a program under bin/.
+function(vq_add_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_options)
+endfunction()
+
+# vq_add_test(NAME SOURCES a.cpp … LINK library …): a GoogleTest program, run by ctest as one test.
+function(vq_add_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest_main vq_options)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  add_test(NAME ${name} COMMAND ${name})
+endfunction()

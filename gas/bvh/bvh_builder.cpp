@@ -1,0 +1,125 @@
+// The driver of a build, and the builder's instances: one per split strategy.
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <numeric>
+
+#include "gas/bvh/bvh_builder_impl.h"
+#include "gas/bvh/bvh_finalize.h"
+#include "vq_app_base/app_base.h"
+#include "vq_sys/sys_thread_manager.h"
+
+namespace {
+
+/// Sets up the records of `worker_count` threads and how their node indices are told apart.
+template <class Split>
+void init_workers(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, uint worker_count) {
+  build.workers.resize(worker_count);
+  const uint tag_bits = static_cast<uint>(std::bit_width(worker_count - 1));  // ceil(log2)
+  if (tag_bits > 0) {
+    build.tag_shift = 32 - tag_bits;
+    build.tag_mask = (u32{1} << build.tag_shift) - 1;
+    // ceil(log4(4 W)) levels give at least four tasks a thread
+    build.task_depth_limit = 1 + (tag_bits + 1) / 2;
+  }
+  for (uint worker = 0; worker < worker_count; ++worker) {
+    build.workers[worker].split_ctx = split_ctx;
+    build.workers[worker].tag = tag_bits > 0 ? worker << build.tag_shift : 0;
+  }
+}
+
+/// The threads that may take part: those of the progress bar's application, if the calling thread is one of them.
+SysThreadManager* find_threads(AppProgressBar* progress) {
+  if (progress == nullptr) return nullptr;
+  SysThreadManager& threads = progress->get_application().get_thread_manager();
+  const bool usable =
+      threads.get_thread_count() >= 2 && threads.get_index_of_current_thread() < threads.get_thread_count();
+  return usable ? &threads : nullptr;
+}
+
+template <class Split>
+bool finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root) {
+  std::vector<BvhBuildThreadPools*> pools;
+  for (BvhBuildThreadState<Split>& worker : build.workers) {
+    if (worker.out_of_memory) return false;
+    tree.max_depth = std::max(tree.max_depth, worker.max_depth);
+    pools.push_back(&worker);
+  }
+  if (root.is_leaf()) {
+    tree.root = root;
+    return true;
+  }
+  return bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, build.progress);
+}
+
+/// Runs the recursion from the root set, on the application's threads when there are enough items for them.
+template <class Split>
+bool build_nodes(GasBvh<4>& tree, const GasBvhSplitCtx& split_ctx, const GasBvhSplitSetGeom& root_set,
+                 const BvhBuildParams& params, AppProgressBar* progress, SysThreadManager* threads) {
+  BvhBuildCtx<Split> build;
+  build.quantization_depth = params.quantization_depth;
+  build.progress = progress;
+  BvhChildRef root;
+  const BvhBuildPlace place{&root, nullptr, 0};
+  if (progress != nullptr) {
+    progress->begin_task("Split items", 0.9);
+    progress->set_step_count(root_set.count);
+  }
+  if (threads != nullptr && root_set.count > bvh_task_items) {
+    SysThreadTaskManager tasks(*threads);
+    build.threads = threads;
+    build.tasks = &tasks;
+    init_workers(build, split_ctx, threads->get_thread_count());
+    BvhSubtreeBuilder<Split>(build, threads->get_index_of_current_thread()).build_subtree(place, 0, {}, root_set);
+    tasks.wait_until_completed(true);
+    build.tasks = nullptr;
+  } else {
+    init_workers(build, split_ctx, 1);
+    BvhSubtreeBuilder<Split>(build, 0).build_subtree(place, 0, {}, root_set);
+  }
+  if (progress != nullptr) progress->end_task();
+  return finalize(tree, build, root);
+}
+
+}  // namespace
+
+template <uint width>
+template <class Split>
+void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, uint count,
+                          const BvhBuildParams& params, AppProgressBar* progress) {
+  if (frozen) return;
+  clear();
+  parameter0 = params.item_cost;
+  parameter3 = params.quantization_depth;
+  if (!allocate_items(count, source.item_weights != nullptr)) return clear();
+  if (item_order != nullptr) {
+    std::copy_n(item_order, count, order);
+  } else {
+    std::iota(order, order + count, 0u);
+  }
+  if (item_words != nullptr) std::copy_n(source.item_weights, count, item_words);
+
+  GasBvhSplitCtx split_ctx = source;
+  split_ctx.order = order;
+  split_ctx.item_start = 0;
+  split_ctx.item_count = count;
+  split_ctx.max_leaf = std::clamp(params.max_leaf, 1u, 255u);
+  split_ctx.leaf_threshold = std::min(std::max(params.leaf_threshold, 1u), split_ctx.max_leaf);
+  split_ctx.item_cost = params.item_cost;
+
+  GasBvhSplitSetGeom root_set;
+  root_set.count = count;
+  SysThreadManager* threads = find_threads(progress);
+  root_set.box = split_ctx.compute_items_bbox(root_set, threads);
+  root_set.area = root_set.box.get_half_area();
+  split_ctx.item_box = root_set.box;
+  if (count <= split_ctx.leaf_threshold) {
+    root = {0, (count & BvhChildRef::count_mask) | BvhChildRef::leaf_bit};
+  } else if (!build_nodes<Split>(*this, split_ctx, root_set, params, progress, threads)) {
+    return clear();
+  }
+  box = root_set.box;
+}
+
+template void GasBvh<4>::build<GasBvhSplitAligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,
+                                                   AppProgressBar*);

@@ -1,0 +1,71 @@
+// gas/bvh/bvh_builder.h
+//
+// The state of one build. A split strategy cuts sets in two; the builder gathers up to three cuts into one four-wide
+// node, chooses its kind and goes on with its children, large ones as tasks of their own:
+//
+//   driver    order array, root box, threads         bvh_builder.cpp
+//   recursion item set -> node -> children           bvh_builder_impl.h
+//   finalize  thread pools -> three final arrays     bvh_finalize.h
+//
+// During the build a reference's index is local to the thread that made the node, with the thread's number in its top
+// bits (the tag), so that threads number their nodes without asking each other. Finalize replaces every such index.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "gas/bvh/bvh_node_pool.h"
+#include "gas/bvh/gas_bvh.h"
+#include "vq_gas_base/gas_bvh_split.h"
+#include "vq_sys/sys_thread_task.h"
+
+class AppProgressBar;
+class SysThreadManager;
+class SysThreadTaskManager;
+
+/// What one build thread owns. Never shared, so nothing here is locked.
+struct BvhBuildThreadPools {
+  BvhNodePool<BvhNodeAligned> aligned;
+  BvhNodePool<BvhNodeQuantized> quantized;
+  BvhNodePool<BvhNodeOriented> oriented;
+  u32 tag = 0;
+  uint task_count = 0;
+  uint max_depth = 0;
+  bool out_of_memory = false;
+};
+
+template <class Split>
+struct BvhBuildThreadState : BvhBuildThreadPools {
+  GasBvhSplitCtx split_ctx;
+  Split split;
+  std::vector<std::unique_ptr<SysThreadTask>> tasks;  ///< made by this thread, alive until the build ends
+};
+
+/// Where the reference to a subtree is to be written: the root, or one slot of the parent.
+struct BvhBuildPlace {
+  BvhChildRef* ref = nullptr;             ///< root, or slot of an aligned or oriented parent
+  BvhNodeQuantized* quantized = nullptr;  ///< else the parent, and
+  uint lane = 0;                          ///< its slot
+
+  void store(BvhChildRef value) const {
+    if (quantized != nullptr) {
+      quantized->set_child(lane, value);
+    } else {
+      *ref = value;
+    }
+  }
+};
+
+template <class Split>
+struct BvhBuildCtx {
+  SysThreadManager* threads = nullptr;    ///< null: everything on the calling thread
+  SysThreadTaskManager* tasks = nullptr;  ///< null: no tasks
+  std::vector<BvhBuildThreadState<Split>> workers;
+  uint tag_shift = 0;
+  u32 tag_mask = 0xFFFFFFFFu;
+  uint task_depth_limit = 0;
+  uint quantization_depth = 0;
+  AppProgressBar* progress = nullptr;
+};
+
+/// Sets above this many items hand their children to other threads: below it a task costs more than the split.
+inline constexpr uint bvh_task_items = 4096;

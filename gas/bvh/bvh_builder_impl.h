@@ -1,0 +1,184 @@
+// gas/bvh/bvh_builder_impl.h
+//
+// The recursion: one item set becomes one node, its parts become the node's children. Included only by the files that
+// instantiate it for a strategy.
+#pragma once
+#include <memory>
+#include <utility>
+
+#include "gas/bvh/bvh_builder.h"
+#include "gas/bvh/bvh_quantize.h"
+#include "vq_app_base/app_progress_bar.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+/// Passed down: may this subtree's aligned nodes be quantized, and is its parent quantized already?
+struct BvhBuildFlags {
+  bool may_quantize = true;
+  bool below_quantized = false;
+};
+
+/// Up to four sets that will become the children of one node.
+struct BvhChildSets {
+  GasBvhSplitSetGeom set[4];
+  uint count = 1;
+
+  /// The largest set that may still be split; the lowest lane among equals. 4 when there is none.
+  uint find_largest() const {
+    uint best = 4;
+    for (uint lane = 0; lane < count; ++lane) {
+      if (!set[lane].leaf && (best == 4 || set[lane].area > set[best].area)) best = lane;
+    }
+    return best;
+  }
+  /// By decreasing area, so that the lane order is the order of likely hits. Equal areas keep their order.
+  void sort_by_decreasing_area() {
+    for (uint lane = 1; lane < count; ++lane) {
+      for (uint at = lane; at > 0 && set[at].area > set[at - 1].area; --at) std::swap(set[at], set[at - 1]);
+    }
+  }
+};
+
+/// One large child subtree. The driver waits for the whole group, so `build` and the parent outlive every task.
+template <uint width>
+template <class Split>
+class GasBvh<width>::BuildTask final : public SysThreadTask {
+ public:
+  BuildTask(BvhBuildCtx<Split>& build, const BvhBuildPlace& place, uint depth, BvhBuildFlags pass,
+            const GasBvhSplitSetGeom& set)
+      : build_(build), place_(place), depth_(depth), pass_(pass), set_(set) {
+    flags = counted | for_waiter;
+  }
+  /// Touches worker `thread_index`'s own pools and one slot that no other task writes: no lock needed.
+  void run(const uint& thread_index) override;
+
+ private:
+  BvhBuildCtx<Split>& build_;
+  BvhBuildPlace place_;
+  uint depth_;
+  BvhBuildFlags pass_;
+  GasBvhSplitSetGeom set_;
+};
+
+template <class Split>
+class BvhSubtreeBuilder {
+ public:
+  BvhSubtreeBuilder(BvhBuildCtx<Split>& build, uint worker) : build_(build), worker_(build.workers[worker]) {}
+
+  /// Builds the subtree over `set` and stores its reference at `place`.
+  void build_subtree(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set) {
+    BvhChildSets children;
+    children.set[0] = set;
+    bool aligned = true;
+    if (set.leaf || !split_children(children, aligned, depth)) return store_leaf(place, set);
+    if (depth + 1 > worker_.max_depth) worker_.max_depth = depth + 1;
+    children.sort_by_decreasing_area();
+    if (is_quantized(depth, flags, set.box)) {
+      build_quantized(place, depth, set, children);
+    } else {
+      build_aligned(place, depth, set, children);
+    }
+  }
+
+ private:
+  /// Splits the set, then the largest part, until there are four or none will split. False when not even the set will.
+  bool split_children(BvhChildSets& children, bool& aligned, uint depth) {
+    SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
+    while (children.count < 4) {
+      const uint lane = children.find_largest();
+      if (lane == 4) break;
+      GasBvhSplitSetGeom left, right;
+      if (worker_.split.split(worker_.split_ctx, children.set[lane], left, right, aligned, threads)) {
+        left.leaf = left.count <= worker_.split_ctx.leaf_threshold;
+        right.leaf = right.count <= worker_.split_ctx.leaf_threshold;
+        children.set[lane] = left;
+        children.set[children.count++] = right;
+      } else {
+        children.set[lane].leaf = true;
+      }
+    }
+    return children.count > 1;
+  }
+
+  /// A frame near the end of the float range has no finite step, so nothing could be told apart in it: such a node
+  /// stays aligned, unless its parent is quantized already and so has a frame of finite step itself.
+  bool is_quantized(uint depth, BvhBuildFlags flags, const GMathBbox3<float>& frame) const {
+    if (depth + 1 < build_.quantization_depth || !flags.may_quantize) return false;
+    if (flags.below_quantized) return true;
+    constexpr float most = 1e37f;
+    for (uint axis = 0; axis < 3; ++axis) {
+      if (!(frame.min[axis] >= -most && frame.max[axis] <= most)) return false;
+    }
+    return true;
+  }
+
+  void store_leaf(const BvhBuildPlace& place, const GasBvhSplitSetGeom& set) {
+    place.store({set.first, (set.count & BvhChildRef::count_mask) | BvhChildRef::leaf_bit});
+    if (build_.progress != nullptr) build_.progress->step(set.first + set.count);
+  }
+
+  /// Takes a node from this thread's pool and stores its tagged reference. Null, and a leaf, without memory.
+  template <class Node>
+  Node* new_node(BvhNodePool<Node>& pool, u32 kind_bit, uint child_count, const BvhBuildPlace& place,
+                 const GasBvhSplitSetGeom& set) {
+    const u32 index = pool.get_count();
+    Node* node = index <= build_.tag_mask ? pool.add() : nullptr;
+    if (node == nullptr) {
+      worker_.out_of_memory = true;
+      store_leaf(place, set);
+      return nullptr;
+    }
+    place.store({index | worker_.tag, child_count | kind_bit});
+    return node;
+  }
+
+  void build_aligned(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
+    BvhNodeAligned* node = new_node(worker_.aligned, 0, children.count, place, set);
+    if (node == nullptr) return;
+    for (uint lane = 0; lane < 4; ++lane) {
+      node->lanes.set_lane(lane, lane < children.count ? children.set[lane].box : GMathBbox3<float>());
+      node->child[lane] = {};
+    }
+    for (uint lane = 0; lane < children.count; ++lane)
+      build_child({&node->child[lane], nullptr, 0}, depth, {true, false}, set, children.set[lane]);
+  }
+
+  /// Each child's box is replaced by the one that decoding gives, so that everything built inside it sees the box that
+  /// a ray will see.
+  void build_quantized(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
+    BvhNodeQuantized* node = new_node(worker_.quantized, BvhChildRef::quantized_bit, children.count, place, set);
+    if (node == nullptr) return;
+    for (uint lane = 0; lane < 4; ++lane) {
+      node->set_child(lane, {});
+      if (lane < children.count) {
+        children.set[lane].box = bvh_quantize_lane(set.box, children.set[lane].box, lane, node->lanes.planes);
+      } else {
+        bvh_clear_lane(lane, node->lanes.planes);
+      }
+    }
+    for (uint lane = 0; lane < children.count; ++lane)
+      build_child({nullptr, node, lane}, depth, {true, true}, set, children.set[lane]);
+  }
+
+  /// In place, or as a task when the parent's set is large. A task never waits for its children.
+  void build_child(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& parent,
+                   const GasBvhSplitSetGeom& child) {
+    using Task = typename GasBvh<4>::template BuildTask<Split>;
+    if (build_.tasks != nullptr && parent.count > bvh_task_items && depth < build_.task_depth_limit) {
+      worker_.tasks.push_back(std::make_unique<Task>(build_, place, depth + 1, flags, child));
+      build_.tasks->add_task(worker_.tasks.back().get());
+    } else {
+      build_subtree(place, depth + 1, flags, child);
+    }
+  }
+
+  BvhBuildCtx<Split>& build_;
+  BvhBuildThreadState<Split>& worker_;
+};
+
+template <uint width>
+template <class Split>
+void GasBvh<width>::BuildTask<Split>::run(const uint& thread_index) {
+  ++build_.workers[thread_index].task_count;
+  BvhSubtreeBuilder<Split>(build_, thread_index).build_subtree(place_, depth_, pass_, set_);
+}

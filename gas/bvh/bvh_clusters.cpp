@@ -1,0 +1,204 @@
+#include "gas/bvh/bvh_clusters.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <vector>
+
+#include "gas/bvh/bvh_kernel.h"
+
+namespace {
+
+constexpr float min_share = 0.001f;   // of the root: smaller subtrees are not cut any further
+constexpr float max_coverage = 0.7f;  // children that fill their parent this much make it stay whole
+
+/// Volume and face areas of a box, inverted extents counting as 0: the measures by which boxes are compared.
+struct Measures {
+  float value[4];  ///< volume, then the faces xy, yz, xz
+
+  explicit Measures(const GMathBbox3<float>& box) {
+    const float x = std::max(box.max.x - box.min.x, 0.0f);
+    const float y = std::max(box.max.y - box.min.y, 0.0f);
+    const float z = std::max(box.max.z - box.min.z, 0.0f);
+    value[0] = x * y * z;
+    value[1] = x * y;
+    value[2] = y * z;
+    value[3] = x * z;
+  }
+};
+
+/// Smallest of part / whole over the measures in which the whole is not 0. A whole without volume counts as filled.
+float get_smallest_ratio(const float (&part)[4], const Measures& whole) {
+  float smallest = whole.value[0] > 0.0f ? part[0] / whole.value[0] : 1.0f;
+  for (uint k = 1; k < 4; ++k) {
+    if (whole.value[k] > 0.0f) smallest = std::min(smallest, part[k] / whole.value[k]);
+  }
+  return smallest;
+}
+
+GMathBbox3<float> intersect(const GMathBbox3<float>& a, const GMathBbox3<float>& b) {
+  GMathBbox3<float> out;
+  for (uint axis = 0; axis < 3; ++axis) {
+    out.min[axis] = std::max(a.min[axis], b.min[axis]);
+    out.max[axis] = std::min(a.max[axis], b.max[axis]);
+  }
+  return out;
+}
+
+/// Measures of the union of four boxes, by inclusion and exclusion over their fifteen intersections.
+void measure_union(const GMathBbox3<float> (&box)[4], float (&sum)[4]) {
+  std::fill(std::begin(sum), std::end(sum), 0.0f);
+  for (uint subset_size = 1; subset_size <= 4; ++subset_size) {
+    for (uint subset = 1; subset < 16; ++subset) {
+      if (static_cast<uint>(std::popcount(subset)) != subset_size) continue;
+      GMathBbox3<float> common = box[std::countr_zero(subset)];
+      for (uint lane = 0; lane < 4; ++lane) {
+        if (subset >> lane & 1u) common = intersect(common, box[lane]);
+      }
+      const Measures measures(common);
+      for (uint k = 0; k < 4; ++k) sum[k] += subset_size % 2 == 1 ? measures.value[k] : -measures.value[k];
+    }
+  }
+}
+
+class Clustering {
+ public:
+  Clustering(const GasBvh<4>& tree, uint count, CoreVector<void*>& out) : tree_(tree), root_(tree.box), out_(out) {
+    // In single precision: in double the logarithms of 16, 64, 1024 come out just below the whole number.
+    if (count >= 4) max_depth_ = static_cast<uint>(std::log(static_cast<float>(count)) * 0.7213475f);
+  }
+
+  void run() {
+    const bool expanded =
+        tree_.root.get_kind() == BvhKind::aligned && max_depth_ > 0 && expand(tree_.root, tree_.box, 0);
+    if (!expanded) out_.add(nullptr);
+  }
+
+ private:
+  /// Appends handles that cover the node, or says that it should stay whole.
+  bool expand(BvhChildRef ref, const GMathBbox3<float>& box, uint depth) {
+    const BvhNodeAligned& node = tree_.aligned[ref.index];
+    uint expanded = 0;
+    for (uint lane = 0; lane < ref.get_count(); ++lane) {
+      const GMathBbox3<float> child = node.lanes.get_lane(lane);
+      if (is_worth_expanding(node.child[lane], child, depth + 1) && expand(node.child[lane], child, depth + 1))
+        expanded |= 1u << lane;
+    }
+    if (expanded == 0 && get_coverage(node, box) >= max_coverage) return false;
+    for (uint lane = 0; lane < ref.get_count(); ++lane) {
+      if (expanded >> lane & 1u) continue;
+      const u64 handle = BvhClusterHandle::make(ref.index, lane, expanded != 0);
+      out_.add(std::bit_cast<void*>(handle));
+    }
+    return true;
+  }
+
+  bool is_worth_expanding(BvhChildRef child, const GMathBbox3<float>& box, uint depth) const {
+    return child.get_kind() == BvhKind::aligned && depth < max_depth_ &&
+           get_smallest_ratio(Measures(box).value, root_) >= min_share;
+  }
+
+  static float get_coverage(const BvhNodeAligned& node, const GMathBbox3<float>& box) {
+    GMathBbox3<float> lanes[4];
+    for (uint lane = 0; lane < 4; ++lane) lanes[lane] = node.lanes.get_lane(lane);
+    float filled[4];
+    measure_union(lanes, filled);
+    return get_smallest_ratio(filled, Measures(box));
+  }
+
+  const GasBvh<4>& tree_;
+  const Measures root_;
+  CoreVector<void*>& out_;
+  uint max_depth_ = 0;
+};
+
+/// Weights of all subtrees, filled from the leaves up: a child's index is above its parent's of the same kind, but
+/// kinds may alternate, so the order comes from a walk.
+class SubtreeWeights {
+ public:
+  explicit SubtreeWeights(const GasBvh<4>& tree)
+      : tree_(tree), aligned_(tree.aligned_count), quantized_(tree.quantized_count), oriented_(tree.oriented_count) {
+    std::vector<BvhChildRef> order;
+    if (!tree.root.is_leaf()) order.push_back(tree.root);
+    for (std::size_t at = 0; at < order.size(); ++at) {
+      for (uint lane = 0; lane < order[at].get_count(); ++lane) {
+        const BvhChildRef child = get_child(order[at], lane);
+        if (!child.is_leaf()) order.push_back(child);
+      }
+    }
+    while (!order.empty()) {
+      const BvhChildRef node = order.back();
+      order.pop_back();
+      float sum = 0.0f;
+      for (uint lane = 0; lane < node.get_count(); ++lane) sum += get(get_child(node, lane));
+      get_entry(node) = sum;
+    }
+  }
+
+  float get(BvhChildRef ref) {
+    if (ref.get_count() == 0) return 0.0f;
+    if (!ref.is_leaf()) return get_entry(ref);
+    if (tree_.item_words == nullptr) return static_cast<float>(ref.get_count()) * tree_.parameter0;
+    float sum = 0.0f;
+    for (uint k = 0; k < ref.get_count(); ++k)
+      sum += std::bit_cast<float>(tree_.item_words[tree_.order[ref.index + k]]);
+    return sum;
+  }
+
+ private:
+  BvhChildRef get_child(BvhChildRef ref, uint lane) const {
+    switch (ref.get_kind()) {
+      case BvhKind::aligned:
+        return tree_.aligned[ref.index].child[lane];
+      case BvhKind::quantized:
+        return tree_.quantized[ref.index].get_child(lane);
+      default:
+        return tree_.oriented[ref.index].child[lane];
+    }
+  }
+  float& get_entry(BvhChildRef ref) {
+    switch (ref.get_kind()) {
+      case BvhKind::aligned:
+        return aligned_[ref.index];
+      case BvhKind::quantized:
+        return quantized_[ref.index];
+      default:
+        return oriented_[ref.index];
+    }
+  }
+
+  const GasBvh<4>& tree_;
+  std::vector<float> aligned_, quantized_, oriented_;
+};
+
+}  // namespace
+
+void bvh_get_clusters(const GasBvh<4>& tree, uint count, CoreVector<void*>& clusters) {
+  if (!tree.is_empty()) Clustering(tree, count, clusters).run();
+}
+
+void bvh_get_clusters_bboxes(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) {
+  for (uint k = 0; k < clusters.get_count(); ++k) {
+    const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
+    boxes[k] = start.ref.is_empty() ? GMathBbox3<float>() : start.box;
+  }
+}
+
+void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& motion, uint first, uint second,
+                                float fraction, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) {
+  const auto get_box = [&](const BvhStart& start, uint sample) {
+    if (start.is_root) return motion.get_bbox(sample);
+    return motion.get_aligned(start.node, sample).get_lane(start.lane);
+  };
+  for (uint k = 0; k < clusters.get_count(); ++k) {
+    const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
+    boxes[k] = start.ref.is_empty() ? GMathBbox3<float>()
+                                    : bvh_blend_boxes(get_box(start, first), get_box(start, second), fraction);
+  }
+}
+
+void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights) {
+  SubtreeWeights subtrees(tree);
+  for (uint k = 0; k < clusters.get_count(); ++k)
+    weights[k] = subtrees.get(bvh_find_start(tree, std::bit_cast<u64>(clusters[k])).ref);
+}

@@ -1,0 +1,122 @@
+// Query set-up around the traversal loop, and every instance of the loop.
+#include "gas/bvh/bvh_kernel.h"
+
+#include "gas/bvh/bvh_kernel_impl.h"
+#include "vq_ctx/ctx_shader.h"
+#include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_object.h"
+#include "vq_module/ctx_helpers.h"
+
+namespace {
+
+bool wants_wireframe_filter(const GeometryRaytraceCtx& query) {
+  if (query.geometry == nullptr || query.geometry->get_render_mode() != GeometryObject::render_mode_wireframe)
+    return false;
+  const GeometryIntersectionPathElement* entry = query.path != nullptr ? query.path->get_last() : nullptr;
+  const GeometryOverride* replaced = entry != nullptr ? entry->geometry_override : nullptr;
+  const bool overridden = replaced != nullptr && replaced->has_render_mode &&
+                          replaced->render_mode != GeometryObject::render_mode_wireframe;
+  return !overridden && !query.has_filter(CtxHelpers::filter_wireframes_callback);
+}
+
+/// Filters what lies between a wireframe's edges for as long as it lives.
+class WireframeScope {
+ public:
+  WireframeScope(GeometryRaytraceCtx& query, BvhHits hits)
+      : query_(query),
+        pushed_(wants_wireframe_filter(query) &&
+                query.push_filter({CtxHelpers::filter_wireframes_callback, 0.8, 0.5,
+                                   static_cast<u8>(hits == BvhHits::nearest ? 1 : 0), nullptr})) {}
+  ~WireframeScope() {
+    if (pushed_) query_.pop_filter();
+  }
+  WireframeScope(const WireframeScope&) = delete;
+  WireframeScope& operator=(const WireframeScope&) = delete;
+
+ private:
+  GeometryRaytraceCtx& query_;
+  bool pushed_;
+};
+
+/// The thread's traversal scratch, for as long as it lives.
+class ScratchScope {
+ public:
+  explicit ScratchScope(CtxShader& shader) : shader_(shader), scratch_(shader.new_gas_traversal()) {}
+  ~ScratchScope() { shader_.free_gas_traversal(scratch_); }
+  ScratchScope(const ScratchScope&) = delete;
+  ScratchScope& operator=(const ScratchScope&) = delete;
+  void* reserve(std::size_t bytes) { return scratch_.reserve(bytes); }
+
+ private:
+  CtxShader& shader_;
+  CtxGasTraversal& scratch_;
+};
+
+void call_start_leaf(const BvhTarget& target, BvhHits hits, BvhChildRef leaf, const CtxEval& ctx, CtxShader& shader,
+                     GeometryRaytraceCtx& query) {
+  CoreBasicArray<uint> range;
+  range.set_view(target.tree.order + leaf.index, leaf.get_count());
+  const BvhRayLeafFunction function = hits == BvhHits::nearest ? target.leaf.nearest : target.leaf.ray;
+  function(ctx, shader, query, range, target.leaf.ray_user);
+}
+
+template <BvhHits hits, BvhTime time, BvhVisits visits>
+void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
+                   GeometryRaytraceCtx& query) {
+  using Traversal = BvhTraversal<hits, time, visits>;
+  ScratchScope scratch(shader);
+  // Each level pops one entry and pushes at most three.
+  const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 1;
+  auto* stack = static_cast<typename Traversal::Entry*>(scratch.reserve(capacity * sizeof(typename Traversal::Entry)));
+  Traversal traversal(target, ctx, shader, query, stack);
+  const uint first = query.first_ray, last = query.last_ray;
+  for (uint ray = first; ray <= last && ray != core_invalid_index; ++ray) traversal.traverse_ray(start, ray);
+  query.first_ray = first;
+  query.last_ray = last;
+}
+
+template <BvhHits hits, BvhTime time>
+void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
+                   GeometryRaytraceCtx& query) {
+  if (query.visits != nullptr) {
+    traverse_rays<hits, time, BvhVisits::counted>(target, start, ctx, shader, query);
+  } else {
+    traverse_rays<hits, time, BvhVisits::uncounted>(target, start, ctx, shader, query);
+  }
+}
+
+}  // namespace
+
+BvhStart bvh_find_start(const GasBvh<4>& tree, u64 cluster) {
+  BvhStart start{tree.root, tree.box};
+  if (!BvhClusterHandle::is_tagged(cluster)) return start;
+  start.is_root = false;
+  start.node = BvhClusterHandle::get_node(cluster);
+  start.lane = BvhClusterHandle::get_lane(cluster);
+  if (start.node >= tree.aligned_count || start.lane >= 4) {
+    start.ref = {};
+    return start;
+  }
+  start.ref = tree.aligned[start.node].child[start.lane];
+  start.box = tree.aligned[start.node].lanes.get_lane(start.lane);
+  return start;
+}
+
+template <BvhHits hits>
+void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {
+  if (target.base_geometry != nullptr) query.geometry = target.base_geometry;
+  query.counter = 0;
+  const WireframeScope wireframes(query, hits);
+  if (target.tree.is_empty() || query.ray_count == 0) return;
+  const BvhStart start = bvh_find_start(target.tree, query.cluster);
+  if (start.ref.is_empty()) return;
+  if (start.ref.is_leaf()) return call_start_leaf(target, hits, start.ref, ctx, shader, query);
+  if (target.motion != nullptr && query.spans != nullptr) {
+    traverse_rays<hits, BvhTime::moving>(target, start, ctx, shader, query);
+  } else {
+    traverse_rays<hits, BvhTime::still>(target, start, ctx, shader, query);
+  }
+}
+
+template void bvh_ray_hit<BvhHits::all>(const BvhTarget&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
+template void bvh_ray_hit<BvhHits::nearest>(const BvhTarget&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);

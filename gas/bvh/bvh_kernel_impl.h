@@ -1,0 +1,385 @@
+// gas/bvh/bvh_kernel_impl.h
+//
+// The traversal loop and its steps. Included by bvh_kernel.cpp, which instantiates every variant once.
+//
+//   traverse_ray      pops what waits, nearest on top
+//     descend         from node to nearest hit child, down to a leaf
+//       load_lanes    near and far planes of four children: as stored, decoded from 8 bits, or blended in time
+//       test_lanes    four slab tests at once
+//       take_nearest  orders the hit children; the others wait on the stack
+//     visit_leaf      the structure's leaf function
+//
+// The loop is bound by the latency of these dependent steps and by mispredicted branches, then by cache misses; hence
+// planes picked by an offset per axis rather than by a blend, the pair of hit children ordered without a branch, and
+// children prefetched as soon as they are known to be hit.
+#pragma once
+#include <algorithm>
+#include <bit>
+
+#include "gas/bvh/bvh_kernel.h"
+#include "gas/bvh/bvh_quantize.h"
+#include "vq_geometry/geometry_raytrace_ctx.h"
+#include "vq_simd/simd_float.h"
+
+enum class BvhTime { still, moving };
+enum class BvhVisits { uncounted, counted };
+
+/// A child that waits for its turn. Its box matters only to quantized nodes, which are decoded against it; a moving ray
+/// needs it at both samples, because 8-bit planes of different frames cannot be blended before they are decoded.
+template <BvhTime time>
+struct BvhStackEntry {
+  BvhChildRef ref;
+  GMathBbox3<float> box[time == BvhTime::moving ? 2 : 1];
+  float distance;
+};
+static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
+
+/// One ray in single precision, as the node test wants it.
+struct BvhRay {
+  SimdF origin[3], inverse[3];
+  SimdF t_near, t_far;
+  uint near_plane[3], far_plane[3];  ///< which of the six planes the ray meets first and last, per axis
+  uint sample[2];                    ///< moving: the two motion samples around the ray's time
+  SimdF sample_weight[2];            ///< moving: their shares
+};
+
+/// Planes of four boxes in the order in which the ray meets them.
+struct BvhLanes {
+  SimdF near[3], far[3];
+  SimdF min_x, max_x;
+};
+
+inline float bvh_clamp_limit(double limit) {
+  const float rounded = static_cast<float>(limit);
+  return rounded < FLT_MAX ? rounded : FLT_MAX;
+}
+
+template <BvhTime time>
+inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, double limit) {
+  const GMathBasicRay<double>& record = query.get_ray(ray);
+  BvhRay out;
+  const double origin[3] = {record.origin.x, record.origin.y, record.origin.z};
+  const double inverse[3] = {record.inverse.x, record.inverse.y, record.inverse.z};
+  for (uint axis = 0; axis < 3; ++axis) {
+    out.origin[axis] = SimdF(static_cast<float>(origin[axis]));
+    out.inverse[axis] = SimdF(static_cast<float>(inverse[axis]));
+    out.near_plane[axis] = 2 * axis + record.negative[axis];
+    out.far_plane[axis] = 2 * axis + 1 - record.negative[axis];
+  }
+  out.t_near = SimdF(static_cast<float>(query.get_tnear(ray)));
+  out.t_far = SimdF(bvh_clamp_limit(limit));
+  if constexpr (time == BvhTime::moving) {
+    const GeometryRaySpan& span = query.spans[ray];
+    const float fraction = static_cast<float>(span.fraction);
+    out.sample[0] = span.first;
+    out.sample[1] = span.second;
+    out.sample_weight[0] = SimdF(1.0f - fraction);
+    out.sample_weight[1] = SimdF(fraction);
+  }
+  return out;
+}
+
+/// Planes as floats, from a node or from a block of motion samples.
+inline BvhLanes bvh_pick_planes(const float (&planes)[6][4], const BvhRay& ray) {
+  BvhLanes lanes;
+  for (uint axis = 0; axis < 3; ++axis) {
+    lanes.near[axis] = SimdF::load(planes[ray.near_plane[axis]]);
+    lanes.far[axis] = SimdF::load(planes[ray.far_plane[axis]]);
+  }
+  lanes.min_x = SimdF::load(planes[0]);
+  lanes.max_x = SimdF::load(planes[1]);
+  return lanes;
+}
+
+/// Planes in 8 bits, decoded against the frame that the parent's lane box is.
+inline BvhLanes bvh_decode_planes(const u8 (&planes)[6][4], const GMathBbox3<float>& frame, const BvhRay& ray) {
+  BvhLanes lanes;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const SimdF first(frame.min[axis]);
+    const SimdF step((frame.max[axis] - frame.min[axis]) * bvh_quantum);
+    lanes.near[axis] = first + SimdF::load_bytes(planes[ray.near_plane[axis]]) * step;
+    lanes.far[axis] = first + SimdF::load_bytes(planes[ray.far_plane[axis]]) * step;
+  }
+  const bool x_is_negative = ray.near_plane[0] != 0;
+  lanes.min_x = x_is_negative ? lanes.far[0] : lanes.near[0];
+  lanes.max_x = x_is_negative ? lanes.near[0] : lanes.far[0];
+  return lanes;
+}
+
+inline SimdF bvh_blend(const SimdF& a, const SimdF& b, const BvhRay& ray) {
+  return ray.sample_weight[0] * a + ray.sample_weight[1] * b;
+}
+
+inline BvhLanes bvh_blend_lanes(const BvhLanes& a, const BvhLanes& b, const BvhRay& ray) {
+  BvhLanes lanes;
+  for (uint axis = 0; axis < 3; ++axis) {
+    lanes.near[axis] = bvh_blend(a.near[axis], b.near[axis], ray);
+    lanes.far[axis] = bvh_blend(a.far[axis], b.far[axis], ray);
+  }
+  lanes.min_x = bvh_blend(a.min_x, b.min_x, ray);
+  lanes.max_x = bvh_blend(a.max_x, b.max_x, ray);
+  return lanes;
+}
+
+/// Slab test (Kay, Kajiya 1986) of one ray against four boxes. Writes the entry distance of each lane, in units of the
+/// ray's direction, and returns a bit per hit lane.
+inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry) {
+  // A ray lying in a slab plane gives 0 * inf = NaN; SimdF's min and max return their second operand on NaN, so the
+  // running bound stands second and the ray counts as inside that slab.
+  entry = ray.t_near;
+  SimdF exit = ray.t_far;
+  for (uint axis = 0; axis < 3; ++axis) {
+    entry = max((box.near[axis] - ray.origin[axis]) * ray.inverse[axis], entry);
+    exit = min((box.far[axis] - ray.origin[axis]) * ray.inverse[axis], exit);
+  }
+  // Only a NaN ray needs the second term: it passes every slab, and an unused lane would lead it back to node 0.
+  return ((entry <= exit) & (box.min_x <= box.max_x)).get_bits();
+}
+
+/// Where the memory of a reference lies, by its three kind bits: base, bytes per index.
+struct BvhPrefetchTable {
+  struct Row {
+    std::uintptr_t base;
+    std::size_t stride;
+  };
+  Row rows[8];
+
+  explicit BvhPrefetchTable(const GasBvh<4>& tree) {
+    const auto address = [](const void* array) { return reinterpret_cast<std::uintptr_t>(array); };
+    for (uint bits = 0; bits < 8; ++bits) {
+      const BvhChildRef ref{0, bits << 8};
+      switch (ref.get_kind()) {
+        case BvhKind::aligned:
+          rows[bits] = {address(tree.aligned), sizeof(BvhNodeAligned)};
+          break;
+        case BvhKind::quantized:
+          rows[bits] = {address(tree.quantized), sizeof(BvhNodeQuantized)};
+          break;
+        case BvhKind::oriented:
+          rows[bits] = {address(tree.oriented), sizeof(BvhNodeOriented)};
+          break;
+        case BvhKind::leaf:
+          rows[bits] = {address(tree.order), sizeof(u32)};
+          break;
+      }
+    }
+  }
+  /// The first two cache lines: a whole aligned node, both halves of a quantized one, a leaf's first item.
+  void prefetch(BvhChildRef ref) const {
+    const Row& row = rows[ref.word >> 8 & 7];
+    const std::uintptr_t at = row.base + ref.index * row.stride;
+    simd_prefetch(at);
+    simd_prefetch(at + (ref.word & BvhChildRef::quantized_bit ? 32 : 64));
+  }
+};
+
+template <BvhHits hits, BvhTime time, BvhVisits visits>
+class BvhTraversal {
+ public:
+  using Entry = BvhStackEntry<time>;
+
+  BvhTraversal(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, Entry* stack)
+      : tree_(target.tree),
+        motion_(target.motion),
+        prefetch_(target.tree),
+        leaf_function_(hits == BvhHits::nearest ? target.leaf.nearest : target.leaf.ray),
+        leaf_user_(target.leaf.ray_user),
+        ctx_(ctx),
+        shader_(shader),
+        query_(query),
+        stack_(stack) {}
+
+  /// Walks ray `ray` from `start`, which is a node.
+  void traverse_ray(const BvhStart& start, uint ray) {
+    query_.first_ray = query_.last_ray = ray;
+    BvhRay r = bvh_load_ray<time>(query_, ray, query_.get_limit(ray));
+    float limit = bvh_clamp_limit(query_.get_limit(ray));
+    Entry at = make_start(start, r);
+    top_ = stack_;
+    for (;;) {
+      if (descend(r, at)) {
+        if (!visit_leaf(at.ref, ray)) return;
+        if constexpr (hits == BvhHits::nearest) {
+          limit = bvh_clamp_limit(query_.map->get_path(ray).distance);
+          r.t_far = SimdF(limit);
+        }
+      }
+      do {
+        if (top_ == stack_) return;
+        --top_;
+      } while (hits == BvhHits::nearest && top_->distance > limit);
+      at = *top_;
+    }
+  }
+
+ private:
+  Entry make_start(const BvhStart& start, const BvhRay& ray) const {
+    Entry at;
+    at.ref = start.ref;
+    at.distance = 0.0f;
+    if constexpr (time == BvhTime::still) {
+      at.box[0] = start.box;
+    } else {
+      for (uint k = 0; k < 2; ++k)
+        at.box[k] = start.is_root ? motion_->get_bbox(ray.sample[k])
+                                  : motion_->get_aligned(start.node, ray.sample[k]).get_lane(start.lane);
+    }
+    return at;
+  }
+
+  /// Follows the nearest hit child down to a leaf; its siblings wait on the stack. False when a node's children are all
+  /// missed.
+  bool descend(const BvhRay& ray, Entry& at) {
+    for (;;) {
+      // Leaf, quantized or neither: the two bits that tell them apart, tested aligned first, as most nodes are.
+      const u32 kind = at.ref.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
+      if (kind == 0) {
+        if (!step_aligned(ray, at)) return false;
+      } else if (kind & BvhChildRef::leaf_bit) {
+        return true;
+      } else {
+        if (!step_quantized(ray, at)) return false;
+      }
+    }
+  }
+
+  bool step_aligned(const BvhRay& ray, Entry& at) {
+    count_node();
+    const u32 index = at.ref.index;
+    const BvhNodeAligned& node = tree_.aligned[index];
+    SimdF entry;
+    uint mask;
+    if constexpr (time == BvhTime::still) {
+      mask = bvh_test_lanes(bvh_pick_planes(node.lanes.planes, ray), ray, entry);
+    } else {
+      const BvhLanes a = bvh_pick_planes(motion_->get_aligned(index, ray.sample[0]).planes, ray);
+      const BvhLanes b = bvh_pick_planes(motion_->get_aligned(index, ray.sample[1]).planes, ray);
+      mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
+    }
+    const auto get_child = [&](uint lane) { return node.child[lane]; };
+    const auto write_box = [&](Entry& to, uint lane) {
+      if (!(to.ref.word & BvhChildRef::quantized_bit)) return;
+      if constexpr (time == BvhTime::still) {
+        to.box[0] = node.lanes.get_lane(lane);
+      } else {
+        for (uint k = 0; k < 2; ++k) to.box[k] = motion_->get_aligned(index, ray.sample[k]).get_lane(lane);
+      }
+    };
+    return take_nearest(mask, entry, at, get_child, write_box);
+  }
+
+  bool step_quantized(const BvhRay& ray, Entry& at) {
+    count_node();
+    const u32 index = at.ref.index;
+    const BvhNodeQuantized& node = tree_.quantized[index];
+    const uint used_lanes = (1u << at.ref.get_count()) - 1;  // in a flat frame an unused lane decodes to a point
+    SimdF entry;
+    uint mask;
+    if constexpr (time == BvhTime::still) {
+      mask = bvh_test_lanes(bvh_decode_planes(node.lanes.planes, at.box[0], ray), ray, entry);
+    } else {
+      const BvhLanes a = bvh_decode_planes(motion_->get_quantized(index, ray.sample[0]).planes, at.box[0], ray);
+      const BvhLanes b = bvh_decode_planes(motion_->get_quantized(index, ray.sample[1]).planes, at.box[1], ray);
+      mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
+    }
+    const auto get_child = [&](uint lane) { return node.get_child(lane); };
+    // The child's frame is decoded from this node's own, which `at` still holds while siblings are pushed.
+    GMathBbox3<float> frame[time == BvhTime::still ? 1 : 2];
+    std::copy(std::begin(at.box), std::end(at.box), frame);
+    const auto write_box = [&](Entry& to, uint lane) {
+      if (!(to.ref.word & BvhChildRef::quantized_bit)) return;
+      if constexpr (time == BvhTime::still) {
+        to.box[0] = bvh_decode_lane(frame[0], node.lanes.planes, lane);
+      } else {
+        for (uint k = 0; k < 2; ++k)
+          to.box[k] = bvh_decode_lane(frame[k], motion_->get_quantized(index, ray.sample[k]).planes, lane);
+      }
+    };
+    return take_nearest(mask & used_lanes, entry, at, get_child, write_box);
+  }
+
+  /// Makes the nearest hit child the current one and pushes the others, nearest on top. Equal distances: the higher
+  /// lane first. False when none is hit.
+  template <class GetChild, class WriteBox>
+  bool take_nearest(uint mask, const SimdF& entry, Entry& at, const GetChild& get_child, const WriteBox& write_box) {
+    if (mask == 0) return false;
+    const uint first = static_cast<uint>(std::countr_zero(mask));
+    mask &= mask - 1;
+    if (mask == 0) {
+      at.ref = get_child(first);
+      prefetch_.prefetch(at.ref);
+      write_box(at, first);
+      return true;
+    }
+    alignas(16) float distance[4];
+    entry.store(distance);
+    const uint second = static_cast<uint>(std::countr_zero(mask));
+    mask &= mask - 1;
+    if (mask == 0) {
+      // The pair is by far the most frequent case with a choice, and which one is nearer is a coin toss: no branch.
+      const bool first_is_nearer = distance[first] < distance[second];
+      const uint nearer = first_is_nearer ? first : second;
+      const uint farther = first ^ second ^ nearer;
+      push(farther, distance, get_child, write_box);
+      at.ref = get_child(nearer);
+      prefetch_.prefetch(at.ref);
+      write_box(at, nearer);
+      return true;
+    }
+    return take_nearest_of_many(first, second, mask, distance, at, get_child, write_box);
+  }
+
+  /// Three or four hit children, by insertion into a list ordered from far to near.
+  template <class GetChild, class WriteBox>
+  bool take_nearest_of_many(uint first, uint second, uint rest, const float (&distance)[4], Entry& at,
+                            const GetChild& get_child, const WriteBox& write_box) {
+    uint order[4] = {first, second, 0, 0};
+    if (distance[first] < distance[second]) std::swap(order[0], order[1]);
+    uint count = 2;
+    for (; rest != 0; rest &= rest - 1) {
+      const uint lane = static_cast<uint>(std::countr_zero(rest));
+      uint place = count++;
+      for (; place > 0 && distance[order[place - 1]] < distance[lane]; --place) order[place] = order[place - 1];
+      order[place] = lane;
+    }
+    for (uint k = 0; k + 1 < count; ++k) push(order[k], distance, get_child, write_box);
+    at.ref = get_child(order[count - 1]);
+    prefetch_.prefetch(at.ref);
+    write_box(at, order[count - 1]);
+    return true;
+  }
+
+  /// The stack was sized from the tree's depth, so there is always room.
+  template <class GetChild, class WriteBox>
+  void push(uint lane, const float (&distance)[4], const GetChild& get_child, const WriteBox& write_box) {
+    Entry& to = *top_++;
+    to.ref = get_child(lane);
+    prefetch_.prefetch(to.ref);
+    write_box(to, lane);
+    to.distance = distance[lane];
+  }
+
+  /// False when the ray has seen enough.
+  bool visit_leaf(BvhChildRef leaf, uint ray) {
+    if constexpr (visits == BvhVisits::counted) ++query_.visits[ray].leaves;
+    range_.set_view(tree_.order + leaf.index, leaf.get_count());
+    leaf_function_(ctx_, shader_, query_, range_, leaf_user_);
+    return hits == BvhHits::nearest || !query_.is_stopped(ray);
+  }
+
+  void count_node() {
+    if constexpr (visits == BvhVisits::counted) ++query_.visits[query_.first_ray].nodes;
+  }
+
+  const GasBvh<4>& tree_;
+  const GasBvhMotion<4>* motion_;
+  BvhPrefetchTable prefetch_;
+  BvhRayLeafFunction leaf_function_;
+  void* leaf_user_;
+  const CtxEval& ctx_;
+  CtxShader& shader_;
+  GeometryRaytraceCtx& query_;
+  Entry* stack_;
+  Entry* top_ = nullptr;
+  CoreBasicArray<uint> range_;
+};

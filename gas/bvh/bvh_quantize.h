@@ -1,0 +1,58 @@
+// gas/bvh/bvh_quantize.h
+//
+// 8-bit boxes. Builder, refit and kernels must decode the same bits, so they share these functions and are compiled
+// without fused multiply-add. The step is extent * 0.003921569f, not extent / 255: the product is what all three use.
+#pragma once
+#include <cmath>
+
+#include "gas/bvh/bvh_layout.h"
+
+inline constexpr float bvh_quantum = 0.003921569f;  ///< 1 / 255
+
+/// The plane that byte `q` stands for in a frame that begins at `frame_min` and is `extent` wide.
+inline float bvh_decode_plane(float frame_min, float extent, u8 q) {
+  return frame_min + static_cast<float>(q) * (extent * bvh_quantum);
+}
+
+/// Rounds to 0..255; NaN, as a frame of infinite extent gives, becomes `if_nan`.
+inline u8 bvh_clamp_byte(float value, u8 if_nan) {
+  if (value != value) return if_nan;
+  return static_cast<u8>(value < 0.0f ? 0.0f : value > 255.0f ? 255.0f : value);
+}
+
+/// Writes `box` into lane `lane`, outwards to whole bytes of `frame`, and returns the box that decoding will give.
+inline GMathBbox3<float> bvh_quantize_lane(const GMathBbox3<float>& frame, const GMathBbox3<float>& box, uint lane,
+                                           u8 (&planes)[6][4]) {
+  GMathBbox3<float> decoded;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const float frame_min = frame.min[axis];
+    const float extent = frame.max[axis] - frame_min;
+    const float scale = extent > 0.0f ? 255.0f / extent : 0.0f;
+    const u8 q_min = bvh_clamp_byte(std::floor((box.min[axis] - frame_min) * scale), 0);
+    const u8 q_max = bvh_clamp_byte(std::ceil((box.max[axis] - frame_min) * scale), 255);
+    planes[2 * axis][lane] = q_min;
+    planes[2 * axis + 1][lane] = q_max;
+    decoded.min[axis] = bvh_decode_plane(frame_min, extent, q_min);
+    decoded.max[axis] = bvh_decode_plane(frame_min, extent, q_max);
+  }
+  return decoded;
+}
+
+/// The box that lane `lane` stands for in `frame`.
+inline GMathBbox3<float> bvh_decode_lane(const GMathBbox3<float>& frame, const u8 (&planes)[6][4], uint lane) {
+  GMathBbox3<float> box;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const float extent = frame.max[axis] - frame.min[axis];
+    box.min[axis] = bvh_decode_plane(frame.min[axis], extent, planes[2 * axis][lane]);
+    box.max[axis] = bvh_decode_plane(frame.min[axis], extent, planes[2 * axis + 1][lane]);
+  }
+  return box;
+}
+
+/// An unused lane: inverted on every axis.
+inline void bvh_clear_lane(uint lane, u8 (&planes)[6][4]) {
+  for (uint axis = 0; axis < 3; ++axis) {
+    planes[2 * axis][lane] = 255;
+    planes[2 * axis + 1][lane] = 0;
+  }
+}

@@ -1,0 +1,20 @@
+// gas/bvh/bvh_statistics.h
+//
+// What a built tree looks like, in numbers: for reports, for tests, and for judging a split strategy.
+#pragma once
+#include "gas/bvh/gas_bvh.h"
+
+struct BvhStatistics {
+  uint aligned_nodes = 0, quantized_nodes = 0, oriented_nodes = 0;
+  uint leaves = 0;
+  uint items = 0;         ///< in all leaves together
+  uint largest_leaf = 0;  ///< in items
+  uint depth = 0;         ///< inner nodes on the longest path
+  double children_per_node = 0.0;
+  /// Surface-area cost (MacDonald, Booth 1990): expected node tests plus expected item tests of a random ray that hits
+  /// the root box, a node test and an item test counting 1 each.
+  double surface_area_cost = 0.0;
+};
+
+/// Walks the whole tree. Cost: O(nodes + items).
+BvhStatistics bvh_compute_statistics(const GasBvh<4>& tree);

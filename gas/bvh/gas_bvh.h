@@ -1,0 +1,102 @@
+// gas/bvh/gas_bvh.h
+//
+// The tree object that each structure embeds: it owns the arrays, bvh_builder.h fills them.
+//
+//   root -> aligned[ ]   --.
+//           quantized[ ] --+--> leaves: ranges of order[ ] --> item indices --> whatever the owner's items are
+//           oriented[ ]  --'
+//
+// Per triangle of a scanned mesh about 31 bytes, order array included (vqgas info prints it by array).
+#pragma once
+#include "gas/bvh/bvh_layout.h"
+#include "vq_core/core_types.h"
+#include "vq_gmath/gmath_bbox.h"
+
+/// Node types of a tree of a given width. Only four is laid out.
+template <uint width>
+struct BvhNodes;
+
+template <>
+struct BvhNodes<4> {
+  using Aligned = BvhNodeAligned;
+  using Quantized = BvhNodeQuantized;
+  using Oriented = BvhNodeOriented;
+};
+
+class AppProgressBar;
+struct GasBvhSplitCtx;
+
+/// How a tree is to be built: four words.
+struct BvhBuildParams {
+  float item_cost = 1.0f;       ///< cost of testing one item, and the weight of an item without a word of its own
+  u32 leaf_threshold = 1;       ///< a set of at most this many items (and of at most max_leaf) becomes a leaf
+  u32 max_leaf = 1;             ///< clamped to 1..255
+  u32 quantization_depth = 10;  ///< nodes on this level and below, counting the root as 1, may be quantized
+};
+static_assert(sizeof(BvhBuildParams) == 16);
+
+template <uint width>
+class GasBvh {
+ public:
+  template <class Split>
+  class BuildTask;
+
+  using Aligned = typename BvhNodes<width>::Aligned;
+  using Quantized = typename BvhNodes<width>::Quantized;
+  using Oriented = typename BvhNodes<width>::Oriented;
+
+  GasBvh() = default;
+  /// A copy owns deep copies of all arrays, also when the source's are borrowed.
+  GasBvh(const GasBvh& other);
+  GasBvh& operator=(const GasBvh& other);
+  GasBvh(GasBvh&& other) noexcept;
+  GasBvh& operator=(GasBvh&& other) noexcept;
+  ~GasBvh();
+
+  /// Builds or rebuilds the tree over `count` items whose boxes, weights and spaces `source` holds; defined in
+  /// bvh_builder.cpp for each strategy. A frozen tree stays as it is.
+  ///
+  /// @param source      item_boxes (and, as the strategy needs them, item_spaces and item_weights), indexed by item;
+  ///                    the rest is filled in here. Boxes may be infinite; they must not be inverted or NaN.
+  /// @param item_order  [count] the items to build over, or null for 0, 1, 2, ...
+  /// @param progress    gets the tasks "Split items" (0.9) and "Finalize" (0.1); its application lends the threads.
+  /// Null:
+  ///                    no progress, and everything runs on the calling thread
+  /// Same input, same arrays, for any number of threads. Where memory runs out the tree is empty. One call per object
+  /// at a time, and no query meanwhile. Cost: O(n log n) time; scratch of one node pool per thread.
+  template <class Split>
+  void build(const GasBvhSplitCtx& source, const uint* item_order, uint count, const BvhBuildParams& params,
+             AppProgressBar* progress);
+
+  bool is_empty() const { return item_count == 0; }
+  /// Frees the arrays (borrowed ones are only forgotten) and makes the tree empty.
+  void clear();
+  /// Bytes of all arrays; the object itself is its owner's to count.
+  u64 get_array_bytes() const;
+  /// Allocates the order array, and the per-item array when wanted; contents undefined. False when there is no memory.
+  bool allocate_items(uint count, bool with_item_words);
+  /// Allocates the node arrays. False when there is no memory.
+  bool allocate_nodes(uint aligned_nodes, uint quantized_nodes, uint oriented_nodes);
+
+  Aligned* aligned = nullptr;      ///< aligned to 64
+  Quantized* quantized = nullptr;  ///< aligned to 16
+  Oriented* oriented = nullptr;    ///< aligned to 32
+  u32* order = nullptr;            ///< [item_count] item indices; leaves name ranges of it
+  u32* item_words = nullptr;       ///< [item_count] weights as float bits, indexed by item, or null
+  u32 item_count = 0;
+  float parameter0 = 0.0f;  ///< uniform weight of an item
+  u32 aligned_count = 0;
+  u32 quantized_count = 0;
+  u32 oriented_count = 0;
+  u32 max_depth = 0;   ///< inner nodes on the longest path
+  u32 parameter3 = 0;  ///< quantization depth of the build
+  u8 frozen = 0;       ///< set: a build leaves the tree as it is, and the arrays are borrowed, never freed
+  BvhChildRef root;
+  GMathBbox3<float> box;  ///< of all items; inverted when there are none
+
+ private:
+  void swap(GasBvh& other) noexcept;
+  bool copied_ = false;  ///< arrays are ours although the tree is frozen: it is a copy of a frozen one
+};
+
+extern template class GasBvh<4>;

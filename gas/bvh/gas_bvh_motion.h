@@ -1,0 +1,87 @@
+// gas/bvh/gas_bvh_motion.h
+//
+// The boxes of a tree at each motion sample. The tree's topology stays; every node's lanes are stored again per sample,
+// node by node, so that the two samples that a ray blends lie side by side (S samples):
+//
+//   aligned    node 0: [sample 0][sample 1] .. [sample S-1]   node 1: ...     96 B blocks, as the node's planes
+//   oriented   the same, in the lane's own unit coordinates                   96 B blocks
+//   quantized  the same, in 255ths of the frame at that sample                24 B blocks
+//   root       [sample 0] .. [sample S-1]                                     24 B boxes
+//
+// Filled here, bottom-up (Wald, Boulos, Shirley 2007, "Ray Tracing Deformable Scenes Using Dynamic BVHs"); read by
+// bvh_kernel.h.
+#pragma once
+#include <span>
+
+#include "gas/bvh/bvh_layout.h"
+#include "gas/bvh/gas_bvh.h"
+
+class AppProgressBar;
+
+template <uint width>
+class GasBvhMotion {
+ public:
+  GasBvhMotion() = default;
+  GasBvhMotion(const GasBvhMotion&) = delete;
+  GasBvhMotion& operator=(const GasBvhMotion&) = delete;
+  ~GasBvhMotion() { clear(); }
+
+  /// Frees everything and lets go of the tree.
+  void clear();
+  /// Follows `tree` with room for `sample_count` samples, whose contents are undefined until updated; an empty tree or
+  /// no samples take no room. False when there is no memory: the object is then clear.
+  bool set_samples(const GasBvh<width>& tree, uint sample_count);
+
+  /// Refits every node box to the items' boxes at one motion sample. The topology stays as built; boxes change
+  /// bottom-up.
+  ///
+  /// @param sample      sample to write, in [0, get_sample_count())
+  /// @param item_boxes  indexed by item (not by leaf position); not inverted
+  /// @param progress    gets as many steps as there are aligned nodes and twice the quantized ones, or null
+  /// @return true when the sample was written. On false its former boxes stay: the tree is empty (silent), or it holds
+  ///         oriented nodes or `sample` is out of range (logged at level 1), or there was no memory for scratch.
+  /// Threads: one call per object at a time, and no query may read the object meanwhile.
+  /// Cost: O(nodes + items) time; scratch of one float box per node.
+  bool update_sample(uint sample, std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
+
+  uint get_sample_count() const { return sample_count_; }
+  const GMathBbox3<float>& get_bbox(uint sample) const { return root_boxes_[sample]; }
+  u64 get_array_bytes() const;
+
+  const BvhLanePlanes& get_aligned(u32 node, uint sample) const {
+    return aligned_[std::size_t{node} * sample_count_ + sample];
+  }
+  const BvhLaneBytes& get_quantized(u32 node, uint sample) const {
+    return quantized_[std::size_t{node} * sample_count_ + sample];
+  }
+
+ private:
+  struct Scratch;
+  GMathBbox3<float> get_child_box(const Scratch& scratch, BvhChildRef child,
+                                  std::span<const GMathBbox3<float>> item_boxes) const;
+  void fit_quantized_nodes(Scratch& scratch, std::span<const GMathBbox3<float>> item_boxes,
+                           AppProgressBar* progress) const;
+  void fit_aligned_nodes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
+                         AppProgressBar* progress);
+  void quantize_lanes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
+                      AppProgressBar* progress);
+
+  const GasBvh<width>* tree_ = nullptr;
+  BvhLanePlanes* aligned_ = nullptr;   ///< aligned to 16
+  BvhLanePlanes* oriented_ = nullptr;  ///< aligned to 16
+  BvhLaneBytes* quantized_ = nullptr;  ///< aligned to 16
+  GMathBbox3<float>* root_boxes_ = nullptr;
+  u32 sample_count_ = 0;
+};
+
+extern template class GasBvhMotion<4>;
+
+/// (1 - fraction) a + fraction b, bound by bound, in single precision.
+inline GMathBbox3<float> bvh_blend_boxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, float fraction) {
+  GMathBbox3<float> out;
+  for (uint axis = 0; axis < 3; ++axis) {
+    out.min[axis] = (1.0f - fraction) * a.min[axis] + fraction * b.min[axis];
+    out.max[axis] = (1.0f - fraction) * a.max[axis] + fraction * b.max[axis];
+  }
+  return out;
+}

@@ -1,0 +1,12 @@
+// gas/frame/gas_events.h
+//
+// The host's events as this library knows them. Every event of the host's table is declared once when the library is
+// loaded, so that a name or number that differs from the host's shows at load time and not when the event is raised;
+// source files declare the few that they use beside their classes.
+#pragma once
+#include <span>
+
+#include "vq_event/event_declare.h"
+
+/// All of the library's event declarations, in the order of the host's table.
+std::span<const EventDeclaration> gas_get_event_declarations();

@@ -1,0 +1,34 @@
+// gas/frame/gas_tasks.h
+//
+// The pattern of every parallel stage: a range is cut into slices, each slice is a task, all are waited for, and the
+// caller reads the results back in the order of the slices.
+#pragma once
+#include "vq_core/core_types.h"
+#include "vq_ctx/ctx_eval.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+/// How many items each of the tasks gets when `count` items are cut into about four slices per thread: at least 1.
+inline uint gas_get_slice_length(uint count, uint thread_count) {
+  const u64 slices = u64{4} * thread_count;
+  const u64 length = (count + slices - 1) / slices;
+  return length > 0 ? static_cast<uint>(length) : 1;
+}
+
+/// How many slices of `length` cover `count` items.
+inline uint gas_get_slice_count(uint count, uint length) {
+  return static_cast<uint>((u64{count} + length - 1) / length);
+}
+
+/// Base of the library's tasks: counted by who waits, and free to run on the waiting thread too.
+class GasTask : public SysThreadTask {
+ public:
+  GasTask() { flags = counted | for_waiter; }
+};
+
+/// Runs an array of tasks on the application's threads and waits for all.
+template <class Tasks>
+void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
+  for (auto& task : tasks) manager.add_task(&task);
+  manager.wait_until_completed(true);
+}

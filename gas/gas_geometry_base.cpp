@@ -1,0 +1,276 @@
+#include "gas/gas_geometry_base.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "gas/frame/gas_class.h"
+#include "gas/frame/gas_log.h"
+#include "gas/frame/gas_tasks.h"
+#include "vq_app_base/app_base.h"
+#include "vq_app_base/app_progress_bar.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
+#include "vq_geometry/geometry_object.h"
+
+namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GEOMETRY_CHANGE, EVT_ID_GEOMETRY_TOPOLOGY_CHANGE,
+                                            EVT_ID_GEOMETRY_SHADING_GROUP_CHANGE};
+
+constexpr uint from_alt = 1, also_from_extra = 2;  // a group's flag bits
+
+/// A progress task that may be missing, closed when it goes.
+class Stage {
+ public:
+  Stage(AppProgressBar* progress, const char* name, double weight, uint step_count) : progress_(progress) {
+    if (progress_ == nullptr) return;
+    progress_->begin_task(name, weight);
+    progress_->set_step_count(step_count);
+  }
+  ~Stage() {
+    if (progress_ != nullptr) progress_->end_task();
+  }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+  void step(uint position) const {
+    if (progress_ != nullptr) progress_->step(position);
+  }
+
+ private:
+  AppProgressBar* progress_;
+};
+
+void append(CoreVector<uint>& to, const CoreVector<uint>& from) {
+  for (const uint index : from) to.add(index);
+}
+
+}  // namespace
+
+const CoreClassInfo& GasGeometryBase::class_info() {
+  static const CoreClassInfo& info = gas_new_class("GasGeometryBase", GasClusterable::class_info());
+  return info;
+}
+
+/// Which primitives each object is asked for.
+struct GasGeometryBase::ObjectLists {
+  struct List {
+    const GeometryObject* object = nullptr;
+    CoreVector<uint> indices;
+  };
+  List list[3];  ///< geometry, alt_geometry, extra_geometry
+
+  uint get_count() const {
+    return list[0].indices.get_count() + list[1].indices.get_count() + list[2].indices.get_count();
+  }
+};
+
+/// One slice of one list. Writes where the slice would stand if nothing were dropped.
+class GasGeometryBase::BboxTask final : public GasTask {
+ public:
+  const CtxEval* ctx = nullptr;
+  const GeometryObject* object = nullptr;
+  const uint* indices = nullptr;
+  uint first_step = 0;
+  uint count = 0;
+  GMathBbox3<float>* boxes = nullptr;
+  uint* kept = nullptr;
+  AppProgressBar* progress = nullptr;
+  uint kept_count = 0;
+
+  void run(const uint& thread_index) override {
+    const CtxEval& thread_ctx = ctx->get_or_create_thread_ctx(thread_index);
+    kept_count = compute_bboxes(thread_ctx, *object, indices, first_step, count, boxes, kept, progress);
+  }
+};
+
+uint GasGeometryBase::compute_bboxes(const CtxEval& ctx, const GeometryObject& object, const uint* indices,
+                                     const uint& first_step, const uint& count, GMathBbox3<float>* boxes, uint* kept,
+                                     AppProgressBar* progress) {
+  uint kept_count = 0;
+  for (uint k = 0; k < count; ++k) {
+    const GMathBbox3<double> box = object.get_primitive_bbox(ctx, indices[k]);
+    if (gmath_is_valid_box(box)) {
+      boxes[kept_count] = GMathBbox3<float>(box);
+      kept[kept_count++] = indices[k];
+    }
+    if (progress != nullptr) progress->step(first_step + 1 + k);
+  }
+  return kept_count;
+}
+
+bool GasGeometryBase::init_primitives(const CtxEval& ctx, const GeometryObject* new_base_geometry,
+                                      const GeometryObject* new_geometry, const GeometryObject* new_alt_geometry,
+                                      const GeometryObject* new_extra_geometry, const CoreBasicArray<uint>& group_flags,
+                                      CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress) {
+  const uint group_count = new_base_geometry->get_shading_groups().get_count();
+  const bool grouped = new_alt_geometry != nullptr || new_extra_geometry != nullptr;
+  // Before anything is stored: a refused call must leave a structure that still answers for its former geometry.
+  if (grouped && group_flags.get_count() != group_count) return false;
+
+  base_geometry = new_base_geometry;
+  geometry = new_geometry;
+  alt_geometry = new_alt_geometry;
+  extra_geometry = new_extra_geometry;
+  has_motion = 0;
+  group_primitive_counts = CoreBasicArray<uint>(group_count);
+
+  ObjectLists lists;
+  lists.list[0].object = geometry;
+  lists.list[1].object = alt_geometry;
+  lists.list[2].object = extra_geometry;
+  if (grouped) {
+    list_by_groups(lists, group_flags, progress);
+  } else {
+    list_all(lists, progress);
+  }
+
+  candidate_count = lists.get_count();
+  boxes.remove_all();
+  boxes.resize_for_overwrite(candidate_count);
+  primitives = CoreBasicArray<uint>(candidate_count);
+  const Stage stage(progress, "Compute primitives AABB", grouped ? 0.6 : 0.8, candidate_count);
+  if (ctx.get_thread_index() < ctx.get_thread_ctx_count()) {
+    compute_serial(ctx, lists, boxes.get_items(), progress);
+  } else {
+    compute_parallel(ctx, lists, boxes.get_items(), progress);
+  }
+  if (kept_count < candidate_count) {
+    boxes.resize(kept_count);
+    primitives.resize(kept_count);
+  }
+  return true;
+}
+
+/// One geometry supplies everything: all primitives in their own order.
+void GasGeometryBase::list_all(ObjectLists& lists, AppProgressBar* progress) {
+  const uint count = base_geometry->get_primitive_count();
+  const Stage stage(progress, "List primitives", 0.2, count);
+  const uint group_count = group_primitive_counts.get_count();
+  lists.list[0].indices.resize_for_overwrite(count);
+  for (uint primitive = 0; primitive < count; ++primitive) {
+    const uint group = base_geometry->get_primitive_shading_group(primitive);
+    if (group < group_count) ++group_primitive_counts[group];
+    lists.list[0].indices[primitive] = primitive;
+    stage.step(primitive + 1);
+  }
+  has_motion = geometry->has_motion();
+}
+
+void GasGeometryBase::sort_by_group(std::vector<CoreVector<uint>>& groups, AppProgressBar* progress) const {
+  const uint count = base_geometry->get_primitive_count();
+  const Stage stage(progress, "List primitives", 0.2, count);
+  for (uint primitive = 0; primitive < count; ++primitive) {
+    const uint group = base_geometry->get_primitive_shading_group(primitive);
+    if (group < groups.size()) groups[group].add(primitive);
+    stage.step(primitive + 1);
+  }
+}
+
+/// Each group's flags say who supplies it; the lists are in group order.
+void GasGeometryBase::list_by_groups(ObjectLists& lists, const CoreBasicArray<uint>& group_flags,
+                                     AppProgressBar* progress) {
+  const uint group_count = group_flags.get_count();
+  std::vector<CoreVector<uint>> groups(group_count);
+  sort_by_group(groups, progress);
+  {
+    const Stage stage(progress, "Count groups", 0.1, group_count);
+    for (uint group = 0; group < group_count; ++group) {
+      const ObjectLists::List& chosen = lists.list[group_flags[group] & from_alt ? 1 : 0];
+      group_primitive_counts[group] = groups[group].get_count();
+      has_motion |= chosen.object != nullptr && chosen.object->has_shading_group_motion(group);
+      if (group_flags[group] & also_from_extra) {
+        group_primitive_counts[group] *= 2;
+        has_motion |= extra_geometry != nullptr && extra_geometry->has_shading_group_motion(group);
+      }
+      stage.step(group + 1);
+    }
+  }
+  const Stage stage(progress, "Order groups", 0.1, group_count);
+  for (uint group = 0; group < group_count; ++group) {
+    append(lists.list[group_flags[group] & from_alt ? 1 : 0].indices, groups[group]);
+    if (group_flags[group] & also_from_extra) append(lists.list[2].indices, groups[group]);
+    stage.step(group + 1);
+  }
+  // A group that asks for a geometry which was not given is supplied by nobody.
+  for (ObjectLists::List& list : lists.list) {
+    if (list.object == nullptr) list.indices.remove_all();
+  }
+}
+
+void GasGeometryBase::compute_serial(const CtxEval& ctx, const ObjectLists& lists, GMathBbox3<float>* boxes,
+                                     AppProgressBar* progress) {
+  uint ends[3];
+  uint end = 0, first_step = 0;
+  for (uint k = 0; k < 3; ++k) {
+    const ObjectLists::List& list = lists.list[k];
+    const uint count = list.indices.get_count();
+    if (count > 0) {
+      end += compute_bboxes(ctx, *list.object, list.indices.get_items(), first_step, count, boxes + end,
+                            primitives.get_items() + end, progress);
+    }
+    first_step += count;
+    ends[k] = end;
+  }
+  geometry_count = ends[0];
+  geometry_alt_end = ends[1];
+  kept_count = ends[2];
+}
+
+void GasGeometryBase::compute_parallel(const CtxEval& ctx, const ObjectLists& lists, GMathBbox3<float>* boxes,
+                                       AppProgressBar* progress) {
+  SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
+  const uint slice = gas_get_slice_length(candidate_count, manager.get_max_thread_count());
+  std::vector<BboxTask> tasks;
+  uint task_ends[3];
+  uint first = 0;
+  for (uint k = 0; k < 3; ++k) {
+    const ObjectLists::List& list = lists.list[k];
+    const uint count = list.indices.get_count();
+    for (uint begin = 0; begin < count; begin += slice) {
+      BboxTask task;
+      task.ctx = &ctx;
+      task.object = list.object;
+      task.indices = list.indices.get_items() + begin;
+      task.first_step = first + begin;
+      task.count = std::min(slice, count - begin);
+      task.boxes = boxes + first + begin;
+      task.kept = primitives.get_items() + first + begin;
+      task.progress = progress;
+      tasks.push_back(task);
+    }
+    first += count;
+    task_ends[k] = static_cast<uint>(tasks.size());
+  }
+  gas_run_tasks(manager, tasks);
+
+  // Each slice's kept primitives move down over what earlier slices dropped; memmove, for they may overlap.
+  uint end = 0;
+  for (uint k = 0, task = 0; k < 3; ++k) {
+    for (; task < task_ends[k]; ++task) {
+      const BboxTask& slice_task = tasks[task];
+      if (slice_task.boxes != boxes + end) {
+        std::memmove(static_cast<void*>(boxes + end), slice_task.boxes, slice_task.kept_count * sizeof(*boxes));
+        std::memmove(primitives.get_items() + end, slice_task.kept, slice_task.kept_count * sizeof(uint));
+      }
+      end += slice_task.kept_count;
+    }
+    (k == 0 ? geometry_count : k == 1 ? geometry_alt_end : kept_count) = end;
+  }
+  if (kept_count == candidate_count) return;
+  gas_log(gas_log_warning, [&](CoreLogStream& message) {
+    message << "GasGeometry.create: " << candidate_count - kept_count << "/" << candidate_count
+            << " bboxes have been removed because of invalid values!\n";
+  });
+}
+
+bool GasGeometryBase::is_identity_order() const {
+  if (geometry_count != kept_count || base_geometry->get_primitive_count() != kept_count) return false;
+  for (uint position = 0; position < kept_count; ++position) {
+    if (primitives[position] != position) return false;
+  }
+  return true;
+}
+
+u64 GasGeometryBase::get_primitive_array_bytes() const {
+  return 2 * sizeof(CoreBasicArray<uint>) + (u64{group_primitive_counts.get_count()} + primitives.get_count()) * 4;
+}

@@ -1,0 +1,30 @@
+#include "vq_ctx/ctx_shader.h"
+
+#include <cstdlib>
+
+#include "vq_core/core_assert.h"
+#include "vq_core/core_memory.h"
+
+CtxGasTraversal::~CtxGasTraversal() { core_aligned_free(data_); }
+
+void* CtxGasTraversal::grow(std::size_t bytes) {
+  core_aligned_free(data_);
+  capacity_ = bytes + bytes / 2;
+  data_ = core_aligned_alloc(capacity_, 64);
+  if (data_ == nullptr) std::abort();
+  return data_;
+}
+
+CtxShader::~CtxShader() {
+  if (nested_release != nullptr) nested_release(nested_first);
+}
+
+CtxGasTraversal& CtxShader::add_gas_traversal() {
+  traversals_.push_back(std::make_unique<CtxGasTraversal>());
+  return *traversals_[traversals_in_use_++];
+}
+
+void CtxShader::free_gas_traversal([[maybe_unused]] CtxGasTraversal& traversal) {
+  CORE_ASSERT(traversals_in_use_ > 0 && traversals_[traversals_in_use_ - 1].get() == &traversal);
+  --traversals_in_use_;
+}

@@ -1,0 +1,88 @@
+// host/vq_simd/simd_float_plain.h
+//
+// The plain C++ form of SimdF: the meaning that the other forms must match in every bit.
+#pragma once
+#include <cstring>
+
+#include "vq_core/core_types.h"
+
+struct SimdFPlain {
+  float lane[4];
+
+  SimdFPlain() = default;
+  explicit SimdFPlain(float value) : lane{value, value, value, value} {}
+  SimdFPlain(float a, float b, float c, float d) : lane{a, b, c, d} {}
+
+  /// Four floats from a 16-byte aligned address.
+  static SimdFPlain load(const float* from) { return load_unaligned(from); }
+  static SimdFPlain load_unaligned(const float* from) { return {from[0], from[1], from[2], from[3]}; }
+  /// Four unsigned bytes as floats.
+  static SimdFPlain load_bytes(const u8* from) {
+    return {static_cast<float>(from[0]), static_cast<float>(from[1]), static_cast<float>(from[2]),
+            static_cast<float>(from[3])};
+  }
+  void store(float* to) const { store_unaligned(to); }
+  void store_unaligned(float* to) const { std::memcpy(to, lane, sizeof lane); }
+  /// The lanes rounded towards zero, as four unsigned bytes. Each must lie in 0 to 255: not NaN, not infinite.
+  void store_bytes(u8* to) const {
+    for (uint k = 0; k < 4; ++k) to[k] = static_cast<u8>(lane[k]);
+  }
+
+  template <class Operation>
+  static SimdFPlain each(const SimdFPlain& a, const SimdFPlain& b, Operation operation) {
+    return {operation(a.lane[0], b.lane[0]), operation(a.lane[1], b.lane[1]), operation(a.lane[2], b.lane[2]),
+            operation(a.lane[3], b.lane[3])};
+  }
+  friend SimdFPlain operator+(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x + y; });
+  }
+  friend SimdFPlain operator-(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x - y; });
+  }
+  friend SimdFPlain operator*(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x * y; });
+  }
+  friend SimdFPlain operator/(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x / y; });
+  }
+  friend SimdFPlain min(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x < y ? x : y; });
+  }
+  friend SimdFPlain max(const SimdFPlain& a, const SimdFPlain& b) {
+    return each(a, b, [](float x, float y) { return x > y ? x : y; });
+  }
+  /// The lanes 1, 2, 3, 0.
+  friend SimdFPlain rotate_lanes(const SimdFPlain& a) { return {a.lane[1], a.lane[2], a.lane[3], a.lane[0]}; }
+  /// Turns four rows into four columns.
+  friend void transpose(SimdFPlain& a, SimdFPlain& b, SimdFPlain& c, SimdFPlain& d) {
+    const SimdFPlain rows[4] = {a, b, c, d};
+    SimdFPlain* columns[4] = {&a, &b, &c, &d};
+    for (uint column = 0; column < 4; ++column)
+      for (uint row = 0; row < 4; ++row) columns[column]->lane[row] = rows[row].lane[column];
+  }
+};
+
+/// A truth value per lane, bit k for lane k.
+struct SimdMaskPlain {
+  uint bits = 0;
+  friend SimdMaskPlain operator&(SimdMaskPlain a, SimdMaskPlain b) { return {a.bits & b.bits}; }
+  uint get_bits() const { return bits; }
+};
+
+inline SimdMaskPlain operator<=(const SimdFPlain& a, const SimdFPlain& b) {
+  uint bits = 0;
+  for (uint k = 0; k < 4; ++k) bits |= (a.lane[k] <= b.lane[k] ? 1u : 0u) << k;
+  return {bits};
+}
+inline SimdMaskPlain operator>(const SimdFPlain& a, const SimdFPlain& b) {
+  uint bits = 0;
+  for (uint k = 0; k < 4; ++k) bits |= (a.lane[k] > b.lane[k] ? 1u : 0u) << k;
+  return {bits};
+}
+/// Lane by lane, `a` where the mask is true, else `b`.
+inline SimdFPlain select(SimdMaskPlain mask, const SimdFPlain& a, const SimdFPlain& b) {
+  SimdFPlain out = b;
+  for (uint k = 0; k < 4; ++k)
+    if (mask.bits >> k & 1u) out.lane[k] = a.lane[k];
+  return out;
+}

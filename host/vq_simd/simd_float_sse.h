@@ -1,0 +1,66 @@
+// host/vq_simd/simd_float_sse.h
+//
+// The SSE4.2 form of SimdF. The only place in the project that names intrinsics.
+#pragma once
+#include <smmintrin.h>
+
+#include <cstring>
+
+#include "vq_core/core_types.h"
+
+struct SimdFSse {
+  __m128 value;
+
+  SimdFSse() = default;
+  SimdFSse(__m128 value) : value(value) {}
+  explicit SimdFSse(float all) : value(_mm_set1_ps(all)) {}
+  SimdFSse(float a, float b, float c, float d) : value(_mm_setr_ps(a, b, c, d)) {}
+
+  /// Four floats from a 16-byte aligned address.
+  static SimdFSse load(const float* from) { return _mm_load_ps(from); }
+  static SimdFSse load_unaligned(const float* from) { return _mm_loadu_ps(from); }
+  /// Four unsigned bytes as floats.
+  static SimdFSse load_bytes(const u8* from) {
+    int packed;
+    std::memcpy(&packed, from, sizeof packed);
+    return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(packed)));
+  }
+  void store(float* to) const { _mm_store_ps(to, value); }
+  void store_unaligned(float* to) const { _mm_storeu_ps(to, value); }
+  /// The lanes rounded towards zero, as four unsigned bytes. Each must lie in 0 to 255: not NaN, not infinite.
+  void store_bytes(u8* to) const {
+    const __m128i words = _mm_packus_epi32(_mm_cvttps_epi32(value), _mm_setzero_si128());
+    const int packed = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+    std::memcpy(to, &packed, sizeof packed);
+  }
+
+  friend SimdFSse operator+(const SimdFSse& a, const SimdFSse& b) { return _mm_add_ps(a.value, b.value); }
+  friend SimdFSse operator-(const SimdFSse& a, const SimdFSse& b) { return _mm_sub_ps(a.value, b.value); }
+  friend SimdFSse operator*(const SimdFSse& a, const SimdFSse& b) { return _mm_mul_ps(a.value, b.value); }
+  friend SimdFSse operator/(const SimdFSse& a, const SimdFSse& b) { return _mm_div_ps(a.value, b.value); }
+  friend SimdFSse min(const SimdFSse& a, const SimdFSse& b) { return _mm_min_ps(a.value, b.value); }
+  friend SimdFSse max(const SimdFSse& a, const SimdFSse& b) { return _mm_max_ps(a.value, b.value); }
+  /// The lanes 1, 2, 3, 0.
+  friend SimdFSse rotate_lanes(const SimdFSse& a) {
+    return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(0, 3, 2, 1));
+  }
+  /// Turns four rows into four columns.
+  friend void transpose(SimdFSse& a, SimdFSse& b, SimdFSse& c, SimdFSse& d) {
+    _MM_TRANSPOSE4_PS(a.value, b.value, c.value, d.value);
+  }
+};
+
+/// A truth value per lane: all bits of a lane set or clear.
+struct SimdMaskSse {
+  __m128 value;
+  friend SimdMaskSse operator&(SimdMaskSse a, SimdMaskSse b) { return {_mm_and_ps(a.value, b.value)}; }
+  /// Bit k for lane k.
+  uint get_bits() const { return static_cast<uint>(_mm_movemask_ps(value)); }
+};
+
+inline SimdMaskSse operator<=(const SimdFSse& a, const SimdFSse& b) { return {_mm_cmple_ps(a.value, b.value)}; }
+inline SimdMaskSse operator>(const SimdFSse& a, const SimdFSse& b) { return {_mm_cmpgt_ps(a.value, b.value)}; }
+/// Lane by lane, `a` where the mask is true, else `b`.
+inline SimdFSse select(SimdMaskSse mask, const SimdFSse& a, const SimdFSse& b) {
+  return _mm_blendv_ps(b.value, a.value, mask.value);
+}
