@@ -245,6 +245,7 @@ TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {
   }
   EXPECT_TRUE(is_base_or_helper("class A : public B { };", "class B : public C { };"));
   EXPECT_TRUE(is_base_or_helper("class A : public D { };", "struct B { };"));
+  EXPECT_TRUE(is_base_or_helper("struct B::Data { B* b; };", "class B : public C { };"));
   EXPECT_FALSE(is_base_or_helper("class A : public D { };", "class B : public C { };"));
 }
 

@@ -136,8 +136,12 @@ std::map<std::string, std::set<std::string>> find_classes(std::string_view code)
   static const std::regex definition(
       R"(\b(?:class|struct)\s+(?:alignas\([^)]*\)\s*)?(\w+)\s*(?:final\s*)?(:[^:{;][^{;]*)?\{)");
   static const std::regex base(R"((?:[:,]\s*)(?:(?:public|protected|private|virtual)\s+)*(\w+))");
+  static const std::regex nested(R"(\b(?:class|struct)\s+(\w+)::(\w+)[^;{]*\{)");
   const std::string text(code);
   std::map<std::string, std::set<std::string>> classes;
+  for (std::sregex_iterator found(text.begin(), text.end(), nested), end; found != end; ++found) {
+    classes[(*found)[2].str()].insert((*found)[1].str());
+  }
   for (std::sregex_iterator found(text.begin(), text.end(), definition), end; found != end; ++found) {
     std::set<std::string>& bases = classes[(*found)[1].str()];
     const std::string list = (*found)[2].str();

@@ -36,7 +36,8 @@ std::string code_only(std::string_view text);
 /// The include lines in the result of code_only().
 std::vector<ScanInclude> find_includes(std::string_view code);
 
-/// The names of the classes and structs that `code` defines, each with the names of its direct bases.
+/// The names of the classes and structs that `code` defines, each with the names of its direct bases. For a nested
+/// class defined outside its class that class counts as a base: the file is a part of it.
 std::map<std::string, std::set<std::string>> find_classes(std::string_view code);
 
 /// The targets that the text of a CMakeLists.txt declares, links collected over all its commands.
