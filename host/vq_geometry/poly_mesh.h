@@ -40,7 +40,7 @@ struct PolyMeshData {
   uint render_mode = 0;
 };
 
-class PolyMesh : public GeometryObject {
+class PolyMesh final : public GeometryObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -54,17 +54,8 @@ struct ShearedVertex {
 /// Twice the area between the origin and the edge from a to b. Exactly the negative for the edge from b to a.
 inline double get_edge_function(const ShearedVertex& a, const ShearedVertex& b) { return a.x * b.y - a.y * b.x; }
 
-/// Whether scaled / scale surely lies outside [tnear, limit): found without dividing. `scale` is positive. Rounding
-/// moves either side by less than the slack; what is that close is decided by the quotient itself.
-inline bool is_surely_outside(double scaled, double scale, double tnear, double limit) {
-  constexpr double slack = 1e-15;
-  const double low = tnear * scale, high = limit * scale;
-  return low - scaled > slack * std::fabs(low) || scaled - high > slack * std::fabs(high);
-}
-
-/// True when the ray's line meets the triangle within [tnear, limit) as far as can be told without the last rounding:
-/// push_intersection() has the final word. Edges and corners belong to the triangle, both faces count, a triangle seen
-/// edge-on is missed. A NaN anywhere fails one of the comparisons, here or there.
+/// Where the ray meets the triangle, when that is within [tnear, limit). Edges and corners belong to the triangle, both
+/// faces count, a triangle seen edge-on is missed. A NaN anywhere fails one of the comparisons.
 template <class T>
 inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
                          const GMathVec3<T>& position_c, double tnear, double limit, GeometryCandidate& hit) {
@@ -77,11 +68,13 @@ inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, 
   if (any_negative && any_positive) return false;
   const double sum = weight_a + weight_b + weight_c;
   if (!(sum < 0.0 || sum > 0.0)) return false;
-  const double distance = (weight_a * a.z + weight_b * b.z + weight_c * c.z) * ray.scale_z;
-  if (is_surely_outside(sum < 0.0 ? -distance : distance, std::fabs(sum), tnear, limit)) return false;
-  hit.distance = distance / sum;
-  hit.u = weight_b / sum;
-  hit.v = weight_c / sum;
+  const double scale = 1.0 / sum;
+  // Relative to a, so that rounding grows with the depth of the triangle and not with its distance.
+  const double depth = a.z + (weight_b * (b.z - a.z) + weight_c * (c.z - a.z)) * scale;
+  hit.distance = depth * ray.scale_z;
+  if (!(hit.distance >= tnear && hit.distance < limit)) return false;
+  hit.u = weight_b * scale;
+  hit.v = weight_c * scale;
   return true;
 }
 
