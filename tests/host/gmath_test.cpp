@@ -1,0 +1,135 @@
+// Matrices, boxes, rays and time samplings.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "support/random_values.h"
+#include "vq_gmath/gmath_ray.h"
+#include "vq_gmath/gmath_time_sampling.h"
+
+namespace {
+
+using Matrix = GMathMatrix4x4<double>;
+using Vec = GMathVec3<double>;
+constexpr double inf = std::numeric_limits<double>::infinity();
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+
+TEST(GMathMatrix, inverse_undoes_and_determinant_multiplies) {
+  RandomValues random(1);
+  uint checked = 0;
+  for (uint k = 0; k < 2000; ++k) {
+    Matrix a, b;
+    for (uint r = 0; r < 4; ++r)
+      for (uint c = 0; c < 4; ++c) {
+        a.m[r][c] = random.get();
+        b.m[r][c] = random.get();
+      }
+    EXPECT_NEAR((a * b).get_determinant(), a.get_determinant() * b.get_determinant(), 1e-12);
+    if (std::fabs(a.get_determinant()) < 0.01) continue;
+    ++checked;
+    const Matrix left = a.get_inverse() * a, right = a * a.get_inverse();
+    for (uint r = 0; r < 4; ++r)
+      for (uint c = 0; c < 4; ++c) {
+        EXPECT_NEAR(left.m[r][c], r == c ? 1 : 0, 1e-10) << k;
+        EXPECT_NEAR(right.m[r][c], r == c ? 1 : 0, 1e-10) << k;
+      }
+  }
+  EXPECT_GT(checked, 1000u);
+}
+
+TEST(GMathMatrix, transforms_planes_boxes_and_rays_alike) {
+  RandomValues random(2);
+  for (uint k = 0; k < 1000; ++k) {
+    Matrix matrix;
+    for (uint r = 0; r < 3; ++r)
+      for (uint c = 0; c < 4; ++c) matrix.m[r][c] = random.get();
+    const Vec p = random.get_vec(), q = random.get_vec(), normal = random.get_vec();
+    // A world plane's normal, taken to object space, measures object vectors as the plane does in the world.
+    EXPECT_NEAR(matrix.transform_normal_transposed(normal).dot(p), normal.dot(matrix.transform_vector(p)), 1e-12);
+    GMathBbox3<double> box;
+    box.add(p);
+    box.add(q);
+    const GMathBbox3<double> moved = matrix.transform_box(box);
+    const double s = random.get(0, 1);
+    const Vec inner = matrix.transform_point(p + (q - p) * s);
+    for (uint axis = 0; axis < 3; ++axis) {
+      EXPECT_GE(inner[axis], moved.min[axis] - 1e-12);
+      EXPECT_LE(inner[axis], moved.max[axis] + 1e-12);
+    }
+    GMathBasicRay<double> ray(p, q), local;
+    local.transform(ray, matrix);
+    EXPECT_NEAR((local.get_point(s) - matrix.transform_point(ray.get_point(s))).get_length(), 0, 1e-12);
+  }
+}
+
+TEST(GMathRay, zero_of_either_sign_has_a_positive_infinite_inverse) {
+  for (uint axis = 0; axis < 3; ++axis) {
+    Vec direction(1, -2, 4);
+    direction[axis] = -0.0;
+    const GMathBasicRay<double> ray({0, 0, 0}, direction);
+    EXPECT_EQ(ray.inverse[axis], inf);
+    EXPECT_EQ(ray.negative[axis], 0);
+    for (uint other = 0; other < 3; ++other) EXPECT_EQ(ray.negative[other], other == 1 && other != axis);
+  }
+}
+
+TEST(GMathBbox, ignores_nan_and_unions_with_the_empty_box) {
+  GMathBbox3<float> box, empty;
+  EXPECT_TRUE(empty.is_empty());
+  box.add(GMathVec3<float>(1, 2, 3));
+  box.add(empty);
+  box.add(GMathVec3<float>(std::numeric_limits<float>::quiet_NaN(), 5, 3));
+  EXPECT_EQ(box, GMathBbox3<float>({1, 2, 3}, {1, 5, 3}));
+  EXPECT_FALSE(gmath_is_valid_box(GMathBbox3<double>(empty)));
+  EXPECT_FALSE(gmath_is_valid_box({{0, 0, 0}, {1, inf, 1}}));
+  EXPECT_FALSE(gmath_is_valid_box({{0, nan, 0}, {1, 1, 1}}));
+  EXPECT_TRUE(gmath_is_valid_box({{0, 0, 0}, {0, 0, 0}}));
+}
+
+TEST(GMathTimeSampling, span_is_exact_on_samples_and_stays_within_them) {
+  RandomValues random(3);
+  for (uint k = 0; k < 3000; ++k) {
+    const uint count = 2 + random.get_index(20);
+    const GMathTimeSampling sampling(random.get(-100, 100), random.get(0.001, 3.0) / (1 + random.get_index(7)), count);
+    const auto expect = [&](double time, uint expected_index, double expected_fraction) {
+      uint index = 99;
+      double fraction = 99;
+      sampling.get_span(time, index, fraction);
+      EXPECT_EQ(index, expected_index) << "time " << time << " of " << count;
+      EXPECT_EQ(fraction, expected_fraction) << "time " << time << " of " << count;
+    };
+    for (uint s = 0; s + 1 < count; ++s) expect(sampling.get_sample_time(s), s, 0.0);
+    const double last = sampling.get_sample_time(count - 1);
+    for (const double time : {last, last + 1, inf}) expect(time, count - 2, 1.0);
+    for (const double time : {sampling.get_begin() - 1, -inf, nan}) expect(time, 0, 0.0);
+    for (uint repeat = 0; repeat < 20; ++repeat) {
+      const double time = random.get(sampling.get_begin() - 1, last + 1);
+      uint index = 99;
+      double fraction = 99;
+      sampling.get_span(time, index, fraction);
+      ASSERT_LE(index, count - 2);
+      ASSERT_TRUE(fraction >= 0 && fraction <= 1);
+      if (time < sampling.get_begin() || time > last) continue;
+      const double a = sampling.get_sample_time(index), b = sampling.get_sample_time(index + 1);
+      EXPECT_NEAR(a + (b - a) * fraction, time, 1e-9);
+    }
+  }
+}
+
+TEST(GMathTimeSampling, single_sample_has_one_span) {
+  for (const double time : {-1.0, 0.5, 2.0, inf, nan}) {
+    uint index = 99;
+    double fraction = 99;
+    GMathTimeSampling(0.5, 1.0, 1).get_span(time, index, fraction);
+    EXPECT_EQ(index, 0u);
+    EXPECT_EQ(fraction, 0.0);
+  }
+}
+
+TEST(GMathIsFinite, reads_the_exponent) {
+  for (const double value : {0.0, -0.0, 1e308, -1e308, std::numeric_limits<double>::denorm_min()})
+    EXPECT_TRUE(gmath_isfinited(value));
+  for (const double value : {inf, -inf, nan, -nan}) EXPECT_FALSE(gmath_isfinited(value));
+}
+
+}  // namespace
