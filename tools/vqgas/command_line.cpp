@@ -1,0 +1,159 @@
+#include "tools/vqgas/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include "tools/vqgas/demo_scenes.h"
+#include "tools/vqgas/input_error.h"
+#include "tools/vqgas/number_list.h"
+#include "tools/vqgas/trace_rays.h"
+
+namespace {
+
+/// The options as text, before they are understood.
+struct RenderTexts {
+  std::string camera, size = "960x540", shutter;
+  std::vector<std::string> layers = {"beauty"};
+};
+
+void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
+  command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
+      ->check(CLI::Range(1u, 1024u));
+  command.add_flag("--quiet", options.quiet, "No progress, no messages");
+  command.add_option("--json", options.json, json_help)->type_name("FILE");
+}
+
+std::string get_file_help() {
+  return "Mesh files (OBJ, PLY, STL, glTF, ...) or built-in scenes: demo:NAME with NAME one of " + list_demo_scenes();
+}
+
+void add_info(CLI::App& app, InfoOptions& options) {
+  CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
+  command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
+}
+
+void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
+  CLI::App* command = app.add_subcommand("render", "Render the files, together, to PNG and EXR pictures");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command
+      ->add_option("-o,--output", options.outputs, "NAME.png (one file a layer) or NAME.exr (all layers); repeatable")
+      ->required()
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  command->add_option("--view", options.view, "Frame everything from here")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"front", "side", "top", "three-quarter"}));
+  command
+      ->add_option("--camera", texts.camera,
+                   "Instead of a view: eye, target, up vector, vertical field of view in degrees")
+      ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  command->add_option("--size", texts.size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+  command->add_option("--samples", options.samples, "Rays per pixel of beauty")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 65536u));
+  command
+      ->add_option("--layers", texts.layers,
+                   "Any of beauty, depth, normal, position, primitive, group, uv, heat, count")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->capture_default_str()
+      ->type_name("LAYER,...");
+  command
+      ->add_option("--shutter", texts.shutter, "Blur what moves between these times (built-in scenes move from 0 to 1)")
+      ->type_name("OPEN,CLOSE");
+  command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
+      "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png");
+}
+
+void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
+  CLI::App* command = app.add_subcommand(
+      "trace", "Shoot single rays and print what they hit, as CSV with the header\n" + std::string(trace_csv_header));
+  command->add_option("FILE", options.file, get_file_help())->required();
+  command
+      ->add_option("--ray", options.rays, "A ray; repeatable. Without it rays are read from standard input, one a line")
+      ->allow_extra_args(false)
+      ->type_name("ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
+  command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
+  command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
+  add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
+  command->footer(
+      "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number in the "
+      "file,\n"
+      "group the number of its shading group, u and v the barycentric weights of the second and third corner of the\n"
+      "triangle that was hit, nx,ny,nz the unit normal of the polygon as wound. A miss is a row with the ray's "
+      "number.\n"
+      "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
+}
+
+void read_size(const std::string& text, RenderOptions& options) {
+  const std::vector<double> values = parse_numbers(text, 'x');
+  const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
+  if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
+    throw UsageError("--size: '" + text + "' is not WIDTHxHEIGHT with sides from 1 to 16384");
+  options.width = static_cast<uint>(values[0]);
+  options.height = static_cast<uint>(values[1]);
+}
+
+void read_layers(const std::vector<std::string>& names, RenderOptions& options) {
+  options.layers.clear();
+  for (const std::string& name : names) {
+    Layer layer;
+    if (!find_layer(name, layer)) throw UsageError("--layers: there is no layer '" + name + "'");
+    if (std::find(options.layers.begin(), options.layers.end(), layer) == options.layers.end())
+      options.layers.push_back(layer);
+  }
+}
+
+void read_shutter(const std::string& text, RenderOptions& options) {
+  const std::vector<double> values = parse_numbers(text, ',');
+  const bool sound =
+      values.size() == 2 && std::isfinite(values[0]) && std::isfinite(values[1]) && values[0] <= values[1];
+  if (!sound) throw UsageError("--shutter: '" + text + "' is not OPEN,CLOSE with OPEN not after CLOSE");
+  options.shutter = Shutter{values[0], values[1]};
+}
+
+void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
+  read_size(texts.size, options);
+  read_layers(texts.layers, options);
+  if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
+  if (!texts.shutter.empty()) read_shutter(texts.shutter, options);
+  for (const std::string& output : options.outputs) {
+    if (!output.ends_with(".png") && !output.ends_with(".exr"))
+      throw UsageError("-o: '" + output + "' ends neither in .png nor in .exr");
+  }
+}
+
+}  // namespace
+
+int run_command_line(int argc, char** argv) {
+  CLI::App app("Builds ray-tracing structures over meshes and shows what they answer.", "vqgas");
+  app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
+  app.require_subcommand(1);
+  InfoOptions info;
+  RenderOptions render;
+  RenderTexts render_texts;
+  TraceOptions trace;
+  std::string format = "csv";
+  add_info(app, info);
+  add_render(app, render, render_texts);
+  add_trace(app, trace, format);
+  try {
+    app.parse(argc, argv);
+    if (app.got_subcommand("render")) read_render_texts(render_texts, render);
+    check_trace_rays(trace.rays);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const UsageError& error) {
+    std::cerr << "vqgas: " << error.what() << "\nRun with --help for more information.\n";
+    return 2;
+  }
+  trace.as_json = format == "json";
+  if (app.got_subcommand("info")) run_info(info);
+  if (app.got_subcommand("render")) run_render(render);
+  if (app.got_subcommand("trace")) run_trace(trace);
+  return 0;
+}

@@ -1,0 +1,23 @@
+// tools/vqgas/demo_scenes.h
+//
+// The built-in scenes: made by code, the same bytes every time, y up.
+#pragma once
+#include <string>
+
+#include "tools/vqgas/mesh_builder.h"
+
+/// The scene of that name. Throws InputError when there is none.
+MeshSource make_demo_scene(const std::string& name);
+/// All names, separated by commas.
+std::string list_demo_scenes();
+
+/// A trefoil knot as a tube of quads.
+MeshSource make_demo_knot();
+/// A mountain landscape of half a million triangles.
+MeshSource make_demo_terrain();
+/// A colonnade with a knot, gears, stars, spheres and a chain: polygons of 3 to 80 corners, many of them concave.
+MeshSource make_demo_gallery();
+/// A ring-shaped wave runs through a pond in which a ball floats. Moves over the times 0 to 1.
+MeshSource make_demo_wave();
+/// A cube of jelly that twists, sways and springs. Moves over the times 0 to 1.
+MeshSource make_demo_jelly();

@@ -1,0 +1,160 @@
+#include "tools/vqgas/mesh_import.h"
+
+#include <assimp/config.h>
+#include <assimp/material.h>
+#include <assimp/scene.h>
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/Importer.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <new>
+
+#include "tools/vqgas/input_error.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// What the system knows of the file, told more clearly than an importer does.
+void check_file(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (status.type() == fs::file_type::not_found) throw InputError(path, "no such file");
+  if (error) throw InputError(path, "cannot be read: " + error.message());
+  if (fs::is_directory(status)) throw InputError(path, "is a folder");
+  if (!fs::is_regular_file(status)) throw InputError(path, "is not a regular file");
+  if (!std::ifstream(path)) throw InputError(path, std::string("cannot be read: ") + std::strerror(errno));
+  if (fs::file_size(path, error) == 0) throw InputError(path, "is empty");
+}
+
+/// Importers' messages may run over several lines.
+std::string make_one_line(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < ' ') c = ' ';
+  }
+  while (!text.empty() && text.back() == ' ') text.pop_back();
+  return text.empty() ? "cannot be read" : text;
+}
+
+const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
+  importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
+  const aiScene* scene = importer.ReadFile(path, 0);
+  if (scene == nullptr) throw InputError(path, make_one_line(importer.GetErrorString()));
+  if (scene->mRootNode == nullptr || scene->mNumMeshes == 0) throw InputError(path, "holds no mesh");
+  return scene;
+}
+
+Color get_material_color(const aiMaterial& material, uint group) {
+  aiColor3D diffuse;
+  if (material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS) return palette_color(group);
+  const aiColor3D untold(0.6f, 0.6f, 0.6f);  // what importers put where a file is silent
+  if (diffuse == untold) return palette_color(group);
+  const auto channel = [](float value) { return std::clamp(decode_srgb(value), 0.03f, 0.85f); };
+  return {channel(diffuse.r), channel(diffuse.g), channel(diffuse.b)};
+}
+
+class SceneReader {
+ public:
+  SceneReader(const std::string& path, const aiScene& scene) : path_(path), scene_(scene) {}
+
+  MeshSource read() {
+    read_node(*scene_.mRootNode, aiMatrix4x4());
+    if (!has_polygon_) throw InputError(path_, "holds no polygon");
+    return builder_.finish();
+  }
+
+ private:
+  void read_node(const aiNode& node, const aiMatrix4x4& parent) {
+    const aiMatrix4x4 matrix = parent * node.mTransformation;
+    for (uint k = 0; k < node.mNumMeshes; ++k) {
+      if (node.mMeshes[k] >= scene_.mNumMeshes) throw InputError(path_, "a node names a mesh that does not exist");
+      read_mesh(*scene_.mMeshes[node.mMeshes[k]], matrix);
+    }
+    for (uint k = 0; k < node.mNumChildren; ++k) read_node(*node.mChildren[k], matrix);
+  }
+
+  void read_mesh(const aiMesh& mesh, const aiMatrix4x4& matrix) {
+    const uint first_vertex = builder_.get_vertex_count();
+    for (uint k = 0; k < mesh.mNumVertices; ++k) {
+      const aiVector3D p = matrix * mesh.mVertices[k];
+      builder_.add_vertex({p.x, p.y, p.z});
+    }
+    const uint first_normal = mesh.HasNormals() ? read_normals(mesh, matrix) : 0;
+    uint first_uv = 0;
+    for (uint k = 0; mesh.HasTextureCoords(0) && k < mesh.mNumVertices; ++k) {
+      const aiVector3D& uv = mesh.mTextureCoords[0][k];
+      const uint index = builder_.add_uv({uv.x, uv.y, uv.z});
+      if (k == 0) first_uv = index;
+    }
+    const uint group = find_group(mesh);
+    for (uint k = 0; k < mesh.mNumFaces; ++k) read_face(mesh, k, group, first_vertex, first_normal, first_uv);
+  }
+
+  uint read_normals(const aiMesh& mesh, const aiMatrix4x4& matrix) {
+    const aiMatrix3x3 normal_matrix = aiMatrix3x3(matrix).Inverse().Transpose();
+    uint first = 0;
+    for (uint k = 0; k < mesh.mNumVertices; ++k) {
+      const aiVector3D n = normal_matrix * mesh.mNormals[k];
+      const uint index = builder_.add_normal(GMathVec3<float>(n.x, n.y, n.z).get_normalized());
+      if (k == 0) first = index;
+    }
+    return first;
+  }
+
+  void read_face(const aiMesh& mesh, uint number, uint group, uint first_vertex, uint first_normal, uint first_uv) {
+    const aiFace& face = mesh.mFaces[number];
+    vertices_.clear(), normals_.clear(), uvs_.clear();
+    for (uint k = 0; k < face.mNumIndices; ++k) {
+      const uint index = face.mIndices[k];
+      if (index >= mesh.mNumVertices)
+        throw InputError(path_, "polygon " + std::to_string(number) + " names a vertex that does not exist");
+      vertices_.push_back(first_vertex + index);
+      if (mesh.HasNormals()) normals_.push_back(first_normal + index);
+      if (mesh.HasTextureCoords(0)) uvs_.push_back(first_uv + index);
+    }
+    has_polygon_ |= face.mNumIndices >= 3;
+    builder_.add_polygon(vertices_, group, normals_, uvs_);
+  }
+
+  uint find_group(const aiMesh& mesh) {
+    std::string name;
+    const aiMaterial* material =
+        mesh.mMaterialIndex < scene_.mNumMaterials ? scene_.mMaterials[mesh.mMaterialIndex] : nullptr;
+    if (material != nullptr) name = material->GetName().C_Str();
+    if (name.empty() || name == AI_DEFAULT_MATERIAL_NAME) name = mesh.mName.C_Str();
+    if (name.empty()) name = "default";
+    const auto [place, is_new] = groups_.try_emplace(name, static_cast<uint>(groups_.size()));
+    if (is_new) {
+      const uint group = place->second;
+      builder_.add_group(name, material != nullptr ? get_material_color(*material, group) : palette_color(group));
+    }
+    return place->second;
+  }
+
+  const std::string& path_;
+  const aiScene& scene_;
+  MeshBuilder builder_;
+  std::map<std::string, uint> groups_;
+  std::vector<u32> vertices_, normals_, uvs_;
+  bool has_polygon_ = false;
+};
+
+}  // namespace
+
+MeshSource import_mesh(const std::string& path) {
+  check_file(path);
+  try {
+    Assimp::Importer importer;
+    return SceneReader(path, *read_scene(importer, path)).read();
+  } catch (const InputError&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw InputError(path, "needs more memory than there is");
+  } catch (const std::exception& error) {
+    throw InputError(path, make_one_line(error.what()));
+  }
+}

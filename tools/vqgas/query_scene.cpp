@@ -1,0 +1,77 @@
+#include "tools/vqgas/query_scene.h"
+
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+#include "tools/vqgas/input_error.h"
+#include "vq_app_base/app_base.h"
+
+QueryScene::QueryScene(AppBase& application, const std::string& name, MeshSource&& source)
+    : application_(application), factory_(application), ctx_(factory_), group_colors_(std::move(source.group_colors)) {
+  CoreString fault;
+  if (!mesh_.create(std::move(source.data), fault)) throw InputError(name, fault.get_data());
+
+  AppProgressBar* progress = application.create_progress_bar("Build");
+  const auto begin = std::chrono::steady_clock::now();
+  const bool built = structure_.create(ctx_, &mesh_, &mesh_, progress);
+  build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  progress->finish();
+  if (!built || structure_.get_tree().is_empty()) throw InputError(name, "holds no polygon with finite corners");
+
+  links_.material = &material_;
+  group_links_.assign(mesh_.get_shading_groups().get_count(), &links_);
+  shading_ = ShadingGroupTable(group_links_);
+}
+
+void QueryScene::set_shutter(double open, double close) {
+  // One more sample than the mesh has spans between the two times: linear in between, as the mesh itself moves.
+  const GMathTimeSampling& sampling = mesh_.get_motion_sampling();
+  const double spans = std::ceil((close - open) / sampling.get_step() - 1e-6);
+  const uint samples = close > open ? static_cast<uint>(std::clamp(spans, 1.0, 64.0)) + 1 : 1;
+  motion_blur_.emplace(open, close, samples);
+  ctx_.set_motion_blur(&*motion_blur_);
+}
+
+GMathBbox3<double> QueryScene::get_bbox() const {
+  GMathBbox3<double> box = structure_.get_bbox();
+  if (!motion_blur_) return box;
+  box.set_empty();
+  const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
+  for (uint sample = 0; sample < sampling.get_sample_count(); ++sample)
+    box.add(structure_.get_bbox_at(ctx_, sampling.get_sample_time(sample)));
+  return box;
+}
+
+const CtxEval& QueryScene::get_thread_ctx() const {
+  const uint index = application_.get_thread_manager().get_index_of_current_thread();
+  return index < ctx_.get_thread_ctx_count() ? ctx_.get_or_create_thread_ctx(index) : ctx_;
+}
+
+void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, GeometryRayVisits* visits) const {
+  if (packet.get_count() == 0) return;
+  GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
+  query.visits = visits;
+  const GasObject& structure = structure_;
+  if (motion_blur_) {
+    structure.ray_hit_nearest_motion(get_thread_ctx(), shader, query);
+  } else {
+    structure.ray_hit_nearest_static(get_thread_ctx(), shader, query);
+  }
+}
+
+void QueryScene::find_all(CtxShader& shader, GeometryRayPacket& packet) const {
+  packet.get_hits().clear();
+  if (packet.get_count() == 0) return;
+  GeometryRaytraceCtx& query = packet.begin_all_hits(shading_);
+  const GasObject& structure = structure_;
+  if (motion_blur_) {
+    structure.ray_hit_motion(get_thread_ctx(), shader, query);
+  } else {
+    structure.ray_hit_static(get_thread_ctx(), shader, query);
+  }
+}
+
+GeometrySurfacePoint QueryScene::get_surface_point(const GeometryIntersection& hit, double time) const {
+  return mesh_.get_surface_point(hit, motion_blur_ ? time : std::numeric_limits<double>::quiet_NaN());
+}

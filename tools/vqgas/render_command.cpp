@@ -1,0 +1,117 @@
+// tools/vqgas/render_command.cpp
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "tools/vqgas/command_line.h"
+#include "tools/vqgas/image_exr.h"
+#include "tools/vqgas/input_error.h"
+#include "tools/vqgas/layer_display.h"
+#include "tools/vqgas/mesh_load.h"
+#include "tools/vqgas/output_file.h"
+#include "tools/vqgas/progress_display.h"
+#include "tools/vqgas/render.h"
+#include "vq_app_base/app_base.h"
+
+namespace {
+
+/// Polygons that meet at a smaller angle are shown as one smooth surface.
+constexpr double crease_degrees = 40.0;
+
+RenderSettings make_settings(const RenderOptions& options, const QueryScene& scene) {
+  RenderSettings settings;
+  settings.width = options.width;
+  settings.height = options.height;
+  settings.samples = options.samples;
+  settings.layers = options.layers;
+  settings.has_floor = options.has_floor;
+  if (options.shutter) {
+    settings.shutter_open = options.shutter->open;
+    settings.shutter_close = options.shutter->close;
+  }
+  const double aspect = double(options.width) / options.height;
+  settings.camera = options.camera ? *options.camera : frame_box(options.view, scene.get_bbox(), aspect);
+  return settings;
+}
+
+/// NAME.png for beauty, or for a single layer; NAME.LAYER.png for the others.
+std::string get_png_name(const std::string& name, Layer layer, bool is_single) {
+  if (layer == Layer::beauty || is_single) return name;
+  return name.substr(0, name.size() - 3) + get_layer_name(layer) + ".png";
+}
+
+/// Writes what `outputs` name and returns the files' names.
+std::vector<std::string> write_pictures(const Picture& picture, const std::vector<std::string>& outputs,
+                                        const std::vector<Color>& group_colors) {
+  std::vector<std::string> written;
+  for (const std::string& name : outputs) {
+    if (name.ends_with(".exr")) {
+      write_exr(name, picture);
+      written.push_back(name);
+      continue;
+    }
+    for (const PictureLayer& layer : picture.layers) {
+      written.push_back(get_png_name(name, layer.layer, picture.layers.size() == 1));
+      write_png(written.back(), make_screen_image(picture, layer, group_colors));
+    }
+  }
+  return written;
+}
+
+/// A folder that is missing or closed is told before the work, not after it.
+void check_outputs(const std::vector<std::string>& outputs) {
+  for (const std::string& name : outputs) OutputFile probe(name);
+}
+
+nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScene& scene, const RayCounts& rays,
+                                   double seconds, const std::vector<std::string>& written) {
+  nlohmann::ordered_json report;
+  report["files"] = options.files;
+  report["primitives"] = scene.get_mesh().get_primitive_count();
+  report["kept"] = scene.get_structure().get_kept_count();
+  report["threads"] = scene.get_application().get_thread_count();
+  report["build_seconds"] = scene.get_build_seconds();
+  report["picture"] = {{"width", options.width}, {"height", options.height}, {"samples", options.samples}};
+  for (const Layer layer : options.layers) report["layers"].push_back(get_layer_name(layer));
+  report["render_seconds"] = seconds;
+  report["rays"] = {
+      {"camera", rays.camera}, {"shadow", rays.shadow}, {"ambient", rays.ambient}, {"all_hits", rays.all_hits}};
+  report["mrays_per_second"] = seconds > 0.0 ? 1e-6 * static_cast<double>(rays.get_sum()) / seconds : 0.0;
+  if (options.shutter) report["shutter"] = {options.shutter->open, options.shutter->close};
+  report["written"] = written;
+  return report;
+}
+
+}  // namespace
+
+void run_render(const RenderOptions& options) {
+  check_outputs(options.outputs);
+  MeshSource source = load_meshes(options.files);
+  complete_normals(source.data, crease_degrees);
+  const std::vector<Color> group_colors = source.group_colors;
+  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  QueryScene scene(application, options.files.front(), std::move(source));
+  if (options.shutter) scene.set_shutter(options.shutter->open, options.shutter->close);
+
+  const RenderSettings settings = make_settings(options, scene);
+  display.set_unit("pixels");
+  AppProgressBar* progress = application.create_progress_bar("Render");
+  RayCounts rays;
+  const auto begin = std::chrono::steady_clock::now();
+  const Picture picture = render_picture(scene, settings, progress, rays);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  progress->finish();
+
+  const std::vector<std::string> written = write_pictures(picture, options.outputs, group_colors);
+  if (!options.json.empty()) {
+    const nlohmann::ordered_json report = make_report(options, scene, rays, seconds, written);
+    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+  }
+  if (options.quiet || options.json == "-") return;
+  for (const std::string& name : written) std::printf("%s\n", name.c_str());
+  std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
+              options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
+              1e-6 * static_cast<double>(rays.get_sum()) / seconds, application.get_thread_count(),
+              scene.get_build_seconds());
+}

@@ -1,0 +1,162 @@
+// tools/vqgas/trace_command.cpp
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "tools/vqgas/command_line.h"
+#include "tools/vqgas/input_error.h"
+#include "tools/vqgas/mesh_load.h"
+#include "tools/vqgas/number_list.h"
+#include "tools/vqgas/output_file.h"
+#include "tools/vqgas/progress_display.h"
+#include "tools/vqgas/query_scene.h"
+#include "tools/vqgas/trace_rays.h"
+#include "vq_app_base/app_base.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+namespace {
+
+struct TraceHit {
+  uint ray = 0;
+  GeometryIntersection hit;
+  GeometrySurfacePoint point;
+};
+
+/// A run of rays that one thread traces as a packet. Its hits are in order of ray, then distance, then primitive.
+class TraceTask final : public SysThreadTask {
+ public:
+  TraceTask(const QueryScene& scene, const std::vector<TraceRay>& rays, std::size_t first, std::size_t count, bool all)
+      : scene_(scene), rays_(rays), first_(first), count_(count), all_(all) {
+    flags = counted | for_waiter;
+  }
+
+  void run(const uint&) override {
+    CtxShader shader;
+    scene_.prepare(shader);
+    GeometryRayPacket packet;
+    packet.resize(static_cast<uint>(count_));
+    for (uint k = 0; k < count_; ++k) {
+      const TraceRay& ray = rays_[first_ + k];
+      packet.set_ray(k, ray.origin, ray.direction, ray.tnear, ray.tfar, ray.time);
+    }
+    if (all_) {
+      scene_.find_all(shader, packet);
+      for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, hit.hit);
+    } else {
+      scene_.find_nearest(shader, packet);
+      for (uint k = 0; k < count_; ++k) {
+        if (packet.get_nearest(k).geometry != nullptr) add(k, packet.get_nearest(k));
+      }
+    }
+    std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
+      if (a.ray != b.ray) return a.ray < b.ray;
+      if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
+      return std::pair(a.hit.primitive, a.hit.part) < std::pair(b.hit.primitive, b.hit.part);
+    });
+  }
+
+  std::vector<TraceHit> hits;
+
+ private:
+  void add(uint ray, const GeometryIntersection& hit) {
+    hits.push_back({static_cast<uint>(first_) + ray, hit, scene_.get_surface_point(hit, rays_[first_ + ray].time)});
+  }
+
+  const QueryScene& scene_;
+  const std::vector<TraceRay>& rays_;
+  const std::size_t first_, count_;
+  const bool all_;
+};
+
+std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>& rays, bool all) {
+  constexpr std::size_t packet_size = 4096;
+  std::vector<std::unique_ptr<TraceTask>> tasks;
+  for (std::size_t first = 0; first < rays.size(); first += packet_size)
+    tasks.push_back(std::make_unique<TraceTask>(scene, rays, first, std::min(packet_size, rays.size() - first), all));
+  SysThreadTaskManager group(scene.get_application().get_thread_manager());
+  for (const auto& task : tasks) group.add_task(task.get());
+  group.wait_until_completed(true);
+  std::vector<TraceHit> hits;
+  for (const auto& task : tasks) hits.insert(hits.end(), task->hits.begin(), task->hits.end());
+  return hits;
+}
+
+std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) {
+  std::string text = trace_csv_header;
+  text += '\n';
+  auto hit = hits.begin();
+  for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,\n");
+    for (; hit != hits.end() && hit->ray == ray; ++hit) {
+      const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
+      text += std::to_string(ray);
+      text.append(",").append(print_number(hit->hit.distance));
+      text.append(",").append(std::to_string(hit->hit.primitive));
+      text.append(",").append(std::to_string(hit->hit.shading_group));
+      for (const double value : {hit->hit.u, hit->hit.v, n.x, n.y, n.z, p.x, p.y, p.z})
+        text.append(",").append(print_number(value));
+      text += '\n';
+    }
+  }
+  return text;
+}
+
+/// {"file": ..., "rays": [{"ray": 0, "hits": [{...}, ...]}, ...]}
+std::string print_json(const std::string& file, const QueryScene& scene, const std::vector<TraceHit>& hits,
+                       std::size_t ray_count) {
+  nlohmann::ordered_json report;
+  report["file"] = file;
+  report["rays"] = nlohmann::ordered_json::array();
+  auto hit = hits.begin();
+  for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (; hit != hits.end() && hit->ray == ray; ++hit) {
+      const GeometrySurfacePoint& point = hit->point;
+      const auto& groups = scene.get_mesh().get_shading_groups();
+      list.push_back({{"distance", hit->hit.distance},
+                      {"primitive", hit->hit.primitive},
+                      {"group", hit->hit.shading_group},
+                      {"group_name", groups[hit->hit.shading_group].get_data()},
+                      {"u", hit->hit.u},
+                      {"v", hit->hit.v},
+                      {"normal", {point.normal.x, point.normal.y, point.normal.z}},
+                      {"position", {point.position.x, point.position.y, point.position.z}}});
+    }
+    report["rays"].push_back({{"ray", ray}, {"hits", std::move(list)}});
+  }
+  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::vector<TraceRay> get_rays(const TraceOptions& options) {
+  std::vector<TraceRay> rays(options.rays.size());
+  for (std::size_t k = 0; k < rays.size(); ++k) parse_trace_ray(options.rays[k], rays[k]);
+  if (!rays.empty()) return rays;
+  if (isatty(STDIN_FILENO) && !options.quiet) std::cerr << "Reading rays from the terminal, one a line:\n";
+  return read_trace_rays(std::cin, "standard input");
+}
+
+}  // namespace
+
+void run_trace(const TraceOptions& options) {
+  const std::vector<TraceRay> rays = get_rays(options);
+  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  QueryScene scene(application, options.file, load_mesh(options.file));
+  const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
+  if (wants_times && scene.get_mesh().has_motion()) {
+    const GMathTimeSampling& sampling = scene.get_mesh().get_motion_sampling();
+    scene.set_shutter(sampling.get_begin(), sampling.get_sample_time(sampling.get_sample_count() - 1));
+  }
+  const std::vector<TraceHit> hits = trace(scene, rays, options.all);
+  const bool prints_json = options.as_json || options.json == "-";
+  if (!options.json.empty() || prints_json) {
+    const std::string text = print_json(options.file, scene, hits, rays.size());
+    if (!options.json.empty() && options.json != "-") write_text_file(options.json, text);
+    if (prints_json) write_text_file("-", text);
+  }
+  if (!prints_json) write_text_file("-", print_csv(hits, rays.size()));
+}
