@@ -1,7 +1,7 @@
 #!/bin/sh
 # The main job in one command: installs what is missing, builds Release, then reports on a scene and renders it.
 #
-#   scripts/demo.sh                         the built-in scenes, one of them deforming while the shutter is open
+#   scripts/demo.sh [OPTION...]             the built-in scenes, one of them deforming while the shutter is open
 #   scripts/demo.sh FILE... [OPTION...]     the mesh files given, as one scene
 #
 # Options go to `vqgas render` as they stand, for example: scripts/demo.sh bunny.ply --view side --size 1920x1080
@@ -9,54 +9,50 @@
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$root/out
+vqgas=$root/build/demo/bin/vqgas
+layers=beauty,depth,normal,position,primitive,group,uv,heat,count
 
 case "${1:-}" in
   -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit 0 ;;
 esac
 
 "$root/scripts/install_packages.sh" build tools
-cd "$root"
-cmake --preset demo >/dev/null
-cmake --build --preset demo -j "$(nproc)"
-cd - >/dev/null
-vqgas=$root/build/demo/bin/vqgas
+(cd "$root" && cmake --preset demo >/dev/null && cmake --build --preset demo -j "$(nproc)")
 
 mkdir -p "$out"
 started=$(mktemp)
 trap 'rm -f "$started"' EXIT
 
-# show NAME SCENE... [OPTION...]: the table and its report, then every layer, as one EXR and as one PNG each.
-show() {
+# render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each.
+render() {
   name=$1
   shift
-  files=0
-  for argument in "$@"; do
-    case $argument in -*) break ;; esac
-    files=$((files + 1))
-  done
-  # The scene alone stands for `info`, which does not know the options of `render`.
-  (
-    position=0
-    for argument in "$@"; do
-      shift
-      [ "$position" -lt "$files" ] && set -- "$@" "$argument"
-      position=$((position + 1))
-    done
-    exec "$vqgas" info "$@" --json "$out/$name.info.json"
-  )
-  "$vqgas" render "$@" -o "$out/$name.exr" --layers "$layers" --json "$out/$name.render.json"
-  "$vqgas" render "$@" -o "$out/$name.png" --layers "$layers" --quiet
+  "$vqgas" render "$@" --layers "$layers" -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
 }
 
-layers=beauty,depth,normal,position,primitive,group,uv,heat,count
 case "${1:-}" in
   "" | -*)
-    show gallery demo:gallery "$@"
-    show wave demo:wave --shutter 0,1 "$@"
+    "$vqgas" info demo:gallery demo:wave --json "$out/info.json"
+    render gallery demo:gallery --floor "$@"
+    render wave demo:wave --shutter 0,0.5 "$@"
     ;;
   *)
+    files=0
+    for argument in "$@"; do
+      case $argument in -*) break ;; esac
+      files=$((files + 1))
+    done
+    # `info` does not know the options of `render`, so it gets the files alone.
+    (
+      for argument in "$@"; do
+        shift
+        if [ "$files" -gt 0 ]; then set -- "$@" "$argument"; fi
+        files=$((files - 1))
+      done
+      exec "$vqgas" info "$@" --json "$out/info.json"
+    )
     name=$(basename "${1#demo:}")
-    show "${name%.*}" "$@"
+    render "${name%.*}" "$@"
     ;;
 esac
 
