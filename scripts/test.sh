@@ -7,4 +7,4 @@ scripts/install_packages.sh build tools tests bench
 
 cmake --preset release
 cmake --build --preset release -j "$(nproc)"
-exec ctest --preset release --no-tests=error -j "$(nproc)"
+exec ctest --preset release --no-tests=error --timeout 600 -j "$(nproc)"
