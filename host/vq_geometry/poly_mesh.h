@@ -154,8 +154,9 @@ class PolyMesh final : public GeometryObject {
   double get_triangle_edge_proximity(const GeometryIntersection& hit) const;
   double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
   GMathBbox3<double> compute_bbox(uint primitive, double time) const;
-  void test_resting(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray) const;
-  void test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray) const;
+  template <class GetPosition>
+  void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray,
+                const GetPosition& get_position) const;
 
   CoreAlignedArray<GMathVec3<float>> positions_;
   CoreAlignedArray<u32> polygon_vertices_;

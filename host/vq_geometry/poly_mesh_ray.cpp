@@ -2,6 +2,7 @@
 // double precision. The space is sheared so that the ray becomes the z axis; a triangle is then hit when its three edge
 // functions agree in sign at the origin. The products in an edge function round monotonically, so that the sign of the
 // difference is right or zero, and two triangles see their common edge with opposite signs: no ray slips between them.
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -54,25 +55,26 @@ struct ShearedVertex {
 /// Twice the area between the origin and the edge from a to b. Exactly the negative for the edge from b to a.
 inline double get_edge_function(const ShearedVertex& a, const ShearedVertex& b) { return a.x * b.y - a.y * b.x; }
 
-/// Where the ray meets the triangle, when that is within [tnear, limit). Edges and corners belong to the triangle, both
-/// faces count, a triangle seen edge-on is missed. A NaN anywhere fails one of the comparisons.
+/// Where the ray's line meets the triangle. Edges and corners belong to the triangle, both faces count, a triangle seen
+/// edge-on is missed. Whether the distance is within the ray's interval is left to push_intersection(). A NaN anywhere
+/// gives false or a NaN distance, which no interval holds.
 template <class T>
 inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
-                         const GMathVec3<T>& position_c, double tnear, double limit, GeometryCandidate& hit) {
+                         const GMathVec3<T>& position_c, GeometryCandidate& hit) {
   const ShearedVertex a(ray, position_a), b(ray, position_b), c(ray, position_c);
   const double weight_a = get_edge_function(c, b);
   const double weight_b = get_edge_function(a, c);
   const double weight_c = get_edge_function(b, a);
-  const bool any_negative = weight_a < 0.0 || weight_b < 0.0 || weight_c < 0.0;
-  const bool any_positive = weight_a > 0.0 || weight_b > 0.0 || weight_c > 0.0;
-  if (any_negative && any_positive) return false;
+  // One branch instead of six that no predictor can guess.
+  const double least = std::min(std::min(weight_a, weight_b), weight_c);
+  const double most = std::max(std::max(weight_a, weight_b), weight_c);
+  if (least < 0.0 && most > 0.0) return false;
   const double sum = weight_a + weight_b + weight_c;
   if (!(sum < 0.0 || sum > 0.0)) return false;
   const double scale = 1.0 / sum;
   // Relative to a, so that rounding grows with the depth of the triangle and not with its distance.
   const double depth = a.z + (weight_b * (b.z - a.z) + weight_c * (c.z - a.z)) * scale;
   hit.distance = depth * ray.scale_z;
-  if (!(hit.distance >= tnear && hit.distance < limit)) return false;
   hit.u = weight_b * scale;
   hit.v = weight_c * scale;
   return true;
@@ -80,49 +82,35 @@ inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, 
 
 }  // namespace
 
+template <class GetPosition>
+inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                               uint ray, const GetPosition& get_position) const {
+  const ShearedRay sheared(query.get_ray(ray));
+  const u32* vertices = get_part_vertices(primitive, 0);
+  for (uint part = 0, count = get_part_count(primitive); part < count; ++part, vertices += 3) {
+    GeometryCandidate hit;
+    if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
+      continue;
+    hit.primitive = primitive;
+    hit.part = part;
+    query.push_intersection(ctx, shader, ray, hit);
+    if (!query.is_nearest() && query.is_stopped(ray)) return;
+  }
+}
+
 void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const {
   const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
+  const GMathVec3<float>* positions = positions_.get();
   for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
     if (!query.is_nearest() && query.is_stopped(ray)) continue;
     ++query.counter;
-    if (moving)
-      test_moving(ctx, shader, query, primitive, ray);
-    else
-      test_resting(ctx, shader, query, primitive, ray);
-  }
-}
-
-inline void PolyMesh::test_resting(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                                   uint ray) const {
-  const ShearedRay sheared(query.get_ray(ray));
-  const GMathVec3<float>* positions = positions_.get();
-  GeometryCandidate hit;
-  hit.primitive = primitive;
-  for (uint part = 0, count = get_part_count(primitive); part < count; ++part) {
-    const u32* vertices = get_part_vertices(primitive, part);
-    if (!hit_triangle(sheared, positions[vertices[0]], positions[vertices[1]], positions[vertices[2]],
-                      query.get_tnear(ray), query.get_limit(ray), hit))
-      continue;
-    hit.part = part;
-    query.push_intersection(ctx, shader, ray, hit);
-    if (!query.is_nearest() && query.is_stopped(ray)) return;
-  }
-}
-
-void PolyMesh::test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                           uint ray) const {
-  const ShearedRay sheared(query.get_ray(ray));
-  const MotionPlace place = get_motion_place(query.spans[ray].time);
-  GeometryCandidate hit;
-  hit.primitive = primitive;
-  for (uint part = 0, count = get_part_count(primitive); part < count; ++part) {
-    const u32* vertices = get_part_vertices(primitive, part);
-    if (!hit_triangle(sheared, get_moved_position(place, vertices[0]), get_moved_position(place, vertices[1]),
-                      get_moved_position(place, vertices[2]), query.get_tnear(ray), query.get_limit(ray), hit))
-      continue;
-    hit.part = part;
-    query.push_intersection(ctx, shader, ray, hit);
-    if (!query.is_nearest() && query.is_stopped(ray)) return;
+    if (moving) {
+      const MotionPlace place = get_motion_place(query.spans[ray].time);
+      test_ray(ctx, shader, query, primitive, ray, [&](u32 vertex) { return get_moved_position(place, vertex); });
+    } else {
+      test_ray(ctx, shader, query, primitive, ray,
+               [&](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; });
+    }
   }
 }
