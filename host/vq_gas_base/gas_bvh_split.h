@@ -50,6 +50,11 @@ struct GasBvhSplitCtx {
   GMathBbox3<float> compute_items_bbox(const GasBvhSplitSet& set, SysThreadManager* threads) const;
 };
 
+/// Where one item falls on each axis; the fourth byte holds nothing of meaning.
+struct GasBvhSplitItemBins {
+  u8 bin[4];
+};
+
 /// Binned surface-area split on the centroids (Wald 2007, "On fast Construction of SAH-based Bounding Volume
 /// Hierarchies"). The result depends on the set alone, never on the number of threads.
 class GasBvhSplitAligned {
@@ -63,5 +68,7 @@ class GasBvhSplitAligned {
              bool& aligned, SysThreadManager* threads);
 
  private:
-  CoreVector<uint> scratch_;  ///< the right half while a range is being partitioned; kept from set to set
+  /// Of the set at hand: where each item is to go, and the range in its new order. Kept from set to set.
+  CoreVector<GasBvhSplitItemBins> item_bins_;
+  CoreVector<uint> moved_;
 };

@@ -96,8 +96,8 @@ SortedItems::SortedItems(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
     ranks[k] = rank;
   }
   for (uint k = 0; k < set.count; ++k) {
-    int rank[4];
-    ranks[k].store_truncated(rank);
+    u8 rank[4];
+    ranks[k].store_bytes(rank);
     for (uint axis = 0; axis < 3; ++axis) order[rank[axis]][axis] = static_cast<u8>(k);
   }
   is_flat = ((center_sums.high > center_sums.low).get_bits() & 7u) == 0;
@@ -105,6 +105,7 @@ SortedItems::SortedItems(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
 
 bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                   GasBvhSplitSetGeom& right) {
+  if (set.count == 2 && ctx.max_leaf < 2) return split_middle(ctx, set, left, right, nullptr);  // a third of all calls
   const SortedItems sorted(ctx, set);
   if (sorted.is_flat) return split_middle(ctx, set, left, right, nullptr);
   const float padding = gas_bvh_split_padding(set.box);
@@ -128,47 +129,114 @@ bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasB
 struct BinSlots {
   const GasBvhSplitBins& bins;
   bool weighted;
-  const GasBvhSplitBox& get_box(uint axis, uint bin) const { return bins.boxes[bin][axis]; }
-  SimdF get_weights(uint bin) const {
-    if (weighted) {
-      const double* weights = bins.weights[bin];
-      return {static_cast<float>(weights[0]), static_cast<float>(weights[1]), static_cast<float>(weights[2]), 0.0f};
-    }
-    const uint* counts = bins.counts[bin];
-    return {static_cast<float>(counts[0]), static_cast<float>(counts[1]), static_cast<float>(counts[2]), 0.0f};
+  const GasBvhSplitBox& get_box(uint axis, uint bin) const { return bins.boxes[axis][bin]; }
+  SimdF get_weights(uint bin) const { return weighted ? convert(bins.weights, bin) : convert(bins.counts, bin); }
+
+ private:
+  template <class Number>
+  static SimdF convert(const Number (&numbers)[3][GasBvhSplitBins::most_bins], uint bin) {
+    return {static_cast<float>(numbers[0][bin]), static_cast<float>(numbers[1][bin]),
+            static_cast<float>(numbers[2][bin]), 0.0f};
   }
 };
 
-GasBvhSplitBox unite_centers(const GasBvhSplitCtx& ctx, const uint* order, uint count) {
-  GasBvhSplitBox sums;
-  for (uint k = 0; k < count; ++k) sums.add(GasBvhSplitBox::load(ctx.item_boxes[order[k]]).get_center_sum());
-  return sums;
+/// One chunk of a set that is being cut on several threads.
+struct Chunk {
+  GasBvhSplitBins bins;
+  uint left_before;  ///< how many items of the chunks before it go left
+};
+
+/// One large set while it is being cut, in three passes over its items.
+struct BinnedSet {
+  const GasBvhSplitCtx& ctx;
+  uint* order;
+  uint count;
+  GasBvhSplitItemBins* item_bins;  ///< [count]
+  uint* moved;                     ///< [count]
+  SysThreadManager* threads;       ///< null: all on this thread
+  GasBvhSplitBins bins;
+  CoreAlignedArray<Chunk> chunks;  ///< only with threads
+
+  GasBvhSplitBox unite_center_sums() const;
+  void fill_bins(const GasBvhSplitGrid& grid);
+  Sides get_sides(const GasBvhSplitChoice& choice) const;
+  void partition(const GasBvhSplitChoice& choice, uint left_count);
+
+ private:
+  void deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at) const;
+};
+
+GasBvhSplitBox BinnedSet::unite_center_sums() const {
+  return gas_split_unite(count, threads, [this](uint first, uint unite_count) {
+    GasBvhSplitBox sums;
+    for (uint k = first; k < first + unite_count; ++k)
+      sums.add(GasBvhSplitBox::load(ctx.item_boxes[order[k]]).get_center_sum());
+    return sums;
+  });
 }
 
-Sides get_sides(const GasBvhSplitBins& bins, uint bin_count, const GasBvhSplitChoice& choice) {
-  Sides sides;
-  for (uint bin = 0; bin < bin_count; ++bin) {
-    const bool is_left = bin < choice.plane;
-    (is_left ? sides.left : sides.right).add(bins.boxes[bin][choice.axis]);
-    if (is_left) sides.left_count += bins.counts[bin][choice.axis];
+void BinnedSet::fill_bins(const GasBvhSplitGrid& grid) {
+  if (count <= gas_split_chunk_items) {
+    bins.add_items(ctx, grid, order, count, item_bins);
+    return;
   }
+  const auto fill = [&](GasBvhSplitBins& chunk_bins, uint first, uint chunk_count) {
+    chunk_bins = GasBvhSplitBins();
+    chunk_bins.add_items(ctx, grid, order + first, chunk_count, item_bins + first);
+  };
+  if (threads != nullptr) {
+    gas_split_for_each_chunk(count, *threads, [&](uint chunk, uint first, uint chunk_count) {
+      fill(chunks[chunk].bins, first, chunk_count);
+    });
+    for (const Chunk& chunk : chunks) bins.add(chunk.bins, grid.bin_count);
+    return;
+  }
+  GasBvhSplitBins chunk_bins;
+  for (uint chunk = 0; chunk < gas_split_chunk_count(count); ++chunk) {
+    const uint first = chunk * gas_split_chunk_items;
+    fill(chunk_bins, first, std::min(gas_split_chunk_items, count - first));
+    bins.add(chunk_bins, grid.bin_count);
+  }
+}
+
+Sides BinnedSet::get_sides(const GasBvhSplitChoice& choice) const {
+  Sides sides;
+  sides.left_count = bins.count_below(choice.axis, choice.plane);
+  for (uint bin = 0; bin < GasBvhSplitBins::most_bins; ++bin)
+    (bin < choice.plane ? sides.left : sides.right).add(bins.boxes[choice.axis][bin]);
   return sides;
 }
 
-/// Moves the left items of `order` to the front and the others to `right`, each in their former order, without a
-/// branch. Returns how many are left.
-uint deal(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid& grid, const GasBvhSplitChoice& choice, const uint* order,
-          uint count, uint* left, uint* right) {
-  const float plane = static_cast<float>(choice.plane);
-  uint left_count = 0;
-  for (uint k = 0; k < count; ++k) {
-    const uint item = order[k];
-    const uint is_right = grid.is_right(ctx.item_boxes[item], choice.axis, plane) ? 1 : 0;
-    left[left_count] = item;
-    right[k - left_count] = item;
-    left_count += 1 - is_right;
+/// Copies the items of one chunk to `moved`, those that go left from `left_at` on and the others from `right_at` on,
+/// each in their former order. Written without a branch, which would be guessed wrong for every other item.
+void BinnedSet::deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at) const {
+  for (uint k = first; k < first + deal_count; ++k) {
+    const uint is_left = item_bins[k].bin[choice.axis] < choice.plane ? 1 : 0;
+    moved[right_at ^ ((left_at ^ right_at) & (0u - is_left))] = order[k];
+    left_at += is_left;
+    right_at += 1 - is_left;
   }
-  return left_count;
+}
+
+/// Stable, so that a chunk knows where its items go from the counts of the chunks before it.
+void BinnedSet::partition(const GasBvhSplitChoice& choice, uint left_count) {
+  if (threads == nullptr) {
+    deal(choice, 0, count, 0, left_count);
+    std::copy_n(moved, count, order);
+    return;
+  }
+  uint left_before = 0;
+  for (Chunk& chunk : chunks) {
+    chunk.left_before = left_before;
+    left_before += chunk.bins.count_below(choice.axis, choice.plane);
+  }
+  gas_split_for_each_chunk(count, *threads, [&](uint chunk, uint first, uint chunk_count) {
+    const uint before = chunks[chunk].left_before;
+    deal(choice, first, chunk_count, before, left_count + (first - before));
+  });
+  gas_split_for_each_chunk(count, *threads, [&](uint /*chunk*/, uint first, uint chunk_count) {
+    std::copy_n(moved + first, chunk_count, order + first);
+  });
 }
 
 }  // namespace
@@ -177,33 +245,24 @@ bool GasBvhSplitAligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& se
                                GasBvhSplitSetGeom& right, bool& /*aligned*/, SysThreadManager* threads) {
   if (set.count < 2) return false;
   if (set.count <= most_sorted_items) return split_sorted(ctx, set, left, right);
+  if (!item_bins_.resize_for_overwrite(set.count) || !moved_.resize_for_overwrite(set.count))
+    return split_middle(ctx, set, left, right, threads);
 
-  uint* order = ctx.order + set.first;
-  const GasBvhSplitGrid grid(unite_centers(ctx, order, set.count), set.count >= many_items ? 32 : 16);
-  if (grid.is_flat || !scratch_.resize_for_overwrite(set.count)) return split_middle(ctx, set, left, right, threads);
-
-  GasBvhSplitBins bins;
-  bins.clear(grid.bin_count);
-  for (uint first = 0; first < set.count; first += gas_split_chunk_items) {
-    const uint count = std::min(gas_split_chunk_items, set.count - first);
-    if (set.count <= gas_split_chunk_items) {
-      bins.add_items(ctx, grid, order, count);
-    } else {
-      GasBvhSplitBins chunk_bins;
-      chunk_bins.clear(grid.bin_count);
-      chunk_bins.add_items(ctx, grid, order + first, count);
-      bins.add(chunk_bins, grid.bin_count);
-    }
-    if (set.count - first <= gas_split_chunk_items) break;
+  BinnedSet binned{ctx, ctx.order + set.first, set.count, item_bins_.get_items(), moved_.get_items(), nullptr, {}, {}};
+  if (gas_split_is_parallel(set.count, threads)) {
+    binned.chunks = CoreAlignedArray<Chunk>(gas_split_chunk_count(set.count));
+    if (binned.chunks) binned.threads = threads;
   }
+  const GasBvhSplitGrid grid(binned.unite_center_sums(), set.count >= many_items ? 32 : 16);
+  if (grid.is_flat) return split_middle(ctx, set, left, right, threads);
+  binned.fill_bins(grid);
   const float padding = gas_bvh_split_padding(set.box);
-  const BinSlots slots{bins, ctx.item_weights != nullptr};
+  const BinSlots slots{binned.bins, ctx.item_weights != nullptr};
   const GasBvhSplitChoice choice = gas_bvh_split_search<GasBvhSplitBins::most_bins>(slots, grid.bin_count, padding);
   if (!choice.is_found()) return split_middle(ctx, set, left, right, threads);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
-  const Sides sides = get_sides(bins, grid.bin_count, choice);
-  deal(ctx, grid, choice, order, set.count, order, scratch_.get_items());
-  std::copy_n(scratch_.get_items(), set.count - sides.left_count, order + sides.left_count);
+  const Sides sides = binned.get_sides(choice);
+  binned.partition(choice, sides.left_count);
   fill_halves(set, sides, left, right);
   return true;
 }

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <atomic>
 
+#include "vq_core/core_memory.h"
+#include "vq_gas_base/gas_bvh_split_cost.h"
 #include "vq_sys/sys_thread_manager.h"
 #include "vq_sys/sys_thread_task.h"
 #include "vq_sys/sys_thread_task_manager.h"
@@ -56,4 +58,17 @@ void gas_split_for_each_chunk(uint item_count, SysThreadManager& threads, const 
     group.add_task(&tasks[k]);
   }
   group.wait_until_completed(true);
+}
+
+/// The union of the boxes unite(first, count) over `item_count` items, on the threads when there are enough items.
+template <class Unite>
+GasBvhSplitBox gas_split_unite(uint item_count, SysThreadManager* threads, const Unite& unite) {
+  if (!gas_split_is_parallel(item_count, threads)) return unite(0, item_count);
+  CoreAlignedArray<GasBvhSplitBox> chunk_boxes(gas_split_chunk_count(item_count));
+  if (!chunk_boxes) return unite(0, item_count);
+  gas_split_for_each_chunk(item_count, *threads,
+                           [&](uint chunk, uint first, uint count) { chunk_boxes[chunk] = unite(first, count); });
+  GasBvhSplitBox box;
+  for (const GasBvhSplitBox& chunk_box : chunk_boxes) box.add(chunk_box);
+  return box;
 }
