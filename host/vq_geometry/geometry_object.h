@@ -14,8 +14,8 @@ class CtxShader;
 class GeometryFrustumCtx;
 class GeometryPointCloud;
 class GeometryRaytraceCtx;
-class GeometryUvMap;
 struct GeometryIntersection;
+struct GeometryUvMap;
 
 /// What a picture needs to know of a point on a surface, in the space of the geometry.
 struct GeometrySurfacePoint {
