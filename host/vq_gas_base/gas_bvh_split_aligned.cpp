@@ -1,5 +1,6 @@
 // host/vq_gas_base/gas_bvh_split_aligned.cpp
 #include <algorithm>
+#include <cmath>
 
 #include "vq_core/core_memory.h"
 #include "vq_gas_base/gas_bvh_split.h"
@@ -13,6 +14,7 @@ namespace {
 constexpr uint most_sorted_items = 16;
 /// From here on finer bins pay.
 constexpr uint many_items = 4096;
+constexpr uint few_bins = 16, many_bins = GasBvhSplitBins::most_bins;
 
 /// The two sides of a cut, before anything is moved.
 struct Sides {
@@ -43,17 +45,27 @@ void fill_halves(const GasBvhSplitSetGeom& set, const Sides& sides, GasBvhSplitS
   right.area = right.box.get_half_area();
 }
 
-/// The last resort, for sets that offer no cut: equal centres, or boxes without a finite price.
-bool split_middle(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                  GasBvhSplitSetGeom& right, SysThreadManager* threads) {
-  // Such items lie on top of each other: a cut through the heap saves nothing.
-  if (set.count <= ctx.max_leaf) return false;
+/// Cuts the range as it stands.
+void split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, uint left_count, GasBvhSplitSetGeom& left,
+              GasBvhSplitSetGeom& right, SysThreadManager* threads) {
+  const GasBvhSplitSet front{set.first, left_count}, back{set.first + left_count, set.count - left_count};
   Sides sides;
-  sides.left_count = set.count / 2;
-  sides.left = GasBvhSplitBox::load(ctx.compute_items_bbox({set.first, sides.left_count}, threads));
-  const GasBvhSplitSet rest{set.first + sides.left_count, set.count - sides.left_count};
-  sides.right = GasBvhSplitBox::load(ctx.compute_items_bbox(rest, threads));
+  sides.left_count = left_count;
+  sides.left = GasBvhSplitBox::load(ctx.compute_items_bbox(front, threads));
+  sides.right = GasBvhSplitBox::load(ctx.compute_items_bbox(back, threads));
   fill_halves(set, sides, left, right);
+}
+
+/// The last resort, for sets that offer no cut: equal centres, or no finite price. Such items lie on top of each other,
+/// where a cut saves nothing, so they stay together if they may and are halved if not. Boxes without a finite area go
+/// to the right: one of them makes every price infinite, and halving would mix up all the others that are with it.
+bool split_heap(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                GasBvhSplitSetGeom& right, SysThreadManager* threads) {
+  if (set.count <= ctx.max_leaf) return false;
+  uint* order = ctx.order + set.first;
+  const auto is_bounded = [&ctx](uint item) { return std::isfinite(ctx.item_boxes[item].get_half_area()); };
+  const uint bounded = static_cast<uint>(std::partition(order, order + set.count, is_bounded) - order);
+  split_at(ctx, set, bounded == 0 || bounded == set.count ? set.count / 2 : bounded, left, right, threads);
   return true;
 }
 
@@ -105,12 +117,15 @@ SortedItems::SortedItems(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
 
 bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                   GasBvhSplitSetGeom& right) {
-  if (set.count == 2 && ctx.max_leaf < 2) return split_middle(ctx, set, left, right, nullptr);  // a third of all calls
+  if (set.count == 2 && ctx.max_leaf < 2) {  // a third of all calls
+    split_at(ctx, set, 1, left, right, nullptr);
+    return true;
+  }
   const SortedItems sorted(ctx, set);
-  if (sorted.is_flat) return split_middle(ctx, set, left, right, nullptr);
+  if (sorted.is_flat) return split_heap(ctx, set, left, right, nullptr);
   const float padding = gas_bvh_split_padding(set.box);
   const GasBvhSplitChoice choice = gas_bvh_split_search<most_sorted_items>(sorted, set.count, padding);
-  if (!choice.is_found()) return split_middle(ctx, set, left, right, nullptr);
+  if (!choice.is_found()) return split_heap(ctx, set, left, right, nullptr);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
   Sides sides;
   sides.left_count = choice.plane;
@@ -246,20 +261,20 @@ bool GasBvhSplitAligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& se
   if (set.count < 2) return false;
   if (set.count <= most_sorted_items) return split_sorted(ctx, set, left, right);
   if (!item_bins_.resize_for_overwrite(set.count) || !moved_.resize_for_overwrite(set.count))
-    return split_middle(ctx, set, left, right, threads);
+    return split_heap(ctx, set, left, right, threads);
 
   BinnedSet binned{ctx, ctx.order + set.first, set.count, item_bins_.get_items(), moved_.get_items(), nullptr, {}, {}};
   if (gas_split_is_parallel(set.count, threads)) {
     binned.chunks = CoreAlignedArray<Chunk>(gas_split_chunk_count(set.count));
     if (binned.chunks) binned.threads = threads;
   }
-  const GasBvhSplitGrid grid(binned.unite_center_sums(), set.count >= many_items ? 32 : 16);
-  if (grid.is_flat) return split_middle(ctx, set, left, right, threads);
+  const GasBvhSplitGrid grid(binned.unite_center_sums(), set.count >= many_items ? many_bins : few_bins);
+  if (grid.is_flat) return split_heap(ctx, set, left, right, threads);
   binned.fill_bins(grid);
   const float padding = gas_bvh_split_padding(set.box);
   const BinSlots slots{binned.bins, ctx.item_weights != nullptr};
   const GasBvhSplitChoice choice = gas_bvh_split_search<GasBvhSplitBins::most_bins>(slots, grid.bin_count, padding);
-  if (!choice.is_found()) return split_middle(ctx, set, left, right, threads);
+  if (!choice.is_found()) return split_heap(ctx, set, left, right, threads);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
   const Sides sides = binned.get_sides(choice);
   binned.partition(choice, sides.left_count);

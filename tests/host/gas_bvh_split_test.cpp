@@ -260,6 +260,22 @@ TEST(GasBvhSplitAligned, depth_stays_bounded) {
   }
 }
 
+TEST(GasBvhSplitAligned, boxes_without_a_finite_area_are_set_apart) {
+  for (const uint count : {12u, 3000u}) {
+    std::vector<Box> boxes = make_boxes(Kind::uniform, count, 2);
+    boxes[3].max.y = infinity;
+    boxes[8] = Box({not_a_number, not_a_number, not_a_number}, {not_a_number, not_a_number, not_a_number});
+    boxes[9] = Box({-3e38f, -3e38f, -3e38f}, {3e38f, 3e38f, 3e38f});
+    Scene scene(boxes);
+    GasBvhSplitAligned strategy;
+    GasBvhSplitSetGeom left, right;
+    ASSERT_TRUE(split_checked(scene, strategy, scene.get_root(), left, right));
+    ASSERT_EQ(right.count, 3u);
+    std::sort(scene.order.end() - 3, scene.order.end());
+    EXPECT_TRUE(std::equal(scene.order.end() - 3, scene.order.end(), std::vector<uint>{3, 8, 9}.begin()));
+  }
+}
+
 TEST(GasBvhSplitAligned, ten_million_identical_boxes_are_halved) {
   Scene scene(make_boxes(Kind::identical, 10000000, 1));
   EXPECT_EQ(split_down(scene, nullptr, 10).depth, 20u);

@@ -75,9 +75,20 @@ TEST(SimdF, equals_its_plain_form_in_every_bit) {
     expect_same(store(select(a <= b, a, b)), store(select(c <= d, c, d)), true, "select");
     expect_same(store(SimdF(x[0])), store(SimdFPlain(x[0])), true, "one value");
     expect_same(store(SimdF(x[0], x[1], x[2], x[3])), x, true, "four values");
+    expect_same(store(rotate_lanes(a)), store(rotate_lanes(c)), true, "rotate_lanes");
+    SimdF rows[4] = {a, b, min(a, b), max(a, b)};
+    SimdFPlain plain_rows[4] = {c, d, min(c, d), max(c, d)};
+    transpose(rows[0], rows[1], rows[2], rows[3]);
+    transpose(plain_rows[0], plain_rows[1], plain_rows[2], plain_rows[3]);
+    for (uint k = 0; k < 4; ++k) expect_same(store(rows[k]), store(plain_rows[k]), true, "transpose");
+    EXPECT_EQ(std::bit_cast<u32>(store(rows[2])[1]), std::bit_cast<u32>(y[2]));
     u8 bytes[4];
     for (u8& byte : bytes) byte = static_cast<u8>(random.get_index(256));
     expect_same(store(SimdF::load_bytes(bytes)), store(SimdFPlain::load_bytes(bytes)), true, "bytes");
+    u8 stored[4], plain_stored[4];
+    (SimdF::load_bytes(bytes) + SimdF(0.75f)).store_bytes(stored);
+    (SimdFPlain::load_bytes(bytes) + SimdFPlain(0.75f)).store_bytes(plain_stored);
+    for (uint k = 0; k < 4; ++k) EXPECT_TRUE(stored[k] == bytes[k] && plain_stored[k] == bytes[k]) << "lane " << k;
   }
 }
 
