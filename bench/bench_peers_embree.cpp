@@ -1,0 +1,167 @@
+#include "bench/bench_peers_embree.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+void get_bounds(const RTCBoundsFunctionArguments* args) {
+  const auto& mesh = *static_cast<const BenchMesh*>(args->geometryUserPtr);
+  const u32* index = mesh.indices.data() + std::size_t{3} * args->primID;
+  const GMathVec3<float>* positions = mesh.positions.data();
+  const GMathVec3<float> a = positions[index[0]], b = positions[index[1]], c = positions[index[2]];
+  RTCBounds& bounds = *args->bounds_o;
+  bounds.lower_x = std::min({a.x, b.x, c.x});
+  bounds.lower_y = std::min({a.y, b.y, c.y});
+  bounds.lower_z = std::min({a.z, b.z, c.z});
+  bounds.upper_x = std::max({a.x, b.x, c.x});
+  bounds.upper_y = std::max({a.y, b.y, c.y});
+  bounds.upper_z = std::max({a.z, b.z, c.z});
+}
+
+struct TriangleHit {
+  double distance, u, v;
+};
+
+/// Möller, Trumbore 1997, "Fast, Minimum Storage Ray/Triangle Intersection", both faces, in double precision. The
+/// division waits until the triangle is hit: most are not.
+inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const RTCRay& ray, TriangleHit& hit) {
+  const u32* index = mesh.indices.data() + std::size_t{3} * triangle;
+  const GMathVec3<float>* positions = mesh.positions.data();
+  const GMathVec3<double> a(positions[index[0]]);
+  const GMathVec3<double> ab = GMathVec3<double>(positions[index[1]]) - a;
+  const GMathVec3<double> ac = GMathVec3<double>(positions[index[2]]) - a;
+  const GMathVec3<double> direction(ray.dir_x, ray.dir_y, ray.dir_z);
+  const GMathVec3<double> p = direction.cross(ac);
+  const double determinant = ab.dot(p);
+  const double sign = std::copysign(1.0, determinant), size = std::fabs(determinant);
+  const GMathVec3<double> s = GMathVec3<double>(ray.org_x, ray.org_y, ray.org_z) - a;
+  const double u = s.dot(p) * sign;
+  if (!(u >= 0.0 && u <= size)) return false;
+  const GMathVec3<double> q = s.cross(ab);
+  const double v = direction.dot(q) * sign;
+  if (!(v >= 0.0 && u + v <= size) || size == 0.0) return false;
+  const double scale = 1.0 / size;
+  hit = {ac.dot(q) * sign * scale, u * scale, v * scale};
+  return hit.distance >= double(ray.tnear) && hit.distance < double(ray.tfar);
+}
+
+/// One ray a call, and valid: the callers below use no packets.
+void intersect_triangle(const RTCIntersectFunctionNArguments* args) {
+  RTCRayHit& ray_hit = *reinterpret_cast<RTCRayHit*>(args->rayhit);
+  TriangleHit hit;
+  if (!hit_triangle(*static_cast<const BenchMesh*>(args->geometryUserPtr), args->primID, ray_hit.ray, hit)) return;
+  ray_hit.ray.tfar = static_cast<float>(hit.distance);
+  ray_hit.hit.u = static_cast<float>(hit.u);
+  ray_hit.hit.v = static_cast<float>(hit.v);
+  ray_hit.hit.primID = args->primID;
+  ray_hit.hit.geomID = args->geomID;
+}
+
+void occlude_triangle(const RTCOccludedFunctionNArguments* args) {
+  RTCRay& ray = *reinterpret_cast<RTCRay*>(args->ray);
+  TriangleHit hit;
+  if (hit_triangle(*static_cast<const BenchMesh*>(args->geometryUserPtr), args->primID, ray, hit))
+    ray.tfar = -HUGE_VALF;
+}
+
+RTCGeometry make_builtin_geometry(RTCDevice device, const BenchMesh& mesh) {
+  RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.positions.data(), 0,
+                             sizeof(GMathVec3<float>), mesh.positions.size());
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.indices.data(), 0,
+                             3 * sizeof(u32), mesh.get_triangle_count());
+  return geometry;
+}
+
+RTCGeometry make_user_geometry(RTCDevice device, const BenchMesh& mesh) {
+  RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_USER);
+  rtcSetGeometryUserPrimitiveCount(geometry, mesh.get_triangle_count());
+  rtcSetGeometryUserData(geometry, const_cast<BenchMesh*>(&mesh));
+  rtcSetGeometryBoundsFunction(geometry, get_bounds, nullptr);
+  rtcSetGeometryIntersectFunction(geometry, intersect_triangle);
+  rtcSetGeometryOccludedFunction(geometry, occlude_triangle);
+  return geometry;
+}
+
+inline void set_ray(const BenchRay& from, RTCRay& ray) {
+  ray.org_x = from.origin.x;
+  ray.org_y = from.origin.y;
+  ray.org_z = from.origin.z;
+  ray.tnear = from.tnear;
+  ray.dir_x = from.direction.x;
+  ray.dir_y = from.direction.y;
+  ray.dir_z = from.direction.z;
+  ray.time = 0.0f;
+  ray.tfar = from.tfar;
+  ray.mask = 0xFFFFFFFFu;
+  ray.id = 0;
+  ray.flags = 0;
+}
+
+}  // namespace
+
+const std::vector<EmbreeKind>& get_embree_kinds() {
+  static const std::vector<EmbreeKind> kinds = {{"user-sse42", EmbreeTriangles::user, "sse4.2"},
+                                                {"user", EmbreeTriangles::user, ""},
+                                                {"tri-sse42", EmbreeTriangles::builtin, "sse4.2"},
+                                                {"tri", EmbreeTriangles::builtin, ""}};
+  return kinds;
+}
+
+EmbreeDevice::EmbreeDevice(const EmbreeKind& kind, uint thread_count) {
+  std::string config = "threads=" + std::to_string(thread_count);
+  if (!kind.isa.empty()) config += ",isa=" + kind.isa;
+  device_ = rtcNewDevice(config.c_str());
+  if (device_ == nullptr) return;
+  const auto count_memory = [](void* self, ssize_t bytes, bool) {
+    static_cast<EmbreeDevice*>(self)->held_bytes_ += bytes;
+    return true;
+  };
+  rtcSetDeviceMemoryMonitorFunction(device_, count_memory, this);
+}
+
+EmbreeDevice::~EmbreeDevice() {
+  if (device_ != nullptr) rtcReleaseDevice(device_);
+}
+
+EmbreeScene::EmbreeScene(EmbreeDevice& device, const EmbreeKind& kind, const BenchMesh& mesh)
+    : device_(device), bytes_before_(device.get_held_bytes()) {
+  scene_ = rtcNewScene(device.get());
+  rtcSetSceneBuildQuality(scene_, RTC_BUILD_QUALITY_MEDIUM);
+  RTCGeometry geometry = kind.triangles == EmbreeTriangles::user ? make_user_geometry(device.get(), mesh)
+                                                                 : make_builtin_geometry(device.get(), mesh);
+  rtcSetGeometryBuildQuality(geometry, RTC_BUILD_QUALITY_MEDIUM);
+  rtcCommitGeometry(geometry);
+  rtcAttachGeometry(scene_, geometry);
+  rtcReleaseGeometry(geometry);
+}
+
+EmbreeScene::~EmbreeScene() { rtcReleaseScene(scene_); }
+
+void EmbreeScene::commit() {
+  rtcCommitScene(scene_);
+  held_bytes_ = device_.get_held_bytes() - bytes_before_;
+}
+
+void EmbreeScene::trace(uint /*thread*/, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) {
+  RTCIntersectContext context;
+  rtcInitIntersectContext(&context);
+  if (set.any_hit) {
+    for (; first < end; ++first) {
+      RTCRay ray;
+      set_ray(set.rays[first], ray);
+      rtcOccluded1(scene_, &context, &ray);
+      hits[first] = ray.tfar < 0.0f ? BenchHit{0.0f, 0} : BenchHit();
+    }
+    return;
+  }
+  for (; first < end; ++first) {
+    RTCRayHit ray_hit;
+    set_ray(set.rays[first], ray_hit.ray);
+    ray_hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(scene_, &context, &ray_hit);
+    hits[first] =
+        ray_hit.hit.geomID != RTC_INVALID_GEOMETRY_ID ? BenchHit{ray_hit.ray.tfar, ray_hit.hit.primID} : BenchHit();
+  }
+}

@@ -1,0 +1,57 @@
+#include "bench/bench_peers_measure.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+BenchSpread bench_get_spread(std::vector<double> values) {
+  if (values.empty()) return {};
+  std::sort(values.begin(), values.end());
+  const std::size_t middle = values.size() / 2;
+  const double median = values.size() % 2 == 1 ? values[middle] : 0.5 * (values[middle - 1] + values[middle]);
+  return {median, values.front(), values.back()};
+}
+
+BenchSpread bench_get_ratio(const std::vector<double>& values, const std::vector<double>& other) {
+  std::vector<double> ratios;
+  for (std::size_t round = 0; round < values.size(); ++round) ratios.push_back(values[round] / other[round]);
+  return bench_get_spread(ratios);
+}
+
+double bench_time(const std::function<void()>& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+double bench_time_trace(BenchTracer& tracer, const BenchRaySet& set, uint thread_count, std::vector<BenchHit>& hits) {
+  constexpr std::size_t block = 4096;
+  std::atomic<std::size_t> next = 0;
+  const auto run = [&](uint thread) {
+    for (std::size_t first = next.fetch_add(block); first < set.rays.size(); first = next.fetch_add(block))
+      tracer.trace(thread, set, first, std::min(first + block, set.rays.size()), hits.data());
+  };
+  return bench_time([&] {
+    std::vector<std::thread> others;
+    for (uint thread = 1; thread < thread_count; ++thread) others.emplace_back(run, thread);
+    run(0);
+    for (std::thread& other : others) other.join();
+  });
+}
+
+BenchDisagreement bench_compare(const BenchRaySet& set, const std::vector<BenchHit>& ours,
+                                const std::vector<BenchHit>& peer) {
+  BenchDisagreement found;
+  for (std::size_t ray = 0; ray < set.rays.size(); ++ray) {
+    if (ours[ray].is_hit()) ++found.hit_count;
+    if (ours[ray].is_hit() != peer[ray].is_hit()) {
+      ++found.hits;
+    } else if (ours[ray].is_hit() && !set.any_hit) {
+      const double distance = ours[ray].distance, other = peer[ray].distance;
+      if (std::fabs(distance - other) > 1e-3 * std::max(distance, other)) ++found.distances;
+    }
+  }
+  return found;
+}

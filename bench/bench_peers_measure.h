@@ -1,0 +1,33 @@
+// bench/bench_peers_measure.h
+//
+// Timing of several libraries in one process. A round measures every library once, one after the other; ratios are
+// formed within a round, so that what slows the machine for a while slows both sides of a ratio.
+#pragma once
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "bench/bench_tracer.h"
+
+struct BenchSpread {
+  double median = 0.0, least = 0.0, most = 0.0;
+};
+BenchSpread bench_get_spread(std::vector<double> values);
+/// Of values[k] / other[k]: each pair from the same round.
+BenchSpread bench_get_ratio(const std::vector<double>& values, const std::vector<double>& other);
+
+/// Seconds of one call.
+double bench_time(const std::function<void()>& work);
+
+/// Seconds for answering the whole set. Workers take blocks of rays from a common counter; a single worker is the
+/// calling thread itself.
+double bench_time_trace(BenchTracer& tracer, const BenchRaySet& set, uint thread_count, std::vector<BenchHit>& hits);
+
+/// How far two libraries disagree about one set.
+struct BenchDisagreement {
+  std::size_t hit_count = 0;  ///< of the first
+  std::size_t hits = 0;       ///< rays that only one of them found to hit something
+  std::size_t distances = 0;  ///< nearest hits whose distances differ by more than a thousandth
+};
+BenchDisagreement bench_compare(const BenchRaySet& set, const std::vector<BenchHit>& ours,
+                                const std::vector<BenchHit>& peer);

@@ -1,0 +1,52 @@
+// bench/bench_peers_report.h
+//
+// What bench_peers found, as a table to read and as JSON.
+#pragma once
+#include <nlohmann/json.hpp>
+
+#include "bench/bench_peers_measure.h"
+
+/// One library building one mesh.
+struct PeerBuildRow {
+  std::string library;
+  uint thread_count = 1;
+  std::vector<double> mprims;  ///< per second, one a round
+};
+
+struct PeerMemoryRow {
+  std::string library;
+  double tree_bytes = 0.0;   ///< a primitive
+  double total_bytes = 0.0;  ///< a primitive
+};
+
+/// One library answering one set.
+struct PeerTraceRow {
+  std::string set, library;
+  uint thread_count = 1;
+  std::size_t ray_count = 0;
+  std::vector<double> mrays;  ///< per second, one a round
+  BenchDisagreement disagreement;
+};
+
+struct PeerMeshReport {
+  std::string mesh;
+  uint triangle_count = 0;
+  std::string any_hit_query;  ///< how this library was asked for any hit
+  std::vector<PeerBuildRow> builds;
+  std::vector<PeerMemoryRow> memory;
+  std::vector<PeerTraceRow> traces;
+};
+
+struct PeerMachine {
+  std::string compiler, processor, build;
+  u64 seed = 0;
+  uint rounds = 0;
+};
+PeerMachine peer_describe_machine();
+
+/// The name of this library in all rows.
+inline constexpr const char* peer_ours = "vq_gas";
+
+void peer_print_machine(const PeerMachine& machine);
+void peer_print_report(const PeerMeshReport& report);
+nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<PeerMeshReport>& reports);

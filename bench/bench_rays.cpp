@@ -1,0 +1,103 @@
+#include "bench/bench_rays.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "bench/bench_random.h"
+
+namespace {
+
+/// On the unit sphere, uniformly: Archimedes' hat-box theorem.
+GMathVec3<double> make_sphere_point(BenchRandom& random) {
+  const double z = 2.0 * random.get_unit() - 1.0, angle = 2.0 * std::numbers::pi * random.get_unit();
+  const double radius = std::sqrt(std::max(0.0, 1.0 - z * z));
+  return {radius * std::cos(angle), radius * std::sin(angle), z};
+}
+
+GMathVec3<double> get_center(const GMathBbox3<double>& box) { return (box.min + box.max) * 0.5; }
+double get_diagonal(const GMathBbox3<double>& box) { return (box.max - box.min).get_length(); }
+
+BenchRay make_ray(const GMathVec3<double>& origin, const GMathVec3<double>& direction) {
+  BenchRay ray;
+  ray.origin = GMathVec3<float>(origin);
+  ray.direction = GMathVec3<float>(direction.get_normalized());
+  return ray;
+}
+
+}  // namespace
+
+BenchRaySet bench_make_primary_rays(const BenchMesh& mesh, uint size) {
+  const GMathBbox3<double> box = mesh.get_bbox();
+  const double half_angle = 0.5 * 40.0 * std::numbers::pi / 180.0;
+  const GMathVec3<double> backward = GMathVec3<double>(0.6, 0.45, 0.8).get_normalized();
+  const GMathVec3<double> right = GMathVec3<double>(0.0, 1.0, 0.0).cross(backward).get_normalized();
+  const GMathVec3<double> up = backward.cross(right);
+  const double scale = std::tan(half_angle);
+  // As near as all corners of the box stay in the picture.
+  double away = 0.0;
+  for (uint corner = 0; corner < 8; ++corner) {
+    const GMathVec3<double> at =
+        GMathVec3<double>(corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y,
+                          corner & 4 ? box.max.z : box.min.z) -
+        get_center(box);
+    const double aside = std::max(std::fabs(right.dot(at)), std::fabs(up.dot(at)));
+    away = std::max(away, backward.dot(at) + aside / scale);
+  }
+  const GMathVec3<double> eye = get_center(box) + backward * away;
+  BenchRaySet set;
+  set.name = "primary";
+  set.rays.reserve(std::size_t{size} * size);
+  for (uint row = 0; row < size; ++row) {
+    for (uint column = 0; column < size; ++column) {
+      const double x = (2.0 * (column + 0.5) / size - 1.0) * scale, y = (1.0 - 2.0 * (row + 0.5) / size) * scale;
+      set.rays.push_back(make_ray(eye, right * x + up * y - backward));
+    }
+  }
+  return set;
+}
+
+BenchRaySet bench_make_random_rays(const BenchMesh& mesh, uint count, u64 seed) {
+  const GMathBbox3<double> box = mesh.get_bbox();
+  const GMathVec3<double> size = box.max - box.min;
+  BenchRandom random(seed);
+  BenchRaySet set;
+  set.name = "random";
+  set.rays.reserve(count);
+  for (uint ray = 0; ray < count; ++ray) {
+    const GMathVec3<double> origin = get_center(box) + make_sphere_point(random) * (0.5 * get_diagonal(box));
+    const double x = random.get_unit(), y = random.get_unit(), z = random.get_unit();
+    const GMathVec3<double> target = box.min + GMathVec3<double>(x * size.x, y * size.y, z * size.z);
+    set.rays.push_back(make_ray(origin, target - origin));
+  }
+  return set;
+}
+
+BenchRaySet bench_make_bounce_rays(const BenchMesh& mesh, const BenchRaySet& rays, const std::vector<BenchHit>& hits,
+                                   u64 seed) {
+  // Off the surface by more than the rounding of single-precision coordinates of this size.
+  const double offset = 1e-5 * get_diagonal(mesh.get_bbox());
+  BenchRandom random(seed);
+  BenchRaySet set;
+  set.name = "bounce";
+  for (std::size_t k = 0; k < rays.rays.size(); ++k) {
+    if (!hits[k].is_hit()) continue;
+    const GMathVec3<double> incoming(rays.rays[k].direction);
+    GMathVec3<double> normal = mesh.get_normal(hits[k].primitive).get_normalized();
+    if (normal.dot(incoming) > 0.0) normal = -normal;
+    const GMathVec3<double> point = GMathVec3<double>(rays.rays[k].origin) + incoming * double(hits[k].distance);
+    // A point of the unit sphere about the normal's tip lies in a cosine-distributed direction.
+    set.rays.push_back(make_ray(point + normal * offset, normal * 1.0001 + make_sphere_point(random)));
+  }
+  return set;
+}
+
+BenchRaySet bench_make_shadow_rays(const BenchMesh& mesh, const BenchRaySet& bounce, u64 seed) {
+  const double longest = 0.5 * get_diagonal(mesh.get_bbox());
+  BenchRandom random(seed);
+  BenchRaySet set = bounce;
+  set.name = "shadow";
+  set.any_hit = true;
+  for (BenchRay& ray : set.rays) ray.tfar = static_cast<float>(longest * random.get_unit());
+  return set;
+}

@@ -1,0 +1,48 @@
+#include "bench/bench_scene.h"
+
+#include <algorithm>
+
+BenchScene::BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count) : world_(world) {
+  AppProgressBar* progress = world.app.create_progress_bar("Build");
+  structure_.create(world.ctx, &mesh, &mesh, progress);
+  progress->finish();
+  for (uint worker = 0; worker < worker_count; ++worker) workers_.push_back(std::make_unique<Worker>(world.ctx));
+}
+
+void BenchScene::trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) {
+  Worker& worker = *workers_[thread];
+  const bool first_of_all = set.any_hit && any_hit_query_ == BenchAnyHitQuery::first_of_all;
+  while (first < end) {
+    const uint count = static_cast<uint>(std::min<std::size_t>(packet_size, end - first));
+    worker.packet.resize(count);
+    for (uint ray = 0; ray < count; ++ray) {
+      const BenchRay& from = set.rays[first + ray];
+      worker.packet.set_ray(ray, GMathVec3<double>(from.origin), GMathVec3<double>(from.direction), from.tnear,
+                            from.tfar, 0.0, set.any_hit ? GMathRay::shadow : GMathRay::camera);
+    }
+    if (first_of_all) {
+      trace_first_of_all(worker, hits + first, count);
+    } else {
+      trace_nearest(worker, hits + first, count);
+    }
+    first += count;
+  }
+}
+
+void BenchScene::trace_nearest(Worker& worker, BenchHit* hits, uint count) const {
+  GeometryRaytraceCtx& query = worker.packet.begin_nearest(world_.shading);
+  get_doors().ray_hit_nearest_static(worker.ctx, worker.shader, query);
+  for (uint ray = 0; ray < count; ++ray) {
+    const GeometryIntersection& hit = worker.packet.get_nearest(ray);
+    hits[ray] = hit.geometry != nullptr ? BenchHit{static_cast<float>(hit.distance), hit.primitive} : BenchHit();
+  }
+}
+
+void BenchScene::trace_first_of_all(Worker& worker, BenchHit* hits, uint count) const {
+  worker.packet.set_stop_rule(1);
+  GeometryRaytraceCtx& query = worker.packet.begin_all_hits(world_.shading);
+  get_doors().ray_hit_static(worker.ctx, worker.shader, query);
+  for (uint ray = 0; ray < count; ++ray) hits[ray] = BenchHit();
+  for (const GeometryHit& hit : worker.packet.get_hits().get_hits())
+    hits[hit.ray] = {static_cast<float>(hit.hit.distance), hit.hit.primitive};
+}

@@ -1,0 +1,65 @@
+// bench/bench_scene.h
+//
+// This library under test: a mesh, its structure and what a query needs around them.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "bench/bench_tracer.h"
+#include "gas/gas_geometry_bvh4.h"
+#include "vq_ctx/ctx_eval.h"
+#include "vq_ctx/ctx_shader.h"
+#include "vq_geometry/geometry_ray_packet.h"
+#include "vq_of/of_app.h"
+#include "vq_of/of_object_factory.h"
+
+/// An application of some threads with one shaded group.
+struct BenchWorld {
+  explicit BenchWorld(uint thread_count) : app(thread_count), factory(app), ctx(factory) {
+    links.material = &material;
+    shading = ShadingGroupTable(entries);
+  }
+
+  OfApp app;
+  OfObjectFactory factory;
+  CtxEval ctx;
+  Material material;
+  ShadingGroupLinks links;
+  const ShadingGroupLinks* entries[1] = {&links};
+  ShadingGroupTable shading;
+};
+
+/// How a set of rays that asks for any hit is put: as the nearest hit within the interval, or as all hits, stopped at
+/// the first.
+enum class BenchAnyHitQuery { nearest, first_of_all };
+
+class BenchScene final : public BenchTracer {
+ public:
+  /// Everything that create() does happens here; `mesh` must live as long as the scene.
+  BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
+
+  void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) override;
+  u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
+  u64 get_total_bytes() const override { return structure_.get_memory_size(); }
+
+  void set_any_hit_query(BenchAnyHitQuery query) { any_hit_query_ = query; }
+  const GasGeometryBvh4& get_structure() const { return structure_; }
+
+  static constexpr uint packet_size = 256;
+
+ private:
+  const GasObject& get_doors() const { return structure_; }
+  struct Worker {
+    explicit Worker(const CtxEval& parent) : ctx(parent) {}
+    CtxEval ctx;
+    CtxShader shader;
+    GeometryRayPacket packet;
+  };
+  void trace_nearest(Worker& worker, BenchHit* hits, uint count) const;
+  void trace_first_of_all(Worker& worker, BenchHit* hits, uint count) const;
+
+  BenchWorld& world_;
+  GasGeometryBvh4 structure_;
+  std::vector<std::unique_ptr<Worker>> workers_;
+  BenchAnyHitQuery any_hit_query_ = BenchAnyHitQuery::nearest;
+};
