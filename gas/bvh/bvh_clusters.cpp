@@ -180,7 +180,7 @@ void bvh_get_clusters(const GasBvh<4>& tree, uint count, CoreVector<void*>& clus
 void bvh_get_clusters_bboxes(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) {
   for (uint k = 0; k < clusters.get_count(); ++k) {
     const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
-    boxes[k] = start.ref.is_empty() ? GMathBbox3<float>() : start.box;
+    boxes[k] = start.ref.get_count() == 0 ? GMathBbox3<float>() : start.box;
   }
 }
 
@@ -192,8 +192,8 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
   };
   for (uint k = 0; k < clusters.get_count(); ++k) {
     const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
-    boxes[k] = start.ref.is_empty() ? GMathBbox3<float>()
-                                    : bvh_blend_boxes(get_box(start, first), get_box(start, second), fraction);
+    boxes[k] = start.ref.get_count() == 0 ? GMathBbox3<float>()
+                                          : bvh_blend_boxes(get_box(start, first), get_box(start, second), fraction);
   }
 }
 

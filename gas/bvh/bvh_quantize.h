@@ -3,6 +3,7 @@
 // 8-bit boxes. Builder, refit and kernels must decode the same bits, so they share these functions and are compiled
 // without fused multiply-add. The step is extent * 0.003921569f, not extent / 255: the product is what all three use.
 #pragma once
+#include <cfloat>
 #include <cmath>
 
 #include "gas/bvh/bvh_layout.h"
@@ -28,8 +29,10 @@ inline GMathBbox3<float> bvh_quantize_lane(const GMathBbox3<float>& frame, const
     const float frame_min = frame.min[axis];
     const float extent = frame.max[axis] - frame_min;
     const float scale = extent > 0.0f ? 255.0f / extent : 0.0f;
-    const u8 q_min = bvh_clamp_byte(std::floor((box.min[axis] - frame_min) * scale), 0);
-    const u8 q_max = bvh_clamp_byte(std::ceil((box.max[axis] - frame_min) * scale), 255);
+    // Below about 7.5e-37 no float holds the scale: nothing can be told apart in such a frame, so its lanes fill it.
+    const bool is_resolved = scale <= FLT_MAX;
+    const u8 q_min = is_resolved ? bvh_clamp_byte(std::floor((box.min[axis] - frame_min) * scale), 0) : u8{0};
+    const u8 q_max = is_resolved ? bvh_clamp_byte(std::ceil((box.max[axis] - frame_min) * scale), 255) : u8{255};
     planes[2 * axis][lane] = q_min;
     planes[2 * axis + 1][lane] = q_max;
     decoded.min[axis] = bvh_decode_plane(frame_min, extent, q_min);

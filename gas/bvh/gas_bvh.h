@@ -58,10 +58,10 @@ class GasBvh {
   ///
   /// @param source      item_boxes (and, as the strategy needs them, item_spaces and item_weights), indexed by item;
   ///                    the rest is filled in here. Boxes may be infinite; they must not be inverted or NaN.
-  /// @param item_order  [count] the items to build over, or null for 0, 1, 2, ...
+  /// @param item_order  [count] the items to build over, or null for 0, 1, 2, ...; each below `count` when there are
+  ///                    item_weights, of which just so many are kept
   /// @param progress    gets the tasks "Split items" (0.9) and "Finalize" (0.1); its application lends the threads.
-  /// Null:
-  ///                    no progress, and everything runs on the calling thread
+  ///                    Null: no progress, and everything runs on the calling thread
   /// Same input, same arrays, for any number of threads. Where memory runs out the tree is empty. One call per object
   /// at a time, and no query meanwhile. Cost: O(n log n) time; scratch of one node pool per thread.
   template <class Split>

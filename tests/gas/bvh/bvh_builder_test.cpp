@@ -1,0 +1,213 @@
+// What the builder makes, checked against an oracle that reads the arrays anew; and that it makes the same whoever
+// builds, however many help.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <chrono>
+#include <thread>
+
+#include "support/test_scale.h"
+#include "support/test_tree.h"
+#include "support/tree_oracle.h"
+#include "vq_of/of_app.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+namespace {
+
+class BuildTask : public SysThreadTask {
+ public:
+  BuildTask() { flags = counted; }  // never on the waiting thread
+  void run(const uint&) override { build_tree(*tree, *boxes, make_params(), progress); }
+  GasBvh<4>* tree = nullptr;
+  const std::vector<FloatBox>* boxes = nullptr;
+  AppProgressBar* progress = nullptr;
+};
+
+void build_with_progress(GasBvh<4>& tree, const std::vector<FloatBox>& boxes, OfApp& app) {
+  AppProgressBar* progress = app.create_progress_bar("build");
+  build_tree(tree, boxes, make_params(), progress);
+  progress->finish();
+}
+
+}  // namespace
+
+TEST(BvhBuilder, keeps_every_invariant_on_any_boxes) {
+  const BvhBuildParams settings[] = {make_params(1, 10), make_params(1, 1), make_params(8, 3, 4),
+                                     make_params(0xFFFFFFFFu, 0, 0), make_params(255, 4, 300)};
+  uint seed = 1;
+  for (const BoxKind kind : all_box_kinds) {
+    for (const uint count : {0u, 1u, 2u, 3u, 4u, 5u, 9u, 255u, 256u, 4096u, 4097u}) {
+      const BoxScene scene = make_box_scene(kind, count, seed++);
+      for (const BvhBuildParams& params : settings) {
+        const GasBvh<4> tree = make_tree(scene.boxes, params);
+        ASSERT_EQ(find_tree_fault(tree, scene.boxes, make_indices(count), params), "")
+            << scene << ", leaf " << params.max_leaf << ", quantized from " << params.quantization_depth;
+      }
+    }
+    const BoxScene large = make_box_scene(kind, scaled(20000, 5000), seed++);
+    const GasBvh<4> tree = make_tree(large.boxes);
+    ASSERT_EQ(find_tree_fault(tree, large.boxes, make_indices(large.boxes.size()), make_params()), "") << large;
+  }
+}
+
+// A frame this small has no finite 255 / extent; nested quantized frames come down to it.
+TEST(BvhBuilder, boxes_near_the_smallest_floats_keep_their_items) {
+  for (const float scale : {1e-36f, 1e-37f, 1e-38f, 1e-40f}) {
+    RandomValues random(7);
+    std::vector<FloatBox> boxes;
+    for (uint k = 0; k < 300; ++k) {
+      const auto at = random.get_vec<float>();
+      boxes.push_back(make_box(at * scale, (at + random.get_vec<float>(0.05)) * scale));
+    }
+    const GasBvh<4> tree = make_tree(boxes, make_params(1, 1));
+    const std::vector<FloatBox> leaves = get_leaf_boxes(tree);
+    for (uint k = 0; k < tree.item_count; ++k) {
+      for (uint axis = 0; axis < 3; ++axis) {
+        const FloatBox& item = boxes[tree.order[k]];
+        const float slack = scale * 1e-5f + 2e-42f;
+        ASSERT_LE(leaves[k].min[axis], item.min[axis] + slack) << "scale " << scale << ", position " << k;
+        ASSERT_GE(leaves[k].max[axis], item.max[axis] - slack) << "scale " << scale << ", position " << k;
+      }
+    }
+  }
+}
+
+TEST(BvhBuilder, millions_of_identical_boxes_end_soon_in_a_shallow_tree) {
+  const uint count = scaled(10'000'000, 100'000);
+  const std::vector<FloatBox> boxes(count, FloatBox({0, 0, 0}, {1, 1, 1}));
+  const auto begin = std::chrono::steady_clock::now();
+  const GasBvh<4> tree = make_tree(boxes);
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
+  EXPECT_LE(tree.max_depth, 2u * static_cast<uint>(std::bit_width(count)));
+  EXPECT_LT(seconds.count(), 60.0);  // minutes would mean quadratic time
+  EXPECT_EQ(tree.item_count, count);
+}
+
+TEST(BvhBuilder, an_order_array_names_the_items_and_weights_are_copied) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 1000, 5);
+  std::vector<uint> chosen;
+  for (uint k = 0; k < 1000; k += 3) chosen.push_back(999 - k);
+  GasBvhSplitCtx source;
+  source.item_boxes = scene.boxes.data();
+  GasBvh<4> tree;
+  tree.build<GasBvhSplitAligned>(source, chosen.data(), static_cast<uint>(chosen.size()), make_params(), nullptr);
+  EXPECT_EQ(find_tree_fault(tree, scene.boxes, chosen, make_params()), "");
+  EXPECT_EQ(tree.item_words, nullptr);
+
+  std::vector<u32> weights;
+  for (uint k = 0; k < 1000; ++k) weights.push_back(std::bit_cast<u32>(static_cast<float>(k % 7)));
+  source.item_weights = weights.data();
+  BvhBuildParams params = make_params();
+  params.item_cost = 2.5f;
+  tree.build<GasBvhSplitAligned>(source, nullptr, 1000, params, nullptr);
+  EXPECT_EQ(find_tree_fault(tree, scene.boxes, make_indices(1000), make_params()), "");
+  ASSERT_NE(tree.item_words, nullptr);
+  EXPECT_EQ(std::vector<u32>(tree.item_words, tree.item_words + 1000), weights);
+  EXPECT_NE(tree.item_words, weights.data());
+  EXPECT_EQ(tree.parameter0, 2.5f);
+  EXPECT_EQ(tree.parameter3, 10u);
+}
+
+TEST(BvhBuilder, rebuilding_replaces_and_freezing_keeps) {
+  const BoxScene first = make_box_scene(BoxKind::uniform, 700, 1), second = make_box_scene(BoxKind::flat, 90, 2);
+  GasBvh<4> tree = make_tree(first.boxes);
+  build_tree(tree, second.boxes, make_params());
+  EXPECT_EQ(find_tree_difference(tree, make_tree(second.boxes)), "");
+  build_tree(tree, {}, make_params());
+  EXPECT_TRUE(tree.is_empty());
+  EXPECT_EQ(tree.get_array_bytes(), 0u);
+
+  GasBvh<4> owner = make_tree(first.boxes), frozen = make_tree(first.boxes);
+  GasBvh<4> before = frozen;
+  frozen.frozen = 1;
+  build_tree(frozen, second.boxes, make_params());
+  EXPECT_EQ(find_tree_difference(frozen, owner), "");
+  const GasBvh<4> copy = frozen;  // deep, so it may outlive the arrays
+  EXPECT_EQ(copy.frozen, 1);
+  EXPECT_NE(copy.aligned, frozen.aligned);
+  frozen.frozen = 0;  // hand the arrays back to be freed
+  frozen.clear();
+  EXPECT_EQ(find_tree_difference(copy, before), "");
+}
+
+TEST(BvhBuilder, copies_are_deep_and_moves_leave_nothing) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 5000, 3);
+  GasBvh<4> tree = make_tree(scene.boxes);
+  ASSERT_GT(tree.quantized_count + tree.aligned_count, 0u);
+  GasBvh<4> copy(tree);
+  EXPECT_EQ(find_tree_difference(copy, tree), "");
+  EXPECT_NE(copy.order, tree.order);
+  copy = *&copy;
+  GasBvh<4> assigned = make_tree(make_box_scene(BoxKind::flat, 40, 1).boxes);
+  assigned = copy;
+  const u32* order = copy.order;
+  GasBvh<4> moved(std::move(copy));
+  EXPECT_EQ(moved.order, order);
+  EXPECT_TRUE(copy.is_empty());  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(copy.order, nullptr);
+  moved = std::move(assigned);
+  EXPECT_EQ(find_tree_difference(moved, tree), "");
+  tree.clear();
+  EXPECT_EQ(find_tree_fault(moved, scene.boxes, make_indices(5000), make_params()), "");
+}
+
+TEST(BvhBuilder, makes_the_same_bytes_for_any_number_of_threads) {
+  uint seed = 40;
+  for (const BoxKind kind : all_box_kinds) {
+    for (const uint count : {4096u, 4097u, scaled(150'000, 70'000)}) {
+      const BoxScene scene = make_box_scene(kind, count, seed++);
+      const GasBvh<4> serial = make_tree(scene.boxes);
+      for (const uint threads : {1u, 2u, 3u, 8u}) {
+        OfApp app(threads);
+        GasBvh<4> tree;
+        build_with_progress(tree, scene.boxes, app);
+        ASSERT_EQ(find_tree_difference(tree, serial), "") << scene << ", " << threads << " threads";
+      }
+    }
+  }
+}
+
+TEST(BvhBuilder, makes_the_same_bytes_on_worker_and_foreign_threads) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 30000, 77);
+  const GasBvh<4> serial = make_tree(scene.boxes);
+  OfApp app(3);
+  GasBvh<4> by_foreigner;
+  std::thread([&] { build_with_progress(by_foreigner, scene.boxes, app); }).join();
+  EXPECT_EQ(find_tree_difference(by_foreigner, serial), "");
+
+  GasBvh<4> trees[3];
+  BuildTask tasks[3];
+  SysThreadTaskManager group(app.get_thread_manager());
+  for (uint k = 0; k < 3; ++k) {
+    tasks[k].tree = &trees[k];
+    tasks[k].boxes = &scene.boxes;
+    tasks[k].progress = app.create_progress_bar("by a worker");
+    group.add_task(&tasks[k]);
+  }
+  group.wait_until_completed(true);
+  for (uint k = 0; k < 3; ++k) {
+    tasks[k].progress->finish();
+    EXPECT_EQ(find_tree_difference(trees[k], serial), "");
+  }
+}
+
+TEST(BvhBuilder, tells_its_progress_in_two_tasks) {
+  OfApp app(2);
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 6000, 9);
+  AppProgressBar* progress = app.create_progress_bar("build");
+  GasBvh<4> tree;
+  build_tree(tree, {scene.boxes[0]}, make_params(), progress);  // a root leaf has no tasks
+  EXPECT_TRUE(progress->get_task_log().empty());
+  build_tree(tree, scene.boxes, make_params(), progress);
+  const std::vector<AppProgressTask> log = progress->get_task_log();
+  ASSERT_EQ(log.size(), 2u);
+  EXPECT_STREQ(log[0].name.get_data(), "Split items");
+  EXPECT_EQ(log[0].weight, 0.9);
+  EXPECT_EQ(log[0].step_count, 6000u);
+  EXPECT_STREQ(log[1].name.get_data(), "Finalize");
+  EXPECT_EQ(log[1].weight, 0.1);
+  EXPECT_EQ(log[1].step_count, tree.aligned_count + tree.quantized_count);
+  EXPECT_NEAR(progress->get_progress(), 1.0, 1e-9);
+  progress->finish();
+}
