@@ -24,10 +24,13 @@ struct Settings {
   std::vector<uint> threads = {1, 2};
   uint rounds = 7, build_rounds = 3, size = 1024;
   uint terrain_triangles = 8000000, knot_triangles = 200000;
-  bool no_terrain = false, no_knot = false, only_ours = false;
+  bool no_terrain = false, no_knot = false, only_ours = false, processor_time = false;
   u64 seed = 1;
   std::string json_path;
 
+  BenchClock get_clock() const { return processor_time ? BenchClock::processor : BenchClock::wall; }
+  /// A build on several threads hands out its work by itself, and so has no processor time of a worker.
+  BenchClock get_build_clock(uint thread_count) const { return thread_count == 1 ? get_clock() : BenchClock::wall; }
   uint get_most_threads() const { return *std::max_element(threads.begin(), threads.end()); }
 };
 
@@ -40,22 +43,23 @@ struct Contender {
   double build_seconds = 0.0;
 };
 
-Contender make_ours(const PolyMesh& mesh, uint thread_count) {
+Contender make_ours(BenchClock clock, const PolyMesh& mesh, uint thread_count) {
   Contender made;
   made.name = peer_ours;
   made.world = std::make_unique<BenchWorld>(thread_count);
-  made.build_seconds = bench_time([&] { made.tracer = std::make_unique<BenchScene>(*made.world, mesh, thread_count); });
+  made.build_seconds =
+      bench_time(clock, [&] { made.tracer = std::make_unique<BenchScene>(*made.world, mesh, thread_count); });
   return made;
 }
 
 /// Without a tracer when the peer does not run here.
-Contender make_peer(const EmbreeKind& kind, const BenchMesh& mesh, uint thread_count) {
+Contender make_peer(BenchClock clock, const EmbreeKind& kind, const BenchMesh& mesh, uint thread_count) {
   Contender made;
   made.name = kind.name;
   made.device = std::make_unique<EmbreeDevice>(kind, thread_count);
   if (made.device->get() == nullptr) return made;
   auto scene = std::make_unique<EmbreeScene>(*made.device, kind, mesh);
-  made.build_seconds = bench_time([&] { scene->commit(); });
+  made.build_seconds = bench_time(clock, [&] { scene->commit(); });
   made.tracer = std::move(scene);
   return made;
 }
@@ -78,8 +82,9 @@ class MeshRun {
     if (!bench_fill_poly_mesh(mesh_, poly_mesh_)) return false;
     measure_builds();
     const uint most = settings_.get_most_threads();
-    contenders_.push_back(make_ours(poly_mesh_, most));
-    for (const EmbreeKind& kind : kinds_) contenders_.push_back(make_peer(kind, mesh_, most));
+    const BenchClock clock = settings_.get_build_clock(most);
+    contenders_.push_back(make_ours(clock, poly_mesh_, most));
+    for (const EmbreeKind& kind : kinds_) contenders_.push_back(make_peer(clock, kind, mesh_, most));
     std::erase_if(contenders_, [](const Contender& contender) { return contender.tracer == nullptr; });
     for (const Contender& contender : contenders_) {
       const double count = mesh_.get_triangle_count();
@@ -97,10 +102,12 @@ class MeshRun {
  private:
   void measure_builds() {
     for (const uint threads : settings_.threads) {
+      const BenchClock clock = settings_.get_build_clock(threads);
       const std::size_t first_row = report_.builds.size();
       for (uint round = 0; round < settings_.build_rounds; ++round) {
         for (std::size_t k = 0; k <= kinds_.size(); ++k) {
-          const Contender built = k == 0 ? make_ours(poly_mesh_, threads) : make_peer(kinds_[k - 1], mesh_, threads);
+          const Contender built =
+              k == 0 ? make_ours(clock, poly_mesh_, threads) : make_peer(clock, kinds_[k - 1], mesh_, threads);
           if (round == 0) report_.builds.push_back({built.name, threads, {}});
           if (built.tracer != nullptr)
             report_.builds[first_row + k].mprims.push_back(1e-6 * mesh_.get_triangle_count() / built.build_seconds);
@@ -117,7 +124,7 @@ class MeshRun {
   void make_ray_sets() {
     const BenchRaySet primary = bench_make_primary_rays(mesh_, settings_.size);
     std::vector<BenchHit> hits(primary.rays.size());
-    bench_time_trace(get_ours(), primary, 1, hits);
+    bench_time_trace(settings_.get_clock(), get_ours(), primary, 1, hits);
     const BenchRaySet bounce = bench_make_bounce_rays(mesh_, primary, hits, settings_.seed);
     if (is_wanted("primary")) sets_.push_back(primary);
     if (is_wanted("bounce")) sets_.push_back(bounce);
@@ -137,7 +144,7 @@ class MeshRun {
       for (const BenchAnyHitQuery query : {BenchAnyHitQuery::nearest, BenchAnyHitQuery::first_of_all}) {
         get_ours().set_any_hit_query(query);
         double& least = best[static_cast<uint>(query)];
-        least = std::min(least, bench_time_trace(get_ours(), set, 1, hits));
+        least = std::min(least, bench_time_trace(settings_.get_clock(), get_ours(), set, 1, hits));
       }
     }
     const bool nearest = best[0] <= best[1];
@@ -154,12 +161,13 @@ class MeshRun {
     std::vector<PeerTraceRow> rows;
     for (std::size_t k = 0; k < contenders_.size(); ++k) {
       rows.push_back({set.name, contenders_[k].name, threads, set.rays.size(), {}, {}});
-      bench_time_trace(*contenders_[k].tracer, set, threads, hits[k]);  // warms caches and scratch, touches `hits`
+      bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads,
+                       hits[k]);  // warms caches and scratch, touches `hits`
       rows[k].disagreement = bench_compare(set, hits[0], hits[k]);
     }
     for (uint round = 0; round < settings_.rounds; ++round) {
       for (std::size_t k = 0; k < contenders_.size(); ++k) {
-        const double seconds = bench_time_trace(*contenders_[k].tracer, set, threads, hits[k]);
+        const double seconds = bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads, hits[k]);
         rows[k].mrays.push_back(1e-6 * static_cast<double>(set.rays.size()) / seconds);
       }
     }
@@ -206,6 +214,8 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_flag("--no-terrain", settings.no_terrain, "Leave out the terrain");
   app.add_flag("--no-knot", settings.no_knot, "Leave out the knot");
   app.add_flag("--only-ours", settings.only_ours, "No peers");
+  app.add_flag("--processor-time", settings.processor_time,
+               "Count the threads' own processor time: for machines that others use as well");
   app.add_option("--seed", settings.seed, "Seed of the random rays")->capture_default_str();
   app.add_option("--json", settings.json_path, "Write the results to this file (- for standard output)");
 }
@@ -244,6 +254,7 @@ int main(int argc, char** argv) {
   PeerMachine machine = peer_describe_machine();
   machine.seed = settings.seed;
   machine.rounds = settings.rounds;
+  machine.clock = settings.processor_time ? "processor time" : "wall time";
   peer_print_machine(machine);
   std::vector<PeerMeshReport> reports;
   for (const std::string& path : settings.files) {

@@ -2,9 +2,20 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cmath>
+#include <ctime>
+#include <numeric>
 #include <thread>
+
+namespace {
+
+double read_clock(clockid_t id) {
+  timespec now{};
+  clock_gettime(id, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+}  // namespace
 
 BenchSpread bench_get_spread(std::vector<double> values) {
   if (values.empty()) return {};
@@ -20,25 +31,32 @@ BenchSpread bench_get_ratio(const std::vector<double>& values, const std::vector
   return bench_get_spread(ratios);
 }
 
-double bench_time(const std::function<void()>& work) {
-  const auto begin = std::chrono::steady_clock::now();
+double bench_time(BenchClock clock, const std::function<void()>& work) {
+  const clockid_t id = clock == BenchClock::wall ? CLOCK_MONOTONIC : CLOCK_PROCESS_CPUTIME_ID;
+  const double begin = read_clock(id);
   work();
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  return read_clock(id) - begin;
 }
 
-double bench_time_trace(BenchTracer& tracer, const BenchRaySet& set, uint thread_count, std::vector<BenchHit>& hits) {
+double bench_time_trace(BenchClock clock, BenchTracer& tracer, const BenchRaySet& set, uint thread_count,
+                        std::vector<BenchHit>& hits) {
   constexpr std::size_t block = 4096;
   std::atomic<std::size_t> next = 0;
+  std::vector<double> worker_seconds(thread_count);
   const auto run = [&](uint thread) {
+    const double begin = read_clock(CLOCK_THREAD_CPUTIME_ID);
     for (std::size_t first = next.fetch_add(block); first < set.rays.size(); first = next.fetch_add(block))
       tracer.trace(thread, set, first, std::min(first + block, set.rays.size()), hits.data());
+    worker_seconds[thread] = read_clock(CLOCK_THREAD_CPUTIME_ID) - begin;
   };
-  return bench_time([&] {
+  const double wall_seconds = bench_time(BenchClock::wall, [&] {
     std::vector<std::thread> others;
     for (uint thread = 1; thread < thread_count; ++thread) others.emplace_back(run, thread);
     run(0);
     for (std::thread& other : others) other.join();
   });
+  if (clock == BenchClock::wall) return wall_seconds;
+  return std::accumulate(worker_seconds.begin(), worker_seconds.end(), 0.0) / thread_count;
 }
 
 BenchDisagreement bench_compare(const BenchRaySet& set, const std::vector<BenchHit>& ours,

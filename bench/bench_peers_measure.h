@@ -16,12 +16,16 @@ BenchSpread bench_get_spread(std::vector<double> values);
 /// Of values[k] / other[k]: each pair from the same round.
 BenchSpread bench_get_ratio(const std::vector<double>& values, const std::vector<double>& other);
 
-/// Seconds of one call.
-double bench_time(const std::function<void()>& work);
+/// What a second is. On a machine that others use as well, processor time leaves out their share.
+enum class BenchClock { wall, processor };
 
-/// Seconds for answering the whole set. Workers take blocks of rays from a common counter; a single worker is the
-/// calling thread itself.
-double bench_time_trace(BenchTracer& tracer, const BenchRaySet& set, uint thread_count, std::vector<BenchHit>& hits);
+/// Seconds of one call on this clock; processor time is that of all threads of the process, so of serial work only.
+double bench_time(BenchClock clock, const std::function<void()>& work);
+
+/// Seconds for answering the whole set; in processor time, the workers' mean. Workers take blocks of rays from a common
+/// counter; a single worker is the calling thread itself.
+double bench_time_trace(BenchClock clock, BenchTracer& tracer, const BenchRaySet& set, uint thread_count,
+                        std::vector<BenchHit>& hits);
 
 /// How far two libraries disagree about one set.
 struct BenchDisagreement {

@@ -114,9 +114,9 @@ PeerMachine peer_describe_machine() {
 }
 
 void peer_print_machine(const PeerMachine& machine) {
-  std::printf("%s, %s, %s; seed %llu, medians [least..most] of %u rounds\n", machine.processor.c_str(),
+  std::printf("%s, %s, %s; seed %llu, %s, medians [least..most] of %u rounds\n", machine.processor.c_str(),
               machine.compiler.c_str(), machine.build.c_str(), static_cast<unsigned long long>(machine.seed),
-              machine.rounds);
+              machine.clock.c_str(), machine.rounds);
 }
 
 void peer_print_report(const PeerMeshReport& report) {
@@ -151,6 +151,11 @@ void peer_print_report(const PeerMeshReport& report) {
 nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<PeerMeshReport>& reports) {
   json meshes = json::array();
   for (const PeerMeshReport& report : reports) meshes.push_back(make_mesh_json(report));
-  return {{"compiler", machine.compiler}, {"processor", machine.processor}, {"build", machine.build},
-          {"seed", machine.seed},         {"rounds", machine.rounds},       {"meshes", meshes}};
+  return {{"compiler", machine.compiler},
+          {"processor", machine.processor},
+          {"build", machine.build},
+          {"seed", machine.seed},
+          {"clock", machine.clock},
+          {"rounds", machine.rounds},
+          {"meshes", meshes}};
 }

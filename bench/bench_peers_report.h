@@ -38,7 +38,7 @@ struct PeerMeshReport {
 };
 
 struct PeerMachine {
-  std::string compiler, processor, build;
+  std::string compiler, processor, build, clock;
   u64 seed = 0;
   uint rounds = 0;
 };
