@@ -204,6 +204,7 @@ TEST(IntersectionMap, lifts_only_hits_from_one_level_deeper) {
   }
   level0.transform_path(0, outer, 0);
   level0.transform_path(1, outer, outer2, 0);
+  expect_same(transforms[0].matrix, outer * inner);
   expect_same(transforms[0].matrix2, outer * inner2);
   expect_same(transforms[1].matrix2, outer2 * inner2);
 }

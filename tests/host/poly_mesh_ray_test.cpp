@@ -141,6 +141,36 @@ TEST(PolyMeshRay, no_ray_slips_through_an_edge_or_a_corner) {
   }
 }
 
+TEST(PolyMeshRay, a_ray_exactly_on_an_edge_hits_the_triangles_on_both_sides) {
+  QueryWorld world;
+  // Four triangles around the origin, in two windings; every number below is exact.
+  PolyMeshData data;
+  data.positions = {{0, 0, 0}, {2, 0, 0}, {0, 2, 0}, {-2, 0, 0}, {0, -2, 0}};
+  data.polygon_sizes = {3, 3, 3, 3};
+  data.polygon_vertices = {0, 1, 2, 0, 3, 2, 0, 3, 4, 0, 1, 4};
+  PolyMesh mesh;
+  create(mesh, data);
+  const auto count_hits = [&](double x, double y, const Vec& direction) {
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, Vec(x, y, 0) - direction * 4, direction);
+    GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
+    for (uint p = 0; p < 4; ++p) test_primitive(world, mesh, query, p);
+    return packet.get_hits().get_hits().size();
+  };
+  for (const Vec& direction : {Vec(0, 0, 1), Vec(0, 0, -2), Vec(0.5, 0.25, 1), Vec(-0.5, 0, -1)}) {
+    EXPECT_EQ(count_hits(0, 0, direction), 4u);
+    for (const double s : {-1.0, 1.0}) {
+      EXPECT_EQ(count_hits(s, 0, direction), 2u);
+      EXPECT_EQ(count_hits(0, s, direction), 2u);
+      EXPECT_EQ(count_hits(2 * s, 0, direction), 2u);
+      EXPECT_EQ(count_hits(s, 1, direction), 1u);  // the outer edge
+      EXPECT_EQ(count_hits(s, 1.5, direction), 0u);
+    }
+  }
+  EXPECT_EQ(count_hits(0, 0, {1, 0, 0}), 0u);  // seen edge-on
+}
+
 TEST(PolyMeshRay, interval_is_closed_at_its_beginning_and_open_at_its_end) {
   QueryWorld world;
   for (const float z : {1.0f, 0.1f, 3.3f}) {
@@ -213,6 +243,24 @@ TEST(PolyMeshRay, packet_tests_its_active_rays_and_passes_over_stopped_ones) {
   nearest.ray_flags[0] = 1;  // the stop bit is for all-hits queries
   for (const uint p : {1u, 0u}) test_primitive(world, mesh, nearest, p);
   for (uint k = 0; k < 4; ++k) EXPECT_EQ(packet.get_nearest(k).primitive, 0u);
+}
+
+TEST(PolyMeshRay, a_ray_may_end_between_two_triangles_of_one_polygon) {
+  QueryWorld world;
+  PolyMeshData data;
+  data.positions = {{0, 0, 1}, {4, 0, 1}, {0, 4, 1}};
+  data.polygon_sizes = {6};
+  data.polygon_vertices = {0, 1, 2, 0, 1, 2};  // goes round twice, so that it lies over itself
+  PolyMesh mesh;
+  create(mesh, data);
+  GeometryRayPacket packet;
+  packet.resize(1);
+  packet.set_ray(0, {0.9, 1.1, 0}, {0, 0, 1});
+  test_primitive(world, mesh, packet.begin_all_hits(world.shading), 0);
+  EXPECT_GE(packet.get_hits().get_hits().size(), 2u);
+  packet.set_stop_rule(1);
+  test_primitive(world, mesh, packet.begin_all_hits(world.shading), 0);
+  EXPECT_EQ(packet.get_hits().get_hits().size(), 1u);
 }
 
 TEST(PolyMeshRay, motion_is_linear_between_the_samples_of_the_mesh) {
