@@ -63,25 +63,36 @@ Camera parse_camera(const std::string& text) {
   return camera;
 }
 
-Camera frame_box(const std::string& view, const GMathBbox3<double>& box, double aspect) {
+Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect) {
   Camera camera;
   GMathVec3<double> back;
   get_view(view, back, camera.up);
-  camera.target = box.get_center();
-  camera.eye = camera.target + back;
+  camera.eye = back;
   const CameraAxes axes = get_axes(camera);
   constexpr double margin = 1.06;
   const double tangent_y = get_half_tangent(camera) / margin;
   const double tangent_x = tangent_y * aspect;
-  // The eye steps back until the last corner is inside the picture.
-  double distance = 0.0;
-  for (uint corner = 0; corner < 8; ++corner) {
-    const GMathVec3<double> offset = box.get_corner(corner) - camera.target;
-    const double nearer = -offset.dot(axes.forward);
-    distance = std::fmax(distance, nearer + std::fabs(offset.dot(axes.right)) / tangent_x);
-    distance = std::fmax(distance, nearer + std::fabs(offset.dot(axes.up)) / tangent_y);
+  // Each edge of the picture is a plane that touches the boxes: along an axis a with tangent k, the largest a + k z on
+  // one side and the largest -a + k z on the other (z towards the eye). The eye lies where the two planes meet.
+  double right = -DBL_MAX, left = -DBL_MAX, top = -DBL_MAX, bottom = -DBL_MAX;
+  for (const GMathBbox3<double>& box : boxes) {
+    for (uint corner = 0; corner < 8; ++corner) {
+      const GMathVec3<double> p = box.get_corner(corner);
+      const double x = p.dot(axes.right), y = p.dot(axes.up), z = -p.dot(axes.forward);
+      right = std::fmax(right, x + tangent_x * z);
+      left = std::fmax(left, -x + tangent_x * z);
+      top = std::fmax(top, y + tangent_y * z);
+      bottom = std::fmax(bottom, -y + tangent_y * z);
+    }
   }
-  camera.eye = camera.target + back * (distance > 0.0 ? distance : 1.0);
+  const double x = 0.5 * (right - left), y = 0.5 * (top - bottom);
+  double z = std::fmax((right + left) / (2.0 * tangent_x), (top + bottom) / (2.0 * tangent_y));
+  GMathBbox3<double> whole;
+  for (const GMathBbox3<double>& box : boxes) whole.add(box);
+  const double center_z = -whole.get_center().dot(axes.forward);
+  if (!(z > center_z)) z = center_z + 1.0;  // a single point: any distance shows it
+  camera.eye = axes.right * x + axes.up * y - axes.forward * z;
+  camera.target = camera.eye + axes.forward * (z - center_z);
   return camera;
 }
 

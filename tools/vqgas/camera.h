@@ -1,6 +1,7 @@
 // tools/vqgas/camera.h
 #pragma once
 #include <string>
+#include <vector>
 
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_ray.h"
@@ -14,9 +15,9 @@ struct Camera {
 /// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov". Throws UsageError.
 Camera parse_camera(const std::string& text);
 
-/// A camera that shows the whole of `box`, y up. `view` is front (from +z), side (from +x), top (from +y) or
-/// three-quarter; anything else throws UsageError. `aspect` is width over height.
-Camera frame_box(const std::string& view, const GMathBbox3<double>& box, double aspect);
+/// A camera that shows the whole of all boxes, y up, as large as it can. `view` is front (from +z), side (from +x), top
+/// (from +y) or three-quarter; anything else throws UsageError. `aspect` is width over height.
+Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect);
 
 /// The rays of a camera through a picture.
 class CameraRays {

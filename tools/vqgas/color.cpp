@@ -16,7 +16,7 @@ Color tone_map(const Color& linear) {
     constexpr float a = 0.22f, b = 0.30f, c = 0.10f, d = 0.20f, e = 0.01f, f = 0.30f;
     return (x * (a * x + c * b) + d * e) / (x * (a * x + b) + d * f) - e / f;
   };
-  constexpr float exposure = 2.2f, white = 9.0f;
+  constexpr float exposure = 1.75f, white = 9.0f;
   const float scale = 1.0f / curve(white);
   const auto map = [&](float x) { return std::clamp(curve(std::max(x, 0.0f) * exposure) * scale, 0.0f, 1.0f); };
   return {map(linear.x), map(linear.y), map(linear.z)};

@@ -21,7 +21,7 @@ GMathVec3<double> Daylight::sample_sun(double x, double y) const {
 }
 
 Color Daylight::get_sky(const GMathVec3<double>& direction) {
-  constexpr Color zenith(0.26f, 0.43f, 0.74f), horizon(0.80f, 0.86f, 0.92f), ground(0.34f, 0.33f, 0.33f);
+  constexpr Color zenith(0.26f, 0.43f, 0.74f), horizon(0.80f, 0.86f, 0.92f), ground(0.46f, 0.45f, 0.44f);
   const double length = direction.get_length();
   const double height = length > 0.0 ? direction.y / length : 0.0;
   if (height >= 0.0) return mix(horizon, zenith, static_cast<float>(std::pow(height, 0.55)));

@@ -27,17 +27,18 @@ void add_motion(MeshSource& source, const std::vector<Motion>& moving) {
 }
 
 double get_water_height(double distance, double t) {
-  const double front = 0.8 + 2.6 * t;
-  return 0.42 * std::cos(4.2 * (distance - front)) * std::exp(-1.1 * (distance - front) * (distance - front));
+  const double front = 1.7 + 0.75 * t, behind = distance - front;
+  return 0.24 * std::cos(5.5 * behind) * std::exp(-0.55 * behind * behind);
 }
 
 Point move_water(const Point& p, double t) { return {p.x, p.y + get_water_height(std::hypot(p.x, p.z), t), p.z}; }
 
-Point move_ball(const Point& p, double t) { return {p.x + 0.5 * t, p.y + 0.4 + 1.5 * t * (1.0 - 0.35 * t), p.z}; }
+/// Thrown up and falling again: the blur is long where the ball is fast.
+Point move_ball(const Point& p, double t) { return p + Point(0.55 * t, 1.6 * t - 1.0 * t * t, 0.0); }
 
 Point turn_wheel(const Point& p, double t) {
-  const double angle = 0.55 * t, c = std::cos(angle), s = std::sin(angle);
-  const Point hub(2.4, 1.5, -1.6);
+  const double angle = 0.24 * t, c = std::cos(angle), s = std::sin(angle);
+  const Point hub(1.0, 1.05, -3.75);
   const Point d = p - hub;
   return hub + Point(c * d.x - s * d.y, s * d.x + c * d.y, d.z);
 }
@@ -52,17 +53,22 @@ Point move_jelly(const Point& p, double t) {
 
 Point stay(const Point& p, double) { return p; }
 
-/// A level grid of quads around the origin.
-void add_grid(MeshBuilder& builder, uint cells, double side, double height, uint group) {
+/// A level disc: rings of quads around a polygon.
+void add_disc(MeshBuilder& builder, uint rings, uint segments, double radius, uint group) {
   const uint first = builder.get_vertex_count();
-  for (uint row = 0; row <= cells; ++row) {
-    for (uint column = 0; column <= cells; ++column)
-      builder.add_vertex({(double(column) / cells - 0.5) * side, height, (double(row) / cells - 0.5) * side});
+  for (uint ring = 1; ring <= rings; ++ring) {
+    for (uint k = 0; k < segments; ++k) {
+      const double away = radius * ring / rings, angle = 2.0 * pi * k / segments;
+      builder.add_vertex({away * std::cos(angle), 0.0, -away * std::sin(angle)});
+    }
   }
-  for (uint row = 0; row < cells; ++row) {
-    for (uint column = 0; column < cells; ++column) {
-      const uint a = first + row * (cells + 1) + column;
-      builder.add_polygon({a, a + cells + 1, a + cells + 2, a + 1}, group);
+  std::vector<u32> middle;
+  for (uint k = 0; k < segments; ++k) middle.push_back(first + k);
+  builder.add_polygon(middle, group);
+  for (uint ring = 1; ring < rings; ++ring) {
+    for (uint k = 0; k < segments; ++k) {
+      const uint inner = first + (ring - 1) * segments, outer = inner + segments, right = (k + 1) % segments;
+      builder.add_polygon({inner + k, outer + k, outer + right, inner + right}, group);
     }
   }
 }
@@ -97,14 +103,23 @@ void add_rounded_cube(MeshBuilder& builder, uint cells, double rounding, const u
 MeshSource make_demo_wave() {
   MeshBuilder builder;
   std::vector<Motion> moving;
-  const uint water = builder.add_group("water", color_from_srgb(0x4f8fb0));
+  const uint stone = builder.add_group("basin", color_from_srgb(0xcfc6b8));
+  const uint water = builder.add_group("water", color_from_srgb(0x3f7f9f));
   const uint ball = builder.add_group("ball", color_from_srgb(0xd9603f));
   const uint wheel = builder.add_group("wheel", color_from_srgb(0xc9a227));
-  add_grid(builder, 240, 8.0, 0.0, water);
+  const std::vector<GMathVec2<double>> profile = {{0, -0.7},    {4.3, -0.7},  {4.4, -0.2}, {4.55, 0.1}, {4.55, 0.3},
+                                                  {4.45, 0.38}, {4.05, 0.38}, {3.95, 0.3}, {3.9, -0.5}, {0, -0.5}};
+  add_lathe(builder, {}, profile, 240, stone);
+  for (const double side : {-0.32, 0.22}) {
+    const Frame post{{1.0 - 0.12, 0.3, -3.75 + side}};
+    add_prism(builder, post, {{0, 0}, {0.24, 0}, {0.2, 0.9}, {0.04, 0.9}}, 0.1, stone);
+  }
+  moving.resize(builder.get_vertex_count(), stay);
+  add_disc(builder, 160, 320, 3.93, water);
   moving.resize(builder.get_vertex_count(), move_water);
-  add_sphere(builder, {-0.2, 0.35, 0.0}, 0.55, 96, ball);
+  add_sphere(builder, {-0.5, 0.75, 0.4}, 0.55, 96, ball);
   moving.resize(builder.get_vertex_count(), move_ball);
-  add_prism(builder, {{2.4, 1.5, -1.7}}, make_gear_outline(14, 0.95, 1.25), 0.25, wheel);
+  add_prism(builder, {{1.0, 1.05, -3.87}}, make_gear_outline(16, 0.85, 1.1), 0.24, wheel);
   moving.resize(builder.get_vertex_count(), turn_wheel);
   MeshSource source = builder.finish_unwelded();
   add_motion(source, moving);

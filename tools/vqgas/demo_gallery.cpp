@@ -13,11 +13,11 @@ void add_floor(MeshBuilder& builder) {
   const uint light = builder.add_group("floor light", color_from_srgb(0xd9d2c5));
   const uint dark = builder.add_group("floor dark", color_from_srgb(0x8b96a0));
   const uint base = builder.add_group("base", color_from_srgb(0x77716b));
-  add_lathe(builder, {{0, -0.6, 0}}, {{0, 0}, {7.4, 0}, {7.6, 0.2}, {7.6, 0.45}, {7.45, 0.56}, {0, 0.56}}, 256, base);
-  constexpr uint rings = 9;
+  add_lathe(builder, {{0, -0.6, 0}}, {{0, 0}, {6.3, 0}, {6.5, 0.2}, {6.5, 0.45}, {6.36, 0.56}, {0, 0.56}}, 256, base);
+  constexpr uint rings = 8;
   for (uint ring = 0; ring < rings; ++ring) {
     const uint tiles = 8 + 6 * ring;
-    const double inner = 0.82 * ring + 0.02, outer = 0.82 * (ring + 1) - 0.02;
+    const double inner = 0.78 * ring + 0.02, outer = 0.78 * (ring + 1) - 0.02;
     for (uint tile = 0; tile < tiles; ++tile) {
       const double gap = 0.02 / outer, from = 2 * pi * tile / tiles + gap, to = 2 * pi * (tile + 1) / tiles - gap;
       std::vector<GMathVec2<double>> outline;
@@ -45,8 +45,8 @@ void add_colonnade(MeshBuilder& builder) {
     shaft.push_back({0.33 - 0.05 * row / 40.0 + 0.015 * std::sin(pi * row / 40.0), 0.3 + 3.1 * row / 40.0});
   const std::vector<GMathVec2<double>> head = {{0, 3.36},    {0.3, 3.36},  {0.31, 3.42}, {0.44, 3.56},
                                                {0.46, 3.66}, {0.46, 3.72}, {0, 3.72}};
-  constexpr uint columns = 11;
-  constexpr double radius = 6.1;
+  constexpr uint columns = 10;
+  constexpr double radius = 5.45;
   for (uint k = 0; k < columns; ++k) {
     const double angle = pi * (0.02 + 0.96 * k / (columns - 1));
     const Frame frame = Frame::turned({radius * std::cos(angle), 0, -radius * std::sin(angle)}, angle);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint cells = 512;  // a side
 constexpr double side = 10.0;
-constexpr double water_level = -0.28;
+constexpr double water_level = -0.62;
 
 /// A random number in [-1, 1] at each lattice point.
 double get_lattice_value(int x, int z) {
@@ -67,8 +67,8 @@ MeshSource make_demo_terrain() {
     const double steepness = (high - low) / (side / cells);
     if (high <= water_level) return water;
     const double ragged = 0.12 * get_noise(0.13 * a, 0.013 * b);
-    if (steepness > 1.25) return rock;
-    return low > 0.95 + ragged ? snow : low > 0.55 + ragged ? rock : grass;
+    if (steepness > 1.35) return rock;
+    return low > 0.8 + ragged ? snow : low > 0.4 + ragged ? rock : grass;
   };
   for (uint row = 0; row < cells; ++row) {
     for (uint column = 0; column < cells; ++column) {

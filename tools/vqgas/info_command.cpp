@@ -5,6 +5,7 @@
 
 #include "gas/bvh/bvh_statistics.h"
 #include "tools/vqgas/command_line.h"
+#include "tools/vqgas/held_messages.h"
 #include "tools/vqgas/mesh_load.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
@@ -50,7 +51,9 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   display.set_unit("primitives");
+  HeldMessages messages;
   const QueryScene scene(application, file, load_mesh(file));
+  if (!options.quiet) messages.release();
   const GasGeometryBvh4& structure = scene.get_structure();
 
   SceneReport report = {};

@@ -3,7 +3,6 @@
 #include <assimp/config.h>
 #include <assimp/material.h>
 #include <assimp/scene.h>
-#include <assimp/DefaultLogger.hpp>
 #include <assimp/Importer.hpp>
 
 #include <cerrno>
@@ -14,10 +13,24 @@
 #include <new>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/memory_limit.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+
+/// Whether the header of a PLY file names an element of strips: Assimp takes one for a list of polygons and returns a
+/// few wrong ones without a word.
+bool has_triangle_strips(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line;
+  if (!std::getline(file, line) || !line.starts_with("ply")) return false;
+  for (uint lines = 0; lines < 1000 && std::getline(file, line); ++lines) {
+    if (line.starts_with("element tristrips")) return true;
+    if (line.starts_with("end_header")) return false;
+  }
+  return false;
+}
 
 /// What the system knows of the file, told more clearly than an importer does.
 void check_file(const std::string& path) {
@@ -29,6 +42,8 @@ void check_file(const std::string& path) {
   if (!fs::is_regular_file(status)) throw InputError(path, "is not a regular file");
   if (!std::ifstream(path)) throw InputError(path, std::string("cannot be read: ") + std::strerror(errno));
   if (fs::file_size(path, error) == 0) throw InputError(path, "is empty");
+  if (has_triangle_strips(path))
+    throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
 }
 
 /// Importers' messages may run over several lines.
@@ -43,7 +58,11 @@ std::string make_one_line(std::string text) {
 const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
   const aiScene* scene = importer.ReadFile(path, 0);
-  if (scene == nullptr) throw InputError(path, make_one_line(importer.GetErrorString()));
+  if (scene == nullptr) {
+    const std::string fault = importer.GetErrorString();
+    if (fault.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    throw InputError(path, make_one_line(fault));
+  }
   if (scene->mRootNode == nullptr || scene->mNumMeshes == 0) throw InputError(path, "holds no mesh");
   return scene;
 }
@@ -51,8 +70,9 @@ const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
 Color get_material_color(const aiMaterial& material, uint group) {
   aiColor3D diffuse;
   if (material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS) return palette_color(group);
-  const aiColor3D untold(0.6f, 0.6f, 0.6f);  // what importers put where a file is silent
-  if (diffuse == untold) return palette_color(group);
+  // What importers put where a file is silent.
+  const aiColor3D untold(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
+  if (diffuse == untold || diffuse == white) return palette_color(group);
   const auto channel = [](float value) { return std::clamp(decode_srgb(value), 0.03f, 0.85f); };
   return {channel(diffuse.r), channel(diffuse.g), channel(diffuse.b)};
 }
@@ -148,12 +168,13 @@ class SceneReader {
 MeshSource import_mesh(const std::string& path) {
   check_file(path);
   try {
+    const MemoryLimit limit;
     Assimp::Importer importer;
     return SceneReader(path, *read_scene(importer, path)).read();
   } catch (const InputError&) {
     throw;
   } catch (const std::bad_alloc&) {
-    throw InputError(path, "needs more memory than there is");
+    throw InputError(path, "asks for more memory than there is");
   } catch (const std::exception& error) {
     throw InputError(path, make_one_line(error.what()));
   }

@@ -43,6 +43,24 @@ GMathBbox3<double> QueryScene::get_bbox() const {
   return box;
 }
 
+std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
+  CoreVector<void*> clusters;
+  structure_.get_clusters(clusters, 1024, 0.0f);
+  std::vector<GMathBbox3<float>> boxes(clusters.get_count());
+  std::vector<GMathBbox3<double>> tight;
+  const uint sample_count = motion_blur_ ? motion_blur_->get_sample_count() : 1;
+  for (uint sample = 0; sample < sample_count; ++sample) {
+    if (motion_blur_) {
+      const double time = motion_blur_->get_time_sampling().get_sample_time(sample);
+      structure_.get_clusters_bboxes_at(ctx_, time, clusters.as_array(), boxes.data());
+    } else {
+      structure_.get_clusters_bboxes(clusters.as_array(), boxes.data());
+    }
+    for (const GMathBbox3<float>& box : boxes) tight.emplace_back(box);
+  }
+  return tight;
+}
+
 const CtxEval& QueryScene::get_thread_ctx() const {
   const uint index = application_.get_thread_manager().get_index_of_current_thread();
   return index < ctx_.get_thread_ctx_count() ? ctx_.get_or_create_thread_ctx(index) : ctx_;

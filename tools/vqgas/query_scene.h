@@ -37,6 +37,8 @@ class QueryScene {
   const Color& get_group_color(uint group) const { return group_colors_[group]; }
   /// Around everything, at all times that rays may ask for.
   GMathBbox3<double> get_bbox() const;
+  /// Some hundred boxes that hold everything more tightly than one.
+  std::vector<GMathBbox3<double>> get_tight_boxes() const;
   double get_build_seconds() const { return build_seconds_; }
 
   /// The nearest hit of each ray of the packet. Each thread uses its own `shader`, prepared by prepare().

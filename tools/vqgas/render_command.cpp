@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/vqgas/command_line.h"
+#include "tools/vqgas/held_messages.h"
 #include "tools/vqgas/image_exr.h"
 #include "tools/vqgas/input_error.h"
 #include "tools/vqgas/layer_display.h"
@@ -30,7 +31,7 @@ RenderSettings make_settings(const RenderOptions& options, const QueryScene& sce
     settings.shutter_close = options.shutter->close;
   }
   const double aspect = double(options.width) / options.height;
-  settings.camera = options.camera ? *options.camera : frame_box(options.view, scene.get_bbox(), aspect);
+  settings.camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
   return settings;
 }
 
@@ -91,7 +92,9 @@ void run_render(const RenderOptions& options) {
   const std::vector<Color> group_colors = source.group_colors;
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  HeldMessages messages;
   QueryScene scene(application, options.files.front(), std::move(source));
+  if (!options.quiet) messages.release();
   if (options.shutter) scene.set_shutter(options.shutter->open, options.shutter->close);
 
   const RenderSettings settings = make_settings(options, scene);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/vqgas/command_line.h"
+#include "tools/vqgas/held_messages.h"
 #include "tools/vqgas/input_error.h"
 #include "tools/vqgas/mesh_load.h"
 #include "tools/vqgas/number_list.h"
@@ -145,7 +146,9 @@ void run_trace(const TraceOptions& options) {
   const std::vector<TraceRay> rays = get_rays(options);
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  HeldMessages messages;
   QueryScene scene(application, options.file, load_mesh(options.file));
+  if (!options.quiet) messages.release();
   const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   if (wants_times && scene.get_mesh().has_motion()) {
     const GMathTimeSampling& sampling = scene.get_mesh().get_motion_sampling();
