@@ -175,9 +175,10 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   double get_limit(const uint& ray) const { return is_nearest() ? map->get_path(ray).distance : get_tfar(ray); }
   bool is_stopped(uint ray) const { return (ray_flags[ray] & 1u) != 0; }
 
-  /// Offers a candidate hit. Runs the filters, last pushed first. Nearest: replaces the ray's record when tnear <=
-  /// distance < the record's. All hits: appends it when tnear <= distance < tfar, then asks the hit callback and the
-  /// settings whether the ray ends. Returns whether the hit was accepted.
+  /// Offers a candidate hit. Runs the filters, last pushed first, on candidates within the interval; the others are
+  /// rejected unasked. Nearest: replaces the ray's record when tnear <= distance < the record's. All hits: appends it
+  /// when tnear <= distance < tfar, then asks the hit callback and the settings whether the ray ends. Returns whether
+  /// the hit was accepted.
   bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate) {
     if (is_nearest() && filter_count == 0) {
       GeometryIntersection& record = map->get_record(ray);
