@@ -97,8 +97,7 @@ bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh) {
 
 bool bench_fill_moving_poly_mesh(const BenchMesh& mesh, uint sample_count, PolyMesh& poly_mesh) {
   PolyMeshData data = make_data(mesh);
-  const GMathBbox3<double> box = mesh.get_bbox();
-  const double rise = 0.2 * (box.max.y - box.min.y);
+  const double rise = 0.2 * mesh.get_bbox().get_extent().y;
   data.motion_step = 1.0 / std::max(1u, sample_count - 1);
   for (uint sample = 0; sample < sample_count; ++sample) {
     const double time = sample * data.motion_step;

@@ -1,4 +1,6 @@
 // bench/bench_mesh_file.h
+//
+// Real meshes.
 #pragma once
 #include "bench/bench_mesh.h"
 

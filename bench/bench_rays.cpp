@@ -15,8 +15,7 @@ GMathVec3<double> make_sphere_point(BenchRandom& random) {
   return {radius * std::cos(angle), radius * std::sin(angle), z};
 }
 
-GMathVec3<double> get_center(const GMathBbox3<double>& box) { return (box.min + box.max) * 0.5; }
-double get_diagonal(const GMathBbox3<double>& box) { return (box.max - box.min).get_length(); }
+double get_diagonal(const GMathBbox3<double>& box) { return box.get_extent().get_length(); }
 
 BenchRay make_ray(const GMathVec3<double>& origin, const GMathVec3<double>& direction) {
   BenchRay ray;
@@ -37,14 +36,11 @@ BenchRaySet bench_make_primary_rays(const BenchMesh& mesh, uint size) {
   // As near as all corners of the box stay in the picture.
   double away = 0.0;
   for (uint corner = 0; corner < 8; ++corner) {
-    const GMathVec3<double> at =
-        GMathVec3<double>(corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y,
-                          corner & 4 ? box.max.z : box.min.z) -
-        get_center(box);
+    const GMathVec3<double> at = box.get_corner(corner) - box.get_center();
     const double aside = std::max(std::fabs(right.dot(at)), std::fabs(up.dot(at)));
     away = std::max(away, backward.dot(at) + aside / scale);
   }
-  const GMathVec3<double> eye = get_center(box) + backward * away;
+  const GMathVec3<double> eye = box.get_center() + backward * away;
   BenchRaySet set;
   set.name = "primary";
   set.rays.reserve(std::size_t{size} * size);
@@ -59,13 +55,13 @@ BenchRaySet bench_make_primary_rays(const BenchMesh& mesh, uint size) {
 
 BenchRaySet bench_make_random_rays(const BenchMesh& mesh, uint count, u64 seed) {
   const GMathBbox3<double> box = mesh.get_bbox();
-  const GMathVec3<double> size = box.max - box.min;
+  const GMathVec3<double> size = box.get_extent();
   BenchRandom random(seed);
   BenchRaySet set;
   set.name = "random";
   set.rays.reserve(count);
   for (uint ray = 0; ray < count; ++ray) {
-    const GMathVec3<double> origin = get_center(box) + make_sphere_point(random) * (0.5 * get_diagonal(box));
+    const GMathVec3<double> origin = box.get_center() + make_sphere_point(random) * (0.5 * get_diagonal(box));
     const double x = random.get_unit(), y = random.get_unit(), z = random.get_unit();
     const GMathVec3<double> target = box.min + GMathVec3<double>(x * size.x, y * size.y, z * size.z);
     set.rays.push_back(make_ray(origin, target - origin));
