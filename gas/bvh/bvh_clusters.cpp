@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "gas/bvh/bvh_kernel.h"
+#include "gas/bvh/bvh_start.h"
 
 namespace {
 

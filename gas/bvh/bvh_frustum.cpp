@@ -3,6 +3,7 @@
 
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/bvh_quantize.h"
+#include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 

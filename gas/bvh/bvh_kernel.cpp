@@ -2,6 +2,7 @@
 #include "gas/bvh/bvh_kernel.h"
 
 #include "gas/bvh/bvh_kernel_impl.h"
+#include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_geometry/geometry_object.h"
@@ -86,21 +87,6 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
 }
 
 }  // namespace
-
-BvhStart bvh_find_start(const GasBvh<4>& tree, u64 cluster) {
-  BvhStart start{tree.root, tree.box};
-  if (!BvhClusterHandle::is_tagged(cluster)) return start;
-  start.is_root = false;
-  start.node = BvhClusterHandle::get_node(cluster);
-  start.lane = BvhClusterHandle::get_lane(cluster);
-  if (start.node >= tree.aligned_count || start.lane >= 4) {
-    start.ref = {};
-    return start;
-  }
-  start.ref = tree.aligned[start.node].child[start.lane];
-  start.box = tree.aligned[start.node].lanes.get_lane(start.lane);
-  return start;
-}
 
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {

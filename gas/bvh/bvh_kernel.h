@@ -63,14 +63,3 @@ extern template void bvh_ray_hit<BvhHits::nearest>(const BvhTarget&, const CtxEv
 /// wholly inside have their subtrees taken without further tests. Mode any ends when the query says it has seen enough;
 /// mode all marks the query when something was left out, and covers the whole tree whatever cluster the query names.
 void bvh_frustum_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query);
-
-/// Where a query enters a tree: the root, or one lane of an aligned node when `cluster` is tagged as a handle of a
-/// four-wide tree. `ref` is empty when the handle names no node of this tree.
-struct BvhStart {
-  BvhChildRef ref;
-  GMathBbox3<float> box;
-  u32 node = 0;   ///< of a cluster: the aligned node, and
-  uint lane = 0;  ///< its lane
-  bool is_root = true;
-};
-BvhStart bvh_find_start(const GasBvh<4>& tree, u64 cluster);

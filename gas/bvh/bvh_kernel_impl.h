@@ -18,6 +18,7 @@
 
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/bvh_quantize.h"
+#include "gas/bvh/bvh_start.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_simd/simd_float.h"
 
