@@ -133,17 +133,22 @@ void GasGeometryBvh4::build_tree(CoreVector<GMathBbox3<float>>& boxes, AppProgre
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
 }
 
+/// Whether every primitive is in group 0, so that leaves need not ask. The primitives are asked one by one: a geometry
+/// of one group may still name others, which the query's table then knows or not.
+bool GasGeometryBvh4::is_one_group() const {
+  for (uint position = 0; position < kept_count; ++position) {
+    if (get_owner(position)->get_primitive_shading_group(get_primitive(position)) != 0) return false;
+  }
+  return true;
+}
+
 void GasGeometryBvh4::choose_leaf_functions() {
-  const auto has_one_group = [](const GeometryObject* object) {
-    return object == nullptr || object->get_shading_groups().get_count() == 1;
-  };
   const auto choose = [&]<bool one_group>() {
     if (primitives.is_empty()) return Leaf<false, false, one_group>::make_table(this);
     if (alt_geometry != nullptr || extra_geometry != nullptr) return Leaf<true, true, one_group>::make_table(this);
     return Leaf<true, false, one_group>::make_table(this);
   };
-  const bool one_group = has_one_group(geometry) && has_one_group(alt_geometry) && has_one_group(extra_geometry);
-  leaf_functions = one_group ? choose.operator()<true>() : choose.operator()<false>();
+  leaf_functions = is_one_group() ? choose.operator()<true>() : choose.operator()<false>();
 }
 
 /// What does not move answers timed rays with the static functions, and never touches motion data.
@@ -177,16 +182,16 @@ void GasGeometryBvh4::get_clusters_weights(const CoreBasicArray<void*>& clusters
 }
 
 template <BvhHits hits>
-void GasGeometryBvh4::ray_hit_static(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                     GeometryRaytraceCtx& query) {
+void GasGeometryBvh4::answer_static(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
+                                    GeometryRaytraceCtx& query) {
   const auto& self = *static_cast<const GasGeometryBvh4*>(object);
   bvh_ray_hit<hits>({self.tree, nullptr, self.leaf_functions, self.base_geometry}, ctx, shader, query);
 }
 
 template <BvhHits hits>
-void GasGeometryBvh4::ray_hit_motion(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                     GeometryRaytraceCtx& query) {
-  if (shader.motion_blur == nullptr) return ray_hit_static<hits>(object, ctx, shader, query);
+void GasGeometryBvh4::answer_motion(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
+                                    GeometryRaytraceCtx& query) {
+  if (shader.motion_blur == nullptr) return answer_static<hits>(object, ctx, shader, query);
   const auto& self = *static_cast<const GasGeometryBvh4*>(object);
   const GasBvhMotion<4>& refit = self.get_motion_data(ctx, *shader.motion_blur).refit;
   const GasBvhMotion<4>* motion = refit.get_sample_count() > 0 ? &refit : nullptr;
@@ -195,22 +200,22 @@ void GasGeometryBvh4::ray_hit_motion(const GasObject* object, const CtxEval& ctx
 
 void GasGeometryBvh4::ray_hit_static_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
                                               GeometryRaytraceCtx& query) {
-  ray_hit_static<BvhHits::all>(object, ctx, shader, query);
+  answer_static<BvhHits::all>(object, ctx, shader, query);
 }
 
 void GasGeometryBvh4::ray_hit_motion_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
                                               GeometryRaytraceCtx& query) {
-  ray_hit_motion<BvhHits::all>(object, ctx, shader, query);
+  answer_motion<BvhHits::all>(object, ctx, shader, query);
 }
 
 void GasGeometryBvh4::ray_hit_nearest_static_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
                                                       GeometryRaytraceCtx& query) {
-  ray_hit_static<BvhHits::nearest>(object, ctx, shader, query);
+  answer_static<BvhHits::nearest>(object, ctx, shader, query);
 }
 
 void GasGeometryBvh4::ray_hit_nearest_motion_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
                                                       GeometryRaytraceCtx& query) {
-  ray_hit_motion<BvhHits::nearest>(object, ctx, shader, query);
+  answer_motion<BvhHits::nearest>(object, ctx, shader, query);
 }
 
 void GasGeometryBvh4::frustum_hit_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,

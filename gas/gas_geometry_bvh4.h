@@ -80,12 +80,14 @@ class GasGeometryBvh4 : public GasGeometryBase {
   template <bool indexed, bool many_owners, bool one_group>
   struct Leaf;
 
+  // Not named like the doors of the base, which they would hide.
   template <BvhHits hits>
-  static void ray_hit_static(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
+  static void answer_static(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
   template <BvhHits hits>
-  static void ray_hit_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
+  static void answer_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
 
   void build_tree(CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
+  bool is_one_group() const;
   void choose_leaf_functions();
   void install_callbacks();
   void count_testable_primitives(GeometryFrustumCtx& query) const;

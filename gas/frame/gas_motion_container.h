@@ -79,7 +79,7 @@ class GasMotionContainer {
     auto block = std::make_unique<Block>();
     if (current_) {
       block->slots = current_->slots;
-      for (std::size_t slot = count; slot < block->slots.size(); ++slot) release(*block->slots[slot]);
+      for (std::size_t slot = count; slot < block->slots.size(); ++slot) release_unless_used(*block->slots[slot], slot);
     }
     block->slots.resize(count);
     for (std::shared_ptr<Data>& data : block->slots) {
@@ -92,6 +92,16 @@ class GasMotionContainer {
 
   static void release(Data& data) {
     const SysThreadLockGuard guard(data.lock);
+    clear(data);
+  }
+  /// Since the slots were counted, a new description may have taken this one and its queries found the record in the
+  /// block that is being replaced. They refit under the record's lock, and the description raised the count before: so
+  /// either they come after the clearing, or the count shows them here. A record in use is left to its block.
+  static void release_unless_used(Data& data, std::size_t slot) {
+    const SysThreadLockGuard guard(data.lock);
+    if (slot >= CtxMotionBlur::get_slot_count()) clear(data);
+  }
+  static void clear(Data& data) {
     data.clear();
     data.stamp.store(0, std::memory_order_release);
   }

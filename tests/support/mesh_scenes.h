@@ -1,0 +1,268 @@
+// tests/support/mesh_scenes.h
+//
+// Meshes made by formula or by seed, pleasant and nasty ones.
+#pragma once
+#include <array>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/random_values.h"
+#include "vq_geometry/poly_mesh.h"
+
+struct MeshScene {
+  std::string name;
+  PolyMeshData data;
+};
+
+inline void add_polygon(PolyMeshData& data, const std::vector<u32>& vertices) {
+  data.polygon_sizes.push_back(static_cast<u32>(vertices.size()));
+  data.polygon_vertices.insert(data.polygon_vertices.end(), vertices.begin(), vertices.end());
+}
+
+/// A polygon with vertices of its own.
+inline void add_loose_polygon(PolyMeshData& data, const std::vector<GMathVec3<float>>& positions) {
+  std::vector<u32> vertices;
+  for (const GMathVec3<float>& position : positions) {
+    vertices.push_back(static_cast<u32>(data.positions.size()));
+    data.positions.push_back(position);
+  }
+  add_polygon(data, vertices);
+}
+
+/// Triangles of about `size` anywhere in the cube of half width 1.
+inline PolyMeshData make_soup(uint count, uint seed, double size = 0.3) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  for (uint k = 0; k < count; ++k) {
+    const GMathVec3<float> a = random.get_vec<float>();
+    add_loose_polygon(data, {a, a + random.get_vec<float>(size), a + random.get_vec<float>(size)});
+  }
+  return data;
+}
+
+/// size x size quads over the square from -1 to 1, two triangles each, with random heights up to `height`. With height
+/// 0 all boxes are flat.
+inline PolyMeshData make_terrain(uint size, uint seed, double height = 0.2) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  for (uint y = 0; y <= size; ++y) {
+    for (uint x = 0; x <= size; ++x)
+      data.positions.emplace_back(static_cast<float>(2.0 * x / size - 1.0), static_cast<float>(2.0 * y / size - 1.0),
+                                  static_cast<float>(height == 0.0 ? 0.0 : random.get(0.0, height)));
+  }
+  for (uint y = 0; y < size; ++y) {
+    for (uint x = 0; x < size; ++x) {
+      const u32 a = y * (size + 1) + x, c = a + size + 1;
+      add_polygon(data, {a, a + 1, c + 1});
+      add_polygon(data, {a, c + 1, c});
+    }
+  }
+  return data;
+}
+
+/// A unit sphere: an icosahedron whose triangles are cut in four `level` times. Closed.
+inline PolyMeshData make_icosphere(uint level) {
+  using Vec = GMathVec3<double>;
+  const double g = (1.0 + std::sqrt(5.0)) / 2.0;
+  std::vector<Vec> points = {{-1, g, 0},  {1, g, 0},  {-1, -g, 0}, {1, -g, 0}, {0, -1, g},  {0, 1, g},
+                             {0, -1, -g}, {0, 1, -g}, {g, 0, -1},  {g, 0, 1},  {-g, 0, -1}, {-g, 0, 1}};
+  std::vector<std::array<u32, 3>> faces = {{0, 11, 5}, {0, 5, 1},  {0, 1, 7},   {0, 7, 10}, {0, 10, 11},
+                                           {1, 5, 9},  {5, 11, 4}, {11, 10, 2}, {10, 7, 6}, {7, 1, 8},
+                                           {3, 9, 4},  {3, 4, 2},  {3, 2, 6},   {3, 6, 8},  {3, 8, 9},
+                                           {4, 9, 5},  {2, 4, 11}, {6, 2, 10},  {8, 6, 7},  {9, 8, 1}};
+  for (uint step = 0; step < level; ++step) {
+    std::map<std::pair<u32, u32>, u32> middles;
+    const auto get_middle = [&](u32 a, u32 b) {
+      const auto [place, is_new] =
+          middles.try_emplace({std::min(a, b), std::max(a, b)}, static_cast<u32>(points.size()));
+      if (is_new) points.push_back((points[a] + points[b]) * 0.5);
+      return place->second;
+    };
+    std::vector<std::array<u32, 3>> finer;
+    for (const auto& [a, b, c] : faces) {
+      const u32 ab = get_middle(a, b), bc = get_middle(b, c), ca = get_middle(c, a);
+      finer.insert(finer.end(), {{a, ab, ca}, {b, bc, ab}, {c, ca, bc}, {ab, bc, ca}});
+    }
+    faces = finer;
+  }
+  PolyMeshData data;
+  for (const Vec& point : points) data.positions.emplace_back(point.get_normalized());
+  for (const auto& [a, b, c] : faces) add_polygon(data, {a, b, c});
+  return data;
+}
+
+/// Radii 1 and 0.4. Closed.
+inline PolyMeshData make_torus(uint rings, uint sides) {
+  PolyMeshData data;
+  const double turn = 6.283185307179586;
+  for (uint ring = 0; ring < rings; ++ring) {
+    for (uint side = 0; side < sides; ++side) {
+      const double u = turn * ring / rings, v = turn * side / sides, r = 1.0 + 0.4 * std::cos(v);
+      data.positions.emplace_back(static_cast<float>(r * std::cos(u)), static_cast<float>(r * std::sin(u)),
+                                  static_cast<float>(0.4 * std::sin(v)));
+    }
+  }
+  for (uint ring = 0; ring < rings; ++ring) {
+    for (uint side = 0; side < sides; ++side) {
+      const u32 next_ring = (ring + 1) % rings * sides, next_side = (side + 1) % sides;
+      const u32 a = ring * sides + side, b = next_ring + side, c = next_ring + next_side, d = ring * sides + next_side;
+      add_polygon(data, {a, b, c});
+      add_polygon(data, {a, c, d});
+    }
+  }
+  return data;
+}
+
+/// The surface of a cube, size x size quads a side, two triangles each: every box is flat. Closed.
+inline PolyMeshData make_cube_grid(uint size) {
+  PolyMeshData data;
+  std::map<std::array<uint, 3>, u32> numbers;
+  const auto get_vertex = [&](const std::array<uint, 3>& place) {
+    const auto [found, is_new] = numbers.try_emplace(place, static_cast<u32>(data.positions.size()));
+    const auto get = [&](uint k) { return static_cast<float>(2.0 * place[k] / size - 1.0); };
+    if (is_new) data.positions.emplace_back(get(0), get(1), get(2));
+    return found->second;
+  };
+  for (uint side = 0; side < 6; ++side) {
+    const uint axis = side / 2, u = (axis + 1) % 3, v = (axis + 2) % 3;
+    for (uint y = 0; y < size; ++y) {
+      for (uint x = 0; x < size; ++x) {
+        u32 corner[4];
+        for (uint k = 0; k < 4; ++k) {
+          std::array<uint, 3> place{};
+          place[axis] = side % 2 * size;
+          place[u] = x + (k == 1 || k == 2 ? 1 : 0);
+          place[v] = y + (k >= 2 ? 1 : 0);
+          corner[k] = get_vertex(place);
+        }
+        if (side % 2 == 0) std::swap(corner[1], corner[3]);
+        add_polygon(data, {corner[0], corner[1], corner[2]});
+        add_polygon(data, {corner[0], corner[2], corner[3]});
+      }
+    }
+  }
+  return data;
+}
+
+/// Flat stars of 3 to 13 corners in random places and planes, most of them concave.
+inline PolyMeshData make_stars(uint count, uint seed) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  for (uint k = 0; k < count; ++k) {
+    const uint corners = 3 + random.get_index(11);
+    const GMathVec3<double> centre = random.get_vec(), n = random.get_vec().get_normalized();
+    const GMathVec3<double> u =
+        n.cross(std::fabs(n.x) < 0.7 ? GMathVec3<double>(1, 0, 0) : GMathVec3<double>(0, 1, 0)).get_normalized();
+    const GMathVec3<double> v = n.cross(u);
+    std::vector<GMathVec3<float>> positions;
+    for (uint c = 0; c < corners; ++c) {
+      const double angle = 6.283185307179586 * c / corners, radius = random.get(0.05, 0.4);
+      positions.emplace_back(centre + u * (radius * std::cos(angle)) + v * (radius * std::sin(angle)));
+    }
+    add_loose_polygon(data, positions);
+  }
+  return data;
+}
+
+/// Needles and blades: 1 to 10^6 times as long as wide.
+inline PolyMeshData make_slivers(uint count, uint seed) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  for (uint k = 0; k < count; ++k) {
+    const GMathVec3<float> a = random.get_vec<float>();
+    const double width = std::pow(10.0, random.get(-6, 0));
+    add_loose_polygon(data, {a, a + random.get_vec<float>(), a + random.get_vec<float>(width)});
+  }
+  return data;
+}
+
+/// Every triangle of a soup `copies` times.
+inline PolyMeshData make_coincident(uint count, uint copies, uint seed) {
+  const PolyMeshData once = make_soup(count, seed);
+  PolyMeshData data = once;
+  for (uint k = 1; k < copies; ++k) {
+    for (uint p = 0; p < count; ++p) add_polygon(data, {3 * p, 3 * p + 1, 3 * p + 2});
+  }
+  return data;
+}
+
+/// A soup in which three polygons of four are no proper ones: points, lines, a NaN or infinite corner, two corners.
+inline PolyMeshData make_broken(uint count, uint seed) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  const float bad[] = {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity(),
+                       -std::numeric_limits<float>::infinity()};
+  for (uint k = 0; k < count; ++k) {
+    const GMathVec3<float> a = random.get_vec<float>();
+    GMathVec3<float> b = a + random.get_vec<float>(0.4), c = a + random.get_vec<float>(0.4);
+    switch (k % 8) {
+      case 1:
+        add_loose_polygon(data, {a, a, a});
+        continue;
+      case 2:
+        c = a + (b - a) * 0.5f;
+        break;
+      case 3:
+        c[random.get_index(3)] = bad[random.get_index(3)];
+        break;
+      case 5:
+        add_loose_polygon(data, {a, b});
+        continue;
+      case 6:
+        b = a;
+        break;
+      case 7:
+        add_loose_polygon(data, {});
+        continue;
+      default:
+        break;
+    }
+    add_loose_polygon(data, {a, b, c});
+  }
+  return data;
+}
+
+/// Every position times `scale`, then moved by `offset`.
+inline PolyMeshData transformed(PolyMeshData data, float scale, const GMathVec3<float>& offset = {}) {
+  const auto apply = [&](std::vector<GMathVec3<float>>& positions) {
+    for (GMathVec3<float>& position : positions) position = position * scale + offset;
+  };
+  apply(data.positions);
+  for (auto& sample : data.motion_positions) apply(sample);
+  return data;
+}
+
+/// Gives the mesh `samples` motion samples from `begin` in steps of `step`. Every vertex wanders by itself, or with
+/// `rigid` all alike, so that flat polygons stay flat.
+inline void add_motion(PolyMeshData& data, uint samples, double begin, double step, uint seed, bool rigid = false) {
+  RandomValues random(seed);
+  data.motion_begin = begin;
+  data.motion_step = step;
+  for (uint sample = 0; sample < samples; ++sample) {
+    std::vector<GMathVec3<float>> moved = data.positions;
+    const GMathVec3<float> way = random.get_vec<float>(0.6);
+    for (GMathVec3<float>& position : moved) position = position + (rigid ? way : random.get_vec<float>(0.15));
+    data.motion_positions.push_back(moved);
+  }
+}
+
+/// One of everything, about `count` polygons each.
+inline std::vector<MeshScene> make_mesh_scenes(uint count, uint seed) {
+  const uint side = static_cast<uint>(std::sqrt(count / 2.0)) + 1;
+  return {{"soup", make_soup(count, seed)},
+          {"one", make_soup(1, seed, 1.0)},
+          {"five", make_soup(5, seed, 1.0)},
+          {"terrain", make_terrain(side, seed)},
+          {"flat terrain", make_terrain(side, seed, 0.0)},
+          {"sphere", make_icosphere(2)},
+          {"cube", make_cube_grid(5)},
+          {"stars", make_stars(count, seed)},
+          {"slivers", make_slivers(count, seed)},
+          {"coincident", make_coincident(count / 4, 4, seed)},
+          {"broken", make_broken(count, seed)},
+          {"tiny", transformed(make_soup(count, seed), 1e-30f)},
+          {"huge", transformed(make_soup(count, seed), 1e30f)},
+          {"far away", transformed(make_soup(count, seed), 1e4f, {1e6f, -2e6f, 5e5f})}};
+}
