@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_geometry/poly_mesh.h"
@@ -87,13 +88,17 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
                                uint ray, const GetPosition& get_position) const {
   const ShearedRay sheared(query.get_ray(ray));
   const u32* vertices = get_part_vertices(primitive, 0);
+  double last_distance = std::numeric_limits<double>::quiet_NaN();
   for (uint part = 0, count = get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
     if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
       continue;
+    // A ray through a diagonal meets the triangles on both of its sides, at one point of the polygon: one hit. The two
+    // distances differ by rounding only.
+    if (std::fabs(hit.distance - last_distance) <= 1e-12 * std::fabs(last_distance)) continue;
     hit.primitive = primitive;
     hit.part = part;
-    query.push_intersection(ctx, shader, ray, hit);
+    if (query.push_intersection(ctx, shader, ray, hit)) last_distance = hit.distance;
     if (!query.is_nearest() && query.is_stopped(ray)) return;
   }
 }

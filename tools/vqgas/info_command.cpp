@@ -162,6 +162,7 @@ nlohmann::ordered_json make_json(const SceneReport& report) {
 }  // namespace
 
 void run_info(const InfoOptions& options) {
+  check_output(options.json);
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
   for (const std::string& file : options.files) {
     const SceneReport report = examine(file, options);

@@ -88,6 +88,10 @@ void OutputFile::commit() {
   committed_ = true;
 }
 
+void check_output(const std::string& path) {
+  if (!path.empty() && path != "-") OutputFile probe(path);
+}
+
 void write_text_file(const std::string& path, std::string_view text) {
   const auto put = [&](std::FILE* file) { return std::fwrite(text.data(), 1, text.size(), file) == text.size(); };
   if (path == "-") {

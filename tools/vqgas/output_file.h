@@ -27,6 +27,9 @@ class OutputFile {
   bool committed_ = false;
 };
 
+/// Tells before the work, not after it, that a file cannot be written: throws InputError. "-" and "" pass.
+void check_output(const std::string& path);
+
 /// Writes a whole text file; "-" is standard output. Throws InputError.
 void write_text_file(const std::string& path, std::string_view text);
 

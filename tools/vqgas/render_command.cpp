@@ -59,11 +59,6 @@ std::vector<std::string> write_pictures(const Picture& picture, const std::vecto
   return written;
 }
 
-/// A folder that is missing or closed is told before the work, not after it.
-void check_outputs(const std::vector<std::string>& outputs) {
-  for (const std::string& name : outputs) OutputFile probe(name);
-}
-
 nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScene& scene, const RayCounts& rays,
                                    double seconds, const std::vector<std::string>& written) {
   nlohmann::ordered_json report;
@@ -86,7 +81,8 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
 }  // namespace
 
 void run_render(const RenderOptions& options) {
-  check_outputs(options.outputs);
+  for (const std::string& name : options.outputs) check_output(name);
+  check_output(options.json);
   MeshSource source = load_meshes(options.files);
   complete_normals(source.data, crease_degrees);
   const std::vector<Color> group_colors = source.group_colors;

@@ -143,6 +143,7 @@ std::vector<TraceRay> get_rays(const TraceOptions& options) {
 }  // namespace
 
 void run_trace(const TraceOptions& options) {
+  check_output(options.json);
   const std::vector<TraceRay> rays = get_rays(options);
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));

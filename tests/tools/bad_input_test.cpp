@@ -1,0 +1,160 @@
+// tests/tools/bad_input_test.cpp
+//
+// Exit code 1 with one line for files that cannot be used, 2 for command lines that make no sense, 0 for help.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "tools/run_program.h"
+
+namespace {
+
+std::string make_noise(std::size_t size) {
+  std::mt19937 random(7);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+/// A binary PLY file that promises `faces` triangles and holds none.
+std::string make_cut_ply(int faces) {
+  std::string ply =
+      "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\n"
+      "property float z\nelement face " +
+      std::to_string(faces) + "\nproperty list uchar int vertex_indices\nend_header\n";
+  const float positions[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+  ply.append(reinterpret_cast<const char*>(positions), sizeof(positions) - 5);
+  return ply;
+}
+
+struct BrokenFile {
+  const char* name;
+  std::string bytes;
+};
+
+std::vector<BrokenFile> make_broken_files() {
+  const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
+  return {{"empty.obj", ""},
+          {"empty.ply", ""},
+          {"blank.obj", "\n\n\n"},
+          {"noise.obj", make_noise(4000)},
+          {"noise.ply", make_noise(4000)},
+          {"noise.stl", make_noise(4000)},
+          {"noise.gltf", make_noise(4000)},
+          {"noise.glb", make_noise(4000)},
+          {"noise.off", make_noise(4000)},
+          {"cut.ply", make_cut_ply(1)},
+          {"cut.obj", triangle + "f 1 2"},
+          {"huge.off", "OFF\n3000000000 3000000000 0\n0 0 0\n"},
+          {"strips.ply",
+           "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+           "element tristrips 1\nproperty list int int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
+          {"no_faces.obj", triangle},
+          {"lines.obj", triangle + "l 1 2\n"},
+          {"range.obj", triangle + "f 1 2 9\n"},
+          {"not_finite.obj", "v 0 0 0\nv 1 0 0\nv nan 1 0\nf 1 2 3\n"},
+          {"unknown.xyz", "hello"},
+          {"quoted \"name\" 100%s.obj", "v"}};
+}
+
+/// A fault is one line that names the file, and nothing on standard output.
+void expect_one_line(const ProgramResult& result, const std::string& name) {
+  EXPECT_EQ(result.exit_code, 1) << name << ": " << result.err;
+  EXPECT_EQ(result.count_error_lines(), 1u) << name << ": " << result.err;
+  EXPECT_NE(result.err.find(name), std::string::npos) << result.err;
+  EXPECT_EQ(result.out, "") << name;
+}
+
+}  // namespace
+
+TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
+  const TestFolder folder;
+  std::filesystem::create_directory(folder.get_path() / "folder.obj");
+  std::vector<std::string> names = {"missing.obj", "folder.obj", "demo:nothing", "/dev/null"};
+  for (const BrokenFile& file : make_broken_files()) {
+    folder.write(file.name, file.bytes);
+    names.push_back(file.name);
+  }
+  for (const std::string& name : names) {
+    expect_one_line(run_vqgas(folder.get_path(), {"info", name}), name);
+    expect_one_line(run_vqgas(folder.get_path(), {"render", name, "-o", "out.png", "--size", "8x8"}), name);
+    expect_one_line(run_vqgas(folder.get_path(), {"trace", name, "--ray", "0,0,1,0,0,-1"}), name);
+    EXPECT_FALSE(std::filesystem::exists(folder.get_path() / "out.png")) << name;
+  }
+}
+
+TEST(VqgasBadInput, a_bad_file_among_good_ones_is_named) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  const ProgramResult result = run_vqgas(folder.get_path(), {"render", "cube.obj", "missing.obj", "-o", "out.exr"});
+  expect_one_line(result, "missing.obj");
+}
+
+TEST(VqgasBadInput, outputs_that_cannot_be_written_are_told_before_the_work) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  std::filesystem::create_directory(folder.get_path() / "taken.png");
+  for (const std::string name : {"nowhere/out.png", "nowhere/out.exr", "taken.png"})
+    expect_one_line(run_vqgas(folder.get_path(), {"render", "cube.obj", "-o", name}), name);
+  expect_one_line(run_vqgas(folder.get_path(), {"info", "cube.obj", "--quiet", "--json", "nowhere/a.json"}),
+                  "nowhere/a.json");
+  EXPECT_EQ(folder.list(), (std::vector<std::string>{"cube.obj", "taken.png"}));
+}
+
+TEST(VqgasBadInput, malformed_models_of_the_importer_never_crash) {
+  const std::filesystem::path models = "/usr/share/assimp/models/invalid";
+  if (!std::filesystem::is_directory(models)) GTEST_SKIP() << "the package assimp-testmodels is not installed";
+  const TestFolder folder;
+  for (const auto& model : std::filesystem::directory_iterator(models)) {
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", model.path().string()});
+    if (result.exit_code != 0) expect_one_line(result, model.path().filename().string());
+  }
+}
+
+TEST(VqgasBadInput, command_lines_that_make_no_sense_give_exit_code_2) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  const std::vector<std::vector<std::string>> lines = {
+      {},
+      {"frobnicate"},
+      {"info"},
+      {"info", "cube.obj", "--threads", "0"},
+      {"info", "cube.obj", "--threads", "two"},
+      {"info", "cube.obj", "--nonsense"},
+      {"render", "cube.obj"},
+      {"render", "cube.obj", "-o", "out.jpg"},
+      {"render", "cube.obj", "-o", "out.png", "--size", "100"},
+      {"render", "cube.obj", "-o", "out.png", "--size", "0x5"},
+      {"render", "cube.obj", "-o", "out.png", "--size", "99999x99999"},
+      {"render", "cube.obj", "-o", "out.png", "--samples", "-1"},
+      {"render", "cube.obj", "-o", "out.png", "--view", "behind"},
+      {"render", "cube.obj", "-o", "out.png", "--layers", "beauty,warmth"},
+      {"render", "cube.obj", "-o", "out.png", "--shutter", "1,0"},
+      {"render", "cube.obj", "-o", "out.png", "--camera", "0,0,0/0,0,0/0,1,0/40"},
+      {"render", "cube.obj", "-o", "out.png", "--camera", "0,5,0/0,0,0/0,1,0/40"},
+      {"render", "cube.obj", "-o", "out.png", "--camera", "0,0,5/0,0,0/0,1,0/180"},
+      {"render", "cube.obj", "-o", "out.png", "--camera", "0,0,5/0,0,0/0,1,0"},
+      {"trace", "cube.obj", "--ray", "0,0,1,0,0"},
+      {"trace", "cube.obj", "--ray", "0,0,1,0,0,-1,5"},
+      {"trace", "cube.obj", "--ray", "0,0,1,0,0,x"},
+      {"trace", "cube.obj", "--format", "xml"}};
+  for (const auto& line : lines) {
+    const ProgramResult result = run_vqgas(folder.get_path(), line);
+    EXPECT_EQ(result.exit_code, 2) << testing::PrintToString(line) << result.err;
+    EXPECT_NE(result.err, "") << testing::PrintToString(line);
+  }
+  EXPECT_EQ(folder.list(), std::vector<std::string>{"cube.obj"});
+}
+
+TEST(VqgasBadInput, help_has_an_example_and_exit_code_0) {
+  const TestFolder folder;
+  EXPECT_EQ(run_vqgas(folder.get_path(), {"--help"}).exit_code, 0);
+  for (const std::string command : {"info", "render", "trace"}) {
+    const ProgramResult result = run_vqgas(folder.get_path(), {command, "--help"});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    EXPECT_NE(result.out.find("Example:\n  vqgas " + command), std::string::npos) << result.out;
+    for (const char* option : {"--threads", "--quiet", "--json"})
+      EXPECT_NE(result.out.find(option), std::string::npos) << command << " " << option;
+  }
+}

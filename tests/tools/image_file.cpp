@@ -1,0 +1,49 @@
+#include "tools/image_file.h"
+
+#include <ImathBox.h>
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <gtest/gtest.h>
+#include <png.h>
+
+ExrFile read_exr(const std::filesystem::path& path) {
+  Imf::InputFile file(path.c_str());
+  const Imath::Box2i window = file.header().dataWindow();
+  ExrFile exr;
+  exr.width = window.max.x - window.min.x + 1;
+  exr.height = window.max.y - window.min.y + 1;
+  const std::size_t count = static_cast<std::size_t>(exr.width) * exr.height, row = 4 * std::size_t(exr.width);
+  Imf::FrameBuffer frame;
+  const Imf::ChannelList& channels = file.header().channels();
+  for (auto channel = channels.begin(); channel != channels.end(); ++channel) {
+    char* base = nullptr;
+    if (channel.channel().type == Imf::UINT) {
+      base = reinterpret_cast<char*>(exr.numbers.emplace(channel.name(), count).first->second.data());
+    } else {
+      base = reinterpret_cast<char*>(exr.values.emplace(channel.name(), count).first->second.data());
+    }
+    frame.insert(channel.name(), Imf::Slice(channel.channel().type, base, 4, row));
+  }
+  file.setFrameBuffer(frame);
+  file.readPixels(window.min.y, window.max.y);
+  return exr;
+}
+
+PngFile read_png(const std::filesystem::path& path) {
+  png_image header = {};
+  header.version = PNG_IMAGE_VERSION;
+  PngFile png;
+  if (png_image_begin_read_from_file(&header, path.c_str()) == 0) {
+    ADD_FAILURE() << path << ": " << header.message;
+    return png;
+  }
+  header.format = PNG_FORMAT_RGB;
+  png.width = header.width;
+  png.height = header.height;
+  png.rgb.resize(PNG_IMAGE_SIZE(header));
+  if (png_image_finish_read(&header, nullptr, png.rgb.data(), 0, nullptr) == 0)
+    ADD_FAILURE() << path << ": " << header.message;
+  return png;
+}

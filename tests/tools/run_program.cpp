@@ -1,0 +1,116 @@
+#include "tools/run_program.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string read_whole(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+void redirect(int descriptor, const fs::path& path, int flags) {
+  const int file = open(path.c_str(), flags, 0600);
+  if (file < 0 || dup2(file, descriptor) < 0) _exit(126);
+  close(file);
+}
+
+pid_t start(const fs::path& folder, const std::vector<std::string>& arguments, const fs::path& streams) {
+  std::vector<char*> words;
+  std::string program = VQGAS_PROGRAM;
+  words.push_back(program.data());
+  std::vector<std::string> copies = arguments;
+  for (std::string& argument : copies) words.push_back(argument.data());
+  words.push_back(nullptr);
+  const pid_t child = fork();
+  if (child != 0) return child;
+  redirect(STDIN_FILENO, streams / "in", O_RDONLY);
+  redirect(STDOUT_FILENO, streams / "out", O_WRONLY | O_CREAT | O_TRUNC);
+  redirect(STDERR_FILENO, streams / "err", O_WRONLY | O_CREAT | O_TRUNC);
+  if (chdir(folder.c_str()) != 0) _exit(126);
+  execv(words[0], words.data());
+  _exit(127);
+}
+
+ProgramResult finish(pid_t child, const fs::path& streams) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  ProgramResult result;
+  result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.out = read_whole(streams / "out");
+  result.err = read_whole(streams / "err");
+  return result;
+}
+
+}  // namespace
+
+std::size_t ProgramResult::count_error_lines() const {
+  return static_cast<std::size_t>(std::count(err.begin(), err.end(), '\n'));
+}
+
+ProgramResult run_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, const std::string& input) {
+  const TestFolder streams;
+  streams.write("in", input);
+  return finish(start(folder, arguments, streams.get_path()), streams.get_path());
+}
+
+ProgramResult interrupt_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, int signal,
+                              int milliseconds) {
+  const TestFolder streams;
+  streams.write("in", "");
+  const pid_t child = start(folder, arguments, streams.get_path());
+  usleep(static_cast<useconds_t>(milliseconds) * 1000);
+  kill(child, signal);
+  return finish(child, streams.get_path());
+}
+
+TestFolder::TestFolder() {
+  std::string name = (fs::temp_directory_path() / "vqgas_test_XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) ADD_FAILURE() << "no folder for the test";
+  path_ = name;
+}
+
+TestFolder::~TestFolder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+void TestFolder::write(const std::string& name, const std::string& bytes) const {
+  std::ofstream(path_ / name, std::ios::binary) << bytes;
+}
+
+std::string TestFolder::read(const std::string& name) const { return read_whole(path_ / name); }
+
+std::vector<std::string> TestFolder::list() const {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(path_)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string make_cube_obj(double half_side, int first_vertex) {
+  std::ostringstream obj;
+  for (int corner = 0; corner < 8; ++corner) {
+    obj << "v " << (corner & 1 ? half_side : -half_side) << ' ' << (corner & 2 ? half_side : -half_side) << ' '
+        << (corner & 4 ? half_side : -half_side) << '\n';
+  }
+  const int quads[6][4] = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};
+  for (const auto& quad : quads) {
+    obj << 'f';
+    for (const int corner : quad) obj << ' ' << corner + first_vertex;
+    obj << '\n';
+  }
+  return obj.str();
+}

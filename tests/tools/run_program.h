@@ -1,0 +1,43 @@
+// tests/tools/run_program.h
+//
+// Starts vqgas as a shell would and collects what it leaves behind.
+#pragma once
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+struct ProgramResult {
+  int exit_code = -1;  ///< 128 + the signal when a signal ended it unhandled
+  std::string out, err;
+  std::size_t count_error_lines() const;
+};
+
+/// Runs vqgas with these arguments in `folder`, standard input from `input`; standard output and error are files, as
+/// behind a pipe.
+ProgramResult run_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
+                        const std::string& input = "");
+/// Runs it and sends `signal` after `milliseconds`.
+ProgramResult interrupt_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
+                              int signal, int milliseconds);
+
+/// A folder of the running test's own, empty at first, removed with the object.
+class TestFolder {
+ public:
+  TestFolder();
+  ~TestFolder();
+  TestFolder(const TestFolder&) = delete;
+  TestFolder& operator=(const TestFolder&) = delete;
+  const std::filesystem::path& get_path() const { return path_; }
+  void write(const std::string& name, const std::string& bytes) const;
+  std::string read(const std::string& name) const;
+  std::vector<std::string> list() const;
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// An axis-aligned cube around the origin as six outward quads of an OBJ file, in the order -x +x -y +y -z +z;
+/// `first_vertex` counts from 1.
+std::string make_cube_obj(double half_side, int first_vertex = 1);
