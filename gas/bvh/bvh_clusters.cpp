@@ -119,7 +119,7 @@ class SubtreeWeights {
   explicit SubtreeWeights(const GasBvh<4>& tree)
       : tree_(tree), aligned_(tree.aligned_count), quantized_(tree.quantized_count), oriented_(tree.oriented_count) {
     std::vector<BvhChildRef> order;
-    if (!tree.root.is_leaf()) order.push_back(tree.root);
+    if (!tree.is_empty() && !tree.root.is_leaf()) order.push_back(tree.root);
     for (std::size_t at = 0; at < order.size(); ++at) {
       for (uint lane = 0; lane < order[at].get_count(); ++lane) {
         const BvhChildRef child = get_child(order[at], lane);
