@@ -248,9 +248,9 @@ TEST(PolyMeshRay, packet_tests_its_active_rays_and_passes_over_stopped_ones) {
 TEST(PolyMeshRay, a_ray_may_end_between_two_triangles_of_one_polygon) {
   QueryWorld world;
   PolyMeshData data;
-  data.positions = {{0, 0, 1}, {4, 0, 1}, {0, 4, 1}};
+  data.positions = {{0, 0, 1}, {4, 0, 1}, {0, 4, 1}, {0, 0, 2}, {4, 0, 2}, {0, 4, 2}};
   data.polygon_sizes = {6};
-  data.polygon_vertices = {0, 1, 2, 0, 1, 2};  // goes round twice, so that it lies over itself
+  data.polygon_vertices = {0, 1, 2, 3, 4, 5};  // goes round twice, so that it lies over itself
   PolyMesh mesh;
   create(mesh, data);
   GeometryRayPacket packet;
@@ -261,6 +261,25 @@ TEST(PolyMeshRay, a_ray_may_end_between_two_triangles_of_one_polygon) {
   packet.set_stop_rule(1);
   test_primitive(world, mesh, packet.begin_all_hits(world.shading), 0);
   EXPECT_EQ(packet.get_hits().get_hits().size(), 1u);
+}
+
+TEST(PolyMeshRay, a_ray_through_a_diagonal_hits_the_polygon_once) {
+  QueryWorld world;
+  PolyMeshData data;
+  data.positions = {{-1, -1, 1}, {1, -1, 1}, {1, 1, 1}, {-1, 1, 1}};
+  data.polygon_sizes = {4};
+  data.polygon_vertices = {0, 1, 2, 3};
+  PolyMesh mesh;
+  create(mesh, data);
+  GeometryRayPacket packet;
+  packet.resize(1);
+  for (const double at : {-0.75, 0.0, 0.5}) {
+    for (const double side : {-1.0, 1.0}) {  // one of the two is the diagonal that the triangles share
+      packet.set_ray(0, {at, side * at, 0}, {0, 0, 1});
+      test_primitive(world, mesh, packet.begin_all_hits(world.shading), 0);
+      EXPECT_EQ(packet.get_hits().get_hits().size(), 1u) << at << ' ' << side;
+    }
+  }
 }
 
 TEST(PolyMeshRay, motion_is_linear_between_the_samples_of_the_mesh) {
