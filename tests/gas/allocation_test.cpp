@@ -1,0 +1,130 @@
+// A query that was asked before allocates nothing. The program counts every way to get memory, so it stands alone.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "gas/bvh/bvh_kernel.h"
+#include "gas/gas_geometry_bvh4.h"
+#include "support/box_query.h"
+#include "support/fake_geometry.h"
+#include "support/test_tree.h"
+#include "vq_ctx/ctx_motion_blur.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
+}
+
+namespace {
+
+std::atomic<uint> allocations{0};
+
+void* count(void* block) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  return block;
+}
+
+}  // namespace
+
+// The C library's own, with a counter: operator new ends here too.
+extern "C" {
+void* malloc(std::size_t bytes) { return count(__libc_malloc(bytes)); }
+void* calloc(std::size_t n, std::size_t bytes) { return count(__libc_calloc(n, bytes)); }
+void* realloc(void* block, std::size_t bytes) { return count(__libc_realloc(block, bytes)); }
+void* aligned_alloc(std::size_t alignment, std::size_t bytes) { return count(__libc_memalign(alignment, bytes)); }
+int posix_memalign(void** block, std::size_t alignment, std::size_t bytes) {
+  *block = count(__libc_memalign(alignment, bytes));
+  return *block != nullptr ? 0 : ENOMEM;
+}
+}
+
+namespace {
+
+template <class Query>
+uint count_allocations(const Query& query) {
+  query();  // scratch grows to what the query needs
+  const uint before = allocations;
+  for (uint k = 0; k < 10; ++k) query();
+  return allocations - before;
+}
+
+void ignore(const CtxEval&, CtxShader&, GeometryFrustumCtx&, const CoreBasicArray<uint>&, void*) {}
+void ignore_ray(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, const CoreBasicArray<uint>&, void*) {}
+
+}  // namespace
+
+TEST(Allocation, counting_works) {
+  EXPECT_EQ(count_allocations([] { ::operator delete(::operator new(16)); }), 10u);
+  EXPECT_EQ(count_allocations([] { core_aligned_free(core_aligned_alloc(4096, 64)); }), 10u);
+}
+
+TEST(Allocation, kernels_take_none) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 5000, 1);
+  const GasBvh<4> tree = make_tree(scene.boxes, make_params(1, 4));
+  GasBvhMotion<4> motion;
+  motion.set_samples(tree, 2);
+  for (uint sample = 0; sample < 2; ++sample) motion.update_sample(sample, scene.boxes, nullptr);
+  const std::vector<BoxRay> rays = make_box_rays(scene, 50, 1);
+  GeometryRayPacket packet;
+  packet.resize(50);
+  for (uint k = 0; k < 50; ++k) packet.set_ray(k, rays[k].origin, rays[k].direction);
+  QueryWorld world;
+  const BvhLeafFunctions leaf{ignore_ray, ignore_ray, nullptr, ignore, nullptr};
+  for (const GasBvhMotion<4>* samples :
+       {static_cast<const GasBvhMotion<4>*>(nullptr), static_cast<const GasBvhMotion<4>*>(&motion)}) {
+    const BvhTarget target{tree, samples, leaf, nullptr};
+    const auto set_spans = [](GeometryRaytraceCtx& query) -> GeometryRaytraceCtx& {
+      for (uint ray = 0; ray < query.ray_count; ++ray) query.spans[ray] = {0, 1, 0.5, 0.5};
+      return query;
+    };
+    EXPECT_EQ(count_allocations([&] {
+                bvh_ray_hit<BvhHits::all>(target, world.ctx, world.shader,
+                                          set_spans(packet.begin_all_hits(world.shading)));
+              }),
+              0u);
+    EXPECT_EQ(count_allocations([&] {
+                bvh_ray_hit<BvhHits::nearest>(target, world.ctx, world.shader,
+                                              set_spans(packet.begin_nearest(world.shading)));
+              }),
+              0u);
+  }
+  GeometryFrustumCtx frustum;
+  frustum.add_plane({{0, 0, 0}, {1, 1, 0}});
+  EXPECT_EQ(count_allocations([&] {
+              bvh_frustum_hit({tree, nullptr, leaf, nullptr}, world.ctx, world.shader, frustum);
+            }),
+            0u);
+}
+
+TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
+  QueryWorld world;
+  FakeGeometry geometry;
+  geometry.add_row(2000);
+  geometry.moves = true;
+  geometry.velocity = {0, 1, 0};
+  GasGeometryBvh4 structure;
+  ASSERT_TRUE(structure.create(world.ctx, &geometry, &geometry, nullptr));
+  const CtxMotionBlur shutter(0.0, 1.0, 3);
+  world.ctx.set_motion_blur(&shutter);
+  world.shader.motion_blur = &shutter;
+  GeometryRayPacket packet;
+  packet.resize(20);
+  for (uint k = 0; k < 20; ++k) packet.set_ray(k, {-1, 0.5, 0.5}, {1, 1e-5 * k, 1e-5 * k}, 0.0, DBL_MAX, k / 20.0);
+  using Query = void (GasObject::*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&) const;
+  for (const Query query : {&GasObject::ray_hit_nearest_static, &GasObject::ray_hit_nearest_motion})
+    EXPECT_EQ(
+        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_nearest(world.shading)); }),
+        0u);
+  for (const Query query : {&GasObject::ray_hit_static, &GasObject::ray_hit_motion})
+    EXPECT_EQ(
+        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_all_hits(world.shading)); }),
+        0u);
+  EXPECT_GT(packet.get_hits().get_hits().size(), 0u);
+  EXPECT_EQ(count_allocations([&] { structure.get_bbox_at(world.ctx, 0.3); }), 0u);
+}
