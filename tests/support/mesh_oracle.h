@@ -24,6 +24,7 @@ struct OracleHit {
   long double t = 0;          ///< where the ray meets the polygon's plane
   long double tolerance = 0;  ///< of t
   Long3 point;
+  long double edge_distance = 0;  ///< from the ray to the nearest edge, in units in the last place of single precision
 };
 
 inline long double get_size(const Long3& v) { return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)}); }
@@ -92,6 +93,7 @@ inline OracleHit oracle_intersect(const OracleRay& ray, const std::vector<Long3>
   for (const Long3& corner : corners) length = std::max(length, (corner - corners[0]).get_length());
   const long double slenderness = 1 + length * length / normal.get_length();
   hit.tolerance = (64 * twice * size * slenderness + flatness) / (cosine * ray.direction.get_length());
+  hit.edge_distance = margin * cosine / (single * size);
   const bool inside = is_inside_polygon(hit.point, corners, normal);
   const long double band = inside ? 32 * single * size : 64 * twice * size + flatness;
   if (margin * cosine <= band) {

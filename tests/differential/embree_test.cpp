@@ -1,0 +1,191 @@
+// The same triangles and the same rays for the mesh structure and for Embree in its robust mode. Where the nearest hits
+// differ, the reason must be a tie (two triangles at one distance) or a graze (the ray passes a triangle that one of
+// the two has hit within some units in the last place of an edge); anything else fails.
+#include <embree3/rtcore.h>
+#include <gtest/gtest.h>
+
+#include "gas/gas_geometry_bvh4.h"
+#include "support/mesh_file.h"
+#include "support/mesh_oracle.h"
+#include "support/query_world.h"
+#include "support/ray_sets.h"
+#include "support/test_scale.h"
+#include "vq_geometry/geometry_ray_packet.h"
+
+namespace {
+
+using VecF = GMathVec3<float>;
+constexpr uint none = core_invalid_index;
+
+struct Hit {
+  uint triangle = none;
+  double distance = HUGE_VAL;
+};
+
+class EmbreeScene {
+ public:
+  explicit EmbreeScene(const PolyMeshData& data) : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
+    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
+    RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
+    void* positions = rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, sizeof(VecF),
+                                              data.positions.size());
+    std::memcpy(positions, data.positions.data(), data.positions.size() * sizeof(VecF));
+    void* indices = rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(u32),
+                                            data.polygon_sizes.size());
+    std::memcpy(indices, data.polygon_vertices.data(), data.polygon_vertices.size() * sizeof(u32));
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometry(scene_, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(scene_);
+  }
+  ~EmbreeScene() {
+    rtcReleaseScene(scene_);
+    rtcReleaseDevice(device_);
+  }
+  EmbreeScene(const EmbreeScene&) = delete;
+  EmbreeScene& operator=(const EmbreeScene&) = delete;
+
+  Hit shoot(const TestRay& ray) const {
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    RTCRayHit query = {};
+    const VecF origin(ray.origin), direction(ray.direction);
+    query.ray = {origin.x,    origin.y,    origin.z,    static_cast<float>(ray.tnear),
+                 direction.x, direction.y, direction.z, 0,
+                 HUGE_VALF,   0xFFFFFFFFu, 0,           0};
+    query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+    rtcIntersect1(scene_, &context, &query);
+    if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return {};
+    return {query.hit.primID, query.ray.tfar};
+  }
+
+ private:
+  RTCDevice device_;
+  RTCScene scene_;
+};
+
+/// Rays whose numbers are exact in single precision, so that both are asked the same: from outside, at vertices and
+/// edges, from the surface.
+std::vector<TestRay> make_single_rays(const PolyMeshData& data, uint count, uint seed) {
+  std::vector<TestRay> rays = make_rays(data, count, seed);
+  RandomValues random(seed);
+  for (TestRay& ray : rays) {
+    const double length = ray.direction.get_length();
+    if (length > 0) ray.direction = ray.direction * (1 / length);
+    ray.tnear = 0;
+    ray.tfar = DBL_MAX;
+    if (random.get_index(3) == 0) {
+      // Off the surface, past its own triangle.
+      const u32* vertices =
+          &data.polygon_vertices[std::size_t{3} * random.get_index(static_cast<uint>(data.polygon_sizes.size()))];
+      const VecF sum = data.positions[vertices[0]] + data.positions[vertices[1]] + data.positions[vertices[2]];
+      ray.origin = GMathVec3<double>(sum) * (1.0 / 3);
+      ray.tnear = 1e-3 * get_finite_box(data).get_extent().get_length();
+    }
+    ray.origin = GMathVec3<double>(VecF(ray.origin));
+    ray.direction = GMathVec3<double>(VecF(ray.direction));
+    ray.tnear = static_cast<float>(ray.tnear);
+  }
+  return rays;
+}
+
+class Comparison {
+ public:
+  Comparison(const PolyMeshData& data, const char* name) : data_(data), name_(name) {}
+
+  void add(const TestRay& ray, const Hit& ours, const Hit& theirs) {
+    ++rays_;
+    hits_ += ours.triangle != none;
+    if (ours.triangle == none && theirs.triangle == none) return;
+    if (ours.triangle != none && theirs.triangle != none) {
+      const double tolerance = get_tolerance(ray, ours) + get_tolerance(ray, theirs);
+      if (std::fabs(ours.distance - theirs.distance) <= tolerance) {
+        ties_ += ours.triangle != theirs.triangle;
+        return;
+      }
+    }
+    // The nearer hit is the one that the other has not seen.
+    const bool nearer_is_ours = ours.distance < theirs.distance;
+    const Hit& nearer = nearer_is_ours ? ours : theirs;
+    const OracleHit truth = test(ray, nearer.triangle);
+    if (truth.edge_distance <= 64 || std::fabs(truth.t - ray.tnear) <= get_tolerance(ray, nearer)) {
+      ++(nearer_is_ours ? grazes_ours_ : grazes_theirs_);
+      return;
+    }
+    ++faults_;
+    ADD_FAILURE() << name_ << ": triangle " << nearer.triangle << " is hit by " << (nearer_is_ours ? "us" : "Embree")
+                  << " only, at " << nearer.distance << ", other at " << (nearer_is_ours ? theirs : ours).distance
+                  << "; the ray passes its edges at " << static_cast<double>(truth.edge_distance)
+                  << " units in the last place";
+  }
+
+  void print() const {
+    std::printf(
+        "%-18s %8zu triangles, %8u rays, %8u hits: %6u ties, %4u grazes hit by us only, %4u by Embree only, "
+        "%u unexplained\n",
+        name_, data_.polygon_sizes.size(), rays_, hits_, ties_, grazes_ours_, grazes_theirs_, faults_);
+  }
+  uint get_hits() const { return hits_; }
+
+ private:
+  OracleHit test(const TestRay& ray, uint triangle) const {
+    std::vector<Long3> corners;
+    for (uint k = 0; k < 3; ++k)
+      corners.emplace_back(data_.positions[data_.polygon_vertices[std::size_t{3} * triangle + k]]);
+    return oracle_intersect({Long3(ray.origin), Long3(ray.direction), -HUGE_VALL, HUGE_VALL}, corners);
+  }
+  /// Of a distance in single precision, on the triangle that was hit.
+  double get_tolerance(const TestRay& ray, const Hit& hit) const {
+    const OracleHit truth = test(ray, hit.triangle);
+    // `tolerance` is that of double precision.
+    return static_cast<double>(truth.tolerance) * 0x1p29 + 1e-5 * hit.distance;
+  }
+
+  const PolyMeshData& data_;
+  const char* name_;
+  uint rays_ = 0, hits_ = 0, ties_ = 0, grazes_ours_ = 0, grazes_theirs_ = 0, faults_ = 0;
+};
+
+void compare(QueryWorld& world, const MeshScene& scene) {
+  const PolyMeshData data = triangulated(scene.data);
+  PolyMesh mesh;
+  GasGeometryBvh4 structure;
+  CoreString error;
+  ASSERT_TRUE(mesh.create(PolyMeshData(data), error)) << error.get_data();
+  ASSERT_TRUE(structure.create(world.ctx, &mesh, &mesh, nullptr));
+  const EmbreeScene embree(data);
+  const std::vector<TestRay> rays = make_single_rays(data, scaled(100000, 10000), 1);
+  GeometryRayPacket packet;
+  packet.resize(static_cast<uint>(rays.size()));
+  for (uint k = 0; k < rays.size(); ++k) packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear);
+  structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+  Comparison comparison(data, scene.name.c_str());
+  for (uint k = 0; k < rays.size(); ++k) {
+    const GeometryIntersection& hit = packet.get_nearest(k);
+    const Hit ours = hit.geometry == nullptr ? Hit() : Hit{hit.primitive, hit.distance};
+    comparison.add(rays[k], ours, embree.shoot(rays[k]));
+  }
+  comparison.print();
+  EXPECT_GT(comparison.get_hits(), rays.size() / 10) << scene.name;
+}
+
+TEST(Embree, generated_meshes) {
+  QueryWorld world;
+  for (const MeshScene& scene : {MeshScene{"soup", make_soup(5000, 1, 0.1)},
+                                 {"terrain", make_terrain(80, 2)},
+                                 {"flat terrain", make_terrain(60, 2, 0)},
+                                 {"sphere", make_icosphere(5)},
+                                 {"torus", make_torus(96, 48)},
+                                 {"cube", make_cube_grid(24)},
+                                 {"slivers", make_slivers(3000, 4)},
+                                 {"coincident", make_coincident(500, 3, 5)},
+                                 {"far sphere", transformed(make_icosphere(4), 1.0f, {100, 50, -70})}})
+    compare(world, scene);
+}
+
+TEST(Embree, meshes_of_the_data_folder) {
+  QueryWorld world;
+  for (const MeshScene& scene : read_mesh_folder()) compare(world, scene);
+}
+
+}  // namespace
