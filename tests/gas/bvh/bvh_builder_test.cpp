@@ -2,10 +2,12 @@
 // builds, however many help.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <chrono>
 #include <thread>
 
+#include "gas/bvh/bvh_statistics.h"
 #include "support/test_scale.h"
 #include "support/test_tree.h"
 #include "support/tree_oracle.h"
@@ -82,6 +84,43 @@ TEST(BvhBuilder, millions_of_identical_boxes_end_soon_in_a_shallow_tree) {
   EXPECT_LE(tree.max_depth, 2u * static_cast<uint>(std::bit_width(count)));
   EXPECT_LT(seconds.count(), 60.0);  // minutes would mean quadratic time
   EXPECT_EQ(tree.item_count, count);
+}
+
+// Such boxes are nobody's right; still every item must end in one leaf.
+TEST(BvhBuilder, ends_on_inverted_boxes_and_on_what_is_no_number) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  for (const uint quantized_from : {10u, 1u}) {
+    for (const uint part : {1u, 3u}) {  // all of them, or every third
+      std::vector<FloatBox> boxes = make_box_scene(BoxKind::infinite, 3000, part).boxes;
+      for (uint k = 0; k < 3000; k += part) {
+        if (k % 2 == 0) boxes[k] = {{nan, nan, nan}, {nan, nan, nan}};
+        if (k % 4 == 1) boxes[k] = FloatBox();
+        if (k % 4 == 3) boxes[k].max.y = nan;
+      }
+      const GasBvh<4> tree = make_tree(boxes, make_params(1, quantized_from));
+      const BvhStatistics statistics = bvh_compute_statistics(tree);
+      EXPECT_EQ(statistics.items, 3000u);
+      EXPECT_EQ(statistics.leaves, 3000u);
+      EXPECT_EQ(walk_tree(tree).size(), std::size_t{tree.aligned_count} + tree.quantized_count);
+      std::vector<uint> order(tree.order, tree.order + 3000);
+      std::sort(order.begin(), order.end());
+      EXPECT_EQ(order, make_indices(3000));
+    }
+  }
+}
+
+TEST(BvhBuilder, statistics_of_a_tree_known_by_heart) {
+  // Half areas: 3 for the whole; 1.25 and 2 for the leaves.
+  const GasBvh<4> tree = make_node_by_hand({{{0, 0, 0}, {0.5f, 0.5f, 1}}, {{0.5f, 0, 0}, {1, 1, 1}}});
+  const BvhStatistics statistics = bvh_compute_statistics(tree);
+  EXPECT_EQ(statistics.aligned_nodes, 1u);
+  EXPECT_EQ(statistics.leaves, 2u);
+  EXPECT_EQ(statistics.items, 2u);
+  EXPECT_EQ(statistics.largest_leaf, 1u);
+  EXPECT_EQ(statistics.depth, 1u);
+  EXPECT_EQ(statistics.children_per_node, 2.0);
+  EXPECT_NEAR(statistics.surface_area_cost, 1.0 + 1.25 / 3.0 + 2.0 / 3.0, 1e-12);
+  EXPECT_EQ(bvh_compute_statistics(GasBvh<4>()).items, 0u);
 }
 
 TEST(BvhBuilder, an_order_array_names_the_items_and_weights_are_copied) {
