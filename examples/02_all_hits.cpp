@@ -1,0 +1,52 @@
+// How much of it is in the way? An X-ray: the thickness of a hollow box along a row of parallel rays.
+#include "examples/example_world.h"
+
+int main() {
+  ExampleWorld world;
+
+  // A box of side 4 with a cavity of side 2. The cavity's squares are turned over, so that everywhere a normal points
+  // out of the material.
+  PolyMeshData data;
+  add_box(data, {0, 0, 0}, {4, 4, 4});
+  PolyMeshData cavity;
+  add_box(cavity, {1, 1, 1}, {3, 3, 3});
+  for (const GMathVec3<float>& position : cavity.positions) data.positions.push_back(position);
+  for (std::size_t corner = cavity.polygon_vertices.size(); corner-- > 0;)
+    data.polygon_vertices.push_back(8 + cavity.polygon_vertices[corner]);
+  data.polygon_sizes.resize(12, 4);
+  PolyMesh mesh;
+  create_mesh(mesh, std::move(data));
+  GasGeometryBvh4 structure;
+  structure.create(world.ctx, &mesh, &mesh, nullptr);
+
+  constexpr uint ray_count = 10;
+  GeometryRayPacket packet;
+  packet.resize(ray_count);
+  for (uint ray = 0; ray < ray_count; ++ray) packet.set_ray(ray, {0.5 * ray - 0.25, 2, 10}, {0, 0, -1});
+  structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+
+  // Hits come in no particular order, and need none here: where a ray leaves the material its distance counts, where it
+  // enters the distance is taken off.
+  double thickness[ray_count] = {};
+  uint surfaces[ray_count] = {};
+  for (const GeometryHit& found : packet.get_hits().get_hits()) {
+    const GeometrySurfacePoint point = found.hit.geometry->get_surface_point(found.hit, 0.0);
+    const bool leaves = point.normal.dot(packet.get_ray(found.ray).direction) > 0.0;
+    thickness[found.ray] += leaves ? found.hit.distance : -found.hit.distance;
+    ++surfaces[found.ray];
+  }
+
+  for (uint ray = 0; ray < ray_count; ++ray) {
+    const double x = packet.get_ray(ray).origin.x;
+    std::printf("x = %5.2f   %u surfaces   thickness %g\n", x, surfaces[ray], thickness[ray]);
+    const bool in_box = x > 0 && x<4, in_cavity = x> 1 && x < 3;
+    expect(surfaces[ray] == (in_cavity ? 4u : in_box ? 2u : 0u), "two surfaces a box");
+    expect(thickness[ray] == (in_cavity ? 2.0 : in_box ? 4.0 : 0.0), "the cavity is not counted");
+  }
+
+  // Whoever only wants to know whether two surfaces lie in the way may say so: the rays end there.
+  packet.set_stop_rule(/*max_hits=*/2);
+  structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+  std::printf("%zu hits when each ray ends after two\n", packet.get_hits().get_hits().size());
+  expect(packet.get_hits().get_hits().size() == 2 * 8, "eight rays pass through the box");
+}

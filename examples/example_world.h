@@ -1,0 +1,52 @@
+// examples/example_world.h
+//
+// What 01_nearest_hit.cpp spells out and every later example needs too: an application, contexts, one opaque material
+// for shading group 0; and the box of which most examples make their meshes.
+#pragma once
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "gas/gas_geometry_bvh4.h"
+#include "vq_ctx/ctx_eval.h"
+#include "vq_ctx/ctx_shader.h"
+#include "vq_geometry/geometry_ray_packet.h"
+#include "vq_geometry/poly_mesh.h"
+#include "vq_of/of_app.h"
+#include "vq_of/of_object_factory.h"
+
+struct ExampleWorld {
+  OfApp app;
+  OfObjectFactory factory{app};
+  CtxEval ctx{factory};
+  CtxShader shader;
+  Material material;
+  ShadingGroupLinks links{&material, nullptr, nullptr};
+  const ShadingGroupLinks* entries[1] = {&links};
+  ShadingGroupTable shading{entries};
+};
+
+/// Each example is a test as well: it ends with status 1 when what it was to show is not so.
+inline void expect(bool so, const char* what) {
+  if (so) return;
+  std::printf("not so: %s\n", what);
+  std::exit(1);
+}
+
+/// Appends six squares, wound so that their normals point out of the box.
+inline void add_box(PolyMeshData& mesh, const GMathVec3<float>& min, const GMathVec3<float>& max) {
+  static constexpr u32 corners[6][4] = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4},
+                                        {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};
+  const u32 first = static_cast<u32>(mesh.positions.size());
+  for (uint corner = 0; corner < 8; ++corner) mesh.positions.push_back(GMathBbox3<float>(min, max).get_corner(corner));
+  for (const auto& square : corners) {
+    mesh.polygon_sizes.push_back(4);
+    for (const u32 corner : square) mesh.polygon_vertices.push_back(first + corner);
+  }
+}
+
+/// Makes a mesh that must be sound.
+inline void create_mesh(PolyMesh& mesh, PolyMeshData&& data) {
+  CoreString error;
+  expect(mesh.create(std::move(data), error), error.get_data());
+}
