@@ -7,6 +7,7 @@
 //
 // Measures only: it fails on bad input, never on a time.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
@@ -92,7 +93,10 @@ class MeshRun {
                                 static_cast<double>(contender.tracer->get_total_bytes()) / count});
     }
     make_ray_sets();
+    std::erase_if(sets_, [](const BenchRaySet& set) { return set.rays.empty(); });  // nothing hit, no bounces
     for (const BenchRaySet& set : sets_) {
+      const BenchScene::MeanVisits visits = get_ours().count_visits(set);
+      report_.visits.push_back({set.name, visits.nodes, visits.leaves});
       for (const uint threads : settings_.threads) measure_set(set, threads);
     }
     return true;
@@ -130,7 +134,7 @@ class MeshRun {
     if (is_wanted("bounce")) sets_.push_back(bounce);
     if (is_wanted("random"))
       sets_.push_back(bench_make_random_rays(mesh_, settings_.size * settings_.size, settings_.seed + 1));
-    if (is_wanted("shadow")) {
+    if (is_wanted("shadow") && !bounce.rays.empty()) {
       sets_.push_back(bench_make_shadow_rays(mesh_, bounce, settings_.seed + 2));
       choose_any_hit_query(sets_.back());
     }

@@ -60,7 +60,8 @@ json make_spread_json(const std::vector<double>& values) {
 }
 
 json make_mesh_json(const PeerMeshReport& report) {
-  json builds = json::array(), memory = json::array(), traces = json::array(), means = json::array();
+  json builds = json::array(), memory = json::array(), traces = json::array(), visits = json::array(),
+       means = json::array();
   for (const PeerBuildRow& row : report.builds)
     builds.push_back(
         {{"library", row.library}, {"threads", row.thread_count}, {"mprims", make_spread_json(row.mprims)}});
@@ -79,6 +80,8 @@ json make_mesh_json(const PeerMeshReport& report) {
     }
     traces.push_back(entry);
   }
+  for (const PeerVisitsRow& row : report.visits)
+    visits.push_back({{"set", row.set}, {"nodes", row.nodes}, {"leaves", row.leaves}});
   for (const auto& [key, mean] : get_mean_ratios(report))
     means.push_back({{"threads", key.first}, {"library", key.second}, {"ratio", mean}});
   return {{"mesh", report.mesh},
@@ -87,6 +90,7 @@ json make_mesh_json(const PeerMeshReport& report) {
           {"builds", builds},
           {"memory", memory},
           {"traces", traces},
+          {"visits", visits},
           {"mean_ratios", means}};
 }
 
@@ -141,6 +145,9 @@ void peer_print_report(const PeerMeshReport& report) {
       std::printf("  %zu/%zu of %zu", row.disagreement.hits, row.disagreement.distances, row.disagreement.hit_count);
     std::printf("\n");
   }
+  for (const PeerVisitsRow& row : report.visits)
+    std::printf("  a ray of %s visits %.2f nodes and %.2f leaves of %s\n", row.set.c_str(), row.nodes, row.leaves,
+                peer_ours);
   for (const auto& [key, mean] : get_mean_ratios(report))
     std::printf("  geometric mean of the ratios: %s %u thr %.3f\n", key.second.c_str(), key.first, mean);
   if (!report.any_hit_query.empty())

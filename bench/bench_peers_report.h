@@ -28,12 +28,19 @@ struct PeerTraceRow {
   BenchDisagreement disagreement;
 };
 
+/// How much of this library's tree a ray of a set walks through.
+struct PeerVisitsRow {
+  std::string set;
+  double nodes = 0.0, leaves = 0.0;  ///< means a ray
+};
+
 struct PeerMeshReport {
   std::string mesh;
   uint triangle_count = 0;
   std::string any_hit_query;  ///< how this library was asked for any hit
   std::vector<PeerBuildRow> builds;
   std::vector<PeerMemoryRow> memory;
+  std::vector<PeerVisitsRow> visits;
   std::vector<PeerTraceRow> traces;
 };
 

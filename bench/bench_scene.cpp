@@ -13,13 +13,7 @@ void BenchScene::trace(uint thread, const BenchRaySet& set, std::size_t first, s
   Worker& worker = *workers_[thread];
   const bool first_of_all = set.any_hit && any_hit_query_ == BenchAnyHitQuery::first_of_all;
   while (first < end) {
-    const uint count = static_cast<uint>(std::min<std::size_t>(packet_size, end - first));
-    worker.packet.resize(count);
-    for (uint ray = 0; ray < count; ++ray) {
-      const BenchRay& from = set.rays[first + ray];
-      worker.packet.set_ray(ray, GMathVec3<double>(from.origin), GMathVec3<double>(from.direction), from.tnear,
-                            from.tfar, 0.0, set.any_hit ? GMathRay::shadow : GMathRay::camera);
-    }
+    const uint count = fill_packet(worker, set, first, end);
     if (first_of_all) {
       trace_first_of_all(worker, hits + first, count);
     } else {
@@ -27,6 +21,36 @@ void BenchScene::trace(uint thread, const BenchRaySet& set, std::size_t first, s
     }
     first += count;
   }
+}
+
+BenchScene::MeanVisits BenchScene::count_visits(const BenchRaySet& set) {
+  Worker& worker = *workers_[0];
+  std::vector<GeometryRayVisits> visits;
+  MeanVisits sum;
+  for (std::size_t first = 0; first < set.rays.size(); first += packet_size) {
+    visits.assign(fill_packet(worker, set, first, set.rays.size()), {});
+    GeometryRaytraceCtx& query = worker.packet.begin_nearest(world_.shading);
+    query.visits = visits.data();
+    get_doors().ray_hit_nearest_static(worker.ctx, worker.shader, query);
+    for (const GeometryRayVisits& ray : visits) {
+      sum.nodes += ray.nodes;
+      sum.leaves += ray.leaves;
+    }
+  }
+  const double count = static_cast<double>(std::max<std::size_t>(1, set.rays.size()));
+  return {sum.nodes / count, sum.leaves / count};
+}
+
+/// The next rays of the set, at most a packet of them. Returns how many.
+uint BenchScene::fill_packet(Worker& worker, const BenchRaySet& set, std::size_t first, std::size_t end) {
+  const uint count = static_cast<uint>(std::min<std::size_t>(packet_size, end - first));
+  worker.packet.resize(count);
+  for (uint ray = 0; ray < count; ++ray) {
+    const BenchRay& from = set.rays[first + ray];
+    worker.packet.set_ray(ray, GMathVec3<double>(from.origin), GMathVec3<double>(from.direction), from.tnear, from.tfar,
+                          0.0, set.any_hit ? GMathRay::shadow : GMathRay::camera);
+  }
+  return count;
 }
 
 void BenchScene::trace_nearest(Worker& worker, BenchHit* hits, uint count) const {

@@ -42,6 +42,12 @@ class BenchScene final : public BenchTracer {
   u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
   u64 get_total_bytes() const override { return structure_.get_memory_size(); }
 
+  /// How much of the tree the set's rays walk through, asked as nearest hits: means a ray.
+  struct MeanVisits {
+    double nodes = 0.0, leaves = 0.0;
+  };
+  MeanVisits count_visits(const BenchRaySet& set);
+
   void set_any_hit_query(BenchAnyHitQuery query) { any_hit_query_ = query; }
   const GasGeometryBvh4& get_structure() const { return structure_; }
 
@@ -55,6 +61,7 @@ class BenchScene final : public BenchTracer {
     CtxShader shader;
     GeometryRayPacket packet;
   };
+  static uint fill_packet(Worker& worker, const BenchRaySet& set, std::size_t first, std::size_t end);
   void trace_nearest(Worker& worker, BenchHit* hits, uint count) const;
   void trace_first_of_all(Worker& worker, BenchHit* hits, uint count) const;
 
