@@ -76,7 +76,7 @@ TEST(GasGeometryBvh4, deep_trees_with_quantized_nodes_find_the_same) {
   moving_check.motion_blur = &motion_blur;
   std::vector<TestRay> rays = make_rays(moved.data, scaled(100, 15), 6);
   for (uint k = 0; k < rays.size(); ++k) rays[k].time = k % 5 * 0.25;
-  EXPECT_GT(moving_check.check(rays).sure_hits, counts.rays / 4);
+  EXPECT_GT(moving_check.check(rays).sure_hits, 0u);
 }
 
 TEST(GasGeometryBvh4, moving_meshes_are_found_where_they_are_at_the_time_of_the_ray) {
@@ -325,7 +325,7 @@ bool has_same_hits(uint ray, const HitSet& a, const HitSet& b) {
 TEST(GasGeometryBvh4, clusters_together_are_the_whole) {
   QueryWorld world;
   for (const uint count : {1u, 3u, 40u, 3000u}) {
-    PolyMeshData data = make_soup(count, 31, 0.2);
+    PolyMeshData data = count == 3000 ? make_clumps(30, 100, 31) : make_soup(count, 31, 0.2);
     add_motion(data, 3, 0.0, 0.5, 32, true);
     Built built(world, data);
     const CtxMotionBlur motion_blur(0.0, 1.0, 3);
@@ -350,6 +350,9 @@ TEST(GasGeometryBvh4, clusters_together_are_the_whole) {
         built.structure.get_clusters(clusters, wanted, 0.0f);
         ASSERT_GE(clusters.get_count(), 1u);
         ASSERT_LE(clusters.get_count(), wanted);
+        if (count == 3000 && wanted >= 16) {
+          ASSERT_GE(clusters.get_count(), wanted == 16 ? 4u : 12u);
+        }
         HitSet merged;
         std::vector<double> merged_nearest(rays.size(), HUGE_VAL);
         for (void* handle : clusters) {

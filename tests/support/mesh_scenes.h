@@ -42,6 +42,20 @@ inline PolyMeshData make_soup(uint count, uint seed, double size = 0.3) {
   return data;
 }
 
+/// Soups of `count` small triangles each, far apart: a mesh that is worth cutting into clusters.
+inline PolyMeshData make_clumps(uint clumps, uint count, uint seed) {
+  RandomValues random(seed);
+  PolyMeshData data;
+  for (uint clump = 0; clump < clumps; ++clump) {
+    const GMathVec3<float> centre = random.get_vec<float>();
+    for (uint k = 0; k < count; ++k) {
+      const GMathVec3<float> a = centre + random.get_vec<float>(0.05);
+      add_loose_polygon(data, {a, a + random.get_vec<float>(0.05), a + random.get_vec<float>(0.05)});
+    }
+  }
+  return data;
+}
+
 /// size x size quads over the square from -1 to 1, two triangles each, with random heights up to `height`. With height
 /// 0 all boxes are flat.
 inline PolyMeshData make_terrain(uint size, uint seed, double height = 0.2) {
