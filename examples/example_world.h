@@ -48,5 +48,6 @@ inline void add_box(PolyMeshData& mesh, const GMathVec3<float>& min, const GMath
 /// Makes a mesh that must be sound.
 inline void create_mesh(PolyMesh& mesh, PolyMeshData&& data) {
   CoreString error;
-  expect(mesh.create(std::move(data), error), error.get_data());
+  const bool is_sound = mesh.create(std::move(data), error);
+  expect(is_sound, error.get_data());
 }
