@@ -6,13 +6,28 @@ namespace {
 
 constexpr double full_turn = 2.0 * std::numbers::pi;
 
-/// Rows of vertices joined by quads; `wrap_rows` joins the last row to the first.
-void join_rows(MeshBuilder& builder, uint first, uint rows, uint columns, bool wrap_rows, uint group) {
-  for (uint row = 0; row + (wrap_rows ? 0 : 1) < rows; ++row) {
-    const uint here = first + row * columns, next = first + (row + 1) % rows * columns;
+/// A grid of texture coordinates over the unit square, (columns + 1) in each of `rows` rows: column 0 and the last
+/// belong to the same vertex. Returns the first one's index.
+uint add_uv_grid(MeshBuilder& builder, uint rows, uint columns) {
+  uint first = 0;
+  for (uint row = 0; row < rows; ++row) {
+    for (uint column = 0; column <= columns; ++column) {
+      const uint uv = builder.add_uv({float(column) / float(columns), float(row) / float(rows - 1), 0.0f});
+      if (row == 0 && column == 0) first = uv;
+    }
+  }
+  return first;
+}
+
+/// Closed rows of vertices joined by quads, with the texture coordinates of a grid that begins at `first_uv`.
+void join_rows(MeshBuilder& builder, uint first, uint rows, uint columns, uint group, uint first_uv) {
+  for (uint row = 0; row + 1 < rows; ++row) {
+    const uint here = first + row * columns, next = here + columns;
     for (uint column = 0; column < columns; ++column) {
-      const uint right = (column + 1) % columns;
-      builder.add_polygon({here + column, here + right, next + right, next + column}, group);
+      const uint right = (column + 1) % columns, uv = first_uv + row * (columns + 1) + column;
+      const u32 vertices[] = {here + column, here + right, next + right, next + column};
+      const u32 uvs[] = {uv, uv + 1, uv + columns + 2, uv + columns + 1};
+      builder.add_polygon(vertices, group, {}, uvs);
     }
   }
 }
@@ -27,29 +42,25 @@ Frame Frame::turned(const Point& origin, double angle) {
 void add_tube(MeshBuilder& builder, const std::function<Point(double)>& curve, uint segments, uint sides, double radius,
               uint group) {
   const uint first = builder.get_vertex_count();
-  uint first_uv = 0;
-  for (uint row = 0; row <= segments; ++row) {
+  for (uint row = 0; row < segments; ++row) {
     const double t = double(row) / segments;
     const Point center = curve(t);
     const Point tangent = (curve(t + 1e-4) - curve(t - 1e-4)).get_normalized();
     const Point side = tangent.cross({0.267, 0.535, 0.802}).get_normalized();
     const Point other = side.cross(tangent);
-    for (uint k = 0; k <= sides; ++k) {
-      const double around = double(k) / sides;
-      const Point out = side * std::cos(full_turn * around) + other * std::sin(full_turn * around);
-      if (row < segments && k < sides) builder.add_vertex(center + out * radius);
-      const uint uv = builder.add_uv({float(t), float(around), 0.0f});
-      if (row == 0 && k == 0) first_uv = uv;
+    for (uint k = 0; k < sides; ++k) {
+      const double angle = full_turn * k / sides;
+      builder.add_vertex(center + (side * std::cos(angle) + other * std::sin(angle)) * radius);
     }
   }
-  for (uint row = 0; row < segments; ++row) {
-    for (uint k = 0; k < sides; ++k) {
-      const uint here = first + row * sides, next = first + (row + 1) % segments * sides, right = (k + 1) % sides;
-      const uint uv = first_uv + row * (sides + 1) + k;
-      const u32 vertices[] = {here + k, here + right, next + right, next + k};
-      const u32 uvs[] = {uv, uv + 1, uv + sides + 2, uv + sides + 1};
-      builder.add_polygon(vertices, group, {}, uvs);
-    }
+  const uint first_uv = add_uv_grid(builder, segments + 1, sides);
+  join_rows(builder, first, segments, sides, group, first_uv);
+  const uint last = first + (segments - 1) * sides;
+  for (uint k = 0; k < sides; ++k) {
+    const uint right = (k + 1) % sides, uv = first_uv + (segments - 1) * (sides + 1) + k;
+    const u32 vertices[] = {last + k, last + right, first + right, first + k};
+    const u32 uvs[] = {uv, uv + 1, uv + sides + 2, uv + sides + 1};
+    builder.add_polygon(vertices, group, {}, uvs);
   }
 }
 
@@ -65,12 +76,16 @@ void add_sphere(MeshBuilder& builder, const Point& center, double radius, uint s
   for (uint row = 1; row < rows; ++row) {
     for (uint k = 0; k < segments; ++k) place(std::numbers::pi * (rows - row) / rows, full_turn * k / segments);
   }
-  join_rows(builder, first, rows - 1, segments, false, group);
-  const uint last = first + (rows - 2) * segments;
+  const uint first_uv = add_uv_grid(builder, rows + 1, segments);
+  join_rows(builder, first, rows - 1, segments, group, first_uv + segments + 1);
+  const uint last = first + (rows - 2) * segments, top_uv = first_uv + rows * (segments + 1);
   for (uint k = 0; k < segments; ++k) {
     const uint right = (k + 1) % segments;
-    builder.add_polygon({first + right, first + k, bottom}, group);
-    builder.add_polygon({last + k, last + right, top}, group);
+    const u32 low[] = {first + right, first + k, bottom}, high[] = {last + k, last + right, top};
+    const u32 low_uvs[] = {first_uv + segments + 2 + k, first_uv + segments + 1 + k, first_uv + k};
+    const u32 high_uvs[] = {top_uv - segments - 1 + k, top_uv - segments + k, top_uv + k};
+    builder.add_polygon(low, group, {}, low_uvs);
+    builder.add_polygon(high, group, {}, high_uvs);
   }
 }
 
@@ -80,20 +95,23 @@ void add_prism(MeshBuilder& builder, const Frame& frame, const std::vector<GMath
   for (const double z : {0.0, depth}) {
     for (const auto& p : outline) builder.add_vertex(frame.map({p.x, p.y, z}));
   }
-  std::vector<u32> back, front;
+  std::vector<u32> back, front, back_uvs, front_uvs;
   for (uint k = 0; k < count; ++k) {
     back.push_back(first + count - 1 - k);
     front.push_back(first + count + k);
+    front_uvs.push_back(builder.add_uv({float(outline[k].x), float(outline[k].y), 0.0f}));
   }
-  builder.add_polygon(back, group);
-  builder.add_polygon(front, group);
-  join_rows(builder, first, 2, count, false, group);
+  back_uvs.assign(front_uvs.rbegin(), front_uvs.rend());
+  builder.add_polygon(back, group, {}, back_uvs);
+  builder.add_polygon(front, group, {}, front_uvs);
+  join_rows(builder, first, 2, count, group, add_uv_grid(builder, 2, count));
 }
 
 void add_lathe(MeshBuilder& builder, const Frame& frame, const std::vector<GMathVec2<double>>& profile, uint segments,
                uint group, const std::function<double(double, double)>& relief) {
+  const uint first_uv = add_uv_grid(builder, static_cast<uint>(profile.size()), segments);
   std::vector<u32> before, here;
-  for (std::size_t row = 0; row < profile.size(); ++row) {
+  for (uint row = 0; row < profile.size(); ++row) {
     const bool is_pole = profile[row].x == 0.0;
     here.clear();
     for (uint k = 0; k < (is_pole ? 1u : segments); ++k) {
@@ -102,16 +120,19 @@ void add_lathe(MeshBuilder& builder, const Frame& frame, const std::vector<GMath
       here.push_back(
           builder.add_vertex(frame.map({radius * std::cos(angle), profile[row].y, -radius * std::sin(angle)})));
     }
+    here.resize(segments, here[0]);  // a pole stands for all its row
     for (uint k = 0; row > 0 && k < segments; ++k) {
-      const uint right = (k + 1) % segments;
-      if (before.size() == 1 && here.size() == 1) break;
-      if (before.size() == 1) {
-        builder.add_polygon({before[0], here[right], here[k]}, group);
-      } else if (here.size() == 1) {
-        builder.add_polygon({before[k], before[right], here[0]}, group);
-      } else {
-        builder.add_polygon({before[k], before[right], here[right], here[k]}, group);
+      const uint right = (k + 1) % segments, uv = first_uv + (row - 1) * (segments + 1) + k;
+      std::vector<u32> vertices = {before[k], before[right], here[right], here[k]};
+      std::vector<u32> uvs = {uv, uv + 1, uv + segments + 2, uv + segments + 1};
+      // At a pole two corners are one vertex: a triangle is left, and nothing between two poles.
+      const bool was_pole = before[0] == before[1];
+      if (was_pole && is_pole) break;
+      if (was_pole || is_pole) {
+        vertices.erase(vertices.begin() + (was_pole ? 1 : 3));
+        uvs.erase(uvs.begin() + (was_pole ? 1 : 3));
       }
+      builder.add_polygon(vertices, group, {}, uvs);
     }
     before.swap(here);
   }

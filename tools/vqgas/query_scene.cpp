@@ -1,5 +1,6 @@
 #include "tools/vqgas/query_scene.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
@@ -25,11 +26,17 @@ QueryScene::QueryScene(AppBase& application, const std::string& name, MeshSource
 }
 
 void QueryScene::set_shutter(double open, double close) {
-  // One more sample than the mesh has spans between the two times: linear in between, as the mesh itself moves.
+  // The boxes are sampled where the mesh's own motion has its samples, one before the shutter and one after it
+  // included: between them the mesh moves along straight lines, as the boxes do, so that no ray misses it.
   const GMathTimeSampling& sampling = mesh_.get_motion_sampling();
-  const double spans = std::ceil((close - open) / sampling.get_step() - 1e-6);
-  const uint samples = close > open ? static_cast<uint>(std::clamp(spans, 1.0, 64.0)) + 1 : 1;
-  motion_blur_.emplace(open, close, samples);
+  const double last = sampling.get_sample_count() - 1;
+  const auto place = [&](double time) {
+    return last > 0.0 ? (time - sampling.get_begin()) / sampling.get_step() : 0.0;
+  };
+  const uint first_sample = static_cast<uint>(std::clamp(std::floor(place(open)), 0.0, last));
+  const uint last_sample = static_cast<uint>(std::clamp(std::ceil(place(close)), 0.0, last));
+  motion_blur_.emplace(sampling.get_sample_time(first_sample), sampling.get_sample_time(last_sample),
+                       last_sample - first_sample + 1);
   ctx_.set_motion_blur(&*motion_blur_);
 }
 

@@ -26,7 +26,8 @@ class QueryScene {
   QueryScene(const QueryScene&) = delete;
   QueryScene& operator=(const QueryScene&) = delete;
 
-  /// From now on rays see the mesh as it moves, at their own times. Without a call the mesh is at rest.
+  /// From now on rays see the mesh as it moves, at their own times, which must lie in [open, close]. Without a call the
+  /// mesh is at rest.
   void set_shutter(double open, double close);
   bool is_moving() const { return motion_blur_.has_value(); }
 
