@@ -30,10 +30,11 @@ class GasGeometryBase : public GasClusterable {
                              const uint& first_step, const uint& count, GMathBbox3<float>* boxes, uint* kept,
                              AppProgressBar* progress);
 
-  /// Kept primitives, all owners together.
+  /// Kept primitives, all owners together. 0 before the structure was built.
   uint get_kept_count() const { return kept_count; }
   /// Primitives that were asked for; what is missing in get_kept_count() had no usable box.
   uint get_candidate_count() const { return candidate_count; }
+  /// Whether anything in the structure moves. If not, queries with times answer as those at rest, at the same speed.
   bool get_has_motion() const { return has_motion; }
 
  protected:
@@ -49,8 +50,7 @@ class GasGeometryBase : public GasClusterable {
   /// @param group_flags  one word per shading group of base_geometry; looked at only when there is a third or fourth
   ///                     geometry
   /// @return false, with everything as it was, when group_flags has another size; true otherwise, also when no
-  /// primitive
-  ///         is left
+  ///         primitive is left
   bool init_primitives(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
                        const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
                        const CoreBasicArray<uint>& group_flags, CoreVector<GMathBbox3<float>>& boxes,

@@ -30,23 +30,25 @@ class GasGeometryBvh4 : public GasGeometryBase {
   class GetLeafBboxesAtTask;
 
   /// Builds the structure over the primitives of up to three geometries, replacing whatever it held. The geometries
-  /// must outlive it. Primitives without a usable box are left out and reported once through the log.
+  /// must outlive it. Primitives without a usable box (not finite, or inverted) are left out and reported once through
+  /// the log; a structure of which nothing is left is empty and answers every query with nothing.
   ///
-  /// @param base_geometry   defines the primitives and their shading groups
-  /// @param geometry        supplies boxes and tests of the groups whose flag bit 0 is clear
+  /// @param ctx             asks the geometries for their boxes, on the threads of its application
+  /// @param base_geometry   defines the primitives and their shading groups; not null
+  /// @param geometry        supplies boxes and tests of the groups whose flag bit 0 is clear; not null
   /// @param alt_geometry    supplies the groups whose flag bit 0 is set; may be null
   /// @param extra_geometry  supplies a second copy of the groups whose flag bit 1 is set; may be null
   /// @param group_flags     one word per shading group; must have that size when there is a third or fourth geometry
-  /// @param progress        gets two tasks of weight 0.5 and lends the threads of its application; null: no progress,
-  /// and
-  ///                        the tree is built on the calling thread
+  /// @param progress        gets two tasks of weight 0.5 and lends the threads of its application to the tree's build;
+  ///                        null: no progress, and the tree is built on the calling thread
   /// @return false, and the structure as it was, when group_flags has the wrong size
-  /// Threads: not while queries run. Same input, same tree, for any number of threads.
-  /// Cost: O(n log n); the tree takes about 31 bytes a triangle.
+  /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
+  /// Cost: O(n log n) time. The tree takes 66 bytes a triangle on a mesh of 70 thousand and 35 on one of 870 thousand:
+  /// only nodes from the tenth level on are stored in the small form. Under motion blur each sample adds its boxes.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
               const CoreBasicArray<uint>& group_flags, AppProgressBar* progress);
-  /// The same with one geometry for all groups.
+  /// The same with one geometry for all groups. An ordinary mesh is passed as both.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               AppProgressBar* progress);
 
@@ -55,8 +57,10 @@ class GasGeometryBvh4 : public GasGeometryBase {
   /// The box at `time` under the context's motion blur, blended between the samples around it; the first call for a
   /// motion-blur description refits the tree. Without motion, or without a description, get_bbox(). Thread-safe.
   GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
+  /// To be called when the geometry's motion changed: the next query under each description refits the tree anew. No
+  /// query may be running.
   void dirty_motion_blur() override;
-  /// The object, its arrays and its motion data.
+  /// Bytes of the object, its arrays and its motion data. Waits for a refit that is going on. Thread-safe.
   u64 get_memory_size() const override;
 
   void get_clusters(CoreVector<void*>& clusters, const unsigned int& count, const float& ratio) const override;
@@ -65,6 +69,8 @@ class GasGeometryBvh4 : public GasGeometryBase {
                               GMathBbox3<float>* boxes) const override;
   void get_clusters_weights(const CoreBasicArray<void*>& clusters, float* weights) const override;
 
+  // What the doors of the base (ray_hit_static() and so on) call once the structure is built. Frustum queries see the
+  // geometry at rest.
   static void ray_hit_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
   static void ray_hit_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
   static void ray_hit_nearest_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);

@@ -6,7 +6,9 @@
 //           quantized[ ] --+--> leaves: ranges of order[ ] --> item indices --> whatever the owner's items are
 //           oriented[ ]  --'
 //
-// Per triangle of a scanned mesh about 31 bytes, order array included (vqgas info prints it by array).
+// With one item a leaf and the order array included, a scanned mesh takes 66 bytes a triangle at 70 thousand triangles,
+// 35 at 870 thousand and a terrain 30 at 8 million: only nodes from the tenth level on are quantized, so small trees
+// have few of them. vqgas info prints the bytes by array.
 #pragma once
 #include "gas/bvh/bvh_layout.h"
 #include "vq_core/core_types.h"
