@@ -2,6 +2,11 @@
 
 #include "gas/frame/gas_class.h"
 
+namespace {
+// Known to the host by name from the moment the library is loaded.
+[[maybe_unused]] const CoreClassInfo& class_record = GasClusterable::class_info();
+}  // namespace
+
 const CoreClassInfo& GasClusterable::class_info() {
   static const CoreClassInfo& info = gas_new_class("GasClusterable", GasObject::class_info());
   return info;

@@ -17,6 +17,9 @@ namespace {
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GEOMETRY_CHANGE, EVT_ID_GEOMETRY_TOPOLOGY_CHANGE,
                                             EVT_ID_GEOMETRY_SHADING_GROUP_CHANGE};
 
+// Known to the host by name from the moment the library is loaded.
+[[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBase::class_info();
+
 constexpr uint from_alt = 1, also_from_extra = 2;  // a group's flag bits
 
 /// A progress task that may be missing, closed when it goes.

@@ -19,6 +19,9 @@ namespace {
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEGIN, EVT_ID_GAS_BUILD_END,
                                             EVT_ID_GAS_MOTION_DIRTY};
 
+// Known to the host by name from the moment the library is loaded.
+[[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBvh4::class_info();
+
 bool is_shaded(const ShadingGroupLinks* links) {
   return links != nullptr && links->material != ShadingGroupLinks::material_empty;
 }
