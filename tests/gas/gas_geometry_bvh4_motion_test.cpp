@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "gas/gas_geometry_bvh4.h"
@@ -49,9 +50,11 @@ struct RefitCount {
     app.set_progress_bar_hook([this](AppProgressBar& bar) {
       EXPECT_STREQ(bar.get_title().get_data(), "Updating GAS motion blur...");
       ++count;
+      std::this_thread::sleep_for(pause);
     });
   }
   std::atomic<uint> count{0};
+  std::chrono::milliseconds pause{0};  ///< how long a refit lasts at least
 };
 
 TEST(GasGeometryBvh4Motion, tasks_compute_boxes_from_1024_primitives_on) {
@@ -250,6 +253,7 @@ TEST(GasGeometryBvh4Motion, many_threads_start_on_one_stale_slot) {
   for (const uint pool : {1u, 3u}) {
     QueryWorld world(8, pool);
     RefitCount refits(world.app);
+    refits.pause = std::chrono::milliseconds(30);  // so that all others come to wait for it
     MovingRow row(3000);
     ASSERT_TRUE(row.structure.create(world.ctx, &row.geometry, &row.geometry, nullptr));
     const CtxMotionBlur blur(0.0, 1.0, 3);
