@@ -10,6 +10,9 @@
 
 namespace {
 
+/// A sanitizer's allocator ends the program where the system's own throws.
+constexpr bool can_run_out_of_memory = VQGAS_IS_SANITIZED == 0;
+
 std::string make_noise(std::size_t size) {
   std::mt19937 random(7);
   std::string bytes(size, '\0');
@@ -46,7 +49,6 @@ std::vector<BrokenFile> make_broken_files() {
           {"noise.off", make_noise(4000)},
           {"cut.ply", make_cut_ply(1)},
           {"cut.obj", triangle + "f 1 2"},
-          {"huge.off", "OFF\n3000000000 3000000000 0\n0 0 0\n"},
           {"strips.ply",
            "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
            "element tristrips 1\nproperty list int int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
@@ -84,6 +86,13 @@ TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
   }
 }
 
+TEST(VqgasBadInput, counts_beyond_all_memory_are_not_believed) {
+  if (!can_run_out_of_memory) GTEST_SKIP() << "a sanitizer ends the program when memory runs out";
+  const TestFolder folder;
+  folder.write("huge.off", "OFF\n3000000000 3000000000 0\n0 0 0\n");
+  expect_one_line(run_vqgas(folder.get_path(), {"info", "huge.off"}), "huge.off");
+}
+
 TEST(VqgasBadInput, a_bad_file_among_good_ones_is_named) {
   const TestFolder folder;
   folder.write("cube.obj", make_cube_obj(1.0));
@@ -107,6 +116,7 @@ TEST(VqgasBadInput, malformed_models_of_the_importer_never_crash) {
   if (!std::filesystem::is_directory(models)) GTEST_SKIP() << "the package assimp-testmodels is not installed";
   const TestFolder folder;
   for (const auto& model : std::filesystem::directory_iterator(models)) {
+    if (!can_run_out_of_memory && model.path().filename() == "OutOfMemory.off") continue;
     const ProgramResult result = run_vqgas(folder.get_path(), {"info", model.path().string()});
     if (result.exit_code != 0) expect_one_line(result, model.path().filename().string());
   }
