@@ -49,9 +49,12 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_nearest(const ShadingGroupTable& s
   begin(shading);
   map_ = GeometryIntersectionMap(nearest_, 0);
   for (uint ray = 0; ray < count_; ++ray) {
+    // Only what says "no hit": a hit writes all the rest.
     GeometryIntersection& record = map_.get_record(ray);
-    record = GeometryIntersection();
     record.distance = rays_[ray].tfar;
+    record.geometry = nullptr;
+    record.primitive = core_invalid_index;
+    record.transform = core_invalid_index;
   }
   query_.map = &map_;
   return query_;

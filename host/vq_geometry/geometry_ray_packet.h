@@ -45,7 +45,8 @@ class GeometryRayPacket {
   /// The same for all hits of each ray.
   GeometryRaytraceCtx& begin_all_hits(const ShadingGroupTable& shading);
 
-  /// The nearest hit of a ray; its geometry is null when nothing was hit.
+  /// The nearest hit of a ray. When nothing was hit its geometry is null, its distance the ray's tfar, its primitive
+  /// none, and the rest undefined.
   const GeometryIntersection& get_nearest(uint ray) { return nearest_.get_records()[ray]; }
   /// From the space of the hit's geometry to the caller's: null stands for the same space.
   const GeometryHitTransform* get_nearest_transform(uint ray);
