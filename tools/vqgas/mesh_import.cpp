@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <new>
 
@@ -55,6 +56,26 @@ std::string make_one_line(std::string text) {
   return text.empty() ? "cannot be read" : text;
 }
 
+/// Some importers chat on the program's own streams; while it lives they speak to nobody.
+class SilencedStreams {
+ public:
+  SilencedStreams() : out_(std::cout.rdbuf(&nobody_)), err_(std::cerr.rdbuf(&nobody_)) {}
+  ~SilencedStreams() {
+    std::cout.rdbuf(out_);
+    std::cerr.rdbuf(err_);
+  }
+  SilencedStreams(const SilencedStreams&) = delete;
+  SilencedStreams& operator=(const SilencedStreams&) = delete;
+
+ private:
+  struct Nobody : std::streambuf {
+    int overflow(int letter) override { return letter; }
+  };
+  Nobody nobody_;
+  std::streambuf* out_;
+  std::streambuf* err_;
+};
+
 const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
   const aiScene* scene = importer.ReadFile(path, 0);
@@ -91,10 +112,14 @@ class SceneReader {
   void read_node(const aiNode& node, const aiMatrix4x4& parent) {
     const aiMatrix4x4 matrix = parent * node.mTransformation;
     for (uint k = 0; k < node.mNumMeshes; ++k) {
-      if (node.mMeshes[k] >= scene_.mNumMeshes) throw InputError(path_, "a node names a mesh that does not exist");
+      if (node.mMeshes[k] >= scene_.mNumMeshes || scene_.mMeshes[node.mMeshes[k]] == nullptr)
+        throw InputError(path_, "a node names a mesh that does not exist");
       read_mesh(*scene_.mMeshes[node.mMeshes[k]], matrix);
     }
-    for (uint k = 0; k < node.mNumChildren; ++k) read_node(*node.mChildren[k], matrix);
+    // Some importers announce more children than they attach.
+    for (uint k = 0; k < node.mNumChildren; ++k) {
+      if (node.mChildren[k] != nullptr) read_node(*node.mChildren[k], matrix);
+    }
   }
 
   void read_mesh(const aiMesh& mesh, const aiMatrix4x4& matrix) {
@@ -169,6 +194,7 @@ MeshSource import_mesh(const std::string& path) {
   check_file(path);
   try {
     const MemoryLimit limit;
+    const SilencedStreams silence;
     Assimp::Importer importer;
     return SceneReader(path, *read_scene(importer, path)).read();
   } catch (const InputError&) {
