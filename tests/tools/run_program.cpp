@@ -48,7 +48,7 @@ ProgramResult finish(pid_t child, const fs::path& streams) {
   int status = 0;
   waitpid(child, &status, 0);
   ProgramResult result;
-  result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   result.out = read_whole(streams / "out");
   result.err = read_whole(streams / "err");
   return result;

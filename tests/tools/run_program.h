@@ -9,7 +9,7 @@
 #include <vector>
 
 struct ProgramResult {
-  int exit_code = -1;  ///< 128 + the signal when a signal ended it unhandled
+  int exit_code = -1;  ///< minus the signal's number when a signal ended it unhandled
   std::string out, err;
   std::size_t count_error_lines() const;
 };
