@@ -2,16 +2,17 @@
 //
 // What a structure keeps per motion-blur slot of the host: records made on demand, at addresses that stay.
 //
-//   block_ --> { count, slots[count] } --> MotionData { lock, stamp, ... }      readers: one acquire load, no lock
+//   block_ --> { slots[ ] } --> MotionData { lock, stamp, ... }      readers: two acquire loads, no lock
 //              replaced blocks wait on retired_ until no query can be reading them
 //
-// The number of slots changes while queries run, so a grown array is published as one new block; the block it replaces
-// may still be in a reader's hands and is freed only when the structure is rebuilt or destroyed. Records that shrinking
-// removes free what they computed at once: their slots belong to descriptions that no longer exist, so no query can be
-// using it; the empty records go with their block.
+// The number of slots changes while queries run, so a longer array is published as one new block; the block it replaces
+// may still be in a reader's hands and is freed only when the structure is rebuilt or destroyed. That happens only when
+// there are more slots than ever before. When there are fewer, the records beyond free what they computed, for their
+// descriptions no longer exist, and stay as empty shells for the next description that takes the slot.
 #pragma once
 #include <atomic>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "vq_core/core_types.h"
@@ -30,31 +31,32 @@ class GasMotionContainer {
 
   /// The record of the description's slot, made if need be. Thread-safe; locks only when the host's slot count changed.
   Data& get(const CtxMotionBlur& motion_blur) {
-    const Block* block = get_current_block();
-    return *block->slots[motion_blur.get_slot()];
+    follow_slot_count();
+    return *block_.load(std::memory_order_acquire)->slots[motion_blur.get_slot()];
   }
 
   /// Makes every record stale and frees what it computed. No query may be running.
   void invalidate() {
     const SysThreadLockGuard guard(lock_);
     retired_.clear();
-    if (!current_) return;
-    for (const std::shared_ptr<Data>& data : current_->slots) release(*data);
+    for (const std::shared_ptr<Data>& data : get_records()) {
+      const SysThreadLockGuard data_guard(data->lock);
+      release(*data);
+    }
   }
 
   /// Makes every record stale; what was computed stays until it is replaced.
   void make_stale() {
     const SysThreadLockGuard guard(lock_);
-    if (!current_) return;
-    for (const std::shared_ptr<Data>& data : current_->slots) data->stamp.store(0, std::memory_order_release);
+    for (const std::shared_ptr<Data>& data : get_records()) data->stamp.store(0, std::memory_order_release);
   }
 
-  /// Calls `visit(const Data&)` for each record, one at a time under its lock, after bringing their number up to date.
+  /// Calls `visit(const Data&)` for the record of each of the host's slots, one at a time under its lock.
   template <class Visit>
   void visit_all(const Visit& visit) {
-    get_current_block();
+    follow_slot_count();
     const SysThreadLockGuard guard(lock_);
-    for (const std::shared_ptr<Data>& data : current_->slots) {
+    for (const std::shared_ptr<Data>& data : get_records().first(slot_count_.load(std::memory_order_relaxed))) {
       const SysThreadLockGuard data_guard(data->lock);
       visit(*data);
     }
@@ -65,49 +67,49 @@ class GasMotionContainer {
     std::vector<std::shared_ptr<Data>> slots;
   };
 
-  const Block* get_current_block() {
-    const Block* block = block_.load(std::memory_order_acquire);
-    if (block != nullptr && block->slots.size() == CtxMotionBlur::get_slot_count()) return block;
+  void follow_slot_count() {
+    if (slot_count_.load(std::memory_order_acquire) == CtxMotionBlur::get_slot_count()) return;
     const SysThreadLockGuard guard(lock_);
     // Read again under the lock: another thread may have resized meanwhile, to a count newer than the one seen above.
     resize(CtxMotionBlur::get_slot_count());
-    return current_.get();
   }
 
-  void resize(std::size_t count) {
-    if (current_ && current_->slots.size() == count) return;
+  void resize(uint count) {
+    const uint old_count = slot_count_.load(std::memory_order_relaxed);
+    if (count > get_records().size()) grow(count);
+    for (uint slot = count; slot < old_count; ++slot) release_unless_used(*current_->slots[slot], slot);
+    slot_count_.store(count, std::memory_order_release);  // after the block that has room for it
+  }
+
+  void grow(uint count) {
     auto block = std::make_unique<Block>();
-    if (current_) {
-      block->slots = current_->slots;
-      for (std::size_t slot = count; slot < block->slots.size(); ++slot) release_unless_used(*block->slots[slot], slot);
-    }
-    block->slots.resize(count);
-    for (std::shared_ptr<Data>& data : block->slots) {
-      if (!data) data = std::make_shared<Data>(owner_);
-    }
+    if (current_) block->slots = current_->slots;
+    while (block->slots.size() < count) block->slots.push_back(std::make_shared<Data>(owner_));
     block_.store(block.get(), std::memory_order_release);
     if (current_) retired_.push_back(std::move(current_));
     current_ = std::move(block);
   }
 
+  /// Since the slots were counted, a new description may have taken this one, and its queries use the record. They
+  /// refit under the record's lock, and the description raised the count before: so either they come after the
+  /// clearing, or the count shows them here.
+  static void release_unless_used(Data& data, uint slot) {
+    const SysThreadLockGuard guard(data.lock);
+    if (slot >= CtxMotionBlur::get_slot_count()) release(data);
+  }
   static void release(Data& data) {
-    const SysThreadLockGuard guard(data.lock);
-    clear(data);
-  }
-  /// Since the slots were counted, a new description may have taken this one and its queries found the record in the
-  /// block that is being replaced. They refit under the record's lock, and the description raised the count before: so
-  /// either they come after the clearing, or the count shows them here. A record in use is left to its block.
-  static void release_unless_used(Data& data, std::size_t slot) {
-    const SysThreadLockGuard guard(data.lock);
-    if (slot >= CtxMotionBlur::get_slot_count()) clear(data);
-  }
-  static void clear(Data& data) {
     data.clear();
     data.stamp.store(0, std::memory_order_release);
   }
 
+  std::span<const std::shared_ptr<Data>> get_records() const {
+    return current_ ? std::span<const std::shared_ptr<Data>>(current_->slots)
+                    : std::span<const std::shared_ptr<Data>>();
+  }
+
   Owner* owner_;
   std::atomic<const Block*> block_{nullptr};
+  std::atomic<uint> slot_count_{0};
   SysThreadLock lock_;  // guards what follows
   std::unique_ptr<Block> current_;
   std::vector<std::unique_ptr<Block>> retired_;

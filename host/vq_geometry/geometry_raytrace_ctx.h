@@ -165,6 +165,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   const GMathBasicRay<double>& get_ray(uint ray) const {
     return *reinterpret_cast<const GMathBasicRay<double>*>(rays + std::size_t{ray} * ray_stride);
   }
+  /// Not below object_distance, which is 0 unless somebody sets it: hits behind the origin do not count.
   double get_tnear(const uint& ray) const {
     const double tnear = intervals[ray].tnear;
     return tnear < object_distance ? object_distance : tnear;

@@ -92,6 +92,11 @@ TEST(GasMotionContainer, grows_and_shrinks_with_the_slots) {
     Shutter d = open_shutter();
     EXPECT_EQ(container.get(*d).stamp, 0u);
     EXPECT_TRUE(is_refitted_for(refit(container, *d), *d));
+    for (int k = 0; k < 100; ++k) {
+      const Shutter passing = open_shutter();
+      refit(container, *passing);
+    }
+    EXPECT_EQ(owner.living, 4) << "shutters that come and go leave nothing behind";
   }
   EXPECT_EQ(owner.living, 0);
 }
