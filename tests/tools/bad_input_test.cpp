@@ -10,8 +10,8 @@
 
 namespace {
 
-/// A sanitizer's allocator ends the program where the system's own throws.
-constexpr bool can_run_out_of_memory = VQGAS_IS_SANITIZED == 0;
+/// A sanitizer ends the program where the system's allocator throws, and counts the importer's own leaks as ours.
+constexpr bool is_sanitized = VQGAS_IS_SANITIZED != 0;
 
 std::string make_noise(std::size_t size) {
   std::mt19937 random(7);
@@ -87,7 +87,7 @@ TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
 }
 
 TEST(VqgasBadInput, counts_beyond_all_memory_are_not_believed) {
-  if (!can_run_out_of_memory) GTEST_SKIP() << "a sanitizer ends the program when memory runs out";
+  if (is_sanitized) GTEST_SKIP() << "a sanitizer ends the program when memory runs out";
   const TestFolder folder;
   folder.write("huge.off", "OFF\n3000000000 3000000000 0\n0 0 0\n");
   expect_one_line(run_vqgas(folder.get_path(), {"info", "huge.off"}), "huge.off");
@@ -113,14 +113,13 @@ TEST(VqgasBadInput, outputs_that_cannot_be_written_are_told_before_the_work) {
 
 TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {
   // In sanitized runs only the malformed ones: the importer's own leaks on its way out would count as ours.
-  const std::filesystem::path models =
-      can_run_out_of_memory ? "/usr/share/assimp/models" : "/usr/share/assimp/models/invalid";
+  const std::filesystem::path models = is_sanitized ? "/usr/share/assimp/models/invalid" : "/usr/share/assimp/models";
   if (!std::filesystem::is_directory(models)) GTEST_SKIP() << "the package assimp-testmodels is not installed";
   const TestFolder folder;
   std::size_t loaded = 0;
   for (const auto& model : std::filesystem::recursive_directory_iterator(models)) {
     if (!model.is_regular_file()) continue;
-    if (!can_run_out_of_memory && model.path().filename() == "OutOfMemory.off") continue;
+    if (is_sanitized && model.path().filename() == "OutOfMemory.off") continue;
     const ProgramResult result = run_vqgas(folder.get_path(), {"info", model.path().string(), "--quiet"});
     if (result.exit_code != 0) expect_one_line(result, model.path().filename().string());
     if (result.exit_code == 0) {
@@ -128,10 +127,11 @@ TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {
     }
     loaded += result.exit_code == 0;
   }
-  EXPECT_GT(loaded, can_run_out_of_memory ? 200u : 0u);
+  EXPECT_GT(loaded, is_sanitized ? 0u : 200u);
 }
 
 TEST(VqgasBadInput, a_node_that_the_importer_leaves_empty_is_passed_over) {
+  if (is_sanitized) GTEST_SKIP() << "the importer leaks when it reads this file";
   const TestFolder folder;
   folder.write("two.raw", "First\n0 0 0 1 0 0 0 1 0\nSecond\n0 0 1 1 0 1 0 1 1\n");
   const ProgramResult result = run_vqgas(folder.get_path(), {"trace", "two.raw", "--ray", "0.2,0.2,5,0,0,-1"});
