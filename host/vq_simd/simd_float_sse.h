@@ -41,9 +41,7 @@ struct SimdFSse {
   friend SimdFSse min(const SimdFSse& a, const SimdFSse& b) { return _mm_min_ps(a.value, b.value); }
   friend SimdFSse max(const SimdFSse& a, const SimdFSse& b) { return _mm_max_ps(a.value, b.value); }
   /// The lanes 1, 2, 3, 0.
-  friend SimdFSse rotate_lanes(const SimdFSse& a) {
-    return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(0, 3, 2, 1));
-  }
+  friend SimdFSse rotate_lanes(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(0, 3, 2, 1)); }
   /// Turns four rows into four columns.
   friend void transpose(SimdFSse& a, SimdFSse& b, SimdFSse& c, SimdFSse& d) {
     _MM_TRANSPOSE4_PS(a.value, b.value, c.value, d.value);
