@@ -5,6 +5,10 @@
 // its geometry test it.
 //
 //   leaf -> position -> primitive, owner -> shading of its group -> owner's ray test -> the query's push_intersection
+//
+// Under motion blur the tree is refitted to the boxes at the description's sample times and rays see them blended in
+// between. A primitive is surely found while it moves in a straight line from sample to sample, and at times within
+// the shutter.
 #pragma once
 #include <atomic>
 
