@@ -13,10 +13,17 @@ void call(GasQueryCallback<Query> callback, const GasObject* object, const CtxEv
   if (callback != nullptr) callback(object, ctx, shader, query);
 }
 
-/// A structure queried directly, without a scene around it, gets its spans here.
+/// A structure queried directly, without a scene around it, gets its spans here: those of the whole packet, for its
+/// active range may be another at the next query.
 void prepare_spans(const CtxShader& shader, GeometryRaytraceCtx& query) {
   const CtxMotionBlur* motion_blur = shader.motion_blur;
-  if (motion_blur != nullptr && query.span_stamp != motion_blur->get_stamp()) motion_blur->init_raytrace_ctx(query);
+  if (motion_blur == nullptr || query.ray_count == 0 || query.span_stamp == motion_blur->get_stamp()) return;
+  const uint first = query.first_ray, last = query.last_ray;
+  query.first_ray = 0;
+  query.last_ray = query.ray_count - 1;
+  motion_blur->init_raytrace_ctx(query);
+  query.first_ray = first;
+  query.last_ray = last;
 }
 
 }  // namespace
