@@ -1,5 +1,3 @@
-// tests/host/gas_bvh_split_test.cpp
-//
 // Whole trees are split down to single items, and every split on the way is held against loops over its range.
 #include "vq_gas_base/gas_bvh_split.h"
 
@@ -23,9 +21,7 @@ using Box = GMathBbox3<float>;
 constexpr float infinity = std::numeric_limits<float>::infinity();
 constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
-enum class Kind { uniform, grid, identical, coplanar, collinear, concentric, geometric, huge, with_infinite, with_nan };
-constexpr Kind all_kinds[] = {Kind::uniform,    Kind::grid,      Kind::identical, Kind::coplanar,      Kind::collinear,
-                              Kind::concentric, Kind::geometric, Kind::huge,      Kind::with_infinite, Kind::with_nan};
+enum Kind { uniform, identical, coplanar, concentric, geometric, huge, with_infinite, with_nan, kind_count };
 
 /// Boxes, and everything a strategy is told of them.
 struct Scene {
@@ -55,7 +51,7 @@ struct Scene {
   }
 };
 
-std::vector<Box> make_boxes(Kind kind, uint count, uint seed) {
+std::vector<Box> make_boxes(uint kind, uint count, uint seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> unit(0.0f, 1.0f);
   std::vector<Box> boxes(count);
@@ -64,40 +60,15 @@ std::vector<Box> make_boxes(Kind kind, uint count, uint seed) {
     const GMathVec3<float> size = GMathVec3<float>(unit(random), unit(random), unit(random)) * 0.05f;
     Box& box = boxes[k] = Box(at, at + size);
     const float spread = std::ldexp(1.0f + unit(random), static_cast<int>(random() % 200) - 100);
-    const GMathVec3<float> cell(static_cast<float>(random() % 4), static_cast<float>(random() % 4), 0.0f);
-    switch (kind) {
-      case Kind::uniform:
-        break;
-      case Kind::grid:
-        box = Box(cell, cell + GMathVec3<float>(1.0f, 1.0f, 1.0f));
-        break;
-      case Kind::identical:
-        box = Box({1.0f, 2.0f, 3.0f}, {2.0f, 3.0f, 4.0f});
-        break;
-      case Kind::coplanar:
-        box.min.y = box.max.y = 5.0f;
-        break;
-      case Kind::collinear:
-        box = Box({at.x, 1.0f, 1.0f}, {at.x, 1.0f, 1.0f});
-        break;
-      case Kind::concentric:
-        box = Box(size * -1.0f, size);
-        break;
-      case Kind::geometric:
-        box = Box({spread, 0.0f, 0.0f}, {spread * 1.5f, 1e-3f, 1e-3f});
-        break;
-      case Kind::huge:
-        box = Box(at * -3e38f, at * 3e38f);
-        break;
-      case Kind::with_infinite:
-        if (k % 3 == 0) box.max.x = infinity;
-        if (k % 5 == 0) box.min = {-infinity, -infinity, -infinity};
-        break;
-      case Kind::with_nan:
-        if (k % 3 == 0) box.min[k % 2] = not_a_number;
-        if (k % 4 == 0) box = Box({not_a_number, not_a_number, not_a_number}, {not_a_number, 0.0f, not_a_number});
-        break;
-    }
+    if (kind == identical) box = Box({1.0f, 2.0f, 3.0f}, {2.0f, 3.0f, 4.0f});
+    if (kind == coplanar) box.min.y = box.max.y = 5.0f;
+    if (kind == concentric) box = Box(size * -1.0f, size);
+    if (kind == geometric) box = Box({spread, 0.0f, 0.0f}, {spread * 1.5f, 1e-3f, 1e-3f});
+    if (kind == huge) box = Box(at * -3e38f, at * 3e38f);
+    if (kind == with_infinite && k % 3 == 0) box.max.x = infinity;
+    if (kind == with_infinite && k % 5 == 0) box.min = {-infinity, -infinity, -infinity};
+    if (kind == with_nan && k % 3 == 0) box.min[k % 2] = not_a_number;
+    if (kind == with_nan && k % 4 == 0) box = Box({not_a_number, not_a_number, not_a_number}, {not_a_number, 0, 0});
   }
   return boxes;
 }
@@ -152,43 +123,32 @@ struct TreeFigures {
   uint most_in_leaf = 0;
 };
 
-/// Splits on until `split` refuses or a set has at most `enough` items.
-template <class Split>
-TreeFigures split_down(const GasBvhSplitSetGeom& root, uint enough, const Split& split) {
+/// Splits on until the strategy refuses or a set has at most `enough` items; `check` has every split checked.
+TreeFigures split_down(Scene& scene, SysThreadManager* threads, uint enough = 1, bool check = false) {
+  GasBvhSplitAligned strategy;
   TreeFigures figures;
-  std::vector<std::pair<GasBvhSplitSetGeom, uint>> todo{{root, 0}};
+  std::vector<std::pair<GasBvhSplitSetGeom, uint>> todo{{scene.get_root(), 0}};
   while (!todo.empty()) {
     const auto [set, depth] = todo.back();
     todo.pop_back();
     figures.depth = std::max(figures.depth, depth);
     GasBvhSplitSetGeom left, right;
-    if (set.count <= enough || !split(set, left, right)) {
+    bool aligned = true;
+    if (set.count > enough && (check ? split_checked(scene, strategy, set, left, right)
+                                     : strategy.split(scene.ctx, set, left, right, aligned, threads))) {
+      todo.push_back({left, depth + 1});
+      todo.push_back({right, depth + 1});
+    } else {
       figures.most_in_leaf = std::max(figures.most_in_leaf, set.count);
-      continue;
     }
-    todo.push_back({left, depth + 1});
-    todo.push_back({right, depth + 1});
   }
   return figures;
 }
 
-TreeFigures split_down(Scene& scene, SysThreadManager* threads, uint enough = 1) {
-  GasBvhSplitAligned strategy;
-  return split_down(scene.get_root(), enough, [&](const auto& set, auto& left, auto& right) {
-    bool aligned = true;
-    return strategy.split(scene.ctx, set, left, right, aligned, threads);
-  });
-}
-
-// --- prices, in double and with no code of the strategy ---
-
+// Prices, in double and with no code of the strategy.
 double get_area(const Box& box) {
   const double x = double(box.max.x) - box.min.x, y = double(box.max.y) - box.min.y, z = double(box.max.z) - box.min.z;
   return x * y + y * z + z * x;
-}
-
-double get_weight(const Scene& scene, uint item) {
-  return scene.weights.empty() ? 1.0 : std::bit_cast<float>(scene.weights[item]);
 }
 
 double get_side_cost(const Scene& scene, const std::vector<uint>& items, uint first, uint count) {
@@ -196,7 +156,7 @@ double get_side_cost(const Scene& scene, const std::vector<uint>& items, uint fi
   double weight = 0.0;
   for (uint k = first; k < first + count; ++k) {
     box.add(scene.boxes[items[k]]);
-    weight += get_weight(scene, items[k]);
+    weight += scene.weights.empty() ? 1.0 : std::bit_cast<float>(scene.weights[items[k]]);
   }
   return get_area(box) * weight;
 }
@@ -234,28 +194,24 @@ std::vector<float> make_weights(uint count, uint seed) {
 }
 
 TEST(GasBvhSplitAligned, every_split_of_any_boxes_makes_two_exact_halves) {
-  for (const Kind kind : all_kinds) {
+  for (uint kind = 0; kind < kind_count; ++kind) {
     for (const uint count : {2u, 3u, 16u, 17u, 33u, 700u, 4500u}) {
-      SCOPED_TRACE("kind " + std::to_string(static_cast<int>(kind)) + ", items " + std::to_string(count));
+      SCOPED_TRACE("kind " + std::to_string(kind) + ", items " + std::to_string(count));
       Scene scene(make_boxes(kind, count, count));
-      GasBvhSplitAligned strategy;
-      const TreeFigures figures = split_down(scene.get_root(), 1, [&](const auto& set, auto& left, auto& right) {
-        return split_checked(scene, strategy, set, left, right);
-      });
-      EXPECT_EQ(figures.most_in_leaf, 1u);
+      EXPECT_EQ(split_down(scene, nullptr, 1, true).most_in_leaf, 1u);
     }
   }
 }
 
 TEST(GasBvhSplitAligned, depth_stays_bounded) {
-  for (const Kind kind : all_kinds) {
+  for (uint kind = 0; kind < kind_count; ++kind) {
     Scene scene(make_boxes(kind, 20000, 5));
-    const uint limit = kind == Kind::geometric ? 100 : 40;  // log2 n is 15
-    EXPECT_LE(split_down(scene, nullptr).depth, limit) << "kind " << static_cast<int>(kind);
+    const uint limit = kind == geometric ? 100 : 40;  // log2 n is 15
+    EXPECT_LE(split_down(scene, nullptr).depth, limit) << "kind " << kind;
   }
   // Weights that make all planes equal must not peel items off one by one.
-  for (const float weight : {0.0f, -1.0f, not_a_number, infinity}) {
-    Scene scene(make_boxes(Kind::uniform, 20000, 6));
+  for (const float weight : {0.0f, -1.0f, not_a_number}) {
+    Scene scene(make_boxes(uniform, 20000, 6));
     scene.set_weights(std::vector<float>(20000, weight));
     EXPECT_LE(split_down(scene, nullptr).depth, 40u) << "weight " << weight;
   }
@@ -263,7 +219,7 @@ TEST(GasBvhSplitAligned, depth_stays_bounded) {
 
 TEST(GasBvhSplitAligned, boxes_without_a_finite_area_are_set_apart) {
   for (const uint count : {12u, 3000u}) {
-    std::vector<Box> boxes = make_boxes(Kind::uniform, count, 2);
+    std::vector<Box> boxes = make_boxes(uniform, count, 2);
     boxes[3].max.y = infinity;
     boxes[8] = Box({not_a_number, not_a_number, not_a_number}, {not_a_number, not_a_number, not_a_number});
     boxes[9] = Box({-3e38f, -3e38f, -3e38f}, {3e38f, 3e38f, 3e38f});
@@ -279,35 +235,21 @@ TEST(GasBvhSplitAligned, boxes_without_a_finite_area_are_set_apart) {
 
 TEST(GasBvhSplitAligned, ten_million_identical_boxes_are_halved) {
   const uint count = scaled(10000000, 100000);
-  Scene scene(make_boxes(Kind::identical, count, 1));
+  Scene scene(make_boxes(identical, count, 1));
   EXPECT_EQ(split_down(scene, nullptr, 10).depth, static_cast<uint>(std::bit_width(count / 10)));
 }
 
-TEST(GasBvhSplitAligned, small_sets_get_the_best_cut_there_is) {
-  for (const Kind kind : {Kind::uniform, Kind::grid, Kind::coplanar}) {
-    for (uint seed = 0; seed < 100; ++seed) {
-      for (uint count = 2; count <= 16; ++count) {
+TEST(GasBvhSplitAligned, cuts_are_the_best_there_are_in_small_sets_and_close_to_it_in_large_ones) {
+  for (const uint kind : {uniform, coplanar}) {
+    for (const uint count : {2u, 3u, 5u, 8u, 11u, 15u, 16u, 17u, 60u, 400u}) {
+      for (uint seed = 0; seed < 60; ++seed) {
         Scene scene(make_boxes(kind, count, seed));
         if (seed % 2 == 1) scene.set_weights(make_weights(count, seed));
-        const double best = find_best_cost(scene);
-        EXPECT_NEAR(get_chosen_cost(scene), best, best * 1e-4) << "seed " << seed << ", items " << count;
+        const double best = find_best_cost(scene), chosen = get_chosen_cost(scene);
+        EXPECT_GE(chosen, best * (1.0 - 1e-4)) << "seed " << seed << ", items " << count;
+        EXPECT_LE(chosen, best * (count <= 16 ? 1.0 + 1e-4 : 1.25)) << "seed " << seed << ", items " << count;
       }
     }
-  }
-}
-
-TEST(GasBvhSplitAligned, large_sets_get_a_cut_close_to_the_best) {
-  for (const uint count : {17u, 60u, 400u}) {
-    double worst = 0.0;
-    for (uint seed = 0; seed < 40; ++seed) {
-      Scene scene(make_boxes(Kind::uniform, count, seed));
-      if (seed % 2 == 1) scene.set_weights(make_weights(count, seed));
-      const double best = find_best_cost(scene);
-      worst = std::max(worst, get_chosen_cost(scene) / best);
-    }
-    EXPECT_GE(worst, 1.0 - 1e-4);
-    EXPECT_LE(worst, 1.25) << count << " items";
-    RecordProperty("worst_" + std::to_string(count), std::to_string(worst));
   }
 }
 
@@ -336,7 +278,7 @@ TEST(GasBvhSplitAligned, refuses_only_small_sets_that_are_cheaper_as_a_leaf) {
     EXPECT_FALSE(is_split(20, even * 1.5f, per_item, 0.5f));
   }
   // Heaps of boxes that nothing can part become leaves as soon as they are allowed to.
-  for (const Kind kind : {Kind::identical, Kind::concentric}) {
+  for (const uint kind : {identical, concentric}) {
     Scene scene(make_boxes(kind, 1000, 3));
     scene.ctx.max_leaf = 255;
     const TreeFigures figures = split_down(scene, nullptr);
@@ -347,17 +289,16 @@ TEST(GasBvhSplitAligned, refuses_only_small_sets_that_are_cheaper_as_a_leaf) {
 
 TEST(GasBvhSplitAligned, one_thread_and_many_give_the_same_order) {
   for (const uint count : {65535u, 65536u, 200000u}) {
-    for (const Kind kind : {Kind::uniform, Kind::grid, Kind::with_infinite}) {
+    for (const uint kind : {uniform, with_infinite}) {
       Scene serial(make_boxes(kind, count, 9));
       serial.set_weights(make_weights(count, 9));
-      const TreeFigures expected = split_down(serial, nullptr, 1000);
-      for (const uint thread_count : {1u, 2u, 3u, 8u}) {
+      split_down(serial, nullptr, 1000);
+      for (const uint thread_count : {1u, 2u, 8u}) {
         SysThreadManager threads(thread_count);
         Scene parallel(serial.boxes);
-        parallel.weights = serial.weights;
-        parallel.ctx.item_weights = parallel.weights.data();
+        parallel.set_weights(make_weights(count, 9));
         EXPECT_EQ(parallel.ctx.compute_items_bbox(serial.get_root(), &threads), serial.get_root().box);
-        EXPECT_EQ(split_down(parallel, &threads, 1000).depth, expected.depth);
+        split_down(parallel, &threads, 1000);
         EXPECT_TRUE(parallel.order == serial.order) << count << " items, " << thread_count << " threads";
       }
     }

@@ -14,25 +14,20 @@ using Vec = GMathVec3<double>;
 constexpr double inf = std::numeric_limits<double>::infinity();
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
-TEST(GMathMatrix, inverse_undoes_and_determinant_multiplies) {
+TEST(GMathMatrix, inverse_undoes_from_either_side) {
   RandomValues random(1);
   uint checked = 0;
   for (uint k = 0; k < 2000; ++k) {
-    Matrix a, b;
-    for (uint r = 0; r < 4; ++r)
-      for (uint c = 0; c < 4; ++c) {
-        a.m[r][c] = random.get();
-        b.m[r][c] = random.get();
-      }
-    EXPECT_NEAR((a * b).get_determinant(), a.get_determinant() * b.get_determinant(), 1e-12);
+    Matrix a;
+    for (uint entry = 0; entry < 16; ++entry) a.m[entry / 4][entry % 4] = random.get();
     if (std::fabs(a.get_determinant()) < 0.01) continue;
     ++checked;
     const Matrix left = a.get_inverse() * a, right = a * a.get_inverse();
-    for (uint r = 0; r < 4; ++r)
-      for (uint c = 0; c < 4; ++c) {
-        EXPECT_NEAR(left.m[r][c], r == c ? 1 : 0, 1e-10) << k;
-        EXPECT_NEAR(right.m[r][c], r == c ? 1 : 0, 1e-10) << k;
-      }
+    for (uint entry = 0; entry < 16; ++entry) {
+      const uint row = entry / 4, column = entry % 4;
+      EXPECT_NEAR(left.m[row][column], row == column ? 1 : 0, 1e-10) << k;
+      EXPECT_NEAR(right.m[row][column], row == column ? 1 : 0, 1e-10) << k;
+    }
   }
   EXPECT_GT(checked, 1000u);
 }
@@ -62,20 +57,8 @@ TEST(GMathMatrix, transforms_planes_boxes_and_rays_alike) {
   }
 }
 
-TEST(GMathRay, zero_of_either_sign_has_a_positive_infinite_inverse) {
-  for (uint axis = 0; axis < 3; ++axis) {
-    Vec direction(1, -2, 4);
-    direction[axis] = -0.0;
-    const GMathBasicRay<double> ray({0, 0, 0}, direction);
-    EXPECT_EQ(ray.inverse[axis], inf);
-    EXPECT_EQ(ray.negative[axis], 0);
-    for (uint other = 0; other < 3; ++other) EXPECT_EQ(ray.negative[other], other == 1 && other != axis);
-  }
-}
-
-TEST(GMathBbox, ignores_nan_and_unions_with_the_empty_box) {
+TEST(GMathValues, that_are_none_have_defined_answers) {
   GMathBbox3<float> box, empty;
-  EXPECT_TRUE(empty.is_empty());
   box.add(GMathVec3<float>(1, 2, 3));
   box.add(empty);
   box.add(GMathVec3<float>(std::numeric_limits<float>::quiet_NaN(), 5, 3));
@@ -84,6 +67,12 @@ TEST(GMathBbox, ignores_nan_and_unions_with_the_empty_box) {
   EXPECT_FALSE(gmath_is_valid_box({{0, 0, 0}, {1, inf, 1}}));
   EXPECT_FALSE(gmath_is_valid_box({{0, nan, 0}, {1, 1, 1}}));
   EXPECT_TRUE(gmath_is_valid_box({{0, 0, 0}, {0, 0, 0}}));
+  for (const double value : {0.0, -0.0, 1e308, std::numeric_limits<double>::denorm_min()})
+    EXPECT_TRUE(gmath_isfinited(value));
+  for (const double value : {inf, -inf, nan, -nan}) EXPECT_FALSE(gmath_isfinited(value));
+  const GMathBasicRay<double> ray({0, 0, 0}, {-0.0, -2, 0});
+  EXPECT_EQ(ray.inverse, Vec(inf, -0.5, inf)) << "zero of either sign counts as positive";
+  EXPECT_TRUE(ray.negative[0] == 0 && ray.negative[1] == 1 && ray.negative[2] == 0);
 }
 
 TEST(GMathTimeSampling, span_is_exact_on_samples_and_stays_within_them) {
@@ -103,33 +92,16 @@ TEST(GMathTimeSampling, span_is_exact_on_samples_and_stays_within_them) {
     for (const double time : {last, last + 1, inf}) expect(time, count - 2, 1.0);
     for (const double time : {sampling.get_begin() - 1, -inf, nan}) expect(time, 0, 0.0);
     for (uint repeat = 0; repeat < 20; ++repeat) {
-      const double time = random.get(sampling.get_begin() - 1, last + 1);
+      const double time = random.get(sampling.get_begin(), last);
       uint index = 99;
       double fraction = 99;
       sampling.get_span(time, index, fraction);
       ASSERT_LE(index, count - 2);
       ASSERT_TRUE(fraction >= 0 && fraction <= 1);
-      if (time < sampling.get_begin() || time > last) continue;
       const double a = sampling.get_sample_time(index), b = sampling.get_sample_time(index + 1);
       EXPECT_NEAR(a + (b - a) * fraction, time, 1e-9);
     }
   }
-}
-
-TEST(GMathTimeSampling, single_sample_has_one_span) {
-  for (const double time : {-1.0, 0.5, 2.0, inf, nan}) {
-    uint index = 99;
-    double fraction = 99;
-    GMathTimeSampling(0.5, 1.0, 1).get_span(time, index, fraction);
-    EXPECT_EQ(index, 0u);
-    EXPECT_EQ(fraction, 0.0);
-  }
-}
-
-TEST(GMathIsFinite, reads_the_exponent) {
-  for (const double value : {0.0, -0.0, 1e308, -1e308, std::numeric_limits<double>::denorm_min()})
-    EXPECT_TRUE(gmath_isfinited(value));
-  for (const double value : {inf, -inf, nan, -nan}) EXPECT_FALSE(gmath_isfinited(value));
 }
 
 }  // namespace

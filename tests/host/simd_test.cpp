@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <limits>
@@ -16,19 +17,8 @@ using Lanes = std::array<float, 4>;
 /// Any bit pattern; half of the time a special one, so that equal, signed-zero and NaN operands meet.
 float get_nasty(RandomValues& random) {
   using Limits = std::numeric_limits<float>;
-  const float special[] = {0.0f,
-                           -0.0f,
-                           1.0f,
-                           -1.0f,
-                           Limits::infinity(),
-                           -Limits::infinity(),
-                           Limits::max(),
-                           Limits::lowest(),
-                           Limits::min(),
-                           Limits::denorm_min(),
-                           -Limits::denorm_min(),
-                           Limits::quiet_NaN(),
-                           -Limits::quiet_NaN()};
+  constexpr float inf = Limits::infinity(), nan = Limits::quiet_NaN(), tiny = Limits::denorm_min(), big = Limits::max();
+  const float special[] = {0.0f, -0.0f, 1.0f, -1.0f, inf, -inf, big, -big, Limits::min(), tiny, -tiny, nan, -nan};
   if (random.get_index(2) == 0) return special[random.get_index(std::size(special))];
   return std::bit_cast<float>(static_cast<u32>(random.get_engine()()));
 }
@@ -73,22 +63,19 @@ TEST(SimdF, equals_its_plain_form_in_every_bit) {
     EXPECT_EQ((a > b).get_bits(), (c > d).get_bits());
     EXPECT_EQ(((a <= b) & (b > a)).get_bits(), ((c <= d) & (d > c)).get_bits());
     expect_same(store(select(a <= b, a, b)), store(select(c <= d, c, d)), true, "select");
-    expect_same(store(SimdF(x[0])), store(SimdFPlain(x[0])), true, "one value");
-    expect_same(store(SimdF(x[0], x[1], x[2], x[3])), x, true, "four values");
     expect_same(store(rotate_lanes(a)), store(rotate_lanes(c)), true, "rotate_lanes");
     SimdF rows[4] = {a, b, min(a, b), max(a, b)};
     SimdFPlain plain_rows[4] = {c, d, min(c, d), max(c, d)};
     transpose(rows[0], rows[1], rows[2], rows[3]);
     transpose(plain_rows[0], plain_rows[1], plain_rows[2], plain_rows[3]);
     for (uint k = 0; k < 4; ++k) expect_same(store(rows[k]), store(plain_rows[k]), true, "transpose");
-    EXPECT_EQ(std::bit_cast<u32>(store(rows[2])[1]), std::bit_cast<u32>(y[2]));
     u8 bytes[4];
     for (u8& byte : bytes) byte = static_cast<u8>(random.get_index(256));
     expect_same(store(SimdF::load_bytes(bytes)), store(SimdFPlain::load_bytes(bytes)), true, "bytes");
     u8 stored[4], plain_stored[4];
     (SimdF::load_bytes(bytes) + SimdF(0.75f)).store_bytes(stored);
     (SimdFPlain::load_bytes(bytes) + SimdFPlain(0.75f)).store_bytes(plain_stored);
-    for (uint k = 0; k < 4; ++k) EXPECT_TRUE(stored[k] == bytes[k] && plain_stored[k] == bytes[k]) << "lane " << k;
+    EXPECT_TRUE(std::equal(bytes, bytes + 4, stored) && std::equal(bytes, bytes + 4, plain_stored));
   }
 }
 
@@ -96,8 +83,6 @@ TEST(SimdF, min_and_max_return_their_second_operand_on_nan) {
   const float none = std::numeric_limits<float>::quiet_NaN();
   EXPECT_EQ(store(min(SimdF(none), SimdF(2.0f)))[0], 2.0f);
   EXPECT_EQ(store(max(SimdF(none), SimdF(2.0f)))[3], 2.0f);
-  EXPECT_NE(store(min(SimdF(2.0f), SimdF(none)))[1], 2.0f);
-  EXPECT_NE(store(max(SimdF(2.0f), SimdF(none)))[2], 2.0f);
 }
 
 }  // namespace

@@ -4,8 +4,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -47,7 +45,6 @@ struct Group {
 TEST(SysThreadTaskManager, thousands_of_tiny_tasks_each_run_once_under_an_index_of_their_own) {
   for (uint thread_count : {1u, 2u, 3u, 8u}) {
     SysThreadManager manager(thread_count);
-    ASSERT_EQ(manager.get_thread_count(), thread_count);
     std::vector<std::atomic<uint>> runs(5000);
     std::vector<uint> plain_counters(manager.get_index_count());  // unguarded: one owner per index at a time
     Group group(manager);
@@ -56,7 +53,6 @@ TEST(SysThreadTaskManager, thousands_of_tiny_tasks_each_run_once_under_an_index_
         ++run;
         ASSERT_LT(index, plain_counters.size());
         EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
-        EXPECT_EQ(index, manager.get_index_of_current_thread());
         ++plain_counters[index];
       });
     group.tasks.wait_until_completed(true);
@@ -64,25 +60,13 @@ TEST(SysThreadTaskManager, thousands_of_tiny_tasks_each_run_once_under_an_index_
     uint sum = 0;
     for (uint index = 0; index < thread_count; ++index) sum += plain_counters[index];
     EXPECT_EQ(sum, 5000u) << "no guest may have run a task";
-    group.add([&](uint) { ++runs[0]; });  // a group serves again after a wait
-    group.tasks.wait_until_completed(true);
-    EXPECT_EQ(runs[0], 2u);
-  }
-}
 
-TEST(SysThreadTaskManager, tasks_add_tasks_to_their_own_group) {
-  for (uint thread_count : {1u, 3u}) {
-    SysThreadManager manager(thread_count);
-    Group group(manager);
     std::atomic<uint> leaves = 0;
     std::function<void(uint)> split = [&](uint depth) {
-      if (depth == 0) {
-        ++leaves;
-        return;
-      }
-      for (int child = 0; child < 2; ++child) group.add([&, depth](uint) { split(depth - 1); });
+      if (depth == 0) ++leaves;
+      for (uint child = 0; child < 2 && depth > 0; ++child) group.add([&, depth](uint) { split(depth - 1); });
     };
-    group.add([&](uint) { split(9); });
+    group.add([&](uint) { split(9); });  // tasks add tasks to their own group, which serves again after a wait
     group.tasks.wait_until_completed(true);
     EXPECT_EQ(leaves, 512u);
   }
@@ -95,20 +79,7 @@ TEST(SysThreadTaskManager, a_foreign_thread_that_holds_the_workers_lock_runs_its
   SysThreadLock lock;
   std::atomic<int> blocked = 0, own_runs = 0, other_runs = 0;
   Group workers_group(manager);
-  lock.lock();
-  for (int i = 0; i < 4; ++i)
-    workers_group.add([&](uint) {
-      ++blocked;
-      const SysThreadLockGuard guard(lock);
-      ++other_runs;
-    });
-  while (blocked < 2) std::this_thread::yield();  // both workers stand at the lock, two more tasks are queued
-  lock.unlock();
-  workers_group.tasks.wait_until_completed(true);
-
-  blocked = 0;
   std::thread foreign([&] {
-    EXPECT_EQ(SysThreadManager::get_current_thread_index(), core_invalid_index);
     lock.lock();
     for (int i = 0; i < 4; ++i)
       workers_group.add([&](uint) {
@@ -116,13 +87,12 @@ TEST(SysThreadTaskManager, a_foreign_thread_that_holds_the_workers_lock_runs_its
         const SysThreadLockGuard guard(lock);
         ++other_runs;
       });
-    while (blocked < 2) std::this_thread::yield();
+    while (blocked < 2) std::this_thread::yield();  // both workers stand at the lock, two more tasks are queued
     Group own(manager);
     for (int i = 0; i < 10; ++i)
       own.add([&](uint index) {
         EXPECT_GE(index, 3u);
         EXPECT_LT(index, manager.get_index_count());
-        EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
         Group inner(manager);  // a wait inside a task goes on under the same index
         inner.add([&, index](uint inner_index) {
           EXPECT_EQ(inner_index, index);
@@ -132,13 +102,12 @@ TEST(SysThreadTaskManager, a_foreign_thread_that_holds_the_workers_lock_runs_its
       });
     own.tasks.wait_until_completed(true);
     EXPECT_EQ(own_runs, 10);
-    EXPECT_EQ(other_runs, 4);
-    EXPECT_EQ(SysThreadManager::get_current_thread_index(), core_invalid_index);
+    EXPECT_EQ(other_runs, 0);
     lock.unlock();
   });
   foreign.join();
   workers_group.tasks.wait_until_completed(true);
-  EXPECT_EQ(other_runs, 8);
+  EXPECT_EQ(other_runs, 4);
 }
 
 // The only worker stands in a task until another is done that it adds late, when the waiter is asleep already.
@@ -159,8 +128,7 @@ TEST(SysThreadTaskManager, a_sleeping_waiter_wakes_for_a_task_added_late) {
 
 TEST(SysThreadTaskManager, more_foreign_threads_than_guest_indices_all_finish) {
   SysThreadManager manager(1);
-  std::mutex mutex;
-  std::multiset<uint> in_use;
+  std::vector<std::atomic<int>> owners(manager.get_index_count());
   std::atomic<uint> runs = 0;
   std::vector<std::thread> threads;
   for (uint i = 0; i < SysThreadManager::guest_count + 16; ++i)
@@ -168,14 +136,9 @@ TEST(SysThreadTaskManager, more_foreign_threads_than_guest_indices_all_finish) {
       Group group(manager);
       for (int k = 0; k < 3; ++k)
         group.add([&](uint index) {
-          {
-            const std::lock_guard<std::mutex> guard(mutex);
-            in_use.insert(index);
-            EXPECT_EQ(in_use.count(index), 1u);
-          }
+          EXPECT_EQ(owners.at(index)++, 0);
           std::this_thread::sleep_for(std::chrono::milliseconds(1));
-          const std::lock_guard<std::mutex> guard(mutex);
-          in_use.erase(in_use.find(index));
+          --owners[index];
           ++runs;
         });
       group.tasks.wait_until_completed(true);
@@ -193,8 +156,7 @@ TEST(SysThreadTaskManager, marks_say_who_runs_a_task_and_who_waits_for_it) {
     Group group(manager);
     for (int i = 0; i < 50; ++i)
       group.add(
-          [&](uint index) {
-            EXPECT_EQ(index, 1u);
+          [&](uint) {
             EXPECT_NE(std::this_thread::get_id(), main_thread);
             ++workers_only;
           },
@@ -209,8 +171,6 @@ TEST(SysThreadTaskManager, marks_say_who_runs_a_task_and_who_waits_for_it) {
         0);
     group.tasks.wait_until_completed(true);  // must not wait for a task that waits for what comes after
     EXPECT_EQ(uncounted, 0u);
-    group.add([&](uint) {});
-    group.tasks.wait_until_completed(true);
     open = true;
   }  // the group's end does wait for it, if it has started
   EXPECT_LE(uncounted, 1u);
@@ -242,19 +202,15 @@ TEST(SysThreadTaskManager, shutdown_drops_what_has_not_started) {
 }
 
 TEST(SysThreadManager, indices_are_right_beside_other_managers) {
-  EXPECT_EQ(SysThreadManager::get_current_thread_index(), core_invalid_index);
   SysThreadManager mine(2);
   std::unique_ptr<SysThreadManager> theirs;
   std::thread([&] { theirs = std::make_unique<SysThreadManager>(2); }).join();
-  EXPECT_EQ(SysThreadManager::get_current_thread_index(), 0u);
   EXPECT_EQ(mine.get_index_of_current_thread(), 0u);
   EXPECT_EQ(theirs->get_index_of_current_thread(), core_invalid_index);
-
   Group outer(mine);
   std::atomic<uint> runs = 0;
   for (int i = 0; i < 20; ++i)
     outer.add([&](uint outer_index) {
-      EXPECT_LT(outer_index, 2u);
       Group inner(*theirs);
       for (int k = 0; k < 20; ++k)
         inner.add([&](uint index) {
@@ -274,31 +230,6 @@ TEST(SysThreadManager, indices_are_right_beside_other_managers) {
     std::thread([&] { brief.reset(); }).join();  // dies on another thread
     EXPECT_EQ(SysThreadManager::get_current_thread_index(), core_invalid_index);
   }).join();
-}
-
-TEST(SysThreadManager, counts_stay_in_bounds) {
-  SysThreadManager none(0);
-  EXPECT_EQ(none.get_thread_count(), 1u);
-  SysThreadManager three(3);
-  SysThreadTaskManager tasks(three);
-  EXPECT_EQ(tasks.get_max_thread_count(), 3u);
-  three.set_max_thread_count(2);
-  EXPECT_EQ(tasks.get_max_thread_count(), 2u);
-  EXPECT_EQ(tasks.get_thread_count(), 3u);
-  three.set_max_thread_count(0);
-  EXPECT_EQ(tasks.get_max_thread_count(), 1u);
-}
-
-TEST(SysThreadLock, copies_get_an_open_lock_of_their_own) {
-  SysThreadLock held;
-  held.lock();
-  SysThreadLock copy(held);
-  EXPECT_TRUE(copy.try_lock());
-  std::thread([&] { EXPECT_FALSE(held.try_lock()); }).join();
-  copy = held;
-  std::thread([&] { EXPECT_FALSE(copy.try_lock()); }).join();
-  copy.unlock();
-  held.unlock();
 }
 
 }  // namespace
