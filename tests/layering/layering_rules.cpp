@@ -131,117 +131,31 @@ std::optional<std::string> find_layer_fault(const std::string& from, const std::
 }
 
 bool is_base_or_helper(const std::string& code, const std::string& other) {
-  const auto classes = find_classes(code);
+  static const std::regex derived(R"(\b(?:class|struct) (\w+)(?: final)? : public )");
   bool is_structure = false;
-  for (const auto& [name, bases] : find_classes(other)) {
-    is_structure = is_structure || !bases.empty();
-    for (const auto& [own, own_bases] : classes) {
-      if (own_bases.contains(name)) return true;
-    }
+  for (std::sregex_iterator found(other.begin(), other.end(), derived), end; found != end; ++found) {
+    const std::string name = (*found)[1].str();
+    // A class nested in it but defined apart makes the file a part of it.
+    if (std::regex_search(code, std::regex("\\b(public|class|struct) " + name + "( |,|::)"))) return true;
+    is_structure = true;
   }
   return !is_structure;
 }
 
 bool is_standard_header(const std::string& name) {
-  static const std::set<std::string> names{"algorithm",
-                                           "any",
-                                           "array",
-                                           "atomic",
-                                           "barrier",
-                                           "bit",
-                                           "bitset",
-                                           "cassert",
-                                           "cctype",
-                                           "cerrno",
-                                           "cfenv",
-                                           "cfloat",
-                                           "charconv",
-                                           "chrono",
-                                           "cinttypes",
-                                           "climits",
-                                           "clocale",
-                                           "cmath",
-                                           "codecvt",
-                                           "compare",
-                                           "complex",
-                                           "concepts",
-                                           "condition_variable",
-                                           "coroutine",
-                                           "csetjmp",
-                                           "csignal",
-                                           "cstdarg",
-                                           "cstddef",
-                                           "cstdint",
-                                           "cstdio",
-                                           "cstdlib",
-                                           "cstring",
-                                           "ctime",
-                                           "cuchar",
-                                           "cwchar",
-                                           "cwctype",
-                                           "deque",
-                                           "exception",
-                                           "execution",
-                                           "filesystem",
-                                           "format",
-                                           "forward_list",
-                                           "fstream",
-                                           "functional",
-                                           "future",
-                                           "initializer_list",
-                                           "iomanip",
-                                           "ios",
-                                           "iosfwd",
-                                           "iostream",
-                                           "istream",
-                                           "iterator",
-                                           "latch",
-                                           "limits",
-                                           "list",
-                                           "locale",
-                                           "map",
-                                           "memory",
-                                           "memory_resource",
-                                           "mutex",
-                                           "new",
-                                           "numbers",
-                                           "numeric",
-                                           "optional",
-                                           "ostream",
-                                           "queue",
-                                           "random",
-                                           "ranges",
-                                           "ratio",
-                                           "regex",
-                                           "scoped_allocator",
-                                           "semaphore",
-                                           "set",
-                                           "shared_mutex",
-                                           "source_location",
-                                           "span",
-                                           "sstream",
-                                           "stack",
-                                           "stdexcept",
-                                           "stop_token",
-                                           "streambuf",
-                                           "string",
-                                           "string_view",
-                                           "strstream",
-                                           "syncstream",
-                                           "system_error",
-                                           "thread",
-                                           "tuple",
-                                           "type_traits",
-                                           "typeindex",
-                                           "typeinfo",
-                                           "unordered_map",
-                                           "unordered_set",
-                                           "utility",
-                                           "valarray",
-                                           "variant",
-                                           "vector",
-                                           "version"};
-  return names.contains(name);
+  static const std::string names =
+      " "
+      "algorithm any array atomic barrier bit bitset cassert cctype cerrno cfenv cfloat charconv chrono "
+      "cinttypes climits clocale cmath codecvt compare complex concepts condition_variable coroutine "
+      "csetjmp csignal cstdarg cstddef cstdint cstdio cstdlib cstring ctime cuchar cwchar cwctype deque "
+      "exception execution filesystem format forward_list fstream functional future initializer_list "
+      "iomanip ios iosfwd iostream istream iterator latch limits list locale map memory memory_resource "
+      "mutex new numbers numeric optional ostream queue random ranges ratio regex scoped_allocator "
+      "semaphore set shared_mutex source_location span sstream stack stdexcept stop_token streambuf string "
+      "string_view strstream syncstream system_error thread tuple type_traits typeindex typeinfo "
+      "unordered_map unordered_set utility valarray variant vector version"
+      " ";
+  return names.find(" " + name + " ") != std::string::npos;
 }
 
 bool is_intrinsics_header(const std::string& name) {
@@ -257,13 +171,8 @@ std::string find_intrinsic(const ScanFile& file) {
     if (is_intrinsics_header(include.name)) return include.name;
   }
   static const std::regex name(R"(\b(_mm\d*_\w+|__m(64|128|256|512)[id]?|__builtin_ia32_\w+)\b)");
-  std::istringstream lines(file.code);
   std::smatch match;
-  for (std::string line; std::getline(lines, line);) {
-    const bool suspect = line.find("_mm") != std::string::npos || line.find("__") != std::string::npos;
-    if (suspect && std::regex_search(line, match, name)) return match.str();
-  }
-  return {};
+  return std::regex_search(file.code, match, name) ? match.str() : "";
 }
 
 std::vector<std::string> find_outside_words(const std::string& text) {

@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 /// One include line of a C++ file.
@@ -30,18 +29,14 @@ using ScanTargets = std::map<std::string, std::set<std::string>>;
 /// Reads a whole file; empty when it cannot be read.
 std::string read_file(const std::filesystem::path& path);
 
-/// `text` with the content of comments and of literals blanked. Lines keep their numbers and directives their quotes.
-std::string code_only(std::string_view text);
+/// `text` without its line comments.
+std::string code_only(const std::string& text);
 
 /// The include lines in the result of code_only().
-std::vector<ScanInclude> find_includes(std::string_view code);
-
-/// The names of the classes and structs that `code` defines, each with the names of its direct bases. For a nested
-/// class defined outside its class that class counts as a base: the file is a part of it.
-std::map<std::string, std::set<std::string>> find_classes(std::string_view code);
+std::vector<ScanInclude> find_includes(const std::string& code);
 
 /// The targets that the text of a CMakeLists.txt declares, links collected over all its commands.
-ScanTargets find_targets(std::string_view text);
+ScanTargets find_targets(const std::string& text);
 
 /// Everything that `target` links, directly or through others.
 std::set<std::string> get_link_closure(const ScanTargets& all, const std::string& target);
