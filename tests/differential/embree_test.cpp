@@ -174,12 +174,12 @@ TEST(Embree, generated_meshes) {
   for (const MeshScene& scene : {MeshScene{"soup", make_soup(5000, 1, 0.1)},
                                  {"terrain", make_terrain(80, 2)},
                                  {"flat terrain", make_terrain(60, 2, 0)},
-                                 {"sphere", make_icosphere(5)},
+                                 {"sphere", make_sphere(6)},
                                  {"torus", make_torus(96, 48)},
                                  {"cube", make_cube_grid(24)},
                                  {"slivers", make_slivers(3000, 4)},
                                  {"coincident", make_coincident(500, 3, 5)},
-                                 {"far sphere", transformed(make_icosphere(4), 1.0f, {100, 50, -70})}})
+                                 {"far sphere", transformed(make_sphere(5), 1.0f, {100, 50, -70})}})
     compare(world, scene);
 }
 

@@ -192,10 +192,10 @@ void expect_no_leaks(const LeakRow& row, const std::string& name) {
 
 TEST(Watertight, generated_meshes) {
   QueryWorld world;
-  for (const MeshScene& scene : {MeshScene{"sphere", make_icosphere(5)},
+  for (const MeshScene& scene : {MeshScene{"sphere", make_sphere(6)},
                                  {"torus", make_torus(96, 48)},
                                  {"cube", make_cube_grid(24)},
-                                 {"far sphere", transformed(make_icosphere(4), 1.0f, {100, 50, -70})}}) {
+                                 {"far sphere", transformed(make_sphere(5), 1.0f, {100, 50, -70})}}) {
     ASSERT_TRUE(ClosedMesh(world, scene.data).is_closed());
     const LeakRow row = measure(world, scene);
     expect_no_leaks(row, scene.name);
@@ -216,7 +216,7 @@ TEST(Watertight, meshes_of_the_data_folder) {
 
 TEST(Watertight, the_triangle_test_alone_lets_nothing_pass) {
   QueryWorld world;
-  for (const MeshScene& scene : {MeshScene{"sphere", make_icosphere(2)}, {"cube", make_cube_grid(8)}}) {
+  for (const MeshScene& scene : {MeshScene{"sphere", make_sphere(3)}, {"cube", make_cube_grid(8)}}) {
     ClosedMesh mesh(world, scene.data);
     RandomValues random(7);
     std::vector<Aim> aims;

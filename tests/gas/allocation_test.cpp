@@ -6,13 +6,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "gas/bvh/bvh_kernel.h"
 #include "gas/gas_geometry_bvh4.h"
-#include "support/box_query.h"
 #include "support/fake_geometry.h"
-#include "support/test_tree.h"
+#include "support/query_world.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_ray_packet.h"
 
 extern "C" {
 void* __libc_malloc(std::size_t);
@@ -54,52 +53,11 @@ uint count_allocations(const Query& query) {
   return allocations - before;
 }
 
-void ignore(const CtxEval&, CtxShader&, GeometryFrustumCtx&, const CoreBasicArray<uint>&, void*) {}
-void ignore_ray(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, const CoreBasicArray<uint>&, void*) {}
-
 }  // namespace
 
 TEST(Allocation, counting_works) {
   EXPECT_EQ(count_allocations([] { ::operator delete(::operator new(16)); }), 10u);
   EXPECT_EQ(count_allocations([] { core_aligned_free(core_aligned_alloc(4096, 64)); }), 10u);
-}
-
-TEST(Allocation, kernels_take_none) {
-  const BoxScene scene = make_box_scene(BoxKind::uniform, 5000, 1);
-  const GasBvh<4> tree = make_tree(scene.boxes, make_params(1, 4));
-  GasBvhMotion<4> motion;
-  motion.set_samples(tree, 2);
-  for (uint sample = 0; sample < 2; ++sample) motion.update_sample(sample, scene.boxes, nullptr);
-  const std::vector<BoxRay> rays = make_box_rays(scene, 50, 1);
-  GeometryRayPacket packet;
-  packet.resize(50);
-  for (uint k = 0; k < 50; ++k) packet.set_ray(k, rays[k].origin, rays[k].direction);
-  QueryWorld world;
-  const BvhLeafFunctions leaf{ignore_ray, ignore_ray, nullptr, ignore, nullptr};
-  for (const GasBvhMotion<4>* samples :
-       {static_cast<const GasBvhMotion<4>*>(nullptr), static_cast<const GasBvhMotion<4>*>(&motion)}) {
-    const BvhTarget target{tree, samples, leaf, nullptr};
-    const auto set_spans = [](GeometryRaytraceCtx& query) -> GeometryRaytraceCtx& {
-      for (uint ray = 0; ray < query.ray_count; ++ray) query.spans[ray] = {0, 1, 0.5, 0.5};
-      return query;
-    };
-    EXPECT_EQ(count_allocations([&] {
-                bvh_ray_hit<BvhHits::all>(target, world.ctx, world.shader,
-                                          set_spans(packet.begin_all_hits(world.shading)));
-              }),
-              0u);
-    EXPECT_EQ(count_allocations([&] {
-                bvh_ray_hit<BvhHits::nearest>(target, world.ctx, world.shader,
-                                              set_spans(packet.begin_nearest(world.shading)));
-              }),
-              0u);
-  }
-  GeometryFrustumCtx frustum;
-  frustum.add_plane({{0, 0, 0}, {1, 1, 0}});
-  EXPECT_EQ(count_allocations([&] {
-              bvh_frustum_hit({tree, nullptr, leaf, nullptr}, world.ctx, world.shader, frustum);
-            }),
-            0u);
 }
 
 TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
@@ -127,4 +85,10 @@ TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
         0u);
   EXPECT_GT(packet.get_hits().get_hits().size(), 0u);
   EXPECT_EQ(count_allocations([&] { structure.get_bbox_at(world.ctx, 0.3); }), 0u);
+  GeometryFrustumCtx frustum;
+  frustum.mode = static_cast<uint>(GeometryFrustumMode::all);
+  frustum.shading = &world.shading;
+  frustum.add_plane({{2000, 0, 0}, {1, 1, 0}});
+  EXPECT_EQ(count_allocations([&] { structure.frustum_hit(world.ctx, world.shader, frustum); }), 0u);
+  EXPECT_GT(frustum.result.hit_count, 0u);
 }

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "gas/bvh/bvh_kernel.h"
-#include "support/box_scenes.h"
 #include "support/query_world.h"
+#include "support/test_tree.h"
 #include "vq_geometry/geometry_ray_packet.h"
 
 struct BoxRay {
@@ -113,7 +113,7 @@ class BoxQuery {
     visits.clear();
     const BvhLeafFunctions leaf{is_nearest ? forbidden : record, is_nearest ? record : forbidden, this, nullptr,
                                 nullptr};
-    bvh_ray_hit<hits>({tree, motion, leaf, base_geometry}, world.ctx, world.shader, query);
+    bvh_ray_hit<hits>({tree, motion, leaf, nullptr}, world.ctx, world.shader, query);
     return query;
   }
 
@@ -131,11 +131,26 @@ class BoxQuery {
     return items;
   }
 
+  /// Sorted items visited for each ray by one query per lane of the root, taken as a cluster.
+  std::vector<std::vector<uint>> unite_root_lanes(const GasBvh<4>& tree, const GasBvhMotion<4>* motion,
+                                                  const Adjust& adjust) {
+    std::vector<std::vector<uint>> united(packet.get_count());
+    for (uint lane = 0; lane < tree.root.get_count(); ++lane) {
+      run<BvhHits::all>(tree, motion, [&](GeometryRaytraceCtx& query) {
+        if (adjust) adjust(query);
+        query.cluster = make_cluster(0, lane);
+      });
+      for (uint ray = 0; ray < united.size(); ++ray)
+        for (const uint item : get_items(ray)) united[ray].push_back(item);
+    }
+    for (std::vector<uint>& items : united) std::sort(items.begin(), items.end());
+    return united;
+  }
+
   QueryWorld world;
   GeometryRayPacket packet;
   std::vector<LeafVisit> visits;
   Action on_leaf;
-  const GeometryObject* base_geometry = nullptr;
   bool called_wrong_function = false;
 
  private:

@@ -2,7 +2,6 @@
 //
 // A geometry made of boxes that a test writes down, whatever they are. A ray hits a primitive where it enters its box.
 #pragma once
-#include <atomic>
 #include <vector>
 
 #include "vq_ctx/ctx_eval.h"
@@ -35,8 +34,7 @@ class FakeGeometry final : public GeometryObject {
   bool has_motion() const override { return moves; }
   bool has_shading_group_motion(const uint& group) const override { return group_moves[group] != 0; }
   Box get_primitive_bbox(const CtxEval&, const uint& primitive) const override { return boxes[primitive]; }
-  Box get_primitive_bbox_at(const CtxEval& ctx, const double& time, const uint& primitive) const override {
-    ++(ctx.get_thread_index() < ctx.get_thread_ctx_count() ? boxes_in_thread_ctx : boxes_in_top_ctx);
+  Box get_primitive_bbox_at(const CtxEval&, const double& time, const uint& primitive) const override {
     if (primitive < boxes_at_any_time.size()) return boxes_at_any_time[primitive];
     const GMathVec3<double> shift = velocity * time;
     return {boxes[primitive].min + shift, boxes[primitive].max + shift};
@@ -69,12 +67,11 @@ class FakeGeometry final : public GeometryObject {
   GeometrySurfacePoint get_surface_point(const GeometryIntersection&, const double&) const override { return {}; }
 
   std::vector<Box> boxes;
-  std::vector<uint> groups;                                               ///< per primitive; empty: all 0
-  std::vector<u8> group_moves;                                            ///< per group
-  bool moves = false;                                                     ///< the answer for the whole geometry
-  GMathVec3<double> velocity;                                             ///< of all boxes
-  std::vector<Box> boxes_at_any_time;                                     ///< when set, what is answered for any time
-  mutable std::atomic<uint> boxes_in_thread_ctx{0}, boxes_in_top_ctx{0};  ///< who asked for boxes at a time
+  std::vector<uint> groups;            ///< per primitive; empty: all 0
+  std::vector<u8> group_moves;         ///< per group
+  bool moves = false;                  ///< the answer for the whole geometry
+  GMathVec3<double> velocity;          ///< of all boxes
+  std::vector<Box> boxes_at_any_time;  ///< when set, what is answered for any time
 
  private:
   CoreArray<CoreString> group_names_;

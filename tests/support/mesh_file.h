@@ -1,10 +1,8 @@
 // tests/support/mesh_file.h
 //
-// Reads just enough of two file formats for a folder of test meshes: OBJ with `v` and `f` lines, and PLY, binary little
-// endian, with float coordinates first in each vertex and one list of faces.
+// Reads just enough of OBJ for a folder of test meshes: its `v` and `f` lines.
 #pragma once
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -38,59 +36,17 @@ inline bool read_obj(std::istream& in, PolyMeshData& data) {
   return !data.polygon_sizes.empty();
 }
 
-inline bool read_ply(std::istream& in, PolyMeshData& data) {
-  std::string line, element;
-  std::size_t vertices = 0, faces = 0, vertex_bytes = 0;
-  bool binary = false, short_lists = false;
-  while (std::getline(in, line) && line.rfind("end_header", 0) != 0) {
-    std::istringstream words(line);
-    std::string word, type;
-    words >> word;
-    if (word == "format") binary = (words >> type) && type == "binary_little_endian";
-    if (word == "element") {
-      words >> element;
-      words >> (element == "vertex" ? vertices : faces);
-    }
-    if (word == "property" && element == "vertex") {
-      words >> type;
-      if (type != "float" && type != "float32") return false;
-      vertex_bytes += sizeof(float);
-    }
-    if (word == "property" && element == "face") short_lists = line.find("list uchar int ") != std::string::npos;
-  }
-  if (!binary || !short_lists || vertex_bytes < 12) return false;
-  std::vector<char> record(vertex_bytes);
-  for (std::size_t k = 0; k < vertices && in.read(record.data(), static_cast<std::streamsize>(vertex_bytes)); ++k) {
-    data.positions.emplace_back();
-    std::memcpy(static_cast<void*>(&data.positions.back()), record.data(), sizeof(GMathVec3<float>));
-  }
-  for (std::size_t k = 0; k < faces; ++k) {
-    std::vector<u32> corners(static_cast<unsigned char>(in.get()));
-    in.read(reinterpret_cast<char*>(corners.data()), static_cast<std::streamsize>(corners.size() * sizeof(u32)));
-    if (!in) return false;
-    for (const u32 corner : corners)
-      if (corner >= data.positions.size()) return false;
-    add_polygon(data, corners);
-  }
-  return faces > 0;
-}
-
 /// The meshes of the folder that the environment variable VQ_TEST_DATA names, by file name; none without it. A file
-/// that is not understood is told and left out.
+/// that is not understood is left out.
 inline std::vector<MeshScene> read_mesh_folder() {
   std::vector<MeshScene> scenes;
   const char* folder = std::getenv("VQ_TEST_DATA");
   if (folder == nullptr || !std::filesystem::is_directory(folder)) return scenes;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    const std::string kind = entry.path().extension().string();
-    if (kind != ".obj" && kind != ".ply") continue;
+    if (entry.path().extension() != ".obj") continue;
     MeshScene scene{entry.path().filename().string(), {}};
-    std::ifstream file(entry.path(), std::ios::binary);
-    if (kind == ".obj" ? read_obj(file, scene.data) : read_ply(file, scene.data)) {
-      scenes.push_back(std::move(scene));
-    } else {
-      std::printf("%s was left out: not a mesh that this test reads\n", scene.name.c_str());
-    }
+    std::ifstream file(entry.path());
+    if (read_obj(file, scene.data)) scenes.push_back(std::move(scene));
   }
   std::sort(scenes.begin(), scenes.end(), [](const MeshScene& a, const MeshScene& b) { return a.name < b.name; });
   return scenes;

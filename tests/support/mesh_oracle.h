@@ -113,37 +113,24 @@ inline OracleHit oracle_intersect(const OracleRay& ray, const std::vector<Long3>
   return hit;
 }
 
-/// The corners of a polygon at `time`; NaN: at rest. Piecewise linear between the mesh's motion samples.
-inline std::vector<Long3> get_corners_at(const PolyMeshData& data, uint polygon, long double time) {
-  u32 first = 0;
-  for (uint k = 0; k < polygon; ++k) first += data.polygon_sizes[k];
+/// The corners of all polygons at `time`; NaN: at rest. Piecewise linear between the mesh's motion samples.
+inline std::vector<std::vector<Long3>> get_all_corners(const PolyMeshData& data, long double time = std::nanl("")) {
   const std::size_t samples = data.motion_positions.size();
-  std::vector<Long3> corners;
-  for (u32 k = 0; k < data.polygon_sizes[polygon]; ++k) {
-    const u32 vertex = data.polygon_vertices[first + k];
-    if (samples == 0 || std::isnan(time)) {
-      corners.emplace_back(data.positions[vertex]);
-      continue;
-    }
-    long double place = (time - data.motion_begin) / data.motion_step;
-    place = std::clamp(place, 0.0L, static_cast<long double>(samples - 1));
-    const std::size_t before = std::min(static_cast<std::size_t>(place), samples - 1);
-    const std::size_t after = std::min(before + 1, samples - 1);
-    const Long3 a(data.motion_positions[before][vertex]), b(data.motion_positions[after][vertex]);
-    corners.push_back(a + (b - a) * (place - before));
-  }
-  return corners;
-}
-
-/// Corners of all polygons, found once.
-inline std::vector<std::vector<Long3>> get_all_corners(const PolyMeshData& data) {
+  const bool is_at_rest = samples == 0 || std::isnan(time);
+  long double place = is_at_rest ? 0.0L : (time - data.motion_begin) / data.motion_step;
+  place = std::clamp(place, 0.0L, std::max(1.0L, static_cast<long double>(samples)) - 1.0L);
+  const std::size_t before = static_cast<std::size_t>(place);
+  const auto& first = is_at_rest ? data.positions : data.motion_positions[before];
+  const auto& second = is_at_rest ? data.positions : data.motion_positions[std::min(before + 1, samples - 1)];
   std::vector<std::vector<Long3>> all;
-  std::size_t first = 0;
+  auto vertex = data.polygon_vertices.begin();
   for (const u32 size : data.polygon_sizes) {
     std::vector<Long3> corners;
-    for (u32 k = 0; k < size; ++k) corners.emplace_back(data.positions[data.polygon_vertices[first + k]]);
+    for (u32 k = 0; k < size; ++k, ++vertex) {
+      const Long3 a(first[*vertex]), b(second[*vertex]);
+      corners.push_back(is_at_rest ? a : a + (b - a) * (place - before));
+    }
     all.push_back(corners);
-    first += size;
   }
   return all;
 }

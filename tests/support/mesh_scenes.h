@@ -4,7 +4,6 @@
 #pragma once
 #include <array>
 #include <limits>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -76,86 +75,64 @@ inline PolyMeshData make_terrain(uint size, uint seed, double height = 0.2) {
   return data;
 }
 
-/// A unit sphere: an icosahedron whose triangles are cut in four `level` times. Closed.
-inline PolyMeshData make_icosphere(uint level) {
+/// The triangles of a quadrilateral.
+inline void add_loose_quad(PolyMeshData& data, const GMathVec3<float>& a, const GMathVec3<float>& b,
+                           const GMathVec3<float>& c, const GMathVec3<float>& d) {
+  add_loose_polygon(data, {a, b, c});
+  add_loose_polygon(data, {a, c, d});
+}
+
+/// A unit sphere: an octahedron whose triangles are cut in four `level` times. Closed.
+inline PolyMeshData make_sphere(uint level) {
   using Vec = GMathVec3<double>;
-  const double g = (1.0 + std::sqrt(5.0)) / 2.0;
-  std::vector<Vec> points = {{-1, g, 0},  {1, g, 0},  {-1, -g, 0}, {1, -g, 0}, {0, -1, g},  {0, 1, g},
-                             {0, -1, -g}, {0, 1, -g}, {g, 0, -1},  {g, 0, 1},  {-g, 0, -1}, {-g, 0, 1}};
-  std::vector<std::array<u32, 3>> faces = {{0, 11, 5}, {0, 5, 1},  {0, 1, 7},   {0, 7, 10}, {0, 10, 11},
-                                           {1, 5, 9},  {5, 11, 4}, {11, 10, 2}, {10, 7, 6}, {7, 1, 8},
-                                           {3, 9, 4},  {3, 4, 2},  {3, 2, 6},   {3, 6, 8},  {3, 8, 9},
-                                           {4, 9, 5},  {2, 4, 11}, {6, 2, 10},  {8, 6, 7},  {9, 8, 1}};
+  std::vector<std::array<Vec, 3>> faces;
+  for (uint octant = 0; octant < 8; ++octant) {
+    const double x = octant & 1 ? -1 : 1, y = octant & 2 ? -1 : 1, z = octant & 4 ? -1 : 1;
+    faces.push_back({Vec(x, 0, 0), Vec(0, y, 0), Vec(0, 0, z)});
+    if (x * y * z < 0) std::swap(faces.back()[1], faces.back()[2]);
+  }
   for (uint step = 0; step < level; ++step) {
-    std::map<std::pair<u32, u32>, u32> middles;
-    const auto get_middle = [&](u32 a, u32 b) {
-      const auto [place, is_new] =
-          middles.try_emplace({std::min(a, b), std::max(a, b)}, static_cast<u32>(points.size()));
-      if (is_new) points.push_back((points[a] + points[b]) * 0.5);
-      return place->second;
-    };
-    std::vector<std::array<u32, 3>> finer;
+    std::vector<std::array<Vec, 3>> finer;
     for (const auto& [a, b, c] : faces) {
-      const u32 ab = get_middle(a, b), bc = get_middle(b, c), ca = get_middle(c, a);
+      const Vec ab = (a + b).get_normalized(), bc = (b + c).get_normalized(), ca = (c + a).get_normalized();
       finer.insert(finer.end(), {{a, ab, ca}, {b, bc, ab}, {c, ca, bc}, {ab, bc, ca}});
     }
     faces = finer;
   }
   PolyMeshData data;
-  for (const Vec& point : points) data.positions.emplace_back(point.get_normalized());
-  for (const auto& [a, b, c] : faces) add_polygon(data, {a, b, c});
+  for (const auto& [a, b, c] : faces)
+    add_loose_polygon(data, {GMathVec3<float>(a), GMathVec3<float>(b), GMathVec3<float>(c)});
   return data;
 }
 
 /// Radii 1 and 0.4. Closed.
 inline PolyMeshData make_torus(uint rings, uint sides) {
   PolyMeshData data;
-  const double turn = 6.283185307179586;
-  for (uint ring = 0; ring < rings; ++ring) {
-    for (uint side = 0; side < sides; ++side) {
-      const double u = turn * ring / rings, v = turn * side / sides, r = 1.0 + 0.4 * std::cos(v);
-      data.positions.emplace_back(static_cast<float>(r * std::cos(u)), static_cast<float>(r * std::sin(u)),
-                                  static_cast<float>(0.4 * std::sin(v)));
-    }
-  }
-  for (uint ring = 0; ring < rings; ++ring) {
-    for (uint side = 0; side < sides; ++side) {
-      const u32 next_ring = (ring + 1) % rings * sides, next_side = (side + 1) % sides;
-      const u32 a = ring * sides + side, b = next_ring + side, c = next_ring + next_side, d = ring * sides + next_side;
-      add_polygon(data, {a, b, c});
-      add_polygon(data, {a, c, d});
-    }
-  }
+  const auto get = [&](uint ring, uint side) {
+    const double turn = 6.283185307179586, u = turn * (ring % rings) / rings, v = turn * (side % sides) / sides;
+    const double r = 1.0 + 0.4 * std::cos(v);
+    return GMathVec3<float>(GMathVec3<double>(r * std::cos(u), r * std::sin(u), 0.4 * std::sin(v)));
+  };
+  for (uint ring = 0; ring < rings; ++ring)
+    for (uint side = 0; side < sides; ++side)
+      add_loose_quad(data, get(ring, side), get(ring + 1, side), get(ring + 1, side + 1), get(ring, side + 1));
   return data;
 }
 
 /// The surface of a cube, size x size quads a side, two triangles each: every box is flat. Closed.
 inline PolyMeshData make_cube_grid(uint size) {
   PolyMeshData data;
-  std::map<std::array<uint, 3>, u32> numbers;
-  const auto get_vertex = [&](const std::array<uint, 3>& place) {
-    const auto [found, is_new] = numbers.try_emplace(place, static_cast<u32>(data.positions.size()));
-    const auto get = [&](uint k) { return static_cast<float>(2.0 * place[k] / size - 1.0); };
-    if (is_new) data.positions.emplace_back(get(0), get(1), get(2));
-    return found->second;
-  };
-  for (uint side = 0; side < 6; ++side) {
-    const uint axis = side / 2, u = (axis + 1) % 3, v = (axis + 2) % 3;
-    for (uint y = 0; y < size; ++y) {
-      for (uint x = 0; x < size; ++x) {
-        u32 corner[4];
-        for (uint k = 0; k < 4; ++k) {
-          std::array<uint, 3> place{};
-          place[axis] = side % 2 * size;
-          place[u] = x + (k == 1 || k == 2 ? 1 : 0);
-          place[v] = y + (k >= 2 ? 1 : 0);
-          corner[k] = get_vertex(place);
-        }
-        if (side % 2 == 0) std::swap(corner[1], corner[3]);
-        add_polygon(data, {corner[0], corner[1], corner[2]});
-        add_polygon(data, {corner[0], corner[2], corner[3]});
-      }
-    }
+  for (uint face = 0; face < 6; ++face) {
+    const auto get = [&](uint u, uint v) {
+      const double uv[2] = {2.0 * u / size - 1.0, 2.0 * v / size - 1.0};
+      GMathVec3<double> p;
+      p[face / 2] = face % 2 == 0 ? -1.0 : 1.0;
+      p[(face / 2 + 1) % 3] = uv[1 - face % 2];
+      p[(face / 2 + 2) % 3] = uv[face % 2];
+      return GMathVec3<float>(p);
+    };
+    for (uint v = 0; v < size; ++v)
+      for (uint u = 0; u < size; ++u) add_loose_quad(data, get(u, v), get(u + 1, v), get(u + 1, v + 1), get(u, v + 1));
   }
   return data;
 }
@@ -270,7 +247,7 @@ inline std::vector<MeshScene> make_mesh_scenes(uint count, uint seed) {
           {"five", make_soup(5, seed, 1.0)},
           {"terrain", make_terrain(side, seed)},
           {"flat terrain", make_terrain(side, seed, 0.0)},
-          {"sphere", make_icosphere(2)},
+          {"sphere", make_sphere(3)},
           {"cube", make_cube_grid(5)},
           {"stars", make_stars(count, seed)},
           {"slivers", make_slivers(count, seed)},

@@ -75,26 +75,13 @@ class RaySource {
   }
   void set_interval(TestRay& ray, double target) {
     if (!(target > 0.0)) return;  // the direction is zero
-    switch (random_.get_index(8)) {
-      case 0:
-        ray.tfar = target * random_.get(0.5, 2.0);
-        return;
-      case 1:
-        ray.tnear = target * random_.get(0.0, 1.2);
-        return;
-      case 2:
-        ray.tnear = target * random_.get(0.5, 1.0);
-        ray.tfar = target * random_.get(0.9, 1.5);  // sometimes empty
-        return;
-      case 3:
-        ray.tfar = HUGE_VAL;
-        return;
-      case 4:
-        ray.tnear = -target;
-        return;
-      default:
-        return;
-    }
+    const uint kind = random_.get_index(8);
+    if (kind == 0) ray.tfar = target * random_.get(0.5, 2.0);
+    if (kind == 1) ray.tnear = target * random_.get(0.0, 1.2);
+    if (kind == 2) ray.tnear = target * random_.get(0.5, 1.0);
+    if (kind == 2) ray.tfar = target * random_.get(0.9, 1.5);  // sometimes empty
+    if (kind == 3) ray.tfar = HUGE_VAL;
+    if (kind == 4) ray.tnear = -target;
   }
 
   const PolyMeshData& data_;

@@ -57,3 +57,29 @@ inline GasBvh<4> make_node_by_hand(std::initializer_list<FloatBox> boxes) {
   tree.parameter0 = 1.0f;
   return tree;
 }
+
+/// In each node the last lane is the next node, 0.76 of its size per axis (0.44 of the volume), and three small leaves
+/// lie in the far corner. For a ray from the near corner they wait on the stack while it goes down to the last node.
+inline GasBvh<4> make_chain(uint depth) {
+  GasBvh<4> tree;
+  tree.allocate_items(3 * depth + 1, false);
+  tree.allocate_nodes(depth, 0, 0);
+  float size = 1.0f;
+  tree.box = {{0, 0, 0}, {1, 1, 1}};
+  for (uint level = 0; level < depth; ++level, size *= 0.76f) {
+    BvhNodeAligned& node = tree.aligned[level];
+    const float inner = size * 0.76f, corner = size * 0.99f;
+    for (uint lane = 0; lane < 3; ++lane) {
+      node.lanes.set_lane(lane, {{corner, corner, corner}, {size, size, size}});
+      node.child[lane] = {3 * level + lane, 1 | BvhChildRef::leaf_bit};
+    }
+    node.lanes.set_lane(3, {{0, 0, 0}, {inner, inner, inner}});
+    node.child[3] = level + 1 < depth ? BvhChildRef{level + 1, 4} : BvhChildRef{3 * depth, 1 | BvhChildRef::leaf_bit};
+  }
+  std::iota(tree.order, tree.order + tree.item_count, 0u);
+  tree.root = {0, 4};
+  tree.max_depth = depth;
+  return tree;
+}
+
+constexpr u64 make_cluster(uint node, uint lane) { return 0xBC00'0000'0000'0000ull | u64{lane} << 32 | node; }

@@ -6,8 +6,6 @@
 
 namespace {
 
-constexpr float largest = 3.4028235e38f;
-
 float decode(float frame_min, float frame_max, u8 byte) {
   const float step = (frame_max - frame_min) * 0.003921569f;
   return frame_min + static_cast<float>(byte) * step;
@@ -131,7 +129,7 @@ class Checker {
 
   void check_lane(uint lane, uint (&next)[2]) {
     const OracleChild child = get_oracle_child(tree_, *node_, lane);
-    if (lane >= node_->count) return check_empty_lane(lane, child);
+    if (lane >= node_->count) return require(child.index == 0 && child.word == 0, "reference of an empty lane");
     require(child.get_count() > 0, "an empty lane among the used");
     if (child.is_leaf()) {
       require(child.word == (0x100 | child.get_count()) && child.get_count() <= max_leaf_, "leaf reference");
@@ -141,19 +139,6 @@ class Checker {
     }
     require((child.word & ~0x2ffu) == 0, "bits of a node reference");
     require(child.index == next[child.word & 0x200 ? 1 : 0]++, "numbering");
-  }
-
-  void check_empty_lane(uint lane, const OracleChild& child) const {
-    require(child.index == 0 && child.word == 0, "reference of an empty lane");
-    for (uint axis = 0; axis < 3; ++axis) {
-      if (node_->kind == OracleNode::aligned) {
-        const auto& planes = tree_.aligned[node_->index].lanes.planes;
-        require(planes[2 * axis][lane] == largest && planes[2 * axis + 1][lane] == -largest, "empty lane");
-      } else {
-        const auto& planes = tree_.quantized[node_->index].lanes.planes;
-        require(planes[2 * axis][lane] == 255 && planes[2 * axis + 1][lane] == 0, "empty lane");
-      }
-    }
   }
 
   void check_lane_boxes(const FloatBox* exact) const {

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <thread>
 
-#include "gas/bvh/bvh_statistics.h"
 #include "support/test_scale.h"
 #include "support/test_tree.h"
 #include "support/tree_oracle.h"
@@ -98,29 +97,12 @@ TEST(BvhBuilder, ends_on_inverted_boxes_and_on_what_is_no_number) {
         if (k % 4 == 3) boxes[k].max.y = nan;
       }
       const GasBvh<4> tree = make_tree(boxes, make_params(1, quantized_from));
-      const BvhStatistics statistics = bvh_compute_statistics(tree);
-      EXPECT_EQ(statistics.items, 3000u);
-      EXPECT_EQ(statistics.leaves, 3000u);
       EXPECT_EQ(walk_tree(tree).size(), std::size_t{tree.aligned_count} + tree.quantized_count);
       std::vector<uint> order(tree.order, tree.order + 3000);
       std::sort(order.begin(), order.end());
       EXPECT_EQ(order, make_indices(3000));
     }
   }
-}
-
-TEST(BvhBuilder, statistics_of_a_tree_known_by_heart) {
-  // Half areas: 3 for the whole; 1.25 and 2 for the leaves.
-  const GasBvh<4> tree = make_node_by_hand({{{0, 0, 0}, {0.5f, 0.5f, 1}}, {{0.5f, 0, 0}, {1, 1, 1}}});
-  const BvhStatistics statistics = bvh_compute_statistics(tree);
-  EXPECT_EQ(statistics.aligned_nodes, 1u);
-  EXPECT_EQ(statistics.leaves, 2u);
-  EXPECT_EQ(statistics.items, 2u);
-  EXPECT_EQ(statistics.largest_leaf, 1u);
-  EXPECT_EQ(statistics.depth, 1u);
-  EXPECT_EQ(statistics.children_per_node, 2.0);
-  EXPECT_NEAR(statistics.surface_area_cost, 1.0 + 1.25 / 3.0 + 2.0 / 3.0, 1e-12);
-  EXPECT_EQ(bvh_compute_statistics(GasBvh<4>()).items, 0u);
 }
 
 TEST(BvhBuilder, an_order_array_names_the_items_and_weights_are_copied) {
@@ -132,63 +114,41 @@ TEST(BvhBuilder, an_order_array_names_the_items_and_weights_are_copied) {
   GasBvh<4> tree;
   tree.build<GasBvhSplitAligned>(source, chosen.data(), static_cast<uint>(chosen.size()), make_params(), nullptr);
   EXPECT_EQ(find_tree_fault(tree, scene.boxes, chosen, make_params()), "");
-  EXPECT_EQ(tree.item_words, nullptr);
 
   std::vector<u32> weights;
   for (uint k = 0; k < 1000; ++k) weights.push_back(std::bit_cast<u32>(static_cast<float>(k % 7)));
   source.item_weights = weights.data();
-  BvhBuildParams params = make_params();
-  params.item_cost = 2.5f;
-  tree.build<GasBvhSplitAligned>(source, nullptr, 1000, params, nullptr);
+  tree.build<GasBvhSplitAligned>(source, nullptr, 1000, make_params(), nullptr);
   EXPECT_EQ(find_tree_fault(tree, scene.boxes, make_indices(1000), make_params()), "");
   ASSERT_NE(tree.item_words, nullptr);
   EXPECT_EQ(std::vector<u32>(tree.item_words, tree.item_words + 1000), weights);
-  EXPECT_NE(tree.item_words, weights.data());
-  EXPECT_EQ(tree.parameter0, 2.5f);
-  EXPECT_EQ(tree.parameter3, 10u);
 }
 
-TEST(BvhBuilder, rebuilding_replaces_and_freezing_keeps) {
+TEST(BvhBuilder, rebuilding_replaces_copying_is_deep_and_freezing_keeps) {
   const BoxScene first = make_box_scene(BoxKind::uniform, 700, 1), second = make_box_scene(BoxKind::flat, 90, 2);
-  GasBvh<4> tree = make_tree(first.boxes);
+  const GasBvh<4> expected = make_tree(first.boxes);
+  GasBvh<4> tree = make_tree(first.boxes), copy(tree), assigned;
+  assigned = copy;
+  assigned = *&assigned;
   build_tree(tree, second.boxes, make_params());
   EXPECT_EQ(find_tree_difference(tree, make_tree(second.boxes)), "");
   build_tree(tree, {}, make_params());
   EXPECT_TRUE(tree.is_empty());
   EXPECT_EQ(tree.get_array_bytes(), 0u);
-
-  GasBvh<4> owner = make_tree(first.boxes), frozen = make_tree(first.boxes);
-  GasBvh<4> before = frozen;
-  frozen.frozen = 1;
-  build_tree(frozen, second.boxes, make_params());
-  EXPECT_EQ(find_tree_difference(frozen, owner), "");
-  const GasBvh<4> copy = frozen;  // deep, so it may outlive the arrays
-  EXPECT_EQ(copy.frozen, 1);
-  EXPECT_NE(copy.aligned, frozen.aligned);
-  frozen.frozen = 0;  // hand the arrays back to be freed
-  frozen.clear();
-  EXPECT_EQ(find_tree_difference(copy, before), "");
-}
-
-TEST(BvhBuilder, copies_are_deep_and_moves_leave_nothing) {
-  const BoxScene scene = make_box_scene(BoxKind::uniform, 5000, 3);
-  GasBvh<4> tree = make_tree(scene.boxes);
-  ASSERT_GT(tree.quantized_count + tree.aligned_count, 0u);
-  GasBvh<4> copy(tree);
-  EXPECT_EQ(find_tree_difference(copy, tree), "");
-  EXPECT_NE(copy.order, tree.order);
-  copy = *&copy;
-  GasBvh<4> assigned = make_tree(make_box_scene(BoxKind::flat, 40, 1).boxes);
-  assigned = copy;
-  const u32* order = copy.order;
   GasBvh<4> moved(std::move(copy));
-  EXPECT_EQ(moved.order, order);
   EXPECT_TRUE(copy.is_empty());  // NOLINT(bugprone-use-after-move)
-  EXPECT_EQ(copy.order, nullptr);
-  moved = std::move(assigned);
-  EXPECT_EQ(find_tree_difference(moved, tree), "");
+  tree = std::move(assigned);
+  EXPECT_EQ(find_tree_difference(moved, expected), "");
+  EXPECT_EQ(find_tree_difference(tree, expected), "");
+
+  tree.frozen = 1;
+  build_tree(tree, second.boxes, make_params());
+  EXPECT_EQ(find_tree_difference(tree, expected), "");
+  const GasBvh<4> outliving = tree;
+  EXPECT_NE(outliving.aligned, tree.aligned);
+  tree.frozen = 0;  // hand the arrays back to be freed
   tree.clear();
-  EXPECT_EQ(find_tree_fault(moved, scene.boxes, make_indices(5000), make_params()), "");
+  EXPECT_EQ(find_tree_difference(outliving, expected), "");
 }
 
 TEST(BvhBuilder, makes_the_same_bytes_for_any_number_of_threads) {
@@ -231,24 +191,4 @@ TEST(BvhBuilder, makes_the_same_bytes_on_worker_and_foreign_threads) {
     tasks[k].progress->finish();
     EXPECT_EQ(find_tree_difference(trees[k], serial), "");
   }
-}
-
-TEST(BvhBuilder, tells_its_progress_in_two_tasks) {
-  OfApp app(2);
-  const BoxScene scene = make_box_scene(BoxKind::uniform, 6000, 9);
-  AppProgressBar* progress = app.create_progress_bar("build");
-  GasBvh<4> tree;
-  build_tree(tree, {scene.boxes[0]}, make_params(), progress);  // a root leaf has no tasks
-  EXPECT_TRUE(progress->get_task_log().empty());
-  build_tree(tree, scene.boxes, make_params(), progress);
-  const std::vector<AppProgressTask> log = progress->get_task_log();
-  ASSERT_EQ(log.size(), 2u);
-  EXPECT_STREQ(log[0].name.get_data(), "Split items");
-  EXPECT_EQ(log[0].weight, 0.9);
-  EXPECT_EQ(log[0].step_count, 6000u);
-  EXPECT_STREQ(log[1].name.get_data(), "Finalize");
-  EXPECT_EQ(log[1].weight, 0.1);
-  EXPECT_EQ(log[1].step_count, tree.aligned_count + tree.quantized_count);
-  EXPECT_NEAR(progress->get_progress(), 1.0, 1e-9);
-  progress->finish();
 }

@@ -25,10 +25,6 @@ CoreBasicArray<void*> make_array(const std::vector<u64>& handles) {
   return array;
 }
 
-uint get_node(u64 handle) { return static_cast<uint>(handle); }
-uint get_lane(u64 handle) { return static_cast<uint>(handle >> 32) & 0xffff; }
-uint get_second_byte(u64 handle) { return static_cast<uint>(handle >> 48) & 0xff; }
-
 /// Items below `child` of a node with the given frame.
 void collect_items(const GasBvh<4>& tree, const OracleChild& child, std::vector<uint>& items) {
   if (child.is_leaf()) {
@@ -42,7 +38,8 @@ void collect_items(const GasBvh<4>& tree, const OracleChild& child, std::vector<
 
 OracleChild get_named_child(const GasBvh<4>& tree, u64 handle) {
   if (handle == 0) return {tree.root.index, tree.root.word, tree.box};
-  return get_oracle_child(tree, {OracleNode::aligned, get_node(handle), 4, 0, {}}, get_lane(handle));
+  const OracleNode node{OracleNode::aligned, static_cast<u32>(handle), 4, 0, {}};
+  return get_oracle_child(tree, node, handle >> 32 & 3);
 }
 
 std::vector<uint> collect_items(const GasBvh<4>& tree, u64 handle) {
@@ -64,30 +61,6 @@ std::vector<FloatBox> make_dust(uint count) {
   return boxes;
 }
 
-/// In each node the last lane is the next node, 0.76 of its size per axis (0.44 of the volume), and three small leaves
-/// lie in the far corner.
-GasBvh<4> make_shrinking_chain(uint depth) {
-  GasBvh<4> tree;
-  tree.allocate_items(3 * depth + 1, false);
-  tree.allocate_nodes(depth, 0, 0);
-  float size = 1.0f;
-  tree.box = {{0, 0, 0}, {1, 1, 1}};
-  for (uint level = 0; level < depth; ++level, size *= 0.76f) {
-    BvhNodeAligned& node = tree.aligned[level];
-    const float inner = size * 0.76f, corner = size * 0.99f;
-    for (uint lane = 0; lane < 3; ++lane) {
-      node.lanes.set_lane(lane, {{corner, corner, corner}, {size, size, size}});
-      node.child[lane] = {3 * level + lane, 1 | BvhChildRef::leaf_bit};
-    }
-    node.lanes.set_lane(3, {{0, 0, 0}, {inner, inner, inner}});
-    node.child[3] = level + 1 < depth ? BvhChildRef{level + 1, 4} : BvhChildRef{3 * depth, 1 | BvhChildRef::leaf_bit};
-  }
-  for (uint k = 0; k < tree.item_count; ++k) tree.order[k] = k;
-  tree.root = {0, 4};
-  tree.max_depth = depth;
-  return tree;
-}
-
 }  // namespace
 
 TEST(BvhClusters, hold_every_item_once_for_any_count) {
@@ -101,7 +74,7 @@ TEST(BvhClusters, hold_every_item_once_for_any_count) {
       std::vector<uint> items;
       const std::vector<u64> handles = get_handles(tree, count);
       for (const u64 handle : handles) {
-        ASSERT_TRUE(handle == 0 || (handle >> 56 == 0xBC && get_second_byte(handle) <= 1 && get_lane(handle) < 4));
+        ASSERT_TRUE(handle == 0 || ((handle >> 32) & ~u64{0x10003}) == 0xBC000000);
         const std::vector<uint> more = collect_items(tree, handle);
         items.insert(items.end(), more.begin(), more.end());
       }
@@ -119,12 +92,13 @@ TEST(BvhClusters, hold_every_item_once_for_any_count) {
 // where 0.76 to the power of 27 is 0.0006. The deepest node is handed out lane by lane; those above it leave three
 // leaves each, which come after it, marked as standing beside something expanded.
 TEST(BvhClusters, go_down_by_the_count_and_stop_at_a_thousandth) {
-  const GasBvh<4> tree = make_shrinking_chain(20);
+  const GasBvh<4> tree = make_chain(20);
+  constexpr u64 beside_expanded = u64{1} << 48;
   const auto expect_cut = [&](uint count, uint deepest) {
     std::vector<u64> expected;
-    for (u64 lane = 0; lane < 4; ++lane) expected.push_back(0xBC00'0000'0000'0000ull | lane << 32 | deepest);
+    for (uint lane = 0; lane < 4; ++lane) expected.push_back(make_cluster(deepest, lane));
     for (uint level = deepest; level-- > 0;)
-      for (u64 lane = 0; lane < 3; ++lane) expected.push_back(0xBC01'0000'0000'0000ull | lane << 32 | level);
+      for (uint lane = 0; lane < 3; ++lane) expected.push_back(make_cluster(level, lane) | beside_expanded);
     EXPECT_EQ(get_handles(tree, count), expected) << "count " << count;
   };
   uint deepest = 0;
@@ -133,14 +107,13 @@ TEST(BvhClusters, go_down_by_the_count_and_stop_at_a_thousandth) {
     expect_cut(count * 4 - 1, deepest);
   }
   expect_cut(1u << 18, 8);
-  expect_cut(1u << 20, 8);
   expect_cut(0xFFFFFFFFu, 8);
 }
 
 TEST(BvhClusters, two_corner_leaves_are_worth_cutting_and_full_parents_are_not) {
   const GasBvh<4> corners = make_node_by_hand({{{0, 0, 0}, {0.2f, 0.2f, 0.2f}}, {{0.8f, 0.8f, 0.8f}, {1, 1, 1}}});
   EXPECT_EQ(get_handles(corners, 3), std::vector<u64>{0});
-  EXPECT_EQ(get_handles(corners, 4), (std::vector<u64>{0xBC00'0000'0000'0000ull, 0xBC00'0001'0000'0000ull}));
+  EXPECT_EQ(get_handles(corners, 4), (std::vector<u64>{make_cluster(0, 0), make_cluster(0, 1)}));
   // Along x the two leave a gap. The face across x is full, those along it and the volume as much as the gap leaves.
   const auto cut_with_gap = [](float gap) {
     const float half = (1.0f - gap) / 2;
@@ -148,7 +121,7 @@ TEST(BvhClusters, two_corner_leaves_are_worth_cutting_and_full_parents_are_not) 
   };
   EXPECT_EQ(cut_with_gap(0.28f), 1u);
   EXPECT_EQ(cut_with_gap(0.32f), 2u);
-  // Four boxes that are one and the same count once: inclusion and exclusion.
+  // Boxes that are one and the same count once.
   const FloatBox half({0, 0, 0}, {0.6f, 1, 1}), whole({0, 0, 0}, {1, 1, 1});
   GasBvh<4> same = make_node_by_hand({half, half, half, half});
   same.box = whole;
@@ -156,11 +129,10 @@ TEST(BvhClusters, two_corner_leaves_are_worth_cutting_and_full_parents_are_not) 
   same = make_node_by_hand({half, half, {{0.5f, 0, 0}, {0.8f, 1, 1}}, half});
   same.box = whole;
   EXPECT_EQ(get_handles(same, 4).size(), 1u);
-}
-
-TEST(BvhClusters, flat_roots_are_measured_by_the_faces_they_have) {
+  // Flat roots are measured by the faces they have.
+  const FloatBox left({0, 0, 1}, {0.5f, 1, 1}), right({0.5f, 0, 1}, {1, 1, 1});
   EXPECT_EQ(get_handles(make_node_by_hand({{{0, 0, 1}, {0.3f, 0.3f, 1}}, {{0.7f, 0.7f, 1}, {1, 1, 1}}}), 4).size(), 2u);
-  EXPECT_EQ(get_handles(make_node_by_hand({{{0, 0, 1}, {0.5f, 1, 1}}, {{0.5f, 0, 1}, {1, 1, 1}}}), 4).size(), 1u);
+  EXPECT_EQ(get_handles(make_node_by_hand({left, right}), 4).size(), 1u);
   EXPECT_EQ(get_handles(make_node_by_hand({{{0, 0, 1}, {0.1f, 0, 1}}, {{0.9f, 0, 1}, {1, 0, 1}}}), 4).size(), 1u);
 }
 
@@ -223,40 +195,23 @@ TEST(BvhClusters, boxes_at_a_time_are_blended_lanes) {
 }
 
 TEST(BvhClusters, stale_handles_have_no_box_and_no_weight) {
-  const GasBvh<4> tree = make_tree(make_box_scene(BoxKind::uniform, 50, 5).boxes), empty = make_tree({});
-  GasBvhMotion<4> motion, empty_motion;
-  motion.set_samples(tree, 1);
-  motion.update_sample(0, make_box_scene(BoxKind::uniform, 50, 5).boxes, nullptr);
-  empty_motion.set_samples(empty, 1);
-  const CoreBasicArray<void*> stale =
-      make_array({0xBC00'0000'0000'0000ull | tree.aligned_count, 0xBC00'0000'FFFF'FFFFull, 0xBC00'0004'0000'0000ull,
-                  0xBC00'FFFF'0000'0000ull});
-  FloatBox boxes[4];
-  float weights[4];
-  const auto expect_nothing = [&](uint count) {
-    for (uint k = 0; k < count; ++k) {
-      EXPECT_EQ(boxes[k], FloatBox());
-      EXPECT_EQ(weights[k], 0.0f);
-      boxes[k] = {{0, 0, 0}, {1, 1, 1}};
-      weights[k] = 1.0f;
-    }
+  const std::vector<FloatBox> items = make_box_scene(BoxKind::uniform, 50, 5).boxes;
+  const GasBvh<4> tree = make_tree(items), empty = make_tree({}), never_built;
+  const auto expect_nothing = [](const GasBvh<4>& of, const std::vector<u64>& handles) {
+    GasBvhMotion<4> motion;
+    ASSERT_TRUE(motion.set_samples(of, 1));
+    const FloatBox unit({0, 0, 0}, {1, 1, 1});
+    std::vector<FloatBox> boxes(handles.size(), unit), boxes_at(handles.size(), unit);
+    std::vector<float> weights(handles.size(), 1.0f);
+    bvh_get_clusters_bboxes(of, make_array(handles), boxes.data());
+    bvh_get_clusters_bboxes_at(of, motion, 0, 0, 0.0f, make_array(handles), boxes_at.data());
+    bvh_get_clusters_weights(of, make_array(handles), weights.data());
+    EXPECT_EQ(boxes, std::vector<FloatBox>(handles.size()));
+    EXPECT_EQ(boxes_at, std::vector<FloatBox>(handles.size()));
+    EXPECT_EQ(weights, std::vector<float>(handles.size(), 0.0f));
   };
-  std::fill_n(weights, 4, 0.0f);
-  expect_nothing(4);
-  bvh_get_clusters_bboxes(tree, stale, boxes);
-  bvh_get_clusters_weights(tree, stale, weights);
-  expect_nothing(4);
-  bvh_get_clusters_bboxes_at(tree, motion, 0, 0, 0.0f, stale, boxes);
-  std::fill_n(weights, 4, 0.0f);
-  expect_nothing(4);
-  for (const GasBvh<4>* none : std::initializer_list<const GasBvh<4>*>{&empty, nullptr}) {
-    const GasBvh<4> never_built;
-    const GasBvh<4>& nothing = none != nullptr ? *none : never_built;
-    bvh_get_clusters_bboxes(nothing, make_array({0}), boxes);
-    bvh_get_clusters_weights(nothing, make_array({0}), weights);
-    expect_nothing(1);
-    bvh_get_clusters_bboxes_at(nothing, empty_motion, 0, 0, 0.0f, make_array({0}), boxes);
-    weights[0] = 0.0f;
-    expect_nothing(1);
-  }
+  expect_nothing(tree, {make_cluster(tree.aligned_count, 0), make_cluster(0xFFFFFFFF, 0), make_cluster(0, 4),
+                        make_cluster(0, 0xFFFF)});
+  expect_nothing(empty, {0});
+  expect_nothing(never_built, {0});
 }

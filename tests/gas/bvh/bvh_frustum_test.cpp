@@ -1,4 +1,4 @@
-// The frustum kernel against planes tested one by one.
+// The frustum kernel: what it may leave untested, where it ends, where it starts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -6,7 +6,6 @@
 #include "gas/bvh/bvh_kernel.h"
 #include "support/query_world.h"
 #include "support/test_tree.h"
-#include "support/tree_oracle.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
 namespace {
@@ -41,50 +40,7 @@ class FrustumQuery {
   }
 };
 
-/// How far the box reaches in front of its worst plane.
-double get_reach(const FloatBox& box, const std::vector<GeometryPlane>& planes) {
-  double least = 1e300;
-  for (const GeometryPlane& plane : planes) {
-    double most = -1e300;
-    for (uint corner = 0; corner < 8; ++corner)
-      most = std::max(most, (GMathVec3<double>(box.get_corner(corner)) - plane.point).dot(plane.normal));
-    least = std::min(least, most);
-  }
-  return least;
-}
-
-constexpr u64 make_handle(uint node, uint lane) { return 0xBC00'0000'0000'0000ull | u64{lane} << 32 | node; }
-
 }  // namespace
-
-TEST(BvhFrustum, reaches_what_no_plane_shuts_out) {
-  RandomValues random(4);
-  for (const BoxKind kind : bounded_box_kinds) {
-    for (const BvhBuildParams& params : {make_params(), make_params(3, 2)}) {
-      const BoxScene scene = make_box_scene(kind, 400, 3);
-      const GasBvh<4> tree = make_tree(scene.boxes, params);
-      const std::vector<FloatBox> leaves = get_leaf_boxes(tree);
-      for (uint round = 0; round < 60; ++round) {
-        std::vector<GeometryPlane> planes;
-        for (uint k = 0; k < 1 + round % 6; ++k) planes.emplace_back(random.get_vec(0.7), random.get_vec());
-        for (const auto mode : {GeometryFrustumMode::any, GeometryFrustumMode::all}) {
-          FrustumQuery query(mode, planes);
-          const std::vector<uint> reached = query.run(tree);
-          bool surely_cut = false;
-          for (uint position = 0; position < tree.item_count; ++position) {
-            const uint item = tree.order[position];
-            const bool is_reached = std::binary_search(reached.begin(), reached.end(), item);
-            ASSERT_TRUE(is_reached || get_reach(scene.boxes[item], planes) < 1e-5) << scene << ", round " << round;
-            ASSERT_TRUE(!is_reached || get_reach(leaves[position], planes) > -1e-5) << scene << ", round " << round;
-            surely_cut |= !is_reached;
-          }
-          EXPECT_EQ(std::adjacent_find(reached.begin(), reached.end()), reached.end());
-          EXPECT_EQ(query.query.result.outside, surely_cut && mode == GeometryFrustumMode::all ? 1 : 0);
-        }
-      }
-    }
-  }
-}
 
 // The lanes below are made to lie: had they been tested again, their items would have been left out.
 TEST(BvhFrustum, takes_what_is_wholly_inside_without_further_tests) {
@@ -111,15 +67,15 @@ TEST(BvhFrustum, only_mode_all_ignores_the_cluster) {
   uint sum = 0;
   for (uint lane = 0; lane < tree.root.get_count(); ++lane) {
     const auto count = [&](GeometryFrustumMode mode) {
-      return static_cast<uint>(FrustumQuery(mode, {}, make_handle(0, lane)).run(tree).size());
+      return static_cast<uint>(FrustumQuery(mode, {}, make_cluster(0, lane)).run(tree).size());
     };
     sum += count(GeometryFrustumMode::any);
     EXPECT_EQ(count(GeometryFrustumMode::vertices), count(GeometryFrustumMode::any));
     EXPECT_EQ(count(GeometryFrustumMode::all), 300u);
   }
   EXPECT_EQ(sum, 300u);
-  EXPECT_TRUE(FrustumQuery(GeometryFrustumMode::any, {}, make_handle(tree.aligned_count, 0)).run(tree).empty());
-  EXPECT_TRUE(FrustumQuery(GeometryFrustumMode::any, {}, make_handle(0, 4)).run(tree).empty());
+  EXPECT_TRUE(FrustumQuery(GeometryFrustumMode::any, {}, make_cluster(tree.aligned_count, 0)).run(tree).empty());
+  EXPECT_TRUE(FrustumQuery(GeometryFrustumMode::any, {}, make_cluster(0, 4)).run(tree).empty());
 }
 
 TEST(BvhFrustum, answers_for_empty_trees_root_leaves_and_broken_planes) {

@@ -1,18 +1,13 @@
-// What all structures share: class records and their destructor entry, the memory account, messages, declared events.
+// What all structures share: class records and their destructor entry, the memory account, slices of tasks.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <set>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include "gas/frame/gas_class.h"
-#include "gas/frame/gas_events.h"
-#include "gas/frame/gas_log.h"
 #include "gas/frame/gas_memory.h"
 #include "gas/frame/gas_tasks.h"
-#include "gas/gas_clusterable.h"
 #include "support/test_scale.h"
 #include "vq_resource/resource_data.h"
 
@@ -34,14 +29,6 @@ class LargeProbe final : public Probe {
   char bytes[77] = {};
 };
 
-class Lazy final : public ResourceData {
- public:
-  static const CoreClassInfo& class_info() {
-    static const CoreClassInfo& info = gas_new_class("GasFrameTestLazy", ResourceData::class_info());
-    return info;
-  }
-};
-
 template <class Function>
 void run_on_threads(uint count, const Function& function) {
   std::vector<std::thread> threads;
@@ -59,61 +46,28 @@ TEST(GasClass, one_entry_destroys_objects_and_arrays_of_any_class) {
   EXPECT_EQ(destroyed, std::vector<int>{5});
 
   destroyed.clear();
-  EXPECT_TRUE(___class_destructor__(new Probe[0], true));
-  EXPECT_TRUE(destroyed.empty());
-
-  auto* probes = new Probe[3];
-  for (int k = 0; k < 3; ++k) probes[k].name = k;
-  EXPECT_TRUE(___class_destructor__(probes, true));
-  EXPECT_EQ(destroyed, (std::vector<int>{2, 1, 0}));
-
-  destroyed.clear();
   auto* large = new LargeProbe[3];
   for (int k = 0; k < 3; ++k) large[k].name = k;
   EXPECT_TRUE(___class_destructor__(large, true));
   EXPECT_EQ(destroyed, (std::vector<int>{102, 2, 101, 1, 100, 0}));
 }
 
-TEST(GasClass, threads_that_ask_at_once_get_one_record) {
-  const CoreClassInfo* found[8];
-  run_on_threads(8, [&](uint k) { found[k] = &Lazy::class_info(); });
-  for (const CoreClassInfo* info : found) EXPECT_EQ(info, found[0]);
-  EXPECT_EQ(CoreClassInfo::get_creation_count("GasFrameTestLazy"), 1u);
-  EXPECT_EQ(found[0]->get_base(), &ResourceData::class_info());
-  EXPECT_EQ(found[0]->get_destructor(), &___class_destructor__);
-  EXPECT_STREQ(GasClusterable::class_info().get_name(), "GasClusterable");
-  EXPECT_EQ(GasClusterable::class_info().get_base(), &GasObject::class_info());
-}
-
 TEST(GasMemory, reports_drifts_of_more_than_a_twentieth) {
-  const Probe structure;
-  GasMemoryAccount account;
-  account.reset(100'000);
-  EXPECT_EQ(structure.get_memory_advert_count(), 0u);
-  account.update(0, 4'000, structure);  // 4 % of what is then held
-  EXPECT_EQ(structure.get_memory_advert_count(), 0u);
-  EXPECT_EQ(account.get_advertised_size(), 100'000u);
-  EXPECT_EQ(account.get_current_size(), 104'000u);
-  account.update(4'000, 5'263, structure);  // 5263 is a twentieth of 105263: not more than it
-  EXPECT_EQ(structure.get_memory_advert_count(), 0u);
-  account.update(5'263, 5'265, structure);
-  EXPECT_EQ(structure.get_memory_advert_count(), 1u);
-  EXPECT_EQ(account.get_advertised_size(), 105'265u);
-  account.update(5'265, 5'265, structure);
-  EXPECT_EQ(structure.get_memory_advert_count(), 1u);
-
-  account.reset(100'000);
-  account.update(10'000, 6'000, structure);
-  EXPECT_EQ(structure.get_memory_advert_count(), 1u);
-  account.update(6'000, 0, structure);  // shrinking counts as well
-  EXPECT_EQ(structure.get_memory_advert_count(), 2u);
-  EXPECT_EQ(account.get_advertised_size(), 90'000u);
-  account.reset(0);
-  account.update(0, 1, structure);
-  EXPECT_EQ(structure.get_memory_advert_count(), 3u);
-  account.update(1, 0, structure);
-  EXPECT_EQ(structure.get_memory_advert_count(), 4u);
-  EXPECT_EQ(account.get_current_size(), 0u);
+  const struct {
+    u64 start, before, after;
+    bool is_reported;
+  } rows[] = {{100'000, 0, 4'000, false}, {100'000, 0, 5'263, false},  // a twentieth of 105263
+              {100'000, 0, 5'264, true},  {100'000, 5'000, 0, true},   // shrinking counts as well
+              {100'000, 4'000, 0, false}, {100'000, 3'000, 3'000, false}, {0, 0, 1, true}, {1, 1, 0, true}};
+  for (const auto& row : rows) {
+    const Probe structure;
+    GasMemoryAccount account;
+    account.reset(row.start);
+    account.update(row.before, row.after, structure);
+    EXPECT_EQ(structure.get_memory_advert_count(), row.is_reported ? 1u : 0u) << row.start << " " << row.after;
+    EXPECT_EQ(account.get_current_size(), row.start + row.after - row.before);
+    EXPECT_EQ(account.get_advertised_size(), row.is_reported ? account.get_current_size() : row.start);
+  }
 }
 
 // Growing from 1 in steps of 1, each report multiplies what was advertised by 20/19 at least.
@@ -129,49 +83,8 @@ TEST(GasMemory, many_threads_report_each_drift_once) {
   // A hundred more for threads that sleep between their sum and their look at what was advertised.
   const double most_reports = 121.0 + std::log(4.0 * steps) / std::log(20.0 / 19.0);
   EXPECT_LE(structure.get_memory_advert_count(), static_cast<uint>(most_reports));
-  const u64 advertised = account.get_advertised_size();
   account.update(0, 0, structure);
-  EXPECT_LE(account.get_current_size() - account.get_advertised_size(), account.get_current_size() / 20)
-      << "advertised " << advertised << " before";
-}
-
-TEST(GasLog, builds_a_text_only_when_somebody_reads_it) {
-  CoreLogHandler& handler = CoreLogHandler::get_main();
-  std::vector<std::string> texts;
-  const auto former = handler.set_sink([&](const CoreString& text, const uint& level) {
-    texts.push_back(std::to_string(level) + " " + text.get_data());
-  });
-  uint built = 0;
-  const auto log = [&](uint level) {
-    gas_log(level, [&](CoreLogStream& message) { message << "number " << ++built << "\n"; });
-  };
-  handler.set_level(1);
-  log(gas_log_warning);
-  EXPECT_EQ(built, 0u);
-  log(gas_log_error);
-  handler.set_level(0);
-  log(gas_log_error);
-  handler.set_level(2);
-  log(gas_log_warning);
-  handler.set_sink(former);
-  EXPECT_EQ(built, 2u);
-  EXPECT_EQ(texts, (std::vector<std::string>{"1 number 1\n", "2 number 2\n"}));
-}
-
-TEST(GasEvents, every_event_of_the_host_is_declared_once) {
-  std::set<std::string> names;
-  std::set<uint> numbers;
-  bool has_destroy = false;
-  for (const EventDeclaration& declaration : gas_get_event_declarations()) {
-    EXPECT_TRUE(declaration.is_unique) << declaration.name.get_data();
-    names.insert(declaration.name.get_data());
-    numbers.insert(static_cast<uint>(declaration.id));
-    has_destroy |= std::string(declaration.name.get_data()) == "EVT_ID_DESTROY";
-  }
-  EXPECT_EQ(gas_get_event_declarations().size(), 133u);
-  EXPECT_EQ(names.size(), 133u);
-  EXPECT_EQ(numbers.size(), 133u);
-  EXPECT_TRUE(has_destroy);
+  EXPECT_LE(account.get_current_size() - account.get_advertised_size(), account.get_current_size() / 20);
 }
 
 TEST(GasTasks, slices_cover_every_item_once) {
