@@ -1,5 +1,3 @@
-// tests/tools/image_file.h
-//
 // Reads pictures back, by code that shares nothing with the program's writers.
 #pragma once
 #include <array>

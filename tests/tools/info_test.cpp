@@ -13,10 +13,7 @@ std::string make_triangles_obj(int count) {
   std::string obj;
   for (int k = 0; k < count; ++k) {
     const std::string x = std::to_string(2 * k), next = std::to_string(2 * k + 1);
-    obj += "v " + x + " 0 0\nv " + next + " 0 0\nv " + x + " 1 0\n";
-  }
-  for (int k = 0; k < count; ++k) {
-    obj += "f " + std::to_string(3 * k + 1) + ' ' + std::to_string(3 * k + 2) + ' ' + std::to_string(3 * k + 3) + '\n';
+    obj += "v " + x + " 0 0\nv " + next + " 0 0\nv " + x + " 1 0\nf -3 -2 -1\n";
   }
   return obj;
 }
@@ -47,8 +44,6 @@ TEST(VqgasInfo, numbers_agree_with_the_file_and_with_each_other) {
     EXPECT_NEAR(nodes * scene["children_per_node"].get<double>(), nodes - 1 + kept, 1e-6 * kept);
     EXPECT_GE(scene["depth"].get<double>(), std::log(kept) / std::log(4.0));
     const auto& bytes = scene["bytes_per_primitive"];
-    EXPECT_NEAR(bytes["aligned nodes"].get<double>() * kept, 128.0 * scene["nodes"]["aligned"].get<double>(),
-                1e-6 * kept);
     EXPECT_EQ(bytes["item order"], 4.0);
     ASSERT_EQ(scene["clusters"].size(), 3u);
     EXPECT_LE(scene["clusters"][0]["made"], scene["clusters"][1]["made"]);
@@ -59,27 +54,4 @@ TEST(VqgasInfo, numbers_agree_with_the_file_and_with_each_other) {
     EXPECT_GT(stages, 0.0);
     EXPECT_LE(stages, 1.05 * whole + 1e-3);
   }
-}
-
-TEST(VqgasInfo, the_table_is_one_per_file_and_quiet_prints_nothing) {
-  const TestFolder folder;
-  folder.write("a.obj", make_cube_obj(1.0));
-  folder.write("b.obj", make_cube_obj(2.0));
-  const ProgramResult loud = run_vqgas(folder.get_path(), {"info", "a.obj", "b.obj", "--threads", "1"});
-  EXPECT_EQ(loud.exit_code, 0);
-  EXPECT_EQ(loud.err, "");
-  const std::size_t first = loud.out.find("a.obj\n"), second = loud.out.find("b.obj\n");
-  ASSERT_NE(first, std::string::npos);
-  ASSERT_NE(second, std::string::npos);
-  for (const char* row :
-       {"primitives kept", "primitives dropped", "aligned nodes", "quantized nodes", "oriented nodes", "depth",
-        "leaves", "surface-area cost", "bytes per primitive", "build on 1 thread", "Compute primitives AABB",
-        "Split items", "Finalize", "Mprim/s", "clusters at 16", "clusters at 64", "clusters at 1024"}) {
-    const std::size_t place = loud.out.find(row);
-    EXPECT_LT(place, second) << row << "\n" << loud.out;
-    EXPECT_NE(loud.out.find(row, second), std::string::npos) << row;
-  }
-  const ProgramResult quiet = run_vqgas(folder.get_path(), {"info", "a.obj", "--quiet", "--json", "a.json"});
-  EXPECT_EQ(quiet.out + quiet.err, "");
-  EXPECT_TRUE(nlohmann::json::accept(folder.read("a.json")));
 }

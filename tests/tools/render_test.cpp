@@ -1,12 +1,8 @@
-// tests/tools/render_test.cpp
-//
 // Pictures are read back and compared with what the camera must see.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <csignal>
-#include <nlohmann/json.hpp>
 #include <numbers>
 
 #include "tools/image_file.h"
@@ -77,8 +73,6 @@ TEST(VqgasRender, exr_channels_hold_what_each_pixel_sees) {
       EXPECT_FLOAT_EQ(value("N.Z"), 1.0f);
       EXPECT_EQ(number("primitive"), in_front ? 0u : point.y > 0.0 ? 1u : 2u);
       EXPECT_EQ(number("group"), in_front || point.y > 0.0 ? 0u : 1u);
-      EXPECT_GT(value("R"), 0.0f);
-      EXPECT_GE(value("heat.nodes"), 1.0f);
       EXPECT_GE(value("heat.leaves"), 1.0f);
       if (!in_front) continue;
       EXPECT_NEAR(value("UV.U"), 0.5 * (point.x + 1.0), 1e-6);
@@ -91,11 +85,10 @@ TEST(VqgasRender, exr_channels_hold_what_each_pixel_sees) {
 TEST(VqgasRender, png_is_one_file_a_layer) {
   const TestFolder folder;
   folder.write("squares.obj", make_squares_obj());
-  ASSERT_EQ(run_vqgas(folder.get_path(), make_line("squares.obj", "s.png")).exit_code, 0);
-  const std::vector<std::string> expected = {"s.count.png",  "s.depth.png", "s.group.png",    "s.heat.png",
-                                             "s.normal.png", "s.png",       "s.position.png", "s.primitive.png",
-                                             "s.uv.png",     "squares.obj"};
-  EXPECT_EQ(folder.list(), expected);
+  const ProgramResult result = run_vqgas(folder.get_path(), make_line("squares.obj", "s.png"));
+  ASSERT_EQ(result.exit_code, 0);
+  EXPECT_EQ(result.out + result.err, "") << "quiet";
+  EXPECT_EQ(folder.list().size(), 10u) << "nine layers and the mesh";
   const PngFile normal = read_png(folder.get_path() / "s.normal.png");
   ASSERT_EQ(normal.width, 64u);
   ASSERT_EQ(normal.height, 48u);
@@ -103,14 +96,6 @@ TEST(VqgasRender, png_is_one_file_a_layer) {
   EXPECT_EQ(normal.at(0, 0), (std::array<int, 3>{0, 0, 0}));
   const PngFile depth = read_png(folder.get_path() / "s.depth.png");
   EXPECT_GT(depth.at(32, 24)[0], depth.at(16, 24)[0]) << "near is light";
-  const PngFile heat = read_png(folder.get_path() / "s.heat.png");
-  EXPECT_GT(heat.height, 48u) << "room for the legend";
-
-  ASSERT_EQ(
-      run_vqgas(folder.get_path(), {"render", "squares.obj", "-o", "only.png", "--layers", "depth", "--size", "8x8"})
-          .exit_code,
-      0);
-  EXPECT_EQ(read_png(folder.get_path() / "only.png").width, 8u) << "a single layer takes the name as it stands";
 }
 
 TEST(VqgasRender, views_show_everything_and_fill_the_picture) {
@@ -131,10 +116,8 @@ TEST(VqgasRender, views_show_everything_and_fill_the_picture) {
       covered += hit;
     }
     EXPECT_GT(covered, 90 * 60 / 3) << view;
-    const std::size_t middle = 30 * 90 + 45;
-    const char* const facing = view == "front" ? "N.Z" : view == "side" ? "N.X" : view == "top" ? "N.Y" : nullptr;
-    if (facing != nullptr) {
-      EXPECT_EQ(exr.values.at(facing)[middle], 1.0f) << view;
+    if (view != "three-quarter") {
+      EXPECT_EQ(exr.values.at(view == "front" ? "N.Z" : view == "side" ? "N.X" : "N.Y")[30 * 90 + 45], 1.0f) << view;
     }
   }
 }
@@ -144,19 +127,8 @@ TEST(VqgasRender, threads_do_not_change_a_byte) {
   for (const std::string scene : {"demo:knot", "demo:jelly"}) {
     std::string pictures[2];
     for (const int threads : {1, 2}) {
-      std::vector<std::string> line = {"render",
-                                       scene,
-                                       "-o",
-                                       "p.exr",
-                                       "--size",
-                                       "80x50",
-                                       "--samples",
-                                       "3",
-                                       "--layers",
-                                       all_layers,
-                                       "--floor",
-                                       "--threads",
-                                       std::to_string(threads)};
+      std::vector<std::string> line = make_line(scene, "p.exr");
+      line.insert(line.end(), {"--floor", "--threads", std::to_string(threads)});
       if (scene == "demo:jelly") line.insert(line.end(), {"--shutter", "0,1"});
       ASSERT_EQ(run_vqgas(folder.get_path(), line).exit_code, 0);
       pictures[threads - 1] = folder.read("p.exr");
@@ -164,41 +136,6 @@ TEST(VqgasRender, threads_do_not_change_a_byte) {
     EXPECT_FALSE(pictures[0].empty());
     EXPECT_TRUE(pictures[0] == pictures[1]) << scene;
   }
-}
-
-TEST(VqgasRender, an_open_shutter_blurs_what_moves) {
-  // Seen from the front, the ball of the pond covers places that it covers at no single moment alone.
-  const TestFolder folder;
-  const auto render = [&](const std::vector<std::string>& shutter) {
-    std::vector<std::string> line = {"render", "demo:wave", "-o", "w.exr",    "--size",
-                                     "60x40",  "--samples", "16", "--camera", "0,1.4,6/-0.2,1.4,0.4/0,1,0/16"};
-    line.insert(line.end(), shutter.begin(), shutter.end());
-    EXPECT_EQ(run_vqgas(folder.get_path(), line).exit_code, 0);
-    return read_exr(folder.get_path() / "w.exr").values.at("A");
-  };
-  const auto count_partly = [](const std::vector<float>& coverage) {
-    return std::count_if(coverage.begin(), coverage.end(), [](float a) { return a > 0.1f && a < 0.9f; });
-  };
-  const auto sharp = count_partly(render({})), closed = count_partly(render({"--shutter", "0.5,0.5"}));
-  const auto blurred = count_partly(render({"--shutter", "0,1"}));
-  EXPECT_GT(blurred, sharp + 40);
-  EXPECT_GT(blurred, closed + 40);
-}
-
-TEST(VqgasRender, quiet_behind_a_pipe_and_complete_in_its_report) {
-  const TestFolder folder;
-  folder.write("a.obj", make_cube_obj(1.0));
-  folder.write("b.obj", make_squares_obj());
-  const ProgramResult result = run_vqgas(folder.get_path(), {"render", "a.obj", "b.obj", "-o", "x.png", "-o", "x.exr",
-                                                             "--size", "16x16", "--json", "r.json"});
-  EXPECT_EQ(result.exit_code, 0);
-  EXPECT_EQ(result.err, "") << "no progress line where nobody watches";
-  EXPECT_NE(result.out.find("x.png\nx.exr\n"), std::string::npos);
-  const auto report = nlohmann::json::parse(folder.read("r.json"));
-  EXPECT_EQ(report["primitives"], 9) << "several files are one mesh";
-  EXPECT_EQ(report["written"], nlohmann::json({"x.png", "x.exr"}));
-  EXPECT_EQ(report["rays"]["camera"], 16 * 16 * 16);
-  EXPECT_EQ(run_vqgas(folder.get_path(), {"render", "a.obj", "-o", "y.png", "--size", "4x4", "--quiet"}).out, "");
 }
 
 TEST(VqgasRender, an_interrupt_leaves_whole_files_or_none) {

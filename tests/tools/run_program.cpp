@@ -27,12 +27,10 @@ void redirect(int descriptor, const fs::path& path, int flags) {
   close(file);
 }
 
-pid_t start(const fs::path& folder, const std::vector<std::string>& arguments, const fs::path& streams) {
+pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs::path& streams) {
   std::vector<char*> words;
-  std::string program = VQGAS_PROGRAM;
-  words.push_back(program.data());
-  std::vector<std::string> copies = arguments;
-  for (std::string& argument : copies) words.push_back(argument.data());
+  arguments.insert(arguments.begin(), VQGAS_PROGRAM);
+  for (std::string& argument : arguments) words.push_back(argument.data());
   words.push_back(nullptr);
   const pid_t child = fork();
   if (child != 0) return child;
@@ -103,8 +101,9 @@ std::vector<std::string> TestFolder::list() const {
 std::string make_cube_obj(double half_side, int first_vertex) {
   std::ostringstream obj;
   for (int corner = 0; corner < 8; ++corner) {
-    obj << "v " << (corner & 1 ? half_side : -half_side) << ' ' << (corner & 2 ? half_side : -half_side) << ' '
-        << (corner & 4 ? half_side : -half_side) << '\n';
+    obj << 'v';
+    for (const int axis : {1, 2, 4}) obj << ' ' << (corner & axis ? half_side : -half_side);
+    obj << '\n';
   }
   const int quads[6][4] = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};
   for (const auto& quad : quads) {

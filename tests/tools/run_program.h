@@ -1,5 +1,3 @@
-// tests/tools/run_program.h
-//
 // Starts vqgas as a shell would and collects what it leaves behind.
 #pragma once
 #include <sys/types.h>

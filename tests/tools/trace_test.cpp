@@ -1,21 +1,15 @@
-// tests/tools/trace_test.cpp
-//
 // Rays against shapes whose hits are known in closed form.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <random>
 #include <sstream>
 
 #include "tools/run_program.h"
 
 namespace {
-
-const char* const csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z";
 
 /// A row of the CSV: 12 fields, the numbers of a hit in `values`; a miss has none.
 struct Row {
@@ -29,22 +23,16 @@ std::vector<Row> read_rows(const ProgramResult& result) {
   std::istringstream lines(result.out);
   std::string line;
   std::getline(lines, line);
-  EXPECT_EQ(line, csv_header);
+  EXPECT_EQ(line, "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z");
   std::vector<Row> rows;
   while (std::getline(lines, line)) {
-    std::vector<std::string> fields(1);
-    for (const char c : line) {
-      if (c == ',') {
-        fields.emplace_back();
-      } else {
-        fields.back() += c;
-      }
-    }
+    std::vector<std::string> fields;
+    std::istringstream text(line + ',');
+    for (std::string field; std::getline(text, field, ',');) fields.push_back(field);
     EXPECT_EQ(fields.size(), 12u) << line;
     Row row;
     row.ray = std::stoul(fields[0]);
     for (std::size_t k = 1; k < fields.size() && !fields[1].empty(); ++k) row.values.push_back(std::stod(fields[k]));
-    for (std::size_t k = 1; k < fields.size() && fields[1].empty(); ++k) EXPECT_EQ(fields[k], "") << line;
     rows.push_back(row);
   }
   return rows;
@@ -101,45 +89,20 @@ std::vector<Ray> make_rays(std::size_t count) {
 
 }  // namespace
 
-TEST(VqgasTrace, nearest_hits_of_a_cube_are_those_of_the_closed_form) {
-  const TestFolder folder;
-  folder.write("cube.obj", make_cube_obj(1.0));
-  const std::vector<Ray> rays = make_rays(5000);
-  const std::vector<Row> rows = read_rows(run_vqgas(folder.get_path(), {"trace", "cube.obj"}, print_rays(rays)));
-  ASSERT_EQ(rows.size(), rays.size());
-  std::size_t hit_count = 0;
-  for (std::size_t k = 0; k < rays.size(); ++k) {
-    const CubeHits expected = cross_cube(rays[k], 1.0);
-    SCOPED_TRACE(print_rays({rays[k]}));
-    ASSERT_EQ(rows[k].ray, k);
-    ASSERT_EQ(!rows[k].values.empty(), expected.is_hit());
-    if (!expected.is_hit()) continue;
-    ++hit_count;
-    const std::vector<double>& hit = rows[k].values;
-    EXPECT_NEAR(hit[0], expected.enter.distance, 1e-12 * expected.enter.distance);
-    EXPECT_EQ(hit[1], expected.enter.face);
-    EXPECT_EQ(hit[2], 0.0);
-    EXPECT_TRUE(hit[3] >= 0.0 && hit[4] >= 0.0 && hit[3] + hit[4] <= 1.0 + 1e-12);
-    for (int axis = 0; axis < 3; ++axis) {
-      const double outward = expected.enter.face / 2 == axis ? (expected.enter.face % 2 == 0 ? -1.0 : 1.0) : 0.0;
-      EXPECT_NEAR(hit[5 + axis], outward, 1e-12);
-      EXPECT_NEAR(hit[8 + axis], rays[k].origin[axis] + expected.enter.distance * rays[k].direction[axis], 1e-11);
-    }
-  }
-  EXPECT_GT(hit_count, rays.size() / 4);
-  EXPECT_LT(hit_count, rays.size());
-}
-
-TEST(VqgasTrace, all_hits_of_nested_cubes_come_in_order_and_complete) {
+TEST(VqgasTrace, hits_of_nested_cubes_are_those_of_the_closed_form) {
   constexpr int cubes = 7;
   std::string obj;
   for (int cube = 0; cube < cubes; ++cube) obj += make_cube_obj(0.25 * (cube + 1), 8 * cube + 1);
   const TestFolder folder;
   folder.write("cubes.obj", obj);
-  const std::vector<Ray> rays = make_rays(2000);
-  const ProgramResult result = run_vqgas(folder.get_path(), {"trace", "cubes.obj", "--all"}, print_rays(rays));
+  const std::vector<Ray> rays = make_rays(3000);
+  const std::string input = print_rays(rays);
   std::vector<std::vector<Row>> found(rays.size());
-  for (const Row& row : read_rows(result)) found.at(row.ray).push_back(row);
+  for (const Row& row : read_rows(run_vqgas(folder.get_path(), {"trace", "cubes.obj", "--all"}, input)))
+    found.at(row.ray).push_back(row);
+  const std::vector<Row> nearest = read_rows(run_vqgas(folder.get_path(), {"trace", "cubes.obj"}, input));
+  ASSERT_EQ(nearest.size(), rays.size());
+  std::size_t misses = 0;
   for (std::size_t k = 0; k < rays.size(); ++k) {
     SCOPED_TRACE(print_rays({rays[k]}));
     std::vector<std::pair<double, int>> expected;
@@ -150,17 +113,25 @@ TEST(VqgasTrace, all_hits_of_nested_cubes_come_in_order_and_complete) {
       expected.emplace_back(hits.leave.distance, 6 * cube + hits.leave.face);
     }
     std::sort(expected.begin(), expected.end());
-    if (expected.empty()) {
-      ASSERT_EQ(found[k].size(), 1u);
-      EXPECT_TRUE(found[k][0].values.empty());
-      continue;
-    }
-    ASSERT_EQ(found[k].size(), expected.size());
+    misses += expected.empty();
+    ASSERT_EQ(found[k].size(), std::max<std::size_t>(expected.size(), 1));  // a miss has a row, without numbers
+    ASSERT_EQ(found[k][0].values.empty(), expected.empty());
+    EXPECT_EQ(nearest[k].ray, k);
+    EXPECT_EQ(nearest[k].values, found[k][0].values);
     for (std::size_t h = 0; h < expected.size(); ++h) {
-      EXPECT_NEAR(found[k][h].values.at(0), expected[h].first, 1e-12 * expected[h].first);
-      EXPECT_EQ(found[k][h].values[1], expected[h].second);
+      const std::vector<double>& hit = found[k][h].values;
+      const auto [distance, primitive] = expected[h];
+      EXPECT_NEAR(hit[0], distance, 1e-12 * distance);
+      EXPECT_EQ(hit[1], primitive);
+      for (int axis = 0; axis < 3; ++axis) {
+        const double outward = primitive % 6 / 2 == axis ? (primitive % 2 == 0 ? -1.0 : 1.0) : 0.0;
+        EXPECT_NEAR(hit[5 + axis], outward, 1e-12);
+        EXPECT_NEAR(hit[8 + axis], rays[k].origin[axis] + distance * rays[k].direction[axis], 1e-11);
+      }
     }
   }
+  EXPECT_GT(misses, 0u);
+  EXPECT_LT(misses, rays.size() / 2);
 }
 
 TEST(VqgasTrace, polygons_keep_their_number_in_the_file_and_their_concave_outline) {
@@ -191,19 +162,6 @@ TEST(VqgasTrace, polygons_keep_their_number_in_the_file_and_their_concave_outlin
   expect_hit(5, 4, 1.0, 2, 1);
 }
 
-TEST(VqgasTrace, the_interval_cuts_hits_off) {
-  const TestFolder folder;
-  folder.write("cube.obj", make_cube_obj(1.0));
-  const std::vector<Row> rows = read_rows(run_vqgas(
-      folder.get_path(), {"trace", "cube.obj", "--ray", "0.1,0.2,5,0,0,-1,4.5,100", "--ray", "0.1,0.2,5,0,0,-1,0,3.9",
-                          "--ray", "0.1,0.2,5,0,0,-1,4.5,5.5", "--ray", "0.1,0.2,5,0,0,-1,9,1", "--ray", "0,0,0,0,0,0",
-                          "--ray", "nan,0,0,0,0,1", "--ray", "0.1,0.2,0,0,0,1"}));
-  ASSERT_EQ(rows.size(), 7u);
-  for (const std::size_t miss : {1, 2, 3, 4, 5}) EXPECT_TRUE(rows[miss].values.empty()) << miss;
-  EXPECT_DOUBLE_EQ(rows[0].values.at(0), 6.0);
-  EXPECT_DOUBLE_EQ(rows[6].values.at(0), 1.0);
-}
-
 TEST(VqgasTrace, rays_on_standard_input_may_have_a_header_and_blank_lines) {
   const TestFolder folder;
   folder.write("cube.obj", make_cube_obj(1.0));
@@ -225,26 +183,6 @@ TEST(VqgasTrace, rays_on_standard_input_may_have_a_header_and_blank_lines) {
   }
 }
 
-TEST(VqgasTrace, json_says_what_the_csv_says) {
-  const TestFolder folder;
-  folder.write("cube.obj", make_cube_obj(1.0));
-  const std::string rays = print_rays(make_rays(50));
-  const std::vector<Row> rows =
-      read_rows(run_vqgas(folder.get_path(), {"trace", "cube.obj", "--json", "r.json"}, rays));
-  const auto printed =
-      nlohmann::json::parse(run_vqgas(folder.get_path(), {"trace", "cube.obj", "--format", "json"}, rays).out);
-  EXPECT_EQ(printed, nlohmann::json::parse(folder.read("r.json")));
-  ASSERT_EQ(printed["rays"].size(), rows.size());
-  for (std::size_t k = 0; k < rows.size(); ++k) {
-    const auto& hits = printed["rays"][k]["hits"];
-    ASSERT_EQ(hits.size(), rows[k].values.empty() ? 0u : 1u);
-    if (hits.empty()) continue;
-    EXPECT_EQ(hits[0]["distance"].get<double>(), rows[k].values[0]);
-    EXPECT_EQ(hits[0]["primitive"].get<int>(), rows[k].values[1]);
-    EXPECT_EQ(hits[0]["position"][2].get<double>(), rows[k].values[10]);
-  }
-}
-
 TEST(VqgasTrace, rays_see_a_moving_mesh_at_their_own_times) {
   // The ball of the pond rests at (-0.5, 0.75, 0.4) with radius 0.55 and flies along (0.55 t, 1.6 t - t^2, 0).
   const TestFolder folder;
@@ -262,11 +200,7 @@ TEST(VqgasTrace, rays_see_a_moving_mesh_at_their_own_times) {
 
 TEST(VqgasTrace, threads_do_not_change_a_byte) {
   const TestFolder folder;
-  std::vector<Ray> rays = make_rays(20000);
-  for (Ray& ray : rays) {
-    for (double& value : ray.origin) value *= 2.0;
-  }
-  const std::string text = print_rays(rays);
+  const std::string text = print_rays(make_rays(20000));
   const std::string one = run_vqgas(folder.get_path(), {"trace", "demo:gallery", "--all", "--threads", "1"}, text).out;
   EXPECT_GT(one.size(), 100000u);
   EXPECT_EQ(one, run_vqgas(folder.get_path(), {"trace", "demo:gallery", "--all", "--threads", "3"}, text).out);
