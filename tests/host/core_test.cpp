@@ -1,9 +1,7 @@
-// Containers, class records and aligned memory.
+// Containers, one destructor entry and aligned memory.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
 
 #include "vq_core/core_array.h"
 #include "vq_core/core_base_type.h"
@@ -51,20 +49,6 @@ TEST(CoreBasicArray, a_size_beyond_all_memory_is_refused_and_changes_nothing) {
   EXPECT_EQ(vector.get_capacity(), 1u);
 }
 
-TEST(CoreArray, objects_live_through_copies_moves_and_sizes) {
-  CoreArray<std::string> a(2);
-  a[0] = long_text;
-  CoreArray<std::string> b(a);
-  a[0] = "changed";
-  ASSERT_TRUE(b.resize(4));
-  EXPECT_EQ(b[3], "");
-  ASSERT_TRUE(b.resize(1));
-  a = b;
-  b = std::move(a);
-  EXPECT_TRUE(a.is_empty());  // NOLINT(bugprone-use-after-move)
-  EXPECT_EQ(b[0], long_text);
-}
-
 template <class T>
 void check_vector(T (*make)(uint)) {
   CoreVector<T> v;
@@ -86,9 +70,6 @@ void check_vector(T (*make)(uint)) {
   copy.resize(3);
   EXPECT_EQ(copy[1], make(2));
   EXPECT_EQ(copy[2], T());
-  const CoreVector<T> taken(std::move(copy));
-  EXPECT_EQ(copy.get_capacity(), 0u);  // NOLINT(bugprone-use-after-move)
-  EXPECT_EQ(taken[0], make(77));
 }
 
 TEST(CoreVector, grows_and_copies_whatever_it_holds) {
@@ -112,40 +93,21 @@ TEST(CoreSet, keeps_the_order_of_adding) {
   EXPECT_FALSE(set.contains("c"));
 }
 
+uint destroyed = 0;
+
 // State beyond the base: a stride that no guess of a base's size would give.
 class Counted : public CoreCustomData {
  public:
-  ~Counted() override { destroyed.push_back(number); }
-  uint number = 0;
+  ~Counted() override { destroyed += text == long_text; }
   std::string text = long_text;
-  static std::vector<uint> destroyed;
 };
-std::vector<uint> Counted::destroyed;
 
 TEST(CoreBaseType, one_destructor_entry_serves_objects_and_arrays) {
-  Counted::destroyed.clear();
-  auto* items = new Counted[5];
-  for (uint i = 0; i < 5; ++i) items[i].number = i;
-  EXPECT_TRUE(core_destroy_object(items, true));
+  EXPECT_TRUE(core_destroy_object(new Counted[5], true));
   EXPECT_TRUE(core_destroy_object(new Counted[0], true));
-  EXPECT_EQ(Counted::destroyed, (std::vector<uint>{4, 3, 2, 1, 0}));
   EXPECT_TRUE(core_destroy_object(new Counted, false));
-  EXPECT_EQ(Counted::destroyed.size(), 6u);
   EXPECT_TRUE(core_destroy_object(nullptr, true));
-}
-
-TEST(CoreClassInfo, threads_register_classes_at_once) {
-  const char* const names[4] = {"CoreTest0", "CoreTest1", "CoreTest2", "CoreTest3"};
-  const CoreClassInfo* made[4] = {};
-  std::vector<std::thread> threads;
-  for (uint t = 0; t < 4; ++t)
-    threads.emplace_back([&, t] {
-      made[t] = &CoreClassInfo::new_class(names[t], core_destroy_object, CoreCustomData::class_info(), nullptr);
-    });
-  for (std::thread& thread : threads) thread.join();
-  for (uint t = 0; t < 4; ++t) EXPECT_EQ(CoreClassInfo::find(names[t]), made[t]);
-  EXPECT_TRUE(made[0]->is_kindof(CoreBaseType::class_info()));
-  EXPECT_FALSE(CoreBaseType::class_info().is_kindof(*made[0]));
+  EXPECT_EQ(destroyed, 6u);
 }
 
 TEST(CoreMemory, blocks_are_aligned_or_null) {

@@ -119,36 +119,6 @@ TEST(IntersectionMap, lifts_only_hits_from_one_level_deeper) {
   expect_same(transforms[1].matrix2, outer2 * inner2);
 }
 
-TEST(HitList, composes_the_matrices_of_all_levels) {
-  QueryWorld world;
-  RandomValues random(2);
-  PolyMesh mesh;
-  create_sheets(mesh);
-  GeometryRayPacket packet;
-  packet.resize(2);
-  for (uint ray = 0; ray < 2; ++ray) packet.set_ray(ray, {0, 0, 0}, {0, 0, 1});
-  GeometryRaytraceCtx& outer = packet.begin_all_hits(world.shading);
-  std::vector<GeometryRayMatrix> first(2), second(2);
-  for (uint ray = 0; ray < 2; ++ray) {
-    first[ray].matrix = make_matrix(random);
-    second[ray].matrix = make_matrix(random);
-  }
-  GeometryRaytraceCtx middle = outer, inner = outer;
-  middle.parent = &outer, middle.matrices = first.data(), middle.level = 1;
-  inner.parent = &middle, inner.matrices = second.data(), inner.level = 2;
-  test_primitives(world, mesh, outer);
-  test_primitives(world, mesh, inner);
-  const std::vector<GeometryHit>& hits = packet.get_hits().get_hits();
-  ASSERT_EQ(hits.size(), 12u);  // three sheets for each ray, both times
-  for (uint k = 0; k < 12; ++k) {
-    EXPECT_EQ(hits[k].hit.level, 0u);
-    EXPECT_EQ(hits[k].hit.transform == core_invalid_index, k < 6);
-    if (k >= 6)
-      expect_same(packet.get_hits().get_transform(hits[k].hit).matrix,
-                  first[hits[k].ray].matrix * second[hits[k].ray].matrix);
-  }
-}
-
 TEST(IntersectionPath, keeps_its_elements_when_it_outgrows_itself) {
   GeometryIntersectionPath path, copy;
   for (uint k = 0; k < 9; ++k) path.add({k, nullptr, nullptr});
@@ -211,25 +181,6 @@ TEST(MotionSpans, of_the_active_range_never_lead_beyond_the_last_sample) {
   query.last_ray = 2;
   closed.init_raytrace_ctx(query);
   for (uint ray = 0; ray < 5; ++ray) EXPECT_EQ(query.spans[ray].second, ray == 1 || ray == 2 ? 0 : first[ray] + 1);
-}
-
-TEST(RayPacket, starts_each_query_anew_and_may_be_empty) {
-  QueryWorld world;
-  PolyMesh mesh;
-  create_sheets(mesh);
-  GeometryRayPacket packet;
-  test_primitives(world, mesh, packet.begin_nearest(world.shading));  // no ray at all
-  packet.resize(3);
-  for (uint ray = 0; ray < 3; ++ray) packet.set_ray(ray, {0, 0, 0}, {0, 0, 1}, 0.0, 2.5 - ray);
-  for (uint repeat = 0; repeat < 2; ++repeat) {
-    test_primitives(world, mesh, packet.begin_nearest(world.shading));
-    EXPECT_EQ(packet.get_nearest(0).primitive, 2u);
-    EXPECT_EQ(packet.get_nearest(1).primitive, 2u);
-    EXPECT_EQ(packet.get_nearest(2).geometry, nullptr);
-    packet.get_ray(0).set({0, 0, 0}, {0, 0, 1});
-    test_primitives(world, mesh, packet.begin_all_hits(world.shading));
-    EXPECT_EQ(packet.get_hits().get_hits().size(), 3u);
-  }
 }
 
 }  // namespace

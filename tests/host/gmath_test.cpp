@@ -1,4 +1,4 @@
-// Matrices, boxes, rays and time samplings.
+// Inverses, numbers that are none and time samplings.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -30,31 +30,6 @@ TEST(GMathMatrix, inverse_undoes_from_either_side) {
     }
   }
   EXPECT_GT(checked, 1000u);
-}
-
-TEST(GMathMatrix, transforms_planes_boxes_and_rays_alike) {
-  RandomValues random(2);
-  for (uint k = 0; k < 1000; ++k) {
-    Matrix matrix;
-    for (uint r = 0; r < 3; ++r)
-      for (uint c = 0; c < 4; ++c) matrix.m[r][c] = random.get();
-    const Vec p = random.get_vec(), q = random.get_vec(), normal = random.get_vec();
-    // A world plane's normal, taken to object space, measures object vectors as the plane does in the world.
-    EXPECT_NEAR(matrix.transform_normal_transposed(normal).dot(p), normal.dot(matrix.transform_vector(p)), 1e-12);
-    GMathBbox3<double> box;
-    box.add(p);
-    box.add(q);
-    const GMathBbox3<double> moved = matrix.transform_box(box);
-    const double s = random.get(0, 1);
-    const Vec inner = matrix.transform_point(p + (q - p) * s);
-    for (uint axis = 0; axis < 3; ++axis) {
-      EXPECT_GE(inner[axis], moved.min[axis] - 1e-12);
-      EXPECT_LE(inner[axis], moved.max[axis] + 1e-12);
-    }
-    GMathBasicRay<double> ray(p, q), local;
-    local.transform(ray, matrix);
-    EXPECT_NEAR((local.get_point(s) - matrix.transform_point(ray.get_point(s))).get_length(), 0, 1e-12);
-  }
 }
 
 TEST(GMathValues, that_are_none_have_defined_answers) {

@@ -162,29 +162,6 @@ TEST(PolyMeshRay, numbers_that_are_none_hit_nothing) {
   }
 }
 
-TEST(PolyMeshRay, packet_tests_its_active_rays_and_passes_over_stopped_ones) {
-  QueryWorld world;
-  PolyMesh mesh;
-  create(mesh, make_polygons({{-9, -9, 1}, {9, -9, 1}, {0, 9, 1}, {-9, -9, 2}, {9, -9, 2}, {0, 9, 2}}, 3));
-  GeometryRayPacket packet;
-  packet.resize(4);
-  for (uint k = 0; k < 4; ++k) packet.set_ray(k, {0.1 * k, 0, 0}, {0, 0, 1});
-  GeometryRaytraceCtx& all = packet.begin_all_hits(world.shading);
-  all.first_ray = 1;
-  all.last_ray = 3;
-  all.ray_flags[2] = 1;
-  all.ray_flags[3] = 2;  // not the stop bit
-  test_primitives(world, mesh, all);
-  std::vector<uint> hit_rays;
-  for (const GeometryHit& hit : packet.get_hits().get_hits()) hit_rays.push_back(hit.ray);
-  EXPECT_EQ(hit_rays, (std::vector<uint>{1, 3, 1, 3}));
-
-  GeometryRaytraceCtx& nearest = packet.begin_nearest(world.shading);
-  nearest.ray_flags[0] = 1;  // the stop bit is for all-hits queries
-  test_primitives(world, mesh, nearest);
-  for (uint k = 0; k < 4; ++k) EXPECT_EQ(packet.get_nearest(k).primitive, 0u);
-}
-
 TEST(PolyMeshRay, motion_is_linear_between_the_samples_of_the_mesh) {
   QueryWorld world;
   RandomValues random(7);

@@ -241,27 +241,4 @@ TEST(PolyMeshFrustum, agrees_with_points_sampled_on_the_polygon) {
   EXPECT_GT(missed, 50u);
 }
 
-TEST(PolyMeshFrustum, modes_answer_in_their_own_way) {
-  QueryWorld world;
-  PolyMeshData data = make_polygons({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}}, 4);
-  data.positions.push_back({-5, 0, 0});  // belongs to the second polygon only
-  data.polygon_sizes = {4, 3};
-  data.polygon_vertices = {0, 1, 2, 3, 0, 3, 4};
-  PolyMesh mesh;
-  create(mesh, data);
-  const uint expected_hits[5] = {2, 1, 0, 0, 0};
-  for (uint mode = 0; mode < 5; ++mode) {  // any, all, points, vertices, and one that there is not
-    GeometryFrustumCtx query;
-    query.mode = mode;
-    query.end_planes[query.end_plane_count++] = GeometryPlane({-1, 0, 0}, {1, 0, 0});  // x >= -1
-    query.mask.assign(5, 0);
-    for (const uint p : {0u, 1u}) mesh.frustum_hit_primitive(world.ctx, world.shader, query, p);
-    EXPECT_EQ(query.result.hit_count, expected_hits[mode]);
-    EXPECT_EQ(query.result.outside, mode == 1);
-    EXPECT_EQ(query.result.finished, mode == 0);
-    const u8 marked = mode == 2 || mode == 3;
-    EXPECT_EQ(query.mask, (std::vector<u8>{marked, marked, marked, marked, 0}));
-  }
-}
-
 }  // namespace
