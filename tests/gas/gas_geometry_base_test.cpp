@@ -237,6 +237,10 @@ TEST(GasGeometryBase, only_the_identity_order_does_without_its_index_array) {
   main.boxes[5].min.x = nan;
   ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
   EXPECT_EQ(structure.get_primitives(), (std::vector<uint>{0, 1, 2, 3, 4}));
+  const u64 one_dropped = structure.get_memory_size();
+  main.boxes.pop_back();
+  ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
+  EXPECT_EQ(structure.get_memory_size() + 5 * sizeof(uint), one_dropped);
   for (Box& box : main.boxes) box.min.x = nan;
   ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
   EXPECT_EQ(shoot(world, structure, 0).first, nullptr);

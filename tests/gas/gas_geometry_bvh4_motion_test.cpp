@@ -178,26 +178,4 @@ TEST(GasGeometryBvh4Motion, many_threads_start_on_one_stale_slot) {
   }
 }
 
-TEST(GasGeometryBvh4Motion, threads_make_and_drop_descriptions_while_others_query) {
-  MovingRow row(200, 1.0, 2);
-  std::vector<std::thread> threads;
-  for (uint thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&, thread] {
-      CtxEval ctx(row.world.ctx);
-      CtxShader shader;
-      RandomValues random(thread);
-      for (uint k = 0; k < scaled(400, 200); ++k) {
-        const CtxMotionBlur blur(0.0, 1.0, 2 + random.get_index(3));
-        shader.motion_blur = &blur;
-        for (uint ray = 0; ray < 4; ++ray) {
-          const double time = random.get(0.0, 1.0);
-          ASSERT_DOUBLE_EQ(row.shoot(ctx, shader, random.get_index(200), time), 10 + time);
-        }
-        if (k % 16 == 0) row.structure.get_memory_size();
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-}
-
 }  // namespace

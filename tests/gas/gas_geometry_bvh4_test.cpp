@@ -1,9 +1,9 @@
-// The mesh structure against brute force over all polygons: rays at rest and in motion, groups, clusters, packets.
+// The mesh structure against brute force over all polygons: rays at rest and in motion, groups, filters, copies.
 #include "gas/gas_geometry_bvh4.h"
 
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <map>
 
 #include "support/mesh_scenes.h"
 #include "support/query_world.h"
@@ -13,8 +13,6 @@
 #include "vq_core/core_log.h"
 
 namespace {
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 
 /// A mesh with a structure over it.
 struct Built {
@@ -168,53 +166,6 @@ TEST(GasGeometryBvh4, clip_maps_and_wireframes_cut_hits_away) {
       }
       for (uint k = 0; k < rays.size(); ++k)
         EXPECT_EQ(nearest.get_nearest(k).distance, std::min(first[k], rays[k].tfar)) << k;
-    }
-  }
-}
-
-using HitSet = std::multiset<std::tuple<uint, uint, double>>;  // ray, polygon, distance
-
-TEST(GasGeometryBvh4, clusters_together_are_the_whole) {
-  QueryWorld world;
-  const CtxMotionBlur shutter(0.0, 1.0, 3);
-  for (const uint count : {1u, 3u, 40u, 3000u}) {
-    PolyMeshData data = count == 3000 ? make_clumps(30, 100, 31) : make_soup(count, 31, 0.2);
-    add_motion(data, 3, 0.0, 0.5, 32, true);
-    Built built(world, data);
-    StructureCheck check(world, built.structure, built.data);
-    std::vector<TestRay> rays = make_rays(built.data, scaled(200, 50), 33);
-    for (uint k = 0; k < rays.size(); ++k) rays[k].time = k % 11 * 0.1;
-    const auto collect = [&](u64 cluster, HitSet& into) {
-      GeometryRayPacket packet;
-      check.cluster = cluster;
-      check.query(packet, rays, false);
-      for (const GeometryHit& hit : packet.get_hits().get_hits())
-        into.insert({hit.ray, hit.hit.primitive, hit.hit.distance});
-    };
-    for (const bool moving : {false, true}) {
-      check.motion_blur = moving ? &shutter : nullptr;
-      HitSet whole, untagged, stale;
-      collect(0, whole);
-      collect(0x1234567890ull, untagged);  // a handle without the tag means the whole
-      EXPECT_EQ(untagged, whole);
-      collect(u64{0xBC} << 56 | 0xFFFFFFF0u, stale);
-      EXPECT_TRUE(stale.empty());
-      for (const uint wanted : {1u, 16u, 64u, 1024u}) {
-        CoreVector<void*> clusters;
-        built.structure.get_clusters(clusters, wanted, 0.0f);
-        ASSERT_GE(clusters.get_count(), count < 3000 || wanted == 1 ? 1u : wanted == 16 ? 4u : 12u);
-        ASSERT_LE(clusters.get_count(), wanted);
-        HitSet merged;
-        for (void* handle : clusters) collect(reinterpret_cast<u64>(handle), merged);
-        for (const auto& hit : whole) EXPECT_EQ(merged.count(hit), 1u) << count << " " << wanted << " " << moving;
-        // A cluster that is one leaf has no box to be missed by rounding, so it may find what grazes an edge.
-        for (const auto& hit : merged) {
-          if (whole.contains(hit)) continue;
-          const auto& [ray, polygon, distance] = hit;
-          const auto corners = get_all_corners(data, moving ? rays[ray].time : nan)[polygon];
-          EXPECT_EQ(oracle_intersect(StructureCheck::get_oracle_ray(rays[ray]), corners).answer, OracleAnswer::close);
-        }
-      }
     }
   }
 }

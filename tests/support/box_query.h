@@ -111,8 +111,7 @@ class BoxQuery {
     query.object_distance = -DBL_MAX;  // intervals may begin behind the origin
     if (adjust) adjust(query);
     visits.clear();
-    const BvhLeafFunctions leaf{is_nearest ? forbidden : record, is_nearest ? record : forbidden, this, nullptr,
-                                nullptr};
+    const BvhLeafFunctions leaf{is_nearest ? nullptr : record, is_nearest ? record : nullptr, this, nullptr, nullptr};
     bvh_ray_hit<hits>({tree, motion, leaf, nullptr}, world.ctx, world.shader, query);
     return query;
   }
@@ -151,7 +150,6 @@ class BoxQuery {
   GeometryRayPacket packet;
   std::vector<LeafVisit> visits;
   Action on_leaf;
-  bool called_wrong_function = false;
 
  private:
   static void record(const CtxEval&, CtxShader&, GeometryRaytraceCtx& query, const CoreBasicArray<uint>& leaf,
@@ -159,8 +157,5 @@ class BoxQuery {
     auto& self = *static_cast<BoxQuery*>(user);
     self.visits.push_back({query.first_ray, query.last_ray, {leaf.begin(), leaf.end()}});
     if (self.on_leaf) self.on_leaf(query, self.visits.back());
-  }
-  static void forbidden(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, const CoreBasicArray<uint>&, void* user) {
-    static_cast<BoxQuery*>(user)->called_wrong_function = true;
   }
 };

@@ -41,20 +41,6 @@ inline PolyMeshData make_soup(uint count, uint seed, double size = 0.3) {
   return data;
 }
 
-/// Soups of `count` small triangles each, far apart: a mesh that is worth cutting into clusters.
-inline PolyMeshData make_clumps(uint clumps, uint count, uint seed) {
-  RandomValues random(seed);
-  PolyMeshData data;
-  for (uint clump = 0; clump < clumps; ++clump) {
-    const GMathVec3<float> centre = random.get_vec<float>();
-    for (uint k = 0; k < count; ++k) {
-      const GMathVec3<float> a = centre + random.get_vec<float>(0.05);
-      add_loose_polygon(data, {a, a + random.get_vec<float>(0.05), a + random.get_vec<float>(0.05)});
-    }
-  }
-  return data;
-}
-
 /// size x size quads over the square from -1 to 1, two triangles each, with random heights up to `height`. With height
 /// 0 all boxes are flat.
 inline PolyMeshData make_terrain(uint size, uint seed, double height = 0.2) {
@@ -187,30 +173,14 @@ inline PolyMeshData make_broken(uint count, uint seed) {
                        -std::numeric_limits<float>::infinity()};
   for (uint k = 0; k < count; ++k) {
     const GMathVec3<float> a = random.get_vec<float>();
-    GMathVec3<float> b = a + random.get_vec<float>(0.4), c = a + random.get_vec<float>(0.4);
-    switch (k % 8) {
-      case 1:
-        add_loose_polygon(data, {a, a, a});
-        continue;
-      case 2:
-        c = a + (b - a) * 0.5f;
-        break;
-      case 3:
-        c[random.get_index(3)] = bad[random.get_index(3)];
-        break;
-      case 5:
-        add_loose_polygon(data, {a, b});
-        continue;
-      case 6:
-        b = a;
-        break;
-      case 7:
-        add_loose_polygon(data, {});
-        continue;
-      default:
-        break;
-    }
-    add_loose_polygon(data, {a, b, c});
+    std::vector<GMathVec3<float>> corners = {a, a + random.get_vec<float>(0.4), a + random.get_vec<float>(0.4)};
+    if (k % 8 == 1) corners[1] = corners[2] = a;
+    if (k % 8 == 2) corners[2] = a + (corners[1] - a) * 0.5f;
+    if (k % 8 == 3) corners[2][random.get_index(3)] = bad[random.get_index(3)];
+    if (k % 8 == 5) corners.pop_back();
+    if (k % 8 == 6) corners[1] = a;
+    if (k % 8 == 7) corners.clear();
+    add_loose_polygon(data, corners);
   }
   return data;
 }

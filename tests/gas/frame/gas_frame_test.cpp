@@ -52,24 +52,6 @@ TEST(GasClass, one_entry_destroys_objects_and_arrays_of_any_class) {
   EXPECT_EQ(destroyed, (std::vector<int>{102, 2, 101, 1, 100, 0}));
 }
 
-TEST(GasMemory, reports_drifts_of_more_than_a_twentieth) {
-  const struct {
-    u64 start, before, after;
-    bool is_reported;
-  } rows[] = {{100'000, 0, 4'000, false}, {100'000, 0, 5'263, false},  // a twentieth of 105263
-              {100'000, 0, 5'264, true},  {100'000, 5'000, 0, true},   // shrinking counts as well
-              {100'000, 4'000, 0, false}, {100'000, 3'000, 3'000, false}, {0, 0, 1, true}, {1, 1, 0, true}};
-  for (const auto& row : rows) {
-    const Probe structure;
-    GasMemoryAccount account;
-    account.reset(row.start);
-    account.update(row.before, row.after, structure);
-    EXPECT_EQ(structure.get_memory_advert_count(), row.is_reported ? 1u : 0u) << row.start << " " << row.after;
-    EXPECT_EQ(account.get_current_size(), row.start + row.after - row.before);
-    EXPECT_EQ(account.get_advertised_size(), row.is_reported ? account.get_current_size() : row.start);
-  }
-}
-
 // Growing from 1 in steps of 1, each report multiplies what was advertised by 20/19 at least.
 TEST(GasMemory, many_threads_report_each_drift_once) {
   const Probe structure;
