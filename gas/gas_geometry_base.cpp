@@ -129,8 +129,12 @@ bool GasGeometryBase::init_primitives(const CtxEval& ctx, const GeometryObject* 
 
   candidate_count = lists.get_count();
   boxes.remove_all();
-  boxes.resize_for_overwrite(candidate_count);
   primitives = CoreBasicArray<uint>(candidate_count);
+  if (!boxes.resize_for_overwrite(candidate_count) || primitives.get_count() != candidate_count) {
+    primitives.remove_all();  // no memory: nothing is kept
+    geometry_count = geometry_alt_end = kept_count = 0;
+    return true;
+  }
   const Stage stage(progress, "Compute primitives AABB", grouped ? 0.6 : 0.8, candidate_count);
   if (ctx.get_thread_index() < ctx.get_thread_ctx_count()) {
     compute_serial(ctx, lists, boxes.get_items(), progress);

@@ -44,9 +44,9 @@ class GasGeometryBase : public GasClusterable {
   GasGeometryBase& operator=(const GasGeometryBase&) = default;
   GasGeometryBase& operator=(GasGeometryBase&&) = default;
 
-  /// Fills the fields below and `boxes`, one box per kept primitive. In slices on the application's threads, except for
-  /// a context that is one thread's own: then on the calling thread. Dropped primitives are reported once, as a
-  /// warning.
+  /// Fills the fields below and `boxes`, one box per kept primitive. In slices on the application's threads,
+  /// and dropped primitives are then reported once, as a warning; with a context that is one thread's own on the
+  /// calling thread, and silently. Without memory nothing is kept.
   /// @param group_flags  one word per shading group of base_geometry; looked at only when there is a third or fourth
   ///                     geometry
   /// @return false, with everything as it was, when group_flags has another size; true otherwise, also when no

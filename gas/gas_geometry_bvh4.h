@@ -34,8 +34,9 @@ class GasGeometryBvh4 : public GasGeometryBase {
   class GetLeafBboxesAtTask;
 
   /// Builds the structure over the primitives of up to three geometries, replacing whatever it held. The geometries
-  /// must outlive it. Primitives without a usable box (not finite, or inverted) are left out and reported once through
-  /// the log; a structure of which nothing is left is empty and answers every query with nothing.
+  /// must outlive it. Primitives without a usable box (not finite, or inverted) are left out; a build by
+  /// a top-level context reports them once through the log. A structure of which nothing is left is empty and answers
+  /// every query with nothing.
   ///
   /// @param ctx             asks the geometries for their boxes, on the threads of its application
   /// @param base_geometry   defines the primitives and their shading groups; not null
@@ -106,6 +107,8 @@ class GasGeometryBvh4 : public GasGeometryBase {
   /// The refitted record of the description's slot; refits it first when it is stale.
   const MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
   void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  void refit_samples(const CtxEval& ctx, const GMathTimeSampling& sampling, std::span<GMathBbox3<float>> boxes,
+                     GasBvhMotion<4>& refit) const;
   void compute_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
 

@@ -9,6 +9,7 @@
 #include "gas/frame/gas_tasks.h"
 #include "vq_app_base/app_base.h"
 #include "vq_app_base/app_progress_bar.h"
+#include "vq_core/core_memory.h"
 #include "vq_geometry/geometry_object.h"
 
 namespace {
@@ -93,25 +94,36 @@ const GasGeometryBvh4::MotionData& GasGeometryBvh4::get_motion_data(const CtxEva
   return data;
 }
 
+void GasGeometryBvh4::refit_samples(const CtxEval& ctx, const GMathTimeSampling& sampling,
+                                    std::span<GMathBbox3<float>> boxes, GasBvhMotion<4>& refit) const {
+  AppBase& application = ctx.get_application();
+  AppProgressBar* progress = application.create_progress_bar("Updating GAS motion blur...");
+  const uint sample_count = sampling.get_sample_count();
+  const double box_share = 0.5 / application.get_max_thread_count();
+  bool refitted = true;
+  for (uint sample = 0; sample < sample_count && refitted; ++sample) {
+    progress->begin_task("Compute primitives AABB", box_share / sample_count);
+    compute_bboxes_at(ctx, sampling.get_sample_time(sample), boxes.data());
+    progress->end_task();
+    progress->begin_task("Refit BVH", (1.0 - box_share) / sample_count);
+    refitted = refit.update_sample(sample, boxes, progress);
+    progress->end_task();
+  }
+  progress->finish();
+  if (!refitted) refit.clear();
+}
+
 void GasGeometryBvh4::update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
   const SysThreadLockGuard guard(data.lock);
   // Another thread may have refitted while this one waited.
   if (data.stamp.load(std::memory_order_relaxed) == motion_blur.get_stamp()) return;
   const uint sample_count = motion_blur.get_sample_count();
-  std::vector<GMathBbox3<float>> boxes(kept_count);
-  if (data.refit.set_samples(tree, sample_count)) {
-    AppBase& application = ctx.get_application();
-    AppProgressBar* progress = application.create_progress_bar("Updating GAS motion blur...");
-    const double box_share = 0.5 / application.get_max_thread_count();
-    for (uint sample = 0; sample < sample_count; ++sample) {
-      progress->begin_task("Compute primitives AABB", box_share / sample_count);
-      compute_bboxes_at(ctx, motion_blur.get_time_sampling().get_sample_time(sample), boxes.data());
-      progress->end_task();
-      progress->begin_task("Refit BVH", (1.0 - box_share) / sample_count);
-      data.refit.update_sample(sample, boxes, progress);
-      progress->end_task();
-    }
-    progress->finish();
+  CoreAlignedArray<GMathBbox3<float>> boxes(kept_count);
+  // Where memory runs out no samples are kept, and the structure answers as if it were at rest.
+  if (!boxes || !data.refit.set_samples(tree, sample_count)) {
+    data.refit.clear();
+  } else {
+    refit_samples(ctx, motion_blur.get_time_sampling(), {boxes.get(), kept_count}, data.refit);
   }
   data.stamp.store(motion_blur.get_stamp(), std::memory_order_release);  // publishes the boxes just written
 }
