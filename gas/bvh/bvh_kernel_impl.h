@@ -60,23 +60,31 @@ inline float bvh_clamp_limit(double limit) {
   return rounded < FLT_MAX ? rounded : FLT_MAX;
 }
 
+/// x, y and z, each in all lanes.
+inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
+  axes[0] = broadcast<0>(v);
+  axes[1] = broadcast<1>(v);
+  axes[2] = broadcast<2>(v);
+}
+
 template <BvhTime time>
 inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit) {
   const GMathBasicRay<double>& record = query.get_ray(ray);
   BvhRay out;
-  const double origins[3] = {record.origin.x, record.origin.y, record.origin.z};
-  const double inverses[3] = {record.inverse.x, record.inverse.y, record.inverse.z};
   const double tnear = query.get_tnear(ray);
+  const auto pack = [](const GMathVec3<double>& v) {
+    return SimdF(static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z), 0.0f);
+  };
+  const SimdF origin = pack(record.origin), inverse = pack(record.inverse);
+  // Along the direction, so that the ray meets near planes earlier and far planes later. An infinite origin stays one.
+  const SimdF slack = copy_sign(min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f), inverse);
   // Behind the origin a smaller factor would mean a later entry; there the origin's slack must do.
-  const float slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
-  constexpr float shift[2] = {1.0f + 0x1p-23f, 1.0f - 0x1p-23f};
+  const float inverse_slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
+  bvh_spread(origin + slack, out.near_origin);
+  bvh_spread(origin - slack, out.far_origin);
+  bvh_spread(inverse * SimdF(1.0f - inverse_slack), out.near_inverse);
+  bvh_spread(inverse * SimdF(1.0f + inverse_slack), out.far_inverse);
   for (uint axis = 0; axis < 3; ++axis) {
-    const float origin = static_cast<float>(origins[axis]), inverse = static_cast<float>(inverses[axis]);
-    const uint towards_zero = record.negative[axis] ^ uint { std::signbit(origin) };
-    out.near_origin[axis] = SimdF(origin * shift[towards_zero]);
-    out.far_origin[axis] = SimdF(origin * shift[1 - towards_zero]);
-    out.near_inverse[axis] = SimdF(inverse * (1.0f - slack));
-    out.far_inverse[axis] = SimdF(inverse * (1.0f + slack));
     out.near_plane[axis] = 2 * axis + record.negative[axis];
     out.far_plane[axis] = 2 * axis + 1 - record.negative[axis];
   }

@@ -2,6 +2,7 @@
 //
 // The plain C++ form of SimdF: the meaning that the other forms must match in every bit.
 #pragma once
+#include <cmath>
 #include <cstring>
 
 #include "vq_core/core_types.h"
@@ -61,6 +62,16 @@ struct SimdFPlain {
       for (uint row = 0; row < 4; ++row) columns[column]->lane[row] = rows[row].lane[column];
   }
 };
+
+/// The magnitudes of `magnitude` with the signs of `sign`.
+inline SimdFPlain copy_sign(const SimdFPlain& magnitude, const SimdFPlain& sign) {
+  return SimdFPlain::each(magnitude, sign, [](float x, float y) { return std::copysign(x, y); });
+}
+/// Lane `k` in all lanes.
+template <uint k>
+SimdFPlain broadcast(const SimdFPlain& a) {
+  return SimdFPlain(a.lane[k]);
+}
 
 /// A truth value per lane, bit k for lane k.
 struct SimdMaskPlain {

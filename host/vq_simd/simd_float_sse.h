@@ -48,6 +48,17 @@ struct SimdFSse {
   }
 };
 
+/// The magnitudes of `magnitude` with the signs of `sign`.
+inline SimdFSse copy_sign(const SimdFSse& magnitude, const SimdFSse& sign) {
+  const __m128 sign_bit = _mm_set1_ps(-0.0f);
+  return _mm_or_ps(_mm_andnot_ps(sign_bit, magnitude.value), _mm_and_ps(sign_bit, sign.value));
+}
+/// Lane `k` in all lanes.
+template <uint k>
+SimdFSse broadcast(const SimdFSse& a) {
+  return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(k, k, k, k));
+}
+
 /// A truth value per lane: all bits of a lane set or clear.
 struct SimdMaskSse {
   __m128 value;

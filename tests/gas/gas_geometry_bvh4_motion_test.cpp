@@ -86,6 +86,22 @@ TEST(GasGeometryBvh4Motion, is_refitted_once_per_slot_and_description) {
   EXPECT_EQ(row.refits, 7u);
 }
 
+TEST(GasGeometryBvh4Motion, a_packet_may_be_asked_in_parts) {
+  MovingRow row(20);
+  const CtxMotionBlur blur(0.0, 1.0, 3);
+  row.world.shader.motion_blur = &blur;
+  GeometryRayPacket packet;
+  packet.resize(2);
+  for (uint ray = 0; ray < 2; ++ray) packet.set_ray(ray, {14.5, 0.5, -10}, {0, 0, 1}, 0, DBL_MAX, 0.25 + 0.5 * ray);
+  GeometryRaytraceCtx& query = packet.begin_nearest(row.world.shading);
+  for (uint ray = 0; ray < 2; ++ray) {
+    query.first_ray = query.last_ray = ray;
+    row.structure.ray_hit_nearest_motion(row.world.ctx, row.world.shader, query);
+  }
+  EXPECT_DOUBLE_EQ(packet.get_nearest(0).distance, 10.25);
+  EXPECT_DOUBLE_EQ(packet.get_nearest(1).distance, 10.75);
+}
+
 TEST(GasGeometryBvh4Motion, slots_come_and_go_between_queries) {
   MovingRow row(30);
   const u64 at_rest = row.structure.get_memory_size();

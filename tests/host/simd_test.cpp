@@ -64,6 +64,8 @@ TEST(SimdF, equals_its_plain_form_in_every_bit) {
     EXPECT_EQ(((a <= b) & (b > a)).get_bits(), ((c <= d) & (d > c)).get_bits());
     expect_same(store(select(a <= b, a, b)), store(select(c <= d, c, d)), true, "select");
     expect_same(store(rotate_lanes(a)), store(rotate_lanes(c)), true, "rotate_lanes");
+    expect_same(store(copy_sign(a, b)), store(copy_sign(c, d)), true, "copy_sign");
+    expect_same(store(broadcast<2>(a)), store(broadcast<2>(c)), true, "broadcast");
     SimdF rows[4] = {a, b, min(a, b), max(a, b)};
     SimdFPlain plain_rows[4] = {c, d, min(c, d), max(c, d)};
     transpose(rows[0], rows[1], rows[2], rows[3]);
