@@ -5,6 +5,12 @@ cd "$(dirname "$0")/.."
 
 scripts/install_packages.sh build tools tests bench
 
+# Real meshes that lie beside the checkout are tried as well.
+if [ -z "${VQ_TEST_DATA:-}" ] && [ -d ../shared/data ]; then
+  VQ_TEST_DATA=$(cd ../shared/data && pwd)
+  export VQ_TEST_DATA
+fi
+
 cmake --preset release
 cmake --build --preset release -j "$(nproc)"
 exec ctest --preset release --no-tests=error --timeout 600 -j "$(nproc)"

@@ -1,35 +1,36 @@
 // tests/support/mesh_file.h
 //
-// Reads just enough of OBJ for a folder of test meshes: its `v` and `f` lines.
+// Mesh files of a folder, welded by position, for tests that try real meshes.
 #pragma once
+#include <assimp/config.h>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <algorithm>
+#include <assimp/Importer.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/mesh_scenes.h"
 
-/// False when the file is not read to its end as such a mesh.
-inline bool read_obj(std::istream& in, PolyMeshData& data) {
-  std::string line;
-  while (std::getline(in, line)) {
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    if (word == "v") {
-      GMathVec3<float> p;
-      if (!(words >> p.x >> p.y >> p.z)) return false;
-      data.positions.push_back(p);
-    } else if (word == "f") {
-      std::vector<u32> vertices;
-      while (words >> word) {
-        const long number = std::atol(word.c_str());
-        const long index = number < 0 ? static_cast<long>(data.positions.size()) + number : number - 1;
-        if (index < 0 || index >= static_cast<long>(data.positions.size())) return false;
-        vertices.push_back(static_cast<u32>(index));
-      }
+/// False when the file is not read as a mesh.
+inline bool read_mesh_file(const std::string& path, PolyMeshData& data) {
+  Assimp::Importer importer;
+  // Normals and the like would keep vertices at one place apart, and the mesh would have open seams.
+  importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_NORMALS | aiComponent_TEXCOORDS | aiComponent_COLORS |
+                                                          aiComponent_TANGENTS_AND_BITANGENTS);
+  const aiScene* scene = importer.ReadFile(path, aiProcess_RemoveComponent | aiProcess_JoinIdenticalVertices);
+  if (scene == nullptr || scene->mNumMeshes == 0) return false;
+  for (const aiMesh* mesh : std::vector<const aiMesh*>(scene->mMeshes, scene->mMeshes + scene->mNumMeshes)) {
+    const auto base = static_cast<u32>(data.positions.size());
+    for (const aiVector3D& p : std::vector<aiVector3D>(mesh->mVertices, mesh->mVertices + mesh->mNumVertices))
+      data.positions.push_back({p.x, p.y, p.z});
+    for (const aiFace& face : std::vector<aiFace>(mesh->mFaces, mesh->mFaces + mesh->mNumFaces)) {
+      std::vector<u32> vertices(face.mIndices, face.mIndices + face.mNumIndices);
+      for (u32& vertex : vertices) vertex += base;
       add_polygon(data, vertices);
     }
   }
@@ -37,16 +38,19 @@ inline bool read_obj(std::istream& in, PolyMeshData& data) {
 }
 
 /// The meshes of the folder that the environment variable VQ_TEST_DATA names, by file name; none without it. A file
-/// that is not understood is left out.
+/// that is not understood is left out, with a word.
 inline std::vector<MeshScene> read_mesh_folder() {
   std::vector<MeshScene> scenes;
   const char* folder = std::getenv("VQ_TEST_DATA");
   if (folder == nullptr || !std::filesystem::is_directory(folder)) return scenes;
   for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.path().extension() != ".obj") continue;
+    if (entry.path().extension() != ".obj" && entry.path().extension() != ".ply") continue;
     MeshScene scene{entry.path().filename().string(), {}};
-    std::ifstream file(entry.path());
-    if (read_obj(file, scene.data)) scenes.push_back(std::move(scene));
+    if (read_mesh_file(entry.path().string(), scene.data)) {
+      scenes.push_back(std::move(scene));
+    } else {
+      std::printf("%s is not read as a mesh\n", scene.name.c_str());
+    }
   }
   std::sort(scenes.begin(), scenes.end(), [](const MeshScene& a, const MeshScene& b) { return a.name < b.name; });
   return scenes;
