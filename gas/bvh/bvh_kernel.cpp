@@ -61,10 +61,10 @@ void call_start_leaf(const BvhTarget& target, BvhHits hits, BvhChildRef leaf, co
   function(ctx, shader, query, range, target.leaf.ray_user);
 }
 
-template <BvhHits hits, BvhTime time, BvhVisits visits>
+template <BvhHits hits, BvhTime time, BvhVisits visits, BvhKinds kinds>
 void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
                    GeometryRaytraceCtx& query) {
-  using Traversal = BvhTraversal<hits, time, visits>;
+  using Traversal = BvhTraversal<hits, time, visits, kinds>;
   ScratchScope scratch(shader);
   // Each level pops one entry and pushes at most three.
   const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 1;
@@ -74,6 +74,16 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
   for (uint ray = first; ray <= last && ray != core_invalid_index; ++ray) traversal.traverse_ray(start, ray);
   query.first_ray = first;
   query.last_ray = last;
+}
+
+template <BvhHits hits, BvhTime time, BvhVisits visits>
+void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
+                   GeometryRaytraceCtx& query) {
+  if (target.tree.quantized_count == 0) {
+    traverse_rays<hits, time, visits, BvhKinds::aligned>(target, start, ctx, shader, query);
+  } else {
+    traverse_rays<hits, time, visits, BvhKinds::aligned_and_quantized>(target, start, ctx, shader, query);
+  }
 }
 
 template <BvhHits hits, BvhTime time>

@@ -25,6 +25,8 @@
 
 enum class BvhTime { still, moving };
 enum class BvhVisits { uncounted, counted };
+/// Which inner nodes a tree can hold. A tree without 8-bit nodes, as all small ones are, needs no boxes on the stack.
+enum class BvhKinds { aligned, aligned_and_quantized };
 
 /// A child that waits for its turn. Its box matters only to quantized nodes, which are decoded against it; a moving ray
 /// needs it at both samples, because 8-bit planes of different frames cannot be blended before they are decoded.
@@ -68,7 +70,7 @@ inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
 }
 
 template <BvhTime time>
-inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit) {
+[[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit) {
   const GMathBasicRay<double>& record = query.get_ray(ray);
   BvhRay out;
   const double tnear = query.get_tnear(ray);
@@ -197,7 +199,7 @@ struct BvhPrefetchTable {
   }
 };
 
-template <BvhHits hits, BvhTime time, BvhVisits visits>
+template <BvhHits hits, BvhTime time, BvhVisits visits, BvhKinds kinds>
 class BvhTraversal {
  public:
   using Entry = BvhStackEntry<time>;
@@ -255,11 +257,11 @@ class BvhTraversal {
   /// missed.
   [[gnu::always_inline]] bool descend(const BvhRay& ray, Entry& at, Entry*& top) {  // as a call: 10 to 18 % slower
     for (;;) {
-      // Leaf, quantized or neither: the two bits that tell them apart, tested aligned first, as most nodes are.
+      // Aligned first, as most nodes are.
       const u32 kind = at.ref.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
       if (kind == 0) {
         if (!step_aligned(ray, at, top)) return false;
-      } else if (kind & BvhChildRef::leaf_bit) {
+      } else if (kinds == BvhKinds::aligned || (kind & BvhChildRef::leaf_bit)) {
         return true;
       } else {
         if (!step_quantized(ray, at, top)) return false;
@@ -282,7 +284,8 @@ class BvhTraversal {
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
     const auto write_box = [&](Entry& to, uint lane) {
-      if (!(to.ref.word & BvhChildRef::quantized_bit)) return;
+      // Only a quantized node is decoded against the box that its parent holds for it.
+      if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
       if constexpr (time == BvhTime::still) {
         to.box[0] = node.lanes.get_lane(lane);
       } else {
@@ -311,7 +314,8 @@ class BvhTraversal {
     GMathBbox3<float> frame[time == BvhTime::still ? 1 : 2];
     std::copy(std::begin(at.box), std::end(at.box), frame);
     const auto write_box = [&](Entry& to, uint lane) {
-      if (!(to.ref.word & BvhChildRef::quantized_bit)) return;
+      // Only a quantized node is decoded against the box that its parent holds for it.
+      if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
       if constexpr (time == BvhTime::still) {
         to.box[0] = bvh_decode_lane(frame[0], node.lanes.planes, lane);
       } else {
