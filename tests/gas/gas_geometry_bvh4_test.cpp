@@ -11,6 +11,8 @@
 #include "support/structure_check.h"
 #include "support/test_scale.h"
 #include "vq_core/core_log.h"
+#include "vq_geometry/geometry_intersection_path.h"
+#include "vq_module/ctx_helpers.h"
 
 namespace {
 
@@ -125,6 +127,46 @@ TEST(GasGeometryBvh4, groups_that_are_not_shaded_are_not_hit) {
     for (const GeometryHit& at : packet.get_hits().get_hits())
       EXPECT_EQ(at.hit.shading_group, data.polygon_groups[at.hit.primitive] + offset);
   }
+}
+
+TEST(GasGeometryBvh4, wireframes_are_filtered_once_unless_an_instance_is_shown_otherwise) {
+  QueryWorld world;
+  PolyMeshData data;
+  add_loose_polygon(data, {{0, 0, 0}, {4, 0, 0}, {0, 4, 0}});
+  data.render_mode = GeometryObject::render_mode_wireframe;
+  const Built built(world, data);
+  GeometryOverride shown;
+  GeometryIntersectionPath path;
+  path.add({0, nullptr, &shown});
+  // How many filters stand while the one triangle is tested, of a query that begins with `filters`.
+  const auto count_filters = [&](const std::vector<GeometryFilterFunction>& filters, bool in_path) {
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, {1, 1, 1}, {0, 0, -1});
+    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+    for (const GeometryFilterFunction filter : filters) query.push_filter({filter, 0.8, 0.5, 1, nullptr});
+    if (in_path) query.path = &path;
+    uint seen = 0;
+    query.primitive_filter_user = &seen;
+    query.primitive_filter = [](const GeometryRaytraceCtx& asked, const uint&, void* user) {
+      *static_cast<uint*>(user) = asked.filter_count;
+      return true;
+    };
+    built.structure.ray_hit_nearest_static(world.ctx, world.shader, query);
+    EXPECT_EQ(query.filter_count, filters.size());
+    return seen;
+  };
+  const GeometryFilterFunction wires = CtxHelpers::filter_wireframes_callback,
+                               clip = CtxHelpers::filter_clip_map_callback;
+  EXPECT_EQ(count_filters({}, false), 1u);
+  EXPECT_EQ(count_filters({clip}, false), 2u);
+  EXPECT_EQ(count_filters({wires}, false), 1u);
+  EXPECT_EQ(count_filters(std::vector(GeometryRaytraceData::filter_capacity, clip), false), 8u);
+  EXPECT_EQ(count_filters({}, true), 1u);
+  shown.has_render_mode = true;
+  EXPECT_EQ(count_filters({}, true), 0u);
+  shown.render_mode = GeometryObject::render_mode_wireframe;
+  EXPECT_EQ(count_filters({}, true), 1u);
 }
 
 TEST(GasGeometryBvh4, clip_maps_and_wireframes_cut_hits_away) {
