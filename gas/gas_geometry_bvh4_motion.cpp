@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr uint parallel_primitives = 1024;  // below, the tasks cost more than the boxes
+constexpr uint parallel_primitives = 1024;  // from here on boxes are computed in tasks
 
 /// Which two samples a time lies between. The second is the first again when there is only one.
 struct Span {

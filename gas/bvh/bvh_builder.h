@@ -67,5 +67,5 @@ struct BvhBuildCtx {
   AppProgressBar* progress = nullptr;
 };
 
-/// Sets above this many items hand their children to other threads: below it a task costs more than the split.
+/// Sets above this many items hand their children to other threads; smaller ones are built where they are.
 inline constexpr uint bvh_task_items = 4096;

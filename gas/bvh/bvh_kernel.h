@@ -50,7 +50,8 @@ struct BvhTarget {
 /// query's cluster when that names a node of this tree; a handle that is tagged as one but names none hits nothing.
 /// Wireframes are filtered when the geometry asks for them. Leaves the active range as it was.
 ///
-/// Distances are compared in single precision: an interval's end is at most the largest finite float. In a nearest
+/// Boxes are tested in single precision, the ray rounded outwards, so that none slips between two boxes that meet; an
+/// interval's end is at most the largest finite float. In a nearest
 /// query subtrees behind the recorded hit are skipped, one at the very distance is not. Does not allocate once the
 /// thread's scratch has grown to the tree's depth. Sources: Kay, Kajiya 1986 (slabs); Dammertz, Hanika, Keller 2008
 /// (four-wide, nearest first).

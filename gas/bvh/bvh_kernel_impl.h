@@ -2,12 +2,15 @@
 //
 // The traversal loop and its steps. Included by bvh_kernel.cpp, which instantiates every variant once.
 //
-//   traverse_ray      pops what waits, nearest on top
-//     descend         from node to nearest hit child, down to a leaf
-//       load_lanes    near and far planes of four children: as stored, decoded from 8 bits, or blended in time
-//       test_lanes    four slab tests at once
-//       take_nearest  orders the hit children; the others wait on the stack
-//     visit_leaf      the structure's leaf function
+//   bvh_load_ray            the ray in single precision, rounded outwards
+//   traverse_ray            pops what waits, nearest on top
+//     descend               from node to nearest hit child, down to a leaf
+//       bvh_pick_planes     near and far planes of four children as stored,
+//       bvh_decode_planes   or from 8 bits;
+//       bvh_blend_lanes     those of two motion samples blended in time
+//       bvh_test_lanes      four slab tests at once
+//       take_nearest        orders the hit children; the others wait on the stack
+//     visit_leaf            the structure's leaf function
 //
 // The loop is bound by the latency of these dependent steps and by mispredicted branches, then by cache misses; hence
 // planes picked by an offset per axis rather than by a blend, the pair of hit children ordered without a branch, and
@@ -346,7 +349,7 @@ class BvhTraversal {
     const uint second = static_cast<uint>(std::countr_zero(mask));
     mask &= mask - 1;
     if (mask == 0) {
-      // The pair is by far the most frequent case with a choice, and which one is nearer is a coin toss: no branch.
+      // Which one is nearer is a coin toss that no predictor learns: no branch.
       const bool first_is_nearer = distance[first] < distance[second];
       const uint nearer = first_is_nearer ? first : second;
       const uint farther = first ^ second ^ nearer;
