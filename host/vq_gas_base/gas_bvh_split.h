@@ -15,6 +15,13 @@
 
 class SysThreadManager;
 
+/// Measures items along the axes of a space (unit length, at right angles): the box of all of them together, or one box
+/// for each. Called on several threads at once, with the context's `measure_owner`.
+using GasBvhMeasureSet = GMathBbox3<float> (*)(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space,
+                                               void* owner, SysThreadManager* threads);
+using GasBvhMeasureItems = void (*)(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space,
+                                    GMathBbox3<float>* boxes, void* owner, SysThreadManager* threads);
+
 struct GasBvhSplitSet {
   uint first = 0;
   uint count = 0;
@@ -25,7 +32,8 @@ struct GasBvhSplitSetGeom : GasBvhSplitSet {
   float area = 0.0f;               ///< half the surface of `box`: who is split first
   bool leaf = false;               ///< not to be split any further
   GMathLinearSpace3<float> space;  ///< oriented strategy: the set's frame
-  GMathBbox3<float> space_box;     ///< oriented strategy: the set's box measured along `space`
+  GMathBbox3<float> space_box;     ///< oriented strategy: the set's box measured along `space`, no extent 0
+  bool refitted = false;           ///< oriented strategy: `space` and `space_box` are those of this range
 };
 
 /// What a strategy knows of the items; filled by the tree builder, shared by all sets of one build.
@@ -40,10 +48,13 @@ struct GasBvhSplitCtx {
   uint max_leaf = 1;
   float item_cost = 1.0f;      ///< of testing one item
   float aligned_cost = 1.0f;   ///< of testing an aligned node
-  float oriented_cost = 5.0f;  ///< of testing an oriented node
+  float oriented_cost = 5.0f;  ///< of testing an oriented node; infinite: none are made
   float item_cost_scale = 1.0f;
   float direction_hints[2][4] = {{0.0f, 0.0f, 1.0f, 0.0f}, {0.0f, 0.0f, 1.0f, 0.0f}};
-  GMathBbox3<float> item_box;  ///< of the whole range
+  GMathBbox3<float> item_box;                  ///< of the whole range
+  GasBvhMeasureSet measure_set = nullptr;      ///< oriented strategy only, as
+  GasBvhMeasureItems measure_items = nullptr;  ///< is this, and
+  void* measure_owner = nullptr;               ///< what both are called with
 
   /// The union of the set's item boxes; empty for an empty set. Exact minima and maxima, so that the result does not
   /// depend on how the work is cut. Runs on the manager's threads when one is given and the set is large.
@@ -59,8 +70,6 @@ struct GasBvhSplitItemBins {
 /// Hierarchies"). The result depends on the set alone, never on the number of threads.
 class GasBvhSplitAligned {
  public:
-  static constexpr bool makes_oriented_nodes = false;
-
   /// Permutes the set's range and fills both halves (range, box, area). False when it will not split the set: only for
   /// sets of at most max_leaf items that are cheaper as a leaf. `aligned` is left as it is. With a thread manager a
   /// large set is split on its threads.
@@ -71,4 +80,20 @@ class GasBvhSplitAligned {
   /// Of the set at hand: where each item is to go, and the range in its new order. Kept from set to set.
   CoreVector<GasBvhSplitItemBins> item_bins_;
   CoreVector<uint> moved_;
+};
+
+/// Weighs the aligned cut of a set against one in a space that its items' preferred spaces suggest, and asks for
+/// oriented boxes where those are the cheaper (Woop, Benthin, Wald, Johnson, Afra 2014, "Exploiting Local Orientation
+/// Similarity for Efficient Ray Traversal of Hair and Fur"). The result depends on the set alone, never on the number
+/// of threads.
+class GasBvhSplitUnaligned {
+ public:
+  /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; leaves it
+  /// as it is otherwise. Areas and boxes of the halves are those along the world's axes either way.
+  bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
+             bool& aligned, SysThreadManager* threads);
+  /// Gives `set` the space of its items' mean direction and its tight box in it, every extent raised so far above 0
+  /// that the frame can be inverted in single precision. Does nothing when the set has been refitted since its range
+  /// was made.
+  void refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads);
 };

@@ -15,6 +15,12 @@ GMathBbox3<double> unite_valid_boxes(uint count, const GetBox& get_box) {
   return out;
 }
 
+GMathBbox3<double> measure_corners(const GMathBbox3<double>& box, const GMathLinearSpace3<double>& space) {
+  GMathBbox3<double> out;
+  for (uint corner = 0; corner < 8; ++corner) out.add(space.measure(box.get_corner(corner)));
+  return out;
+}
+
 }  // namespace
 
 const CoreClassInfo& GeometryObject::class_info() {
@@ -26,6 +32,22 @@ const CoreClassInfo& GeometryObject::class_info() {
 GMathBbox3<double> GeometryObject::get_primitive_bbox_at(const CtxEval& ctx, const double& /*time*/,
                                                          const uint& primitive) const {
   return get_primitive_bbox(ctx, primitive);
+}
+
+GMathBbox3<double> GeometryObject::get_primitive_bbox_in_space(const CtxEval& ctx,
+                                                               const GMathLinearSpace3<double>& space,
+                                                               const uint& primitive) const {
+  return measure_corners(get_primitive_bbox(ctx, primitive), space);
+}
+
+GMathBbox3<double> GeometryObject::get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
+                                                                  const GMathLinearSpace3<double>& space,
+                                                                  const uint& primitive) const {
+  return measure_corners(get_primitive_bbox_at(ctx, time, primitive), space);
+}
+
+GMathLinearSpace3<double> GeometryObject::get_primitive_space(const CtxEval& /*ctx*/, const uint& /*primitive*/) const {
+  return {};
 }
 
 GMathBbox3<double> GeometryObject::get_bbox(const CtxEval& ctx) const {

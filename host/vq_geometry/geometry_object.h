@@ -46,6 +46,18 @@ class GeometryObject : public ResourceData {
   virtual GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const = 0;
   /// The primitive's box at `time`.
   virtual GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time, const uint& primitive) const;
+  /// The primitive's box at rest, measured along the axes of `space` (unit length, at right angles): from the smallest
+  /// to the largest coordinate that GMathLinearSpace3::measure() gives of its points. Unless overridden, that of the
+  /// corners of get_primitive_bbox().
+  virtual GMathBbox3<double> get_primitive_bbox_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
+                                                         const uint& primitive) const;
+  /// The same at `time`.
+  virtual GMathBbox3<double> get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
+                                                            const GMathLinearSpace3<double>& space,
+                                                            const uint& primitive) const;
+  /// The frame in which the primitive's box is small: three axes of unit length, at right angles, the first along the
+  /// primitive. The world's axes unless overridden.
+  virtual GMathLinearSpace3<double> get_primitive_space(const CtxEval& ctx, const uint& primitive) const;
   virtual GMathBbox3<double> get_bbox(const CtxEval& ctx) const;
   virtual GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const;
 

@@ -1,0 +1,112 @@
+// host/vq_curve/curve_set.h
+//
+// Fibres as they are stored. Whatever basis they come in, cubics are kept as Bézier points that neighbours share:
+//
+//   points_          [point]                  ball: x, y, z, radius (16 B); 3 s + 1 for a fibre of s cubic segments,
+//                                             s + 1 for s linear ones
+//   motion_points_   [point * samples + k]    the samples of a point lie next to each other
+//   segment_point_   [segment]                first point of the segment
+//   curve_segment_   [curve + 1]              first segment of the fibre
+//   curve_groups_    [curve]                  shading group; absent when there is one group
+//
+// Read by TubeMeshFast, whose primitives are segments, and by TubeMesh, whose primitives are whole fibres.
+#pragma once
+#include <vector>
+
+#include "vq_core/core_array.h"
+#include "vq_core/core_memory.h"
+#include "vq_core/core_string.h"
+#include "vq_curve/curve_segment.h"
+#include "vq_gmath/gmath_time_sampling.h"
+
+enum class CurveBasis {
+  linear,       ///< n points, n - 1 segments
+  bezier,       ///< n = 3 s + 1 points, s segments
+  bspline,      ///< uniform cubic, n points, n - 3 segments
+  catmull_rom,  ///< through all points but the first and the last, n points, n - 3 segments
+};
+
+/// What fibres are made from. Coordinates may be anything, NaN and infinity included; indices must be in range.
+struct CurveData {
+  CurveBasis basis = CurveBasis::linear;
+  std::vector<CurvePoint<float>> points;  ///< of all fibres, one after the other, at rest
+  std::vector<u32> curve_sizes;           ///< points per fibre; too few for a segment: the fibre has none
+  std::vector<u32> curve_groups;          ///< one index into `group_names` per fibre; empty: all 0
+  std::vector<CoreString> group_names;    ///< empty: one group named "default"
+  /// Sample k holds the points at motion_begin + k * motion_step; linear between, constant outside. Empty: at rest at
+  /// all times.
+  std::vector<std::vector<CurvePoint<float>>> motion_points;
+  double motion_begin = 0.0;
+  double motion_step = 1.0;
+};
+
+class CurveSet {
+ public:
+  /// Which points hold at a time: those at rest, or two motion samples blended.
+  struct Place {
+    bool rest = true;
+    uint first = 0;
+    uint step = 0;  ///< from the first to the second sample: 0 with a single one
+    double fraction = 0.0;
+  };
+
+  CurveSet() = default;
+  CurveSet(const CurveSet&) = delete;
+  CurveSet& operator=(const CurveSet&) = delete;
+
+  /// Replaces the fibres. Nothing may read them meanwhile. O(points).
+  /// @return false, with one sentence in `error` and the set as it was, when sizes disagree, an index is out of range
+  /// or a
+  ///         Bézier fibre has not 3 s + 1 points; false with an empty set when there is no memory
+  bool create(CurveData&& data, CoreString& error);
+
+  CurveShape get_shape() const { return shape_; }
+  uint get_segment_count() const { return segment_count_; }
+  uint get_curve_count() const { return curve_count_; }
+  /// First segment of a fibre; `curve` may be get_curve_count().
+  uint get_first_segment(uint curve) const { return curve_segment_[curve]; }
+  /// The fibre that a segment belongs to. O(log n).
+  uint get_curve(uint segment) const;
+  bool has_motion() const { return motion_points_.get_count() != 0; }
+  const CoreArray<CoreString>& get_group_names() const { return group_names_; }
+  uint get_curve_group(uint curve) const { return curve_groups_.empty() ? 0 : curve_groups_[curve]; }
+  /// Whether a motion sample of one of the group's points differs from the point at rest.
+  bool has_group_motion(uint group) const;
+  u64 get_array_bytes() const;
+
+  /// A NaN time stands for the fibres at rest.
+  Place get_place(double time) const;
+  /// `shape` must be get_shape().
+  template <CurveShape shape>
+  CurveSegment<shape> get_segment(uint segment, const Place& place) const {
+    CurveSegment<shape> out;
+    const std::size_t first = segment_point_[segment];
+    for (uint k = 0; k < CurveSegment<shape>::point_count; ++k) out.point[k] = get_point(first + k, place);
+    return out;
+  }
+  uint get_point_count() const { return static_cast<uint>(points_.get_count()); }
+  const CurvePoint<float>& get_point(uint point) const { return points_[point]; }
+  /// The points at rest, Bézier points that are not on the fibre included.
+  const CurvePoint<float>* get_points() const { return points_.get(); }
+  uint get_first_point(uint segment) const { return segment_point_[segment]; }
+
+ private:
+  CurvePoint<double> get_point(std::size_t point, const Place& place) const {
+    if (place.rest) return {GMathVec3<double>(points_[point].position), points_[point].radius};
+    const CurvePoint<float>* sample = motion_points_.get() + point * motion_sampling_.get_sample_count() + place.first;
+    const double f = place.fraction;
+    return {GMathVec3<double>(sample[0].position) * (1.0 - f) + GMathVec3<double>(sample[place.step].position) * f,
+            sample[0].radius * (1.0 - f) + sample[place.step].radius * f};
+  }
+
+  CoreAlignedArray<CurvePoint<float>> points_;
+  CoreAlignedArray<CurvePoint<float>> motion_points_;
+  CoreAlignedArray<u32> segment_point_;
+  CoreAlignedArray<u32> curve_segment_;
+  GMathTimeSampling motion_sampling_;
+  CurveShape shape_ = CurveShape::linear;
+  uint segment_count_ = 0, curve_count_ = 0;
+  std::vector<u32> curve_groups_;
+  std::vector<u8> group_motion_;
+  CoreArray<CoreString> group_names_;
+};
