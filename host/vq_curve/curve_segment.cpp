@@ -1,0 +1,224 @@
+#include "vq_curve/curve_segment.h"
+
+#include <algorithm>
+#include <limits>
+#include <numbers>
+
+#include "vq_curve/curve_segment_frame.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+using Ball = CurvePoint<double>;
+
+double get_radius(const Ball& ball) { return ball.radius < 0.0 ? 0.0 : ball.radius; }
+
+Ball get_difference(const Ball& to, const Ball& from) {
+  return {to.position - from.position, get_radius(to) - get_radius(from)};
+}
+
+Ball get_sum(const Ball (&ball)[4], const double (&weight)[4]) {
+  Ball sum{{}, 0.0};
+  for (uint k = 0; k < 4; ++k) {
+    sum.position += ball[k].position * weight[k];
+    sum.radius += get_radius(ball[k]) * weight[k];
+  }
+  return sum;
+}
+
+/// The coordinate axis that `v` goes along least.
+Vec get_least_axis(const Vec& v) {
+  const Vec size(std::abs(v.x), std::abs(v.y), std::abs(v.z));
+  return size.x <= size.y && size.x <= size.z ? Vec(1, 0, 0) : size.y <= size.z ? Vec(0, 1, 0) : Vec(0, 0, 1);
+}
+
+/// Where side[0] of the frames points, as far as the tangent lets it: for a curve in a plane the plane's normal, which
+/// no tangent comes near.
+template <CurveShape shape>
+Vec get_side_hint(const CurveSegment<shape>& segment) {
+  constexpr uint last = CurveSegment<shape>::point_count - 1;
+  const Vec chord = segment.point[last].position - segment.point[0].position;
+  if constexpr (shape == CurveShape::cubic) {
+    const Vec a = segment.point[1].position - segment.point[0].position;
+    const Vec b = segment.point[2].position - segment.point[0].position;
+    Vec best;
+    for (const Vec& normal : {a.cross(b), a.cross(chord), b.cross(chord)}) {
+      if (normal.dot(normal) > best.dot(best)) best = normal;
+    }
+    // What rounding leaves of a straight fibre's normal may point anywhere, along the fibre too.
+    const double size = a.dot(a) + b.dot(b) + chord.dot(chord);
+    if (best.dot(best) > 1e-24 * size * size) return best;
+  }
+  return get_least_axis(chord);
+}
+
+/// The step along the curve at `u` with its change of radius. Where the curve stands still, the next longer one.
+template <CurveShape shape>
+Ball get_step(const CurveSegment<shape>& segment, double u) {
+  constexpr uint last = CurveSegment<shape>::point_count - 1;
+  Ball step = segment.get_ball_derivative(u);
+  for (uint k = 2; k <= last && step.position == Vec(); ++k) {
+    if (u < 0.5)
+      step = get_difference(segment.point[k], segment.point[0]);
+    else
+      step = get_difference(segment.point[last], segment.point[last - k]);
+  }
+  return step;
+}
+
+/// Largest value of the cubic with Bernstein coefficients a to d over [0, 1].
+double get_maximum(double a, double b, double c, double d) {
+  const double ends = std::max(a, d);
+  if (b <= ends && c <= ends) return ends;
+  // The derivative over three is p + 2 q u + r u^2; only the root at which it falls can be a maximum.
+  const double p = b - a, q = (c - b) - p, r = (d - c) - (c - b) - q;
+  const double root = std::sqrt(std::max(0.0, q * q - p * r));
+  const double u = q <= 0.0 ? p / (root - q) : -(q + root) / r;
+  if (!(u > 0.0 && u < 1.0)) return ends;
+  const double v = 1.0 - u;
+  return std::max(ends, v * v * (v * a + 3.0 * u * b) + u * u * (3.0 * v * c + u * d));
+}
+
+/// Largest of the numbers that go with the control points.
+template <CurveShape shape>
+double get_largest(const double (&value)[CurveSegment<shape>::point_count]) {
+  if constexpr (shape == CurveShape::linear)
+    return std::max(value[0], value[1]);
+  else
+    return get_maximum(value[0], value[1], value[2], value[3]);
+}
+
+}  // namespace
+
+template <CurveShape shape>
+CurvePoint<double> CurveSegment<shape>::get_ball(double u) const {
+  const double v = 1.0 - u;
+  if constexpr (shape == CurveShape::linear)
+    return {point[0].position * v + point[1].position * u, get_radius(point[0]) * v + get_radius(point[1]) * u};
+  else
+    return get_sum(point, {v * v * v, 3.0 * v * v * u, 3.0 * v * u * u, u * u * u});
+}
+
+template <CurveShape shape>
+CurvePoint<double> CurveSegment<shape>::get_ball_derivative(double u) const {
+  if constexpr (shape == CurveShape::linear) {
+    return get_difference(point[1], point[0]);
+  } else {
+    const double v = 1.0 - u;
+    const double weight[3] = {3.0 * v * v, 6.0 * v * u, 3.0 * u * u};
+    Ball sum{{}, 0.0};
+    for (uint k = 0; k < 3; ++k) {
+      const Ball step = get_difference(point[k + 1], point[k]);
+      sum.position += step.position * weight[k];
+      sum.radius += step.radius * weight[k];
+    }
+    return sum;
+  }
+}
+
+template <CurveShape shape>
+CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u) {
+  CurveFrame frame;
+  frame.ball = segment.get_ball(u);
+  const Ball step = get_step(segment, u);
+  const double length = step.position.get_length();
+  frame.tangent = length > 0.0 ? step.position * (1.0 / length) : Vec(1, 0, 0);
+  frame.slope = step.radius == 0.0 ? 0.0 : std::clamp(step.radius / length, -1.0, 1.0);
+  const Vec hint = get_side_hint(segment);
+  const Vec across = hint - frame.tangent * hint.dot(frame.tangent);
+  frame.side[0] = across.dot(across) > 0.0 ? across.get_normalized()
+                                           : frame.tangent.cross(get_least_axis(frame.tangent)).get_normalized();
+  frame.side[1] = frame.tangent.cross(frame.side[0]);
+  return frame;
+}
+
+template <CurveShape shape>
+GMathVec2<double> curve_get_uv(const CurveSegment<shape>& segment, double u, const GMathVec3<double>& normal) {
+  const CurveFrame frame = curve_get_frame(segment, u);
+  const double turn = std::atan2(normal.dot(frame.side[1]), normal.dot(frame.side[0])) * (0.5 / std::numbers::pi);
+  const double v = turn < 0.0 ? turn + 1.0 : turn;
+  const double along = normal.dot(frame.tangent);
+  // A curve without length is its ends' caps alone.
+  const bool point = segment.get_ball_derivative(u).position == Vec();
+  if (u <= 0.0 || (point && u < 1.0 && along < 0.0)) {
+    const double height = (-along - frame.slope) / (1.0 - frame.slope);
+    return {height > 0.0 ? -std::min(height, 1.0) : 0.0, v};
+  }
+  if (u >= 1.0 || point) {
+    const double height = (along + frame.slope) / (1.0 + frame.slope);
+    return {height > 0.0 ? 1.0 + std::min(height, 1.0) : 1.0, v};
+  }
+  return {u, v};
+}
+
+template <CurveShape shape>
+CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v) {
+  const CurveFrame frame = curve_get_frame(segment, std::clamp(u, 0.0, 1.0));
+  double along = -frame.slope;
+  if (u < 0.0) along += std::max(u, -1.0) * (1.0 - frame.slope);
+  if (u > 1.0) along += std::min(u - 1.0, 1.0) * (1.0 + frame.slope);
+  const double across = std::sqrt(std::max(0.0, (1.0 - along) * (1.0 + along)));
+  const double angle = v * (2.0 * std::numbers::pi);
+  const Vec normal =
+      frame.tangent * along + frame.side[0] * (across * std::cos(angle)) + frame.side[1] * (across * std::sin(angle));
+  return {frame.ball.position + normal * frame.ball.radius, normal, frame.tangent};
+}
+
+template <CurveShape shape>
+GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space) {
+  constexpr uint count = CurveSegment<shape>::point_count;
+  GMathBbox3<double> box;
+  double poison = 0.0;  // NaN when a value is NaN or infinite: comparisons alone would lose it
+  for (uint axis = 0; axis < 3; ++axis) {
+    double below[count], above[count];
+    for (uint k = 0; k < count; ++k) {
+      const double place = space.axis[axis].dot(segment.point[k].position);
+      const double radius = get_radius(segment.point[k]);
+      below[k] = radius - place;
+      above[k] = radius + place;
+      poison += place * 0.0 + radius * 0.0;
+    }
+    box.min[axis] = -get_largest<shape>(below);
+    box.max[axis] = get_largest<shape>(above);
+  }
+  return {box.min + Vec(poison, poison, poison), box.max + Vec(poison, poison, poison)};
+}
+
+template <CurveShape shape>
+GMathBbox3<double> curve_get_bbox(const CurveSegment<shape>& segment) {
+  return curve_get_bbox_in_space(segment, GMathLinearSpace3<double>());
+}
+
+template <CurveShape shape>
+GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment) {
+  constexpr uint last = CurveSegment<shape>::point_count - 1;
+  const Vec chord = segment.point[last].position - segment.point[0].position;
+  const Vec bend = segment.point[1].position - segment.point[0].position + segment.point[last - 1].position -
+                   segment.point[last].position;
+  Vec along = chord.get_normalized();
+  if (along == Vec()) along = bend.get_normalized();
+  if (!(along.dot(along) > 0.5)) return {};
+  const Vec across = bend - along * bend.dot(along);
+  // What rounding leaves of a straight fibre's bend may point anywhere, along the fibre too.
+  const bool bent = across.dot(across) > 1e-24 * std::max(bend.dot(bend), chord.dot(chord));
+  const Vec second = bent ? across.get_normalized() : along.cross(get_least_axis(along)).get_normalized();
+  return {along, second, along.cross(second)};
+}
+
+template struct CurveSegment<CurveShape::linear>;
+template CurveFrame curve_get_frame(const CurveSegment<CurveShape::linear>&, double);
+template GMathVec2<double> curve_get_uv(const CurveSegment<CurveShape::linear>&, double, const GMathVec3<double>&);
+template CurveSurfacePoint curve_get_surface_point(const CurveSegment<CurveShape::linear>&, double, double);
+template GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<CurveShape::linear>&,
+                                                    const GMathLinearSpace3<double>&);
+template GMathBbox3<double> curve_get_bbox(const CurveSegment<CurveShape::linear>&);
+template GMathLinearSpace3<double> curve_get_space(const CurveSegment<CurveShape::linear>&);
+
+template struct CurveSegment<CurveShape::cubic>;
+template CurveFrame curve_get_frame(const CurveSegment<CurveShape::cubic>&, double);
+template GMathVec2<double> curve_get_uv(const CurveSegment<CurveShape::cubic>&, double, const GMathVec3<double>&);
+template CurveSurfacePoint curve_get_surface_point(const CurveSegment<CurveShape::cubic>&, double, double);
+template GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<CurveShape::cubic>&,
+                                                    const GMathLinearSpace3<double>&);
+template GMathBbox3<double> curve_get_bbox(const CurveSegment<CurveShape::cubic>&);
+template GMathLinearSpace3<double> curve_get_space(const CurveSegment<CurveShape::cubic>&);
