@@ -3,7 +3,9 @@
 // The bins of one set, or of one chunk of it: for each axis a row of equally wide slots between the smallest and the
 // largest centre, each with the box, the number and the weight of the items whose centres fall in it.
 #pragma once
-#include "vq_gas_base/gas_bvh_split_cost.h"
+#include <algorithm>
+
+#include "vq_gas_base/gas_bvh_split_items.h"
 
 /// Where centres fall. Of an axis along which all centres are equal, or not finite, every item falls in bin 0.
 struct GasBvhSplitGrid {
@@ -11,6 +13,7 @@ struct GasBvhSplitGrid {
   uint bin_count = 0;
   bool is_flat = true;  ///< on all three axes: there is nothing to cut
 
+  GasBvhSplitGrid() = default;
   GasBvhSplitGrid(const GasBvhSplitBox& center_sums, uint bin_count);
   /// The bin on each axis. In range for any box, NaN and infinite ones included.
   GasBvhSplitItemBins get_bins(const GasBvhSplitBox& box) const {
@@ -27,9 +30,12 @@ struct GasBvhSplitBins {
   double weights[3][most_bins] = {};  ///< all 0 when every item weighs the same
   uint counts[3][most_bins] = {};
 
-  /// `order` names `count` items. Leaves in `item_bins` where each of them fell.
-  void add_items(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid& grid, const uint* order, uint count,
-                 GasBvhSplitItemBins* item_bins);
+  /// Adds the set's items at positions from `first` on and leaves in `item_bins` where each of them fell.
+  /// @param order      the set's items
+  /// @param item_bins  [position]
+  template <class Boxes>
+  void add_items(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid& grid, const Boxes& item_boxes, const uint* order,
+                 uint first, uint count, GasBvhSplitItemBins* item_bins);
   void add(const GasBvhSplitBins& bins, uint bin_count);
   /// Items in the bins below `plane`.
   uint count_below(uint axis, uint plane) const {
@@ -38,3 +44,33 @@ struct GasBvhSplitBins {
     return count;
   }
 };
+
+template <class Boxes>
+void GasBvhSplitBins::add_items(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid& grid, const Boxes& item_boxes,
+                                const uint* order, uint first, uint count, GasBvhSplitItemBins* item_bins) {
+  constexpr uint ahead = 12;
+  // Block by block, first where the items fall and then what that adds: were the bins' addresses still being worked out
+  // when they are written, every next bin read would have to wait for them.
+  constexpr uint block_items = 64;
+  const uint last = first + count;
+  for (uint block = first; block < last; block += block_items) {
+    const uint end = std::min(last, block + block_items);
+    for (uint k = block; k < end; ++k) {
+      if (k + ahead < last) item_boxes.prefetch(k + ahead);
+      item_bins[k] = grid.get_bins(item_boxes.load(k));
+    }
+    for (uint k = block; k < end; ++k) {
+      const GasBvhSplitBox box = item_boxes.load(k);
+      for (uint axis = 0; axis < 3; ++axis) {
+        const uint bin = item_bins[k].bin[axis];
+        boxes[axis][bin].add(box);
+        ++counts[axis][bin];
+      }
+    }
+  }
+  if (ctx.item_weights == nullptr) return;
+  for (uint k = first; k < last; ++k) {
+    const double weight = gas_bvh_split_weight(ctx, order[k]);
+    for (uint axis = 0; axis < 3; ++axis) weights[axis][item_bins[k].bin[axis]] += weight;
+  }
+}
