@@ -96,4 +96,16 @@ class GasBvhSplitUnaligned {
   /// that the frame can be inverted in single precision. Does nothing when the set has been refitted since its range
   /// was made.
   void refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads);
+
+ private:
+  template <class MakeSearch>
+  bool split_by(const MakeSearch& make_search, GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
+                GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads);
+  /// Fills `space_boxes_`. False when oriented boxes are not to be had or cannot pay.
+  bool measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, SysThreadManager* threads);
+
+  /// Of the set at hand, as those of the aligned strategy. Kept from set to set.
+  CoreVector<GMathBbox3<float>> space_boxes_;
+  CoreVector<GasBvhSplitItemBins> item_bins_, oriented_item_bins_;
+  CoreVector<uint> moved_;
 };

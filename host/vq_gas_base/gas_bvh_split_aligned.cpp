@@ -19,13 +19,12 @@ bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasB
     gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
     return true;
   }
-  uint* order = ctx.order + set.first;
   const float padding = gas_bvh_split_padding(set.box);
-  const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, order});
+  const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first});
   const GasBvhSplitChoice choice = sorted.find(padding);
   if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, nullptr);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
-  gas_bvh_split_fill_halves(set, sorted.cut(choice, order), left, right);
+  gas_bvh_split_fill_halves(set, sorted.cut(choice), left, right);
   return true;
 }
 
@@ -44,8 +43,6 @@ bool GasBvhSplitAligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& se
   const GasBvhSplitChoice choice = binned.find(padding);
   if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, threads);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
-  const GasBvhSplitSides sides = binned.get_sides(choice);
-  binned.partition(choice, sides.left_count, moved_.get_items());
-  gas_bvh_split_fill_halves(set, sides, left, right);
+  gas_bvh_split_fill_halves(set, binned.cut(choice, moved_.get_items()), left, right);
   return true;
 }

@@ -1,7 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_binned.h
 //
-// The search for large sets: items fall into bins, and planes lie between bins. Three passes over the items, of which
-// the last, which moves them, is the caller's to ask for.
+// The search for large sets: items fall into bins, and planes lie between bins. Two passes over the items to
+// find the best of them and one to make it.
 #pragma once
 #include "vq_core/core_memory.h"
 #include "vq_gas_base/gas_bvh_split_bins.h"
@@ -17,11 +17,9 @@ class GasBvhSplitBinned {
                     GasBvhSplitItemBins* item_bins, SysThreadManager* threads);
 
   GasBvhSplitChoice find(float padding);
-  GasBvhSplitSides get_sides(const GasBvhSplitChoice& choice) const;
-  /// Moves the items of both sides together. Stable, so that a chunk knows where its items go from the counts of the
-  /// chunks before it.
+  /// Moves the items of each side together, in their former order.
   /// @param moved  [set.count] scratch
-  void partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved);
+  GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved);
 
  private:
   /// From here on finer bins pay.
@@ -36,6 +34,7 @@ class GasBvhSplitBinned {
 
   GasBvhSplitBox unite_center_sums() const;
   void fill_bins(const GasBvhSplitGrid& grid);
+  void partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved);
   void deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at,
             uint* moved) const;
 
@@ -118,11 +117,12 @@ void GasBvhSplitBinned<Boxes>::fill_bins(const GasBvhSplitGrid& grid) {
 }
 
 template <class Boxes>
-GasBvhSplitSides GasBvhSplitBinned<Boxes>::get_sides(const GasBvhSplitChoice& choice) const {
+GasBvhSplitSides GasBvhSplitBinned<Boxes>::cut(const GasBvhSplitChoice& choice, uint* moved) {
   GasBvhSplitSides sides;
   sides.left_count = bins_.count_below(choice.axis, choice.plane);
   for (uint bin = 0; bin < GasBvhSplitBins::most_bins; ++bin)
     (bin < choice.plane ? sides.left : sides.right).add(bins_.boxes[choice.axis][bin]);
+  partition(choice, sides.left_count, moved);
   return sides;
 }
 
@@ -139,6 +139,7 @@ void GasBvhSplitBinned<Boxes>::deal(const GasBvhSplitChoice& choice, uint first,
   }
 }
 
+/// Stable, so that a chunk knows where its items go from the counts of the chunks before it.
 template <class Boxes>
 void GasBvhSplitBinned<Boxes>::partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved) {
   if (threads_ == nullptr) {

@@ -16,8 +16,8 @@ class GasBvhSplitSorted {
   GasBvhSplitChoice find(float padding) const {
     return is_flat_ ? GasBvhSplitChoice() : gas_bvh_split_search<most_items>(*this, count_, padding);
   }
-  /// The sides that a choice makes; with `order`, also puts the set's items in their new order there.
-  GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* order) const;
+  /// Puts the set's items in their new order.
+  GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved = nullptr) const;
 
   // What the search asks of slots.
   const GasBvhSplitBox& get_box(uint axis, uint rank) const { return boxes_[order_[rank][axis]]; }
@@ -30,6 +30,7 @@ class GasBvhSplitSorted {
   float weights_[most_items];
   uint items_[most_items];
   u8 order_[most_items][4];  ///< [rank][axis]: position in `items_`
+  uint* range_;              ///< of the set in the order of all items
   uint count_;
   bool is_flat_;
 };
@@ -38,12 +39,12 @@ class GasBvhSplitSorted {
 /// equal centres the one that stands first in the set comes first.
 template <class Boxes>
 GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes)
-    : count_(set.count) {
+    : range_(ctx.order + set.first), count_(set.count) {
   const SimdF zero(0.0f), one(1.0f), lowest(-std::numeric_limits<float>::infinity());
   SimdF centers[most_items], ranks[most_items];
   GasBvhSplitBox center_sums;
   for (uint k = 0; k < count_; ++k) {
-    items_[k] = ctx.order[set.first + k];
+    items_[k] = range_[k];
     boxes_[k] = item_boxes.load(k);
     weights_[k] = gas_bvh_split_weight(ctx, items_[k]);
     // A NaN would come first and last at once and the ranks would repeat.
@@ -65,12 +66,12 @@ GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSpli
   is_flat_ = ((center_sums.high > center_sums.low).get_bits() & 7u) == 0;
 }
 
-inline GasBvhSplitSides GasBvhSplitSorted::cut(const GasBvhSplitChoice& choice, uint* order) const {
+inline GasBvhSplitSides GasBvhSplitSorted::cut(const GasBvhSplitChoice& choice, uint* /*moved*/) const {
   GasBvhSplitSides sides;
   sides.left_count = choice.plane;
   for (uint rank = 0; rank < count_; ++rank) {
     const uint k = order_[rank][choice.axis];
-    if (order != nullptr) order[rank] = items_[k];
+    range_[rank] = items_[k];
     (rank < choice.plane ? sides.left : sides.right).add(boxes_[k]);
   }
   return sides;

@@ -1,0 +1,130 @@
+// host/vq_gas_base/gas_bvh_split_unaligned.cpp
+#include <algorithm>
+#include <cmath>
+
+#include "vq_gas_base/gas_bvh_split.h"
+#include "vq_gas_base/gas_bvh_split_binned.h"
+#include "vq_gas_base/gas_bvh_split_frame.h"
+#include "vq_gas_base/gas_bvh_split_halves.h"
+#include "vq_gas_base/gas_bvh_split_sorted.h"
+
+namespace {
+
+/// Items that agree less than this have boxes in their mean space that are no better than those along the world's axes.
+constexpr float least_agreement = 0.5f;
+
+CoreBasicArray<uint> get_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
+  return CoreBasicArray<uint>::make_view(ctx.order + set.first, set.count);
+}
+
+/// What a set costs, whole or cut, once a ray has entered it.
+struct Prices {
+  float unit;   ///< of an item of weight 1
+  float whole;  ///< all items, one after the other
+  float area;   ///< of the box by which a ray enters
+
+  Prices(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, float padding)
+      : unit(gas_bvh_split_unit_cost(ctx)),
+        whole(gas_bvh_split_whole_cost(ctx, set)),
+        area(gas_bvh_split_padded_area(set.refitted ? set.space_box : set.box, padding)) {}
+  /// A side may be larger than the box by which the set is entered, but a ray does not visit it more often for that.
+  float get_cut_price(const GasBvhSplitChoice& choice, float node_cost) const {
+    if (!choice.is_found()) return std::numeric_limits<float>::infinity();
+    const float items = choice.cost / area * unit;
+    return node_cost + (items < whole ? items : whole);
+  }
+};
+
+/// Raises what is less than `least` to that, on both sides alike.
+void widen(GMathBbox3<float>& box, uint axis, float least) {
+  if (box.max[axis] - box.min[axis] >= least) return;
+  const float center = box.min[axis] * 0.5f + box.max[axis] * 0.5f;
+  box.min[axis] = std::min(box.min[axis], center - least * 0.5f);
+  box.max[axis] = std::max(box.max[axis], center + least * 0.5f);
+}
+
+/// Makes sure that the frame of the box can be inverted in single precision and that it means something then.
+void make_invertible(GMathBbox3<float>& box) {
+  constexpr float most = 1e37f, least = 1e-18f;
+  float largest = 0.0f, farthest = 0.0f;
+  for (uint axis = 0; axis < 3; ++axis) {
+    // Also where a bound is NaN, or the box is inverted for want of items.
+    box.min[axis] = box.min[axis] >= -most ? std::min(box.min[axis], most) : -most;
+    box.max[axis] = box.max[axis] <= most ? std::max(box.max[axis], -most) : most;
+    if (box.max[axis] < box.min[axis]) box.min[axis] = box.max[axis] = 0.0f;
+    largest = std::max(largest, box.max[axis] - box.min[axis]);
+    farthest = std::max({farthest, -box.min[axis], box.max[axis]});
+  }
+  // A little more than what is promised, for the rounding of the bounds.
+  for (uint axis = 0; axis < 3; ++axis) widen(box, axis, std::max({largest * 1.1e-6f, farthest * 0x1.2p-20f, least}));
+}
+
+}  // namespace
+
+template <class MakeSearch>
+bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
+                                    GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned,
+                                    SysThreadManager* threads) {
+  const float padding = gas_bvh_split_padding(set.box);
+  const Prices prices(ctx, set, padding);
+  auto search = make_search(GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first}, item_bins_);
+  const GasBvhSplitChoice choice = search.find(padding);
+  const float price = prices.get_cut_price(choice, aligned ? ctx.aligned_cost : ctx.oriented_cost);
+
+  if (measure_items(ctx, set, threads)) {
+    auto oriented_search = make_search(GasBvhSplitSpaceBoxes{space_boxes_.get_items()}, oriented_item_bins_);
+    const GasBvhSplitChoice oriented_choice = oriented_search.find(padding);
+    const float oriented_price = prices.get_cut_price(oriented_choice, ctx.oriented_cost);
+    if (oriented_price < price) {
+      if (set.count <= ctx.max_leaf && prices.whole <= oriented_price) return false;
+      const GasBvhSplitSides sides = oriented_search.cut(oriented_choice, moved_.get_items());
+      gas_bvh_split_at(ctx, set, sides.left_count, left, right, threads);
+      aligned = false;
+      return true;
+    }
+  }
+  if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, threads);
+  if (set.count <= ctx.max_leaf && prices.whole <= price) return false;
+  gas_bvh_split_fill_halves(set, search.cut(choice, moved_.get_items()), left, right);
+  return true;
+}
+
+bool GasBvhSplitUnaligned::measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set,
+                                         SysThreadManager* threads) {
+  if (!std::isfinite(ctx.oriented_cost) || ctx.item_spaces == nullptr || ctx.measure_items == nullptr) return false;
+  const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
+  if (!(frame.agreement >= least_agreement) || !space_boxes_.resize_for_overwrite(set.count)) return false;
+  ctx.measure_items(get_items(ctx, set), frame.space, space_boxes_.get_items(), ctx.measure_owner, threads);
+  return true;
+}
+
+bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                                 GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads) {
+  if (set.count < 2) return false;
+  if (set.count <= GasBvhSplitSorted::most_items) {
+    const auto make_sorted = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& /*item_bins*/) {
+      return GasBvhSplitSorted(ctx, set, boxes);
+    };
+    return split_by(make_sorted, ctx, set, left, right, aligned, nullptr);
+  }
+  for (CoreVector<GasBvhSplitItemBins>* item_bins : {&item_bins_, &oriented_item_bins_}) {
+    if (!item_bins->resize_for_overwrite(set.count)) return gas_bvh_split_heap(ctx, set, left, right, threads);
+  }
+  if (!moved_.resize_for_overwrite(set.count)) return gas_bvh_split_heap(ctx, set, left, right, threads);
+  const auto make_binned = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& item_bins) {
+    return GasBvhSplitBinned(ctx, set, boxes, item_bins.get_items(), threads);
+  };
+  return split_by(make_binned, ctx, set, left, right, aligned, threads);
+}
+
+void GasBvhSplitUnaligned::refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads) {
+  if (set.refitted) return;
+  set.refitted = true;
+  set.space = GMathLinearSpace3<float>();
+  set.space_box = set.box;
+  if (ctx.item_spaces != nullptr && ctx.measure_set != nullptr) {
+    set.space = gas_bvh_split_find_frame(ctx, set).space;
+    set.space_box = ctx.measure_set(get_items(ctx, set), set.space, ctx.measure_owner, threads);
+  }
+  make_invertible(set.space_box);
+}
