@@ -6,10 +6,11 @@
 //                                             s + 1 for s linear ones
 //   motion_points_   [point * samples + k]    the samples of a point lie next to each other
 //   segment_point_   [segment]                first point of the segment
-//   curve_segment_   [curve + 1]              first segment of the fibre
-//   curve_groups_    [curve]                  shading group; absent when there is one group
+//   segment_groups_  [segment]                shading group; absent when all fibres are of group 0
+//   curve_segment_   [curve]                  first segment of the fibre
+//   curve_groups_    [curve]                  shading group; absent when all fibres are of group 0
 //
-// Read by TubeMeshFast, whose primitives are segments, and by TubeMesh, whose primitives are whole fibres.
+// Fibres with too few points for a segment have no stored points. Read by tube_geometry.h.
 #pragma once
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "vq_core/core_memory.h"
 #include "vq_core/core_string.h"
 #include "vq_curve/curve_segment.h"
+#include "vq_geometry/geometry_point_cloud.h"
 #include "vq_gmath/gmath_time_sampling.h"
 
 enum class CurveBasis {
@@ -29,10 +31,12 @@ enum class CurveBasis {
 /// What fibres are made from. Coordinates may be anything, NaN and infinity included; indices must be in range.
 struct CurveData {
   CurveBasis basis = CurveBasis::linear;
-  std::vector<CurvePoint<float>> points;  ///< of all fibres, one after the other, at rest
-  std::vector<u32> curve_sizes;           ///< points per fibre; too few for a segment: the fibre has none
-  std::vector<u32> curve_groups;          ///< one index into `group_names` per fibre; empty: all 0
-  std::vector<CoreString> group_names;    ///< empty: one group named "default"
+  /// Of all fibres, one after the other, at rest. Radii below 0 count as 0, also those that the conversion to Bézier
+  /// points gives.
+  std::vector<CurvePoint<float>> points;
+  std::vector<u32> curve_sizes;         ///< points per fibre; too few for a segment: the fibre has none
+  std::vector<u32> curve_groups;        ///< one index into `group_names` per fibre; empty: all 0
+  std::vector<CoreString> group_names;  ///< empty: one group named "default"
   /// Sample k holds the points at motion_begin + k * motion_step; linear between, constant outside. Empty: at rest at
   /// all times.
   std::vector<std::vector<CurvePoint<float>>> motion_points;
@@ -56,20 +60,20 @@ class CurveSet {
 
   /// Replaces the fibres. Nothing may read them meanwhile. O(points).
   /// @return false, with one sentence in `error` and the set as it was, when sizes disagree, an index is out of range
-  /// or a
-  ///         Bézier fibre has not 3 s + 1 points; false with an empty set when there is no memory
+  ///         or a Bézier fibre of four and more points has not 3 s + 1; false with an empty set when there is no memory
   bool create(CurveData&& data, CoreString& error);
 
   CurveShape get_shape() const { return shape_; }
   uint get_segment_count() const { return segment_count_; }
   uint get_curve_count() const { return curve_count_; }
   /// First segment of a fibre; `curve` may be get_curve_count().
-  uint get_first_segment(uint curve) const { return curve_segment_[curve]; }
+  uint get_first_segment(uint curve) const { return curve < curve_count_ ? curve_segment_[curve] : segment_count_; }
   /// The fibre that a segment belongs to. O(log n).
   uint get_curve(uint segment) const;
   bool has_motion() const { return motion_points_.get_count() != 0; }
   const CoreArray<CoreString>& get_group_names() const { return group_names_; }
   uint get_curve_group(uint curve) const { return curve_groups_.empty() ? 0 : curve_groups_[curve]; }
+  uint get_segment_group(uint segment) const { return segment_groups_ ? segment_groups_[segment] : 0; }
   /// Whether a motion sample of one of the group's points differs from the point at rest.
   bool has_group_motion(uint group) const;
   u64 get_array_bytes() const;
@@ -87,10 +91,14 @@ class CurveSet {
   uint get_point_count() const { return static_cast<uint>(points_.get_count()); }
   const CurvePoint<float>& get_point(uint point) const { return points_[point]; }
   /// The points at rest, Bézier points that are not on the fibre included.
-  const CurvePoint<float>* get_points() const { return points_.get(); }
+  const GeometryPointCloud& get_point_cloud() const { return point_cloud_; }
   uint get_first_point(uint segment) const { return segment_point_[segment]; }
 
  private:
+  void clear();
+  bool store(CurveData&& data);
+  bool store_fibres(const CurveData& data);
+  void find_group_motion();
   CurvePoint<double> get_point(std::size_t point, const Place& place) const {
     if (place.rest) return {GMathVec3<double>(points_[point].position), points_[point].radius};
     const CurvePoint<float>* sample = motion_points_.get() + point * motion_sampling_.get_sample_count() + place.first;
@@ -102,6 +110,7 @@ class CurveSet {
   CoreAlignedArray<CurvePoint<float>> points_;
   CoreAlignedArray<CurvePoint<float>> motion_points_;
   CoreAlignedArray<u32> segment_point_;
+  CoreAlignedArray<u32> segment_groups_;
   CoreAlignedArray<u32> curve_segment_;
   GMathTimeSampling motion_sampling_;
   CurveShape shape_ = CurveShape::linear;
@@ -109,4 +118,5 @@ class CurveSet {
   std::vector<u32> curve_groups_;
   std::vector<u8> group_motion_;
   CoreArray<CoreString> group_names_;
+  GeometryPointCloud point_cloud_;
 };

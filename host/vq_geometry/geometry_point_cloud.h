@@ -2,23 +2,27 @@
 //
 // The points of a geometry, as frustum queries collect them: a view, the geometry owns the positions.
 #pragma once
+#include <cstddef>
+
 #include "vq_core/core_assert.h"
 #include "vq_gmath/gmath_vec.h"
 
 class GeometryPointCloud {
  public:
   GeometryPointCloud() = default;
-  /// Shows `count` positions that belong to somebody else and must outlive the cloud.
-  GeometryPointCloud(const GMathVec3<float>* positions, uint count) : positions_(positions), count_(count) {}
+  /// Shows `count` positions, `stride` bytes apart, that belong to somebody else and must outlive the cloud.
+  GeometryPointCloud(const GMathVec3<float>* positions, uint count, uint stride = sizeof(GMathVec3<float>))
+      : positions_(reinterpret_cast<const u8*>(positions)), count_(count), stride_(stride) {}
 
   uint get_count() const { return count_; }
   /// `point` below get_count().
   const GMathVec3<float>& get_position(const uint& point) const {
     CORE_ASSERT(point < count_);
-    return positions_[point];
+    return *reinterpret_cast<const GMathVec3<float>*>(positions_ + std::size_t{point} * stride_);
   }
 
  private:
-  const GMathVec3<float>* positions_ = nullptr;
+  const u8* positions_ = nullptr;
   uint count_ = 0;
+  uint stride_ = 0;
 };

@@ -1,0 +1,227 @@
+#include "vq_curve/curve_set.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+#include <utility>
+
+#include "vq_core/core_log.h"
+
+namespace {
+
+using Point = CurvePoint<float>;
+
+CurveShape get_basis_shape(CurveBasis basis) {
+  return basis == CurveBasis::linear ? CurveShape::linear : CurveShape::cubic;
+}
+
+u32 count_segments(CurveBasis basis, u32 points) {
+  if (basis == CurveBasis::linear) return points < 2 ? 0 : points - 1;
+  if (points < 4) return 0;
+  return basis == CurveBasis::bezier ? (points - 1) / 3 : points - 3;
+}
+
+/// How far the first points of neighbouring segments are apart.
+u32 get_point_step(CurveShape shape) { return shape == CurveShape::linear ? 1 : 3; }
+
+u64 count_stored_points(const CurveData& data) {
+  u64 points = 0;
+  for (const u32 size : data.curve_sizes) {
+    const u64 segments = count_segments(data.basis, size);
+    if (segments > 0) points += segments * get_point_step(get_basis_shape(data.basis)) + 1;
+  }
+  return points;
+}
+
+/// The first fault of the input as a sentence; null without one.
+const char* find_fault(const CurveData& data) {
+  u64 points = 0;
+  for (const u32 size : data.curve_sizes) points += size;
+  if (points != data.points.size()) return "The sizes of the fibres do not add up to the number of points.";
+  if (std::max<u64>({points, count_stored_points(data), data.curve_sizes.size(), data.motion_points.size()}) >=
+      core_invalid_index)
+    return "There are too many fibres, points or motion samples.";
+  const auto is_torn = [](u32 size) { return size >= 4 && size % 3 != 1; };
+  if (data.basis == CurveBasis::bezier && std::any_of(data.curve_sizes.begin(), data.curve_sizes.end(), is_torn))
+    return "A Bézier fibre must have one point more than a multiple of three.";
+
+  const std::vector<u32>& groups = data.curve_groups;
+  const std::size_t group_count = std::max<std::size_t>(data.group_names.size(), 1);
+  if (!groups.empty() && groups.size() != data.curve_sizes.size()) return "There must be one shading group per fibre.";
+  if (std::any_of(groups.begin(), groups.end(), [&](u32 group) { return group >= group_count; }))
+    return "A fibre refers to a shading group that does not exist.";
+
+  const auto fits = [&](const std::vector<Point>& sample) { return sample.size() == points; };
+  if (!std::all_of(data.motion_points.begin(), data.motion_points.end(), fits))
+    return "Every motion sample must have as many points as the fibres.";
+  if (data.motion_points.size() < 2) return nullptr;
+  if (!gmath_isfinited(data.motion_begin) || !gmath_isfinited(data.motion_step) || data.motion_step <= 0.0)
+    return "The motion samples must begin at a finite time and follow each other in positive steps.";
+  return nullptr;
+}
+
+/// Bézier points of a span as sums of the input's four, in sixths.
+using BasisWeights = double[4][4];
+constexpr BasisWeights bspline_weights = {{1, 4, 1, 0}, {0, 4, 2, 0}, {0, 2, 4, 0}, {0, 1, 4, 1}};
+constexpr BasisWeights catmull_rom_weights = {{0, 6, 0, 0}, {-1, 6, 1, 0}, {0, 1, 6, -1}, {0, 0, 6, 0}};
+
+/// A NaN stays.
+template <class T>
+T cut_radius(T radius) {
+  return radius < T(0) ? T(0) : radius;
+}
+
+Point blend(const Point* points, const double (&weights)[4]) {
+  GMathVec3<double> position;
+  double radius = 0.0;
+  for (uint k = 0; k < 4; ++k) {
+    if (weights[k] == 0.0) continue;  // a NaN there is no concern of this point
+    position += GMathVec3<double>(points[k].position) * weights[k];
+    radius += cut_radius<double>(points[k].radius) * weights[k];
+  }
+  const GMathVec3<double> sixth(position.x / 6.0, position.y / 6.0, position.z / 6.0);
+  return {GMathVec3<float>(sixth), static_cast<float>(cut_radius(radius / 6.0))};
+}
+
+/// Calls `write` with the points to be stored of a fibre of `segments` segments, in order.
+template <class Write>
+void convert_fibre(CurveBasis basis, const Point* points, u32 segments, const Write& write) {
+  if (segments == 0) return;
+  if (basis == CurveBasis::linear || basis == CurveBasis::bezier) {
+    const u32 last = segments * get_point_step(get_basis_shape(basis));
+    for (u32 k = 0; k <= last; ++k) write({points[k].position, cut_radius(points[k].radius)});
+    return;
+  }
+  const BasisWeights& weights = basis == CurveBasis::bspline ? bspline_weights : catmull_rom_weights;
+  write(blend(points, weights[0]));
+  for (u32 segment = 0; segment < segments; ++segment)
+    for (uint k = 1; k < 4; ++k) write(blend(points + segment, weights[k]));
+}
+
+/// Writes every `stride`-th place of `to`.
+void convert_fibres(const CurveData& data, const std::vector<Point>& points, Point* to, std::size_t stride) {
+  const Point* from = points.data();
+  for (const u32 size : data.curve_sizes) {
+    convert_fibre(data.basis, from, count_segments(data.basis, size), [&](const Point& point) {
+      *to = point;
+      to += stride;
+    });
+    from += size;
+  }
+}
+
+template <class T>
+bool allocate(CoreAlignedArray<T>& array, std::size_t count) {
+  array = CoreAlignedArray<T>(count, 64);
+  return count == 0 || array;
+}
+
+}  // namespace
+
+bool CurveSet::create(CurveData&& data, CoreString& error) {
+  if (const char* fault = find_fault(data)) {
+    error = fault;
+    return false;
+  }
+  clear();
+  try {
+    if (store(std::move(data))) return true;
+  } catch (const std::bad_alloc&) {
+  }
+  clear();
+  error = "There is not enough memory for the fibres.";
+  return false;
+}
+
+void CurveSet::clear() {
+  points_.reset();
+  motion_points_.reset();
+  segment_point_.reset();
+  segment_groups_.reset();
+  curve_segment_.reset();
+  motion_sampling_ = GMathTimeSampling();
+  shape_ = CurveShape::linear;
+  segment_count_ = curve_count_ = 0;
+  curve_groups_ = {};
+  group_motion_ = {};
+  group_names_.remove_all();
+  point_cloud_ = GeometryPointCloud();
+}
+
+bool CurveSet::store(CurveData&& data) {
+  shape_ = get_basis_shape(data.basis);
+  curve_count_ = static_cast<uint>(data.curve_sizes.size());
+  for (const u32 size : data.curve_sizes) segment_count_ += count_segments(data.basis, size);
+  if (std::all_of(data.curve_groups.begin(), data.curve_groups.end(), [](u32 group) { return group == 0; }))
+    data.curve_groups = {};
+  curve_groups_ = std::move(data.curve_groups);
+  if (!store_fibres(data)) return false;
+
+  const std::size_t points = count_stored_points(data), samples = data.motion_points.size();
+  if (!allocate(points_, points) || !allocate(motion_points_, points * samples)) return false;
+  convert_fibres(data, data.points, points_.get(), 1);
+  for (std::size_t sample = 0; sample < samples && points > 0; ++sample)
+    convert_fibres(data, data.motion_points[sample], motion_points_.get() + sample, samples);
+  if (has_motion())
+    motion_sampling_ = GMathTimeSampling(data.motion_begin, data.motion_step, static_cast<uint>(samples));
+  if (points > 0) point_cloud_ = GeometryPointCloud(&points_[0].position, get_point_count(), sizeof(Point));
+
+  if (data.group_names.empty()) data.group_names.emplace_back("default");
+  if (!group_names_.assign(data.group_names.data(), static_cast<uint>(data.group_names.size()))) return false;
+  find_group_motion();
+  return true;
+}
+
+bool CurveSet::store_fibres(const CurveData& data) {
+  if (!allocate(curve_segment_, curve_count_) || !allocate(segment_point_, segment_count_) ||
+      !allocate(segment_groups_, curve_groups_.empty() ? 0 : segment_count_))
+    return false;
+  const u32 step = get_point_step(shape_);
+  u32 segment = 0, point = 0;
+  for (uint curve = 0; curve < curve_count_; ++curve) {
+    curve_segment_[curve] = segment;
+    const u32 end = segment + count_segments(data.basis, data.curve_sizes[curve]);
+    if (segment == end) continue;
+    for (; segment < end; ++segment, point += step) {
+      segment_point_[segment] = point;
+      if (segment_groups_) segment_groups_[segment] = curve_groups_[curve];
+    }
+    ++point;
+  }
+  return true;
+}
+
+void CurveSet::find_group_motion() {
+  group_motion_.assign(group_names_.get_count(), 0);
+  if (!has_motion()) return;
+  const std::size_t samples = motion_sampling_.get_sample_count();
+  const uint step = get_point_step(shape_);
+  for (uint segment = 0; segment < segment_count_; ++segment) {
+    u8& moves = group_motion_[get_segment_group(segment)];
+    for (std::size_t point = segment_point_[segment], k = 0; k <= step && moves == 0; ++k, ++point) {
+      const Point* sample = motion_points_.get() + point * samples;
+      moves = !std::all_of(sample, sample + samples, [&](const Point& moved) { return moved == points_[point]; });
+    }
+  }
+}
+
+uint CurveSet::get_curve(uint segment) const {
+  // Fibres without segments begin where the next one does: the last that begins at or before the segment holds it.
+  const u32* after = std::upper_bound(curve_segment_.begin(), curve_segment_.end(), segment);
+  return static_cast<uint>(after - curve_segment_.begin()) - 1;
+}
+
+bool CurveSet::has_group_motion(uint group) const { return group < group_motion_.size() && group_motion_[group] != 0; }
+
+u64 CurveSet::get_array_bytes() const {
+  return points_.get_bytes() + motion_points_.get_bytes() + segment_point_.get_bytes() + segment_groups_.get_bytes() +
+         curve_segment_.get_bytes() + curve_groups_.capacity() * sizeof(u32) + group_motion_.capacity() +
+         group_names_.get_count() * sizeof(CoreString);
+}
+
+CurveSet::Place CurveSet::get_place(double time) const {
+  if (!has_motion() || std::isnan(time)) return {};
+  Place place{.rest = false, .step = motion_sampling_.get_sample_count() > 1 ? 1u : 0u};
+  motion_sampling_.get_span(time, place.first, place.fraction);
+  return place;
+}

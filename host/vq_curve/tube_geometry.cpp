@@ -1,0 +1,171 @@
+#include "vq_curve/tube_geometry.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "vq_curve/curve_frustum.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_raytrace_ctx.h"
+
+namespace {
+
+constexpr double nan_time = std::numeric_limits<double>::quiet_NaN();
+
+/// Calls `work` with the shape as a compile-time value.
+template <class Work>
+auto with_shape(CurveShape shape, const Work& work) {
+  if (shape == CurveShape::linear) return work.template operator()<CurveShape::linear>();
+  return work.template operator()<CurveShape::cubic>();
+}
+
+uint get_last_point(CurveShape shape) { return shape == CurveShape::linear ? 1 : 3; }
+
+/// Single-precision values on or outside of the bounds; NaN stays.
+GMathBbox3<double> round_outwards(GMathBbox3<double> box) {
+  constexpr float most = std::numeric_limits<float>::infinity();
+  for (uint axis = 0; axis < 3; ++axis) {
+    const float low = static_cast<float>(box.min[axis]), high = static_cast<float>(box.max[axis]);
+    box.min[axis] = low > box.min[axis] ? std::nextafter(low, -most) : low;
+    box.max[axis] = high < box.max[axis] ? std::nextafter(high, most) : high;
+  }
+  return box;
+}
+
+}  // namespace
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
+                                                    const GMathLinearSpace3<double>& space) const {
+  const SegmentRange segments = get_segments(primitive);
+  const CurveSet::Place place = curves_.get_place(time);
+  GMathBbox3<double> out;
+  with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
+    for (uint segment = segments.first; segment < segments.end; ++segment) {
+      const auto box = curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space);
+      if (gmath_is_valid_box(box)) out.add(box);
+    }
+  });
+  const GMathVec3<double> none(nan_time, nan_time, nan_time);
+  return out.is_empty() ? GMathBbox3<double>(none, none) : round_outwards(out);
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox(const CtxEval& /*ctx*/, const uint& primitive) const {
+  return compute_bbox(primitive, nan_time, {});
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_at(const CtxEval& /*ctx*/, const double& time,
+                                                             const uint& primitive) const {
+  return compute_bbox(primitive, time, {});
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space(const CtxEval& /*ctx*/,
+                                                                   const GMathLinearSpace3<double>& space,
+                                                                   const uint& primitive) const {
+  return compute_bbox(primitive, nan_time, space);
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space_at(const CtxEval& /*ctx*/, const double& time,
+                                                                      const GMathLinearSpace3<double>& space,
+                                                                      const uint& primitive) const {
+  return compute_bbox(primitive, time, space);
+}
+
+template <TubePrimitive kind>
+GMathLinearSpace3<double> TubeGeometry<kind>::get_primitive_space(const CtxEval& /*ctx*/, const uint& primitive) const {
+  const SegmentRange segments = get_segments(primitive);
+  if (segments.first == segments.end) return {};
+  // Four of the primitive's points, evenly spread, stand for all of them: of a single cubic they are its own.
+  const uint first = curves_.get_first_point(segments.first);
+  const uint last = curves_.get_first_point(segments.end - 1) + get_last_point(curves_.get_shape());
+  CurveSegment<CurveShape::cubic> whole;
+  for (uint k = 0; k < 4; ++k) {
+    const CurvePoint<float>& point = curves_.get_point(first + static_cast<uint>(u64{last - first} * k / 3));
+    whole.point[k] = {GMathVec3<double>(point.position), point.radius};
+  }
+  return curve_get_space(whole);
+}
+
+template <TubePrimitive kind>
+void TubeGeometry<kind>::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                           const uint& primitive) const {
+  with_shape(curves_.get_shape(), [&]<CurveShape shape>() { test_rays<shape>(ctx, shader, query, primitive); });
+}
+
+template <TubePrimitive kind>
+template <CurveShape shape>
+void TubeGeometry<kind>::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                   uint primitive) const {
+  const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
+  const SegmentRange segments = get_segments(primitive);
+  for (uint index = segments.first; index < segments.end; ++index) {
+    CurveSegment<shape> segment;
+    if (!moving) segment = curves_.get_segment<shape>(index, {});
+    for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
+      if (!query.is_nearest() && query.is_stopped(ray)) continue;
+      if (index == segments.first) ++query.counter;
+      if (moving) segment = curves_.get_segment<shape>(index, curves_.get_place(query.spans[ray].time));
+      CurveHit hit;
+      if (curve_hit_segment(query.get_ray(ray), segment, query.get_tnear(ray), query.get_limit(ray), hit))
+        query.push_intersection(ctx, shader, ray, {hit.distance, hit.u, hit.v, primitive, index - segments.first});
+    }
+  }
+}
+
+template <TubePrimitive kind>
+void TubeGeometry<kind>::frustum_hit_primitive(const CtxEval& /*ctx*/, CtxShader& /*shader*/, GeometryFrustumCtx& query,
+                                               const uint& primitive) const {
+  const SegmentRange segments = get_segments(primitive);
+  if (segments.first == segments.end) return;
+  const GeometryFrustumMode mode = static_cast<GeometryFrustumMode>(query.mode);
+  if (mode == GeometryFrustumMode::points || mode == GeometryFrustumMode::vertices) {
+    mark_points(query, segments);
+  } else if (mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all) {
+    const bool any = mode == GeometryFrustumMode::any;
+    const bool found = with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
+      for (uint index = segments.first; index < segments.end; ++index) {
+        const CurveSegment<shape> segment = curves_.get_segment<shape>(index, {});
+        if (any ? curve_touches_frustum(segment, query) : !curve_lies_in_frustum(segment, query)) return true;
+      }
+      return false;
+    });
+    query.result.hit_count += found == any;
+    (any ? query.result.finished : query.result.outside) |= found;
+  }
+}
+
+template <TubePrimitive kind>
+void TubeGeometry<kind>::mark_points(GeometryFrustumCtx& query, SegmentRange segments) const {
+  const uint last = curves_.get_first_point(segments.end - 1) + get_last_point(curves_.get_shape());
+  for (uint point = curves_.get_first_point(segments.first); point <= last && point < query.mask.size(); ++point)
+    if (query.contains(GMathVec3<double>(curves_.get_point(point).position))) query.mask[point] = 1;
+}
+
+template <TubePrimitive kind>
+CurveSurfacePoint TubeGeometry<kind>::compute_surface_point(const GeometryIntersection& hit, double time) const {
+  const uint segment = get_segments(hit.primitive).first + hit.part;
+  const CurveSet::Place place = curves_.get_place(time);
+  return with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
+    return curve_get_surface_point(curves_.get_segment<shape>(segment, place), hit.u, hit.v);
+  });
+}
+
+template <TubePrimitive kind>
+GeometrySurfacePoint TubeGeometry<kind>::get_surface_point(const GeometryIntersection& hit, const double& time) const {
+  const CurveSurfacePoint point = compute_surface_point(hit, time);
+  const uint segment = get_segments(hit.primitive).first + hit.part;
+  const uint curve = curves_.get_curve(segment), first = curves_.get_first_segment(curve);
+  const double u = (segment - first + std::clamp(hit.u, 0.0, 1.0)) / (curves_.get_first_segment(curve + 1) - first);
+  return {point.position, point.normal, point.normal, {u, hit.v, 0.0}};
+}
+
+template <TubePrimitive kind>
+GMathVec3<double> TubeGeometry<kind>::get_tangent(const GeometryIntersection& hit, const double& time) const {
+  return compute_surface_point(hit, time).tangent;
+}
+
+template class TubeGeometry<TubePrimitive::segment>;
+template class TubeGeometry<TubePrimitive::fibre>;

@@ -1,0 +1,81 @@
+// host/vq_curve/tube_geometry.h
+//
+// Fibres as a geometry. What a primitive is, is decided at compile time:
+//
+//   segment   TubeMeshFast   one segment; a hit's part is 0
+//   fibre     TubeMesh       all segments of a fibre; a hit's part is the segment within the fibre
+#pragma once
+#include "vq_curve/curve_set.h"
+#include "vq_geometry/geometry_object.h"
+
+enum class TubePrimitive { segment, fibre };
+
+template <TubePrimitive kind>
+class TubeGeometry : public GeometryObject {
+ public:
+  TubeGeometry(const TubeGeometry&) = delete;
+  TubeGeometry& operator=(const TubeGeometry&) = delete;
+
+  /// Replaces the fibres; as CurveSet::create().
+  bool create(CurveData&& data, CoreString& error) { return curves_.create(std::move(data), error); }
+  const CurveSet& get_curves() const { return curves_; }
+
+  u64 get_memory_size() const override { return sizeof(*this) + curves_.get_array_bytes(); }
+
+  uint get_primitive_count() const override {
+    return kind == TubePrimitive::segment ? curves_.get_segment_count() : curves_.get_curve_count();
+  }
+  const CoreArray<CoreString>& get_shading_groups() const override { return curves_.get_group_names(); }
+  uint get_primitive_shading_group(const uint& primitive) const override {
+    return kind == TubePrimitive::segment ? curves_.get_segment_group(primitive) : curves_.get_curve_group(primitive);
+  }
+  bool has_motion() const override { return curves_.has_motion(); }
+  bool has_shading_group_motion(const uint& group) const override { return curves_.has_group_motion(group); }
+
+  // Boxes hold the solid and are rounded outwards to single precision, so that converting them loses nothing. Segments
+  // with a NaN or infinite value count for nothing; NaN for a primitive that has no others. A NaN time stands for the
+  // fibres at rest, here and below.
+  GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
+  GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
+                                           const uint& primitive) const override;
+  GMathBbox3<double> get_primitive_bbox_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
+                                                 const uint& primitive) const override;
+  GMathBbox3<double> get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
+                                                    const GMathLinearSpace3<double>& space,
+                                                    const uint& primitive) const override;
+  /// Along the primitive at rest; the world's axes for one without segments.
+  GMathLinearSpace3<double> get_primitive_space(const CtxEval& ctx, const uint& primitive) const override;
+
+  /// One hit a segment and ray: the first crossing of the segment's surface within the ray's interval.
+  void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                         const uint& primitive) const override;
+  /// Modes any and all look at the solid, at rest; points and vertices mark the control points inside.
+  void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
+                             const uint& primitive) const override;
+  /// The normal points away from the fibre; uv holds (u, v, 0) with u counted along the whole fibre from 0 to 1.
+  GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
+  /// The direction of the fibre at a hit, of unit length: what fibre shading models want.
+  GMathVec3<double> get_tangent(const GeometryIntersection& hit, const double& time) const;
+
+  /// The control points at rest.
+  const GeometryPointCloud* get_point_cloud() const override { return &curves_.get_point_cloud(); }
+
+ protected:
+  TubeGeometry() = default;
+
+ private:
+  struct SegmentRange {
+    uint first, end;
+  };
+  SegmentRange get_segments(uint primitive) const {
+    if constexpr (kind == TubePrimitive::segment) return {primitive, primitive + 1};
+    return {curves_.get_first_segment(primitive), curves_.get_first_segment(primitive + 1)};
+  }
+  GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
+  CurveSurfacePoint compute_surface_point(const GeometryIntersection& hit, double time) const;
+  template <CurveShape shape>
+  void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
+  void mark_points(GeometryFrustumCtx& query, SegmentRange segments) const;
+
+  CurveSet curves_;
+};
