@@ -52,12 +52,15 @@ Vec get_side_hint(const CurveSegment<shape>& segment) {
   return get_least_axis(chord);
 }
 
-/// The step along the curve at `u` with its change of radius. Where the curve stands still, the next longer one.
+/// The step along the curve at `u` with its change of radius. Where the curve stands still, the step that it takes
+/// next; if the radius changes meanwhile, `jump` tells how.
 template <CurveShape shape>
-Ball get_step(const CurveSegment<shape>& segment, double u) {
+Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
   constexpr uint last = CurveSegment<shape>::point_count - 1;
   Ball step = segment.get_ball_derivative(u);
+  jump = 0.0;
   for (uint k = 2; k <= last && step.position == Vec(); ++k) {
+    if (jump == 0.0) jump = step.radius;
     if (u < 0.5)
       step = get_difference(segment.point[k], segment.point[0]);
     else
@@ -120,10 +123,14 @@ template <CurveShape shape>
 CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u) {
   CurveFrame frame;
   frame.ball = segment.get_ball(u);
-  const Ball step = get_step(segment, u);
+  double jump;
+  const Ball step = get_step(segment, u, jump);
   const double length = step.position.get_length();
   frame.tangent = length > 0.0 ? step.position * (1.0 / length) : Vec(1, 0, 0);
-  frame.slope = step.radius == 0.0 ? 0.0 : std::clamp(step.radius / length, -1.0, 1.0);
+  if (jump != 0.0)
+    frame.slope = jump > 0.0 ? 1.0 : -1.0;
+  else if (step.radius != 0.0)
+    frame.slope = std::clamp(step.radius / length, -1.0, 1.0);
   const Vec hint = get_side_hint(segment);
   const Vec across = hint - frame.tangent * hint.dot(frame.tangent);
   frame.side[0] = across.dot(across) > 0.0 ? across.get_normalized()

@@ -18,6 +18,7 @@ namespace {
 using Vec = GMathVec3<double>;
 
 constexpr uint max_depth = 12;
+constexpr uint max_rounds = 100;
 
 /// A piece of the curve in a frame whose z axis is the ray; x, y, z, radius. The plane's x axis runs along the piece's
 /// chord as the ray sees it, so that the ends have the same y.
@@ -36,10 +37,12 @@ struct Crossing {
 
 /// What the solver sees of the curve at some u.
 struct State {
-  double q;                  ///< above 0 where the ray is inside the ball
-  double half_fall;          ///< -q' / 2
-  double half_bend;          ///< -q'' / 2
-  double z, z_rise, z_bend;  ///< z, z', z''
+  double distance2, approach;  ///< x^2 + y^2 and half its derivative
+  double growth;               ///< r'
+  double q;                    ///< above 0 where the ray is inside the ball
+  double half_fall;            ///< -q' / 2
+  double half_bend;            ///< -q'' / 2
+  double z, z_rise, z_bend;    ///< z, z', z''
 };
 
 /// A piece as a polynomial in u of the piece.
@@ -78,8 +81,12 @@ class Polynomial {
         e[k] = 6.0 * c_[3][k] * u + 2.0 * c_[2][k];
       }
     }
-    return {p[3] * p[3] - p[0] * p[0] - p[1] * p[1],
-            p[0] * d[0] + p[1] * d[1] - p[3] * d[3],
+    const double distance2 = p[0] * p[0] + p[1] * p[1], approach = p[0] * d[0] + p[1] * d[1];
+    return {distance2,
+            approach,
+            d[3],
+            p[3] * p[3] - distance2,
+            approach - p[3] * d[3],
             d[0] * d[0] + d[1] * d[1] - d[3] * d[3] + p[0] * e[0] + p[1] * e[1] - p[3] * e[3],
             p[2],
             d[2],
@@ -104,12 +111,24 @@ class Polynomial {
   double c_[CurveSegment<shape>::point_count][4];
 };
 
-/// The step to the least z - sqrt(q) of the cone that touches the curve there; false when there is none.
-bool get_cone_step(const State& s, double& step) {
+/// The step in u to the least z - sqrt(q) of the cone that touches the curve; false when that cone has none. How z
+/// bends is counted in, so that near the minimum this is Newton's step.
+bool get_cone_step(const State& s, double root, double& step) {
   const double slant = s.half_bend + s.z_rise * s.z_rise;
   const double inside = s.half_fall * s.half_fall + s.half_bend * s.q;
-  if (!(slant > 0.0 && inside >= 0.0 && s.half_bend > 0.0)) return false;
-  step = (-s.half_fall - s.z_rise * std::sqrt(inside / slant)) / s.half_bend;
+  if (!(slant > 0.0 && inside >= 0.0)) return false;
+  const double height = s.z_rise * std::sqrt(inside / slant);
+  if (s.half_fall * s.z_rise > 0.0) {
+    if (!(s.half_bend > 0.0)) return false;
+    step = (-s.half_fall - height) / s.half_bend;
+    return true;
+  }
+  // The same number, where that difference would cancel.
+  const double bent_slant = slant + s.z_bend * root;
+  if (!(bent_slant > 0.0)) return false;
+  const double rise = s.z_rise * root;
+  const double both = s.half_fall - height;
+  step = both == 0.0 ? 0.0 : (rise - s.half_fall) * (rise + s.half_fall) / (bent_slant * both);
   return true;
 }
 
@@ -118,48 +137,37 @@ template <CurveShape shape>
 bool find_lowest(const Polynomial<shape>& curve, Crossing& lowest) {
   double low = 0.0, high = 1.0;            // the minimum lies between
   bool low_open = true, high_open = true;  // the end itself has not been looked at
-  bool found = false;
+  lowest.z = std::numeric_limits<double>::infinity();
   double u = curve.get_start();
-  for (uint round = 0; round < 64; ++round) {
+  for (uint round = 0; round < max_rounds; ++round) {
     const State s = curve.get_state(u);
-    double step = 0.0, fall = s.half_fall;  // the minimum lies left of u when fall > 0
-    bool good_step = false;
-    if (s.q > 0.0) {
-      const double root = std::sqrt(s.q);
-      fall += s.z_rise * root;
-      const double bend = s.half_bend + s.z_bend * root - s.z_rise * s.half_fall / root;
-      found = true;
-      lowest = {s.z - root, u};
-      if (round == 0 && get_cone_step(s, step)) {
-        good_step = true;
-      } else if (bend > 0.0) {
-        step = -fall / bend;
-        good_step = true;
-        if (step * step * s.half_bend <= 1e-10 * s.q && u + step >= low && u + step <= high) {
-          lowest = {s.z - root + 0.5 * step * fall / root, u + step};
-          return true;
-        }
-      }
-    } else if (s.half_bend > 0.0) {
+    const double root = s.q > 0.0 ? std::sqrt(s.q) : 0.0;
+    double fall = s.half_fall + s.z_rise * root;  // above 0: the minimum lies left of u
+    // Of a fibre that grows faster than the ray sees it advance, q has no maximum; how far the ray is from the ball's
+    // edge still has a minimum.
+    if (!(s.q > 0.0) && s.half_bend <= 0.0) fall = s.approach - s.growth * std::sqrt(s.distance2);
+    if (s.q > 0.0 && s.z - root < lowest.z) lowest = {s.z - root, u};
+    (fall > 0.0 ? high : low) = u;
+    (fall > 0.0 ? high_open : low_open) = false;
+    if (high <= 0.0 || low >= 1.0) break;
+
+    double step;
+    bool good = get_cone_step(s, root, step);
+    if (!good && !(s.q > 0.0) && s.half_bend > 0.0) {
       step = -s.half_fall / s.half_bend;
-      good_step = true;
-      if (std::abs(step) < 1e-13) return found;
-    }
-    if (fall > 0.0) {
-      high = u;
-      high_open = false;
-    } else {
-      low = u;
-      low_open = false;
+      good = true;
     }
     double next = u + step;
-    if (!good_step || (round > 8 && round % 2 == 1)) next = 0.5 * (low + high);
-    if (fall > 0.0 && (next <= low || !(next < high))) next = low_open ? low : 0.5 * (low + high);
-    if (fall <= 0.0 && (next >= high || !(next > low))) next = high_open ? high : 0.5 * (low + high);
-    if (u == next || high - low < 1e-15 || (u == 0.0 && fall > 0.0) || (u == 1.0 && fall <= 0.0)) return found;
+    if (!good || !(next > low && next < high) || (round > 8 && round % 2 == 1))
+      next = fall > 0.0 ? (low_open ? 0.0 : 0.5 * (low + high)) : (high_open ? 1.0 : 0.5 * (low + high));
+    else if (s.q > 0.0 && step * step * (s.half_bend + s.z_rise * s.z_rise) <= 1e-10 * s.q) {
+      lowest = {s.z - root + 0.5 * step * fall / root, next};
+      break;
+    }
+    if (next == u || high - low < 1e-15) break;
     u = next;
   }
-  return found;
+  return lowest.z < std::numeric_limits<double>::infinity();
 }
 
 enum class PieceKind { missed, simple, bent };
