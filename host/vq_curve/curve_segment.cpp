@@ -178,9 +178,10 @@ GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, c
   double poison = 0.0;  // NaN when a value is NaN or infinite: comparisons alone would lose it
   for (uint axis = 0; axis < 3; ++axis) {
     double below[count], above[count];
+    const double scale = space.axis[axis].get_length();  // axes that were rounded are not quite of unit length
     for (uint k = 0; k < count; ++k) {
       const double place = space.axis[axis].dot(segment.point[k].position);
-      const double radius = get_radius(segment.point[k]);
+      const double radius = get_radius(segment.point[k]) * scale;
       below[k] = radius - place;
       above[k] = radius + place;
       poison += place * 0.0 + radius * 0.0;
