@@ -9,8 +9,6 @@
 // Queries for the nearest hit see oriented boxes. Queries for all hits carry no oriented test: what lies below an
 // oriented node they may miss, so callers that must see every fibre ask for the nearest hit and go on behind it.
 #pragma once
-#include <atomic>
-
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/gas_bvh.h"
 #include "gas/bvh/gas_bvh_motion.h"
@@ -147,13 +145,17 @@ class GasFur : public GasClusterable {
   static void answer_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
   void test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
 
-  void build_tree(const CtxEval& ctx, AppProgressBar* progress);
-  void count_groups(const CoreBasicArray<unsigned int>& kept);
+  /// What create() gathers of the primitives.
+  struct Primitives;
+  void compute_primitives(const CtxEval& ctx, Primitives& primitives, AppProgressBar* progress) const;
+  void build_tree(const CtxEval& ctx, const Primitives& primitives, AppProgressBar* progress);
+  void count_groups();
   void choose_leaf_functions();
   void install_callbacks();
 
   /// The refitted record of the description's slot; refits it first when it is stale.
   const MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
+  void compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
 
   /// The context of the last create(). Whoever passed it may be gone: it is kept, not used.
@@ -165,7 +167,7 @@ class GasFur : public GasClusterable {
   bool oriented_nodes_allowed = true;
   GasBvh<4> tree;
   BvhLeafFunctions leaf_functions;
-  CoreVector<uint> group_primitive_counts;  ///< [shading group] primitives in the tree
+  CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] primitives in the tree
   /// Queries that only read the structure fill this lazily; the container and its records have their own locks.
   mutable GasMotionContainer<MotionData, GasFur> motion_data;
 };

@@ -2,6 +2,7 @@
 
 #include "gas/bvh/bvh_clusters.h"
 #include "gas/frame/gas_class.h"
+#include "gas/gas_frustum_modes.h"
 #include "gas/gas_geometry_bvh4_motion.h"
 #include "vq_app_base/app_progress_bar.h"
 #include "vq_ctx/ctx_shader.h"
@@ -10,7 +11,6 @@
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_object.h"
-#include "vq_geometry/geometry_point_cloud.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_module/ctx_helpers.h"
 
@@ -21,10 +21,6 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 // Known to the host by name from the moment the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBvh4::class_info();
-
-bool is_shaded(const ShadingGroupLinks* links) {
-  return links != nullptr && links->material != ShadingGroupLinks::material_empty;
-}
 
 }  // namespace
 
@@ -48,7 +44,7 @@ struct GasGeometryBvh4::Leaf {
     const Leaf at(*static_cast<const GasGeometryBvh4*>(user), *leaf.get_items());
     const uint group = at.get_group(query.shading_group_offset);
     const ShadingGroupLinks* links = CtxHelpers::get_shading(query, group);
-    if (!is_shaded(links)) return;
+    if (!gas_is_shaded(links)) return;
     query.geometry = at.owner;
     query.shading_group = group;
     query.current_instance = query.instance;
@@ -64,7 +60,7 @@ struct GasGeometryBvh4::Leaf {
     for (const uint position : leaf) {
       const Leaf at(*static_cast<const GasGeometryBvh4*>(user), position);
       const uint group = at.get_group(query.shading_group_offset);
-      if (!is_shaded(CtxHelpers::get_shading(query, group))) continue;
+      if (!gas_is_shaded(CtxHelpers::get_shading(query, group))) continue;
       query.geometry = at.owner;
       query.shading_group = group;
       query.current_instance = query.instance;
@@ -196,8 +192,7 @@ void GasGeometryBvh4::answer_motion(const GasObject* object, const CtxEval& ctx,
                                     GeometryRaytraceCtx& query) {
   if (shader.motion_blur == nullptr) return answer_static<hits>(object, ctx, shader, query);
   const auto& self = *static_cast<const GasGeometryBvh4*>(object);
-  const GasBvhMotion<4>& refit = self.get_motion_data(ctx, *shader.motion_blur).refit;
-  const GasBvhMotion<4>* motion = refit.get_sample_count() > 0 ? &refit : nullptr;
+  const GasBvhMotion<4>* motion = self.get_motion_data(ctx, *shader.motion_blur).get_motion();
   bvh_ray_hit<hits>({self.tree, motion, self.leaf_functions, self.base_geometry}, ctx, shader, query);
 }
 
@@ -224,42 +219,6 @@ void GasGeometryBvh4::ray_hit_nearest_motion_callback(const GasObject* object, c
 void GasGeometryBvh4::frustum_hit_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
                                            GeometryFrustumCtx& query) {
   const auto& self = *static_cast<const GasGeometryBvh4*>(object);
-  const BvhTarget target{self.tree, nullptr, self.leaf_functions, self.base_geometry};
-  switch (static_cast<GeometryFrustumMode>(query.mode)) {
-    case GeometryFrustumMode::any:
-      return bvh_frustum_hit(target, ctx, shader, query);
-    case GeometryFrustumMode::all:
-      self.count_testable_primitives(query);
-      return bvh_frustum_hit(target, ctx, shader, query);
-    case GeometryFrustumMode::points:
-    case GeometryFrustumMode::vertices:
-      return self.collect_points(ctx, shader, query);
-  }
-}
-
-/// The total that a query of mode all compares its hits with: the primitives of groups that can be hit.
-void GasGeometryBvh4::count_testable_primitives(GeometryFrustumCtx& query) const {
-  for (uint group = 0; group < group_primitive_counts.get_count(); ++group) {
-    if (is_shaded(CtxHelpers::get_shading(query, group + query.shading_group_offset)))
-      query.result.total += group_primitive_counts[group];
-  }
-}
-
-/// Primitives mark their vertices that are inside; each marked vertex is then given out once.
-void GasGeometryBvh4::collect_points(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
-  const GeometryPointCloud* cloud = geometry != nullptr ? geometry->get_point_cloud() : nullptr;
-  query.point_count = cloud != nullptr ? cloud->get_count() : 0;
-  if (query.point_count == 0) return;
-  if (query.mask.size() < query.point_count) query.mask.resize(query.point_count);
-  std::fill_n(query.mask.begin(), query.point_count, u8{0});
-  bvh_frustum_hit({tree, nullptr, leaf_functions, base_geometry}, ctx, shader, query);
-  for (uint point = 0; point < query.point_count; ++point) {
-    if (query.mask[point] == 0) continue;
-    const GMathVec3<double> position(cloud->get_position(point));
-    if (query.mode == static_cast<uint>(GeometryFrustumMode::points)) {
-      query.push_point(position);
-    } else {
-      query.push_point_cloud_vertex(position, geometry, point);
-    }
-  }
+  gas_frustum_hit({self.tree, nullptr, self.leaf_functions, self.base_geometry}, self.group_primitive_counts,
+                  self.geometry, ctx, shader, query);
 }

@@ -10,8 +10,6 @@
 // between. A primitive is surely found while it moves in a straight line from sample to sample, and at times within
 // the shutter.
 #pragma once
-#include <atomic>
-
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/gas_bvh.h"
 #include "gas/bvh/gas_bvh_motion.h"
@@ -101,14 +99,10 @@ class GasGeometryBvh4 : public GasGeometryBase {
   bool is_one_group() const;
   void choose_leaf_functions();
   void install_callbacks();
-  void count_testable_primitives(GeometryFrustumCtx& query) const;
-  void collect_points(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   /// The refitted record of the description's slot; refits it first when it is stale.
   const MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
   void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
-  void refit_samples(const CtxEval& ctx, const GMathTimeSampling& sampling, std::span<GMathBbox3<float>> boxes,
-                     GasBvhMotion<4>& refit) const;
   void compute_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
 

@@ -123,3 +123,5 @@ void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, 
 
 template void GasBvh<4>::build<GasBvhSplitAligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,
                                                    AppProgressBar*);
+template void GasBvh<4>::build<GasBvhSplitUnaligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,
+                                                     AppProgressBar*);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "gas/bvh/bvh_builder.h"
+#include "gas/bvh/bvh_oriented.h"
 #include "gas/bvh/bvh_quantize.h"
 #include "vq_app_base/app_progress_bar.h"
 #include "vq_sys/sys_thread_task.h"
@@ -73,7 +74,9 @@ class BvhSubtreeBuilder {
     if (set.leaf || !split_children(children, aligned, depth)) return store_leaf(place, set);
     if (depth + 1 > worker_.max_depth) worker_.max_depth = depth + 1;
     children.sort_by_decreasing_area();
-    if (is_quantized(depth, flags, set.box)) {
+    if (!aligned) {
+      build_oriented(place, depth, set, children);
+    } else if (is_quantized(depth, flags, set.box)) {
       build_quantized(place, depth, set, children);
     } else {
       build_aligned(place, depth, set, children);
@@ -158,6 +161,29 @@ class BvhSubtreeBuilder {
     }
     for (uint lane = 0; lane < children.count; ++lane)
       build_child({nullptr, node, lane}, depth, {true, true}, set, children.set[lane]);
+  }
+
+  /// Each child gets the frame in which its items' box is tight. No child is quantized: a lane is not a box along the
+  /// world's axes, which is what a quantized child would be decoded against.
+  void build_oriented(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
+    if constexpr (requires { worker_.split.refit(worker_.split_ctx, children.set[0], nullptr); }) {
+      BvhNodeOriented* node = new_node(worker_.oriented, BvhChildRef::oriented_bit, children.count, place, set);
+      if (node == nullptr) return;
+      SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
+      for (uint lane = 0; lane < 4; ++lane) {
+        node->child[lane] = {};
+        if (lane < children.count) {
+          worker_.split.refit(worker_.split_ctx, children.set[lane], threads);
+          bvh_set_oriented_lane(*node, lane, children.set[lane].space, children.set[lane].space_box);
+        } else {
+          bvh_clear_oriented_lane(*node, lane);
+        }
+      }
+      GasBvhSplitSetGeom whole = set;
+      worker_.split.refit(worker_.split_ctx, whole, threads);
+      for (uint lane = 0; lane < children.count; ++lane)
+        build_child({&node->child[lane], nullptr, 0}, depth, {false, false}, whole, children.set[lane]);
+    }
   }
 
   /// In place, or as a task when the parent's set is large. A task never waits for its children.

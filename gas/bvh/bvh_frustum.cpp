@@ -1,7 +1,10 @@
 // How a frustum walks a tree: any order will do, so the stack is plain; what lies wholly inside needs no more tests.
+#include <algorithm>
+#include <cmath>
 #include <new>
 
 #include "gas/bvh/bvh_kernel.h"
+#include "gas/bvh/bvh_oriented.h"
 #include "gas/bvh/bvh_quantize.h"
 #include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
@@ -15,6 +18,42 @@ struct FrustumEntry {
   bool inside;  ///< no plane cuts the box, nor therefore anything in it
 };
 
+/// The box of an oriented lane as a corner and three edges, a little larger than stored, for its frame was rounded.
+struct OrientedBox {
+  GMathVec3<double> corner, edges[3];
+
+  OrientedBox(const BvhNodeOriented& node, uint lane, const GMathBbox3<float>& bounds) {
+    bvh_get_lane_edges(node, lane, edges);
+    for (uint row = 0; row < 3; ++row) {
+      const GMathVec3<double> coefficients = bvh_get_row(node, lane, row);
+      double slack = 0.0;
+      for (uint axis = 0; axis < 3; ++axis)
+        slack += std::fabs(coefficients[axis]) *
+                 std::max(std::fabs(double(bounds.min[axis])), std::fabs(double(bounds.max[axis]))) * 0x1p-20;
+      corner += edges[row] * (-slack - double(node.rows[4 * row + 3][lane]));
+      edges[row] = edges[row] * (1.0 + 2.0 * slack);
+    }
+  }
+
+  GeometryBoxPlace classify(const GeometryFrustumData& frustum) const {
+    GeometryBoxPlace place = GeometryBoxPlace::inside;
+    const auto test = [&](const GeometryPlane* planes, uint count) {
+      for (uint k = 0; k < count; ++k) {
+        double lowest = planes[k].measure(corner), highest = lowest;
+        for (const GMathVec3<double>& edge : edges) {
+          const double rise = planes[k].normal.dot(edge);
+          (rise < 0.0 ? lowest : highest) += rise;
+        }
+        if (highest < 0.0) place = GeometryBoxPlace::outside;
+        if (place != GeometryBoxPlace::outside && !(lowest >= 0.0)) place = GeometryBoxPlace::straddling;
+      }
+    };
+    test(frustum.planes, frustum.plane_count);
+    test(frustum.end_planes, frustum.end_plane_count);
+    return place;
+  }
+};
+
 class FrustumTraversal {
  public:
   FrustumTraversal(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
@@ -22,24 +61,28 @@ class FrustumTraversal {
       : target_(target), ctx_(ctx), shader_(shader), query_(query), stack_(stack) {}
 
   void run(const BvhStart& start) {
-    visit_child(start.ref, start.box, false);
+    visit_child(start.ref, start.box, classify(start.box));
     while (count_ > 0 && !is_done()) {
       const FrustumEntry at = stack_[--count_];
       for (uint lane = 0; lane < at.ref.get_count() && !is_done(); ++lane) {
         switch (at.ref.get_kind()) {
           case BvhKind::aligned: {
             const BvhNodeAligned& node = target_.tree.aligned[at.ref.index];
-            visit_child(node.child[lane], node.lanes.get_lane(lane), at.inside);
+            const GMathBbox3<float> box = node.lanes.get_lane(lane);
+            visit_child(node.child[lane], box, at.inside ? GeometryBoxPlace::inside : classify(box));
             break;
           }
           case BvhKind::quantized: {
             const BvhNodeQuantized& node = target_.tree.quantized[at.ref.index];
-            visit_child(node.get_child(lane), bvh_decode_lane(at.box, node.lanes.planes, lane), at.inside);
+            const GMathBbox3<float> box = bvh_decode_lane(at.box, node.lanes.planes, lane);
+            visit_child(node.get_child(lane), box, at.inside ? GeometryBoxPlace::inside : classify(box));
             break;
           }
           default: {
-            // An oriented lane holds no world box: its parent's place is all that is known.
-            visit_child(target_.tree.oriented[at.ref.index].child[lane], at.box, at.inside);
+            const BvhNodeOriented& node = target_.tree.oriented[at.ref.index];
+            visit_child(
+                node.child[lane], at.box,
+                at.inside ? GeometryBoxPlace::inside : OrientedBox(node, lane, target_.tree.box).classify(query_));
             break;
           }
         }
@@ -52,17 +95,16 @@ class FrustumTraversal {
     return query_.mode == static_cast<uint>(GeometryFrustumMode::any) && query_.result.finished != 0;
   }
 
-  void visit_child(BvhChildRef ref, const GMathBbox3<float>& box, bool inside) {
-    if (!inside) {
-      const GeometryBoxPlace place = query_.classify(box);
-      if (place == GeometryBoxPlace::outside) {
-        if (query_.mode == static_cast<uint>(GeometryFrustumMode::all)) query_.result.outside = 1;
-        return;
-      }
-      inside = place == GeometryBoxPlace::inside;
+  GeometryBoxPlace classify(const GMathBbox3<float>& box) const { return query_.classify(box); }
+
+  /// @param box  what a quantized child is decoded against
+  void visit_child(BvhChildRef ref, const GMathBbox3<float>& box, GeometryBoxPlace place) {
+    if (place == GeometryBoxPlace::outside) {
+      if (query_.mode == static_cast<uint>(GeometryFrustumMode::all)) query_.result.outside = 1;
+      return;
     }
     if (!ref.is_leaf()) {
-      stack_[count_++] = {ref, box, inside};
+      stack_[count_++] = {ref, box, place == GeometryBoxPlace::inside};
       return;
     }
     CoreBasicArray<uint> range;

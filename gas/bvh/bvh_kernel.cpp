@@ -69,7 +69,7 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
   // Each level pops one entry and pushes at most three.
   const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 1;
   auto* stack = static_cast<typename Traversal::Entry*>(scratch.reserve(capacity * sizeof(typename Traversal::Entry)));
-  Traversal traversal(target, ctx, shader, query, stack);
+  Traversal traversal(target, ctx, shader, query, {stack, capacity});
   const uint first = query.first_ray, last = query.last_ray;
   for (uint ray = first; ray <= last && ray != core_invalid_index; ++ray) traversal.traverse_ray(start, ray);
   query.first_ray = first;
@@ -79,7 +79,11 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
 template <BvhHits hits, BvhTime time, BvhVisits visits>
 void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
                    GeometryRaytraceCtx& query) {
-  if (target.tree.quantized_count == 0) {
+  if (target.tree.oriented_count > 0) {
+    // Queries for all hits have no oriented test, on purpose; see gas_fur.h for what that means to callers.
+    constexpr BvhKinds kinds = hits == BvhHits::nearest ? BvhKinds::all : BvhKinds::oriented_taken_as_aligned;
+    traverse_rays<hits, time, visits, kinds>(target, start, ctx, shader, query);
+  } else if (target.tree.quantized_count == 0) {
     traverse_rays<hits, time, visits, BvhKinds::aligned>(target, start, ctx, shader, query);
   } else {
     traverse_rays<hits, time, visits, BvhKinds::aligned_and_quantized>(target, start, ctx, shader, query);

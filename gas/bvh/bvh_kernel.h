@@ -5,7 +5,7 @@
 //   hits     all: every leaf in the ray's interval        nearest: nearer children first, the interval shrinks
 //   time     still: boxes as built                        moving: boxes blended between two motion samples
 //   visits   uncounted                                    counted: nodes and leaves per ray, for pictures and tuning
-//   kinds    aligned nodes alone                          8-bit nodes among them
+//   kinds    aligned nodes alone                          8-bit nodes among them, oriented ones too
 //
 // A kernel knows planes and references; what a leaf holds is its leaf function's affair. Queries only read the tree, so
 // any number of threads may run kernels at once, each with its own CtxShader and query.

@@ -8,7 +8,8 @@
 //       bvh_pick_planes     near and far planes of four children as stored,
 //       bvh_decode_planes   or from 8 bits;
 //       bvh_blend_lanes     those of two motion samples blended in time
-//       bvh_test_lanes      four slab tests at once
+//       bvh_test_lanes      four slab tests at once;
+//       bvh_test_oriented   four boxes that each have a frame of their own
 //       take_nearest        orders the hit children; the others wait on the stack
 //     visit_leaf            the structure's leaf function
 //
@@ -19,6 +20,8 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <span>
+#include <type_traits>
 
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/bvh_quantize.h"
@@ -28,8 +31,13 @@
 
 enum class BvhTime { still, moving };
 enum class BvhVisits { uncounted, counted };
-/// Which inner nodes a tree can hold. A tree without 8-bit nodes, as all small ones are, needs no boxes on the stack.
-enum class BvhKinds { aligned, aligned_and_quantized };
+/// Which inner nodes a tree can hold, and how they are taken.
+enum class BvhKinds {
+  aligned,                    ///< a tree without 8-bit nodes, as all small ones are, needs no boxes on the stack
+  aligned_and_quantized,      ///<
+  all,                        ///< oriented nodes too
+  oriented_taken_as_aligned,  ///< oriented references lead to the aligned node of the same index
+};
 
 /// A child that waits for its turn. Its box matters only to quantized nodes, which are decoded against it; a moving ray
 /// needs it at both samples, because 8-bit planes of different frames cannot be blended before they are decoded.
@@ -38,6 +46,12 @@ struct BvhStackEntry {
   BvhChildRef ref;
   GMathBbox3<float> box[time == BvhTime::moving ? 2 : 1];
   float distance;
+};
+/// Where oriented references are taken as aligned ones a path may lead anywhere, back to its own beginning too: it goes
+/// on only to aligned nodes behind the last one on it.
+template <BvhTime time>
+struct BvhGuardedStackEntry : BvhStackEntry<time> {
+  u32 first_allowed = 0;  ///< lowest index of an aligned node that may follow
 };
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
 
@@ -164,6 +178,79 @@ inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry)
   return ((entry <= exit) & (box.min_x <= box.max_x)).get_bits();
 }
 
+/// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own.
+struct BvhOrientedRay {
+  SimdF origin[3], direction[3];
+  SimdF slack[3];  ///< how far rounding may have moved any of the points that count, along the world's axes
+};
+
+/// @param bounds  holds everything that the ray may hit
+inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, const GMathBbox3<float>& bounds) {
+  BvhOrientedRay out;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const float origin = static_cast<float>(ray.origin[axis]);
+    out.origin[axis] = SimdF(origin);
+    out.direction[axis] = SimdF(static_cast<float>(ray.direction[axis]));
+    // A point O + t D of a box within the bounds comes out of the test some 12 roundings off, each of at most 2^-24 of
+    // the terms' sum, and |t D| <= |O| + |bound|; the frame itself was rounded some 7 times.
+    const float bound = std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis]));
+    out.slack[axis] = SimdF((std::fabs(origin) + bound) * 0x1p-20f);
+  }
+  return out;
+}
+
+/// One row of the frames of four lanes: where the ray is between two planes of it.
+struct BvhOrientedSlab {
+  SimdF near, far;
+  SimdF speed;  ///< magnitude of the ray's direction along the row
+};
+
+/// Planes at `low` and `high`; the unit cube's are at 0 and 1.
+/// @param row  coefficients of x, y, z, then the offset
+inline BvhOrientedSlab bvh_cross_slab(const float (*row)[4], const SimdF& low, const SimdF& high,
+                                      const BvhOrientedRay& ray) {
+  const SimdF x = SimdF::load(row[0]), y = SimdF::load(row[1]), z = SimdF::load(row[2]);
+  const SimdF d = x * ray.direction[0] + y * ray.direction[1] + z * ray.direction[2];
+  const SimdF o = x * ray.origin[0] + y * ray.origin[1] + z * ray.origin[2] + SimdF::load(row[3]);
+  // Both planes are moved outwards, so that a fibre far from the origin is as wide here as it is there.
+  const SimdF slack = abs(x) * ray.slack[0] + abs(y) * ray.slack[1] + abs(z) * ray.slack[2];
+  const SimdF inverse = SimdF(-1.0f) / d;
+  const SimdF t_low = (o + slack - low) * inverse;
+  const SimdF t_high = (o - slack - high) * inverse;
+  return {min(t_low, t_high), max(t_low, t_high), abs(d)};
+}
+
+/// Where the box of a lane lies in the lane's own frame: the unit cube, or blended between two motion samples.
+struct BvhUnitCubes {
+  SimdF get_low(uint /*row*/) const { return SimdF(0.0f); }
+  SimdF get_high(uint /*row*/) const { return SimdF(1.0f); }
+};
+struct BvhMovedCubes {
+  const BvhLanePlanes &a, &b;
+  const BvhRay& ray;
+  SimdF get_low(uint row) const { return blend(2 * row); }
+  SimdF get_high(uint row) const { return blend(2 * row + 1); }
+
+ private:
+  SimdF blend(uint plane) const { return bvh_blend(SimdF::load(a.planes[plane]), SimdF::load(b.planes[plane]), ray); }
+};
+
+/// Slab test of one ray against four oriented boxes (Woop et al. 2014). The frames are affine, so distances are those
+/// of the world and compare with the aligned lanes'. An unused lane, all of whose rows are 0, is never hit.
+template <class Cubes>
+inline uint bvh_test_oriented(const BvhNodeOriented& node, const Cubes& cubes, const BvhOrientedRay& oriented,
+                              const BvhRay& ray, SimdF& entry) {
+  entry = ray.t_near;
+  SimdF exit = ray.t_far, speed(0.0f);
+  for (uint row = 0; row < 3; ++row) {
+    const BvhOrientedSlab slab = bvh_cross_slab(node.rows + 4 * row, cubes.get_low(row), cubes.get_high(row), oriented);
+    entry = max(slab.near, entry);
+    exit = min(slab.far, exit);
+    speed = speed + slab.speed;
+  }
+  return ((entry <= exit) & (speed > SimdF(0.0f))).get_bits();
+}
+
 /// Where the memory of a reference lies, by its three kind bits: base, bytes per index, and how far the second cache
 /// line is that is worth having. A table, because a branch on the kind would be mispredicted as often as not.
 struct BvhPrefetchTable {
@@ -206,9 +293,11 @@ struct BvhPrefetchTable {
 template <BvhHits hits, BvhTime time, BvhVisits visits, BvhKinds kinds>
 class BvhTraversal {
  public:
-  using Entry = BvhStackEntry<time>;
+  static constexpr bool is_guarded = kinds == BvhKinds::oriented_taken_as_aligned;
+  using Entry = std::conditional_t<is_guarded, BvhGuardedStackEntry<time>, BvhStackEntry<time>>;
 
-  BvhTraversal(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, Entry* stack)
+  BvhTraversal(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+               std::span<Entry> stack)
       : tree_(target.tree),
         motion_(target.motion),
         prefetch_(target.tree),
@@ -217,13 +306,16 @@ class BvhTraversal {
         ctx_(ctx),
         shader_(shader),
         query_(query),
-        stack_(stack) {}
+        stack_(stack.data()),
+        stack_end_(stack.data() + stack.size()) {}
 
   /// Walks ray `ray` from `start`, which is a node.
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
     float limit = bvh_clamp_limit(query_.get_limit(ray));
     BvhRay r = bvh_load_ray<time>(query_, ray, limit);
+    if constexpr (kinds == BvhKinds::all) oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), get_bounds(r));
+    if constexpr (is_guarded) nodes_left_ = 4 * (u64{tree_.aligned_count} + tree_.quantized_count + 1);
     Entry at = make_start(start, r);
     Entry* top = stack_;
     for (;;) {
@@ -243,6 +335,14 @@ class BvhTraversal {
   }
 
  private:
+  GMathBbox3<float> get_bounds(const BvhRay& ray) const {
+    GMathBbox3<float> bounds = tree_.box;
+    if constexpr (time == BvhTime::moving) {
+      for (const uint sample : ray.sample) bounds.add(motion_->get_bbox(sample));
+    }
+    return bounds;
+  }
+
   Entry make_start(const BvhStart& start, const BvhRay& ray) const {
     Entry at;
     at.ref = start.ref;
@@ -261,9 +361,11 @@ class BvhTraversal {
   /// missed.
   [[gnu::always_inline]] bool descend(const BvhRay& ray, Entry& at, Entry*& top) {  // as a call: 10 to 18 % slower
     for (;;) {
-      // Aligned first, as most nodes are.
+      // Aligned first, as most nodes are; of curves most are oriented.
       const u32 kind = at.ref.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
-      if (kind == 0) {
+      if (kinds == BvhKinds::all && (at.ref.word & BvhChildRef::oriented_bit)) {
+        if (!step_oriented(ray, at, top)) return false;
+      } else if (kind == 0) {
         if (!step_aligned(ray, at, top)) return false;
       } else if (kinds == BvhKinds::aligned || (kind & BvhChildRef::leaf_bit)) {
         return true;
@@ -274,8 +376,12 @@ class BvhTraversal {
   }
 
   bool step_aligned(const BvhRay& ray, Entry& at, Entry*& top) {
-    count_node();
     const u32 index = at.ref.index;
+    if constexpr (is_guarded) {
+      if (index >= tree_.aligned_count || index < at.first_allowed || nodes_left_ == 0) return false;
+      --nodes_left_;
+    }
+    count_node();
     const BvhNodeAligned& node = tree_.aligned[index];
     SimdF entry;
     uint mask;
@@ -288,6 +394,7 @@ class BvhTraversal {
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
     const auto write_box = [&](Entry& to, uint lane) {
+      if constexpr (is_guarded) to.first_allowed = index + 1;
       // Only a quantized node is decoded against the box that its parent holds for it.
       if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
       if constexpr (time == BvhTime::still) {
@@ -318,6 +425,7 @@ class BvhTraversal {
     GMathBbox3<float> frame[time == BvhTime::still ? 1 : 2];
     std::copy(std::begin(at.box), std::end(at.box), frame);
     const auto write_box = [&](Entry& to, uint lane) {
+      if constexpr (is_guarded) to.first_allowed = at.first_allowed;
       // Only a quantized node is decoded against the box that its parent holds for it.
       if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
       if constexpr (time == BvhTime::still) {
@@ -328,6 +436,24 @@ class BvhTraversal {
       }
     };
     return take_nearest(mask & used_lanes, entry, at, top, get_child, write_box);
+  }
+
+  bool step_oriented(const BvhRay& ray, Entry& at, Entry*& top) {
+    count_node();
+    const u32 index = at.ref.index;
+    const BvhNodeOriented& node = tree_.oriented[index];
+    SimdF entry;
+    uint mask;
+    if constexpr (time == BvhTime::still) {
+      mask = bvh_test_oriented(node, BvhUnitCubes(), oriented_ray_, ray, entry);
+    } else {
+      const BvhMovedCubes cubes{motion_->get_oriented(index, ray.sample[0]),
+                                motion_->get_oriented(index, ray.sample[1]), ray};
+      mask = bvh_test_oriented(node, cubes, oriented_ray_, ray, entry);
+    }
+    const auto get_child = [&](uint lane) { return node.child[lane]; };
+    // No child is quantized, so none needs its box.
+    return take_nearest(mask, entry, at, top, get_child, [](Entry& /*to*/, uint /*lane*/) {});
   }
 
   /// Makes the nearest hit child the current one and pushes the others, nearest on top. Equal distances: the higher
@@ -382,9 +508,10 @@ class BvhTraversal {
     return true;
   }
 
-  /// The stack was sized from the tree's depth, so there is always room.
+  /// The stack was sized from the tree's depth, so there is always room on a path that leads down.
   template <class GetChild, class WriteBox>
   void push(Entry*& top, uint lane, const float (&distance)[4], const GetChild& get_child, const WriteBox& write_box) {
+    if (is_guarded && top == stack_end_) return;
     Entry& to = *top++;
     to.ref = get_child(lane);
     prefetch_.prefetch(to.ref);
@@ -413,5 +540,8 @@ class BvhTraversal {
   CtxShader& shader_;
   GeometryRaytraceCtx& query_;
   Entry* stack_;
+  Entry* stack_end_;
+  BvhOrientedRay oriented_ray_;  ///< kinds all
+  u64 nodes_left_ = 0;           ///< guarded: how many aligned nodes this ray may still test
   CoreBasicArray<uint> range_;
 };

@@ -3,28 +3,40 @@
 #include <algorithm>
 #include <vector>
 
+#include "gas/bvh/bvh_oriented.h"
 #include "gas/bvh/bvh_quantize.h"
 
 namespace {
 
 struct Entry {
   BvhChildRef ref;
-  GMathBbox3<float> box;
+  GMathBbox3<float> box;  ///< below an oriented node: the box of the last node above that has one
+  double area;            ///< half the surface of its own box
   uint depth;
 };
 
 double get_area(const GMathBbox3<float>& box) { return GMathBbox3<double>(box).get_half_area(); }
 
+double get_lane_area(const BvhNodeOriented& node, uint lane) {
+  GMathVec3<double> edges[3];
+  bvh_get_lane_edges(node, lane, edges);
+  return edges[0].cross(edges[1]).get_length() + edges[1].cross(edges[2]).get_length() +
+         edges[2].cross(edges[0]).get_length();
+}
+
 Entry get_child(const GasBvh<4>& tree, const Entry& parent, uint lane) {
   const u32 index = parent.ref.index;
+  const uint depth = parent.depth + 1;
+  GMathBbox3<float> box;
   switch (parent.ref.get_kind()) {
     case BvhKind::aligned:
-      return {tree.aligned[index].child[lane], tree.aligned[index].lanes.get_lane(lane), parent.depth + 1};
+      box = tree.aligned[index].lanes.get_lane(lane);
+      return {tree.aligned[index].child[lane], box, get_area(box), depth};
     case BvhKind::quantized:
-      return {tree.quantized[index].get_child(lane),
-              bvh_decode_lane(parent.box, tree.quantized[index].lanes.planes, lane), parent.depth + 1};
+      box = bvh_decode_lane(parent.box, tree.quantized[index].lanes.planes, lane);
+      return {tree.quantized[index].get_child(lane), box, get_area(box), depth};
     default:
-      return {tree.oriented[index].child[lane], parent.box, parent.depth + 1};
+      return {tree.oriented[index].child[lane], parent.box, get_lane_area(tree.oriented[index], lane), depth};
   }
 }
 
@@ -37,8 +49,8 @@ BvhStatistics bvh_compute_statistics(const GasBvh<4>& tree) {
   out.oriented_nodes = tree.oriented_count;
   if (tree.is_empty()) return out;
   const double root_area = get_area(tree.box);
-  const auto get_chance = [&](const Entry& at) { return root_area > 0.0 ? get_area(at.box) / root_area : 1.0; };
-  std::vector<Entry> stack{{tree.root, tree.box, 0}};
+  const auto get_chance = [&](const Entry& at) { return root_area > 0.0 ? at.area / root_area : 1.0; };
+  std::vector<Entry> stack{{tree.root, tree.box, root_area, 0}};
   u64 children = 0;
   while (!stack.empty()) {
     const Entry at = stack.back();

@@ -1,9 +1,8 @@
 #include "gas/bvh/gas_bvh_motion.h"
 
 #include "gas/bvh/bvh_quantize.h"
+#include "gas/bvh/gas_bvh_motion_scratch.h"
 #include "gas/frame/gas_log.h"
-#include "vq_app_base/app_progress_bar.h"
-#include "vq_core/core_memory.h"
 
 namespace {
 
@@ -13,30 +12,7 @@ bool allocate(T*& array, std::size_t count, std::size_t alignment) {
   return array != nullptr || count == 0;
 }
 
-/// Steps a bar that may be missing, once per node visited.
-class NodeSteps {
- public:
-  NodeSteps(AppProgressBar* progress, uint first) : progress_(progress), position_(first) {}
-  void step() {
-    if (progress_ != nullptr) progress_->step(++position_);
-  }
-
- private:
-  AppProgressBar* progress_;
-  uint position_;
-};
-
 }  // namespace
-
-/// The box of every node at the sample being written.
-template <uint width>
-struct GasBvhMotion<width>::Scratch {
-  explicit Scratch(const GasBvh<width>& tree) : aligned(tree.aligned_count), quantized(tree.quantized_count) {}
-  bool is_complete(const GasBvh<width>& tree) const {
-    return (aligned || tree.aligned_count == 0) && (quantized || tree.quantized_count == 0);
-  }
-  CoreAlignedArray<GMathBbox3<float>> aligned, quantized;
-};
 
 template <uint width>
 void GasBvhMotion<width>::clear() {
@@ -105,7 +81,9 @@ GMathBbox3<float> GasBvhMotion<width>::get_child_box(const Scratch& scratch, Bvh
       return scratch.aligned[child.index];
     case BvhKind::quantized:
       return scratch.quantized[child.index];
-    default:
+    case BvhKind::oriented:
+      return scratch.oriented[child.index];
+    case BvhKind::leaf:
       break;
   }
   for (uint item = 0; item < child.get_count(); ++item) box.add(item_boxes[tree_->order[child.index + item]]);
@@ -116,7 +94,7 @@ GMathBbox3<float> GasBvhMotion<width>::get_child_box(const Scratch& scratch, Bvh
 template <uint width>
 void GasBvhMotion<width>::fit_quantized_nodes(Scratch& scratch, std::span<const GMathBbox3<float>> item_boxes,
                                               AppProgressBar* progress) const {
-  NodeSteps steps(progress, 0);
+  BvhNodeSteps steps(progress, 0);
   for (u32 node = tree_->quantized_count; node-- > 0;) {
     GMathBbox3<float> box;
     for (uint lane = 0; lane < 4; ++lane)
@@ -129,7 +107,7 @@ void GasBvhMotion<width>::fit_quantized_nodes(Scratch& scratch, std::span<const 
 template <uint width>
 void GasBvhMotion<width>::fit_aligned_nodes(Scratch& scratch, uint sample,
                                             std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress) {
-  NodeSteps steps(progress, tree_->quantized_count);
+  BvhNodeSteps steps(progress, tree_->quantized_count);
   for (u32 node = tree_->aligned_count; node-- > 0;) {
     BvhLanePlanes& block = aligned_[std::size_t{node} * sample_count_ + sample];
     GMathBbox3<float> box;
@@ -147,7 +125,7 @@ void GasBvhMotion<width>::fit_aligned_nodes(Scratch& scratch, uint sample,
 template <uint width>
 void GasBvhMotion<width>::quantize_lanes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
                                          AppProgressBar* progress) {
-  NodeSteps steps(progress, tree_->aligned_count + tree_->quantized_count);
+  BvhNodeSteps steps(progress, tree_->aligned_count + tree_->quantized_count + tree_->oriented_count);
   for (u32 node = 0; node < tree_->quantized_count; ++node) {
     BvhLaneBytes& block = quantized_[std::size_t{node} * sample_count_ + sample];
     const GMathBbox3<float> frame = scratch.quantized[node];

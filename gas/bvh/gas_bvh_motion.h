@@ -4,9 +4,12 @@
 // node by node, so that the two samples that a ray blends lie side by side (S samples):
 //
 //   aligned    node 0: [sample 0][sample 1] .. [sample S-1]   node 1: ...     96 B blocks, as the node's planes
-//   oriented   the same, in the lane's own unit coordinates                   96 B blocks
+//   oriented   the same, in the unit coordinates of each lane at rest         96 B blocks
 //   quantized  the same, in 255ths of the frame at that sample                24 B blocks
 //   root       [sample 0] .. [sample S-1]                                     24 B boxes
+//
+// A tree without oriented nodes is refitted from its items' boxes alone (gas_bvh_motion.cpp); oriented lanes keep their
+// axes and have their items measured anew along them (gas_bvh_motion_unaligned.cpp).
 //
 // Filled here, bottom-up (Wald, Boulos, Shirley 2007, "Ray Tracing Deformable Scenes Using Dynamic BVHs"); read by
 // bvh_kernel.h.
@@ -15,12 +18,26 @@
 
 #include "gas/bvh/bvh_layout.h"
 #include "gas/bvh/gas_bvh.h"
+#include "vq_core/core_array.h"
+#include "vq_gmath/gmath_linear_space.h"
 
 class AppProgressBar;
+class SysThreadManager;
+
+/// How the owner of a tree measures items along the axes of a space (of unit length) at the sample that is being
+/// written: the box around all of them. Called on several threads at once.
+struct BvhSampleMeasure {
+  using Function = GMathBbox3<float> (*)(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space,
+                                         void* owner, SysThreadManager* threads);
+  Function function = nullptr;
+  void* owner = nullptr;
+};
 
 template <uint width>
 class GasBvhMotion {
  public:
+  class UpdateUNodesTask;
+
   GasBvhMotion() = default;
   GasBvhMotion(const GasBvhMotion&) = delete;
   GasBvhMotion& operator=(const GasBvhMotion&) = delete;
@@ -44,6 +61,17 @@ class GasBvhMotion {
   /// Cost: O(nodes + items) time; scratch of one float box per node.
   bool update_sample(uint sample, std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
 
+  /// The same for any tree, oriented nodes included.
+  ///
+  /// @param measure   asked for the box of every oriented lane's items along the lane's axes
+  /// @param progress  its application also lends the threads on which 1024 oriented nodes and more are refitted; null:
+  ///                  everything on the calling thread, with the same result
+  /// @return as update_sample(); false and a message of its own for a sample out of range
+  /// Cost: O(nodes + items), and each item measured once for every oriented node above it; scratch of a box and a range
+  /// of positions per node.
+  bool update_sample_unaligned(uint sample, std::span<const GMathBbox3<float>> item_boxes,
+                               const BvhSampleMeasure& measure, AppProgressBar* progress);
+
   uint get_sample_count() const { return sample_count_; }
   const GMathBbox3<float>& get_bbox(uint sample) const { return root_boxes_[sample]; }
   u64 get_array_bytes() const;
@@ -51,12 +79,16 @@ class GasBvhMotion {
   const BvhLanePlanes& get_aligned(u32 node, uint sample) const {
     return aligned_[std::size_t{node} * sample_count_ + sample];
   }
+  const BvhLanePlanes& get_oriented(u32 node, uint sample) const {
+    return oriented_[std::size_t{node} * sample_count_ + sample];
+  }
   const BvhLaneBytes& get_quantized(u32 node, uint sample) const {
     return quantized_[std::size_t{node} * sample_count_ + sample];
   }
 
  private:
   struct Scratch;
+  struct UNodesUpdate;
   GMathBbox3<float> get_child_box(const Scratch& scratch, BvhChildRef child,
                                   std::span<const GMathBbox3<float>> item_boxes) const;
   void fit_quantized_nodes(Scratch& scratch, std::span<const GMathBbox3<float>> item_boxes,
@@ -65,6 +97,9 @@ class GasBvhMotion {
                          AppProgressBar* progress);
   void quantize_lanes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
                       AppProgressBar* progress);
+  void fit_nodes_of_all_kinds(Scratch& scratch, std::span<const BvhChildRef> parents_first, uint sample,
+                              std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
+  void update_unodes(const UNodesUpdate& update, AppProgressBar* progress);
 
   const GasBvh<width>* tree_ = nullptr;
   BvhLanePlanes* aligned_ = nullptr;   ///< aligned to 16

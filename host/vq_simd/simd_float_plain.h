@@ -67,6 +67,7 @@ struct SimdFPlain {
 inline SimdFPlain copy_sign(const SimdFPlain& magnitude, const SimdFPlain& sign) {
   return SimdFPlain::each(magnitude, sign, [](float x, float y) { return std::copysign(x, y); });
 }
+inline SimdFPlain abs(const SimdFPlain& a) { return copy_sign(a, SimdFPlain(0.0f)); }
 /// Lane `k` in all lanes.
 template <uint k>
 SimdFPlain broadcast(const SimdFPlain& a) {

@@ -53,6 +53,7 @@ inline SimdFSse copy_sign(const SimdFSse& magnitude, const SimdFSse& sign) {
   const __m128 sign_bit = _mm_set1_ps(-0.0f);
   return _mm_or_ps(_mm_andnot_ps(sign_bit, magnitude.value), _mm_and_ps(sign_bit, sign.value));
 }
+inline SimdFSse abs(const SimdFSse& a) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), a.value); }
 /// Lane `k` in all lanes.
 template <uint k>
 SimdFSse broadcast(const SimdFSse& a) {

@@ -65,6 +65,7 @@ TEST(SimdF, equals_its_plain_form_in_every_bit) {
     expect_same(store(select(a <= b, a, b)), store(select(c <= d, c, d)), true, "select");
     expect_same(store(rotate_lanes(a)), store(rotate_lanes(c)), true, "rotate_lanes");
     expect_same(store(copy_sign(a, b)), store(copy_sign(c, d)), true, "copy_sign");
+    expect_same(store(abs(a)), store(abs(c)), true, "abs");
     expect_same(store(broadcast<2>(a)), store(broadcast<2>(c)), true, "broadcast");
     SimdF rows[4] = {a, b, min(a, b), max(a, b)};
     SimdFPlain plain_rows[4] = {c, d, min(c, d), max(c, d)};

@@ -30,6 +30,7 @@ struct BvhStage {
 };
 constexpr std::array bvh_stages{
     BvhStage{"bvh_layout", 0, "layout"},      BvhStage{"bvh_quantize", 0, "layout"},
+    BvhStage{"bvh_oriented", 0, "layout"},
     BvhStage{"bvh_start", 1, "tree"},         BvhStage{"gas_bvh", 1, "tree"},
     BvhStage{"gas_bvh_motion", 2, "motion"},  BvhStage{"bvh_build", 3, "builder"},
     BvhStage{"bvh_finalize", 3, "builder"},   BvhStage{"bvh_node_pool", 3, "builder"},

@@ -1,0 +1,56 @@
+// gas/bvh/bvh_oriented.h
+//
+// Lanes of oriented nodes. A lane maps world points into the space in which the child's box is the unit cube:
+//
+//   u = row . x + offset          box in `space`: min .. max along three axes of unit length, extents e = max - min
+//   rows = inverse of the matrix whose columns are axis_i e_i          offset = - row . (sum of axis_i min_i)
+//
+// Builder and refit share the inverse. It is worked out in double precision, where the cofactors of even the flattest
+// box do not vanish, and rounded once.
+#pragma once
+#include "gas/bvh/bvh_layout.h"
+#include "vq_gmath/gmath_linear_space.h"
+
+/// Three vectors to the three vectors whose dot products with them are 1 for each with its own and 0 with the others:
+/// the rows of the inverse of the matrix whose columns they are, and the columns of the inverse when they are its rows.
+/// By cofactors over the determinant, which must not be 0.
+inline void bvh_invert(const GMathVec3<double> (&from)[3], GMathVec3<double> (&to)[3]) {
+  const GMathVec3<double> cofactors = from[1].cross(from[2]);
+  const double scale = 1.0 / from[0].dot(cofactors);
+  to[0] = cofactors * scale;
+  to[1] = from[2].cross(from[0]) * scale;
+  to[2] = from[0].cross(from[1]) * scale;
+}
+
+inline GMathVec3<double> bvh_get_row(const BvhNodeOriented& node, uint lane, uint row) {
+  return {node.rows[4 * row][lane], node.rows[4 * row + 1][lane], node.rows[4 * row + 2][lane]};
+}
+
+/// Makes lane `lane` the frame of `box`, measured along `space`. No extent may be 0.
+inline void bvh_set_oriented_lane(BvhNodeOriented& node, uint lane, const GMathLinearSpace3<float>& space,
+                                  const GMathBbox3<float>& box) {
+  const GMathVec3<float> extent = box.get_extent();
+  GMathVec3<double> columns[3], rows[3], origin;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const GMathVec3<double> direction(space.axis[axis]);
+    columns[axis] = direction * extent[axis];
+    origin += direction * box.min[axis];
+  }
+  bvh_invert(columns, rows);
+  for (uint row = 0; row < 3; ++row) {
+    for (uint axis = 0; axis < 3; ++axis) node.rows[4 * row + axis][lane] = static_cast<float>(rows[row][axis]);
+    node.rows[4 * row + 3][lane] = static_cast<float>(-rows[row].dot(origin));
+  }
+}
+
+/// An unused lane maps everything to one point: all twelve values 0.
+inline void bvh_clear_oriented_lane(BvhNodeOriented& node, uint lane) {
+  for (uint k = 0; k < 12; ++k) node.rows[k][lane] = 0.0f;
+}
+
+/// The edges of the lane's box, as vectors: its axes, each as long as the box is wide.
+inline void bvh_get_lane_edges(const BvhNodeOriented& node, uint lane, GMathVec3<double> (&edges)[3]) {
+  const GMathVec3<double> rows[3] = {bvh_get_row(node, lane, 0), bvh_get_row(node, lane, 1),
+                                     bvh_get_row(node, lane, 2)};
+  bvh_invert(rows, edges);
+}

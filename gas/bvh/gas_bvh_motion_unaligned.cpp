@@ -1,0 +1,226 @@
+// The refit of trees with oriented nodes. Kinds alternate freely in such a tree, so nodes are fitted in the order of a
+// walk; the lanes of oriented nodes, which depend on more than their children's boxes, are measured apart and in
+// parallel.
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "gas/bvh/bvh_oriented.h"
+#include "gas/bvh/gas_bvh_motion_scratch.h"
+#include "gas/frame/gas_log.h"
+#include "gas/frame/gas_tasks.h"
+#include "vq_app_base/app_base.h"
+#include "vq_sys/sys_thread_manager.h"
+
+namespace {
+
+constexpr uint parallel_nodes = 1024;      // oriented; from here on they are refitted in tasks
+constexpr uint least_nodes_of_task = 512;  // fewer are refitted faster than a thread wakes up
+
+BvhChildRef get_child(const GasBvh<4>& tree, BvhChildRef parent, uint lane) {
+  switch (parent.get_kind()) {
+    case BvhKind::aligned:
+      return tree.aligned[parent.index].child[lane];
+    case BvhKind::quantized:
+      return tree.quantized[parent.index].get_child(lane);
+    default:
+      return tree.oriented[parent.index].child[lane];
+  }
+}
+
+/// All inner nodes, each before its children.
+std::vector<BvhChildRef> list_parents_first(const GasBvh<4>& tree) {
+  std::vector<BvhChildRef> list;
+  if (tree.root.is_leaf()) return list;
+  list.reserve(std::size_t{tree.aligned_count} + tree.quantized_count + tree.oriented_count);
+  list.push_back(tree.root);
+  for (std::size_t at = 0; at < list.size(); ++at) {
+    for (uint lane = 0; lane < list[at].get_count(); ++lane) {
+      const BvhChildRef child = get_child(tree, list[at], lane);
+      if (!child.is_leaf()) list.push_back(child);
+    }
+  }
+  return list;
+}
+
+/// Positions of the item order that a subtree covers.
+struct ItemRange {
+  u32 begin = 0, end = 0;
+};
+
+class ItemRanges {
+ public:
+  ItemRanges(const GasBvh<4>& tree, std::span<const BvhChildRef> parents_first)
+      : aligned_(tree.aligned_count), quantized_(tree.quantized_count), oriented_(tree.oriented_count) {
+    for (std::size_t at = parents_first.size(); at-- > 0;) {
+      const BvhChildRef node = parents_first[at];
+      ItemRange range{core_invalid_index, 0};
+      for (uint lane = 0; lane < node.get_count(); ++lane) {
+        const ItemRange child = get(get_child(tree, node, lane));
+        range = {std::min(range.begin, child.begin), std::max(range.end, child.end)};
+      }
+      get_ranges(node.get_kind())[node.index] = range;
+    }
+  }
+
+  ItemRange get(BvhChildRef child) {
+    return child.is_leaf() ? ItemRange{child.index, child.index + child.get_count()}
+                           : get_ranges(child.get_kind())[child.index];
+  }
+
+ private:
+  std::vector<ItemRange>& get_ranges(BvhKind kind) {
+    return kind == BvhKind::quantized ? quantized_ : kind == BvhKind::oriented ? oriented_ : aligned_;
+  }
+  std::vector<ItemRange> aligned_, quantized_, oriented_;
+};
+
+}  // namespace
+
+/// What all tasks of one update share.
+template <uint width>
+struct GasBvhMotion<width>::UNodesUpdate {
+  GasBvhMotion& motion;
+  uint sample;
+  ItemRanges& ranges;  ///< only read
+  const BvhSampleMeasure& measure;
+  SysThreadManager* threads;
+
+  void run(uint node, AppProgressBar* progress, uint first_step) const {
+    BvhLanePlanes& block = motion.oriented_[std::size_t{node} * motion.sample_count_ + sample];
+    for (uint lane = 0; lane < 4; ++lane) {
+      const BvhChildRef child = motion.tree_->oriented[node].child[lane];
+      block.set_lane(lane, child.get_count() == 0 ? GMathBbox3<float>() : measure_lane(node, lane, child));
+    }
+    if (progress != nullptr) progress->step(first_step + node + 1);
+  }
+
+  /// The items' box along the lane's axes, in the units in which the lane's box at rest is the unit cube.
+  GMathBbox3<float> measure_lane(uint node, uint lane, BvhChildRef child) const {
+    const BvhNodeOriented& at = motion.tree_->oriented[node];
+    GMathVec3<double> edges[3];
+    bvh_get_lane_edges(at, lane, edges);
+    GMathLinearSpace3<float> space;
+    double inverse_length[3];
+    for (uint axis = 0; axis < 3; ++axis) {
+      inverse_length[axis] = 1.0 / std::sqrt(edges[axis].dot(edges[axis]));
+      space.axis[axis] = GMathVec3<float>(edges[axis] * inverse_length[axis]);
+    }
+    const ItemRange range = ranges.get(child);
+    CoreBasicArray<uint> items;
+    items.set_view(motion.tree_->order + range.begin, range.end - range.begin);
+    const GMathBbox3<float> box = measure.function(items, space, measure.owner, threads);
+    GMathBbox3<float> out;
+    for (uint axis = 0; axis < 3; ++axis) {
+      const double offset = at.rows[4 * axis + 3][lane];
+      out.min[axis] = static_cast<float>(box.min[axis] * inverse_length[axis] + offset);
+      out.max[axis] = static_cast<float>(box.max[axis] * inverse_length[axis] + offset);
+    }
+    return out;
+  }
+};
+
+/// The lanes of a run of oriented nodes. Writes their blocks only, which no other task does.
+template <uint width>
+class GasBvhMotion<width>::UpdateUNodesTask final : public GasTask {
+ public:
+  const UNodesUpdate* update = nullptr;
+  uint first = 0, end = 0;
+  AppProgressBar* progress = nullptr;
+  uint first_step = 0;
+
+  void run(const uint& /*thread_index*/) override {
+    for (uint node = first; node < end; ++node) update->run(node, progress, first_step);
+  }
+};
+
+template <uint width>
+void GasBvhMotion<width>::update_unodes(const UNodesUpdate& update, AppProgressBar* progress) {
+  const uint node_count = tree_->oriented_count;
+  const uint thread_count = update.threads != nullptr ? update.threads->get_thread_count() : 1;
+  const uint slice = std::max((node_count + 8 * thread_count - 1) / (8 * thread_count), least_nodes_of_task);
+  const uint task_count =
+      thread_count >= 2 && node_count >= parallel_nodes ? gas_get_slice_count(node_count, slice) : 1;
+  const uint task_nodes = (node_count + task_count - 1) / task_count;
+  std::vector<UpdateUNodesTask> tasks(task_count);
+  for (uint k = 0; k < task_count; ++k) {
+    tasks[k].update = &update;
+    tasks[k].first = std::min(k * task_nodes, node_count);
+    tasks[k].end = std::min(tasks[k].first + task_nodes, node_count);
+    tasks[k].progress = progress;
+    tasks[k].first_step = tree_->aligned_count + tree_->quantized_count;
+  }
+  if (task_count == 1) return tasks[0].run(0);
+  SysThreadTaskManager manager(*update.threads);
+  gas_run_tasks(manager, tasks);
+}
+
+/// Last to first, so that every node's children are done.
+template <uint width>
+void GasBvhMotion<width>::fit_nodes_of_all_kinds(Scratch& scratch, std::span<const BvhChildRef> parents_first,
+                                                 uint sample, std::span<const GMathBbox3<float>> item_boxes,
+                                                 AppProgressBar* progress) {
+  BvhNodeSteps steps(progress, 0);
+  for (std::size_t at = parents_first.size(); at-- > 0;) {
+    const BvhChildRef node = parents_first[at];
+    BvhLanePlanes* block =
+        node.get_kind() == BvhKind::aligned ? &aligned_[std::size_t{node.index} * sample_count_ + sample] : nullptr;
+    GMathBbox3<float> box;
+    for (uint lane = 0; lane < 4; ++lane) {
+      const GMathBbox3<float> child = lane < node.get_count()
+                                          ? get_child_box(scratch, get_child(*tree_, node, lane), item_boxes)
+                                          : GMathBbox3<float>();
+      if (block != nullptr) block->set_lane(lane, child);
+      box.add(child);
+    }
+    switch (node.get_kind()) {
+      case BvhKind::aligned:
+        scratch.aligned[node.index] = box;
+        break;
+      case BvhKind::quantized:
+        scratch.quantized[node.index] = box;
+        break;
+      default:
+        scratch.oriented[node.index] = box;
+        continue;  // steps when its lanes are measured
+    }
+    steps.step();
+  }
+}
+
+template <uint width>
+bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const GMathBbox3<float>> item_boxes,
+                                                  const BvhSampleMeasure& measure, AppProgressBar* progress) try {
+  if (tree_ == nullptr || tree_->is_empty()) return false;
+  if (sample >= sample_count_) {
+    gas_log(gas_log_error, [&](CoreLogStream& message) {
+      message << "[GasBvhMotion] error while updating motion blur sample " << sample << ": index out of range\n";
+    });
+    return false;
+  }
+  Scratch scratch(*tree_);
+  if (!scratch.is_complete(*tree_)) return false;
+  const std::vector<BvhChildRef> parents_first = list_parents_first(*tree_);
+  if (progress != nullptr)
+    progress->set_step_count(tree_->aligned_count + 2 * tree_->quantized_count + tree_->oriented_count);
+  fit_nodes_of_all_kinds(scratch, parents_first, sample, item_boxes, progress);
+  if (tree_->oriented_count > 0) {
+    ItemRanges ranges(*tree_, parents_first);
+    SysThreadManager* threads = progress != nullptr ? &progress->get_application().get_thread_manager() : nullptr;
+    update_unodes({*this, sample, ranges, measure, threads}, progress);
+  }
+  root_boxes_[sample] = get_child_box(scratch, tree_->root, item_boxes);
+  quantize_lanes(scratch, sample, item_boxes, progress);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
+}
+
+// The class is instantiated where it is built for aligned trees, which does not see these.
+template void GasBvhMotion<4>::update_unodes(const UNodesUpdate&, AppProgressBar*);
+template void GasBvhMotion<4>::fit_nodes_of_all_kinds(Scratch&, std::span<const BvhChildRef>, uint,
+                                                      std::span<const GMathBbox3<float>>, AppProgressBar*);
+template bool GasBvhMotion<4>::update_sample_unaligned(uint, std::span<const GMathBbox3<float>>,
+                                                       const BvhSampleMeasure&, AppProgressBar*);

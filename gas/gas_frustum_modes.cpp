@@ -1,0 +1,53 @@
+#include "gas/gas_frustum_modes.h"
+
+#include <algorithm>
+
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_object.h"
+#include "vq_geometry/geometry_point_cloud.h"
+#include "vq_module/ctx_helpers.h"
+
+namespace {
+
+/// The total that a query of mode all compares its hits with.
+void count_testable_primitives(const CoreBasicArray<uint>& group_counts, GeometryFrustumCtx& query) {
+  for (uint group = 0; group < group_counts.get_count(); ++group) {
+    if (gas_is_shaded(CtxHelpers::get_shading(query, group + query.shading_group_offset)))
+      query.result.total += group_counts[group];
+  }
+}
+
+void collect_points(const BvhTarget& target, const GeometryObject* geometry, const CtxEval& ctx, CtxShader& shader,
+                    GeometryFrustumCtx& query) {
+  const GeometryPointCloud* cloud = geometry != nullptr ? geometry->get_point_cloud() : nullptr;
+  query.point_count = cloud != nullptr ? cloud->get_count() : 0;
+  if (query.point_count == 0) return;
+  if (query.mask.size() < query.point_count) query.mask.resize(query.point_count);
+  std::fill_n(query.mask.begin(), query.point_count, u8{0});
+  bvh_frustum_hit(target, ctx, shader, query);
+  for (uint point = 0; point < query.point_count; ++point) {
+    if (query.mask[point] == 0) continue;
+    const GMathVec3<double> position(cloud->get_position(point));
+    if (query.mode == static_cast<uint>(GeometryFrustumMode::points)) {
+      query.push_point(position);
+    } else {
+      query.push_point_cloud_vertex(position, geometry, point);
+    }
+  }
+}
+
+}  // namespace
+
+void gas_frustum_hit(const BvhTarget& target, const CoreBasicArray<uint>& group_counts, const GeometryObject* geometry,
+                     const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) {
+  switch (static_cast<GeometryFrustumMode>(query.mode)) {
+    case GeometryFrustumMode::any:
+      return bvh_frustum_hit(target, ctx, shader, query);
+    case GeometryFrustumMode::all:
+      count_testable_primitives(group_counts, query);
+      return bvh_frustum_hit(target, ctx, shader, query);
+    case GeometryFrustumMode::points:
+    case GeometryFrustumMode::vertices:
+      return collect_points(target, geometry, ctx, shader, query);
+  }
+}
