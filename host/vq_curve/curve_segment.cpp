@@ -26,6 +26,12 @@ Ball get_sum(const Ball (&ball)[4], const double (&weight)[4]) {
   return sum;
 }
 
+/// The angle of (x, y), of a whole turn: from 0 to 1.
+double get_turn(double x, double y) {
+  const double turn = std::atan2(y, x) * (0.5 / std::numbers::pi);
+  return turn < 0.0 ? turn + 1.0 : turn;
+}
+
 /// The coordinate axis that `v` goes along least.
 Vec get_least_axis(const Vec& v) {
   const Vec size(std::abs(v.x), std::abs(v.y), std::abs(v.z));
@@ -141,21 +147,29 @@ CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u) {
 
 template <CurveShape shape>
 GMathVec2<double> curve_get_uv(const CurveSegment<shape>& segment, double u, const GMathVec3<double>& normal) {
+  const Vec step = segment.get_ball_derivative(u).position;
+  const bool still = step == Vec();
+  if (u > 0.0 && u < 1.0 && !still) {
+    // The angle as the frame would give it; that no vector has unit length scales both coordinates alike.
+    const Vec hint = get_side_hint(segment);
+    const double length2 = step.dot(step);
+    const double x = length2 * normal.dot(hint) - normal.dot(step) * hint.dot(step);
+    const double y = std::sqrt(length2) * normal.dot(step.cross(hint));
+    if (x != 0.0 || y != 0.0) return {u, get_turn(x, y)};
+  }
   const CurveFrame frame = curve_get_frame(segment, u);
-  const double turn = std::atan2(normal.dot(frame.side[1]), normal.dot(frame.side[0])) * (0.5 / std::numbers::pi);
-  const double v = turn < 0.0 ? turn + 1.0 : turn;
-  const double along = normal.dot(frame.tangent);
+  const double turn = get_turn(normal.dot(frame.side[0]), normal.dot(frame.side[1]));
+  const double along = normal.get_normalized().dot(frame.tangent);
   // A curve without length is its ends' caps alone.
-  const bool point = segment.get_ball_derivative(u).position == Vec();
-  if (u <= 0.0 || (point && u < 1.0 && along < 0.0)) {
+  if (u <= 0.0 || (still && u < 1.0 && along < 0.0)) {
     const double height = (-along - frame.slope) / (1.0 - frame.slope);
-    return {height > 0.0 ? -std::min(height, 1.0) : 0.0, v};
+    return {height > 0.0 ? -std::min(height, 1.0) : 0.0, turn};
   }
-  if (u >= 1.0 || point) {
+  if (u >= 1.0 || still) {
     const double height = (along + frame.slope) / (1.0 + frame.slope);
-    return {height > 0.0 ? 1.0 + std::min(height, 1.0) : 1.0, v};
+    return {height > 0.0 ? 1.0 + std::min(height, 1.0) : 1.0, turn};
   }
-  return {u, v};
+  return {u, turn};
 }
 
 template <CurveShape shape>

@@ -19,7 +19,7 @@ struct CurveFrame {
 template <CurveShape shape>
 CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u);
 
-/// The u and v of the point of the surface at ball.position + ball.radius * `normal`, where ball is that of `u` in
-/// [0, 1]: what curve_get_surface_point() takes. `normal` has unit length.
+/// The u and v of the point of the surface that lies along `normal`, of any length, from the centre of the ball of `u`
+/// in [0, 1]: what curve_get_surface_point() takes.
 template <CurveShape shape>
 GMathVec2<double> curve_get_uv(const CurveSegment<shape>& segment, double u, const GMathVec3<double>& normal);

@@ -18,7 +18,10 @@ namespace {
 using Vec = GMathVec3<double>;
 
 constexpr uint max_depth = 12;
+constexpr double flat_tolerance =
+    1e-4;  // deviation from the chord, in radii, below which a piece is as good as straight
 constexpr uint max_rounds = 100;
+constexpr double step_tolerance = 1e-8;  // squares itself in the last step
 
 /// A piece of the curve in a frame whose z axis is the ray; x, y, z, radius. The plane's x axis runs along the piece's
 /// chord as the ray sees it, so that the ends have the same y.
@@ -37,12 +40,19 @@ struct Crossing {
 
 /// What the solver sees of the curve at some u.
 struct State {
-  double distance2, approach;  ///< x^2 + y^2 and half its derivative
-  double growth;               ///< r'
-  double q;                    ///< above 0 where the ray is inside the ball
-  double half_fall;            ///< -q' / 2
-  double half_bend;            ///< -q'' / 2
-  double z, z_rise, z_bend;    ///< z, z', z''
+  double x;
+  double distance2, approach, speed2;  ///< x^2 + y^2, half its derivative, x'^2 + y'^2
+  double growth;                       ///< r'
+  double q;                            ///< above 0 where the ray is inside the ball
+  double half_fall, half_bend;         ///< -q' / 2, -q'' / 2
+  double z, z_rise, z_bend;            ///< z, z', z''
+};
+
+/// What holds everywhere in a piece.
+struct Bounds {
+  double radius = 0.0;  ///< greatest
+  double speed = 0.0;   ///< least x'; 0 when nothing is known
+  double bend = 0.0;    ///< greatest |x''| + |y''|
 };
 
 /// A piece as a polynomial in u of the piece.
@@ -76,21 +86,25 @@ class Polynomial {
         d[k] = c_[1][k];
         e[k] = 0.0;
       } else {
-        p[k] = ((c_[3][k] * u + c_[2][k]) * u + c_[1][k]) * u + c_[0][k];
-        d[k] = (3.0 * c_[3][k] * u + 2.0 * c_[2][k]) * u + c_[1][k];
-        e[k] = 6.0 * c_[3][k] * u + 2.0 * c_[2][k];
+        const double cube = c_[3][k] * u, square = cube + c_[2][k];
+        p[k] = (square * u + c_[1][k]) * u + c_[0][k];
+        d[k] = (square + square + cube) * u + c_[1][k];
+        e[k] = 2.0 * (square + cube + cube);
       }
     }
-    const double distance2 = p[0] * p[0] + p[1] * p[1], approach = p[0] * d[0] + p[1] * d[1];
-    return {distance2,
-            approach,
-            d[3],
-            p[3] * p[3] - distance2,
-            approach - p[3] * d[3],
-            d[0] * d[0] + d[1] * d[1] - d[3] * d[3] + p[0] * e[0] + p[1] * e[1] - p[3] * e[3],
-            p[2],
-            d[2],
-            e[2]};
+    State s;
+    s.distance2 = p[0] * p[0] + p[1] * p[1];
+    s.approach = p[0] * d[0] + p[1] * d[1];
+    s.speed2 = d[0] * d[0] + d[1] * d[1];
+    s.x = p[0];
+    s.growth = d[3];
+    s.q = p[3] * p[3] - s.distance2;
+    s.half_fall = s.approach - p[3] * d[3];
+    s.half_bend = s.speed2 - d[3] * d[3] + p[0] * e[0] + p[1] * e[1] - p[3] * e[3];
+    s.z = p[2];
+    s.z_rise = d[2];
+    s.z_bend = e[2];
+    return s;
   }
 
   /// Roughly where the ray passes nearest.
@@ -128,41 +142,59 @@ bool get_cone_step(const State& s, double root, double& step) {
   if (!(bent_slant > 0.0)) return false;
   const double rise = s.z_rise * root;
   const double both = s.half_fall - height;
-  step = both == 0.0 ? 0.0 : (rise - s.half_fall) * (rise + s.half_fall) / (bent_slant * both);
+  if (both == 0.0) return rise == 0.0;  // otherwise the fibre lies along the ray, and an end is lowest
+  step = (rise - s.half_fall) * (rise + s.half_fall) / (bent_slant * both);
   return true;
+}
+
+/// Whether the ray, outside the ball at hand, surely misses the whole piece.
+bool is_missed(const Bounds& bounds, const State& s) {
+  const double speed2 = bounds.speed * bounds.speed;
+  // Near the piece -q is convex: -q'' / 2 is at least 0.44 speed^2 up to two radii from the axis.
+  if (s.distance2 <= 4.0 * bounds.radius * bounds.radius) return s.half_fall * s.half_fall < -0.44 * speed2 * s.q;
+  // The ray comes within a radius only in |u - this u| <= reach / speed, where the curve is so near to its tangent.
+  const double reach = bounds.radius + std::abs(s.x);
+  const double width = 2.0 * bounds.radius * speed2 + bounds.bend * reach * reach;
+  const double aside2 = s.distance2 * s.speed2 - s.approach * s.approach;
+  return 4.0 * speed2 * speed2 * aside2 > s.speed2 * width * width;
 }
 
 /// Finds the least z - sqrt(q) over the piece, taken as one that has a single minimum and a single stretch of q > 0.
 template <CurveShape shape>
-bool find_lowest(const Polynomial<shape>& curve, Crossing& lowest) {
+bool find_lowest(const Polynomial<shape>& curve, const Bounds& bounds, Crossing& lowest) {
   double low = 0.0, high = 1.0;            // the minimum lies between
   bool low_open = true, high_open = true;  // the end itself has not been looked at
   lowest.z = std::numeric_limits<double>::infinity();
+  const double tolerance = bounds.speed > 0.0 ? step_tolerance : step_tolerance * step_tolerance;
   double u = curve.get_start();
   for (uint round = 0; round < max_rounds; ++round) {
     const State s = curve.get_state(u);
+    if (!(s.q > 0.0) && is_missed(bounds, s)) break;
     const double root = s.q > 0.0 ? std::sqrt(s.q) : 0.0;
     double fall = s.half_fall + s.z_rise * root;  // above 0: the minimum lies left of u
     // Of a fibre that grows faster than the ray sees it advance, q has no maximum; how far the ray is from the ball's
     // edge still has a minimum.
     if (!(s.q > 0.0) && s.half_bend <= 0.0) fall = s.approach - s.growth * std::sqrt(s.distance2);
     if (s.q > 0.0 && s.z - root < lowest.z) lowest = {s.z - root, u};
+
+    double step = 0.0;
+    bool good = get_cone_step(s, root, step);
+    double next = u + step;
+    if (good && next >= 0.0 && next <= 1.0 &&
+        step * step * (s.half_bend + s.z_rise * s.z_rise) <= tolerance * s.q) {
+      lowest = {s.z - root + 0.5 * step * fall / root, next};
+      break;
+    }
     (fall > 0.0 ? high : low) = u;
     (fall > 0.0 ? high_open : low_open) = false;
     if (high <= 0.0 || low >= 1.0) break;
-
-    double step;
-    bool good = get_cone_step(s, root, step);
     if (!good && !(s.q > 0.0) && s.half_bend > 0.0) {
-      step = -s.half_fall / s.half_bend;
+      next = u - s.half_fall / s.half_bend;
       good = true;
     }
-    double next = u + step;
-    if (!good || !(next > low && next < high) || (round > 8 && round % 2 == 1))
-      next = fall > 0.0 ? (low_open ? 0.0 : 0.5 * (low + high)) : (high_open ? 1.0 : 0.5 * (low + high));
-    else if (s.q > 0.0 && step * step * (s.half_bend + s.z_rise * s.z_rise) <= 1e-10 * s.q) {
-      lowest = {s.z - root + 0.5 * step * fall / root, next};
-      break;
+    if (!good || !(next > low && next < high) || (round > 8 && round % 2 == 1)) {
+      const double middle = 0.5 * (low + high);
+      next = fall > 0.0 ? (low_open ? 0.0 : middle) : (high_open ? 1.0 : middle);
     }
     if (next == u || high - low < 1e-15) break;
     u = next;
@@ -174,8 +206,8 @@ enum class PieceKind { missed, simple, bent };
 
 template <CurveShape shape>
 double get_largest_radius(const Piece<shape>& piece) {
-  double radius = piece.point[0][3];
-  for (uint k = 1; k < Piece<shape>::count; ++k) radius = std::max(radius, piece.point[k][3]);
+  double radius = std::max(piece.point[0][3], piece.point[1][3]);
+  if constexpr (shape == CurveShape::cubic) radius = std::max(radius, std::max(piece.point[2][3], piece.point[3][3]));
   return radius;
 }
 
@@ -193,30 +225,50 @@ void align(Piece<CurveShape::cubic>& piece) {
   }
 }
 
-PieceKind get_kind(const Piece<CurveShape::cubic>& piece) {
+double get_least(const double (&p)[4][4], uint k) {
+  return std::min(std::min(p[0][k], p[1][k]), std::min(p[2][k], p[3][k]));
+}
+double get_greatest(const double (&p)[4][4], uint k) {
+  return std::max(std::max(p[0][k], p[1][k]), std::max(p[2][k], p[3][k]));
+}
+
+PieceKind get_kind(const Piece<CurveShape::linear>& piece, double near, double far, Bounds& bounds) {
+  const double(&a)[4] = piece.point[0];
+  const double(&b)[4] = piece.point[1];
+  const double radius = get_largest_radius(piece);
+  if (a[1] * a[1] >= radius * radius && a[1] == b[1]) return PieceKind::missed;
+  if (std::min(a[0], b[0]) >= radius || std::max(a[0], b[0]) <= -radius) return PieceKind::missed;
+  if (!(std::min(a[2], b[2]) - radius < far && std::max(a[2], b[2]) + radius >= near)) return PieceKind::missed;
+  const double speed = b[0] - a[0], growth = b[3] - a[3];
+  bounds = {radius, speed * speed > 2.0 * growth * growth ? speed : 0.0, 0.0};
+  return PieceKind::simple;
+}
+
+PieceKind get_kind(const Piece<CurveShape::cubic>& piece, double near, double far, Bounds& bounds) {
   const double(&p)[4][4] = piece.point;
   const double radius = get_largest_radius(piece);
-  for (uint k = 0; k < 2; ++k) {
-    const double low = std::min(std::min(p[0][k], p[1][k]), std::min(p[2][k], p[3][k]));
-    const double high = std::max(std::max(p[0][k], p[1][k]), std::max(p[2][k], p[3][k]));
-    if (!(low < radius && high > -radius)) return PieceKind::missed;
+  if (get_least(p, 1) >= radius || get_greatest(p, 1) <= -radius) return PieceKind::missed;
+  if (get_least(p, 0) >= radius || get_greatest(p, 0) <= -radius) return PieceKind::missed;
+  if (!(get_least(p, 2) - radius < far && get_greatest(p, 2) + radius >= near)) return PieceKind::missed;
+  double second[2][4];
+  for (uint i = 0; i < 2; ++i) {
+    for (uint k = 0; k < 4; ++k) second[i][k] = (p[i + 2][k] - p[i + 1][k]) - (p[i + 1][k] - p[i][k]);
   }
-  double bend[2] = {0.0, 0.0};
-  for (uint k = 0; k < 4; ++k) {
-    for (uint i = 0; i < 2; ++i) {
-      const double second = p[i][k] - 2.0 * p[i + 1][k] + p[i + 2][k];
-      bend[i] += second * second;
-    }
-  }
-  const double bend2 = 36.0 * std::max(bend[0], bend[1]);
+  const auto get_size2 = [](const double(&v)[4]) { return v[0] * v[0] + v[1] * v[1] + v[2] * v[2] + v[3] * v[3]; };
+  const double bend2 = 36.0 * std::max(get_size2(second[0]), get_size2(second[1]));
   const double speed = 3.0 * std::min(std::min(p[1][0] - p[0][0], p[2][0] - p[1][0]), p[3][0] - p[2][0]);
   const double growth =
       3.0 * std::max(std::max(std::abs(p[1][3] - p[0][3]), std::abs(p[2][3] - p[1][3])), std::abs(p[3][3] - p[2][3]));
   const double spare = 0.25 * speed * speed - growth * growth;
-  if (speed > 0.0 && spare > 0.0 && radius * radius * bend2 <= spare * spare) return PieceKind::simple;
-  // Half a thousandth of a radius from its chord: nothing to tell apart is left.
-  if (piece.depth >= max_depth || bend2 <= 64.0 * 1e-8 * radius * radius) return PieceKind::simple;
-  return PieceKind::bent;
+  if (speed > 0.0 && spare > 0.0 && radius * radius * bend2 <= spare * spare) {
+    bounds = {radius, speed,
+              6.0 * std::max(std::abs(second[0][0]) + std::abs(second[0][1]),
+                             std::abs(second[1][0]) + std::abs(second[1][1]))};
+    return PieceKind::simple;
+  }
+  bounds = {radius, 0.0, 0.0};
+  const double flat = 8.0 * flat_tolerance * radius;
+  return piece.depth >= max_depth || bend2 <= flat * flat ? PieceKind::simple : PieceKind::bent;
 }
 
 /// Halves a piece (de Casteljau); `far` is the half that starts further along the ray.
@@ -243,51 +295,49 @@ void split(const Piece<CurveShape::cubic>& piece, Piece<CurveShape::cubic>& near
   align(far);
 }
 
-/// Calls `visit` for each simple piece that the ray may hit, roughly in the ray's order, as long as `wanted` holds for
-/// where the piece may begin along the ray.
-template <CurveShape shape, class Wanted, class Visit>
-void visit_pieces(const Piece<shape>& root, const Wanted& wanted, const Visit& visit) {
-  if constexpr (shape == CurveShape::linear) {
-    visit(root);
-  } else {
-    Piece<shape> stack[max_depth + 2];
-    uint count = 0;
-    stack[count++] = root;
-    while (count > 0) {
-      const Piece<shape> piece = stack[--count];
-      double begin = piece.point[0][2];
-      for (uint k = 1; k < 4; ++k) begin = std::min(begin, piece.point[k][2]);
-      if (!wanted(begin - get_largest_radius(piece))) continue;
-      const PieceKind kind = get_kind(piece);
-      if (kind == PieceKind::missed) continue;
-      if (kind == PieceKind::simple) {
-        visit(piece);
-      } else {
-        split(piece, stack[count + 1], stack[count]);
-        count += 2;
-      }
-    }
+/// Calls `visit` for the simple pieces of a bent one, roughly in the ray's order.
+template <class Visit>
+void visit_halves(const Piece<CurveShape::cubic>& bent, double near, const double& far, const Visit& visit) {
+  Piece<CurveShape::cubic> stack[max_depth + 2];
+  split(bent, stack[1], stack[0]);
+  for (uint count = 2; count > 0;) {
+    const Piece<CurveShape::cubic> piece = stack[--count];
+    Bounds bounds;
+    const PieceKind kind = get_kind(piece, near, far, bounds);
+    if (kind == PieceKind::simple) visit(piece, bounds);
+    if (kind != PieceKind::bent) continue;
+    split(piece, stack[count + 1], stack[count]);
+    count += 2;
+  }
+}
+
+/// Calls `visit` for each simple piece that the ray may hit between `near` and `far`, which `visit` may lower.
+template <CurveShape shape, class Visit>
+void visit_pieces(const Piece<shape>& root, double near, const double& far, const Visit& visit) {
+  Bounds bounds;
+  const PieceKind kind = get_kind(root, near, far, bounds);
+  if (kind == PieceKind::simple) visit(root, bounds);
+  if constexpr (shape == CurveShape::cubic) {
+    if (kind == PieceKind::bent) visit_halves(root, near, far, visit);
   }
 }
 
 template <CurveShape shape>
-bool find_crossing(const Piece<shape>& piece, double side, Crossing& crossing) {
-  if (!find_lowest(Polynomial<shape>(piece, side), crossing)) return false;
+bool find_crossing(const Piece<shape>& piece, const Bounds& bounds, double side, Crossing& crossing) {
+  if (!find_lowest(Polynomial<shape>(piece, side), bounds, crossing)) return false;
   crossing = {crossing.z * side, piece.begin + piece.size * crossing.u};
   return true;
 }
 
-/// Where the ray enters the solid first.
+/// Where the ray enters the solid first, before `far`. Pieces wholly before `near` do not count.
 template <CurveShape shape>
-bool find_first_entry(const Piece<shape>& root, Crossing& entry) {
-  entry.z = std::numeric_limits<double>::infinity();
-  visit_pieces(
-      root, [&](double begin) { return begin < entry.z; },
-      [&](const Piece<shape>& piece) {
-        Crossing crossing;
-        if (find_crossing(piece, 1.0, crossing) && crossing.z < entry.z) entry = crossing;
-      });
-  return entry.z < std::numeric_limits<double>::infinity();
+bool find_first_entry(const Piece<shape>& root, double near, double far, Crossing& entry) {
+  entry.z = far;
+  visit_pieces(root, near, entry.z, [&](const Piece<shape>& piece, const Bounds& bounds) {
+    Crossing crossing;
+    if (find_crossing(piece, bounds, 1.0, crossing) && crossing.z < entry.z) entry = crossing;
+  });
+  return entry.z < far;
 }
 
 /// The stretches of the ray inside the solid, apart from each other.
@@ -324,45 +374,88 @@ class Stretches {
   uint count_ = 0;
 };
 
+/// The first way in or out at or after `near`, which lies behind the way in.
 template <CurveShape shape>
-bool find_crossing_after(const Piece<shape>& root, double z, Crossing& crossing) {
+bool find_crossing_after(const Piece<shape>& root, double near, Crossing& crossing) {
   Stretches stretches;
-  visit_pieces(
-      root, [](double) { return true; },
-      [&](const Piece<shape>& piece) {
-        Crossing in, out;
-        if (find_crossing(piece, 1.0, in) && find_crossing(piece, -1.0, out)) stretches.add(in, out);
-      });
-  return stretches.find_next(z, crossing);
+  visit_pieces(root, near, std::numeric_limits<double>::infinity(),
+               [&](const Piece<shape>& piece, const Bounds& bounds) {
+                 Crossing in, out;
+                 if (find_crossing(piece, bounds, 1.0, in) && find_crossing(piece, bounds, -1.0, out))
+                   stretches.add(in, out);
+               });
+  return stretches.find_next(near, crossing);
 }
 
-/// The ray's own frame about the point of its line nearest to the segment's first point.
-struct RayFrame {
-  Vec axis[3];
-  double speed = 0.0;   ///< length of the ray's direction
-  double middle = 0.0;  ///< distance of that point, in units of the direction
-  Vec base;             ///< from that point to the segment's first
+/// The ray and a segment as seen from the point of the ray's line nearest to the segment's first point, so that nothing
+/// is lost far away.
+template <CurveShape shape>
+struct View {
+  static constexpr uint count = CurveSegment<shape>::point_count;
+  Vec place[count];     ///< of the control points, relative to the first
+  Vec base;             ///< from the ray's point to the segment's first
+  double middle = 0.0;  ///< distance of the ray's point, in units of the direction
+  double speed = 0.0;   ///< length of the direction
+  double inverse_speed = 0.0;
 };
 
+/// Fills `view` and `root`. False when the ray's line surely misses the segment, or when a value is not finite.
 template <CurveShape shape>
-bool make_frame(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, RayFrame& frame) {
+bool look(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, View<shape>& view, Piece<shape>& root) {
+  constexpr uint count = View<shape>::count;
+  const Vec& direction = ray.direction;
+  const double speed2 = direction.dot(direction);
   const Vec to_first = segment.point[0].position - ray.origin;
-  const double speed2 = ray.direction.dot(ray.direction);
-  frame.middle = to_first.dot(ray.direction) / speed2;
-  frame.base = to_first - ray.direction * frame.middle;
-  frame.speed = std::sqrt(speed2);
-  const Vec z = ray.direction * (1.0 / frame.speed);
-  const Vec chord = segment.point[CurveSegment<shape>::point_count - 1].position - segment.point[0].position;
-  Vec y = z.cross(chord);
-  // Nearly along the ray, the chord cannot tell where across the ray it points.
-  if (!(y.dot(y) > 1e-8 * chord.dot(chord))) {
-    const Vec size(std::abs(z.x), std::abs(z.y), std::abs(z.z));
-    y = z.cross(size.x <= size.y && size.x <= size.z ? Vec(1, 0, 0) : size.y <= size.z ? Vec(0, 1, 0) : Vec(0, 0, 1));
+  view.middle = to_first.dot(direction) / speed2;
+  view.base = to_first - direction * view.middle;
+  double radius = 0.0;
+  for (uint k = 0; k < count; ++k) {
+    view.place[k] = segment.point[k].position - segment.point[0].position;
+    root.point[k][3] = std::max(0.0, segment.point[k].radius);
+    radius = std::max(radius, root.point[k][3]);
   }
-  frame.axis[1] = y.get_normalized();
-  frame.axis[0] = frame.axis[1].cross(z);
-  frame.axis[2] = z;
-  return true;
+  const Vec& chord = view.place[count - 1];
+  Vec y_axis = direction.cross(chord);
+  double across2 = y_axis.dot(y_axis);
+  const bool chord_across = across2 > 1e-8 * speed2 * chord.dot(chord);
+  if (chord_across) {
+    // Both ends have this y, and a cubic goes from there at most 3/4 as far as its inner control points.
+    const double first = y_axis.dot(view.base);
+    double low = first, high = first;
+    if constexpr (shape == CurveShape::cubic) {
+      const double a = 0.75 * y_axis.dot(view.place[1]), b = 0.75 * y_axis.dot(view.place[2]);
+      low += std::min(0.0, std::min(a, b));
+      high += std::max(0.0, std::max(a, b));
+    }
+    const double reach2 = radius * radius * across2;
+    if ((low > 0.0 && low * low >= reach2) || (high < 0.0 && high * high >= reach2)) return false;
+  } else {
+    // Nearly along the ray, the chord cannot tell which way is across.
+    const Vec size(std::abs(direction.x), std::abs(direction.y), std::abs(direction.z));
+    y_axis = direction.cross(size.x <= size.y && size.x <= size.z ? Vec(1, 0, 0)
+                             : size.y <= size.z                   ? Vec(0, 1, 0)
+                                                                  : Vec(0, 0, 1));
+    across2 = y_axis.dot(y_axis);
+  }
+  view.speed = std::sqrt(speed2);
+  const double across = std::sqrt(across2);
+  const double inverse = 1.0 / (view.speed * across);
+  view.inverse_speed = inverse * across;
+  const Vec axis[3] = {y_axis.cross(direction) * inverse, y_axis * (inverse * view.speed),
+                       direction * view.inverse_speed};
+  double sum = view.middle;
+  for (uint k = 0; k < 3; ++k) {
+    const double first = axis[k].dot(view.base);
+    root.point[0][k] = first;
+    sum += first;
+    for (uint i = 1; i < count; ++i) sum += root.point[i][k] = first + axis[k].dot(view.place[i]);
+    if (k == 1 && chord_across) root.point[count - 1][1] = first;
+  }
+  for (uint k = 0; k < count; ++k) sum += segment.point[k].radius;
+  if constexpr (shape == CurveShape::cubic) {
+    if (!chord_across) align(root);
+  }
+  return gmath_isfinited(sum) && radius > 0.0;
 }
 
 }  // namespace
@@ -370,33 +463,24 @@ bool make_frame(const GMathBasicRay<double>& ray, const CurveSegment<shape>& seg
 template <CurveShape shape>
 bool curve_hit_segment(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, double t_near,
                        double t_far, CurveHit& hit) {
-  RayFrame frame;
-  if (!make_frame(ray, segment, frame)) return false;
+  View<shape> view;
   Piece<shape> root;
-  double sum = frame.middle;
-  for (uint k = 0; k < Piece<shape>::count; ++k) {
-    const Vec place = segment.point[k].position - segment.point[0].position;
-    for (uint axis = 0; axis < 3; ++axis)
-      root.point[k][axis] = frame.axis[axis].dot(place) + frame.axis[axis].dot(frame.base);
-    root.point[k][3] = std::max(0.0, segment.point[k].radius);
-    sum += root.point[k][0] + root.point[k][1] + root.point[k][2] + segment.point[k].radius;
-  }
-  if (!gmath_isfinited(sum) || !(get_largest_radius(root) > 0.0)) return false;
-  if constexpr (shape == CurveShape::cubic) align(root);
-
-  const double near = (t_near - frame.middle) * frame.speed;
+  if (!look(ray, segment, view, root)) return false;
+  const double near = (t_near - view.middle) * view.speed, far = (t_far - view.middle) * view.speed;
   Crossing crossing;
-  if (!find_first_entry(root, crossing)) return false;
+  if (!find_first_entry(root, near, far, crossing)) return false;
   if (!(crossing.z >= near) && !find_crossing_after(root, near, crossing)) return false;
-  const double distance = frame.middle + crossing.z / frame.speed;
+  const double step = crossing.z * view.inverse_speed, distance = view.middle + step;
   if (!(distance < t_far)) return false;
   hit.distance = std::max(distance, t_near);
-  const CurvePoint<double> first = {segment.point[0].position, 0.0};
-  CurveSegment<shape> local = segment;
-  for (CurvePoint<double>& point : local.point) point.position = point.position - first.position;
-  const CurvePoint<double> ball = local.get_ball(crossing.u);
-  const Vec normal = ray.direction * (crossing.z / frame.speed) - frame.base - ball.position;
-  const GMathVec2<double> uv = curve_get_uv(segment, crossing.u, normal.get_normalized());
+  const double u = crossing.u, v = 1.0 - u;
+  Vec center = view.place[View<shape>::count - 1];
+  if constexpr (shape == CurveShape::linear)
+    center = center * u;
+  else
+    center = (view.place[1] * v + view.place[2] * u) * (3.0 * u * v) + center * (u * u * u);
+  const Vec normal = ray.direction * step - view.base - center;
+  const GMathVec2<double> uv = curve_get_uv(segment, u, normal);
   hit.u = uv.x;
   hit.v = uv.y;
   return true;
