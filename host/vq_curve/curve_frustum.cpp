@@ -63,11 +63,9 @@ template <CurveShape shape>
 bool curve_lies_in_frustum(const CurveSegment<shape>& segment, const GeometryFrustumData& frustum) {
   if (!gmath_is_valid_box(curve_get_bbox(segment))) return false;
   return all_planes(frustum, [&](const GeometryPlane& plane) {
-    const double length = plane.normal.get_length();
-    if (!(length > 0.0)) return plane.offset >= 0.0;
     // How far the solid reaches along the plane's normal is the size of a box that has the normal for an axis.
-    const GMathVec3<double> axis = plane.normal * (1.0 / length);
-    return curve_get_bbox_in_space(segment, {axis, axis, axis}).min.x + plane.offset / length >= 0.0;
+    const GMathLinearSpace3<double> space(plane.normal, plane.normal, plane.normal);
+    return curve_get_bbox_in_space(segment, space).min.x + plane.offset >= 0.0;
   });
 }
 

@@ -1,6 +1,6 @@
 // tests/host/mesh_shots.h
 //
-// Small meshes, and rays that test their primitives one by one, without a structure.
+// Small meshes, and rays that test the primitives of any geometry one by one, without a structure.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -25,7 +25,7 @@ inline void create(PolyMesh& mesh, PolyMeshData data) {
   ASSERT_TRUE(mesh.create(std::move(data), error)) << error.get_data();
 }
 
-inline void test_primitives(QueryWorld& world, const PolyMesh& mesh, GeometryRaytraceCtx& query) {
+inline void test_primitives(QueryWorld& world, const GeometryObject& mesh, GeometryRaytraceCtx& query) {
   query.geometry = &mesh;
   for (uint p = 0; p < mesh.get_primitive_count(); ++p) {
     query.shading_group = mesh.get_primitive_shading_group(p);
@@ -34,7 +34,7 @@ inline void test_primitives(QueryWorld& world, const PolyMesh& mesh, GeometryRay
 }
 
 /// The nearest hit of one ray among all primitives.
-inline GeometryIntersection shoot(QueryWorld& world, const PolyMesh& mesh, const GMathVec3<double>& origin,
+inline GeometryIntersection shoot(QueryWorld& world, const GeometryObject& mesh, const GMathVec3<double>& origin,
                                   const GMathVec3<double>& direction, double tnear = 0.0, double tfar = DBL_MAX) {
   GeometryRayPacket packet;
   packet.resize(1);
@@ -44,7 +44,7 @@ inline GeometryIntersection shoot(QueryWorld& world, const PolyMesh& mesh, const
 }
 
 /// How many hits one ray has, of which `stop_rule` bits say which end it.
-inline std::size_t count_hits(QueryWorld& world, const PolyMesh& mesh, const GMathVec3<double>& origin,
+inline std::size_t count_hits(QueryWorld& world, const GeometryObject& mesh, const GMathVec3<double>& origin,
                               const GMathVec3<double>& direction, uint max_hits = 0xFFFFFFFFu) {
   GeometryRayPacket packet;
   packet.resize(1);

@@ -1,0 +1,244 @@
+// Fibres as they are stored, and as a geometry: by segment and by whole fibre.
+#include <functional>
+
+#include "host/mesh_shots.h"
+#include "support/random_values.h"
+#include "support/test_scale.h"
+#include "vq_ctx/ctx_motion_blur.h"
+#include "vq_curve/tube_mesh.h"
+#include "vq_curve/tube_mesh_fast.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+using Ball = CurvePoint<double>;
+
+/// Fibres that wander from points in the cube around `centre`, in two groups by turns, sampled from time 2 on.
+CurveData make_fibres(CurveBasis basis, uint seed, uint samples = 0, double size = 1.0, const Vec& centre = {}) {
+  RandomValues random(seed);
+  CurveData data;
+  data.basis = basis;
+  data.curve_sizes = {4, 0, 7, 2, 13, 1};  // 2 points make a segment in the linear basis only
+  data.curve_groups = {0, 1, 0, 1, 1, 0};
+  data.group_names = {CoreString("dark"), CoreString("fair")};
+  for (const u32 count : data.curve_sizes) {
+    Vec at = centre + random.get_vec(size);
+    for (u32 k = 0; k < count; ++k, at += random.get_vec(0.4 * size))
+      data.points.push_back({GMathVec3<float>(at), static_cast<float>(size * random.get(0.08, 0.1))});
+  }
+  data.motion_points.assign(samples, data.points);
+  data.motion_begin = 2.0;
+  data.motion_step = 0.5;
+  for (auto& sample : data.motion_points)
+    for (auto& point : sample) point.position = GMathVec3<float>(Vec(point.position) + random.get_vec(0.3 * size));
+  return data;
+}
+
+/// The same fibres as both geometries.
+struct Tubes {
+  explicit Tubes(const CurveData& data) {
+    CoreString error;
+    EXPECT_TRUE(segments.create(CurveData(data), error) && fibres.create(CurveData(data), error)) << error.get_data();
+  }
+  Ball get_ball(uint segment, double u, double time = NAN) const {
+    const CurveSet::Place place = curves.get_place(time);
+    if (curves.get_shape() == CurveShape::linear)
+      return curves.get_segment<CurveShape::linear>(segment, place).get_ball(u);
+    return curves.get_segment<CurveShape::cubic>(segment, place).get_ball(u);
+  }
+  TubeMeshFast segments;
+  TubeMesh fibres;
+  const CurveSet& curves = segments.get_curves();
+};
+
+/// The basis by its textbook polynomials, of the points from p on.
+Ball evaluate(CurveBasis basis, const CurvePoint<float>* p, double u) {
+  const double v = 1 - u, u2 = u * u, u3 = u * u2;
+  const double weights[4][4] = {
+      {v, u, 0, 0},
+      {v * v * v, 3 * v * v * u, 3 * v * u2, u3},
+      {v * v * v / 6, (3 * u3 - 6 * u2 + 4) / 6, (1 + 3 * u + 3 * u2 - 3 * u3) / 6, u3 / 6},
+      {(2 * u2 - u - u3) / 2, (2 - 5 * u2 + 3 * u3) / 2, (u + 4 * u2 - 3 * u3) / 2, (u3 - u2) / 2}};
+  Ball sum;
+  for (uint k = 0; k < (basis == CurveBasis::linear ? 2 : 4); ++k) {
+    sum.position += Vec(p[k].position) * weights[static_cast<uint>(basis)][k];
+    sum.radius += p[k].radius * weights[static_cast<uint>(basis)][k];
+  }
+  return sum;
+}
+
+TEST(CurveSet, holds_the_fibres_of_every_basis_in_order_at_rest_and_moving) {
+  constexpr uint counts[4][6] = {{3, 0, 6, 1, 12, 0}, {1, 0, 2, 0, 4, 0}, {1, 0, 4, 0, 10, 0}, {1, 0, 4, 0, 10, 0}};
+  for (uint b = 0; b < 4; ++b) {
+    const CurveBasis basis = CurveBasis(b);
+    const CurveData data = make_fibres(basis, 1, 3);
+    const Tubes tubes(data);
+    uint segment = 0, first_point = 0;
+    for (uint curve = 0; curve < 6; first_point += data.curve_sizes[curve++]) {
+      ASSERT_EQ(tubes.curves.get_first_segment(curve), segment);
+      for (uint k = 0; k < counts[b][curve]; ++k, ++segment) {
+        EXPECT_EQ(tubes.curves.get_curve(segment), curve);
+        EXPECT_EQ(tubes.segments.get_primitive_shading_group(segment), data.curve_groups[curve]);
+        const uint from = first_point + k * (basis == CurveBasis::bezier ? 3 : 1);
+        for (const double u : {0.0, 0.3, 0.8, 1.0})
+          for (const double time : {double(NAN), 2.5, 9.0}) {
+            const auto& points = std::isnan(time) ? data.points : data.motion_points[time < 3 ? 1 : 2];
+            const Ball ball = tubes.get_ball(segment, u, time), truth = evaluate(basis, &points[from], u);
+            EXPECT_LT((ball.position - truth.position).get_length(), 4e-7);
+            EXPECT_NEAR(ball.radius, truth.radius, 2e-8);
+          }
+      }
+    }
+    EXPECT_EQ(tubes.segments.get_primitive_count(), segment);
+    EXPECT_EQ(tubes.fibres.get_primitive_count(), 6u);
+  }
+}
+
+TEST(CurveSet, refuses_what_does_not_fit_together) {
+  Tubes tubes(make_fibres(CurveBasis::bezier, 1));
+  const std::function<void(CurveData&)> faults[] = {
+      [](CurveData& data) { data.points.pop_back(); },
+      [](CurveData& data) { data.curve_sizes[2] = 8, data.curve_sizes[4] = 12; },
+      [](CurveData& data) { data.curve_groups[3] = 2; },
+      [](CurveData& data) { data.curve_groups.pop_back(); },
+      [](CurveData& data) { data.motion_points[1].pop_back(); },
+      [](CurveData& data) { data.motion_step = 0; }};
+  for (const auto& fault : faults) {
+    CurveData data = make_fibres(CurveBasis::bezier, 2, 2);
+    fault(data);
+    CoreString error;
+    EXPECT_FALSE(tubes.segments.create(std::move(data), error)) << &fault - faults;
+    EXPECT_EQ(error.get_view().back(), '.');
+    EXPECT_EQ(tubes.segments.get_primitive_count(), 7u) << "the former fibres stay";
+  }
+  EXPECT_EQ(Tubes(CurveData()).segments.get_primitive_count(), 0u);
+}
+
+TEST(CurveSet, knows_which_groups_move) {
+  CurveData data = make_fibres(CurveBasis::bspline, 3);
+  data.motion_points.assign(2, data.points);
+  for (const uint point : {12, 14}) {  // both of the second group, but that of point 12 has no segment
+    data.motion_points[1][point].radius *= 2;
+    EXPECT_EQ(Tubes(data).fibres.has_shading_group_motion(1), point == 14);
+  }
+  EXPECT_FALSE(Tubes(data).fibres.has_shading_group_motion(0));
+}
+
+TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
+  QueryWorld world;
+  RandomValues random(7);
+  for (uint k = 0; k < 16; ++k) {
+    const Tubes tubes(k < 8 ? make_fibres(CurveBasis(k % 4), k, 4)
+                            : make_fibres(CurveBasis(k % 4), k, 4, 10, {1e6, -3e5, 0}));
+    GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, 2);
+    EXPECT_NEAR(space.axis[0].cross(space.axis[1]).dot(space.axis[2]), 1, 1e-9);
+    // As an oriented node holds it, so that the axes are not quite of unit length; and the world's.
+    space = k % 8 < 4 ? GMathLinearSpace3<double>() : GMathLinearSpace3<double>(GMathLinearSpace3<float>(space));
+    for (uint segment = 0; segment < tubes.segments.get_primitive_count(); ++segment) {
+      const double fraction = random.get(0, 1);
+      const auto check = [&](const GeometryObject& geometry, uint primitive) {
+        const auto a = geometry.get_primitive_bbox_in_space_at(world.ctx, 2.5, space, primitive);
+        const auto b = geometry.get_primitive_bbox_in_space_at(world.ctx, 3.0, space, primitive);
+        EXPECT_EQ(GMathBbox3<double>(GMathBbox3<float>(a)), a) << "bounds of single precision";
+        for (double u = 0; u <= 1; u += 0.01) {
+          const Ball ball = tubes.get_ball(segment, u, 2.5 + 0.5 * fraction);
+          for (uint axis = 0; axis < 3; ++axis) {
+            const double at = space.axis[axis].dot(ball.position), reach = ball.radius * space.axis[axis].get_length();
+            const double slack = 1e-13 * ball.position.get_length();  // of the sum that blends
+            EXPECT_GE(at - reach, a.min[axis] * (1 - fraction) + b.min[axis] * fraction - slack);
+            EXPECT_LE(at + reach, a.max[axis] * (1 - fraction) + b.max[axis] * fraction + slack);
+          }
+        }
+      };
+      check(tubes.segments, segment);
+      check(tubes.fibres, tubes.curves.get_curve(segment));
+    }
+  }
+}
+
+TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_ray) {
+  QueryWorld world;
+  RandomValues random(8);
+  const CtxMotionBlur motion_blur(2.0, 2.5, 2);
+  uint hits = 0;
+  for (uint k = 0; k < scaled(4000, 400); ++k) {
+    const Tubes tubes(make_fibres(CurveBasis(k % 4), k, 2));
+    const double time = k % 8 < 4 ? random.get(2.0, 2.5) : NAN;
+    const Vec origin = random.get_vec(3.0), direction = random.get_vec() - origin;
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, origin, direction, 0.0, DBL_MAX, time);
+    const auto trace = [&](const GeometryObject& geometry) {
+      GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+      if (k % 8 < 4) motion_blur.init_raytrace_ctx(query);
+      test_primitives(world, geometry, query);
+      return packet.get_nearest(0);
+    };
+    const GeometryIntersection hit = trace(tubes.segments), other = trace(tubes.fibres);
+    EXPECT_EQ(hit.distance, other.distance);
+    if (hit.geometry == nullptr) continue;
+    ++hits;
+    const uint first = tubes.curves.get_first_segment(other.primitive);
+    const uint end = tubes.curves.get_first_segment(other.primitive + 1);
+    EXPECT_EQ(hit.primitive, first + other.part);
+    const GeometrySurfacePoint point = tubes.fibres.get_surface_point(other, time);
+    EXPECT_EQ(point.position, tubes.segments.get_surface_point(hit, time).position);
+    const Ball ball = tubes.get_ball(hit.primitive, point.uv.x * (end - first) - other.part, time);
+    EXPECT_LT((ball.position + point.normal * ball.radius - packet.get_ray(0).get_point(hit.distance)).get_length(),
+              1e-7);
+  }
+  EXPECT_GT(hits, scaled(400, 40));
+}
+
+TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
+  QueryWorld world;
+  for (const float bad : {NAN, INFINITY}) {
+    CurveData data;
+    data.basis = CurveBasis::bspline;
+    data.curve_sizes = {12};
+    for (uint k = 0; k < 12; ++k) data.points.push_back({{static_cast<float>(k), 0, 0}, k == 10 ? -9.0f : 0.25f});
+    data.points[1].radius = bad;
+    const Tubes tubes(data);
+    for (uint segment = 0; segment < 9; ++segment) {
+      EXPECT_EQ(gmath_is_valid_box(tubes.segments.get_primitive_bbox(world.ctx, segment)), segment >= 2);
+      const auto hit = shoot(world, tubes.fibres, {segment + 1.5, 0.15, 5}, {0, 0, -1});
+      EXPECT_EQ(hit.geometry != nullptr, segment >= 2 && segment < 8) << "the last has a radius of 0.13 there";
+    }
+    EXPECT_TRUE(gmath_is_valid_box(tubes.fibres.get_primitive_bbox(world.ctx, 0)));
+  }
+}
+
+TEST(TubeGeometry, frustums_see_the_solid_and_not_its_control_points) {
+  QueryWorld world;
+  CurveData data;  // an arch from x = -1 to 1, its crown at y = 1
+  data.basis = CurveBasis::bezier;
+  data.curve_sizes = {4};
+  data.points = {{{-1, 0, 0}, 0.1f}, {{-1, 4 / 3.0f, 0}, 0.1f}, {{1, 4 / 3.0f, 0}, 0.1f}, {{1, 0, 0}, 0.1f}};
+  const Tubes tubes(data);
+  GeometryFrustumCtx query;
+  const auto ask = [&](uint mode, const std::vector<GeometryPlane>& planes) {
+    query.mode = mode;
+    query.result = {};
+    query.plane_count = query.end_plane_count = 0;
+    for (const GeometryPlane& plane : planes) query.add_plane(plane);
+    if (planes.size() > 1) query.end_planes[query.end_plane_count++] = query.planes[--query.plane_count];
+    tubes.fibres.frustum_hit_primitive(world.ctx, world.shader, query, 0);
+    EXPECT_EQ(query.result.hit_count, mode == 0 ? query.result.finished : mode == 1 ? 1 - query.result.outside : 0);
+    return query.result.hit_count == 1;
+  };
+  for (const double scale : {0.2, 1.0, 3.0}) {
+    const Vec up(0, scale, 0), left(-scale, 0, 0);
+    EXPECT_TRUE(ask(0, {{{0, 1.09, 0}, up}}));
+    EXPECT_FALSE(ask(0, {{{0, 1.11, 0}, up}}));
+    EXPECT_TRUE(ask(1, {{{0, 1.11, 0}, -up}}));
+    EXPECT_FALSE(ask(1, {{{0, 1.09, 0}, -up}}));
+    EXPECT_FALSE(ask(0, {{{-0.9, 0, 0}, left}, {{0, 1, 0}, up}})) << "in both half-spaces, never at once";
+    EXPECT_TRUE(ask(0, {{{-0.9, 0, 0}, left}, {{0, 0.5, 0}, up}}));
+  }
+  query.mask.assign(4, 0);
+  EXPECT_FALSE(ask(3, {{{0, 1, 0}, {0, 1, 0}}}));
+  EXPECT_EQ(query.mask, std::vector<u8>({0, 1, 1, 0}));
+}
+
+}  // namespace
