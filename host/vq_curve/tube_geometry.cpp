@@ -40,10 +40,8 @@ GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
   const CurveSet::Place place = curves_.get_place(time);
   GMathBbox3<double> out;
   with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
-    for (uint segment = segments.first; segment < segments.end; ++segment) {
-      const auto box = curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space);
-      if (gmath_is_valid_box(box)) out.add(box);
-    }
+    for (uint segment = segments.first; segment < segments.end; ++segment)  // a NaN box adds nothing
+      out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space));
   });
   const GMathVec3<double> none(nan_time, nan_time, nan_time);
   return out.is_empty() ? GMathBbox3<double>(none, none) : round_outwards(out);

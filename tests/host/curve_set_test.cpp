@@ -118,9 +118,9 @@ TEST(CurveSet, refuses_what_does_not_fit_together) {
 TEST(CurveSet, knows_which_groups_move) {
   CurveData data = make_fibres(CurveBasis::bspline, 3);
   data.motion_points.assign(2, data.points);
-  for (const uint point : {12, 14}) {  // both of the second group, but that of point 12 has no segment
+  for (const uint point : {12, 25}) {  // the last of two fibres of the second group; the former has no segment
     data.motion_points[1][point].radius *= 2;
-    EXPECT_EQ(Tubes(data).fibres.has_shading_group_motion(1), point == 14);
+    EXPECT_EQ(Tubes(data).fibres.has_shading_group_motion(1), point == 25);
   }
   EXPECT_FALSE(Tubes(data).fibres.has_shading_group_motion(0));
 }
@@ -133,6 +133,9 @@ TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
                             : make_fibres(CurveBasis(k % 4), k, 4, 10, {1e6, -3e5, 0}));
     GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, 2);
     EXPECT_NEAR(space.axis[0].cross(space.axis[1]).dot(space.axis[2]), 1, 1e-9);
+    const uint first = tubes.curves.get_first_segment(2), last = tubes.curves.get_first_segment(3) - 1;
+    const Vec chord = tubes.get_ball(last, 1).position - tubes.get_ball(first, 0).position;
+    EXPECT_NEAR(space.axis[0].dot(chord), chord.get_length(), 1e-9 * chord.get_length());
     // As an oriented node holds it, so that the axes are not quite of unit length; and the world's.
     space = k % 8 < 4 ? GMathLinearSpace3<double>() : GMathLinearSpace3<double>(GMathLinearSpace3<float>(space));
     for (uint segment = 0; segment < tubes.segments.get_primitive_count(); ++segment) {
@@ -202,10 +205,15 @@ TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
     const Tubes tubes(data);
     for (uint segment = 0; segment < 9; ++segment) {
       EXPECT_EQ(gmath_is_valid_box(tubes.segments.get_primitive_bbox(world.ctx, segment)), segment >= 2);
-      const auto hit = shoot(world, tubes.fibres, {segment + 1.5, 0.15, 5}, {0, 0, -1});
-      EXPECT_EQ(hit.geometry != nullptr, segment >= 2 && segment < 8) << "the last has a radius of 0.13 there";
+      for (const double off : {0.12, 0.14}) {  // the last has a radius of 0.13 there
+        const auto hit = shoot(world, tubes.fibres, {segment + 1.5, off, 5}, {0, 0, -1});
+        EXPECT_EQ(hit.geometry != nullptr, segment >= 2 && (segment < 8 || off < 0.13)) << segment;
+      }
     }
     EXPECT_TRUE(gmath_is_valid_box(tubes.fibres.get_primitive_bbox(world.ctx, 0)));
+    data.basis = CurveBasis::linear;
+    EXPECT_EQ(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.y, 0.25) << "a radius below 0 is 0";
+    EXPECT_EQ(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.x, 10.0);
   }
 }
 
