@@ -6,10 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
+#include "support/curve_scenes.h"
 #include "support/fake_geometry.h"
 #include "support/query_world.h"
 #include "vq_ctx/ctx_motion_blur.h"
+#include "vq_curve/tube_mesh_fast.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_packet.h"
 
@@ -53,6 +56,33 @@ uint count_allocations(const Query& query) {
   return allocations - before;
 }
 
+/// Shoots along x through y and z of about 0.5.
+void expect_none_repeated(QueryWorld& world, const GasObject& structure) {
+  const CtxMotionBlur shutter(0.0, 1.0, 3);
+  world.ctx.set_motion_blur(&shutter);
+  world.shader.motion_blur = &shutter;
+  GeometryRayPacket packet;
+  packet.resize(20);
+  for (uint k = 0; k < 20; ++k) packet.set_ray(k, {-1, 0.5, 0.5}, {1, 1e-5 * k, 1e-5 * k}, 0.0, DBL_MAX, k / 20.0);
+  using Query = void (GasObject::*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&) const;
+  for (const Query query : {&GasObject::ray_hit_nearest_static, &GasObject::ray_hit_nearest_motion})
+    EXPECT_EQ(
+        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_nearest(world.shading)); }),
+        0u);
+  EXPECT_NE(packet.get_nearest(0).geometry, nullptr);
+  for (const Query query : {&GasObject::ray_hit_static, &GasObject::ray_hit_motion})
+    EXPECT_EQ(
+        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_all_hits(world.shading)); }),
+        0u);
+  EXPECT_EQ(count_allocations([&] { structure.get_bbox_at(world.ctx, 0.3); }), 0u);
+  GeometryFrustumCtx frustum;
+  frustum.mode = static_cast<uint>(GeometryFrustumMode::all);
+  frustum.shading = &world.shading;
+  frustum.add_plane({{2000, 0, 0}, {1, 1, 0}});
+  EXPECT_EQ(count_allocations([&] { structure.frustum_hit(world.ctx, world.shader, frustum); }), 0u);
+  EXPECT_GT(frustum.result.hit_count, 0u);
+}
+
 }  // namespace
 
 TEST(Allocation, counting_works) {
@@ -68,27 +98,17 @@ TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
   geometry.velocity = {0, 1, 0};
   GasGeometryBvh4 structure;
   ASSERT_TRUE(structure.create(world.ctx, &geometry, &geometry, nullptr));
-  const CtxMotionBlur shutter(0.0, 1.0, 3);
-  world.ctx.set_motion_blur(&shutter);
-  world.shader.motion_blur = &shutter;
-  GeometryRayPacket packet;
-  packet.resize(20);
-  for (uint k = 0; k < 20; ++k) packet.set_ray(k, {-1, 0.5, 0.5}, {1, 1e-5 * k, 1e-5 * k}, 0.0, DBL_MAX, k / 20.0);
-  using Query = void (GasObject::*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&) const;
-  for (const Query query : {&GasObject::ray_hit_nearest_static, &GasObject::ray_hit_nearest_motion})
-    EXPECT_EQ(
-        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_nearest(world.shading)); }),
-        0u);
-  for (const Query query : {&GasObject::ray_hit_static, &GasObject::ray_hit_motion})
-    EXPECT_EQ(
-        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_all_hits(world.shading)); }),
-        0u);
-  EXPECT_GT(packet.get_hits().get_hits().size(), 0u);
-  EXPECT_EQ(count_allocations([&] { structure.get_bbox_at(world.ctx, 0.3); }), 0u);
-  GeometryFrustumCtx frustum;
-  frustum.mode = static_cast<uint>(GeometryFrustumMode::all);
-  frustum.shading = &world.shading;
-  frustum.add_plane({{2000, 0, 0}, {1, 1, 0}});
-  EXPECT_EQ(count_allocations([&] { structure.frustum_hit(world.ctx, world.shader, frustum); }), 0u);
-  EXPECT_GT(frustum.result.hit_count, 0u);
+  expect_none_repeated(world, structure);
+
+  CurveData data;
+  data.basis = CurveBasis::bspline;
+  for (uint k = 0; k < 500; ++k) add_fibre(data, {{8.0 * k, 0.0, 0.0}, {0.5, 1.0, 0.9}, 2.0, 0.1, 0.3});
+  add_motion(data, 2, 0.0, 1.0, 1, true);
+  TubeMeshFast fibres;
+  CoreString error;
+  ASSERT_TRUE(fibres.create(std::move(data), error)) << error.get_data();
+  GasFur fur;
+  ASSERT_TRUE(fur.create(world.ctx, &fibres, &fibres, nullptr));
+  ASSERT_GT(fur.get_tree().oriented_count, 0u);
+  expect_none_repeated(world, fur);
 }

@@ -1,0 +1,386 @@
+// The structure over fibres against brute force over all segments: nearest and all hits, what is kept, shading,
+// frustums, clusters, copies.
+#include "gas/gas_fur.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+
+#include "support/curve_check.h"
+#include "support/test_scale.h"
+#include "support/test_tree.h"
+#include "support/tree_oracle.h"
+#include "vq_app_base/app_progress_bar.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_module/ctx_helpers.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+
+TEST(GasFur, finds_what_testing_every_segment_finds) {
+  QueryWorld world;
+  for (uint seed = 0; seed < scaled(3, 1); ++seed) {
+    for (const CurveScene& scene : make_curve_scenes(40, seed * 20)) {
+      CurveCheck check(world, scene.data, make_curve_rays(CurveOracle(scene.data), scaled(300, 60), seed));
+      EXPECT_GT(check.sure_hits, scaled(80, 16)) << scene.name;
+      for (const bool oriented : {true, false}) {
+        const BuiltFur built(world.ctx, scene.data, oriented);
+        check.name = scene.name + (oriented ? ", seed " : " without oriented nodes, seed ") + std::to_string(seed);
+        check.check(built.structure, !oriented);
+        EXPECT_TRUE(oriented || built.structure.get_tree().oriented_count == 0);
+        if (scene.name == "bundle" || scene.name == "collinear") {
+          EXPECT_EQ(built.structure.get_tree().oriented_count > 0, oriented) << check.name;
+        }
+      }
+    }
+  }
+}
+
+// The fibres are a tenth as wide as single precision can tell points apart there, and the rays come from as far again.
+TEST(GasFur, thin_fibres_far_away_neither_break_up_nor_swell) {
+  QueryWorld world;
+  for (const CurveBasis basis : {CurveBasis::linear, CurveBasis::bezier}) {
+    for (const Vec& shift : {Vec(1e4, -1e4, 1e4), Vec(0, 0, 0)}) {
+      CurveData data = make_hair(basis, 200, 5, 0.05, 1.0, 1e-4);
+      transform(data, 1.0, shift);
+      const BuiltFur built(world.ctx, data);
+      const CurveOracle oracle(data);
+      RandomValues random(6);
+      std::vector<TestRay> axis_rays, near_rays;
+      for (uint k = 0; k < scaled(20000, 2000); ++k) {
+        const CurveOracle::Segment& segment = oracle.get_segments()[k % oracle.get_segments().size()];
+        const CurveOracle::Ball& ball = segment.balls[random.get_index(static_cast<uint>(segment.balls.size() - 1))];
+        TestRay ray;
+        ray.origin = ball.position + random.get_vec().get_normalized() * (k % 2 == 0 ? 1e4 : 3.0);
+        ray.direction = (ball.position - ray.origin).get_normalized();
+        ray.tfar = (ball.position - ray.origin).get_length();
+        axis_rays.push_back(ray);
+        const Vec aside = ray.direction.cross(random.get_vec()).get_normalized();
+        ray.tfar = DBL_MAX;
+        ray.origin += aside * (ball.radius * random.get(0.0, 2.0));
+        if (k % 100 == 0) near_rays.push_back(ray);
+      }
+      CurveCheck check(world, data, near_rays);
+      check.check(built.structure);
+      EXPECT_GT(check.sure_hits, 0u);
+      GeometryRayPacket packet;
+      check.ask(built.structure, packet, axis_rays, true);
+      for (uint k = 0; k < axis_rays.size(); ++k) ASSERT_NE(packet.get_nearest(k).geometry, nullptr) << k;
+    }
+  }
+}
+
+/// One segment a fibre; each `bad_step`-th is not finite.
+CurveData make_segments(uint count, uint bad_step, std::vector<uint>& valid) {
+  CurveData data = make_hair(CurveBasis::linear, count, count, 0.0, 0.5, 0.01, 2);
+  for (uint k = 0; k < count; ++k) {
+    if (k % bad_step != bad_step - 1) {
+      valid.push_back(k);
+    } else {
+      data.points[2 * k + k / bad_step % 2].position[k % 3] = k % 2 == 0 ? NAN : HUGE_VALF;
+    }
+  }
+  return data;
+}
+
+TEST(GasFur, keeps_finite_segments_whoever_asks_for_their_boxes) {
+  QueryWorld world;
+  for (const uint count : {1023u, 1024u, 1025u, 9000u}) {
+    std::vector<uint> valid;
+    const CurveData data = make_segments(count, 7, valid);
+    const BuiltFur serial(world.ctx, data);
+    const GasBvh<4>& tree = serial.structure.get_tree();
+    std::vector<uint> kept(tree.order, tree.order + tree.item_count);
+    std::sort(kept.begin(), kept.end());
+    EXPECT_EQ(kept, valid);
+    EXPECT_GT(tree.oriented_count, 0u);
+    GMathBbox3<double> box;
+    CoreVector<uint> listed;
+    std::vector<FloatBox> boxes(count);
+    GasFur::compute_bboxes(world.ctx, &serial.geometry, 0, count, boxes.data(), listed, nullptr);
+    EXPECT_TRUE(std::equal(valid.begin(), valid.end(), listed.get_items(), listed.get_items() + listed.get_count()));
+    for (const uint k : valid) box.add(GMathBbox3<double>(boxes[k]));
+    EXPECT_EQ(serial.structure.get_bbox(), box);
+
+    GeometryRayPacket expected, packet;
+    const std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 300, 3);
+    CurveCheck(world, data, {}).ask(serial.structure, expected, rays, true);
+    for (const uint threads : {1u, 2u, 4u, 7u}) {
+      QueryWorld crowd(8, threads);
+      AppProgressBar* progress = crowd.app.create_progress_bar("fur");
+      const BuiltFur parallel(crowd.ctx, data, true, progress);
+      const std::vector<AppProgressTask> tasks = progress->get_task_log();
+      ASSERT_GE(tasks.size(), 2u);
+      EXPECT_EQ(tasks[0].name, CoreString("Compute primitives AABB"));
+      EXPECT_EQ(tasks[0].step_count, count);
+      progress->finish();
+      ASSERT_EQ(find_tree_difference(parallel.structure.get_tree(), tree), "") << count << " on " << threads;
+      CurveCheck(crowd, data, {}).ask(parallel.structure, packet, rays, true);
+      for (uint k = 0; k < rays.size(); ++k) {
+        EXPECT_EQ(packet.get_nearest(k).primitive, expected.get_nearest(k).primitive);
+        EXPECT_EQ(packet.get_nearest(k).distance, expected.get_nearest(k).distance);
+      }
+    }
+  }
+}
+
+TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
+  QueryWorld world;
+  const CurveData data = make_hair(CurveBasis::bspline, 60, 3, 0.1, 0.5);
+  BuiltFur built(world.ctx, data);
+  const BuiltFur none(world.ctx, CurveData());
+  const std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 150, 4);
+  GasFur copy(built.structure), assigned;
+  assigned = none.structure;
+  assigned = built.structure;
+  assigned = *&assigned;
+  const u64 full = built.structure.get_memory_size();
+  EXPECT_GE(full, sizeof(GasFur) + built.structure.get_tree().get_array_bytes());
+  EXPECT_EQ(copy.get_memory_size(), full);
+  ASSERT_TRUE(built.structure.create(world.ctx, &none.geometry, &none.geometry, nullptr));
+  EXPECT_LT(built.structure.get_memory_size(), full);
+  CurveCheck check(world, data, rays);
+  EXPECT_GT(check.sure_hits, 50u);
+  for (const GasFur* structure : {&copy, &assigned}) {
+    check.check(*structure);
+    EXPECT_EQ(find_tree_difference(structure->get_tree(), copy.get_tree()), "");
+  }
+  for (const GasFur* structure : {&std::as_const(built.structure), &none.structure}) {
+    GeometryRayPacket packet;
+    check.ask(*structure, packet, rays, true);
+    for (uint k = 0; k < rays.size(); ++k) EXPECT_EQ(packet.get_nearest(k).geometry, nullptr);
+    EXPECT_TRUE(structure->get_tree().is_empty());
+    EXPECT_TRUE(structure->get_bbox().is_empty());
+    CoreVector<void*> clusters;
+    structure->get_clusters(clusters, 10, 0.5f);
+    EXPECT_EQ(clusters.get_count(), 0u);
+  }
+}
+
+// A structure of one segment hands its leaf all rays at once, whatever their kinds; others one by one.
+TEST(GasFur, hits_weigh_what_the_material_and_the_kind_of_the_ray_say) {
+  for (const uint fibres : {1u, 30u}) {
+    QueryWorld world;
+    CurveData data = make_hair(CurveBasis::linear, fibres, 8, 0.0, 0.1, 0.05, 2);
+    transform(data, 1.0, {0, 0, 20});
+    const BuiltFur built(world.ctx, data);
+    Material glass, override;
+    glass.transparency = 0.25;
+    glass.kind_mask = 0b101'1111;  // of types 0, 1, 2, 3, 4 and 6; 34 shares the bit of 2
+    override.transparency = 0.75;
+    override.kind_mask = 1u << 5;
+    const uint types[] = {0, 1, 2, 3, 4, 5, 6, 34, 37};
+    const double expected[] = {0.0, 1.0, 0.75, 0.75, 0.75, 1.0, 0.75, 0.75, 1.0};
+    const double overridden[] = {0.0, 1.0, 1.0, 1.0, 1.0, 0.25, 1.0, 1.0, 0.25};
+    const double plain[] = {0.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0, 1.0};
+    struct Seen {
+      const Material* material;
+      const ShadingVariablesCtx* variables;
+    } seen{};
+    const auto check = [&](const double(&weights)[9], const Material* material) {
+      GeometryRayPacket packet;
+      packet.resize(9);
+      const Vec target(data.points[0].position);
+      for (uint k = 0; k < 9; ++k)
+        packet.set_ray(k, Vec(1, 2, -9), target - Vec(1, 2, -9), 0, DBL_MAX, 0, static_cast<GMathRay::Type>(types[k]));
+      GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+      query.primitive_filter = [](const GeometryRaytraceCtx& asked, const uint&, void* user) {
+        *static_cast<Seen*>(user) = {asked.material, asked.shading_variables};
+        return true;
+      };
+      query.primitive_filter_user = &seen;
+      query.instance = 5;
+      built.structure.ray_hit_nearest_static(world.ctx, world.shader, query);
+      for (uint k = 0; k < 9; ++k) {
+        ASSERT_NE(packet.get_nearest(k).geometry, nullptr);
+        EXPECT_EQ(packet.get_nearest(k).weight, weights[k]) << "ray of type " << types[k];
+        EXPECT_EQ(packet.get_nearest(k).instance, 5u);
+      }
+      EXPECT_EQ(seen.material, material);
+    };
+    world.links[0].material = &glass;
+    check(expected, &glass);
+    EXPECT_EQ(seen.variables, &ShadingVariablesCtx::get_default_ctx());
+    const ShadingVariablesCtx own{};
+    world.links[0].variables = &own;
+    world.shader.override_material = &override;
+    check(overridden, &override);
+    EXPECT_EQ(seen.variables, &own);
+    world.shader.override_material = nullptr;
+    world.links[0].material = nullptr;
+    check(plain, nullptr);
+  }
+}
+
+TEST(GasFur, groups_filters_and_clip_maps_leave_out_what_they_say) {
+  QueryWorld world;
+  CurveData data = make_hair(CurveBasis::bezier, 90, 12, 0.1);
+  data.group_names.assign(6, CoreString("group"));
+  for (uint fibre = 0; fibre < 90; ++fibre) data.curve_groups.push_back(fibre * 7 % 6);
+  const BuiltFur built(world.ctx, data);
+  const std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 200, 4);
+  ShadingGroupLinks empty;
+  empty.material = ShadingGroupLinks::material_empty;
+  world.entries = {&world.links[0], nullptr, &empty, &world.links[0]};
+  world.shading = ShadingGroupTable(world.entries);
+  CurveCheck check(world, data, rays);
+  for (uint segment = 0; segment < built.geometry.get_primitive_count(); ++segment)
+    check.hidden.push_back(segment / 2 * 7 % 6 % 3 != 0);
+  check.check(built.structure);
+  EXPECT_GT(check.sure_hits, 20u);
+
+  GeometryRayPacket packet;
+  const auto ask = [&](const auto& adjust) {
+    packet.resize(static_cast<uint>(rays.size()));
+    for (uint k = 0; k < rays.size(); ++k) packet.set_ray(k, rays[k].origin, rays[k].direction);
+    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+    adjust(query);
+    built.structure.ray_hit_nearest_static(world.ctx, world.shader, query);
+    EXPECT_EQ(query.filter_count, 0u);
+    uint hits = 0;
+    for (uint k = 0; k < rays.size(); ++k) hits += packet.get_nearest(k).geometry != nullptr;
+    return hits;
+  };
+  EXPECT_EQ(ask([](GeometryRaytraceCtx& query) { query.shading = nullptr; }), 0u);
+  EXPECT_EQ(ask([](GeometryRaytraceCtx& query) { query.shading_group_offset = 4; }), 0u);
+  EXPECT_GT(ask([](GeometryRaytraceCtx& query) { query.shading_group_offset = 3; }), 20u);  // group 0 counts as 3
+  for (uint k = 0; k < rays.size(); ++k) {
+    if (packet.get_nearest(k).geometry == nullptr) continue;
+    EXPECT_EQ(packet.get_nearest(k).shading_group, 3u);
+    EXPECT_EQ(packet.get_nearest(k).primitive / 2 * 7 % 6, 0u);
+  }
+  EXPECT_GT(ask([](GeometryRaytraceCtx& query) {
+              query.primitive_filter = [](const GeometryRaytraceCtx&, const uint& p, void*) { return p % 2 == 0; };
+            }),
+            20u);
+  for (uint k = 0; k < rays.size(); ++k)
+    EXPECT_TRUE(packet.get_nearest(k).geometry == nullptr || packet.get_nearest(k).primitive % 2 == 0);
+
+  // The map cuts the upper half of every fibre away: of all hits just those on the lower half are left.
+  const BuiltFur complete(world.ctx, data, false);
+  const ClipMap clip_map(2, 1, {255, 0});
+  std::multiset<std::pair<uint, uint>> lower, left;
+  uint upper = 0;
+  check.ask(complete.structure, packet, rays, false);
+  for (const GeometryHit& hit : packet.get_hits().get_hits()) {
+    if (complete.geometry.get_surface_point(hit.hit, 0.0).uv.x < 0.5) {
+      lower.insert({hit.ray, hit.hit.primitive});
+    } else {
+      ++upper;
+    }
+  }
+  world.links[0].clip_map = &clip_map;
+  check.ask(complete.structure, packet, rays, false);
+  for (const GeometryHit& hit : packet.get_hits().get_hits()) left.insert({hit.ray, hit.hit.primitive});
+  EXPECT_EQ(left, lower);
+  EXPECT_GT(std::min(upper, static_cast<uint>(lower.size())), 20u);
+}
+
+// What the structure asks about frustums is each segment that may be inside; the geometry's own answers are taken.
+TEST(GasFur, frustum_modes_agree_with_asking_every_segment) {
+  QueryWorld world;
+  CurveData data = make_hair(CurveBasis::linear, 80, 21, 0.1, 0.5);
+  data.group_names.assign(3, CoreString("group"));
+  for (uint fibre = 0; fibre < 80; ++fibre) data.curve_groups.push_back(fibre % 3);
+  world.entries[1] = nullptr;
+  world.shading = ShadingGroupTable(world.entries);
+  const BuiltFur built(world.ctx, data);
+  const uint count = built.geometry.get_primitive_count();
+  RandomValues random(2);
+  uint partly = 0;
+  for (uint round = 0; round < scaled(300, 60); ++round) {
+    GeometryFrustumCtx queries[2][4];
+    std::vector<GeometryPlane> planes;
+    const uint sides = random.get_index(6);
+    for (uint k = 0; k < sides; ++k) {
+      const Vec normal = random.get_vec();
+      planes.emplace_back(random.get_vec(0.3) - normal * random.get(0, 3), normal);
+    }
+    for (uint mode = 0; mode < 4; ++mode) {
+      for (uint way = 0; way < 2; ++way) {
+        GeometryFrustumCtx& query = queries[way][mode];
+        for (const GeometryPlane& plane : planes) query.add_plane(plane);
+        query.mode = mode;
+        query.shading = &world.shading;
+        query.point_count = built.geometry.get_point_cloud()->get_count();
+        if (way == 1 && mode >= 2) query.mask.assign(query.point_count, 0);
+        if (way == 0) built.structure.frustum_hit(world.ctx, world.shader, query);
+        for (uint p = 0; p < count && way == 1; ++p) {
+          if (p / 6 % 3 == 1) continue;
+          built.geometry.frustum_hit_primitive(world.ctx, world.shader, query, p);
+          query.result.total += mode == 1;
+        }
+      }
+      const GeometryFrustumCtx &asked = queries[0][mode], &expected = queries[1][mode];
+      EXPECT_EQ(asked.result.hit_count > 0, expected.result.hit_count > 0) << mode;
+      EXPECT_EQ(asked.result.finished, expected.result.finished) << mode;
+      if (mode == 1) {
+        EXPECT_EQ(asked.result.total, expected.result.total);
+        EXPECT_EQ(asked.result.hit_count, expected.result.hit_count);
+        // Segments that are not shaded may lie in a box that is outside.
+        EXPECT_GE(asked.result.outside, expected.result.outside);
+        partly += expected.result.hit_count > 0 && expected.result.outside;
+      }
+      EXPECT_EQ(asked.mask, expected.mask);
+    }
+    auto &points = queries[0][2].get_points(), &vertices = queries[0][3].get_points();
+    ASSERT_EQ(points.size(), vertices.size());
+    ASSERT_EQ(points.size(), static_cast<std::size_t>(std::ranges::count(queries[1][3].mask, u8{1})));
+    for (std::size_t k = 0; k < points.size(); ++k) {
+      EXPECT_EQ(vertices[k].geometry, &built.geometry);
+      EXPECT_EQ(vertices[k].position, Vec(data.points[vertices[k].index].position));
+      EXPECT_EQ(points[k].position, vertices[k].position);
+    }
+  }
+  EXPECT_GT(partly, 10u);
+}
+
+TEST(GasFur, clusters_hold_everything_once) {
+  QueryWorld world;
+  const CurveData data = make_hair(CurveBasis::linear, 500, 31, 0.3, 3.0, 0.02);
+  std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 200, 32);
+  for (const bool oriented : {false, true}) {
+    const BuiltFur built(world.ctx, data, oriented);
+    CoreVector<void*> clusters;
+    built.structure.get_clusters(clusters, 200, 0.5f);
+    ASSERT_TRUE(oriented || clusters.get_count() > 4);
+    CoreBasicArray<void*> handles(clusters.get_count());
+    for (uint k = 0; k < clusters.get_count(); ++k) handles[k] = clusters[k];
+    std::vector<FloatBox> boxes(clusters.get_count());
+    std::vector<float> weights(clusters.get_count());
+    built.structure.get_clusters_bboxes(handles, boxes.data());
+    built.structure.get_clusters_weights(handles, weights.data());
+    EXPECT_NEAR(std::accumulate(weights.begin(), weights.end(), 0.0), 8.0 * 3000, 0.1);
+    GMathBbox3<float> united;
+    for (const FloatBox& box : boxes) united.add(box);
+    EXPECT_EQ(GMathBbox3<double>(united), built.structure.get_bbox());
+
+    GeometryRayPacket whole[2], part[2];
+    std::multiset<std::pair<uint, uint>> expected, found;
+    std::vector<double> nearest(rays.size(), HUGE_VAL);
+    const auto ask = [&](GeometryRayPacket(&packet)[2], u64 cluster, std::multiset<std::pair<uint, uint>>& all) {
+      for (GeometryRayPacket& p : packet) p.resize(static_cast<uint>(rays.size()));
+      for (uint k = 0; k < rays.size(); ++k)
+        for (GeometryRayPacket& p : packet) p.set_ray(k, rays[k].origin, rays[k].direction);
+      GeometryRaytraceCtx& first = packet[0].begin_nearest(world.shading);
+      first.cluster = cluster;
+      built.structure.ray_hit_nearest_static(world.ctx, world.shader, first);
+      GeometryRaytraceCtx& every = packet[1].begin_all_hits(world.shading);
+      every.cluster = cluster;
+      built.structure.ray_hit_static(world.ctx, world.shader, every);
+      for (const GeometryHit& hit : packet[1].get_hits().get_hits()) all.insert({hit.ray, hit.hit.primitive});
+    };
+    ask(whole, 0, expected);
+    for (uint k = 0; k < clusters.get_count(); ++k) {
+      ask(part, std::bit_cast<u64>(clusters[k]), found);
+      for (uint ray = 0; ray < rays.size(); ++ray)
+        nearest[ray] = std::min(nearest[ray], part[0].get_nearest(ray).distance);
+    }
+    for (uint ray = 0; ray < rays.size(); ++ray) EXPECT_EQ(nearest[ray], whole[0].get_nearest(ray).distance);
+    EXPECT_TRUE(oriented || found == expected);
+    EXPECT_GT(expected.size(), oriented ? 0u : 100u);
+  }
+}
+
+}  // namespace
