@@ -65,7 +65,25 @@ void occlude_triangle(const RTCOccludedFunctionNArguments* args) {
     ray.tfar = -HUGE_VALF;
 }
 
-RTCGeometry make_builtin_geometry(RTCDevice device, const BenchMesh& mesh) {
+inline void set_ray(const BenchRaySet& set, std::size_t index, RTCRay& ray) {
+  const BenchRay& from = set.rays[index];
+  ray.org_x = from.origin.x;
+  ray.org_y = from.origin.y;
+  ray.org_z = from.origin.z;
+  ray.tnear = from.tnear;
+  ray.dir_x = from.direction.x;
+  ray.dir_y = from.direction.y;
+  ray.dir_z = from.direction.z;
+  ray.time = set.times.empty() ? 0.0f : set.times[index];
+  ray.tfar = from.tfar;
+  ray.mask = 0xFFFFFFFFu;
+  ray.id = 0;
+  ray.flags = 0;
+}
+
+}  // namespace
+
+RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh) {
   RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
   rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.positions.data(), 0,
                              sizeof(GMathVec3<float>), mesh.positions.size());
@@ -74,7 +92,7 @@ RTCGeometry make_builtin_geometry(RTCDevice device, const BenchMesh& mesh) {
   return geometry;
 }
 
-RTCGeometry make_user_geometry(RTCDevice device, const BenchMesh& mesh) {
+RTCGeometry embree_make_user_triangles(RTCDevice device, const BenchMesh& mesh) {
   RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_USER);
   rtcSetGeometryUserPrimitiveCount(geometry, mesh.get_triangle_count());
   rtcSetGeometryUserData(geometry, const_cast<BenchMesh*>(&mesh));
@@ -84,34 +102,28 @@ RTCGeometry make_user_geometry(RTCDevice device, const BenchMesh& mesh) {
   return geometry;
 }
 
-inline void set_ray(const BenchRay& from, RTCRay& ray) {
-  ray.org_x = from.origin.x;
-  ray.org_y = from.origin.y;
-  ray.org_z = from.origin.z;
-  ray.tnear = from.tnear;
-  ray.dir_x = from.direction.x;
-  ray.dir_y = from.direction.y;
-  ray.dir_z = from.direction.z;
-  ray.time = 0.0f;
-  ray.tfar = from.tfar;
-  ray.mask = 0xFFFFFFFFu;
-  ray.id = 0;
-  ray.flags = 0;
+RTCGeometry embree_make_curves(RTCDevice device, const BenchGroom& groom) {
+  RTCGeometry geometry =
+      rtcNewGeometry(device, groom.shape == CurveShape::linear ? RTC_GEOMETRY_TYPE_ROUND_LINEAR_CURVE
+                                                               : RTC_GEOMETRY_TYPE_ROUND_BEZIER_CURVE);
+  const auto set_points = [&](uint sample, const std::vector<CurvePoint<float>>& points) {
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, sample, RTC_FORMAT_FLOAT4, points.data(), 0,
+                               sizeof(CurvePoint<float>), points.size());
+  };
+  if (groom.samples.empty()) {
+    set_points(0, groom.points);
+  } else {
+    rtcSetGeometryTimeStepCount(geometry, static_cast<uint>(groom.samples.size()));
+    for (uint sample = 0; sample < groom.samples.size(); ++sample) set_points(sample, groom.samples[sample]);
+  }
+  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT, groom.first_points.data(), 0,
+                             sizeof(u32), groom.first_points.size());
+  return geometry;
 }
 
-}  // namespace
-
-const std::vector<EmbreeKind>& get_embree_kinds() {
-  static const std::vector<EmbreeKind> kinds = {{"user-sse42", EmbreeTriangles::user, "sse4.2"},
-                                                {"user", EmbreeTriangles::user, ""},
-                                                {"tri-sse42", EmbreeTriangles::builtin, "sse4.2"},
-                                                {"tri", EmbreeTriangles::builtin, ""}};
-  return kinds;
-}
-
-EmbreeDevice::EmbreeDevice(const EmbreeKind& kind, uint thread_count) {
+EmbreeDevice::EmbreeDevice(const std::string& isa, uint thread_count) {
   std::string config = "threads=" + std::to_string(thread_count);
-  if (!kind.isa.empty()) config += ",isa=" + kind.isa;
+  if (!isa.empty()) config += ",isa=" + isa;
   device_ = rtcNewDevice(config.c_str());
   if (device_ == nullptr) return;
   const auto count_memory = [](void* self, ssize_t bytes, bool) {
@@ -125,12 +137,11 @@ EmbreeDevice::~EmbreeDevice() {
   if (device_ != nullptr) rtcReleaseDevice(device_);
 }
 
-EmbreeScene::EmbreeScene(EmbreeDevice& device, const EmbreeKind& kind, const BenchMesh& mesh)
+EmbreeScene::EmbreeScene(EmbreeDevice& device, const EmbreeGeometryMaker& make_geometry)
     : device_(device), bytes_before_(device.get_held_bytes()) {
   scene_ = rtcNewScene(device.get());
   rtcSetSceneBuildQuality(scene_, RTC_BUILD_QUALITY_MEDIUM);
-  RTCGeometry geometry = kind.triangles == EmbreeTriangles::user ? make_user_geometry(device.get(), mesh)
-                                                                 : make_builtin_geometry(device.get(), mesh);
+  RTCGeometry geometry = make_geometry(device.get());
   rtcSetGeometryBuildQuality(geometry, RTC_BUILD_QUALITY_MEDIUM);
   rtcCommitGeometry(geometry);
   rtcAttachGeometry(scene_, geometry);
@@ -150,7 +161,7 @@ void EmbreeScene::trace(uint /*thread*/, const BenchRaySet& set, std::size_t fir
   if (set.any_hit) {
     for (; first < end; ++first) {
       RTCRay ray;
-      set_ray(set.rays[first], ray);
+      set_ray(set, first, ray);
       rtcOccluded1(scene_, &context, &ray);
       hits[first] = ray.tfar < 0.0f ? BenchHit{0.0f, 0} : BenchHit();
     }
@@ -158,7 +169,7 @@ void EmbreeScene::trace(uint /*thread*/, const BenchRaySet& set, std::size_t fir
   }
   for (; first < end; ++first) {
     RTCRayHit ray_hit;
-    set_ray(set.rays[first], ray_hit.ray);
+    set_ray(set, first, ray_hit.ray);
     ray_hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene_, &context, &ray_hit);
     hits[first] =

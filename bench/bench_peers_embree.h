@@ -1,32 +1,34 @@
 // bench/bench_peers_embree.h
 //
-// The peer: Embree, with its own triangles or with one user primitive a triangle.
+// The peer: Embree, with its own triangles, with one user primitive a triangle, or with its own round curves.
 #pragma once
 #include <embree3/rtcore.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
+#include "bench/bench_groom.h"
+#include "bench/bench_mesh.h"
 #include "bench/bench_tracer.h"
 
-enum class EmbreeTriangles {
-  builtin,  ///< single precision, Embree's own storage and test
-  user      ///< boxes and tests through callbacks, in double precision, as this library reaches its geometry
-};
+/// Makes what a scene holds. What it shares with the library must outlive the scene.
+using EmbreeGeometryMaker = std::function<RTCGeometry(RTCDevice)>;
 
-struct EmbreeKind {
-  std::string name;
-  EmbreeTriangles triangles;
-  std::string isa;  ///< as the device's configuration wants it; empty: the best that the machine has
-};
-
-/// Every kind that can be measured.
-const std::vector<EmbreeKind>& get_embree_kinds();
+/// Single precision, Embree's own storage and test. The memory of the positions must go on for four bytes behind the
+/// last: the library reads vertices sixteen bytes at a time.
+RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh);
+/// Boxes and tests through callbacks, in double precision, as this library reaches its geometry.
+RTCGeometry embree_make_user_triangles(RTCDevice device, const BenchMesh& mesh);
+/// Embree's round curves: a linear segment is a cone with round ends, a cubic one a sweep of discs without ends. As
+/// many time steps as the groom has samples.
+RTCGeometry embree_make_curves(RTCDevice device, const BenchGroom& groom);
 
 /// A device that runs builds on so many threads and counts what it holds.
 class EmbreeDevice {
  public:
-  EmbreeDevice(const EmbreeKind& kind, uint thread_count);
+  /// @param isa  as the device's configuration wants it; empty: the best that the machine has
+  EmbreeDevice(const std::string& isa, uint thread_count);
   ~EmbreeDevice();
   EmbreeDevice(const EmbreeDevice&) = delete;
   EmbreeDevice& operator=(const EmbreeDevice&) = delete;
@@ -42,9 +44,8 @@ class EmbreeDevice {
 
 class EmbreeScene final : public BenchTracer {
  public:
-  /// Describes the scene; `mesh` and `device` must outlive it. The memory of the positions must go on for four bytes
-  /// behind the last: the library reads vertices sixteen bytes at a time.
-  EmbreeScene(EmbreeDevice& device, const EmbreeKind& kind, const BenchMesh& mesh);
+  /// Describes the scene; `device` must outlive it.
+  EmbreeScene(EmbreeDevice& device, const EmbreeGeometryMaker& make_geometry);
   ~EmbreeScene() override;
 
   /// Builds the tree: what is timed as the build.

@@ -60,16 +60,19 @@ double bench_time_trace(BenchClock clock, BenchTracer& tracer, const BenchRaySet
 }
 
 BenchDisagreement bench_compare(const BenchRaySet& set, const std::vector<BenchHit>& ours,
-                                const std::vector<BenchHit>& peer) {
+                                const std::vector<BenchHit>& peer,
+                                const std::function<double(double, double)>& get_tolerance,
+                                std::vector<std::size_t>* rays) {
   BenchDisagreement found;
   for (std::size_t ray = 0; ray < set.rays.size(); ++ray) {
+    const double distance = ours[ray].distance, other = peer[ray].distance;
+    const bool hits_differ = ours[ray].is_hit() != peer[ray].is_hit();
+    const bool distances_differ = !hits_differ && ours[ray].is_hit() && !set.any_hit &&
+                                  std::fabs(distance - other) > get_tolerance(distance, other);
     if (ours[ray].is_hit()) ++found.hit_count;
-    if (ours[ray].is_hit() != peer[ray].is_hit()) {
-      ++found.hits;
-    } else if (ours[ray].is_hit() && !set.any_hit) {
-      const double distance = ours[ray].distance, other = peer[ray].distance;
-      if (std::fabs(distance - other) > 1e-3 * std::max(distance, other)) ++found.distances;
-    }
+    if (hits_differ) ++found.hits;
+    if (distances_differ) ++found.distances;
+    if (rays != nullptr && (hits_differ || distances_differ)) rays->push_back(ray);
   }
   return found;
 }

@@ -4,6 +4,7 @@
 // formed within a round, so that what slows the machine for a while slows both sides of a ratio.
 #pragma once
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,20 @@ double bench_time_trace(BenchClock clock, BenchTracer& tracer, const BenchRaySet
 struct BenchDisagreement {
   std::size_t hit_count = 0;  ///< of the first
   std::size_t hits = 0;       ///< rays that only one of them found to hit something
-  std::size_t distances = 0;  ///< nearest hits whose distances differ by more than a thousandth
+  std::size_t distances = 0;  ///< nearest hits whose distances differ by more than the tolerance
+  /// What a closer look at each of these rays found; without one there is none.
+  struct Judged {
+    std::size_t silhouettes = 0;     ///< the ray grazes: rounding decides
+    std::size_t ends = 0;            ///< of shapes that differ at their ends
+    std::size_t missed_by_ours = 0;  ///< the peer's hit is right and nearer
+    std::size_t missed_by_peer = 0;  ///< this library's is
+    std::size_t false_hits = 0;      ///< nothing is there
+  };
+  std::optional<Judged> judged;
 };
+/// @param get_tolerance  of two distances: how much they may differ
+/// @param rays           the numbers of the rays that disagree are appended; may be null
 BenchDisagreement bench_compare(const BenchRaySet& set, const std::vector<BenchHit>& ours,
-                                const std::vector<BenchHit>& peer);
+                                const std::vector<BenchHit>& peer,
+                                const std::function<double(double, double)>& get_tolerance,
+                                std::vector<std::size_t>* rays = nullptr);

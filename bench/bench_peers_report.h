@@ -6,8 +6,9 @@
 
 #include "bench/bench_peers_measure.h"
 
-/// One library building one mesh.
+/// One library building one subject.
 struct PeerBuildRow {
+  std::string what;  ///< empty: the build; "refitted": the build and what the first query in motion does besides
   std::string library;
   uint thread_count = 1;
   std::vector<double> mprims;  ///< per second, one a round
@@ -28,15 +29,16 @@ struct PeerTraceRow {
   BenchDisagreement disagreement;
 };
 
-/// How much of this library's tree a ray of a set walks through.
+/// How much of a tree of this library a ray of a set walks through.
 struct PeerVisitsRow {
-  std::string set;
+  std::string set, library;
   double nodes = 0.0, leaves = 0.0;  ///< means a ray
 };
 
-struct PeerMeshReport {
-  std::string mesh;
-  uint triangle_count = 0;
+struct PeerReport {
+  std::string kind, name;  ///< "mesh", "bunny.obj"
+  std::string primitives;  ///< what they are, in the plural
+  uint primitive_count = 0;
   std::string any_hit_query;  ///< how this library was asked for any hit
   std::vector<PeerBuildRow> builds;
   std::vector<PeerMemoryRow> memory;
@@ -55,5 +57,5 @@ PeerMachine peer_describe_machine();
 inline constexpr const char* peer_ours = "vq_gas";
 
 void peer_print_machine(const PeerMachine& machine);
-void peer_print_report(const PeerMeshReport& report);
-nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<PeerMeshReport>& reports);
+void peer_print_report(const PeerReport& report);
+nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<PeerReport>& reports);

@@ -1,11 +1,15 @@
 // bench/bench_scene.h
 //
-// This library under test: a mesh, its structure and what a query needs around them.
+// This library under test: a geometry, its structure and what a query needs around them.
 #pragma once
+#include <functional>
 #include <memory>
 #include <vector>
 
+#include "bench/bench_groom.h"
+#include "bench/bench_mesh.h"
 #include "bench/bench_tracer.h"
+#include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_ctx/ctx_shader.h"
@@ -33,14 +37,11 @@ struct BenchWorld {
 /// the first.
 enum class BenchAnyHitQuery { nearest, first_of_all };
 
-class BenchScene final : public BenchTracer {
+/// Any structure of the library as it answers rays.
+class BenchStructure : public BenchTracer {
  public:
-  /// Everything that create() does happens here; `mesh` must live as long as the scene.
-  BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
-
+  /// Sets with times are asked as moving, under the motion blur of the world's context.
   void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) override;
-  u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
-  u64 get_total_bytes() const override { return structure_.get_memory_size(); }
 
   /// How much of the tree the set's rays walk through, asked as nearest hits: means a ray.
   struct MeanVisits {
@@ -49,24 +50,60 @@ class BenchScene final : public BenchTracer {
   MeanVisits count_visits(const BenchRaySet& set);
 
   void set_any_hit_query(BenchAnyHitQuery query) { any_hit_query_ = query; }
-  const GasGeometryBvh4& get_structure() const { return structure_; }
 
   static constexpr uint packet_size = 256;
 
+ protected:
+  /// The world's context must stay as it is from now on.
+  BenchStructure(BenchWorld& world, uint worker_count);
+  virtual const GasObject& get_doors() const = 0;
+  void build(const std::function<void(AppProgressBar*)>& create);
+
  private:
-  const GasObject& get_doors() const { return structure_; }
   struct Worker {
-    explicit Worker(const CtxEval& parent) : ctx(parent) {}
+    explicit Worker(const CtxEval& parent) : ctx(parent) { shader.motion_blur = parent.get_motion_blur(); }
     CtxEval ctx;
     CtxShader shader;
     GeometryRayPacket packet;
   };
   static uint fill_packet(Worker& worker, const BenchRaySet& set, std::size_t first, std::size_t end);
-  void trace_nearest(Worker& worker, BenchHit* hits, uint count) const;
-  void trace_first_of_all(Worker& worker, BenchHit* hits, uint count) const;
+  void ask_nearest(Worker& worker, const BenchRaySet& set, GeometryRaytraceCtx& query) const;
+  void trace_nearest(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const;
+  void trace_first_of_all(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const;
 
   BenchWorld& world_;
-  GasGeometryBvh4 structure_;
   std::vector<std::unique_ptr<Worker>> workers_;
   BenchAnyHitQuery any_hit_query_ = BenchAnyHitQuery::nearest;
+};
+
+/// The structure over a mesh.
+class BenchScene final : public BenchStructure {
+ public:
+  /// Everything that create() does happens here; `mesh` must live as long as the scene.
+  BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
+
+  u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
+  u64 get_total_bytes() const override { return structure_.get_memory_size(); }
+  const GasGeometryBvh4& get_structure() const { return structure_; }
+
+ private:
+  const GasObject& get_doors() const override { return structure_; }
+
+  GasGeometryBvh4 structure_;
+};
+
+/// The structure over hair.
+class BenchHairScene final : public BenchStructure {
+ public:
+  /// As BenchScene; without `oriented` no node has a frame of its own.
+  BenchHairScene(BenchWorld& world, const TubeMeshFast& tubes, bool oriented, uint worker_count);
+
+  u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
+  u64 get_total_bytes() const override { return structure_.get_memory_size(); }
+  const GasFur& get_structure() const { return structure_; }
+
+ private:
+  const GasObject& get_doors() const override { return structure_; }
+
+  GasFur structure_;
 };

@@ -48,8 +48,8 @@ Knot& get_knot(bool moving) {
 class Packets {
  public:
   Packets(const Knot& knot, RayKind kind) {
-    const BenchRaySet set =
-        kind == primary ? bench_make_primary_rays(knot.mesh, side) : bench_make_random_rays(knot.mesh, side * side, 1);
+    const BenchRaySet set = kind == primary ? bench_make_primary_rays(knot.mesh.get_bbox(), side)
+                                            : bench_make_random_rays(knot.mesh.get_bbox(), side * side, 1);
     BenchRandom random(2);
     packets_ = std::vector<GeometryRayPacket>(set.rays.size() / BenchScene::packet_size);
     for (std::size_t ray = 0; ray < packets_.size() * BenchScene::packet_size; ++ray) {

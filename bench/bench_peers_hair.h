@@ -1,0 +1,35 @@
+// bench/bench_peers_hair.h
+//
+// A groom as it is compared: this library's structure of oriented boxes, the same without them, Embree's round curves.
+#pragma once
+#include "bench/bench_peers_run.h"
+
+/// The names of the peers of grooms; "aligned-only" is this library without oriented nodes.
+std::vector<std::string> peer_get_hair_peers();
+
+class PeerHair final : public PeerSubject {
+ public:
+  explicit PeerHair(BenchGroom groom);
+  /// False for what the library refuses.
+  bool is_valid() const { return valid_; }
+
+  PeerReport describe() const override;
+  std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const override;
+  PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const override;
+  GMathBbox3<double> get_bbox() const override { return groom_.get_bbox(); }
+  bool has_motion() const override { return !groom_.samples.empty(); }
+  BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
+  BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
+                               u64 seed) const override;
+  /// Queries for all hits may miss what lies below oriented nodes.
+  bool allows_first_of_all() const override { return false; }
+  /// Distances disagree when they differ by more than half the greatest radius. Rays that disagree about any hit are
+  /// asked for the nearest within their interval and judged by it.
+  BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
+                            BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const override;
+
+ private:
+  BenchGroom groom_;
+  TubeMeshFast tubes_;
+  bool valid_ = false;
+};

@@ -1,0 +1,30 @@
+// bench/bench_peers_mesh.h
+//
+// A mesh as it is compared: this library's mesh structure beside Embree's triangles.
+#pragma once
+#include "bench/bench_peers_run.h"
+
+/// The names of the peers of meshes.
+std::vector<std::string> peer_get_mesh_peers();
+
+class PeerMesh final : public PeerSubject {
+ public:
+  explicit PeerMesh(BenchMesh mesh);
+  /// False for what the library's mesh refuses.
+  bool is_valid() const { return valid_; }
+
+  PeerReport describe() const override;
+  std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const override;
+  PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const override;
+  GMathBbox3<double> get_bbox() const override { return mesh_.get_bbox(); }
+  BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
+  BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
+                               u64 seed) const override;
+  BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
+                            BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const override;
+
+ private:
+  BenchMesh mesh_;
+  PolyMesh poly_mesh_;
+  bool valid_ = false;
+};

@@ -1,0 +1,165 @@
+#include "bench/bench_peers_run.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+/// A subject on its way through all measurements.
+class PeerRun {
+ public:
+  PeerRun(const PeerSettings& settings, const PeerSubject& subject)
+      : settings_(settings), subject_(subject), report_(subject.describe()) {
+    names_ = subject.get_libraries(settings.only_ours ? std::vector<std::string>() : settings.peers);
+  }
+
+  const PeerReport& run() {
+    measure_builds();
+    const uint most = *std::max_element(settings_.threads.begin(), settings_.threads.end());
+    for (const std::string& name : names_)
+      contenders_.push_back(subject_.make(name, settings_.get_build_clock(most), most));
+    drop_absent();
+    for (std::size_t k = 0; k < contenders_.size(); ++k) {
+      const BenchTracer& tracer = *contenders_[k].tracer;
+      const double count = report_.primitive_count;
+      report_.memory.push_back({names_[k], static_cast<double>(tracer.get_tree_bytes()) / count,
+                                static_cast<double>(tracer.get_total_bytes()) / count});
+    }
+    make_ray_sets();
+    std::erase_if(sets_, [](const BenchRaySet& set) { return set.rays.empty(); });  // nothing hit, no bounces
+    for (const BenchRaySet& set : sets_) {
+      count_visits(set);
+      for (const uint threads : settings_.threads) measure_set(set, threads);
+    }
+    return report_;
+  }
+
+ private:
+  void drop_absent() {
+    for (std::size_t k = contenders_.size(); k-- > 0;) {
+      if (contenders_[k].tracer != nullptr) continue;
+      contenders_.erase(contenders_.begin() + static_cast<std::ptrdiff_t>(k));
+      names_.erase(names_.begin() + static_cast<std::ptrdiff_t>(k));
+    }
+  }
+
+  void measure_builds() {
+    const double mprims = 1e-6 * report_.primitive_count;
+    for (const uint threads : settings_.threads) {
+      std::vector<PeerBuildRow> builds, ready;
+      for (const std::string& name : names_) {
+        builds.push_back({"", name, threads, {}});
+        ready.push_back({"refitted", name, threads, {}});
+      }
+      for (uint round = 0; round < settings_.build_rounds; ++round) {
+        for (std::size_t k = 0; k < names_.size(); ++k) {
+          const PeerContender built = subject_.make(names_[k], settings_.get_build_clock(threads), threads);
+          if (built.tracer == nullptr) continue;
+          builds[k].mprims.push_back(mprims / built.build_seconds);
+          ready[k].mprims.push_back(mprims / (built.build_seconds + built.refit_seconds));
+        }
+      }
+      if (settings_.build_rounds == 0) continue;
+      report_.builds.insert(report_.builds.end(), builds.begin(), builds.end());
+      if (subject_.has_motion()) report_.builds.insert(report_.builds.end(), ready.begin(), ready.end());
+    }
+  }
+
+  BenchStructure& get_ours() { return static_cast<BenchStructure&>(*contenders_[0].tracer); }
+  bool is_wanted(const std::string& set) const {
+    return std::find(settings_.sets.begin(), settings_.sets.end(), set) != settings_.sets.end();
+  }
+
+  void make_ray_sets() {
+    BenchRaySet primary = bench_make_primary_rays(subject_.get_bbox(), settings_.size);
+    if (subject_.has_motion()) bench_add_times(primary, settings_.seed + 3);
+    std::vector<BenchHit> hits(primary.rays.size());
+    bench_time_trace(settings_.get_clock(), get_ours(), primary, 1, hits);
+    const BenchRaySet bounce = subject_.make_bounce_rays(primary, hits, settings_.seed);
+    if (is_wanted("primary")) sets_.push_back(primary);
+    if (is_wanted("bounce")) sets_.push_back(bounce);
+    if (is_wanted("random")) {
+      sets_.push_back(bench_make_random_rays(subject_.get_bbox(), settings_.size * settings_.size, settings_.seed + 1));
+      if (subject_.has_motion()) bench_add_times(sets_.back(), settings_.seed + 4);
+    }
+    if (is_wanted("shadow") && !bounce.rays.empty()) {
+      sets_.push_back(subject_.make_shadow_rays(primary, hits, bounce, settings_.seed + 2));
+      choose_any_hit_query(sets_.back());
+    }
+  }
+
+  /// Both ways of asking are open to a program, so the comparison takes the faster.
+  void choose_any_hit_query(const BenchRaySet& set) {
+    if (!subject_.allows_first_of_all()) {
+      report_.any_hit_query = "the nearest hit within the interval";
+      return;
+    }
+    std::vector<BenchHit> hits(set.rays.size());
+    double best[2] = {1e30, 1e30};
+    for (uint round = 0; round < 3; ++round) {
+      for (const BenchAnyHitQuery query : {BenchAnyHitQuery::nearest, BenchAnyHitQuery::first_of_all}) {
+        get_ours().set_any_hit_query(query);
+        double& least = best[static_cast<uint>(query)];
+        least = std::min(least, bench_time_trace(settings_.get_clock(), get_ours(), set, 1, hits));
+      }
+    }
+    const bool nearest = best[0] <= best[1];
+    get_ours().set_any_hit_query(nearest ? BenchAnyHitQuery::nearest : BenchAnyHitQuery::first_of_all);
+    char times[96];
+    const double mrays = 1e-6 * static_cast<double>(set.rays.size());
+    std::snprintf(times, sizeof times, " (nearest %.3f, all hits %.3f Mrays/s)", mrays / best[0], mrays / best[1]);
+    report_.any_hit_query =
+        (nearest ? "the nearest hit within the interval" : "all hits, stopped at the first") + std::string(times);
+  }
+
+  void count_visits(const BenchRaySet& set) {
+    for (std::size_t k = 0; k < contenders_.size(); ++k) {
+      auto* structure = dynamic_cast<BenchStructure*>(contenders_[k].tracer.get());
+      if (structure == nullptr) continue;
+      const BenchStructure::MeanVisits visits = structure->count_visits(set);
+      report_.visits.push_back({set.name, names_[k], visits.nodes, visits.leaves});
+    }
+  }
+
+  void measure_set(const BenchRaySet& set, uint threads) {
+    std::vector<std::vector<BenchHit>> hits(contenders_.size(), std::vector<BenchHit>(set.rays.size()));
+    std::vector<PeerTraceRow> rows;
+    for (std::size_t k = 0; k < contenders_.size(); ++k) {
+      rows.push_back({set.name, names_[k], threads, set.rays.size(), {}, {}});
+      bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads,
+                       hits[k]);  // warms caches and scratch, touches `hits`
+      rows[k].disagreement = subject_.compare(set, get_ours(), hits[0], *contenders_[k].tracer, hits[k]);
+    }
+    for (uint round = 0; round < settings_.rounds; ++round) {
+      for (std::size_t k = 0; k < contenders_.size(); ++k) {
+        const double seconds = bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads, hits[k]);
+        rows[k].mrays.push_back(1e-6 * static_cast<double>(set.rays.size()) / seconds);
+      }
+    }
+    report_.traces.insert(report_.traces.end(), rows.begin(), rows.end());
+  }
+
+  const PeerSettings& settings_;
+  const PeerSubject& subject_;
+  std::vector<std::string> names_;  ///< of the contenders
+  std::vector<PeerContender> contenders_;
+  std::vector<BenchRaySet> sets_;
+  PeerReport report_;
+};
+
+}  // namespace
+
+PeerContender PeerContender::make_embree(BenchClock clock, const std::string& isa, uint thread_count,
+                                         const EmbreeGeometryMaker& make_geometry) {
+  PeerContender made;
+  made.device = std::make_unique<EmbreeDevice>(isa, thread_count);
+  if (made.device->get() == nullptr) return made;
+  auto scene = std::make_unique<EmbreeScene>(*made.device, make_geometry);
+  made.build_seconds = bench_time(clock, [&] { scene->commit(); });
+  made.tracer = std::move(scene);
+  return made;
+}
+
+PeerReport peer_measure(const PeerSettings& settings, const PeerSubject& subject) {
+  return PeerRun(settings, subject).run();
+}
