@@ -1,9 +1,11 @@
 // Exit code 1 with one line for files that cannot be used, 2 for command lines that make no sense.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <random>
 
+#include "tools/hair_bytes.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -29,6 +31,35 @@ std::string make_cut_ply(int faces) {
   return ply;
 }
 
+/// Each with one fault.
+std::vector<std::pair<std::string, std::string>> make_broken_hair() {
+  std::vector<std::pair<std::string, std::string>> files;
+  const auto add = [&](const std::string& name, const auto& spoil) {
+    HairBytes hair;
+    spoil(hair);
+    files.emplace_back(name + ".hair", hair.write());
+  };
+  add("signature", [](HairBytes& hair) { hair.signature = "HAIL"; });
+  add("no_strand", [](HairBytes& hair) { hair.hairs = 0, hair.segments.clear(); });
+  add("no_points", [](HairBytes& hair) { hair.arrays = 5; });
+  add("unknown_array", [](HairBytes& hair) { hair.arrays |= 32; });
+  add("too_short", [](HairBytes& hair) { hair.thickness.pop_back(); });
+  add("too_long", [](HairBytes& hair) { hair.thickness.push_back(1.0f); });
+  add("sum", [](HairBytes& hair) { hair.segments[1] = 3; });
+  add("default_sum", [](HairBytes& hair) { hair.arrays = 6, hair.default_segments = 0xFFFFFFFF; });
+  add("no_segment", [](HairBytes& hair) { hair.arrays = 6, hair.hairs = 5; });
+  add("no_thickness", [](HairBytes& hair) { hair.arrays = 3, hair.default_thickness = 0.0f; });
+  add("huge", [](HairBytes& hair) { hair.hairs = hair.points = 0xFFFFFFFF; });
+  add("not_finite", [](HairBytes& hair) {
+    for (auto& position : hair.positions) position[1] = NAN;
+  });
+  files.emplace_back("header.hair", HairBytes().write().substr(0, 100));
+  files.emplace_back("noise.hair", make_noise(4000));
+  files.emplace_back("single.curves", "0 0 0 1\n\n1 0 0 1\n");
+  files.emplace_back("blank.txt", "# nothing\n\n");
+  return files;
+}
+
 std::vector<std::pair<std::string, std::string>> make_broken_files() {
   const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\n";
   std::vector<std::pair<std::string, std::string>> files = {
@@ -46,6 +77,7 @@ std::vector<std::pair<std::string, std::string>> make_broken_files() {
       {"quoted \"name\" 100%s.obj", "v"}};
   for (const std::string format : {"obj", "ply", "stl", "gltf", "glb", "off"})
     files.emplace_back("noise." + format, make_noise(4000));
+  for (const auto& file : make_broken_hair()) files.push_back(file);
   return files;
 }
 
@@ -90,7 +122,10 @@ TEST(VqgasBadInput, outputs_that_cannot_be_written_are_told_before_the_work) {
     expect_one_line(run_vqgas(folder.get_path(), {"render", "cube.obj", "-o", name}), name);
   expect_one_line(run_vqgas(folder.get_path(), {"info", "cube.obj", "--quiet", "--json", "nowhere/a.json"}),
                   "nowhere/a.json");
-  EXPECT_EQ(folder.list(), (std::vector<std::string>{"cube.obj", "taken.png"}));
+  expect_one_line(run_vqgas(folder.get_path(), {"groom", "cube.obj", "-o", "nowhere/a.hair"}), "nowhere/a.hair");
+  folder.write("flat.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\n");
+  expect_one_line(run_vqgas(folder.get_path(), {"groom", "flat.obj", "-o", "a.hair"}), "flat.obj");
+  EXPECT_EQ(folder.list(), (std::vector<std::string>{"cube.obj", "flat.obj", "taken.png"}));
 }
 
 TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {
@@ -110,6 +145,16 @@ TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {
   EXPECT_GT(loaded, is_sanitized ? 0u : 200u);
 }
 
+TEST(VqgasBadInput, a_bad_line_of_hair_is_told_by_its_number) {
+  const TestFolder folder;
+  for (const std::string bad : {"1 2 3", "1 2 3 4 5", "1,2,3,4", "a 2 3 4"}) {
+    folder.write("hair.curves", "# head\n\n0 0 0 1\n" + bad + "\n");
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", "hair.curves"});
+    expect_one_line(result, "hair.curves");
+    EXPECT_NE(result.err.find("line 4"), std::string::npos) << result.err;
+  }
+}
+
 TEST(VqgasBadInput, a_node_that_the_importer_leaves_empty_is_passed_over) {
   if (is_sanitized) GTEST_SKIP() << "the importer leaks when it reads this file";
   const TestFolder folder;
@@ -125,6 +170,8 @@ TEST(VqgasBadInput, command_lines_that_make_no_sense_give_exit_code_2) {
   std::vector<std::vector<std::string>> lines = {{}, {"frobnicate"}, {"info"}, {"render", "cube.obj"}};
   lines.push_back({"render", "cube.obj", "-o", "out.jpg"});
   lines.push_back({"info", "cube.obj", "--threads", "0"});
+  lines.push_back({"groom", "cube.obj", "-o", "fur.obj"});
+  lines.push_back({"groom", "cube.obj", "-o", "fur.hair", "--strands", "9", "--density", "9"});
   for (const std::string ray : {"0,0,1,0,0", "0,0,1,0,0,-1,5", "0,0,1,0,0,x"})
     lines.push_back({"trace", "cube.obj", "--ray", ray});
   for (const std::string size : {"100", "0x5", "99999x99999"})

@@ -23,12 +23,20 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
 }
 
 std::string get_file_help() {
-  return "Mesh files (OBJ, PLY, STL, glTF, ...) or built-in scenes: demo:NAME with NAME one of " + list_demo_scenes();
+  return "Mesh files (OBJ, PLY, STL, glTF, ...), hair files (.hair of the cyHair format; .curves or .txt with x y z "
+         "radius a line and an empty line between strands) or built-in scenes: demo:NAME with NAME one of " +
+         list_demo_scenes();
+}
+
+void add_hair_options(CLI::App& command, HairSettings& hair) {
+  command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
+  command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
 }
 
 void add_info(CLI::App& app, InfoOptions& options) {
   CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
   command->add_option("FILE", options.files, get_file_help())->required();
+  add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
   command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
 }
@@ -63,10 +71,12 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
       ->add_option("--shutter", texts.shutter, "Blur what moves between these times (built-in scenes move from 0 to 1)")
       ->type_name("OPEN,CLOSE");
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
+  add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(
       "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
-      "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png");
+      "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png\n"
+      "  vqgas render bunny.obj fur.hair --layers beauty,heat -o furry.png");
 }
 
 void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
@@ -79,6 +89,7 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       ->type_name("ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
   command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
   command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
+  add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number in the "
@@ -86,7 +97,40 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       "group the number of its shading group, u and v the barycentric weights of the second and third corner of the\n"
       "triangle that was hit, nx,ny,nz the unit normal of the polygon as wound. A miss is a row with the ray's "
       "number.\n"
+      "Of hair the primitive is the segment, u runs along it, v around it, and the normal points outwards.\n"
       "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
+}
+
+void add_groom(CLI::App& app, GroomOptions& options) {
+  GroomSettings& settings = options.settings;
+  CLI::App* command = app.add_subcommand("groom", "Grow fur on a mesh and write it as a hair file");
+  command->add_option("MESH", options.file, "Mesh file or built-in scene, at rest")->required();
+  command->add_option("-o,--output", options.output, "Hair file, of the cyHair format")
+      ->required()
+      ->type_name("NAME.hair");
+  CLI::Option* strands =
+      command->add_option("--strands", settings.strands, "How many strands, whatever the mesh's size")
+          ->capture_default_str()
+          ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
+  command->add_option("--density", options.density, "Instead: strands per unit of area, in the mesh's own units")
+      ->check(CLI::PositiveNumber)
+      ->excludes(strands);
+  const auto add_number = [&](const char* name, auto& value, const char* help, double low, double high) {
+    command->add_option(name, value, help)->capture_default_str()->check(CLI::Range(low, high));
+  };
+  add_number("--length", settings.length, "Of the longest strands, in diagonals of the mesh's box", 0.0, 1000.0);
+  add_number("--thickness", settings.thickness, "Diameter at the root, in diagonals; tips have a tenth", 0.0, 1000.0);
+  add_number("--points", settings.points, "Points of each strand; the segments between are one less", 2, 65536);
+  add_number("--curl", settings.curl, "Windings: 0 none, 1 tight locks", 0.0, 100.0);
+  add_number("--lean", settings.lean, "How far neighbours bend to the same side", 0.0, 100.0);
+  add_number("--gravity", settings.gravity, "How far strands hang down, towards -y", -100.0, 100.0);
+  add_number("--clump", settings.clump, "How far tufts draw together: 0 not at all, 1 in a point", 0.0, 1.0);
+  add_number("--seed", settings.seed, "Another number, other fur", 0, 4294967295.0);
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "Roots are spread evenly over the area. The same call writes the same bytes for any number of threads.\n"
+      "Example:\n  vqgas groom bunny.obj -o fur.hair --strands 200000 --length 0.04 --curl 0.5 --seed 7\n"
+      "  vqgas render bunny.obj fur.hair -o furry.png");
 }
 
 void read_size(const std::string& text, RenderOptions& options) {
@@ -130,7 +174,7 @@ void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
 }  // namespace
 
 int run_command_line(int argc, char** argv) {
-  CLI::App app("Builds ray-tracing structures over meshes and shows what they answer.", "vqgas");
+  CLI::App app("Builds ray-tracing structures over meshes and hair and shows what they answer.", "vqgas");
   app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
   app.require_subcommand(1);
   InfoOptions info;
@@ -138,13 +182,17 @@ int run_command_line(int argc, char** argv) {
   RenderTexts render_texts;
   TraceOptions trace;
   std::string format = "csv";
+  GroomOptions groom;
   add_info(app, info);
   add_render(app, render, render_texts);
   add_trace(app, trace, format);
+  add_groom(app, groom);
   try {
     app.parse(argc, argv);
     if (app.got_subcommand("render")) read_render_texts(render_texts, render);
     check_trace_rays(trace.rays);
+    if (app.got_subcommand("groom") && !groom.output.ends_with(".hair"))
+      throw UsageError("-o: '" + groom.output + "' does not end in .hair");
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   } catch (const UsageError& error) {
@@ -155,5 +203,6 @@ int run_command_line(int argc, char** argv) {
   if (app.got_subcommand("info")) run_info(info);
   if (app.got_subcommand("render")) run_render(render);
   if (app.got_subcommand("trace")) run_trace(trace);
+  if (app.got_subcommand("groom")) run_groom(groom);
   return 0;
 }

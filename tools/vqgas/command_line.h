@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "tools/vqgas/camera.h"
+#include "tools/vqgas/groom.h"
 #include "tools/vqgas/picture.h"
+#include "tools/vqgas/scene_part.h"
 
 struct CommonOptions {
   uint threads = 0;  ///< 0: as many as the machine runs at once
@@ -15,7 +17,11 @@ struct CommonOptions {
   std::string json;  ///< file for the report, "-" for standard output, empty for none
 };
 
-struct InfoOptions : CommonOptions {
+struct SceneOptions : CommonOptions {
+  HairSettings hair;
+};
+
+struct InfoOptions : SceneOptions {
   std::vector<std::string> files;
 };
 
@@ -23,7 +29,7 @@ struct Shutter {
   double open = 0.0, close = 0.0;
 };
 
-struct RenderOptions : CommonOptions {
+struct RenderOptions : SceneOptions {
   std::vector<std::string> files;
   std::vector<std::string> outputs;
   std::string view = "three-quarter";
@@ -35,11 +41,17 @@ struct RenderOptions : CommonOptions {
   bool has_floor = false;
 };
 
-struct TraceOptions : CommonOptions {
+struct TraceOptions : SceneOptions {
   std::string file;
   std::vector<std::string> rays;
   bool all = false;
   bool as_json = false;
+};
+
+struct GroomOptions : CommonOptions {
+  std::string file, output;
+  GroomSettings settings;
+  std::optional<double> density;  ///< strands per unit of area, instead of settings.strands
 };
 
 /// Reads the command line and runs what it asks for.
@@ -51,3 +63,4 @@ int run_command_line(int argc, char** argv);
 void run_info(const InfoOptions& options);
 void run_render(const RenderOptions& options);
 void run_trace(const TraceOptions& options);
+void run_groom(const GroomOptions& options);

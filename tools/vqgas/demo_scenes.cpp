@@ -6,18 +6,26 @@ namespace {
 
 struct DemoScene {
   const char* name;
-  MeshSource (*make)();
+  SceneSource (*make)();
 };
 
-constexpr DemoScene scenes[] = {{"gallery", make_demo_gallery},
-                                {"knot", make_demo_knot},
-                                {"terrain", make_demo_terrain},
-                                {"wave", make_demo_wave},
-                                {"jelly", make_demo_jelly}};
+template <MeshSource (*make)()>
+SceneSource make_mesh_scene() {
+  return {make(), {}};
+}
+
+constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
+                                {"knot", make_mesh_scene<make_demo_knot>},
+                                {"terrain", make_mesh_scene<make_demo_terrain>},
+                                {"wave", make_mesh_scene<make_demo_wave>},
+                                {"jelly", make_mesh_scene<make_demo_jelly>},
+                                {"fur", make_demo_fur},
+                                {"strands", make_demo_strands},
+                                {"wind", make_demo_wind}};
 
 }  // namespace
 
-MeshSource make_demo_scene(const std::string& name) {
+SceneSource make_demo_scene(const std::string& name) {
   for (const DemoScene& scene : scenes) {
     if (name == scene.name) return scene.make();
   }

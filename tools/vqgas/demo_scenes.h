@@ -4,10 +4,10 @@
 #pragma once
 #include <string>
 
-#include "tools/vqgas/mesh_builder.h"
+#include "tools/vqgas/scene_source.h"
 
 /// The scene of that name. Throws InputError when there is none.
-MeshSource make_demo_scene(const std::string& name);
+SceneSource make_demo_scene(const std::string& name);
 /// All names, separated by commas.
 std::string list_demo_scenes();
 
@@ -21,3 +21,9 @@ MeshSource make_demo_gallery();
 MeshSource make_demo_wave();
 /// A cube of jelly that twists, sways and springs. Moves over the times 0 to 1.
 MeshSource make_demo_jelly();
+/// A stone ball with a thick patched fur of 400 000 segments.
+SceneSource make_demo_fur();
+/// Young fern, unrolling: a few large, curled, tapered tubes.
+SceneSource make_demo_strands();
+/// A meadow through which a gust runs. Moves over the times 0 to 1.
+SceneSource make_demo_wind();

@@ -6,10 +6,10 @@
 #include "gas/bvh/bvh_statistics.h"
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/held_messages.h"
-#include "tools/vqgas/mesh_load.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/query_scene.h"
+#include "tools/vqgas/scene_load.h"
 #include "vq_app_base/app_base.h"
 
 namespace {
@@ -23,10 +23,11 @@ struct ClusterCount {
   uint wanted, made;
 };
 
-/// Everything that the table says of one file.
-struct SceneReport {
+/// Everything that the table says of the mesh, or of one hair, of a file.
+struct PartReport {
   std::string file;
-  uint threads, primitives, candidates, kept, vertices, groups;
+  bool is_hair, is_cubic;
+  uint threads, primitives, kept, points, groups, strands;
   BvhStatistics tree;
   std::vector<ArrayBytes> arrays;
   std::vector<TaskSeconds> stages;
@@ -35,10 +36,10 @@ struct SceneReport {
   GMathBbox3<double> bbox;
 };
 
-std::vector<ArrayBytes> get_arrays(const QueryScene& scene) {
-  const GasBvh<4>& tree = scene.get_structure().get_tree();
+std::vector<ArrayBytes> get_arrays(const ScenePart& part) {
+  const GasBvh<4>& tree = part.get_tree();
   const u64 nodes_and_order = tree.get_array_bytes();
-  const u64 rest = scene.get_structure().get_memory_size() - nodes_and_order;
+  const u64 rest = part.get_structure().get_memory_size() - nodes_and_order;
   return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
@@ -47,25 +48,38 @@ std::vector<ArrayBytes> get_arrays(const QueryScene& scene) {
           {"primitive table and object", rest}};
 }
 
-SceneReport examine(const std::string& file, const InfoOptions& options) {
+/// The mesh of a file and each of its hairs, as scenes of their own.
+std::vector<SceneSource> split_scene(SceneSource&& source) {
+  std::vector<SceneSource> parts;
+  if (source.mesh) parts.push_back({std::move(source.mesh), {}});
+  for (HairSource& hair : source.hairs) parts.emplace_back().hairs.push_back(std::move(hair));
+  return parts;
+}
+
+PartReport examine(const std::string& file, SceneSource&& source, const InfoOptions& options) {
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   display.set_unit("primitives");
   HeldMessages messages;
-  const QueryScene scene(application, file, load_mesh(file));
+  const QueryScene scene(application, file, std::move(source), options.hair);
   if (!options.quiet) messages.release();
-  const GasGeometryBvh4& structure = scene.get_structure();
+  const ScenePart& part = *scene.get_parts().front();
+  const GasClusterable& structure = part.get_structure();
 
-  SceneReport report = {};
+  PartReport report = {};
   report.file = file;
   report.threads = application.get_thread_count();
-  report.primitives = scene.get_mesh().get_primitive_count();
-  report.candidates = structure.get_candidate_count();
-  report.kept = structure.get_kept_count();
-  report.vertices = scene.get_mesh().get_vertex_count();
-  report.groups = scene.get_mesh().get_shading_groups().get_count();
-  report.tree = bvh_compute_statistics(structure.get_tree());
-  report.arrays = get_arrays(scene);
+  report.primitives = scene.get_primitive_count();
+  report.kept = scene.get_kept_count();
+  report.points = part.get_point_count();
+  report.groups = part.get_geometry().get_shading_groups().get_count();
+  if (const TubeMeshFast* hair = part.get_hair()) {
+    report.is_hair = true;
+    report.is_cubic = hair->get_curves().get_shape() == CurveShape::cubic;
+    report.strands = hair->get_curves().get_curve_count();
+  }
+  report.tree = bvh_compute_statistics(part.get_tree());
+  report.arrays = get_arrays(part);
   report.stages = display.take_task_seconds();
   report.build_seconds = scene.get_build_seconds();
   report.bbox = structure.get_bbox();
@@ -89,18 +103,23 @@ void print_row(const char* name, const char* format, ...) {
 
 double get_rate(uint primitives, double seconds) { return seconds > 0.0 ? 1e-6 * primitives / seconds : 0.0; }
 
-void print_stages(const SceneReport& report) {
+void print_stages(const PartReport& report) {
   for (const TaskSeconds& stage : report.stages)
     print_row(stage.task.c_str(), "%11.4f s %9.2f Mprim/s", stage.seconds, get_rate(report.kept, stage.seconds));
   print_row("whole build", "%11.4f s %9.2f Mprim/s", report.build_seconds, get_rate(report.kept, report.build_seconds));
 }
 
-void print_table(const SceneReport& report) {
+void print_table(const PartReport& report) {
   const auto& box = report.bbox;
   std::printf("%s\n", report.file.c_str());
-  print_row("primitives kept", "%11u", report.kept);
-  print_row("primitives dropped", "%11u", report.candidates - report.kept);
-  print_row("vertices, shading groups", "%11u, %u", report.vertices, report.groups);
+  if (report.is_hair) {
+    print_row("strands", "%11u", report.strands);
+    print_row("segments", "%11u  (%s)", report.primitives, report.is_cubic ? "cubic" : "linear");
+  }
+  print_row(report.is_hair ? "segments kept" : "primitives kept", "%11u", report.kept);
+  print_row(report.is_hair ? "segments dropped" : "primitives dropped", "%11u", report.primitives - report.kept);
+  print_row(report.is_hair ? "points, shading groups" : "vertices, shading groups", "%11u, %u", report.points,
+            report.groups);
   print_row("box", "(%g, %g, %g) to (%g, %g, %g)", box.min.x, box.min.y, box.min.z, box.max.x, box.max.y, box.max.z);
   print_row("aligned nodes", "%11u", report.tree.aligned_nodes);
   print_row("quantized nodes", "%11u", report.tree.quantized_nodes);
@@ -109,7 +128,7 @@ void print_table(const SceneReport& report) {
   print_row("depth", "%11u", report.tree.depth);
   print_row("children per node", "%11.2f", report.tree.children_per_node);
   print_row("surface-area cost", "%11.2f", report.tree.surface_area_cost);
-  std::printf("  bytes per primitive\n");
+  std::printf("  bytes per %s\n", report.is_hair ? "segment" : "primitive");
   u64 sum = 0;
   for (const ArrayBytes& array : report.arrays) {
     if (array.bytes != 0) print_row(array.name, "%11.2f", double(array.bytes) / report.kept);
@@ -123,13 +142,14 @@ void print_table(const SceneReport& report) {
   std::printf("\n");
 }
 
-nlohmann::ordered_json make_json(const SceneReport& report) {
+nlohmann::ordered_json make_json(const PartReport& report) {
   nlohmann::ordered_json json = {
       {"file", report.file},
+      {"kind", report.is_hair ? "hair" : "mesh"},
       {"threads", report.threads},
       {"primitives",
-       {{"in_file", report.primitives}, {"kept", report.kept}, {"dropped", report.candidates - report.kept}}},
-      {"vertices", report.vertices},
+       {{"in_file", report.primitives}, {"kept", report.kept}, {"dropped", report.primitives - report.kept}}},
+      {report.is_hair ? "points" : "vertices", report.points},
       {"groups", report.groups},
       {"box",
        {{"min", {report.bbox.min.x, report.bbox.min.y, report.bbox.min.z}},
@@ -142,6 +162,10 @@ nlohmann::ordered_json make_json(const SceneReport& report) {
       {"depth", report.tree.depth},
       {"children_per_node", report.tree.children_per_node},
       {"surface_area_cost", report.tree.surface_area_cost}};
+  if (report.is_hair) {
+    json["strands"] = report.strands;
+    json["shape"] = report.is_cubic ? "cubic" : "linear";
+  }
   u64 sum = 0;
   for (const ArrayBytes& array : report.arrays) {
     json["bytes_per_primitive"][array.name] = double(array.bytes) / report.kept;
@@ -165,9 +189,11 @@ void run_info(const InfoOptions& options) {
   check_output(options.json);
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
   for (const std::string& file : options.files) {
-    const SceneReport report = examine(file, options);
-    json.push_back(make_json(report));
-    if (options.json != "-" && !options.quiet) print_table(report);
+    for (SceneSource& part : split_scene(load_scene({file}))) {
+      const PartReport report = examine(file, std::move(part), options);
+      json.push_back(make_json(report));
+      if (options.json != "-" && !options.quiet) print_table(report);
+    }
   }
   if (!options.json.empty())
     write_text_file(options.json, json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");

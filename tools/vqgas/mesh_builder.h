@@ -47,6 +47,9 @@ class MeshBuilder {
   bool has_normals_ = false;
 };
 
+/// Polygons that meet at a smaller angle are shown as one smooth surface.
+inline constexpr double crease_degrees = 40.0;
+
 /// Gives corners without a normal the mean normal of the polygons around their vertex that meet at no more than
 /// `crease_degrees`: smooth surfaces without softened edges. Leaves meshes that move alone.
 void complete_normals(PolyMeshData& data, double crease_degrees);

@@ -5,20 +5,16 @@
 #include <assimp/scene.h>
 #include <assimp/Importer.hpp>
 
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <new>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/input_file.h"
 #include "tools/vqgas/memory_limit.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 /// Whether the header of a PLY file names an element of strips: Assimp takes one for a list of polygons and returns a
 /// few wrong ones without a word.
@@ -33,16 +29,8 @@ bool has_triangle_strips(const std::string& path) {
   return false;
 }
 
-/// What the system knows of the file, told more clearly than an importer does.
 void check_file(const std::string& path) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (status.type() == fs::file_type::not_found) throw InputError(path, "no such file");
-  if (error) throw InputError(path, "cannot be read: " + error.message());
-  if (fs::is_directory(status)) throw InputError(path, "is a folder");
-  if (!fs::is_regular_file(status)) throw InputError(path, "is not a regular file");
-  if (!std::ifstream(path)) throw InputError(path, std::string("cannot be read: ") + std::strerror(errno));
-  if (fs::file_size(path, error) == 0) throw InputError(path, "is empty");
+  check_input_file(path);
   if (has_triangle_strips(path))
     throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
 }

@@ -3,7 +3,11 @@
 // Beauty: per sample one ray through a random point of the pixel, at a random time of the shutter; from the surface
 // that it sees one ray to the sun (any hit ends it) and one into the sky around the normal (nearest hit: what it finds
 // lends its colour). Each kind of ray goes to the structure as one packet for the whole tile.
+//
+// Hair too thin for the picture to show its roundness scatters light as a whole fibre (fiber_shading.h); hair many
+// pixels wide is a surface like others. Between the two each sample is one or the other by chance.
 #include "tools/vqgas/daylight.h"
+#include "tools/vqgas/fiber_shading.h"
 #include "tools/vqgas/random.h"
 #include "tools/vqgas/render.h"
 
@@ -18,9 +22,21 @@ struct ShadePoint {
   Color albedo;
   double time = 0.0;
   float haze = 0.0f;    // how much of the sky's colour lies over it
-  Color light;          // gathered so far
+  Color light, gloss;   // gathered so far; what the surface colours, and what it does not
   Vector sun, ambient;  // directions of its rays
+  bool is_fiber = false;
+  Vector tangent;  // of a fibre
+  double fiber_radius = 0.0;
 };
+
+double get_fiber_radius(const CurveSet& curves, const GeometryIntersection& hit, double time) {
+  const double u = std::clamp(hit.u, 0.0, 1.0);  // beyond lie the round ends
+  const CurveSet::Place place = curves.get_place(time);
+  const double radius = curves.get_shape() == CurveShape::linear
+                            ? curves.get_segment<CurveShape::linear>(hit.primitive, place).get_ball(u).radius
+                            : curves.get_segment<CurveShape::cubic>(hit.primitive, place).get_ball(u).radius;
+  return std::fmax(radius, 0.0);
+}
 
 class BeautyTile {
  public:
@@ -31,6 +47,7 @@ class BeautyTile {
         thread_(thread),
         camera_(settings.camera, settings.width, settings.height),
         daylight_(settings.camera),
+        pixel_(camera_.get_direction(1.0, 0.0) - camera_.get_direction(0.0, 0.0)),
         box_(scene.get_bbox()),
         radius_(0.5 * box_.get_extent().get_length()),
         sums_(tile.get_pixel_count()),
@@ -45,7 +62,8 @@ class BeautyTile {
       trace_ambient();
       for (const ShadePoint& point : points_) {
         const Vector& direction = thread_.camera_rays.get_ray(point.ray).direction;
-        sums_[point.ray] += mix(multiply(point.albedo, point.light), Daylight::get_sky(direction), point.haze);
+        const Color color = multiply(point.albedo, point.light) + point.gloss;
+        sums_[point.ray] += mix(color, Daylight::get_sky(direction), point.haze);
       }
     }
     const float scale = 1.0f / static_cast<float>(settings_.samples);
@@ -117,9 +135,25 @@ class BeautyTile {
     point.normal = from_behind ? -surface.shading_normal : surface.shading_normal;
     if (!(point.normal.dot(point.face_normal) > 0.0)) point.normal = point.face_normal;
     point.position = surface.position + point.face_normal * (1e-5 * radius_);
-    point.albedo = scene_.get_group_color(hit.shading_group);
+    point.albedo = scene_.get_group_colors()[hit.shading_group];
     coverage_[ray] += 1.0f;
+    if (const TubeMeshFast* hair = scene_.get_part(hit).get_hair()) find_fiber(*hair, hit, surface, point);
     return true;
+  }
+
+  void find_fiber(const TubeMeshFast& hair, const GeometryIntersection& hit, const GeometrySurfacePoint& surface,
+                  ShadePoint& point) const {
+    const double time = scene_.get_shape_time(point.time);
+    point.fiber_radius = get_fiber_radius(hair.get_curves(), hit, time);
+    // The margin that serves surfaces may be wider than a hair.
+    point.position = surface.position + point.face_normal * std::fmin(1e-5 * radius_, 0.02 * point.fiber_radius);
+    const uint strand = hair.get_curves().get_curve(hit.primitive);
+    point.albedo = point.albedo * static_cast<float>(0.75 + 0.5 * random_unit(strand, 21));
+    const double width = 2.0 * point.fiber_radius / (hit.distance * pixel_.get_length());
+    const double roundness = (width - 2.0) / 4.0;
+    const uint chance = hash_bits(static_cast<uint>(hit.v * 0x1p31) ^ hit.primitive);
+    point.is_fiber = random_unit(chance, 22) >= roundness;
+    point.tangent = hair.get_tangent(hit, time);
   }
 
   bool find_floor_point(const Vector& position, ShadePoint& point) const {
@@ -137,21 +171,37 @@ class BeautyTile {
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
       const ShadePoint& point = points_[ray];
       // A surface that faces away from the sun is dark without asking; its ray is closed.
-      const bool faces_sun = point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0;
-      packet.set_ray(ray, point.position, point.sun, 0.0, faces_sun ? DBL_MAX : -1.0, point.time, GMathRay::shadow);
+      const bool faces_sun =
+          point.is_fiber || (point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0);
+      const Vector origin = point.is_fiber ? get_sunny_side(point) : point.position;
+      packet.set_ray(ray, origin, point.sun, 0.0, faces_sun ? DBL_MAX : -1.0, point.time, GMathRay::shadow);
       thread_.counts.shadow += faces_sun;
     }
-    scene_.find_all(thread_.shader, packet);
-    is_lit_.assign(points_.size(), 1);
-    for (const GeometryHit& hit : packet.get_hits().get_hits()) is_lit_[hit.ray] = 0;
+    scene_.find_any(thread_.shader, packet, is_shadowed_);
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
-      ShadePoint& point = points_[ray];
-      if (is_lit_[ray] == 0 || packet.get_ray(ray).tfar < 0.0) continue;
-      const Vector half = (point.view + daylight_.sun_direction).get_normalized();
-      const double cosine = point.normal.dot(point.sun.get_normalized());
-      const double gloss = 0.25 * std::pow(std::fmax(0.0, point.normal.dot(half)), 48.0);
-      point.light += daylight_.sun_color * static_cast<float>(cosine + gloss);
+      if (is_shadowed_[ray] == 0 && packet.get_ray(ray).tfar >= 0.0) add_sun(points_[ray]);
     }
+  }
+
+  /// A fibre is lit as a whole, so its own far side does not shade it: where the sun's ray leaves the fibre that the
+  /// camera's ray met.
+  static Vector get_sunny_side(const ShadePoint& point) {
+    const Vector axis = point.position - point.face_normal * point.fiber_radius;
+    const Vector across = (point.sun - point.tangent * point.tangent.dot(point.sun)).get_normalized();
+    return axis + across * (1.05 * point.fiber_radius);
+  }
+
+  void add_sun(ShadePoint& point) const {
+    const Vector sun = point.sun.get_normalized();
+    if (point.is_fiber) {
+      const FiberScattering scattering = scatter_at_fiber(point.tangent, point.view, sun);
+      point.light += daylight_.sun_color * static_cast<float>(scattering.diffuse + scattering.glow);
+      point.gloss += daylight_.sun_color * static_cast<float>(scattering.highlight);
+      return;
+    }
+    const Vector half = (point.view + daylight_.sun_direction).get_normalized();
+    const double gloss = 0.25 * std::pow(std::fmax(0.0, point.normal.dot(half)), 48.0);
+    point.light += daylight_.sun_color * static_cast<float>(point.normal.dot(sun) + gloss);
   }
 
   void trace_ambient() {
@@ -171,7 +221,7 @@ class BeautyTile {
     constexpr float passed_on = 0.3f;
     const GMathRay& source = thread_.ambient_rays.get_ray(ray);
     const GeometryIntersection& hit = thread_.ambient_rays.get_nearest(ray);
-    if (hit.geometry != nullptr) return scene_.get_group_color(hit.shading_group) * passed_on;
+    if (hit.geometry != nullptr) return scene_.get_group_colors()[hit.shading_group] * passed_on;
     if (settings_.has_floor && source.direction.y < 0.0) return floor_color * (2.0f * passed_on);
     return Daylight::get_sky(source.direction);
   }
@@ -184,12 +234,13 @@ class BeautyTile {
   RenderThread& thread_;
   const CameraRays camera_;
   const Daylight daylight_;
+  const Vector pixel_;  // its side at distance 1
   const GMathBbox3<double> box_;
   const double radius_;
   std::vector<Color> sums_;
   std::vector<float> coverage_;
   std::vector<ShadePoint> points_;
-  std::vector<u8> is_lit_;
+  std::vector<u8> is_shadowed_;
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
 // tools/vqgas/render_command.cpp
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -8,16 +9,13 @@
 #include "tools/vqgas/image_exr.h"
 #include "tools/vqgas/input_error.h"
 #include "tools/vqgas/layer_display.h"
-#include "tools/vqgas/mesh_load.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/render.h"
+#include "tools/vqgas/scene_load.h"
 #include "vq_app_base/app_base.h"
 
 namespace {
-
-/// Polygons that meet at a smaller angle are shown as one smooth surface.
-constexpr double crease_degrees = 40.0;
 
 RenderSettings make_settings(const RenderOptions& options, const QueryScene& scene) {
   RenderSettings settings;
@@ -63,8 +61,8 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
                                    double seconds, const std::vector<std::string>& written) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
-  report["primitives"] = scene.get_mesh().get_primitive_count();
-  report["kept"] = scene.get_structure().get_kept_count();
+  report["primitives"] = scene.get_primitive_count();
+  report["kept"] = scene.get_kept_count();
   report["threads"] = scene.get_application().get_thread_count();
   report["build_seconds"] = scene.get_build_seconds();
   report["picture"] = {{"width", options.width}, {"height", options.height}, {"samples", options.samples}};
@@ -83,13 +81,15 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
 void run_render(const RenderOptions& options) {
   for (const std::string& name : options.outputs) check_output(name);
   check_output(options.json);
-  MeshSource source = load_meshes(options.files);
-  complete_normals(source.data, crease_degrees);
-  const std::vector<Color> group_colors = source.group_colors;
+  SceneSource source = load_scene(options.files);
+  if (source.mesh) complete_normals(source.mesh->data, crease_degrees);
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
-  QueryScene scene(application, options.files.front(), std::move(source));
+  HairSettings hair = options.hair;
+  hair.is_asked_all_hits =
+      std::find(options.layers.begin(), options.layers.end(), Layer::count) != options.layers.end();
+  QueryScene scene(application, options.files.front(), std::move(source), hair);
   if (!options.quiet) messages.release();
   if (options.shutter) scene.set_shutter(options.shutter->open, options.shutter->close);
 
@@ -102,7 +102,7 @@ void run_render(const RenderOptions& options) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   progress->finish();
 
-  const std::vector<std::string> written = write_pictures(picture, options.outputs, group_colors);
+  const std::vector<std::string> written = write_pictures(picture, options.outputs, scene.get_group_colors());
   if (!options.json.empty()) {
     const nlohmann::ordered_json report = make_report(options, scene, rays, seconds, written);
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");

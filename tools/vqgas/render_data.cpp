@@ -11,7 +11,7 @@ void put(PictureLayer& layer, std::size_t pixel, std::initializer_list<double> v
 }
 
 /// What the nearest surface of a pixel says.
-void put_surface(PictureLayer& layer, std::size_t pixel, const GeometryIntersection& hit,
+void put_surface(PictureLayer& layer, std::size_t pixel, const GeometryIntersection& hit, uint primitive,
                  const GeometrySurfacePoint& point) {
   switch (layer.layer) {
     case Layer::depth:
@@ -27,7 +27,7 @@ void put_surface(PictureLayer& layer, std::size_t pixel, const GeometryIntersect
       put(layer, pixel, {point.uv.x, point.uv.y});
       break;
     case Layer::primitive:
-      layer.channels[0].numbers[pixel] = hit.primitive;
+      layer.channels[0].numbers[pixel] = primitive;
       break;
     case Layer::group:
       layer.channels[0].numbers[pixel] = hit.shading_group;
@@ -53,7 +53,7 @@ void render_nearest(const QueryScene& scene, const RenderTile& tile, double time
     const GeometryIntersection& hit = packet.get_nearest(ray);
     if (hit.geometry == nullptr) continue;
     const GeometrySurfacePoint point = scene.get_surface_point(hit, time);
-    for (PictureLayer& layer : picture.layers) put_surface(layer, pixel, hit, point);
+    for (PictureLayer& layer : picture.layers) put_surface(layer, pixel, hit, scene.get_primitive(hit), point);
   }
 }
 

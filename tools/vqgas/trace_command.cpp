@@ -9,11 +9,11 @@
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/held_messages.h"
 #include "tools/vqgas/input_error.h"
-#include "tools/vqgas/mesh_load.h"
 #include "tools/vqgas/number_list.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/query_scene.h"
+#include "tools/vqgas/scene_load.h"
 #include "tools/vqgas/trace_rays.h"
 #include "vq_app_base/app_base.h"
 #include "vq_sys/sys_thread_task.h"
@@ -23,6 +23,7 @@ namespace {
 
 struct TraceHit {
   uint ray = 0;
+  uint primitive = 0;  // in the scene
   GeometryIntersection hit;
   GeometrySurfacePoint point;
 };
@@ -56,7 +57,7 @@ class TraceTask final : public SysThreadTask {
     std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
       if (a.ray != b.ray) return a.ray < b.ray;
       if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
-      return std::pair(a.hit.primitive, a.hit.part) < std::pair(b.hit.primitive, b.hit.part);
+      return std::pair(a.primitive, a.hit.part) < std::pair(b.primitive, b.hit.part);
     });
   }
 
@@ -64,7 +65,8 @@ class TraceTask final : public SysThreadTask {
 
  private:
   void add(uint ray, const GeometryIntersection& hit) {
-    hits.push_back({static_cast<uint>(first_) + ray, hit, scene_.get_surface_point(hit, rays_[first_ + ray].time)});
+    hits.push_back({static_cast<uint>(first_) + ray, scene_.get_primitive(hit), hit,
+                    scene_.get_surface_point(hit, rays_[first_ + ray].time)});
   }
 
   const QueryScene& scene_;
@@ -96,7 +98,7 @@ std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) 
       const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
       text += std::to_string(ray);
       text.append(",").append(print_number(hit->hit.distance));
-      text.append(",").append(std::to_string(hit->hit.primitive));
+      text.append(",").append(std::to_string(hit->primitive));
       text.append(",").append(std::to_string(hit->hit.shading_group));
       for (const double value : {hit->hit.u, hit->hit.v, n.x, n.y, n.z, p.x, p.y, p.z})
         text.append(",").append(print_number(value));
@@ -117,11 +119,10 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (; hit != hits.end() && hit->ray == ray; ++hit) {
       const GeometrySurfacePoint& point = hit->point;
-      const auto& groups = scene.get_mesh().get_shading_groups();
       list.push_back({{"distance", hit->hit.distance},
-                      {"primitive", hit->hit.primitive},
+                      {"primitive", hit->primitive},
                       {"group", hit->hit.shading_group},
-                      {"group_name", groups[hit->hit.shading_group].get_data()},
+                      {"group_name", scene.get_group_name(hit->hit.shading_group).get_data()},
                       {"u", hit->hit.u},
                       {"v", hit->hit.v},
                       {"normal", {point.normal.x, point.normal.y, point.normal.z}},
@@ -148,13 +149,14 @@ void run_trace(const TraceOptions& options) {
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
-  QueryScene scene(application, options.file, load_mesh(options.file));
+  HairSettings hair = options.hair;
+  hair.is_asked_all_hits = options.all;
+  QueryScene scene(application, options.file, load_scene({options.file}), hair);
   if (!options.quiet) messages.release();
   const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
-  if (wants_times && scene.get_mesh().has_motion()) {
-    const GMathTimeSampling& sampling = scene.get_mesh().get_motion_sampling();
+  const GMathTimeSampling& sampling = scene.get_motion_sampling();
+  if (wants_times && sampling.get_sample_count() > 1)
     scene.set_shutter(sampling.get_begin(), sampling.get_sample_time(sampling.get_sample_count() - 1));
-  }
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
   const bool prints_json = options.as_json || options.json == "-";
   if (!options.json.empty() || prints_json) {
