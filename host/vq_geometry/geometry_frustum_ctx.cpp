@@ -26,6 +26,11 @@ GMathVec3<double> get_farthest_corner(const GMathBbox3<float>& box, const GMathV
 
 }  // namespace
 
+void GeometryFrustumData::transform(const GMathMatrix4x4<double>& inverse, const GMathMatrix4x4<double>& matrix) {
+  for (uint k = 0; k < plane_count; ++k) planes[k] = planes[k].get_transformed(inverse, matrix);
+  for (uint k = 0; k < end_plane_count; ++k) end_planes[k] = end_planes[k].get_transformed(inverse, matrix);
+}
+
 bool GeometryFrustumCtx::add_plane(const GeometryPlane& plane) {
   if (plane_count == plane_capacity) return false;
   planes[plane_count++] = plane;
@@ -40,7 +45,19 @@ void GeometryFrustumCtx::push_point_cloud_vertex(const GMathVec3<double>& positi
 }
 
 void GeometryFrustumCtx::add_object(const uint& index) {
-  if (listed_objects_.insert(index).second) objects_.push_back(index);
+  if (index >= is_listed_.size()) is_listed_.resize(std::size_t{index} + 1);
+  if (is_listed_[index] == 0) objects_.push_back(index);
+  is_listed_[index] = 1;
+}
+
+void GeometryFrustumCtx::begin_nested(GeometryFrustumCtx& outer, const GMathMatrix4x4<double>& inverse,
+                                      const GMathMatrix4x4<double>& matrix) {
+  static_cast<GeometryFrustumData&>(*this) = outer;
+  transform(inverse, matrix);
+  result = GeometryFrustumResult();
+  points_ = outer.points_;
+  for (const uint index : objects_) is_listed_[index] = 0;
+  objects_.clear();
 }
 
 GeometryBoxPlace GeometryFrustumCtx::classify(const GMathBbox3<float>& box) const {

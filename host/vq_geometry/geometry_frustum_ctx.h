@@ -7,11 +7,10 @@
 //   2 points     the positions of the points inside   push_point
 //   3 vertices   the point-cloud vertices inside      push_point_cloud_vertex
 #pragma once
-#include <unordered_set>
 #include <vector>
 
 #include "vq_core/core_types.h"
-#include "vq_gmath/gmath_bbox.h"
+#include "vq_gmath/gmath_matrix.h"
 #include "vq_shading_variable/shading_variables.h"
 
 class GeometryIntersectionPath;
@@ -26,6 +25,11 @@ struct GeometryPlane {
   GeometryPlane(const GMathVec3<double>& point, const GMathVec3<double>& normal)
       : point(point), normal(normal), offset(-normal.dot(point)) {}
   double measure(const GMathVec3<double>& p) const { return normal.dot(p) + offset; }
+  /// The same plane in another space, that `inverse` leads to and `matrix` back from. A point measures the same in
+  /// both.
+  GeometryPlane get_transformed(const GMathMatrix4x4<double>& inverse, const GMathMatrix4x4<double>& matrix) const {
+    return {inverse.transform_point(point), matrix.transform_normal_transposed(normal)};
+  }
 };
 
 /// The ten bytes that a nested query clears and its caller folds into its own.
@@ -63,6 +67,9 @@ struct GeometryFrustumData {
   uint shading_group = 0;
   uint current_instance = 0;
   GeometryFrustumResult result;
+
+  /// Carries all planes into the space that `inverse` leads to and `matrix` back from.
+  void transform(const GMathMatrix4x4<double>& inverse, const GMathMatrix4x4<double>& matrix);
 };
 
 struct GeometryFrustumVertex {
@@ -80,8 +87,14 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   void push_point(const GMathVec3<double>& position);
   /// Mode 3: appends a point-cloud vertex with its position.
   void push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry, const uint& index);
-  /// Scene queries of modes 0 and 1: lists object `index`, once however often it is added.
+  /// Scene queries of modes 0 and 1: lists object `index` of the scene, once however often it is added.
   void add_object(const uint& index);
+
+  /// Becomes the query that `outer` puts to what lies in the space that `inverse` leads to and `matrix` back from:
+  /// described as `outer` is, but with nothing found and no objects listed; points go to the list of `outer`. Does not
+  /// allocate.
+  void begin_nested(GeometryFrustumCtx& outer, const GMathMatrix4x4<double>& inverse,
+                    const GMathMatrix4x4<double>& matrix);
 
   /// Where a box lies: outside when one plane has it wholly behind itself, inside when no plane cuts it. A box near a
   /// frustum's corner may count as straddling though it is outside. A NaN bound straddles.
@@ -90,8 +103,6 @@ class GeometryFrustumCtx : public GeometryFrustumData {
 
   std::vector<GeometryFrustumVertex>& get_points() { return *points_; }
   const std::vector<uint>& get_objects() const { return objects_; }
-  /// Nested queries append to the outermost query's list.
-  void share_points(GeometryFrustumCtx& outer) { points_ = outer.points_; }
 
   std::vector<u8> mask;  ///< modes 2 and 3: one byte a point of the geometry's cloud; grows, never shrinks
   uint point_count = 0;  ///< modes 2 and 3: points of the geometry's cloud
@@ -104,5 +115,5 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   std::vector<GeometryFrustumVertex> own_points_;
   std::vector<GeometryFrustumVertex>* points_ = &own_points_;
   std::vector<uint> objects_;
-  std::unordered_set<uint> listed_objects_;  ///< the same indices, to find doubles by
+  std::vector<u8> is_listed_;  ///< per object, to find doubles by
 };

@@ -1,5 +1,15 @@
 #include "vq_geometry/geometry_intersection.h"
 
+void GeometryNearestHits::grow_paths() {
+  // What the former ones held is not needed: the packet grew, so a new query has begun.
+  paths_ = std::make_unique<GeometryIntersectionPath[]>(records_.size());
+  path_count_ = records_.size();
+}
+
+void GeometryIntersectionMap::note_path(const uint& ray, const GeometryIntersectionPath& path) {
+  records_[ray].path = hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
+}
+
 GeometryHitTransform* GeometryIntersectionMap::lift(uint ray) {
   GeometryIntersection& record = records_[ray];
   // A hit that was found in another leaf is already in this level's space, or in that of a level above.
@@ -38,4 +48,11 @@ void GeometryHitList::append(uint ray, const GeometryIntersection& hit, const GM
   hits_.push_back({ray, hit});
   hits_.back().hit.level = 0;
   hits_.back().hit.transform = static_cast<uint>(transforms_.size() - 1);
+}
+
+void GeometryHitList::note_path(const GeometryIntersectionPath& path) {
+  const auto elements = path.get_elements();
+  hits_.back().hit.path = static_cast<uint>(paths_.size());
+  paths_.push_back({path_elements_.size(), path.get_count()});
+  path_elements_.insert(path_elements_.end(), elements.begin(), elements.end());
 }

@@ -2,19 +2,22 @@
 //
 // What a ray query records, and where.
 //
-//   nearest   GeometryIntersectionMap --> GeometryIntersection[ray count]      one record a ray, overwritten by nearer
-//   hits all hits  GeometryHitList         --> GeometryHit[hit count]               appended in the order they are
-//   found
+//   nearest    GeometryIntersectionMap --> GeometryIntersection[ray count]   one record a ray: the nearest so far
+//   all hits   GeometryHitList         --> GeometryHit[hit count]            appended in the order they are found
 //
 // A record is written for every accepted candidate, most of which a nearer hit soon replaces, so it holds small values
 // only: position, normal and texture coordinates are worked out from (geometry, primitive, part, u, v) when somebody
 // asks. The matrix to world is not copied either: the record notes the nesting level whose space it is in, and
-// transform_path() lifts it when the query leaves that level.
+// transform_path() lifts it when the query leaves that level. Transforms, and the objects through which a nested hit
+// was found, lie beside the records; a query of one structure alone never makes them.
 #pragma once
 #include <cfloat>
+#include <memory>
+#include <span>
 #include <vector>
 
 #include "vq_core/core_types.h"
+#include "vq_geometry/geometry_intersection_path.h"
 #include "vq_gmath/gmath_matrix.h"
 
 class GeometryObject;
@@ -27,12 +30,13 @@ struct GeometryIntersection {
   uint primitive = core_invalid_index;
   uint part = 0;  ///< which triangle of the polygon, which piece of the curve
   uint shading_group = 0;
-  uint instance = 0;  ///< number of the instance within its bundle
-  uint depth = 0;     ///< instancing depth
-  uint level = 0;     ///< nesting level whose space the hit is in; 0 is the caller's
-  uint transform =
-      core_invalid_index;  ///< into the owner's transforms: hit space to the space of `level`; none: identity
+  uint instance = 0;                    ///< number of the instance within its bundle
+  uint depth = 0;                       ///< instancing depth
+  uint level = 0;                       ///< nesting level whose space the hit is in; 0 is the caller's
+  uint transform = core_invalid_index;  ///< into the owner's transforms, to the space of `level`; none: identity
+  uint path = core_invalid_index;       ///< into the owner's paths; none: found through no object
 };
+static_assert(sizeof(GeometryIntersection) == 72);
 
 /// Where a hit of a nested query comes from, in matrices.
 struct GeometryHitTransform {
@@ -41,10 +45,10 @@ struct GeometryHitTransform {
   bool has_vectors = false;
 };
 
-/// The nearest hits of a packet: one record and, once a nested hit was mapped back, one transform per ray.
+/// The nearest hits of a packet: one record a ray and, from the first nested hit on, one transform and one path a ray.
 class GeometryNearestHits {
  public:
-  /// One empty record a ray. Grows, never shrinks; transforms appear at the first nested hit.
+  /// One empty record a ray. Grows, never shrinks. Not between a query and the reading of its results.
   void resize(uint ray_count) {
     if (records_.size() < ray_count) records_.resize(ray_count);
   }
@@ -53,10 +57,18 @@ class GeometryNearestHits {
     if (transforms_.size() < records_.size()) transforms_.resize(records_.size());
     return transforms_.data();
   }
+  GeometryIntersectionPath* get_paths() {
+    if (path_count_ < records_.size()) grow_paths();
+    return paths_.get();
+  }
 
  private:
+  void grow_paths();
+
   std::vector<GeometryIntersection> records_;
   std::vector<GeometryHitTransform> transforms_;
+  std::unique_ptr<GeometryIntersectionPath[]> paths_;
+  std::size_t path_count_ = 0;
 };
 
 /// The view of one nesting level on the nearest hits of the outermost query.
@@ -70,6 +82,15 @@ class GeometryIntersectionMap {
   const GeometryIntersection& get_path(const uint& ray) const { return records_[ray]; }
   GeometryIntersection& get_record(const uint& ray) { return records_[ray]; }
   uint get_level() const { return level_; }
+  /// The view of the next deeper level on the same hits.
+  GeometryIntersectionMap get_nested() const {
+    GeometryIntersectionMap nested = *this;
+    ++nested.level_;
+    return nested;
+  }
+  /// Remembers that the record of ray `ray` was found under `path`. Allocates only when the packet, or the path, is
+  /// larger than any before.
+  void note_path(const uint& ray, const GeometryIntersectionPath& path);
 
   /// Lifts the hit of ray `ray` into this level's space, if it was found one level deeper; else nothing. The distance
   /// is the same in all spaces. `depth` labels the level that is left; the record's own level decides.
@@ -99,18 +120,34 @@ class GeometryHitList {
   void clear() {
     hits_.clear();
     transforms_.clear();
+    path_elements_.clear();
+    paths_.clear();
   }
   void append(uint ray, const GeometryIntersection& hit) { hits_.push_back({ray, hit}); }
   /// Appends a hit of a nested query with its matrix to the outermost space.
   void append(uint ray, const GeometryIntersection& hit, const GMathMatrix4x4<double>& matrix);
+  /// Remembers that the hit appended last was found under `path`.
+  void note_path(const GeometryIntersectionPath& path);
 
   std::vector<GeometryHit>& get_hits() { return hits_; }
   const std::vector<GeometryHit>& get_hits() const { return hits_; }
-  const GeometryHitTransform& get_transform(const GeometryIntersection& hit) const {
-    return transforms_[hit.transform];
+  /// From the space of the hit's geometry to the caller's: null stands for the same space.
+  const GeometryHitTransform* get_transform(const GeometryIntersection& hit) const {
+    return hit.transform == core_invalid_index ? nullptr : &transforms_[hit.transform];
+  }
+  /// The objects through which the hit was found, outermost first; empty for a query of one structure alone.
+  std::span<const GeometryIntersectionPathElement> get_path(const GeometryIntersection& hit) const {
+    if (hit.path == core_invalid_index) return {};
+    return std::span(path_elements_).subspan(paths_[hit.path].first, paths_[hit.path].count);
   }
 
  private:
+  struct Path {
+    std::size_t first;
+    uint count;
+  };
   std::vector<GeometryHit> hits_;
   std::vector<GeometryHitTransform> transforms_;
+  std::vector<GeometryIntersectionPathElement> path_elements_;
+  std::vector<Path> paths_;
 };

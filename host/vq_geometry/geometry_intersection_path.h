@@ -6,6 +6,8 @@
 //
 // Four elements fit into the path itself, which is deeper than scenes usually nest; beyond them the storage doubles.
 #pragma once
+#include <span>
+
 #include "vq_core/core_types.h"
 
 struct Material;
@@ -41,6 +43,7 @@ class GeometryIntersectionPath {
   uint get_count() const { return count_; }
   bool is_empty() const { return count_ == 0; }
   const GeometryIntersectionPathElement& operator[](uint position) const { return elements_[position]; }
+  std::span<const GeometryIntersectionPathElement> get_elements() const { return {elements_, count_}; }
   /// The innermost element; null while the path is empty.
   const GeometryIntersectionPathElement* get_last() const { return count_ == 0 ? nullptr : elements_ + count_ - 1; }
 

@@ -55,6 +55,7 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_nearest(const ShadingGroupTable& s
     record.geometry = nullptr;
     record.primitive = core_invalid_index;
     record.transform = core_invalid_index;
+    record.path = core_invalid_index;
   }
   query_.map = &map_;
   return query_;
@@ -75,4 +76,10 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_all_hits(const ShadingGroupTable& 
 const GeometryHitTransform* GeometryRayPacket::get_nearest_transform(uint ray) {
   const uint transform = get_nearest(ray).transform;
   return transform == core_invalid_index ? nullptr : nearest_.get_transforms() + transform;
+}
+
+std::span<const GeometryIntersectionPathElement> GeometryRayPacket::get_nearest_path(uint ray) {
+  const uint path = get_nearest(ray).path;
+  if (path == core_invalid_index) return {};
+  return nearest_.get_paths()[path].get_elements();
 }

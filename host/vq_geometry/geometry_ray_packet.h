@@ -50,6 +50,9 @@ class GeometryRayPacket {
   const GeometryIntersection& get_nearest(uint ray) { return nearest_.get_records()[ray]; }
   /// From the space of the hit's geometry to the caller's: null stands for the same space.
   const GeometryHitTransform* get_nearest_transform(uint ray);
+  /// The objects through which a ray's nearest hit was found, outermost first; empty for a query of one structure
+  /// alone. Valid until the next query.
+  std::span<const GeometryIntersectionPathElement> get_nearest_path(uint ray);
   /// The hits of the last all-hits query, unsorted.
   GeometryHitList& get_hits() { return hits_; }
 

@@ -40,6 +40,7 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
   }
   if (!is_nearest()) return append_hit(ray, hit);
   map->get_record(ray) = hit;
+  if (path != nullptr) map->note_path(ray, *path);
   return true;
 }
 
@@ -50,6 +51,7 @@ bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit) 
       hits->append(ray, hit, compose_matrices(*this, ray));
     else
       hits->append(ray, hit);
+    if (path != nullptr) hits->note_path(*path);
     appended = hits->get_hits().back().hit;
   }
   if (hit_callback != nullptr) hit_callback(*this, ray, appended, hit_user);

@@ -154,7 +154,7 @@ struct GeometryRaytraceData {
 
   u8 matte = 0;
   u64 flags = 0;
-  GeometryIntersectionPath* path = nullptr;
+  GeometryIntersectionPath* path = nullptr;  ///< the objects descended through so far; null in the outermost
   const GeometryRaytraceData* parent = nullptr;
   uint level = 0;
 };
@@ -185,6 +185,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
+      if (path != nullptr) map->note_path(ray, *path);
       return true;
     }
     return push_filtered(ctx, shader, ray, candidate);
@@ -218,5 +219,6 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
     record.depth = depth;
     record.level = level;
     record.transform = core_invalid_index;
+    record.path = core_invalid_index;
   }
 };

@@ -5,6 +5,7 @@
 #include "support/random_values.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_hit_surface.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_module/ctx_helpers.h"
 
@@ -23,6 +24,10 @@ Matrix make_matrix(RandomValues& random) {
 void expect_same(const Matrix& a, const Matrix& b) {
   for (uint r = 0; r < 4; ++r)
     for (uint c = 0; c < 4; ++c) EXPECT_NEAR(a.m[r][c], b.m[r][c], 1e-9) << r << " " << c;
+}
+
+void expect_near(const Vec& a, const Vec& b) {
+  for (uint axis = 0; axis < 3; ++axis) EXPECT_NEAR(a[axis], b[axis], 1e-9);
 }
 
 /// Planes z = 1, 2 and 3, listed from behind, with UV equal to x and y, each a shading group of its own.
@@ -79,44 +84,132 @@ TEST(RaytraceFilter, clip_map_cuts_away_where_it_is_clear_and_the_ray_goes_on) {
 }
 
 TEST(IntersectionMap, lifts_only_hits_from_one_level_deeper) {
-  RandomValues random(1);
   PolyMesh mesh;
-  const Matrix inner = make_matrix(random), outer = make_matrix(random);
-  const Matrix inner2 = make_matrix(random), outer2 = make_matrix(random);
   GeometryNearestHits hits;
-  hits.resize(3);
-  GeometryIntersectionMap level0(hits, 0), level1(hits, 1);
-  for (uint ray = 0; ray < 3; ++ray) {
-    level0.get_record(ray).geometry = ray == 2 ? nullptr : &mesh;
-    level0.get_record(ray).level = ray == 0 ? 2 : 1;
+  hits.resize(4);
+  GeometryIntersectionMap map(hits, 1);
+  for (uint ray = 0; ray < 4; ++ray) {
+    map.get_record(ray).geometry = ray == 3 ? nullptr : &mesh;
+    map.get_record(ray).level = ray == 3 ? 2 : ray;
+    for (uint leaf = 0; leaf < 2; ++leaf) map.transform_path(ray, {{{0, 2}}}, 1);
+    EXPECT_EQ(map.get_path(ray).transform, ray == 2 ? ray : core_invalid_index);
   }
-  level0.transform_path(0, outer, 0);  // still two levels deeper
-  EXPECT_EQ(level0.get_path(0).transform, core_invalid_index);
-  for (uint ray = 0; ray < 3; ++ray) level1.transform_path(ray, inner, 1);
-  EXPECT_EQ(level0.get_path(1).transform, core_invalid_index);  // was in that level's space already
-  level0.transform_path(0, outer, outer2, 0);
-  level0.transform_path(0, outer, outer2, 0);  // another leaf of the same level: nothing left to do
-  level0.transform_path(1, outer, 0);
-  level0.transform_path(2, outer, 0);
-  const GeometryHitTransform* transforms = hits.get_transforms();
-  EXPECT_EQ(level0.get_path(0).level, 0u);
-  expect_same(transforms[0].matrix, outer * inner);
-  expect_same(transforms[0].matrix2, outer2 * inner);
-  EXPECT_TRUE(transforms[0].has_vectors);
-  EXPECT_FALSE(transforms[1].has_vectors);
-  EXPECT_EQ(level0.get_path(2).transform, core_invalid_index);  // no hit, nothing to lift
+  EXPECT_EQ(hits.get_transforms()[2].matrix.m[0][1], 2.0);  // and not 0, as it would be if lifted by both leaves
+}
 
-  // Vectors from the inner level are carried on by an outer level that has none, and replaced by one that has.
-  for (uint ray = 0; ray < 2; ++ray) {
-    level0.get_record(ray).level = 2;
-    level0.get_record(ray).transform = core_invalid_index;
-    level1.transform_path(ray, inner, inner2, 1);
+/// A query inside another, set up as by a structure over structures.
+struct NestedQuery {
+  NestedQuery(GeometryRaytraceCtx& outer, const Matrix& matrix) : matrices(outer.ray_count), query(outer) {
+    for (GeometryRayMatrix& entry : matrices) entry.matrix = matrix;
+    query.matrices = matrices.data();
+    query.parent = &outer;
+    if (outer.path != nullptr) path.copy_from(*outer.path);
+    path.add({++query.level, nullptr, nullptr});
+    query.path = &path;
+    if (outer.map != nullptr) map = outer.map->get_nested();
+    query.map = outer.map != nullptr ? &map : nullptr;
   }
-  level0.transform_path(0, outer, 0);
-  level0.transform_path(1, outer, outer2, 0);
-  expect_same(transforms[0].matrix, outer * inner);
-  expect_same(transforms[0].matrix2, outer * inner2);
-  expect_same(transforms[1].matrix2, outer2 * inner2);
+  std::vector<GeometryRayMatrix> matrices;
+  GeometryIntersectionMap map;
+  GeometryIntersectionPath path;
+  GeometryRaytraceCtx query;
+};
+
+using Indices = std::vector<uint>;
+Indices get_indices(std::span<const GeometryIntersectionPathElement> path) {
+  Indices indices;
+  for (const GeometryIntersectionPathElement& element : path) indices.push_back(element.object_index);
+  return indices;
+}
+
+TEST(NestedQuery, hits_come_up_through_three_levels) {
+  RandomValues random(7);
+  QueryWorld world;
+  PolyMesh mesh;
+  GeometryRayPacket packet;
+  packet.resize(1);
+  const GeometryHitList& all = packet.get_hits();
+  for (uint row = 0; row < 16; ++row) {  // bit k: level k comes with the matrix at the end of the span
+    Matrix matrix[3], matrix2[3];
+    for (uint k = 0; k < 3; ++k) matrix2[k] = matrix[k] = make_matrix(random);
+    const bool nearest = row < 8;
+    GeometryRaytraceCtx& outer = nearest ? packet.begin_nearest(world.shading) : packet.begin_all_hits(world.shading);
+    outer.geometry = &mesh;
+    NestedQuery a(outer, matrix[0]), b(a.query, matrix[1]), c(b.query, matrix[2]);
+    for (GeometryRaytraceCtx* query : {&outer, &c.query})  // the nested hit replaces the other
+      ASSERT_TRUE(query->push_intersection(world.ctx, world.shader, 0, {query == &outer ? 3.0 : 2.0}));
+    GeometryIntersectionMap* maps[3] = {outer.map, a.query.map, b.query.map};
+    for (uint k = nearest ? 3 : 0; k-- > 0;) {
+      if (row >> k & 1u) matrix2[k] = make_matrix(random);
+      if (row >> k & 1u) maps[k]->transform_path(0, matrix[k], matrix2[k], k);
+      if (!(row >> k & 1u)) maps[k]->transform_path(0, matrix[k], k);
+    }
+    const auto* transform = nearest ? packet.get_nearest_transform(0) : all.get_transform(all.get_hits()[1].hit);
+    ASSERT_NE(transform, nullptr);
+    expect_same(transform->matrix, matrix[0] * matrix[1] * matrix[2]);
+    EXPECT_EQ(transform->has_vectors, nearest && row != 0);
+    if (transform->has_vectors) expect_same(transform->matrix2, matrix2[0] * matrix2[1] * matrix2[2]);
+    EXPECT_EQ(get_indices(nearest ? packet.get_nearest_path(0) : all.get_path(all.get_hits()[1].hit)),
+              (Indices{1, 2, 3}));
+  }
+  EXPECT_EQ(all.get_transform(all.get_hits()[0].hit), nullptr);
+  EXPECT_TRUE(all.get_path(all.get_hits()[0].hit).empty());
+}
+
+TEST(NestedQuery, nearest_hits_remember_the_path_they_were_found_under) {
+  QueryWorld world;
+  PolyMesh mesh;
+  GeometryRayPacket packet;
+  packet.resize(2);
+  const auto push = [&](GeometryRaytraceCtx& query, double distance) {
+    query.geometry = &mesh;
+    query.push_intersection(world.ctx, world.shader, 1, {distance});
+    return get_indices(packet.get_nearest_path(1));
+  };
+  GeometryRaytraceCtx& outer = packet.begin_nearest(world.shading);
+  NestedQuery a(outer, {}), b(a.query, {}), c(b.query, {}), d(c.query, {}), e(d.query, {});
+  EXPECT_EQ(push(a.query, 9.0), (Indices{1}));
+  EXPECT_EQ(push(e.query, 8.0), (Indices{1, 2, 3, 4, 5}));  // longer than a path holds in itself
+  EXPECT_EQ(push(c.query, 8.5), (Indices{1, 2, 3, 4, 5}));  // behind the hit
+  std::vector<double> calls;
+  a.query.push_filter({note_call, 0.0, 0.0, 1, &calls});
+  b.query.push_filter({[](const CtxEval&, CtxShader&, GeometryRaytraceCtx&, GeometryIntersection&,
+                          const GeometryRaytraceFilter&) { return false; }});
+  EXPECT_EQ(push(b.query, 7.0), (Indices{1, 2, 3, 4, 5}));  // not let through
+  EXPECT_EQ(push(a.query, 7.0), (Indices{1}));
+  EXPECT_EQ(push(outer, 6.0), Indices());  // under no object
+  push(c.query, 5.0);
+  packet.begin_nearest(world.shading);
+  EXPECT_TRUE(packet.get_nearest_path(1).empty());
+}
+
+TEST(HitSurface, lies_where_the_geometry_was_carried_to) {
+  RandomValues random(8);
+  for (uint k = 0; k < 100; ++k) {
+    PolyMesh mesh;
+    PolyMeshData data = make_polygons({random.get_vec<float>(), random.get_vec<float>(), random.get_vec<float>()}, 3);
+    const Vec edges[2] = {Vec(data.positions[1]) - Vec(data.positions[0]),
+                          Vec(data.positions[2]) - Vec(data.positions[0])};
+    data.motion_positions = {data.positions, data.positions};
+    for (GMathVec3<float>& position : data.motion_positions[1]) position = position * 2.0f;  // from time 0 to 1
+    create(mesh, std::move(data));
+    GeometryIntersection hit;
+    hit.geometry = &mesh;
+    hit.primitive = 0;
+    GeometryHitTransform transform{make_matrix(random), make_matrix(random), true};  // mirroring every other time
+    const GeometrySurfacePoint plain = geometry_get_hit_surface(hit, nullptr, 0.0);
+    const GeometrySurfacePoint point = geometry_get_hit_surface(hit, &transform, 0.0);
+    expect_near(point.position, transform.matrix.transform_point(plain.position));
+    for (const Vec& normal : {point.normal, point.shading_normal}) {
+      for (const Vec& edge : edges) EXPECT_NEAR(normal.dot(transform.matrix.transform_vector(edge)), 0.0, 1e-6);
+      EXPECT_GT(normal.dot(transform.matrix.transform_vector(plain.normal)), 0.0);
+      EXPECT_NEAR(normal.get_length(), 1.0, 1e-12);
+    }
+    const Vec end = plain.position * 2.0;
+    expect_near(geometry_get_end_position(hit, &transform, 1.0), transform.matrix2.transform_point(end));
+    transform.has_vectors = false;
+    expect_near(geometry_get_end_position(hit, &transform, 1.0), transform.matrix.transform_point(end));
+  }
 }
 
 TEST(IntersectionPath, keeps_its_elements_when_it_outgrows_itself) {
@@ -159,6 +252,29 @@ TEST(Frustum, box_place_agrees_with_its_corners) {
   }
   EXPECT_GT(outside, 100u);
   EXPECT_GT(inside, 100u);
+}
+
+TEST(Frustum, nested_asks_the_same_of_the_same_points) {
+  RandomValues random(5);
+  GeometryFrustumCtx outer, inner;
+  for (GeometryPlane& plane : outer.planes) plane = GeometryPlane(random.get_vec(), random.get_vec());
+  for (GeometryPlane& plane : outer.end_planes) plane = GeometryPlane(random.get_vec(), random.get_vec());
+  outer.plane_count = outer.end_plane_count = 2;
+  outer.result = {1, 2, 1, 1};
+  for (uint round = 0; round < 20; ++round) {
+    const Matrix inverse = make_matrix(random);
+    inner.begin_nested(outer, inverse, inverse.get_inverse());
+    EXPECT_EQ(inner.result.hit_count + inner.result.total + inner.result.finished + inner.result.outside, 0u);
+    const Vec point = random.get_vec(3.0), local = inverse.transform_point(point);
+    for (uint k = 0; k < 2; ++k) {
+      EXPECT_NEAR(outer.planes[k].measure(point), inner.planes[k].measure(local), 1e-7);
+      EXPECT_NEAR(outer.end_planes[k].measure(point), inner.end_planes[k].measure(local), 1e-7);
+    }
+    for (const uint object : {3u, 5u, 3u}) inner.add_object(object);
+    EXPECT_EQ(inner.get_objects(), (Indices{3, 5}));  // and none of the former round
+    inner.push_point(point);
+    EXPECT_EQ(outer.get_points().size(), round + 1);
+  }
 }
 
 TEST(MotionSpans, of_the_active_range_never_lead_beyond_the_last_sample) {
