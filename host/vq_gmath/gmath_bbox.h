@@ -50,6 +50,17 @@ struct GMathBbox3 {
 };
 static_assert(sizeof(GMathBbox3<float>) == 24 && sizeof(GMathBbox3<double>) == 48);
 
+/// The smallest single-precision box around `box`. NaN bounds stay; bounds beyond the float range become infinite.
+inline GMathBbox3<float> gmath_round_outwards(const GMathBbox3<double>& box) {
+  constexpr float most = std::numeric_limits<float>::infinity();
+  GMathBbox3<float> out(box);
+  for (uint axis = 0; axis < 3; ++axis) {
+    if (out.min[axis] > box.min[axis]) out.min[axis] = std::nextafter(out.min[axis], -most);
+    if (out.max[axis] < box.max[axis]) out.max[axis] = std::nextafter(out.max[axis], most);
+  }
+  return out;
+}
+
 /// True when all six bounds are finite and no axis is inverted: the boxes that a builder may be given.
 inline bool gmath_is_valid_box(const GMathBbox3<double>& box) {
   for (uint axis = 0; axis < 3; ++axis) {

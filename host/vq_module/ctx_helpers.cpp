@@ -1,6 +1,12 @@
 #include "vq_module/ctx_helpers.h"
 
 #include "vq_geometry/geometry_object.h"
+#include "vq_module/module_scene_object.h"
+
+bool CtxHelpers::is_matte_object(const GeometryRaytraceCtx& /*query*/, const GeometryIntersectionPathElement& element) {
+  if (element.geometry_override != nullptr && element.geometry_override->has_matte) return true;
+  return element.object != nullptr && element.object->is_matte();
+}
 
 bool CtxHelpers::filter_clip_map_callback(const CtxEval& /*ctx*/, CtxShader& /*shader*/, GeometryRaytraceCtx& query,
                                           GeometryIntersection& hit, const GeometryRaytraceFilter& /*filter*/) {

@@ -17,6 +17,9 @@ struct CtxHelpers {
     return query.shading == nullptr ? nullptr : query.shading->get_links(group);
   }
 
+  /// Whether what `element` shows is matte: the instance makes it so, or the object is.
+  static bool is_matte_object(const GeometryRaytraceCtx& query, const GeometryIntersectionPathElement& element);
+
   /// Hit filter: rejects hits where the clip map of the hit's shading group is transparent. The map is looked up at the
   /// hit's first UV coordinates. Hits of groups without a clip map pass.
   static bool filter_clip_map_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,

@@ -1,0 +1,30 @@
+// host/vq_module/module_combiner.h
+//
+// A scene as one object of another: its structure is a scene tree over objects of its own, whose matrices lead into the
+// combiner's space.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "vq_module/module_scene_object.h"
+
+class ModuleCombiner final : public ModuleSceneObject {
+ public:
+  static const CoreClassInfo& class_info();
+  const CoreClassInfo& get_class_info() const override { return class_info(); }
+
+  /// @param objects    what the structure was built over; null entries allowed
+  /// @param structure  a scene tree over just these objects; null: the combiner cannot be hit
+  ModuleCombiner(const CoreString& name, std::vector<std::shared_ptr<ModuleSceneObject>> objects,
+                 std::shared_ptr<const GasObject> structure);
+
+  const std::vector<std::shared_ptr<ModuleSceneObject>>& get_objects() const { return objects_; }
+  // Asked of all objects each time; an object that is listed twice counts twice.
+  double get_geometry_count() const override;
+  double get_primitive_count() const override;
+  bool has_moving_shape() const override;
+
+ private:
+  std::vector<std::shared_ptr<ModuleSceneObject>> objects_;
+  std::shared_ptr<const GasObject> owned_structure_;
+};

@@ -1,0 +1,37 @@
+#include "vq_module/module_geometry.h"
+
+#include <utility>
+
+#include "vq_core/core_class_info.h"
+#include "vq_gas_base/gas_object.h"
+#include "vq_geometry/geometry_object.h"
+
+const CoreClassInfo& ModuleGeometry::class_info() {
+  static const CoreClassInfo& info =
+      CoreClassInfo::new_class("ModuleGeometry", core_destroy_object, ModuleSceneObject::class_info(), nullptr);
+  return info;
+}
+
+ModuleGeometry::ModuleGeometry(const CoreString& name, std::shared_ptr<const GeometryObject> geometry,
+                               std::shared_ptr<const GasObject> structure, const ModuleClusterFunctions& functions)
+    : ModuleSceneObject(name), geometry_(std::move(geometry)), owned_structure_(std::move(structure)) {
+  set_structure(owned_structure_.get(), functions);
+  if (geometry_ != nullptr)
+    links_.assign(geometry_->get_shading_groups().get_count(), {ShadingGroupLinks::material_empty, nullptr, nullptr});
+  for (const ShadingGroupLinks& links : links_) entries_.push_back(&links);
+  table_ = ShadingGroupTable(entries_);
+}
+
+void ModuleGeometry::set_shading_group(uint group, const ShadingGroupLinks& links) {
+  if (group < links_.size()) links_[group] = links;
+}
+
+void ModuleGeometry::set_shading_group_visibility(uint group, bool visible) {
+  if (group < links_.size()) entries_[group] = visible ? &links_[group] : nullptr;
+}
+
+double ModuleGeometry::get_primitive_count() const {
+  return geometry_ != nullptr ? geometry_->get_primitive_count() : 0.0;
+}
+
+bool ModuleGeometry::has_moving_shape() const { return geometry_ != nullptr && geometry_->has_motion(); }

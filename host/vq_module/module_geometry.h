@@ -1,0 +1,52 @@
+// host/vq_module/module_geometry.h
+//
+// A geometry in the scene: shape and structure, which many objects may share, and what is the object's own: materials,
+// visible shading groups.
+#pragma once
+#include <memory>
+#include <vector>
+
+#include "vq_module/module_scene_object.h"
+#include "vq_shading_variable/shading_variables.h"
+
+class GeometryObject;
+
+class ModuleGeometry : public ModuleSceneObject {
+ public:
+  static const CoreClassInfo& class_info();
+  const CoreClassInfo& get_class_info() const override { return class_info(); }
+
+  /// @param geometry   what the structure was built over; null: no groups, no primitives. Its groups have the empty
+  ///                   material: nothing is hit before set_shading_group()
+  /// @param structure  answers for the geometry; null: the object cannot be hit
+  /// @param functions  how the structure is cut, all four there; must live as long as the object
+  ModuleGeometry(const CoreString& name, std::shared_ptr<const GeometryObject> geometry,
+                 std::shared_ptr<const GasObject> structure, const ModuleClusterFunctions& functions);
+  ModuleGeometry(const ModuleGeometry&) = delete;
+  ModuleGeometry& operator=(const ModuleGeometry&) = delete;
+
+  /// What the geometry's group `group` is shaded with. Not while anything reads the object. A group beyond the
+  /// geometry's is ignored.
+  void set_shading_group(uint group, const ShadingGroupLinks& links);
+  /// Groups that are not visible cannot be hit. All are visible at first.
+  void set_shading_group_visibility(uint group, bool visible);
+
+  const GeometryObject* get_geometry(const bool& /*evaluate*/ = true) const { return geometry_.get(); }
+  bool get_shading_group_visibility(const uint& group) const {
+    return group < entries_.size() && entries_[group] != nullptr;
+  }
+  uint get_shading_group_count() const override { return static_cast<uint>(links_.size()); }
+  double get_geometry_count() const override { return 1.0; }
+  double get_primitive_count() const override;
+  bool has_moving_shape() const override;
+
+ protected:
+  const ShadingGroupTable* get_shading_table() const override { return &table_; }
+
+ private:
+  std::shared_ptr<const GeometryObject> geometry_;
+  std::shared_ptr<const GasObject> owned_structure_;
+  std::vector<ShadingGroupLinks> links_;
+  std::vector<const ShadingGroupLinks*> entries_;  ///< what the table shows: null for a group that is not visible
+  ShadingGroupTable table_;
+};

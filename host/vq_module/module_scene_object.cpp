@@ -1,0 +1,97 @@
+#include "vq_module/module_scene_object.h"
+
+#include <algorithm>
+
+#include "vq_core/core_class_info.h"
+#include "vq_ctx/ctx_shader.h"
+#include "vq_gas_base/gas_object.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_raytrace_ctx.h"
+
+namespace {
+
+/// While it lives, the shader sees the material that the innermost instance puts in place of the object's own.
+class OverrideMaterialScope {
+ public:
+  OverrideMaterialScope(CtxShader& shader, const GeometryIntersectionPath* path)
+      : shader_(shader), former_(shader.override_material) {
+    const GeometryIntersectionPathElement* entry = path != nullptr ? path->get_last() : nullptr;
+    const GeometryOverride* replaced = entry != nullptr ? entry->geometry_override : nullptr;
+    if (replaced != nullptr && replaced->material != nullptr) shader.override_material = replaced->material;
+  }
+  ~OverrideMaterialScope() { shader_.override_material = former_; }
+  OverrideMaterialScope(const OverrideMaterialScope&) = delete;
+  OverrideMaterialScope& operator=(const OverrideMaterialScope&) = delete;
+
+ private:
+  CtxShader& shader_;
+  const Material* former_;
+};
+
+void get_whole_clusters(ModuleSceneObject* object, GeometryOverride* /*geometry_override*/, CoreVector<void*>& clusters,
+                        const unsigned int& /*count*/, const float& /*ratio*/) {
+  if (!object->get_local_bbox().is_empty()) clusters.add(nullptr);
+}
+
+void get_whole_bboxes(ModuleSceneObject* object, GeometryOverride* /*geometry_override*/,
+                      const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) {
+  std::fill_n(boxes, clusters.get_count(), gmath_round_outwards(object->get_local_bbox()));
+}
+
+void get_whole_bboxes_at(ModuleSceneObject* object, GeometryOverride* /*geometry_override*/, const CtxEval& ctx,
+                         const double& time, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) {
+  const GasObject* structure = object->get_structure();
+  const GMathBbox3<double> box = structure != nullptr ? structure->get_bbox_at(ctx, time) : GMathBbox3<double>();
+  std::fill_n(boxes, clusters.get_count(), gmath_round_outwards(box));
+}
+
+void get_whole_weights(ModuleSceneObject* /*object*/, GeometryOverride* /*geometry_override*/,
+                       const CoreBasicArray<void*>& clusters, float* weights) {
+  std::fill_n(weights, clusters.get_count(), 1.0f);
+}
+
+}  // namespace
+
+const CoreClassInfo& ModuleSceneObject::class_info() {
+  static const CoreClassInfo& info =
+      CoreClassInfo::new_class("ModuleSceneObject", core_destroy_object, ModuleSceneItem::class_info(), nullptr);
+  return info;
+}
+
+const ModuleClusterFunctions& ModuleSceneObject::get_whole_functions() {
+  static constexpr ModuleClusterFunctions functions{get_whole_clusters, get_whole_bboxes, get_whole_bboxes_at,
+                                                    get_whole_weights};
+  return functions;
+}
+
+GMathBbox3<double> ModuleSceneObject::get_local_bbox() const {
+  return structure_ != nullptr ? structure_->get_bbox() : GMathBbox3<double>();
+}
+
+/// Asks the structure, if there is one, as the object's own.
+template <class Query, class Ask>
+void ModuleSceneObject::ask(CtxShader& shader, Query& query, const Ask& ask) const {
+  if (structure_ == nullptr) return;
+  if (const ShadingGroupTable* table = get_shading_table(); table != nullptr) query.shading = table;
+  const OverrideMaterialScope material(shader, query.path);
+  ask(*structure_);
+}
+
+void ModuleSceneObject::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  ask(shader, query, [&](const GasObject& structure) {
+    if (shader.motion_blur != nullptr) return structure.ray_hit_motion(ctx, shader, query);
+    structure.ray_hit_static(ctx, shader, query);
+  });
+}
+
+void ModuleSceneObject::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  ask(shader, query, [&](const GasObject& structure) {
+    if (shader.motion_blur != nullptr) return structure.ray_hit_nearest_motion(ctx, shader, query);
+    structure.ray_hit_nearest_static(ctx, shader, query);
+  });
+}
+
+void ModuleSceneObject::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
+  ask(shader, query, [&](const GasObject& structure) { structure.frustum_hit(ctx, shader, query); });
+}
