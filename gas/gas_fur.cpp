@@ -106,10 +106,17 @@ void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, Geometr
   query.shading_variables = links->variables != nullptr ? links->variables : &ShadingVariablesCtx::get_default_ctx();
   if (!query.apply_primitive_filters(primitive)) return;
   const double outer_weight = query.hit_weight;
-  query.hit_weight = get_hit_weight(query.material, query.intervals[query.first_ray].type);
   const bool clipped =
       links->clip_map != nullptr && query.push_filter({CtxHelpers::filter_clip_map_callback, 0.0, 0.0, 0, nullptr});
-  geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
+  // One ray but for a tree that is a single leaf, which is handed the whole packet; the rays may be of different types.
+  const uint first = query.first_ray, last = query.last_ray;
+  for (uint ray = first; ray <= last && ray < query.ray_count; ++ray) {
+    query.first_ray = query.last_ray = ray;
+    query.hit_weight = get_hit_weight(query.material, query.intervals[ray].type);
+    geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
+  }
+  query.first_ray = first;
+  query.last_ray = last;
   if (clipped) query.pop_filter();
   query.hit_weight = outer_weight;
 }
