@@ -45,9 +45,16 @@ void GeometryFrustumCtx::push_point_cloud_vertex(const GMathVec3<double>& positi
 }
 
 void GeometryFrustumCtx::add_object(const uint& index) {
-  if (index >= is_listed_.size()) is_listed_.resize(std::size_t{index} + 1);
-  if (is_listed_[index] == 0) objects_.push_back(index);
-  is_listed_[index] = 1;
+  set_decided(index);
+  if (places_[index] != ObjectPlace::listed) objects_.push_back(index);
+  places_[index] = ObjectPlace::listed;
+}
+
+void GeometryFrustumCtx::set_decided(const uint& index) {
+  if (index >= places_.size()) places_.resize(std::size_t{index} + 1);
+  if (places_[index] != ObjectPlace::unknown) return;
+  places_[index] = ObjectPlace::decided;
+  decided_.push_back(index);
 }
 
 void GeometryFrustumCtx::begin_nested(GeometryFrustumCtx& outer, const GMathMatrix4x4<double>& inverse,
@@ -56,7 +63,8 @@ void GeometryFrustumCtx::begin_nested(GeometryFrustumCtx& outer, const GMathMatr
   transform(inverse, matrix);
   result = GeometryFrustumResult();
   points_ = outer.points_;
-  for (const uint index : objects_) is_listed_[index] = 0;
+  for (const uint index : decided_) places_[index] = ObjectPlace::unknown;
+  decided_.clear();
   objects_.clear();
 }
 

@@ -89,6 +89,9 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   void push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry, const uint& index);
   /// Scene queries of modes 0 and 1: lists object `index` of the scene, once however often it is added.
   void add_object(const uint& index);
+  /// Notes that object `index` need not be looked at again in this query; one that was added need not either.
+  void set_decided(const uint& index);
+  bool is_decided(const uint& index) const { return index < places_.size() && places_[index] != ObjectPlace::unknown; }
 
   /// Becomes the query that `outer` puts to what lies in the space that `inverse` leads to and `matrix` back from:
   /// described as `outer` is, but with nothing found and no objects listed; points go to the list of `outer`. Does not
@@ -115,5 +118,7 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   std::vector<GeometryFrustumVertex> own_points_;
   std::vector<GeometryFrustumVertex>* points_ = &own_points_;
   std::vector<uint> objects_;
-  std::vector<u8> is_listed_;  ///< per object, to find doubles by
+  enum class ObjectPlace : u8 { unknown, decided, listed };
+  std::vector<ObjectPlace> places_;  ///< per object, to find doubles by
+  std::vector<uint> decided_;        ///< those that are not unknown
 };

@@ -82,6 +82,12 @@ class GeometryIntersectionMap {
   const GeometryIntersection& get_path(const uint& ray) const { return records_[ray]; }
   GeometryIntersection& get_record(const uint& ray) { return records_[ray]; }
   uint get_level() const { return level_; }
+  /// The view of the next nesting level on the same records.
+  GeometryIntersectionMap get_deeper() const {
+    GeometryIntersectionMap deeper = *this;
+    ++deeper.level_;
+    return deeper;
+  }
   /// The view of the next deeper level on the same hits.
   GeometryIntersectionMap get_nested() const {
     GeometryIntersectionMap nested = *this;

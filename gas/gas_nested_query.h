@@ -1,0 +1,57 @@
+// gas/gas_nested_query.h
+//
+// What a thread needs to ask one structure from within the leaf of another. A thread has one record per nesting depth,
+// linked from its CtxShader:
+//
+//   CtxShader --first--> [depth 1] --next--> [depth 2] --next--> ...      made on first use, freed with the CtxShader
+//             --current----------------------^                            moved down by a leaf, back up when it is done
+//
+// A record holds a query of its own and, per ray of the outer query, a ray in the inner space (80 bytes) and a matrix
+// back to the outer one (264 bytes). Rays keep their numbers: ray r of the inner query is ray r of the outer, and what
+// is the same in all spaces (intervals, spans, stop flags, hits) is shared. Arrays grow to the outer query's rays and
+// stay.
+#pragma once
+#include "vq_core/core_memory.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_raytrace_ctx.h"
+
+class CtxShader;
+
+/// The ray side of a record.
+struct GasRayCtx {
+  GeometryRaytraceCtx query;
+  GeometryIntersectionMap map;  ///< the outer nearest hits as seen from this depth
+  GeometryIntersectionPath path;
+  CoreAlignedArray<GMathBasicRay<double>> rays;
+  CoreAlignedArray<GeometryRayMatrix> matrices;   ///< inner space to outer
+  CoreAlignedArray<GeometryRayMatrix> matrices2;  ///< the same at the end of each ray's motion span; only for vectors
+
+  /// Room for `ray_count` rays. False when there is no memory.
+  bool reserve(uint ray_count);
+  bool reserve_second_matrices(uint ray_count);
+};
+
+struct GasNestedQueryCtx {
+  GasRayCtx ray;
+  GeometryFrustumCtx frustum;
+  GeometryIntersectionPath frustum_path;
+  GasNestedQueryCtx* next = nullptr;  ///< one deeper; null until needed
+};
+
+/// Makes the thread's next deeper record current for as long as it lives.
+class GasNestedScope {
+ public:
+  explicit GasNestedScope(CtxShader& shader);
+  ~GasNestedScope();
+  GasNestedScope(const GasNestedScope&) = delete;
+  GasNestedScope& operator=(const GasNestedScope&) = delete;
+
+  /// Null when there is no memory for a record.
+  GasNestedQueryCtx* get() const { return record_; }
+
+ private:
+  CtxShader& shader_;
+  GasNestedQueryCtx* outer_;
+  GasNestedQueryCtx* record_;
+};
