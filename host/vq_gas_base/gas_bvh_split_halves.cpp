@@ -43,6 +43,7 @@ bool gas_bvh_split_heap(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set
 }
 
 float gas_bvh_split_whole_cost(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
+  if (ctx.item_weights == nullptr) return static_cast<float>(set.count) * gas_bvh_split_unit_cost(ctx);
   double weight = 0.0;
   for (uint k = 0; k < set.count; ++k) weight += gas_bvh_split_weight(ctx, ctx.order[set.first + k]);
   return static_cast<float>(weight) * gas_bvh_split_unit_cost(ctx);

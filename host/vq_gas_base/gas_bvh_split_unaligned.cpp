@@ -4,6 +4,7 @@
 
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_gas_base/gas_bvh_split_binned.h"
+#include "vq_gas_base/gas_bvh_split_capsule.h"
 #include "vq_gas_base/gas_bvh_split_frame.h"
 #include "vq_gas_base/gas_bvh_split_halves.h"
 #include "vq_gas_base/gas_bvh_split_sorted.h"
@@ -11,28 +12,46 @@
 namespace {
 
 /// Items that agree less than this have boxes in their mean space that are no better than those along the world's axes.
-constexpr float least_agreement = 0.5f;
+constexpr float least_agreement = 0.65f;
+/// Larger sets are so wide that the way their items run makes no difference to their boxes.
+constexpr uint most_oriented_items = 16384;
 
 CoreBasicArray<uint> get_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
   return CoreBasicArray<uint>::make_view(ctx.order + set.first, set.count);
 }
 
-/// What a set costs, whole or cut, once a ray has entered it.
-struct Prices {
-  float unit;   ///< of an item of weight 1
-  float whole;  ///< all items, one after the other
-  float area;   ///< of the box by which a ray enters
+GasBvhSplitCapsule get_capsule(const GasBvhSplitCtx& ctx, uint position) {
+  const uint item = ctx.order[position];
+  return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]);
+}
 
-  Prices(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, float padding)
-      : unit(gas_bvh_split_unit_cost(ctx)),
-        whole(gas_bvh_split_whole_cost(ctx, set)),
-        area(gas_bvh_split_padded_area(set.refitted ? set.space_box : set.box, padding)) {}
+/// What a set costs, whole or cut, once a ray has entered it.
+class Prices {
+ public:
+  Prices(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, bool aligned, float padding)
+      : unit_(gas_bvh_split_unit_cost(ctx)),
+        whole_(gas_bvh_split_whole_cost(ctx, set)),
+        area_(gas_bvh_split_padded_area(set.refitted ? set.space_box : set.box, padding)),
+        // What an oriented node costs more is paid once for the up to three cuts that make the node.
+        oriented_node_(ctx.aligned_cost + (ctx.oriented_cost - ctx.aligned_cost) * (1.0f / 3.0f)),
+        aligned_node_(aligned ? ctx.aligned_cost : oriented_node_) {}
+
+  float get_whole() const { return whole_; }
+  /// @param cut_cost  area x weight, both sides; infinite: there is no cut
+  float get_aligned(float cut_cost) const { return aligned_node_ + get_items(cut_cost); }
+  float get_oriented(float cut_cost) const { return oriented_node_ + get_items(cut_cost); }
+
+ private:
   /// A side may be larger than the box by which the set is entered, but a ray does not visit it more often for that.
-  float get_cut_price(const GasBvhSplitChoice& choice, float node_cost) const {
-    if (!choice.is_found()) return std::numeric_limits<float>::infinity();
-    const float items = choice.cost / area * unit;
-    return node_cost + (items < whole ? items : whole);
+  float get_items(float cut_cost) const {
+    const float items = cut_cost / area_ * unit_;
+    return items < whole_ || items == std::numeric_limits<float>::infinity() ? items : whole_;
   }
+
+  float unit_;   ///< of an item of weight 1
+  float whole_;  ///< all items, one after the other
+  float area_;   ///< of the box by which a ray enters
+  float oriented_node_, aligned_node_;
 };
 
 /// Raises what is less than `least` to that, on both sides alike.
@@ -66,17 +85,18 @@ bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCt
                                     GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned,
                                     SysThreadManager* threads) {
   const float padding = gas_bvh_split_padding(set.box);
-  const Prices prices(ctx, set, padding);
+  const Prices prices(ctx, set, aligned, padding);
+  const bool may_be_leaf = set.count <= ctx.max_leaf;
   auto search = make_search(GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first}, item_bins_);
   const GasBvhSplitChoice choice = search.find(padding);
-  const float price = prices.get_cut_price(choice, aligned ? ctx.aligned_cost : ctx.oriented_cost);
+  const float price = prices.get_aligned(choice.cost);
 
-  if (measure_items(ctx, set, threads)) {
+  if (measure_items(ctx, set)) {
     auto oriented_search = make_search(GasBvhSplitSpaceBoxes{space_boxes_.get_items()}, oriented_item_bins_);
     const GasBvhSplitChoice oriented_choice = oriented_search.find(padding);
-    const float oriented_price = prices.get_cut_price(oriented_choice, ctx.oriented_cost);
-    if (oriented_price < price) {
-      if (set.count <= ctx.max_leaf && prices.whole <= oriented_price) return false;
+    const float oriented_price = prices.get_oriented(oriented_choice.cost);
+    if (oriented_choice.is_found() && oriented_price < price) {
+      if (may_be_leaf && prices.get_whole() <= oriented_price) return false;
       const GasBvhSplitSides sides = oriented_search.cut(oriented_choice, moved_.get_items());
       gas_bvh_split_at(ctx, set, sides.left_count, left, right, threads);
       aligned = false;
@@ -84,23 +104,53 @@ bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCt
     }
   }
   if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, threads);
-  if (set.count <= ctx.max_leaf && prices.whole <= price) return false;
+  if (may_be_leaf && prices.get_whole() <= price) return false;
   gas_bvh_split_fill_halves(set, search.cut(choice, moved_.get_items()), left, right);
   return true;
 }
 
-bool GasBvhSplitUnaligned::measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set,
-                                         SysThreadManager* threads) {
-  if (!std::isfinite(ctx.oriented_cost) || ctx.item_spaces == nullptr || ctx.measure_items == nullptr) return false;
-  const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
-  if (!(frame.agreement >= least_agreement) || !space_boxes_.resize_for_overwrite(set.count)) return false;
-  ctx.measure_items(get_items(ctx, set), frame.space, space_boxes_.get_items(), ctx.measure_owner, threads);
+/// There is one cut only. In an oriented node each of the two gets the box of its own space.
+bool GasBvhSplitUnaligned::split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                                      GasBvhSplitSetGeom& right, bool& aligned) {
+  gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
+  const float padding = gas_bvh_split_padding(set.box);
+  const Prices prices(ctx, set, aligned, padding);
+  const float weights[2] = {gas_bvh_split_weight(ctx, ctx.order[set.first]),
+                            gas_bvh_split_weight(ctx, ctx.order[set.first + 1])};
+  float price = prices.get_aligned(gas_bvh_split_padded_area(left.box, padding) * weights[0] +
+                                   gas_bvh_split_padded_area(right.box, padding) * weights[1]);
+  if (may_orient(ctx)) {
+    const float oriented_price = prices.get_oriented(get_capsule(ctx, set.first).get_half_area() * weights[0] +
+                                                     get_capsule(ctx, set.first + 1).get_half_area() * weights[1]);
+    if (oriented_price < price) {
+      price = oriented_price;
+      aligned = false;
+    }
+  }
+  return ctx.max_leaf < 2 || !(prices.get_whole() <= price);
+}
+
+bool GasBvhSplitUnaligned::may_orient(const GasBvhSplitCtx& ctx) {
+  return std::isfinite(ctx.oriented_cost) && ctx.item_spaces != nullptr && ctx.measure_set != nullptr;
+}
+
+bool GasBvhSplitUnaligned::measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+  if (!may_orient(ctx) || set.count > most_oriented_items) return false;
+  GMathLinearSpace3<float> space = set.space;
+  if (!set.refitted) {
+    const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
+    if (!(frame.agreement >= least_agreement)) return false;
+    space = frame.space;
+  }
+  if (!space_boxes_.resize_for_overwrite(set.count)) return false;
+  for (uint k = 0; k < set.count; ++k) space_boxes_[k] = get_capsule(ctx, set.first + k).get_bbox(space);
   return true;
 }
 
 bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                  GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads) {
   if (set.count < 2) return false;
+  if (set.count == 2) return split_pair(ctx, set, left, right, aligned);
   if (set.count <= GasBvhSplitSorted::most_items) {
     const auto make_sorted = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& /*item_bins*/) {
       return GasBvhSplitSorted(ctx, set, boxes);
