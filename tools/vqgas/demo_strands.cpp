@@ -71,13 +71,13 @@ SceneSource make_demo_strands() {
   }
   for (uint k = 0; k < 5; ++k) {
     const double angle = 2.0 * pi * (k + 0.5) / 5.0;
-    add_tendril(hair.data, {1.15 * std::cos(angle), 0.0, -1.15 * std::sin(angle)}, 0.9 + 0.6 * random_unit(k, 8),
+    add_tendril(hair.data, {1.02 * std::cos(angle), 0.0, -1.02 * std::sin(angle)}, 0.9 + 0.6 * random_unit(k, 8),
                 6.0 * random_unit(k, 9), 3);
   }
   MeshBuilder builder;
   const uint soil = builder.add_group("pot", color_from_srgb(0x9c8d7c));
   add_lathe(builder, {{0, -0.25, 0}},
-            {{0, 0}, {1.55, 0}, {1.72, 0.1}, {1.75, 0.24}, {1.68, 0.3}, {1.5, 0.28}, {0, 0.26}}, 160, soil);
+            {{0, 0}, {1.2, 0}, {1.38, 0.1}, {1.42, 0.24}, {1.36, 0.3}, {1.2, 0.28}, {0, 0.26}}, 160, soil);
   scene.mesh = builder.finish();
   return scene;
 }

@@ -14,13 +14,13 @@ constexpr double meadow_radius = 2.4;
 /// A hill that falls off steeply at its rim.
 double get_ground(double x, double z) {
   const double away = std::hypot(x, z) / meadow_radius;
-  return 0.14 * std::sin(1.3 * x + 0.4) * std::cos(1.1 * z) - 0.75 * std::pow(away, 5.0);
+  return 0.14 * std::sin(1.3 * x + 0.4) * std::cos(1.1 * z) - 0.6 * std::pow(away, 4.0);
 }
 
 /// How strongly the wind presses at a place and time: waves that run along x.
 double get_wind(const Point& at, double t) {
   const double wave = std::sin(2.1 * at.x + 0.7 * std::sin(1.2 * at.z) - 5.0 * t);
-  return 0.35 + 0.75 * std::pow(0.5 + 0.5 * wave, 2.0) + 0.1 * std::sin(7.0 * at.z + 11.0 * t + 3.0 * at.x);
+  return 0.2 + 1.1 * std::pow(0.5 + 0.5 * wave, 2.0) + 0.1 * std::sin(7.0 * at.z + 11.0 * t + 3.0 * at.x);
 }
 
 struct Blade {
@@ -65,7 +65,7 @@ SceneSource make_demo_wind() {
   for (uint number = 0; number < blades + ears; ++number) {
     const bool has_ear = number >= blades;
     const uint pieces = has_ear ? 16 : 6;
-    const Blade blade = make_blade(number, has_ear ? 0.85 : 0.42);
+    const Blade blade = make_blade(number, has_ear ? 0.9 : 0.5);
     for (uint sample = 0; sample < sample_count; ++sample)
       add_blade(data.motion_points[sample], blade, sample * data.motion_step, pieces, has_ear);
     data.curve_sizes.push_back(pieces + 1);
@@ -81,7 +81,7 @@ SceneSource make_demo_wind() {
     for (uint k = 0; k < sectors; ++k) {
       const double away = meadow_radius * ring / rings, turn = 2.0 * pi * k / sectors;
       const double x = away * std::cos(turn), z = -away * std::sin(turn);
-      builder.add_vertex({x, ring < rings ? get_ground(x, z) : -1.0, z});
+      builder.add_vertex({x, get_ground(x, z), z});
     }
   }
   for (uint k = 0; k < sectors; ++k) {

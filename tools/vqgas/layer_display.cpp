@@ -100,18 +100,19 @@ ScreenImage show_heat(const Picture& picture, const PictureLayer& layer) {
   return make_false_color_picture(picture.width, picture.height, sums, "nodes and leaves visited per ray");
 }
 
-ScreenImage show_count(const Picture& picture, const PictureLayer& layer) {
+ScreenImage show_count(const Picture& picture, const PictureLayer& layer, bool has_hair) {
   std::vector<float> values;
   values.reserve(layer.channels[0].numbers.size());
   for (const uint number : layer.channels[0].numbers)
     values.push_back(number == 0 ? -1.0f : static_cast<float>(number));
-  return make_false_color_picture(picture.width, picture.height, values, "surfaces along each ray");
+  const char* title = has_hair ? "polygons and hair segments along each ray" : "surfaces along each ray";
+  return make_false_color_picture(picture.width, picture.height, values, title);
 }
 
 }  // namespace
 
-ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
-                              const std::vector<Color>& group_colors) {
+ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer, const std::vector<Color>& group_colors,
+                              bool has_hair) {
   switch (layer.layer) {
     case Layer::depth:
       return show_depth(picture, layer);
@@ -120,7 +121,7 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
     case Layer::heat:
       return show_heat(picture, layer);
     case Layer::count:
-      return show_count(picture, layer);
+      return show_count(picture, layer, has_hair);
     case Layer::normal:
       return map_pixels(picture, [&](std::size_t pixel) { return show_normal(layer, pixel); });
     case Layer::uv:

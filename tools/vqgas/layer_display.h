@@ -5,6 +5,6 @@
 
 /// A layer as people like to see it: beauty through a film curve, depth from light to dark, positions by their place
 /// in the picture's range, numbers as colours, heat and count in false colour with a legend. `group_colors` are the
-/// surface colours of the groups.
-ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
-                              const std::vector<Color>& group_colors);
+/// surface colours of the groups, `has_hair` decides what the legend of count says.
+ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer, const std::vector<Color>& group_colors,
+                              bool has_hair);

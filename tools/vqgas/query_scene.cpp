@@ -155,9 +155,7 @@ void QueryScene::find_all(CtxShader& shader, GeometryRayPacket& packet) const {
 
 void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vector<u8>& is_hit) const {
   is_hit.assign(packet.get_count(), 0);
-  const bool has_hair =
-      std::any_of(parts_.begin(), parts_.end(), [](const auto& part) { return part->get_hair() != nullptr; });
-  if (!has_hair) {
+  if (!has_hair()) {
     find_all(shader, packet);
     for (const GeometryHit& hit : packet.get_hits().get_hits()) is_hit[hit.ray] = 1;
     return;

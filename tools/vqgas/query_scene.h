@@ -36,7 +36,8 @@ class QueryScene {
 
   AppBase& get_application() const { return application_; }
   const std::vector<std::unique_ptr<ScenePart>>& get_parts() const { return parts_; }
-  const CtxEval& get_ctx() const { return ctx_; }
+  /// Hair comes last.
+  bool has_hair() const { return parts_.back()->get_hair() != nullptr; }
   uint get_primitive_count() const;
   uint get_kept_count() const;
   const std::vector<Color>& get_group_colors() const { return group_colors_; }

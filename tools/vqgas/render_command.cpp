@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <numeric>
 
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/held_messages.h"
@@ -41,7 +42,7 @@ std::string get_png_name(const std::string& name, Layer layer, bool is_single) {
 
 /// Writes what `outputs` name and returns the files' names.
 std::vector<std::string> write_pictures(const Picture& picture, const std::vector<std::string>& outputs,
-                                        const std::vector<Color>& group_colors) {
+                                        const QueryScene& scene) {
   std::vector<std::string> written;
   for (const std::string& name : outputs) {
     if (name.ends_with(".exr")) {
@@ -51,14 +52,24 @@ std::vector<std::string> write_pictures(const Picture& picture, const std::vecto
     }
     for (const PictureLayer& layer : picture.layers) {
       written.push_back(get_png_name(name, layer.layer, picture.layers.size() == 1));
-      write_png(written.back(), make_screen_image(picture, layer, group_colors));
+      write_png(written.back(), make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair()));
     }
   }
   return written;
 }
 
-nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScene& scene, const RayCounts& rays,
-                                   double seconds, const std::vector<std::string>& written) {
+/// How many nodes and leaves the rays of the layer heat visited on average.
+struct MeanVisits {
+  double nodes = 0.0, leaves = 0.0;
+  explicit MeanVisits(const PictureLayer& heat)
+      : nodes(get_mean(heat.channels[0])), leaves(get_mean(heat.channels[1])) {}
+  static double get_mean(const PictureChannel& channel) {
+    return std::accumulate(channel.values.begin(), channel.values.end(), 0.0) / double(channel.values.size());
+  }
+};
+
+nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScene& scene, const Picture& picture,
+                                   const RayCounts& rays, double seconds, const std::vector<std::string>& written) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
   report["primitives"] = scene.get_primitive_count();
@@ -71,6 +82,10 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
   report["rays"] = {
       {"camera", rays.camera}, {"shadow", rays.shadow}, {"ambient", rays.ambient}, {"all_hits", rays.all_hits}};
   report["mrays_per_second"] = seconds > 0.0 ? 1e-6 * static_cast<double>(rays.get_sum()) / seconds : 0.0;
+  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+    const MeanVisits visits(*heat);
+    report["visits_per_ray"] = {{"nodes", visits.nodes}, {"leaves", visits.leaves}};
+  }
   if (options.shutter) report["shutter"] = {options.shutter->open, options.shutter->close};
   report["written"] = written;
   return report;
@@ -102,9 +117,9 @@ void run_render(const RenderOptions& options) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   progress->finish();
 
-  const std::vector<std::string> written = write_pictures(picture, options.outputs, scene.get_group_colors());
+  const std::vector<std::string> written = write_pictures(picture, options.outputs, scene);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = make_report(options, scene, rays, seconds, written);
+    const nlohmann::ordered_json report = make_report(options, scene, picture, rays, seconds, written);
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
   }
   if (options.quiet || options.json == "-") return;
@@ -113,4 +128,8 @@ void run_render(const RenderOptions& options) {
               options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
               1e-6 * static_cast<double>(rays.get_sum()) / seconds, application.get_thread_count(),
               scene.get_build_seconds());
+  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+    const MeanVisits visits(*heat);
+    std::printf("heat: %.1f nodes and %.1f leaves visited per ray\n", visits.nodes, visits.leaves);
+  }
 }
