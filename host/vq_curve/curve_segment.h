@@ -6,8 +6,8 @@
 //   cubic    a Bézier curve of centres and, of the same degree, of radii           points 0 to 3
 //
 // u runs from 0 at the first end to 1 at the last. On the round ends it goes beyond: -h on the first end and 1 + h on
-// the last, h being how high a point lies over the end's rim in radii (0 on the rim, 1 at the very tip). v runs around
-// the fibre, from 0 to 1; see curve_get_surface_point().
+// the last, h being how high a point lies over the end's rim (0 on the rim, 1 at the very tip). v is the angle around
+// the fibre in whole turns; see curve_get_surface_point().
 #pragma once
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
@@ -42,14 +42,15 @@ struct CurveHit {
 
 /// Where the ray's line crosses the solid's surface first within [t_near, t_far): where it enters or, from inside,
 /// where it leaves. False when it does not, and for segments and rays with a NaN or infinite value. Double precision
-/// throughout, about the point of the segment nearest to the ray's origin, so that nothing is lost far away. No
-/// allocation.
+/// throughout, about the point of the ray nearest to the segment's first point, so that nothing is lost far away. A
+/// segment whose radii are all 0 is hit by nothing. No allocation.
 template <CurveShape shape>
 bool curve_hit_segment(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, double t_near,
                        double t_far, CurveHit& hit);
 
 /// The box of the solid along the axes of `space`; `curve_get_bbox` along the world's. Exact but for rounding: of a
-/// cubic the extremes of the curve itself, not of its control points, are looked for where that matters.
+/// cubic the extremes of the curve itself, not of its control points, are looked for where that matters. Not a valid
+/// box when a coordinate or a radius is NaN or infinite.
 template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space);
 template <CurveShape shape>
@@ -64,6 +65,8 @@ struct CurveSurfacePoint {
   GMathVec3<double> normal;   ///< unit length, outwards
   GMathVec3<double> tangent;  ///< unit length, along the fibre as u grows
 };
-/// The point of the surface that a hit's u and v name.
+/// The point of the surface that a hit's u and v name. v = 0 points along the normal of the plane in which a cubic's
+/// control points bend most, or towards the axis that a straight segment follows least; it turns continuously along the
+/// segment. At a cusp, where the curve stands still, u and v tell the ball but not the place on it.
 template <CurveShape shape>
 CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v);
