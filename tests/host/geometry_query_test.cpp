@@ -136,20 +136,21 @@ TEST(NestedQuery, hits_come_up_through_three_levels) {
     GeometryRaytraceCtx& outer = nearest ? packet.begin_nearest(world.shading) : packet.begin_all_hits(world.shading);
     outer.geometry = &mesh;
     NestedQuery a(outer, matrix[0]), b(a.query, matrix[1]), c(b.query, matrix[2]);
-    for (GeometryRaytraceCtx* query : {&outer, &c.query})  // the nested hit replaces the other
-      ASSERT_TRUE(query->push_intersection(world.ctx, world.shader, 0, {query == &outer ? 3.0 : 2.0}));
+    double distance = 9.0;  // each hit replaces the one before
+    for (GeometryRaytraceCtx* query : {&outer, &a.query, &c.query})
+      ASSERT_TRUE(query->push_intersection(world.ctx, world.shader, 0, {distance -= 1.0}));
     GeometryIntersectionMap* maps[3] = {outer.map, a.query.map, b.query.map};
     for (uint k = nearest ? 3 : 0; k-- > 0;) {
       if (row >> k & 1u) matrix2[k] = make_matrix(random);
       if (row >> k & 1u) maps[k]->transform_path(0, matrix[k], matrix2[k], k);
       if (!(row >> k & 1u)) maps[k]->transform_path(0, matrix[k], k);
     }
-    const auto* transform = nearest ? packet.get_nearest_transform(0) : all.get_transform(all.get_hits()[1].hit);
+    const auto* transform = nearest ? packet.get_nearest_transform(0) : all.get_transform(all.get_hits()[2].hit);
     ASSERT_NE(transform, nullptr);
     expect_same(transform->matrix, matrix[0] * matrix[1] * matrix[2]);
     EXPECT_EQ(transform->has_vectors, nearest && row != 0);
     if (transform->has_vectors) expect_same(transform->matrix2, matrix2[0] * matrix2[1] * matrix2[2]);
-    EXPECT_EQ(get_indices(nearest ? packet.get_nearest_path(0) : all.get_path(all.get_hits()[1].hit)),
+    EXPECT_EQ(get_indices(nearest ? packet.get_nearest_path(0) : all.get_path(all.get_hits()[2].hit)),
               (Indices{1, 2, 3}));
   }
   EXPECT_EQ(all.get_transform(all.get_hits()[0].hit), nullptr);
