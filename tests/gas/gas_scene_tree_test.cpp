@@ -1,0 +1,415 @@
+// Scenes at rest: the same hits as one flat mesh, what is left out, what nested queries are told, who is seen.
+#include "gas/gas_scene_tree.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <limits>
+
+#include "gas/gas_nested_query.h"
+#include "support/scene_check.h"
+#include "support/test_scale.h"
+#include "support/tree_oracle.h"
+#include "vq_app_base/app_progress_bar.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+
+constexpr uint none = core_invalid_index;
+const double infinity = std::numeric_limits<double>::infinity();
+
+/// Four sides around a cone and a far end.
+std::vector<GeometryPlane> make_planes(RandomValues& random, double size) {
+  std::vector<GeometryPlane> planes;
+  const Vec centre = random.get_vec(1.5);
+  for (uint k = 0; k < 5; ++k) {
+    const Vec normal = random.get_vec().get_normalized();
+    planes.emplace_back(centre - normal * size, normal);
+  }
+  return planes;
+}
+
+TEST(GasSceneTree, hits_what_the_flattened_scene_hits) {
+  QueryWorld world;
+  for (uint seed = 1; seed <= scaled(6, 2); ++seed) {
+    SCOPED_TRACE(seed);
+    SceneMaker maker(world, seed, SceneMotion::none);
+    std::vector<SceneNode> nodes = maker.make(seed == 1 ? 1 : 10, 3);
+    const auto scene = build_scene(world, nodes);
+    SceneCheck check(world, *scene, nodes);
+    check.check(make_rays(FlatScene(world, nodes, nullptr, 0.0).data, scaled(4000, 1000), seed));
+    RandomValues random(seed);
+    for (uint k = 0; k < 4; ++k) check.check_frustum(make_planes(random, random.get(0.3, 3.0)));
+    EXPECT_GT(check.listed_count, 0u);
+    EXPECT_GT(check.point_count, 0u);
+  }
+}
+
+TEST(GasSceneTree, a_tree_of_one_leaf_answers_whole_packets) {
+  QueryWorld world;
+  const SceneShape one(world, make_soup(1, 3, 1.0)), sphere(world, make_sphere(2));
+  SceneMaker maker(world, 5, SceneMotion::none);
+  for (const SceneShape* shape : {&one, &sphere}) {
+    std::vector<SceneNode> nodes;
+    nodes.push_back(make_node(*shape, {{0, maker.make_matrix()}}));
+    for (uint depth = 0; depth < 4; ++depth) {
+      const auto scene = build_scene(world, nodes);
+      EXPECT_EQ(scene->get_tree().item_count, 1u);
+      SceneCheck(world, *scene, nodes).check(make_rays(FlatScene(world, nodes, nullptr, 0.0).data, 500, depth));
+      SceneNode outer;
+      outer.keys = {{0, maker.make_matrix()}};
+      outer.children = std::move(nodes);
+      nodes.clear();
+      nodes.push_back(std::move(outer));
+    }
+  }
+}
+
+/// A large object without any shape of its own: a box from -1 to 1 that answers no ray.
+class HugeObject final : public ModuleSceneObject {
+ public:
+  HugeObject() : ModuleSceneObject(CoreString("huge")) { set_structure(&structure_, get_whole_functions()); }
+  double get_geometry_count() const override { return 3e9; }
+  double get_primitive_count() const override { return 9e9 + 1; }
+
+ private:
+  struct Structure final : GasObject {
+    GMathBbox3<double> get_bbox() const override { return {{-1, -1, -1}, {1, 1, 1}}; }
+  } structure_;
+};
+
+std::vector<ModuleSceneObject*> get_objects(const std::vector<SceneNode>& nodes) {
+  std::vector<ModuleSceneObject*> objects;
+  for (const SceneNode& node : nodes) objects.push_back(node.object.get());
+  return objects;
+}
+
+void create(GasSceneTree& scene, const QueryWorld& world, std::vector<ModuleSceneObject*> objects,
+            AppProgressBar* progress = nullptr) {
+  const auto count = static_cast<uint>(objects.size());
+  scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects.data(), count), progress);
+}
+
+/// The object that one ray hits first, and through `distance` where.
+uint shoot(QueryWorld& world, const GasObject& scene, const Vec& origin, const Vec& direction,
+           double* distance = nullptr) {
+  GeometryRayPacket packet;
+  packet.resize(1);
+  packet.set_ray(0, origin, direction);
+  scene.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+  if (distance != nullptr) *distance = packet.get_nearest(0).distance;
+  return packet.get_nearest_path(0).empty() ? none : packet.get_nearest_path(0)[0].object_index;
+}
+
+TEST(GasSceneTree, leaves_out_what_cannot_be_hit) {
+  QueryWorld world;
+  const SceneShape sphere(world, make_sphere(2)), empty(world, PolyMeshData()), point(world, make_broken(0, 1));
+  SceneShape without_structure(world, make_sphere(1));
+  without_structure.structure = nullptr;
+  std::vector<SceneMatrix> broken(5);
+  broken[0].m[1][1] = 0.0;  // flat
+  broken[1].m[2][0] = std::nan("");
+  broken[2].m[0][3] = infinity;
+  broken[3].m[0][0] = infinity;
+  broken[4] = SceneMatrix{{{0}}};
+  std::vector<SceneNode> nodes;
+  for (const SceneMatrix& matrix : broken) nodes.push_back(make_node(sphere, {{0, matrix}}));
+  nodes.push_back(make_node(empty));
+  nodes.push_back(make_node(without_structure));
+  for (uint k = 0; k < 3; ++k) nodes.push_back(make_node(sphere, {{0, make_translation({4.0 * k, 0, 0})}}));
+  build_scene(world, nodes);
+  std::vector<ModuleSceneObject*> objects = get_objects(nodes);
+  const std::vector<ModuleSceneObject*> good(objects.end() - 3, objects.end());
+  objects.insert(objects.end(), 2, nullptr);
+  RandomValues random(1);
+  for (uint round = 0; round < 20; ++round) {
+    std::shuffle(objects.begin(), objects.end(), random.get_engine());
+    GasSceneTree scene;
+    cluster_calls.lists = 0;
+    create(scene, world, objects);
+    EXPECT_EQ(cluster_calls.lists, 4u);  // the good ones, and the one that then has none
+    EXPECT_EQ(scene.get_geometry_count(), 3.0);
+    EXPECT_EQ(scene.get_primitive_count(), 3.0 * 128);
+    for (uint index = 0; index < objects.size(); ++index) {
+      const auto found = std::find(good.begin(), good.end(), objects[index]);
+      EXPECT_EQ(scene.get_cluster_count(index) > 0, found != good.end());
+      if (found == good.end()) continue;
+      const double x = 4.0 * static_cast<double>(found - good.begin());
+      EXPECT_EQ(shoot(world, scene, {x + 0.1, 0.2, -5}, {0, 0, 1}), index);
+    }
+  }
+}
+
+TEST(GasSceneTree, a_single_object_decides_how_it_is_cut) {
+  QueryWorld world;
+  const SceneShape sphere(world, make_sphere(4));
+  std::vector<SceneNode> nodes;
+  for (const auto& [count, ratio] : {std::pair(0u, 0.0f), std::pair(1024u, 0.3f)}) {
+    nodes.push_back(make_node(sphere));
+    cluster_calls.lists = 0;
+    const auto scene = build_scene(world, nodes);
+    EXPECT_EQ(cluster_calls.count, count);
+    EXPECT_EQ(cluster_calls.ratio, ratio);
+    EXPECT_EQ(scene->get_tree().item_count, static_cast<uint>(nodes.size()) * scene->get_cluster_count(0));
+    if (count > 0) {
+      EXPECT_GT(scene->get_cluster_count(0), 50u);
+    }
+  }
+  cluster_calls.lists = 0;
+  GasSceneTree scene;
+  create(scene, world, {nullptr, nodes[0].object.get()});  // a null entry counts
+  EXPECT_EQ(cluster_calls.count, 1024u);
+}
+
+TEST(GasSceneTree, is_built_anew_and_copied) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  const SceneShape sphere(world, make_sphere(2));
+  std::vector<SceneNode> nodes;
+  for (uint k = 0; k < 5; ++k) nodes.push_back(make_node(sphere, {{0, make_translation({4.0 * k, 0, 0})}}));
+  build_scene(world, nodes);
+  const auto expect_nothing = [&](const GasSceneTree& scene) {
+    EXPECT_TRUE(scene.get_bbox().is_empty());
+    EXPECT_EQ(shoot(world, scene, {0, 0, -5}, {0, 0, 1}), none);
+    GeometryRayPacket packet;
+    packet.resize(3);
+    scene.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    world.ctx.set_motion_blur(&blur);
+    world.shader.motion_blur = &blur;
+    scene.ray_hit_motion(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    scene.ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    EXPECT_TRUE(scene.get_bbox_at(world.ctx, 0.5).is_empty());
+    for (uint mode = 0; mode < 5; ++mode) {
+      GeometryFrustumCtx frustum;
+      frustum.mode = mode;
+      scene.frustum_hit(world.ctx, world.shader, frustum);
+      EXPECT_TRUE(frustum.get_objects().empty() && frustum.get_points().empty());
+    }
+    world.ctx.set_motion_blur(nullptr);
+    world.shader.motion_blur = nullptr;
+  };
+  GasSceneTree scene, copy;
+  expect_nothing(scene);
+  const u64 least = scene.get_memory_size();
+  for (uint round = 0; round < 2; ++round) {
+    create(scene, world, get_objects(nodes));
+    for (uint k = 0; k < 5; ++k) EXPECT_EQ(shoot(world, scene, {4.0 * k, 0.1, -5}, {0, 0, 1}), k);
+    EXPECT_GE(scene.get_memory_size(), least + scene.get_tree().get_array_bytes() + 5 * (8 + 3 * 4 + 8 + 4));
+    copy = scene;
+    create(scene, world, {});
+    expect_nothing(scene);
+    EXPECT_EQ(scene.get_primitive_count(), 5.0 * 128);  // stays
+    EXPECT_EQ(scene.get_memory_size(), least);
+  }
+  const GasSceneTree second(copy);
+  create(copy, world, {nullptr});
+  expect_nothing(copy);
+  EXPECT_EQ(copy.get_primitive_count(), 0.0);
+  EXPECT_EQ(find_tree_difference(second.get_tree(), *&second.get_tree()), "");
+  for (uint k = 0; k < 5; ++k) EXPECT_EQ(shoot(world, second, {4.0 * k, 0.1, -5}, {0, 0, 1}), k);
+  create(scene, world, get_objects(nodes));
+  scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(scene.get_objects().get_items(), 5), nullptr);
+  EXPECT_EQ(shoot(world, scene, {8, 0.1, -5}, {0, 0, 1}), 2u);
+}
+
+TEST(GasSceneTree, counters_pass_what_fits_32_bits) {
+  QueryWorld world;
+  HugeObject a, b;
+  GasSceneTree scene;
+  create(scene, world, {&a, nullptr, &b});
+  EXPECT_EQ(scene.get_geometry_count(), 6e9);
+  EXPECT_EQ(scene.get_primitive_count(), 18e9 + 2);
+}
+
+TEST(GasSceneTree, is_the_same_for_any_number_of_threads) {
+  QueryWorld world;
+  SceneMaker maker(world, 8, SceneMotion::none);
+  std::vector<SceneNode> nodes = maker.make(scaled(400, 100), 1);
+  build_scene(world, nodes);
+  GasSceneTree serial;
+  create(serial, world, get_objects(nodes));
+  for (const uint threads : {2u, 5u}) {
+    QueryWorld crowd(8, threads);
+    GasSceneTree parallel;
+    AppProgressBar* progress = crowd.app.create_progress_bar("scene");
+    create(parallel, crowd, get_objects(nodes), progress);
+    EXPECT_EQ(find_tree_difference(parallel.get_tree(), serial.get_tree()), "");
+    EXPECT_EQ(parallel.get_primitive_count(), serial.get_primitive_count());
+    std::vector<AppProgressTask> tasks = progress->get_task_log();
+    std::erase_if(tasks, [](const AppProgressTask& task) { return task.depth > 0; });
+    ASSERT_EQ(tasks.size(), 3u);
+    const std::pair<const char*, double> expected[] = {
+        {"check objects", 0.4}, {"create tree", 0.3}, {"create tree", 0.3}};
+    for (uint k = 0; k < 3; ++k) {
+      EXPECT_EQ(tasks[k].name, CoreString(expected[k].first));
+      EXPECT_EQ(tasks[k].weight, expected[k].second);
+      EXPECT_EQ(tasks[k].step_count, k < 2 ? nodes.size() : 0);
+    }
+    progress->finish();
+  }
+}
+
+/// Two spheres, one behind the other on the z axis, in scenes three deep; outermost matrices stretch by two.
+struct NestedSpheres {
+  explicit NestedSpheres(QueryWorld& world) : sphere(world, make_sphere(2)) {
+    for (uint k = 0; k < 2; ++k) {
+      SceneMatrix matrix = make_translation({0, 0, 4.0 * k});
+      matrix.m[0][0] = 2;
+      SceneNode node = make_node(sphere);
+      for (uint depth = 0; depth < 3; ++depth) {
+        SceneNode outer;
+        outer.keys = {{0, depth == 2 ? matrix : SceneMatrix()}};
+        outer.children.push_back(std::move(node));
+        node = std::move(outer);
+      }
+      nodes.push_back(std::move(node));
+    }
+    scene = build_scene(world, nodes);
+  }
+  ModuleSceneObject& get_object(uint k, uint depth) const {
+    const SceneNode* node = &nodes[k];
+    for (; depth > 0; --depth) node = &node->children[0];
+    return *node->object;
+  }
+  SceneShape sphere;
+  std::vector<SceneNode> nodes;
+  std::shared_ptr<GasSceneTree> scene;
+};
+
+TEST(GasSceneTree, stop_rules_hold_across_nesting) {
+  QueryWorld world;
+  const NestedSpheres spheres(world);
+  GeometryRayPacket packet;
+  packet.resize(7);
+  for (uint k = 0; k < 7; ++k) packet.set_ray(k, {0.1, 0.13 * k + 0.02, -5}, {0, 0, 1});
+  for (uint max_hits = 1; max_hits < 6; ++max_hits) {
+    packet.set_stop_rule(max_hits);
+    spheres.scene->ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    EXPECT_EQ(packet.get_hits().get_hits().size(), 7 * std::min(max_hits, 4u));
+  }
+}
+
+TEST(GasSceneTree, one_record_a_depth_serves_all_leaves) {
+  QueryWorld world;
+  const NestedSpheres spheres(world);
+  EXPECT_EQ(shoot(world, *spheres.scene, {0, 0.1, -5}, {0, 0, 1}), 0u);
+  uint count = 0;
+  for (const GasNestedQueryCtx* record = world.shader.nested_first; record != nullptr; record = record->next) ++count;
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(world.shader.nested_current, nullptr);
+  EXPECT_NE(world.shader.nested_release, nullptr);  // the shader frees them through it
+}
+
+TEST(GasSceneTree, rays_that_leave_an_object_do_not_hit_it_at_once) {
+  QueryWorld world;
+  const NestedSpheres spheres(world);
+  // The spheres' fronts are at 4 and 8, their backs at 6 and 10. Each depth has its own distance.
+  spheres.get_object(0, 3).set_raytrace_distance(4.5);
+  spheres.get_object(1, 1).set_raytrace_distance(100);
+  for (const GMathRay::Type type : {GMathRay::camera, GMathRay::shadow, GMathRay::diffuse, GMathRay::lookup}) {
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, {0.01, 0.02, -5}, {0, 0, 1}, 0.0, DBL_MAX, 0.0, type);
+    spheres.scene->ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    const bool starts_anywhere = type == GMathRay::camera || type == GMathRay::lookup;
+    // An inner object's own distance, here 0, replaces that of the scene it is in.
+    EXPECT_EQ(packet.get_hits().get_hits().size(), starts_anywhere ? 4u : 3u);
+    spheres.scene->ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    EXPECT_NEAR(packet.get_nearest(0).distance, starts_anywhere ? 4 : 6, 0.1);
+  }
+}
+
+TEST(GasSceneTree, nested_queries_are_told_what_the_outer_one_says) {
+  QueryWorld world;
+  const NestedSpheres spheres(world);
+  const GeometryPlane plane;
+  struct Seen {
+    std::set<std::pair<uint, uint>> matte;  ///< object, state
+    uint count = 0;
+  } seen;
+  for (uint row = 0; row < 16; ++row) {
+    const bool object_is = row & 1, allowed = row & 2, outer_is = row & 4, overridden = row & 8;
+    spheres.get_object(0, 2).set_matte(object_is && !overridden);
+    std::vector<ModuleSceneObject*> objects = get_objects(spheres.nodes);
+    GeometryOverride matte;
+    matte.has_matte = true;
+    std::vector<GeometryOverride*> overrides = {object_is && overridden ? &matte
+                                                                        : nullptr};  // shorter than the objects
+    GasSceneTree scene;
+    scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects.data(), 2),
+                 CoreBasicArray<GeometryOverride*>::make_view(overrides.data(), 1), nullptr);
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, {0.01, 0.02, -5}, {0, 0, 1});
+    GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
+    query.flags = 0xF00D'0000'0000'0007u;
+    query.user_word = 77;
+    query.planes = &plane;
+    query.plane_count = 1;
+    query.settings.allow_matte = allowed;
+    query.matte = outer_is;
+    seen = {};
+    query.hit_user = &seen;
+    query.hit_callback = [](GeometryRaytraceCtx& local, const uint&, const GeometryIntersection&, void* user) {
+      auto& told = *static_cast<Seen*>(user);
+      EXPECT_EQ(local.flags, 0xF00D'0000'0000'0006u);
+      EXPECT_EQ(local.user_word, 77u);
+      EXPECT_TRUE(local.planes == nullptr && local.plane_count == 0);
+      EXPECT_EQ(local.level, 4u);
+      told.matte.insert({(*local.path)[0].object_index, local.matte});
+      ++told.count;
+    };
+    scene.ray_hit_static(world.ctx, world.shader, query);
+    EXPECT_EQ(seen.count, 4u);
+    const std::set<std::pair<uint, uint>> expected = {{0, outer_is || (object_is && allowed)}, {1, outer_is}};
+    EXPECT_EQ(seen.matte, expected) << row;
+  }
+}
+
+TEST(GasSceneTree, objects_are_seen_as_flags_mask_and_override_say_at_every_depth) {
+  QueryWorld world;
+  const NestedSpheres spheres(world);
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  for (const uint depth : {0u, 3u}) {
+    ModuleSceneObject& object = spheres.get_object(0, depth);
+    for (uint row = 0; row < 32; ++row) {
+      object.set_flag(ModuleSceneObject::has_mask, row & 1);
+      object.set_flag(ModuleSceneObject::forced_visible, row & 2);
+      object.set_flag(ModuleSceneObject::forced_hidden, row & 4);
+      world.shader.visibility_override = row & 8;
+      for (const GMathRay::Type type : {GMathRay::camera, GMathRay::shadow, GMathRay::lookup}) {
+        object.set_visibility_mask(row & 16 ? 1u << type : ~(1u << type));
+        const bool is_visible = object.is_visible(type, row & 8);
+        const uint expected = is_visible ? 4 : 2;
+        GeometryRayPacket packet;
+        packet.resize(1);
+        packet.set_ray(0, {0.01, 0.02, -5}, {0, 0, 1}, 0, DBL_MAX, 0, type);
+        for (const CtxMotionBlur* motion : {static_cast<const CtxMotionBlur*>(nullptr), &blur}) {
+          world.shader.motion_blur = motion;
+          const auto all = motion ? &GasObject::ray_hit_motion : &GasObject::ray_hit_static;
+          ((*spheres.scene).*all)(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+          EXPECT_EQ(packet.get_hits().get_hits().size(), expected) << row << " " << type;
+          const auto nearest = motion ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_nearest_static;
+          ((*spheres.scene).*nearest)(world.ctx, world.shader, packet.begin_nearest(world.shading));
+          EXPECT_EQ(packet.get_nearest_path(0)[0].object_index, is_visible ? 0u : 1u);
+        }
+        for (const GeometryFrustumMode mode : {GeometryFrustumMode::any, GeometryFrustumMode::all}) {
+          GeometryFrustumCtx frustum;
+          frustum.mode = static_cast<uint>(mode);
+          frustum.kind = type;
+          frustum.add_plane({{0, 0, -100}, {0, 0, 1}});
+          spheres.scene->frustum_hit(world.ctx, world.shader, frustum);
+          // A scene of which nothing is visible is wholly inside, as every empty one.
+          const bool lists = is_visible || (mode == GeometryFrustumMode::all && depth > 0);
+          EXPECT_EQ(frustum.get_objects().size(), lists ? 2u : 1u) << row << " " << type;
+        }
+      }
+    }
+    object.set_flag(ModuleSceneObject::has_mask, false);
+    object.set_visibility_mask(~0u);
+    world.shader.visibility_override = false;
+  }
+}
+
+}  // namespace

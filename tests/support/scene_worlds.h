@@ -1,0 +1,283 @@
+// tests/support/scene_worlds.h
+//
+// Scenes by seed: a few meshes shared by many objects, scenes as objects of scenes, matrices that turn, mirror and
+// shear, at rest or moving; and what such a scene is when every mesh is carried into the world: one flat mesh.
+#pragma once
+#include <atomic>
+#include <deque>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "gas/gas_geometry_bvh4.h"
+#include "gas/gas_module_clusters.h"
+#include "gas/gas_scene_tree.h"
+#include "support/mesh_oracle.h"
+#include "support/mesh_scenes.h"
+#include "support/query_world.h"
+#include "vq_ctx/ctx_motion_blur.h"
+#include "vq_geometry/geometry_intersection_path.h"
+#include "vq_module/module_combiner.h"
+#include "vq_module/module_geometry.h"
+
+using SceneMatrix = GMathMatrix4x4<double>;
+using ObjectPath = std::vector<uint>;
+
+/// A mesh and the structure over it.
+struct SceneShape {
+  SceneShape(const QueryWorld& world, PolyMeshData shape) : data(std::move(shape)) {
+    CoreString error;
+    mesh->create(PolyMeshData(data), error);
+    structure->create(world.ctx, mesh.get(), mesh.get(), nullptr);
+  }
+  PolyMeshData data;
+  std::shared_ptr<PolyMesh> mesh = std::make_shared<PolyMesh>();
+  std::shared_ptr<GasGeometryBvh4> structure = std::make_shared<GasGeometryBvh4>();
+};
+
+/// An object to be: a shape, or a scene of its children.
+struct SceneNode {
+  const SceneShape* shape = nullptr;
+  std::vector<ModuleMatrixKey> keys;  ///< a single one: stands still
+  std::vector<SceneNode> children;
+  std::shared_ptr<GeometryOverride> replaced;  ///< null: nothing
+  std::shared_ptr<ModuleSceneObject> object;   ///< made by build_scene()
+};
+
+inline SceneNode make_node(const SceneShape& shape, std::vector<ModuleMatrixKey> keys = {{}}) {
+  return {&shape, std::move(keys), {}, nullptr, nullptr};
+}
+
+inline SceneMatrix make_translation(const GMathVec3<double>& way) {
+  SceneMatrix matrix;
+  for (uint axis = 0; axis < 3; ++axis) matrix.m[axis][3] = way[axis];
+  return matrix;
+}
+
+/// What scenes asked of their objects' clusters, in all.
+struct ClusterCalls {
+  std::atomic<uint> lists{0}, boxes{0}, boxes_at{0};
+  uint count = 0;  ///< as asked for the first time
+  float ratio = 0;
+};
+inline ClusterCalls cluster_calls;
+
+/// What objects over structures are cut by, with a look at who asks.
+inline const ModuleClusterFunctions& get_counted_functions() {
+  static const auto get = [](ModuleSceneObject* object) -> const ModuleClusterFunctions& {
+    return gas_get_cluster_functions(object->get_structure());
+  };
+  using Handles = CoreBasicArray<void*>;
+  static const ModuleClusterFunctions functions{
+      [](ModuleSceneObject* object, GeometryOverride* replaced, CoreVector<void*>& clusters, const unsigned int& count,
+         const float& ratio) {
+        if (++cluster_calls.lists == 1) {
+          cluster_calls.count = count;
+          cluster_calls.ratio = ratio;
+        }
+        get(object).get_clusters(object, replaced, clusters, count, ratio);
+      },
+      [](ModuleSceneObject* object, GeometryOverride* replaced, const Handles& clusters, GMathBbox3<float>* boxes) {
+        ++cluster_calls.boxes;
+        get(object).get_clusters_bboxes(object, replaced, clusters, boxes);
+      },
+      [](ModuleSceneObject* object, GeometryOverride* replaced, const CtxEval& ctx, const double& time,
+         const Handles& clusters, GMathBbox3<float>* boxes) {
+        ++cluster_calls.boxes_at;
+        get(object).get_clusters_bboxes_at(object, replaced, ctx, time, clusters, boxes);
+      },
+      [](ModuleSceneObject* object, GeometryOverride* replaced, const Handles& clusters, float* weights) {
+        get(object).get_clusters_weights(object, replaced, clusters, weights);
+      }};
+  return functions;
+}
+
+inline void set_scene_matrix(const std::vector<ModuleMatrixKey>& keys, ModuleSceneObject& object) {
+  if (keys.size() == 1) return object.set_global_matrix(keys[0].matrix);
+  object.set_global_matrix_keys(keys, 0.0);
+}
+
+/// Makes the objects of the nodes, and the tree over them.
+inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::vector<SceneNode>& nodes,
+                                                 AppProgressBar* progress = nullptr) {
+  std::vector<ModuleSceneObject*> objects;
+  std::vector<GeometryOverride*> overrides;
+  for (SceneNode& node : nodes) {
+    if (node.shape != nullptr) {
+      const auto object = std::make_shared<ModuleGeometry>(CoreString("mesh"), node.shape->mesh, node.shape->structure,
+                                                           get_counted_functions());
+      for (uint group = 0; group < object->get_shading_group_count(); ++group)
+        object->set_shading_group(group, world.links[0]);
+      node.object = object;
+    } else {
+      const std::shared_ptr<GasSceneTree> inner = build_scene(world, node.children);
+      std::vector<std::shared_ptr<ModuleSceneObject>> children;
+      for (const SceneNode& child : node.children) children.push_back(child.object);
+      node.object = std::make_shared<ModuleCombiner>(CoreString("scene"), children, inner);
+    }
+    set_scene_matrix(node.keys, *node.object);
+    objects.push_back(node.object.get());
+    overrides.push_back(node.replaced.get());
+  }
+  const auto count = static_cast<uint>(objects.size());
+  auto tree = std::make_shared<GasSceneTree>();
+  tree->create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects.data(), count),
+               CoreBasicArray<GeometryOverride*>::make_view(overrides.data(), count), progress);
+  return tree;
+}
+
+/// What moves in a scene. A point that is carried by two matrices which both turn runs along a curve, and boxes blended
+/// in a straight line between samples do not hold it: so of all that carries a point but one only translates.
+enum class SceneMotion { none, rigid, deforming };
+
+class SceneMaker {
+ public:
+  SceneMaker(const QueryWorld& world, uint seed, SceneMotion motion) : random_(seed), motion_(motion) {
+    for (PolyMeshData data : {make_soup(40, seed), make_sphere(2), make_torus(9, 6), make_stars(25, seed + 1),
+                              make_terrain(5, seed + 2), make_soup(1, seed + 3, 1.0)})
+      shapes_.emplace_back(world, std::move(data));
+    if (motion != SceneMotion::deforming) return;
+    for (PolyMeshData data : {make_soup(40, seed + 4), make_sphere(1)}) {
+      add_motion(data, 2, 0.0, 1.0, seed);
+      moving_shapes_.emplace_back(world, std::move(data));
+    }
+  }
+
+  /// @param depth  how many scenes may lie within each other, this one not counted
+  std::vector<SceneNode> make(uint count, uint depth, bool still = false) {
+    std::vector<SceneNode> nodes;
+    for (uint k = 0; k < count; ++k) {
+      const uint kind = random_.get_index(6);
+      SceneNode node;
+      // What is within a scene that turns stands still, what is within one that translates does as it likes.
+      bool turns = false;
+      if (depth > 0 && (kind < 2 || (k == 0 && depth > 1))) {
+        turns = random_.get_index(2) == 0;
+        node.children = make(2 + random_.get_index(2), depth - 1, still || turns);
+      } else if (kind == 2 && !still && !moving_shapes_.empty()) {
+        node.shape = &moving_shapes_[random_.get_index(static_cast<uint>(moving_shapes_.size()))];
+      } else {
+        node.shape = &shapes_[random_.get_index(static_cast<uint>(shapes_.size()))];
+        turns = true;
+      }
+      node.keys = make_keys(turns, still);
+      if (random_.get_index(3) == 0) node.replaced = std::make_shared<GeometryOverride>();
+      nodes.push_back(std::move(node));
+    }
+    return nodes;
+  }
+
+  /// Turned, scaled by 0.5 to 1.5 along each axis, mirrored as often as not, sheared.
+  SceneMatrix make_matrix() {
+    SceneMatrix scale, shear, turn;
+    const GMathVec3<double> x = random_.get_vec().get_normalized(), y = x.cross(random_.get_vec()).get_normalized();
+    const GMathVec3<double> z = x.cross(y);
+    for (uint row = 0; row < 3; ++row) {
+      scale.m[row][row] = random_.get(0.5, 1.5) * (random_.get_index(2) == 0 ? -1 : 1);
+      for (uint column = row + 1; column < 3; ++column) shear.m[row][column] = random_.get(-0.5, 0.5);
+      turn.m[row][0] = x[row];
+      turn.m[row][1] = y[row];
+      turn.m[row][2] = z[row];
+    }
+    return make_translation(random_.get_vec(2.5)) * turn * shear * scale;
+  }
+
+ private:
+  std::vector<ModuleMatrixKey> make_keys(bool turns, bool still) {
+    const SceneMatrix matrix = make_matrix();
+    if (motion_ == SceneMotion::none || still || random_.get_index(4) == 0) return {{0.0, matrix}};
+    std::vector<ModuleMatrixKey> keys;
+    for (const double time : {-0.2, 0.1, 0.45, 1.1}) {
+      SceneMatrix bend;
+      for (uint k = 0; k < 9 && turns; ++k) bend.m[k / 3][k % 3] += random_.get(-0.2, 0.2);
+      keys.push_back({time, make_translation(random_.get_vec(0.5)) * matrix * bend});
+    }
+    return keys;
+  }
+
+  RandomValues random_;
+  SceneMotion motion_;
+  std::deque<SceneShape> shapes_, moving_shapes_;
+};
+
+struct FlatPolygon {
+  ObjectPath path;
+  std::vector<const SceneNode*> nodes;
+  uint primitive = 0;
+  std::vector<Long3> corners;  ///< in the world
+};
+
+/// A scene at one moment as one mesh, its vertices rounded to single precision, and a structure over that.
+class FlatScene {
+ public:
+  using Matrix = GMathMatrix4x4<long double>;
+
+  /// @param blur  whose samples the matrices are blended between; null: at rest
+  /// @param only  the one outermost object that is wanted
+  FlatScene(const QueryWorld& world, const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time,
+            uint only = core_invalid_index)
+      : blur_(blur), time_(time) {
+    FlatPolygon polygon;
+    for (uint index = 0; index < nodes.size(); ++index)
+      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), polygon);
+    for (uint k = 0; k < polygons.size(); ++k) {
+      places_[{polygons[k].path, polygons[k].primitive}] = k;
+      std::vector<GMathVec3<float>> corners;
+      for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
+      add_loose_polygon(data, corners);
+    }
+    CoreString error;
+    mesh.create(PolyMeshData(data), error);
+    structure.create(world.ctx, &mesh, &mesh, nullptr);
+  }
+  FlatScene(const FlatScene&) = delete;
+  FlatScene& operator=(const FlatScene&) = delete;
+
+  uint find(const ObjectPath& path, uint primitive) const {
+    const auto found = places_.find({path, primitive});
+    return found == places_.end() ? core_invalid_index : found->second;
+  }
+
+  /// An item's matrix by the rule of the description: evaluated at the samples, in between blended entry by entry.
+  static SceneMatrix get_matrix(const ModuleSceneItem& item, const CtxMotionBlur* blur, double time) {
+    if (blur == nullptr) return item.get_global_matrix();
+    const double begin = blur->get_frame_begin(), step = blur->get_sample_step();
+    const uint last = blur->get_sample_count() - 1;
+    if (last == 0) return item.get_global_matrix_at(begin);
+    const double place = std::clamp((time - begin) / step, 0.0, static_cast<double>(last));
+    const double first = std::min(std::floor(place), last - 1.0);
+    SceneMatrix a = item.get_global_matrix_at(begin + first * step);
+    const SceneMatrix b = item.get_global_matrix_at(begin + (first + 1) * step);
+    for (uint k = 0; k < 16; ++k) a.m[k / 4][k % 4] += (b.m[k / 4][k % 4] - a.m[k / 4][k % 4]) * (place - first);
+    return a;
+  }
+
+  std::vector<FlatPolygon> polygons;
+  PolyMeshData data;
+  PolyMesh mesh;
+  GasGeometryBvh4 structure;
+
+ private:
+  void add(const SceneNode& node, uint index, const Matrix& outer, FlatPolygon polygon) {
+    polygon.path.push_back(index);
+    polygon.nodes.push_back(&node);
+    const SceneMatrix matrix = get_matrix(*node.object, blur_, time_);
+    Matrix inner;
+    for (uint k = 0; k < 16; ++k) inner.m[k / 4][k % 4] = matrix.m[k / 4][k % 4];
+    inner = outer * inner;
+    for (uint k = 0; k < node.children.size(); ++k) add(node.children[k], k, inner, polygon);
+    if (node.shape == nullptr) return;
+    polygon.primitive = 0;
+    for (const auto& corners : blur_ ? get_all_corners(node.shape->data, time_) : get_all_corners(node.shape->data)) {
+      polygon.corners.clear();
+      for (const Long3& corner : corners) polygon.corners.push_back(inner.transform_point(corner));
+      polygons.push_back(polygon);
+      ++polygon.primitive;
+    }
+  }
+
+  const CtxMotionBlur* blur_;
+  double time_;
+  std::map<std::pair<ObjectPath, uint>, uint> places_;
+};
