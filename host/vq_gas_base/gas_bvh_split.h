@@ -53,7 +53,7 @@ struct GasBvhSplitCtx {
   float direction_hints[2][4] = {{0.0f, 0.0f, 1.0f, 0.0f}, {0.0f, 0.0f, 1.0f, 0.0f}};
   GMathBbox3<float> item_box;                  ///< of the whole range
   GasBvhMeasureSet measure_set = nullptr;      ///< oriented strategy only, as
-  GasBvhMeasureItems measure_items = nullptr;  ///< is this, and
+  GasBvhMeasureItems measure_items = nullptr;  ///< is this, which GasBvhSplitUnaligned does without, and
   void* measure_owner = nullptr;               ///< what both are called with
 
   /// The union of the set's item boxes; empty for an empty set. Exact minima and maxima, so that the result does not
@@ -84,8 +84,8 @@ class GasBvhSplitAligned {
 
 /// Weighs the aligned cut of a set against one in a space that its items' preferred spaces suggest, and asks for
 /// oriented boxes where those are the cheaper (Woop, Benthin, Wald, Johnson, Afra 2014, "Exploiting Local Orientation
-/// Similarity for Efficient Ray Traversal of Hair and Fur"). The result depends on the set alone, never on the number
-/// of threads.
+/// Similarity for Efficient Ray Traversal of Hair and Fur"). That cut is chosen by rods that stand for the items; only
+/// refit() measures them. The result depends on the set alone, never on the number of threads.
 class GasBvhSplitUnaligned {
  public:
   /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; leaves it
