@@ -88,12 +88,6 @@ class GeometryIntersectionMap {
     ++deeper.level_;
     return deeper;
   }
-  /// The view of the next deeper level on the same hits.
-  GeometryIntersectionMap get_nested() const {
-    GeometryIntersectionMap nested = *this;
-    ++nested.level_;
-    return nested;
-  }
   /// Remembers that the record of ray `ray` was found under `path`. Allocates only when the packet, or the path, is
   /// larger than any before.
   void note_path(const uint& ray, const GeometryIntersectionPath& path);

@@ -106,7 +106,7 @@ struct NestedQuery {
     if (outer.path != nullptr) path.copy_from(*outer.path);
     path.add({++query.level, nullptr, nullptr});
     query.path = &path;
-    if (outer.map != nullptr) map = outer.map->get_nested();
+    if (outer.map != nullptr) map = outer.map->get_deeper();
     query.map = outer.map != nullptr ? &map : nullptr;
   }
   std::vector<GeometryRayMatrix> matrices;
