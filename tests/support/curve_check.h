@@ -4,6 +4,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <set>
 
@@ -70,7 +71,9 @@ class CurveCheck {
             << describe(ray) << " segment " << segment;
   }
 
-  void ask(const GasObject& structure, GeometryRayPacket& packet, const std::vector<TestRay>& rays, bool nearest) {
+  /// @param adjust  changes the query before it starts
+  void ask(const GasObject& structure, GeometryRayPacket& packet, const std::vector<TestRay>& rays, bool nearest,
+           const std::function<void(GeometryRaytraceCtx&)>& adjust = {}) {
     packet.resize(static_cast<uint>(rays.size()));
     for (uint k = 0; k < rays.size(); ++k)
       packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear, rays[k].tfar, rays[k].time);
@@ -79,6 +82,7 @@ class CurveCheck {
     const auto at_rest = nearest ? &GasObject::ray_hit_nearest_static : &GasObject::ray_hit_static;
     const auto moving = nearest ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_motion;
     GeometryRaytraceCtx& query = nearest ? packet.begin_nearest(world_.shading) : packet.begin_all_hits(world_.shading);
+    if (adjust) adjust(query);
     (structure.*(motion_blur_ != nullptr ? moving : at_rest))(world_.ctx, world_.shader, query);
     EXPECT_EQ(query.filter_count, 0u);
   }
