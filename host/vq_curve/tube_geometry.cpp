@@ -20,17 +20,6 @@ auto with_shape(CurveShape shape, const Work& work) {
 
 uint get_last_point(CurveShape shape) { return shape == CurveShape::linear ? 1 : 3; }
 
-/// Single-precision values on or outside of the bounds; NaN stays.
-GMathBbox3<double> round_outwards(GMathBbox3<double> box) {
-  constexpr float most = std::numeric_limits<float>::infinity();
-  for (uint axis = 0; axis < 3; ++axis) {
-    const float low = static_cast<float>(box.min[axis]), high = static_cast<float>(box.max[axis]);
-    box.min[axis] = low > box.min[axis] ? std::nextafter(low, -most) : low;
-    box.max[axis] = high < box.max[axis] ? std::nextafter(high, most) : high;
-  }
-  return box;
-}
-
 }  // namespace
 
 template <TubePrimitive kind>
@@ -44,7 +33,7 @@ GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
       out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space));
   });
   const GMathVec3<double> none(nan_time, nan_time, nan_time);
-  return out.is_empty() ? GMathBbox3<double>(none, none) : round_outwards(out);
+  return out.is_empty() ? GMathBbox3<double>(none, none) : GMathBbox3<double>(gmath_round_outwards(out));
 }
 
 template <TubePrimitive kind>

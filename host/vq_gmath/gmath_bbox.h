@@ -50,13 +50,16 @@ struct GMathBbox3 {
 };
 static_assert(sizeof(GMathBbox3<float>) == 24 && sizeof(GMathBbox3<double>) == 48);
 
-/// The smallest single-precision box around `box`. NaN bounds stay; bounds beyond the float range become infinite.
+/// A single-precision box around `box`, each bound at most one step further out than it must be. NaN bounds stay;
+/// bounds beyond the float range become infinite. A bound is moved by a little more than rounding can move it back:
+/// that needs neither a comparison nor a step from float to float, which took a tenth of the build of a tree over
+/// fibres.
 inline GMathBbox3<float> gmath_round_outwards(const GMathBbox3<double>& box) {
-  constexpr float most = std::numeric_limits<float>::infinity();
-  GMathBbox3<float> out(box);
+  constexpr double step = 0x1.000002p-24, least = 0x1p-149;
+  GMathBbox3<float> out;
   for (uint axis = 0; axis < 3; ++axis) {
-    if (out.min[axis] > box.min[axis]) out.min[axis] = std::nextafter(out.min[axis], -most);
-    if (out.max[axis] < box.max[axis]) out.max[axis] = std::nextafter(out.max[axis], most);
+    out.min[axis] = static_cast<float>(box.min[axis] - (std::fabs(box.min[axis]) * step + least));
+    out.max[axis] = static_cast<float>(box.max[axis] + (std::fabs(box.max[axis]) * step + least));
   }
   return out;
 }

@@ -213,7 +213,7 @@ TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
     EXPECT_TRUE(gmath_is_valid_box(tubes.fibres.get_primitive_bbox(world.ctx, 0)));
     data.basis = CurveBasis::linear;
     EXPECT_EQ(Tubes(data).curves.get_point(10).radius, 0.0f);
-    EXPECT_EQ(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.x, 10.0);
+    EXPECT_FLOAT_EQ(static_cast<float>(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.x), 10.0f);
   }
 }
 
