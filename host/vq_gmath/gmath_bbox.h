@@ -50,16 +50,16 @@ struct GMathBbox3 {
 };
 static_assert(sizeof(GMathBbox3<float>) == 24 && sizeof(GMathBbox3<double>) == 48);
 
-/// A single-precision box around `box`, each bound at most one step further out than it must be. NaN bounds stay;
-/// bounds beyond the float range become infinite. A bound is moved by a little more than rounding can move it back:
-/// that needs neither a comparison nor a step from float to float, which took a tenth of the build of a tree over
-/// fibres.
+/// A single-precision box around `box`: bounds that are single-precision values stay, others move outwards by one step
+/// or two. NaN bounds stay; bounds beyond the float range become infinite. Arithmetic moves a bound by a little more
+/// than rounding can move it back: stepping from float to float took a tenth of the build of a tree over fibres.
 inline GMathBbox3<float> gmath_round_outwards(const GMathBbox3<double>& box) {
   constexpr double step = 0x1.000002p-24, least = 0x1p-149;
-  GMathBbox3<float> out;
+  GMathBbox3<float> out(box);
   for (uint axis = 0; axis < 3; ++axis) {
-    out.min[axis] = static_cast<float>(box.min[axis] - (std::fabs(box.min[axis]) * step + least));
-    out.max[axis] = static_cast<float>(box.max[axis] + (std::fabs(box.max[axis]) * step + least));
+    const double low = box.min[axis], high = box.max[axis];
+    if (out.min[axis] > low) out.min[axis] = static_cast<float>(low - (std::fabs(low) * step + least));
+    if (out.max[axis] < high) out.max[axis] = static_cast<float>(high + (std::fabs(high) * step + least));
   }
   return out;
 }
