@@ -17,6 +17,7 @@
 class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
  public:
   const CtxEval* ctx = nullptr;
+  const CtxMotionBlur* motion_blur = nullptr;
   ModuleSceneObject* object = nullptr;
   GeometryOverride* geometry_override = nullptr;
   CoreBasicArray<void*> clusters;
@@ -26,12 +27,13 @@ class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
   AppProgressBar* progress = nullptr;
   uint step = 0;
 
-  void run(const uint& thread_index) override {
-    const CtxEval object_ctx(ctx->get_or_create_thread_ctx(thread_index));
-    update(object_ctx);
-  }
+  void run(const uint& thread_index) override { update(ctx->get_or_create_thread_ctx(thread_index)); }
 
-  void update(const CtxEval& object_ctx) {
+  void update(const CtxEval& thread_ctx) {
+    // A thread's context was made when the thread first needed one, under another description or under none.
+    CtxEval object_ctx(thread_ctx);
+    object_ctx.set_motion_blur(motion_blur);
+    object_ctx.set_time(ctx->get_time());
     const ModuleClusterFunctions& functions = object->get_cluster_functions();
     if ((object->get_flags() & ModuleSceneObject::moving) != 0) {
       *matrix = object->get_global_matrix_at(time);
@@ -79,6 +81,7 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
   for (uint accepted = 0; accepted < object_count; ++accepted) {
     UpdateObjectMotionTask& task = tasks[accepted];
     task.ctx = &ctx;
+    task.motion_blur = &motion_blur;
     task.object = objects[object_indices[accepted]];
     task.geometry_override = get_override(object_indices[accepted]);
     task.clusters = get_object_clusters(accepted);

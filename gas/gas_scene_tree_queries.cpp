@@ -59,8 +59,8 @@ GeometryRaytraceCtx& GasSceneTree::begin_local_ctx(GasRayCtx& ray_ctx, GeometryR
   local.first_ray = parent.first_ray;
   local.last_ray = parent.last_ray;
   local.intervals = parent.intervals;
-  local.spans = parent.spans;
-  local.span_stamp = parent.span_stamp;
+  local.spans = nullptr;
+  local.span_stamp = 0;
   local.ray_flags = parent.ray_flags;
   local.tallies = parent.tallies;
   local.visits = parent.visits;
@@ -122,6 +122,8 @@ GeometryRaytraceCtx& GasSceneTree::get_local_motion_ctx(GasRayCtx& ray_ctx, Geom
                                                         const MotionData& data) const {
   const uint object = get_object_index(leaf), accepted = leaf_objects[leaf];
   GeometryRaytraceCtx& local = begin_local_ctx(ray_ctx, parent, type, leaf, object, objects[object]);
+  local.spans = parent.spans;
+  local.span_stamp = parent.span_stamp;
   for_each_ray(parent, [&](uint ray) {
     const GeometryRaySpan& span = parent.spans[ray];
     GeometryRayMatrix& record = ray_ctx.matrices[ray];

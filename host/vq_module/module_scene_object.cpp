@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "vq_core/core_class_info.h"
+#include "vq_ctx/ctx_motion_blur.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -28,6 +29,11 @@ class OverrideMaterialScope {
   CtxShader& shader_;
   const Material* former_;
 };
+
+/// A still query may be asked under motion blur too; it must not find one half of a scene at rest and one moving.
+bool has_spans(const CtxShader& shader, const GeometryRaytraceCtx& query) {
+  return shader.motion_blur != nullptr && query.span_stamp == shader.motion_blur->get_stamp();
+}
 
 void get_whole_clusters(ModuleSceneObject* object, GeometryOverride* /*geometry_override*/, CoreVector<void*>& clusters,
                         const unsigned int& /*count*/, const float& /*ratio*/) {
@@ -80,14 +86,14 @@ void ModuleSceneObject::ask(CtxShader& shader, Query& query, const Ask& ask) con
 
 void ModuleSceneObject::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
   ask(shader, query, [&](const GasObject& structure) {
-    if (shader.motion_blur != nullptr) return structure.ray_hit_motion(ctx, shader, query);
+    if (has_spans(shader, query)) return structure.ray_hit_motion(ctx, shader, query);
     structure.ray_hit_static(ctx, shader, query);
   });
 }
 
 void ModuleSceneObject::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
   ask(shader, query, [&](const GasObject& structure) {
-    if (shader.motion_blur != nullptr) return structure.ray_hit_nearest_motion(ctx, shader, query);
+    if (has_spans(shader, query)) return structure.ray_hit_nearest_motion(ctx, shader, query);
     structure.ray_hit_nearest_static(ctx, shader, query);
   });
 }

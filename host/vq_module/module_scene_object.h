@@ -86,7 +86,8 @@ class ModuleSceneObject : public ModuleSceneItem {
   /// The structure's box, in the object's space; empty without a structure.
   GMathBbox3<double> get_local_bbox() const;
 
-  // Queries in the object's space: they go to the structure, rays to its moving side under the shader's motion blur.
+  // Queries in the object's space: they go to the structure, rays to its moving side when the query has their spans
+  // under the shader's motion blur, as a query has that came through the moving side of a scene.
   // The query is given the object's shading table, and keeps it; an object without a table leaves the query's. While
   // the query runs, the material of the last override on its path is the shader's override material. Threads: as the
   // structure's.

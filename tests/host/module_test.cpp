@@ -140,6 +140,8 @@ TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_materia
   expect_calls(*object, "snf", table, &former);
   world.shader.motion_blur = &motion_blur;
   path.add({2, nullptr, &without});
+  expect_calls(*object, "snf", table, &former);  // a still query in spite of it
+  rays.span_stamp = motion_blur.get_stamp();
   expect_calls(*object, "mof", table, &former);
 }
 

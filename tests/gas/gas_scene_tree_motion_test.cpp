@@ -1,0 +1,301 @@
+// Scenes under motion blur: the same hits as the flattened scene at each moment, refits on demand, boxes and motion
+// vectors, many threads at once.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <thread>
+
+#include "support/scene_check.h"
+#include "support/test_scale.h"
+#include "vq_app_base/app_progress_bar.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+
+SceneMatrix make_scaled(double scale, const Vec& way = {}) {
+  SceneMatrix matrix = make_translation(way);
+  for (uint k = 0; k < 3; ++k) matrix.m[k][k] = scale;
+  return matrix;
+}
+
+/// Rays at the scene as it is halfway, each at one of the times.
+std::vector<TestRay> make_timed_rays(const QueryWorld& world, const std::vector<SceneNode>& nodes,
+                                     const CtxMotionBlur& blur, const std::vector<double>& times, uint seed) {
+  std::vector<TestRay> rays = make_rays(FlatScene(world, nodes, &blur, 0.5).data, scaled(3000, 800), seed);
+  for (uint k = 0; k < rays.size(); ++k) rays[k].time = times[k % times.size()];
+  return rays;
+}
+
+TEST(GasSceneTreeMotion, hits_what_the_flattened_scene_hits_at_the_same_moment) {
+  // Meshes move from 0 to 1. Beyond a shutter that is shorter they would leave the boxes of its last sample.
+  const CtxMotionBlur two(0.0, 1.0, 2), five(0.0, 1.0, 5), part(0.25, 0.75, 4), closed(0.4, 0.4, 1);
+  const std::vector<double> times = {0.0, 0.1, 0.25, 0.5, 0.61, 1.0, -3.0, 1.7};
+  for (uint seed = 1; seed <= scaled(3, 1); ++seed) {
+    QueryWorld world(8, seed);  // with one thread and with several
+    for (const SceneMotion motion : {SceneMotion::rigid, SceneMotion::deforming}) {
+      SceneMaker maker(world, seed, motion);
+      std::vector<SceneNode> nodes = maker.make(10, 2);
+      const auto scene = build_scene(world, nodes);
+      for (const CtxMotionBlur* blur : {&two, &five, &part, &closed, &two}) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed << " samples " << blur->get_sample_count());
+        const bool is_short = blur == &part || blur == &closed;
+        std::vector<double> fitting = is_short ? std::vector<double>{0.25, 0.5, 0.61, 0.75} : times;
+        if (is_short && motion == SceneMotion::rigid) fitting = times;
+        if (blur == &closed && motion == SceneMotion::deforming) fitting = {0.4};
+        SceneCheck(world, *scene, nodes, blur).check(make_timed_rays(world, nodes, *blur, fitting, seed));
+      }
+    }
+  }
+}
+
+/// Objects over one mesh that deforms. All turn, so that only at the samples the boxes must hold what they show.
+struct TurningScene {
+  explicit TurningScene(uint threads) : world(8, threads) {
+    PolyMeshData data = make_sphere(2);
+    add_motion(data, 3, 0.0, 0.5, 3);
+    shape.emplace(world, std::move(data));
+    SceneMaker maker(world, 2, SceneMotion::none);
+    for (uint k = 0; k < 6; ++k) {
+      const SceneMatrix a = maker.make_matrix();
+      nodes.push_back(make_node(*shape, {{0.0, a}, {1.0, a * make_scaled(2.0)}}));
+    }
+    scene = build_scene(world, nodes);
+  }
+
+  QueryWorld world;
+  std::optional<SceneShape> shape;
+  std::vector<SceneNode> nodes;
+  std::shared_ptr<GasSceneTree> scene;
+};
+
+TEST(GasSceneTreeMotion, at_the_samples_everything_may_move_at_once) {
+  TurningScene turning(2);
+  const CtxMotionBlur blur(0.0, 1.0, 5);
+  SceneCheck(turning.world, *turning.scene, turning.nodes, &blur)
+      .check(make_timed_rays(turning.world, turning.nodes, blur, {0.0, 0.25, 0.5, 0.75, 1.0}, 1));
+}
+
+TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
+  QueryWorld world;
+  const SceneShape sphere(world, make_sphere(1));
+  std::vector<SceneNode> nodes;
+  nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, make_translation({0, 0, 8})}}));
+  nodes.push_back(make_node(sphere, {{0.0, make_translation({5, 0, 0})}}));
+  const auto scene = build_scene(world, nodes);
+  const u64 at_rest = scene->get_memory_size();
+  uint refits = 0;
+  world.app.set_progress_bar_hook([&](AppProgressBar& bar) {
+    EXPECT_EQ(bar.get_title(), CoreString("Updating motion blur of scene GAS"));
+    ++refits;
+  });
+  GeometryRayPacket packet;
+  packet.resize(1);
+  const auto shoot = [&](const CtxMotionBlur& blur, double time) {
+    world.shader.motion_blur = &blur;
+    world.ctx.set_motion_blur(&blur);
+    packet.set_ray(0, {0.01, 0.02, -10}, {0, 0, 1}, 0, DBL_MAX, time);
+    scene->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    return packet.get_nearest(0).distance;
+  };
+  const double start = shoot(CtxMotionBlur(0.0, 0.0, 1), 0.0);
+  refits = 0;
+  CtxMotionBlur first(0.0, 1.0, 2);
+  auto second = std::make_unique<CtxMotionBlur>(0.0, 1.0, 9);
+  const auto expect_both = [&](double speed, uint expected) {
+    for (const double time : {0.0, 0.3, 1.0}) {
+      EXPECT_NEAR(shoot(first, time), start + speed * time, 1e-12);
+      EXPECT_NEAR(shoot(*second, time), start + speed * time, 1e-12);
+      scene->get_bbox_at(world.ctx, time);
+    }
+    EXPECT_EQ(refits, expected);
+  };
+  cluster_calls.boxes = cluster_calls.boxes_at = 0;
+  expect_both(8, 2);
+  EXPECT_EQ(cluster_calls.boxes, 11u);     // the object that stands still
+  EXPECT_EQ(cluster_calls.boxes_at, 11u);  // the one that moves
+  set_scene_matrix({{0.0, {}}, {1.0, make_translation({0, 0, 4})}}, *nodes[0].object);
+  expect_both(8, 2);  // nobody said so
+  scene->dirty_motion_blur();
+  expect_both(4, 4);
+  first.set_shutter(0.0, 0.5, 3);
+  EXPECT_NEAR(shoot(first, 0.9), start + 2, 1e-12);
+  first.set_shutter(0.0, 1.0, 3);
+  expect_both(4, 6);
+  // Slots come and go; those that stay keep what they have.
+  const u64 with_both = scene->get_memory_size();
+  std::vector<std::unique_ptr<CtxMotionBlur>> more;
+  for (uint k = 0; k < 5; ++k) more.push_back(std::make_unique<CtxMotionBlur>(0.0, 1.0, k + 2));
+  for (const auto& blur : more) EXPECT_NEAR(shoot(*blur, 0.25), start + 1, 1e-12);
+  EXPECT_GT(scene->get_memory_size(), with_both);
+  more.clear();
+  EXPECT_EQ(scene->get_memory_size(), with_both);
+  expect_both(4, 11);
+  second = std::make_unique<CtxMotionBlur>(0.0, 1.0, 3);
+  expect_both(4, 12);
+  const GasSceneTree copy(*scene);
+  EXPECT_GT(scene->get_memory_size(), at_rest + 2 * 2 * 3 * sizeof(SceneMatrix));
+  copy.ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+  EXPECT_NEAR(packet.get_nearest(0).distance, start + 4, 1e-12);
+  EXPECT_EQ(refits, 13u);
+}
+
+TEST(GasSceneTreeMotion, still_queries_see_everything_at_rest) {
+  TurningScene turning(1);
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  const std::vector<TestRay> rays = make_rays(turning.shape->data, 300, 5);
+  GeometryRayPacket packet, expected;
+  for (GeometryRayPacket* asked : {&packet, &expected}) {
+    asked->resize(300);
+    for (uint k = 0; k < 300; ++k) asked->set_ray(k, rays[k].origin, rays[k].direction, 0, DBL_MAX, 0.5);
+  }
+  QueryWorld& world = turning.world;
+  turning.scene->ray_hit_nearest_static(world.ctx, world.shader, expected.begin_nearest(world.shading));
+  world.shader.motion_blur = &blur;
+  world.ctx.set_motion_blur(&blur);
+  for (const bool asks_motion : {false, true}) {
+    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+    if (asks_motion) query.spans = nullptr;  // there is no place for the rays' times
+    const auto ask = asks_motion ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_nearest_static;
+    ((*turning.scene).*ask)(world.ctx, world.shader, query);
+    for (uint k = 0; k < 300; ++k)
+      EXPECT_EQ(packet.get_nearest(k).distance, expected.get_nearest(k).distance) << asks_motion;
+  }
+}
+
+TEST(GasSceneTreeMotion, boxes_are_those_of_the_clusters_at_the_samples_and_blended_between) {
+  TurningScene turning(5);
+  QueryWorld& world = turning.world;
+  EXPECT_EQ(turning.scene->get_bbox_at(world.ctx, 0.7), turning.scene->get_bbox());  // no description
+  CoreVector<void*> clusters;
+  turning.shape->structure->get_clusters(clusters, 1024, 0.3f);
+  std::vector<GMathBbox3<float>> boxes(clusters.get_count());
+  ASSERT_GT(boxes.size(), 1u);
+  const auto get_expected = [&](double time) {
+    turning.shape->structure->get_clusters_bboxes_at(world.ctx, time, clusters.as_array(), boxes.data());
+    GMathBbox3<float> box;
+    for (const SceneNode& node : turning.nodes) {
+      const SceneMatrix matrix = node.object->get_global_matrix_at(time);
+      for (uint corner = 0; corner < 8 * boxes.size(); ++corner)
+        box.add(GMathVec3<float>(matrix.transform_point(GMathVec3<double>(boxes[corner / 8].get_corner(corner % 8)))));
+    }
+    return GMathBbox3<double>(box);
+  };
+  // The mesh bends at 0.5, which two samples do not see. All but the first are told to threads that know another one.
+  const CtxMotionBlur two(0.0, 1.0, 2), closed(0.3, 0.3, 1);
+  for (uint round = 0; round < 10; ++round) {
+    const auto five = std::make_unique<CtxMotionBlur>(0.0, 1.0, 5);
+    for (const CtxMotionBlur* blur : {&two, static_cast<const CtxMotionBlur*>(five.get())}) {
+      world.ctx.set_motion_blur(blur);
+      const double step = blur->get_sample_step();
+      for (const double time : {0.0, step, 1.0, -1.0, 2.0})
+        ASSERT_EQ(turning.scene->get_bbox_at(world.ctx, time), get_expected(std::clamp(time, 0.0, 1.0))) << time;
+      const GMathBbox3<double> a = get_expected(0.0), b = get_expected(step),
+                               box = turning.scene->get_bbox_at(world.ctx, 0.4 * step);
+      for (uint axis = 0; axis < 3; ++axis) {
+        EXPECT_NEAR(box.min[axis], 0.6 * a.min[axis] + 0.4 * b.min[axis], 1e-6);
+        EXPECT_NEAR(box.max[axis], 0.6 * a.max[axis] + 0.4 * b.max[axis], 1e-6);
+      }
+    }
+    turning.scene->dirty_motion_blur();
+  }
+  world.ctx.set_motion_blur(&closed);
+  EXPECT_EQ(turning.scene->get_bbox_at(world.ctx, 0.8), get_expected(0.3));
+}
+
+TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
+  QueryWorld world;
+  const SceneShape sphere(world, make_sphere(3));
+  const auto keys = [](double way) {
+    return std::vector<ModuleMatrixKey>{{0.0, make_scaled(1)}, {0.5, make_scaled(2, {way, 0, 0})}, {1.0, {}}};
+  };
+  const CtxMotionBlur blur(0.0, 1.0, 3), closed(0.25, 0.25, 1);
+  for (uint row = 0; row < 8; ++row) {  // what moves: the object, the scenes around it
+    std::vector<SceneNode> nodes;
+    nodes.push_back(make_node(sphere, row & 1 ? keys(0.3) : keys(0.0)));
+    if ((row & 1) == 0) nodes[0].keys = {{0.0, make_scaled(1.5)}};
+    for (uint level = 1; level < 3; ++level) {
+      SceneNode outer;
+      outer.keys = {{0.0, make_scaled(1.5)}};
+      if (row >> level & 1) outer.keys = keys(0.1 * level);
+      outer.children = std::move(nodes);
+      nodes.clear();
+      nodes.push_back(std::move(outer));
+    }
+    const auto scene = build_scene(world, nodes);
+    for (const CtxMotionBlur* used : {&blur, &closed}) {
+      for (const double time : {0.0, 0.1, 0.5, 0.9, 1.0}) {
+        world.shader.motion_blur = used;
+        world.ctx.set_motion_blur(used);
+        GeometryRayPacket packet;
+        packet.resize(1);
+        packet.set_ray(0, {0.03, 0.02, -50}, {0, 0, 1}, 0, DBL_MAX, time);
+        GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+        query.settings.wants_motion_vectors = true;
+        scene->ray_hit_nearest_motion(world.ctx, world.shader, query);
+        const GeometryHitTransform* transform = packet.get_nearest_transform(0);
+        ASSERT_NE(transform, nullptr);
+        EXPECT_TRUE(transform->has_vectors);
+        const double end = used == &closed ? 0.25 : time < 0.5 ? 0.5 : 1.0;
+        SceneMatrix expected, expected_end;
+        for (const SceneNode* node = nodes.data(); node != nullptr;
+             node = node->children.empty() ? nullptr : node->children.data()) {
+          expected = expected * FlatScene::get_matrix(*node->object, used, time);
+          expected_end = expected_end * node->object->get_global_matrix_at(end);
+        }
+        for (uint k = 0; k < 16; ++k) {
+          EXPECT_NEAR(transform->matrix.m[k / 4][k % 4], expected.m[k / 4][k % 4], 1e-12) << row << " " << time;
+          EXPECT_NEAR(transform->matrix2.m[k / 4][k % 4], expected_end.m[k / 4][k % 4], 1e-12) << row << " " << time;
+        }
+      }
+    }
+  }
+}
+
+TEST(GasSceneTreeMotion, many_threads_start_on_one_stale_slot) {
+  for (const uint pool : {1u, 3u}) {
+    QueryWorld world(8, pool);
+    PolyMeshData data = make_sphere(1);
+    add_motion(data, 2, 0.0, 1.0, 1, true);
+    const SceneShape shape(world, std::move(data));
+    std::vector<SceneNode> nodes(2);
+    for (uint k = 0; k < 2; ++k) {
+      nodes[k].keys = {{0.0, make_translation({10.0 * k, 0, 0})}, {1.0, make_translation({10.0 * k, 0, 5})}};
+      for (uint child = 0; child < 3; ++child)
+        nodes[k].children.push_back(make_node(shape, {{0.0, make_translation({3.0 * child, 0, 0})}}));
+    }
+    const auto scene = build_scene(world, nodes);
+    const CtxMotionBlur blur(0.0, 1.0, 3);
+    for (uint round = 0; round < scaled(60, 30); ++round) {
+      cluster_calls.boxes_at = 0;
+      std::atomic<uint> ready{0};
+      std::vector<std::thread> threads;
+      for (uint thread = 0; thread < 8; ++thread) {
+        threads.emplace_back([&, thread] {
+          CtxEval ctx(world.ctx);
+          CtxShader shader;
+          shader.motion_blur = &blur;
+          ctx.set_motion_blur(&blur);
+          GeometryRayPacket packet;
+          packet.resize(5);
+          const double x = 10.0 * (thread & 1) + 3.0 * (thread % 3);
+          for (uint k = 0; k < 5; ++k) packet.set_ray(k, {x, 0, -50}, {0, 0, 1}, 0, DBL_MAX, 0.25 * k);
+          ++ready;
+          while (ready < 8) std::this_thread::yield();
+          scene->ray_hit_motion(ctx, shader, packet.begin_all_hits(world.shading));
+          EXPECT_GE(packet.get_hits().get_hits().size(), 8u);
+          scene->get_bbox_at(ctx, 0.5);
+          scene->get_memory_size();
+        });
+      }
+      for (std::thread& thread : threads) thread.join();
+      // The outer scene's objects are asked once a sample; their scenes refit in turn, each once.
+      ASSERT_EQ(cluster_calls.boxes_at, 2 * 3 * 3u);
+      scene->dirty_motion_blur();
+      for (SceneNode& node : nodes) const_cast<GasObject*>(node.object->get_structure())->dirty_motion_blur();
+      shape.structure->dirty_motion_blur();
+    }
+  }
+}
+
+}  // namespace
