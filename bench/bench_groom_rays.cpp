@@ -29,13 +29,12 @@ double find_least(const Function& function) {
   return 0.5 * (low + high);
 }
 
-/// The ball of the hit segment whose surface the hit lies on, or nearly so.
-CurvePoint<double> find_ball(const BenchGroom& groom, uint segment, const Vec& hit, double time) {
-  return groom.get_ball(segment, find_least([&](double u) {
-                          const CurvePoint<double> ball = groom.get_ball(segment, u, time);
-                          return (hit - ball.position).get_length() - ball.radius;
-                        }),
-                        time);
+/// Which ball of the hit segment has the hit on its surface, or nearly so.
+double find_ball(const BenchGroom& groom, uint segment, const Vec& hit, double time) {
+  return find_least([&](double u) {
+    const CurvePoint<double> ball = groom.get_ball(segment, u, time);
+    return (hit - ball.position).get_length() - ball.radius;
+  });
 }
 
 double get_time(const BenchRaySet& set, std::size_t ray) { return set.times.empty() ? 0.0 : double(set.times[ray]); }
@@ -60,7 +59,9 @@ BenchRaySet bench_make_hair_bounce_rays(const BenchGroom& groom, const BenchRayS
                                         const std::vector<BenchHit>& hits, u64 seed) {
   const auto get_normal = [&](std::size_t ray) {
     const Vec hit = get_hit_point(rays, hits, ray);
-    return (hit - find_ball(groom, hits[ray].primitive, hit, get_time(rays, ray)).position).get_normalized();
+    const uint segment = hits[ray].primitive;
+    const double time = get_time(rays, ray);
+    return (hit - groom.get_ball(segment, find_ball(groom, segment, hit, time), time).position).get_normalized();
   };
   const double offset = 0.1 * groom.root_radius;
   BenchRaySet set = bench_make_bounce_rays(rays, hits, get_normal, offset, seed);
@@ -76,11 +77,15 @@ BenchRaySet bench_make_light_rays(const BenchGroom& groom, const BenchRaySet& ra
   set.any_hit = true;
   for (std::size_t k = 0; k < rays.rays.size(); ++k) {
     if (!hits[k].is_hit()) continue;
-    const CurvePoint<double> ball =
-        find_ball(groom, hits[k].primitive, get_hit_point(rays, hits, k), get_time(rays, k));
-    const Vec to_light = light - ball.position;
-    const Vec origin = ball.position + to_light.get_normalized() * (1.5 * ball.radius);
-    set.rays.push_back(bench_make_ray(origin, to_light));
+    const uint segment = hits[k].primitive;
+    const double time = get_time(rays, k), u = find_ball(groom, segment, get_hit_point(rays, hits, k), time);
+    const CurvePoint<double> ball = groom.get_ball(segment, u, time);
+    const Vec chord = groom.get_ball(segment, std::min(1.0, u + 1e-3), time).position -
+                      groom.get_ball(segment, std::max(0.0, u - 1e-3), time).position;
+    const Vec tangent = chord.get_normalized(), to_light = light - ball.position;
+    const Vec aside = (to_light - tangent * tangent.dot(to_light)).get_normalized();
+    const Vec origin = ball.position + aside * (1.5 * ball.radius);
+    set.rays.push_back(bench_make_ray(origin, light - origin));
     set.rays.back().tfar = static_cast<float>((light - origin).get_length());
     if (!rays.times.empty()) set.times.push_back(rays.times[k]);
   }
@@ -93,9 +98,11 @@ BenchVerdict bench_judge(const BenchGroom& groom, const BenchRay& ray, double ti
   const uint segment = (first_is_nearer ? first : other).primitive;
   const BenchApproach approach = bench_approach(groom, segment, ray, time);
   if (std::fabs(approach.ratio - 1.0) <= bench_silhouette_band) return BenchVerdict::silhouette;
-  const uint place = segment % BenchGroom::strand_segments;
-  if ((place == 0 && approach.u < 1e-2) || (place == BenchGroom::strand_segments - 1 && approach.u > 1.0 - 1e-2))
-    return BenchVerdict::end;
+  const uint root = segment - segment % BenchGroom::strand_segments, tip = root + BenchGroom::strand_segments - 1;
+  const Vec hit = Vec(ray.origin) + Vec(ray.direction) * double((first_is_nearer ? first : other).distance);
+  for (const CurvePoint<double>& end : {groom.get_ball(root, 0.0, time), groom.get_ball(tip, 1.0, time)}) {
+    if ((hit - end.position).get_length() <= 1.5 * end.radius) return BenchVerdict::end;
+  }
   if (approach.ratio > 1.0) return BenchVerdict::false_hit;
   return first_is_nearer ? BenchVerdict::missed_by_other : BenchVerdict::missed_by_first;
 }

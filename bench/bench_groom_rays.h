@@ -16,13 +16,14 @@ BenchApproach bench_approach(const BenchGroom& groom, uint segment, const BenchR
 /// again do not count.
 BenchRaySet bench_make_hair_bounce_rays(const BenchGroom& groom, const BenchRaySet& rays,
                                         const std::vector<BenchHit>& hits, u64 seed);
-/// From the fibre at each hit of `rays`, one and a half radii off its axis, to a light above the groom; any hit.
+/// From the side of the fibre at each hit of `rays`, one and a half radii off its axis, to a light above the groom; any
+/// hit.
 BenchRaySet bench_make_light_rays(const BenchGroom& groom, const BenchRaySet& rays, const std::vector<BenchHit>& hits);
 
 /// What a disagreement about a ray's nearest hit comes down to: a look at the nearer of the two hits (or the only one).
 enum class BenchVerdict {
   silhouette,       ///< the line touches that fibre so lightly that rounding decides: ratio within 1 -+ `band`
-  end,              ///< at the end of a strand, where one library has round ends and the other has not
+  end,              ///< about the end of a strand, where one library has round ends and the other has not
   missed_by_first,  ///< the second library found a fibre that the line goes through
   missed_by_other,  ///< the first library did
   false_hit         ///< either found a fibre that the line passes by
