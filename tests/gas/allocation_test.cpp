@@ -8,6 +8,8 @@
 
 #include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
+#include "gas/gas_module_clusters.h"
+#include "gas/gas_scene_tree.h"
 #include "support/curve_scenes.h"
 #include "support/fake_geometry.h"
 #include "support/query_world.h"
@@ -15,6 +17,8 @@
 #include "vq_curve/tube_mesh_fast.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_packet.h"
+#include "vq_module/module_combiner.h"
+#include "vq_module/module_geometry.h"
 
 extern "C" {
 void* __libc_malloc(std::size_t);
@@ -111,4 +115,34 @@ TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
   ASSERT_TRUE(fur.create(world.ctx, &fibres, &fibres, nullptr));
   ASSERT_GT(fur.get_tree().oriented_count, 0u);
   expect_none_repeated(world, fur);
+}
+
+TEST(Allocation, scenes_take_none_at_any_depth) {
+  QueryWorld world;
+  const auto geometry = std::make_shared<FakeGeometry>();
+  geometry->add_row(500);
+  geometry->moves = true;
+  geometry->velocity = {0, 1, 0};
+  const auto structure = std::make_shared<GasGeometryBvh4>();
+  ASSERT_TRUE(structure->create(world.ctx, geometry.get(), geometry.get(), nullptr));
+  const auto row = std::make_shared<ModuleGeometry>(CoreString("row"), geometry, structure,
+                                                    gas_get_cluster_functions(structure.get()));
+  row->set_shading_group(0, world.links[0]);
+  // Six deep: more than fits a path before it grows.
+  std::shared_ptr<ModuleSceneObject> object = row;
+  std::shared_ptr<GasSceneTree> scene;
+  GMathMatrix4x4<double> aside;
+  aside.m[0][3] = 4000;
+  for (uint depth = 0; depth < 6; ++depth) {
+    scene = std::make_shared<GasSceneTree>();
+    object->set_global_matrix_keys({{0, {}}, {1, {}}}, 0.0);
+    ModuleSceneObject* objects[] = {object.get(), depth == 3 ? row.get() : nullptr};
+    scene->create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects, 2), nullptr);
+    object = std::make_shared<ModuleCombiner>(CoreString("scene"), std::vector{object}, scene);
+  }
+  object->set_global_matrix(aside);
+  ModuleSceneObject* objects[] = {object.get(), row.get()};
+  GasSceneTree outer;
+  outer.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects, 2), nullptr);
+  expect_none_repeated(world, outer);
 }
