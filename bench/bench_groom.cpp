@@ -66,7 +66,7 @@ struct Strand {
     const double s = double(key) / (key_count - 1), turn = phase + tau * style.curl_turns * s;
     const double curl = style.curl_width * length * std::sqrt(s);
     const Vec droop(0.0, -0.3 * length * s * s, 0.0);
-    const double sway = 0.5 * length * s * s;
+    const double sway = 0.1 * length * s * s;
     const Vec swing = Vec(std::sin(3.0 * time), 0.3 * time, 1.0 - std::cos(3.0 * time)) * sway;
     return root.position + root.along * (length * s) + droop + swing +
            (root.side * std::cos(turn) + root.across * std::sin(turn)) * curl;

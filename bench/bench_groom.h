@@ -39,7 +39,7 @@ enum class BenchHairStyle {
 };
 
 /// About `segment_count` segments, the same on every machine with the same mathematical functions.
-/// @param sample_count  0: no motion. Else the strands sway along an arc, by about half their length in all.
+/// @param sample_count  0: no motion. Else the strands sway along an arc; tips end a fifth of their length away.
 BenchGroom bench_make_groom(BenchHairStyle style, CurveShape shape, uint segment_count, uint sample_count);
 /// "fur-200k", "straight-5m", "curly-1000": style and number of segments. False for any other name.
 bool bench_read_groom_name(const std::string& name, BenchHairStyle& style, uint& segment_count);
