@@ -1,8 +1,8 @@
 #!/bin/sh
 # The main job in one command: installs what is missing, builds Release, then reports on a scene and renders it.
 #
-#   scripts/demo.sh [OPTION...]             the built-in scenes, one of them deforming while the shutter is open
-#   scripts/demo.sh FILE... [OPTION...]     the mesh files given, as one scene
+#   scripts/demo.sh [OPTION...]             the built-in scenes, two of them moving while the shutter is open
+#   scripts/demo.sh FILE... [OPTION...]     the mesh and hair files given, as one scene
 #
 # Options go to `vqgas render` as they stand, for example: scripts/demo.sh bunny.ply --view side --size 1920x1080
 # Leaves PNG and EXR pictures and JSON reports in out/ and prints their names.
@@ -32,9 +32,13 @@ render() {
 
 case "${1:-}" in
   "" | -*)
-    "$vqgas" info demo:gallery demo:wave --json "$out/info.json"
+    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind --json "$out/info.json"
     render gallery demo:gallery --floor "$@"
     render wave demo:wave --shutter 0,0.5 "$@"
+    render fur demo:fur --floor "$@"
+    "$vqgas" render demo:fur "$@" --layers heat --aligned-only -o "$out/fur.heat.aligned-only.png"
+    render strands demo:strands --floor "$@"
+    render wind demo:wind --floor --shutter 0.35,0.42 "$@"
     ;;
   *)
     files=0

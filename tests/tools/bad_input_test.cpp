@@ -105,6 +105,9 @@ TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
     expect_one_line(run_vqgas(folder.get_path(), {"trace", name, "--ray", "0,0,1,0,0,-1"}), name);
     EXPECT_FALSE(std::filesystem::exists(folder.get_path() / "out.png")) << name;
   }
+  // Of several files, the one that is broken.
+  expect_one_line(run_vqgas(folder.get_path(), {"render", "demo:knot", "not_finite.hair", "-o", "out.png"}),
+                  "not_finite.hair");
 }
 
 TEST(VqgasBadInput, counts_beyond_all_memory_are_not_believed) {

@@ -126,6 +126,7 @@ void add_groom(CLI::App& app, GroomOptions& options) {
   add_number("--gravity", settings.gravity, "How far strands hang down, towards -y", -100.0, 100.0);
   add_number("--clump", settings.clump, "How far tufts draw together: 0 not at all, 1 in a point", 0.0, 1.0);
   add_number("--seed", settings.seed, "Another number, other fur", 0, 4294967295.0);
+  command->add_flag("--flip", settings.is_flipped, "Grow against the normals: for meshes that are wound inside out");
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(
       "Roots are spread evenly over the area. The same call writes the same bytes for any number of threads.\n"

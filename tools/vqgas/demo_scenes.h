@@ -21,7 +21,7 @@ MeshSource make_demo_gallery();
 MeshSource make_demo_wave();
 /// A cube of jelly that twists, sways and springs. Moves over the times 0 to 1.
 MeshSource make_demo_jelly();
-/// A stone ball with a thick patched fur of 400 000 segments.
+/// A creature with a thick patched fur.
 SceneSource make_demo_fur();
 /// Young fern, unrolling: a few large, curled, tapered tubes.
 SceneSource make_demo_strands();

@@ -69,7 +69,8 @@ class Groom {
   void grow_strand(u64 strand, CurvePoint<float>* points) const {
     const uint own = hash_bits(static_cast<uint>(strand) ^ hash_bits(static_cast<uint>(strand >> 32) ^ seed_));
     const double share = (static_cast<double>(strand) + random_unit(own, 0)) / static_cast<double>(settings_.strands);
-    const GroomSurface::Root root = surface_.get_root(share, random_unit(own, 1), random_unit(own, 2));
+    GroomSurface::Root root = surface_.get_root(share, random_unit(own, 1), random_unit(own, 2));
+    if (settings_.is_flipped) root.normal = -root.normal;
     const Vector place = root.position - surface_.get_bbox().min;
     const Vector own_way(random_unit(own, 3) - 0.5, random_unit(own, 4) - 0.5, random_unit(own, 5) - 0.5);
     const Vector bend = (get_noise(place * noise_scale_, seed_) * 2.5 + own_way) * settings_.lean +

@@ -49,6 +49,7 @@ struct GroomSettings {
   double clump = 0.3;    ///< the tips of a tuft draw together: 1 lets them meet
   double curl = 0.2;     ///< they wind around their way
   uint seed = 1;
+  bool is_flipped = false;  ///< against the normals: for meshes wound inside out
 };
 
 /// The fur as straight pieces, in one shading group, named by nobody yet. Roots follow the order of the polygons.

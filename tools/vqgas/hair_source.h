@@ -1,5 +1,6 @@
 // tools/vqgas/hair_source.h
 #pragma once
+#include <string>
 #include <vector>
 
 #include "tools/vqgas/color.h"
@@ -10,6 +11,7 @@
 struct HairSource {
   CurveData data;
   std::vector<Color> group_colors;
+  std::string name;  ///< of the file: stands in errors
 };
 
 /// Turns fibres of straight pieces into Catmull-Rom curves through all their points. Each gets one more point before

@@ -61,7 +61,7 @@ PartReport examine(const std::string& file, SceneSource&& source, const InfoOpti
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   display.set_unit("primitives");
   HeldMessages messages;
-  const QueryScene scene(application, file, std::move(source), options.hair);
+  const QueryScene scene(application, std::move(source), options.hair);
   if (!options.quiet) messages.release();
   const ScenePart& part = *scene.get_parts().front();
   const GasClusterable& structure = part.get_structure();

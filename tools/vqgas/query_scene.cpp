@@ -7,8 +7,7 @@
 
 #include "vq_app_base/app_base.h"
 
-QueryScene::QueryScene(AppBase& application, const std::string& name, SceneSource&& source,
-                       const HairSettings& settings)
+QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings)
     : application_(application), factory_(application), ctx_(factory_) {
   const auto begin = std::chrono::steady_clock::now();
   const auto build = [&](const std::vector<Color>& group_colors, const auto& make_part) {
@@ -18,11 +17,11 @@ QueryScene::QueryScene(AppBase& application, const std::string& name, SceneSourc
   };
   if (source.mesh) {
     build(source.mesh->group_colors,
-          [&](AppProgressBar* progress) { return make_mesh_part(ctx_, name, std::move(*source.mesh), progress); });
+          [&](AppProgressBar* progress) { return make_mesh_part(ctx_, std::move(*source.mesh), progress); });
   }
   for (HairSource& hair : source.hairs) {
     build(hair.group_colors,
-          [&](AppProgressBar* progress) { return make_hair_part(ctx_, name, std::move(hair), settings, progress); });
+          [&](AppProgressBar* progress) { return make_hair_part(ctx_, std::move(hair), settings, progress); });
   }
   build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 

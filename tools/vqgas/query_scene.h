@@ -5,7 +5,6 @@
 #pragma once
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "tools/vqgas/scene_part.h"
@@ -22,9 +21,9 @@ class AppBase;
 
 class QueryScene {
  public:
-  /// Builds the structures on all threads of the application, which must outlive the scene. `name` stands in errors.
-  /// Throws InputError when a part is not sound or holds nothing that can be hit.
-  QueryScene(AppBase& application, const std::string& name, SceneSource&& source, const HairSettings& settings);
+  /// Builds the structures on all threads of the application, which must outlive the scene. Throws InputError
+  /// when a part is not sound or holds nothing that can be hit.
+  QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings);
   QueryScene(const QueryScene&) = delete;
   QueryScene& operator=(const QueryScene&) = delete;
 

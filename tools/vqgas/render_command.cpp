@@ -104,7 +104,7 @@ void run_render(const RenderOptions& options) {
   HairSettings hair = options.hair;
   hair.is_asked_all_hits =
       std::find(options.layers.begin(), options.layers.end(), Layer::count) != options.layers.end();
-  QueryScene scene(application, options.files.front(), std::move(source), hair);
+  QueryScene scene(application, std::move(source), hair);
   if (!options.quiet) messages.release();
   if (options.shutter) scene.set_shutter(options.shutter->open, options.shutter->close);
 

@@ -41,10 +41,12 @@ SceneSource load_scene(const std::vector<std::string>& names) {
     SceneSource file = load_file(name);
     bool is_sound = true;
     if (file.mesh) {
+      file.mesh->name = name;
       is_sound = fits(file.mesh->data, file.mesh->data.motion_positions.size());
       meshes.push_back(std::move(*file.mesh));
     }
     for (HairSource& hair : file.hairs) {
+      hair.name = name;
       is_sound = is_sound && fits(hair.data, hair.data.motion_points.size());
       scene.hairs.push_back(std::move(hair));
     }
@@ -53,7 +55,9 @@ SceneSource load_scene(const std::vector<std::string>& names) {
   if (meshes.size() == 1) scene.mesh = std::move(meshes.front());
   if (meshes.size() < 2) return scene;
   MeshBuilder builder;
+  const std::string first_name = meshes.front().name;
   for (MeshSource& mesh : meshes) builder.append(std::exchange(mesh, {}));
   scene.mesh = builder.finish();
+  scene.mesh->name = first_name;
   return scene;
 }

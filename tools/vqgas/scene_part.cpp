@@ -9,12 +9,12 @@ namespace {
 
 class MeshPart final : public ScenePart {
  public:
-  MeshPart(const CtxEval& ctx, const std::string& name, MeshSource&& source, AppProgressBar* progress) {
+  MeshPart(const CtxEval& ctx, MeshSource&& source, AppProgressBar* progress) {
     CoreString fault;
-    if (!mesh_.create(std::move(source.data), fault)) throw InputError(name, fault.get_data());
+    if (!mesh_.create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
     motion_sampling_ = mesh_.get_motion_sampling();
     if (!structure_.create(ctx, &mesh_, &mesh_, progress) || structure_.get_tree().is_empty())
-      throw InputError(name, "holds no polygon with finite corners");
+      throw InputError(source.name, "holds no polygon with finite corners");
   }
   const GeometryObject& get_geometry() const override { return mesh_; }
   const GasClusterable& get_structure() const override { return structure_; }
@@ -28,17 +28,16 @@ class MeshPart final : public ScenePart {
 
 class HairPart final : public ScenePart {
  public:
-  HairPart(const CtxEval& ctx, const std::string& name, HairSource&& source, const HairSettings& settings,
-           AppProgressBar* progress) {
+  HairPart(const CtxEval& ctx, HairSource&& source, const HairSettings& settings, AppProgressBar* progress) {
     CurveData& data = source.data;
     if (data.basis == CurveBasis::linear && !settings.is_linear) make_smooth(data);
     const uint samples = static_cast<uint>(data.motion_points.size());
     if (samples > 0) motion_sampling_ = {data.motion_begin, data.motion_step, samples};
     CoreString fault;
-    if (!hair_.create(std::move(data), fault)) throw InputError(name, fault.get_data());
+    if (!hair_.create(std::move(data), fault)) throw InputError(source.name, fault.get_data());
     structure_.set_oriented_nodes(!settings.is_aligned_only);
     if (!structure_.create(ctx, &hair_, &hair_, progress) || structure_.get_tree().is_empty())
-      throw InputError(name, "holds no segment with finite points");
+      throw InputError(source.name, "holds no segment with finite points");
     if (!settings.is_asked_all_hits || structure_.get_tree().oriented_count == 0) return;
     all_hits_structure_.emplace().set_oriented_nodes(false);
     all_hits_structure_->create(ctx, &hair_, &hair_, progress);
@@ -60,12 +59,11 @@ class HairPart final : public ScenePart {
 
 }  // namespace
 
-std::unique_ptr<ScenePart> make_mesh_part(const CtxEval& ctx, const std::string& name, MeshSource&& source,
-                                          AppProgressBar* progress) {
-  return std::make_unique<MeshPart>(ctx, name, std::move(source), progress);
+std::unique_ptr<ScenePart> make_mesh_part(const CtxEval& ctx, MeshSource&& source, AppProgressBar* progress) {
+  return std::make_unique<MeshPart>(ctx, std::move(source), progress);
 }
 
-std::unique_ptr<ScenePart> make_hair_part(const CtxEval& ctx, const std::string& name, HairSource&& source,
-                                          const HairSettings& settings, AppProgressBar* progress) {
-  return std::make_unique<HairPart>(ctx, name, std::move(source), settings, progress);
+std::unique_ptr<ScenePart> make_hair_part(const CtxEval& ctx, HairSource&& source, const HairSettings& settings,
+                                          AppProgressBar* progress) {
+  return std::make_unique<HairPart>(ctx, std::move(source), settings, progress);
 }

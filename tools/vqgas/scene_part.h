@@ -7,7 +7,6 @@
 #pragma once
 #include <memory>
 #include <optional>
-#include <string>
 
 #include "gas/bvh/gas_bvh.h"
 #include "gas/gas_clusterable.h"
@@ -50,8 +49,7 @@ class ScenePart {
 };
 
 // Both make the structure on all threads of the bar's application and keep references into themselves. They throw
-// InputError, with `name`, when the source is not sound or nothing of it can be hit.
-std::unique_ptr<ScenePart> make_mesh_part(const CtxEval& ctx, const std::string& name, MeshSource&& source,
+// InputError when the source is not sound or nothing of it can be hit.
+std::unique_ptr<ScenePart> make_mesh_part(const CtxEval& ctx, MeshSource&& source, AppProgressBar* progress);
+std::unique_ptr<ScenePart> make_hair_part(const CtxEval& ctx, HairSource&& source, const HairSettings& settings,
                                           AppProgressBar* progress);
-std::unique_ptr<ScenePart> make_hair_part(const CtxEval& ctx, const std::string& name, HairSource&& source,
-                                          const HairSettings& settings, AppProgressBar* progress);

@@ -151,7 +151,7 @@ void run_trace(const TraceOptions& options) {
   HeldMessages messages;
   HairSettings hair = options.hair;
   hair.is_asked_all_hits = options.all;
-  QueryScene scene(application, options.file, load_scene({options.file}), hair);
+  QueryScene scene(application, load_scene({options.file}), hair);
   if (!options.quiet) messages.release();
   const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   const GMathTimeSampling& sampling = scene.get_motion_sampling();
