@@ -152,8 +152,9 @@ TEST(GasFurMotion, oriented_nodes_are_refitted_alike_on_one_thread_and_on_many) 
   for (const uint count : {1u, 1023u, 1024u, 1500u}) {
     const GasBvh<4> tree = make_oriented_tree(count);
     GasBvhMotion<4> serial;
-    Measured measured;
+    Measured measured, other;
     measured.boxes = make_box_scene(BoxKind::uniform, tree.item_count, 1).boxes;
+    other.boxes = make_box_scene(BoxKind::uniform, tree.item_count, 2).boxes;
     ASSERT_TRUE(serial.set_samples(tree, 2));
     ASSERT_TRUE(serial.update_sample_unaligned(1, measured.boxes, {measure, &measured}, nullptr));
     EXPECT_EQ(measured.threads, std::set<std::thread::id>{std::this_thread::get_id()});
@@ -162,6 +163,7 @@ TEST(GasFurMotion, oriented_nodes_are_refitted_alike_on_one_thread_and_on_many) 
       AppProgressBar* progress = app.create_progress_bar("refit");
       GasBvhMotion<4> parallel;
       ASSERT_TRUE(parallel.set_samples(tree, 2));
+      ASSERT_TRUE(parallel.update_sample_unaligned(1, other.boxes, {measure, &other}, nullptr));  // to be overwritten
       measured.wait = count >= 1024 && threads > 1;
       measured.end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
       measured.threads.clear();
