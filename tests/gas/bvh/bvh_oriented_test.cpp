@@ -161,6 +161,17 @@ TEST(BvhOriented, queries_for_all_hits_end_wherever_oriented_references_lead) {
   }
 }
 
+// Along such references a path may be longer than any that leads down, and leave more waiting than there is room for.
+TEST(BvhOriented, queries_for_all_hits_keep_to_their_stack) {
+  GasBvh<4> chain = make_chain(300);
+  for (u32 node = 0; node + 1 < 300; ++node) chain.aligned[node].child[3].word |= BvhChildRef::oriented_bit;
+  chain.max_depth = chain.oriented_count = 1;
+  BoxQuery query({{{-1, -1, -1}, {1, 1, 1}}});
+  query.run<BvhHits::all>(chain);
+  EXPECT_GE(query.visits.size(), 4u);
+  chain.oriented_count = 0;
+}
+
 // The first node that a query for all hits sees under an oriented root is the aligned one of the same number.
 TEST(BvhOriented, queries_for_all_hits_walk_the_aligned_nodes_that_oriented_references_name) {
   const BoxScene scene = make_box_scene(BoxKind::uniform, 200, 3);
