@@ -116,6 +116,21 @@ TEST(VqgasHair, oriented_nodes_change_no_answer) {
   }
 }
 
+TEST(VqgasHair, moving_hair_looks_alike_with_and_without_oriented_nodes) {
+  const TestFolder folder;
+  std::string pictures[2];
+  for (const bool aligned : {false, true}) {
+    // Between the motion samples, where boxes and fibres are blended.
+    std::vector<std::string> line = {"render", "demo:wind", "--shutter", "0.1,0.35", "-o", "w.exr", "--size", "64x36"};
+    line.insert(line.end(), {"--layers", "depth,normal,primitive,beauty", "--samples", "2", "--quiet"});
+    if (aligned) line.push_back("--aligned-only");
+    ASSERT_EQ(run_vqgas(folder.get_path(), line).exit_code, 0);
+    pictures[aligned] = folder.read("w.exr");
+  }
+  EXPECT_FALSE(pictures[0].empty());
+  EXPECT_TRUE(pictures[0] == pictures[1]);
+}
+
 TEST(VqgasHair, pictures_show_mesh_and_hair_together_where_they_are) {
   // A cylinder of radius 0.2 around the y axis, of five segments between six points, before a square at z = -1.
   const TestFolder folder;

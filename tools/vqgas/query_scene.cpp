@@ -7,6 +7,34 @@
 
 #include "vq_app_base/app_base.h"
 
+namespace {
+
+/// Boxes of runs of segments. They do not depend on the tree, so that pictures with and without oriented nodes have the
+/// same view.
+template <CurveShape shape>
+void add_hair_boxes(const CurveSet& curves, double time, std::vector<GMathBbox3<double>>& boxes) {
+  const CurveSet::Place place = curves.get_place(time);
+  const uint count = curves.get_segment_count(), run = 1 + count / 1024;
+  for (uint first = 0; first < count; first += run) {
+    GMathBbox3<double> box;
+    box.set_empty();
+    for (uint segment = first; segment < std::min(first + run, count); ++segment) {
+      for (const CurvePoint<double>& point : curves.get_segment<shape>(segment, place).point) {
+        const double radius = std::fmax(point.radius, 0.0);
+        const GMathVec3<double> reach(radius, radius, radius);
+        const GMathVec3<double> low = point.position - reach, high = point.position + reach;
+        // The sum is finite when every value is; segments with others are not in the picture.
+        if (!std::isfinite(low.x + low.y + low.z + high.x + high.y + high.z)) continue;
+        box.add(low);
+        box.add(high);
+      }
+    }
+    if (box.min.x <= box.max.x) boxes.push_back(box);
+  }
+}
+
+}  // namespace
+
 QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings)
     : application_(application), factory_(application), ctx_(factory_) {
   const auto begin = std::chrono::steady_clock::now();
@@ -99,6 +127,16 @@ std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
   std::vector<GMathBbox3<double>> tight;
   const uint sample_count = motion_blur_ ? motion_blur_->get_sample_count() : 1;
   for (const auto& part : parts_) {
+    if (const TubeMeshFast* hair = part->get_hair()) {
+      const CurveSet& curves = hair->get_curves();
+      for (uint sample = 0; sample < sample_count; ++sample) {
+        const double time =
+            get_shape_time(motion_blur_ ? motion_blur_->get_time_sampling().get_sample_time(sample) : 0.0);
+        if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, tight);
+        if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, tight);
+      }
+      continue;
+    }
     const GasClusterable& structure = part->get_structure();
     CoreVector<void*> clusters;
     structure.get_clusters(clusters, 1024, 0.0f);

@@ -43,7 +43,7 @@ class QueryScene {
   const CoreString& get_group_name(uint group) const;
   /// Around everything, at all times that rays may ask for.
   GMathBbox3<double> get_bbox() const;
-  /// Some hundred boxes a part that hold everything more tightly than one.
+  /// Some hundred boxes a part (and sample) that hold everything more tightly than one.
   std::vector<GMathBbox3<double>> get_tight_boxes() const;
   double get_build_seconds() const { return build_seconds_; }
 

@@ -106,7 +106,10 @@ void run_render(const RenderOptions& options) {
       std::find(options.layers.begin(), options.layers.end(), Layer::count) != options.layers.end();
   QueryScene scene(application, std::move(source), hair);
   if (!options.quiet) messages.release();
-  if (options.shutter) scene.set_shutter(options.shutter->open, options.shutter->close);
+  if (options.shutter) {
+    scene.set_shutter(options.shutter->open, options.shutter->close);
+    scene.get_bbox();  // refits what moves, before the time of the rays is taken
+  }
 
   const RenderSettings settings = make_settings(options, scene);
   display.set_unit("pixels");
