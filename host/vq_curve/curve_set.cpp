@@ -142,6 +142,8 @@ void CurveSet::clear() {
   motion_sampling_ = GMathTimeSampling();
   shape_ = CurveShape::linear;
   segment_count_ = curve_count_ = 0;
+  point_step_ = 1;
+  common_length_ = 0;
   curve_groups_ = {};
   group_motion_ = {};
   group_names_.remove_all();
@@ -151,7 +153,16 @@ void CurveSet::clear() {
 bool CurveSet::store(CurveData&& data) {
   shape_ = get_basis_shape(data.basis);
   curve_count_ = static_cast<uint>(data.curve_sizes.size());
-  for (const u32 size : data.curve_sizes) segment_count_ += count_segments(data.basis, size);
+  point_step_ = get_point_step(shape_);
+  bool is_common = true;
+  for (const u32 size : data.curve_sizes) {
+    const u32 length = count_segments(data.basis, size);
+    segment_count_ += length;
+    if (length == 0) continue;
+    is_common = is_common && (common_length_ == 0 || length == common_length_);
+    common_length_ = length;
+  }
+  if (!is_common) common_length_ = 0;
   if (std::all_of(data.curve_groups.begin(), data.curve_groups.end(), [](u32 group) { return group == 0; }))
     data.curve_groups = {};
   curve_groups_ = std::move(data.curve_groups);
@@ -173,17 +184,16 @@ bool CurveSet::store(CurveData&& data) {
 }
 
 bool CurveSet::store_fibres(const CurveData& data) {
-  if (!allocate(curve_segment_, curve_count_) || !allocate(segment_point_, segment_count_) ||
+  if (!allocate(curve_segment_, curve_count_) || !allocate(segment_point_, common_length_ != 0 ? 0 : segment_count_) ||
       !allocate(segment_groups_, curve_groups_.empty() ? 0 : segment_count_))
     return false;
-  const u32 step = get_point_step(shape_);
   u32 segment = 0, point = 0;
   for (uint curve = 0; curve < curve_count_; ++curve) {
     curve_segment_[curve] = segment;
     const u32 end = segment + count_segments(data.basis, data.curve_sizes[curve]);
     if (segment == end) continue;
-    for (; segment < end; ++segment, point += step) {
-      segment_point_[segment] = point;
+    for (; segment < end; ++segment, point += point_step_) {
+      if (segment_point_) segment_point_[segment] = point;
       if (segment_groups_) segment_groups_[segment] = curve_groups_[curve];
     }
     ++point;
@@ -195,10 +205,9 @@ void CurveSet::find_group_motion() {
   group_motion_.assign(group_names_.get_count(), 0);
   if (!has_motion()) return;
   const std::size_t samples = motion_sampling_.get_sample_count();
-  const uint step = get_point_step(shape_);
   for (uint segment = 0; segment < segment_count_; ++segment) {
     u8& moves = group_motion_[get_segment_group(segment)];
-    for (std::size_t point = segment_point_[segment], k = 0; k <= step && moves == 0; ++k, ++point) {
+    for (std::size_t point = get_first_point(segment), k = 0; k <= point_step_ && moves == 0; ++k, ++point) {
       const Point* sample = motion_points_.get() + point * samples;
       moves = !std::all_of(sample, sample + samples, [&](const Point& moved) { return moved == points_[point]; });
     }

@@ -5,7 +5,8 @@
 //   points_          [point]                  ball: x, y, z, radius (16 B); 3 s + 1 for a fibre of s cubic segments,
 //                                             s + 1 for s linear ones
 //   motion_points_   [point * samples + k]    the samples of a point lie next to each other
-//   segment_point_   [segment]                first point of the segment
+//   segment_point_   [segment]                first point of the segment; absent when all fibres have as many segments,
+//                                             for a division then takes less time than a second way to memory
 //   segment_groups_  [segment]                shading group; absent when all fibres are of group 0
 //   curve_segment_   [curve]                  first segment of the fibre
 //   curve_groups_    [curve]                  shading group; absent when all fibres are of group 0
@@ -84,7 +85,7 @@ class CurveSet {
   template <CurveShape shape>
   CurveSegment<shape> get_segment(uint segment, const Place& place) const {
     CurveSegment<shape> out;
-    const std::size_t first = segment_point_[segment];
+    const std::size_t first = get_first_point(segment);
     for (uint k = 0; k < CurveSegment<shape>::point_count; ++k) out.point[k] = get_point(first + k, place);
     return out;
   }
@@ -92,7 +93,9 @@ class CurveSet {
   const CurvePoint<float>& get_point(uint point) const { return points_[point]; }
   /// The points at rest, Bézier points that are not on the fibre included.
   const GeometryPointCloud& get_point_cloud() const { return point_cloud_; }
-  uint get_first_point(uint segment) const { return segment_point_[segment]; }
+  uint get_first_point(uint segment) const {
+    return common_length_ != 0 ? segment * point_step_ + segment / common_length_ : segment_point_[segment];
+  }
 
  private:
   void clear();
@@ -115,6 +118,8 @@ class CurveSet {
   GMathTimeSampling motion_sampling_;
   CurveShape shape_ = CurveShape::linear;
   uint segment_count_ = 0, curve_count_ = 0;
+  uint point_step_ = 1;     ///< points from one segment's first to the next one's
+  uint common_length_ = 0;  ///< segments of every fibre that has any; 0: they differ
   std::vector<u32> curve_groups_;
   std::vector<u8> group_motion_;
   CoreArray<CoreString> group_names_;
