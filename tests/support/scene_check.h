@@ -119,8 +119,9 @@ class SceneCheck {
     if (found == core_invalid_index || transform == nullptr) return core_invalid_index;
     const FlatPolygon& polygon = flat.polygons[found];
     for (uint level = 0; level < path.size(); ++level) {
-      EXPECT_EQ(path[level].object, polygon.nodes[level]->object.get());
-      EXPECT_EQ(path[level].geometry_override, polygon.nodes[level]->replaced.get());
+      // Elements are packed, so that no reference can be had to a member.
+      EXPECT_TRUE(path[level].object == polygon.nodes[level]->object.get());
+      EXPECT_TRUE(path[level].geometry_override == polygon.nodes[level]->replaced.get());
     }
     EXPECT_EQ(hit.geometry, polygon.nodes.back()->shape->mesh.get());
     EXPECT_EQ(hit.level, 0u);
