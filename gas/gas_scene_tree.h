@@ -13,6 +13,10 @@
 // cluster. Distances are the same in all spaces, because directions are carried over without being normalised. Under
 // motion blur the tree is refitted to the objects' matrices and boxes at the description's sample times, and each ray
 // gets its object's matrix blended, entry by entry, to its own time.
+//
+// Boxes are blended in straight lines too. Whatever runs along a curve between two samples, as what two matrices turn
+// or a mesh that deforms in an object that turns, may stick out of them and is then missed: a mesh that grows by a
+// third while its object turns by 17 degrees loses 1.4 % of its hits with two samples and 0.07 % with three.
 #pragma once
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/gas_bvh.h"
