@@ -19,23 +19,21 @@
 #pragma once
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <span>
 #include <type_traits>
 
 #include "gas/bvh/bvh_kernel.h"
+#include "gas/bvh/bvh_kernel_lanes.h"
 #include "gas/bvh/bvh_quantize.h"
 #include "gas/bvh/bvh_start.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
-#include "vq_simd/simd_float.h"
 
-enum class BvhTime { still, moving };
 enum class BvhVisits { uncounted, counted };
 /// Which inner nodes a tree can hold, and how they are taken.
 enum class BvhKinds {
   aligned,                    ///< a tree without 8-bit nodes, as all small ones are, needs no boxes on the stack
-  aligned_and_quantized,      ///<
-  all,                        ///< oriented nodes too
+  aligned_and_quantized,      ///< 8-bit nodes too
+  all,                        ///< and oriented ones
   oriented_taken_as_aligned,  ///< oriented references lead to the aligned node of the same index
 };
 
@@ -54,202 +52,6 @@ struct BvhGuardedStackEntry : BvhStackEntry<time> {
   u32 first_allowed = 0;  ///< lowest index of an aligned node that may follow
 };
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
-
-/// One ray in single precision, as the node test wants it. Origin and inverse direction are rounded once towards an
-/// earlier entry and once towards a later exit, far enough that no rounding in the slab test can part a ray from a box
-/// that it touches (Ize 2013, "Robust BVH Ray Traversal"): rays aimed at an edge or a vertex would otherwise slip
-/// between the two boxes that meet there, several in a hundred on a mesh of flat boxes.
-struct BvhRay {
-  SimdF near_origin[3], near_inverse[3];
-  SimdF far_origin[3], far_inverse[3];
-  SimdF t_near, t_far;
-  uint near_plane[3], far_plane[3];  ///< which of the six planes the ray meets first and last, per axis
-  uint sample[2];                    ///< moving: the two motion samples around the ray's time
-  SimdF sample_weight[2];            ///< moving: their shares
-};
-
-/// Planes of four boxes in the order in which the ray meets them.
-struct BvhLanes {
-  SimdF near[3], far[3];
-  SimdF min_x, max_x;
-};
-
-inline float bvh_clamp_limit(double limit) {
-  const float rounded = static_cast<float>(limit);
-  return rounded < FLT_MAX ? rounded : FLT_MAX;
-}
-
-/// x, y and z, each in all lanes.
-inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
-  axes[0] = broadcast<0>(v);
-  axes[1] = broadcast<1>(v);
-  axes[2] = broadcast<2>(v);
-}
-
-// As a call, which it would become with so many callers, it made short rays 8 % slower.
-template <BvhTime time>
-[[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit) {
-  const GMathBasicRay<double>& record = query.get_ray(ray);
-  BvhRay out;
-  const double tnear = query.get_tnear(ray);
-  const auto pack = [](const GMathVec3<double>& v) {
-    return SimdF(static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z), 0.0f);
-  };
-  const SimdF origin = pack(record.origin), inverse = pack(record.inverse);
-  // Along the direction, so that the ray meets near planes earlier and far planes later. An infinite origin stays one.
-  const SimdF slack = copy_sign(min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f), inverse);
-  // Behind the origin a smaller factor would mean a later entry; there the origin's slack must do.
-  const float inverse_slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
-  bvh_spread(origin + slack, out.near_origin);
-  bvh_spread(origin - slack, out.far_origin);
-  bvh_spread(inverse * SimdF(1.0f - inverse_slack), out.near_inverse);
-  bvh_spread(inverse * SimdF(1.0f + inverse_slack), out.far_inverse);
-  for (uint axis = 0; axis < 3; ++axis) {
-    out.near_plane[axis] = 2 * axis + record.negative[axis];
-    out.far_plane[axis] = 2 * axis + 1 - record.negative[axis];
-  }
-  out.t_near = SimdF(static_cast<float>(tnear));
-  out.t_far = SimdF(limit);
-  if constexpr (time == BvhTime::moving) {
-    const GeometryRaySpan& span = query.spans[ray];
-    const float fraction = static_cast<float>(span.fraction);
-    out.sample[0] = span.first;
-    out.sample[1] = span.second;
-    out.sample_weight[0] = SimdF(1.0f - fraction);
-    out.sample_weight[1] = SimdF(fraction);
-  }
-  return out;
-}
-
-/// Planes as floats, from a node or from a block of motion samples.
-inline BvhLanes bvh_pick_planes(const float (&planes)[6][4], const BvhRay& ray) {
-  BvhLanes lanes;
-  for (uint axis = 0; axis < 3; ++axis) {
-    lanes.near[axis] = SimdF::load(planes[ray.near_plane[axis]]);
-    lanes.far[axis] = SimdF::load(planes[ray.far_plane[axis]]);
-  }
-  lanes.min_x = SimdF::load(planes[0]);
-  lanes.max_x = SimdF::load(planes[1]);
-  return lanes;
-}
-
-/// Planes in 8 bits, decoded against the frame that the parent's lane box is.
-inline BvhLanes bvh_decode_planes(const u8 (&planes)[6][4], const GMathBbox3<float>& frame, const BvhRay& ray) {
-  BvhLanes lanes;
-  for (uint axis = 0; axis < 3; ++axis) {
-    const SimdF first(frame.min[axis]);
-    const SimdF step((frame.max[axis] - frame.min[axis]) * bvh_quantum);
-    lanes.near[axis] = first + SimdF::load_bytes(planes[ray.near_plane[axis]]) * step;
-    lanes.far[axis] = first + SimdF::load_bytes(planes[ray.far_plane[axis]]) * step;
-  }
-  const bool x_is_negative = ray.near_plane[0] != 0;
-  lanes.min_x = x_is_negative ? lanes.far[0] : lanes.near[0];
-  lanes.max_x = x_is_negative ? lanes.near[0] : lanes.far[0];
-  return lanes;
-}
-
-inline SimdF bvh_blend(const SimdF& a, const SimdF& b, const BvhRay& ray) {
-  return ray.sample_weight[0] * a + ray.sample_weight[1] * b;
-}
-
-inline BvhLanes bvh_blend_lanes(const BvhLanes& a, const BvhLanes& b, const BvhRay& ray) {
-  BvhLanes lanes;
-  for (uint axis = 0; axis < 3; ++axis) {
-    lanes.near[axis] = bvh_blend(a.near[axis], b.near[axis], ray);
-    lanes.far[axis] = bvh_blend(a.far[axis], b.far[axis], ray);
-  }
-  lanes.min_x = bvh_blend(a.min_x, b.min_x, ray);
-  lanes.max_x = bvh_blend(a.max_x, b.max_x, ray);
-  return lanes;
-}
-
-/// Slab test (Kay, Kajiya 1986) of one ray against four boxes. Writes the entry distance of each lane, in units of the
-/// ray's direction, and returns a bit per hit lane.
-inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry) {
-  // A ray lying in a slab plane gives 0 * inf = NaN; SimdF's min and max return their second operand on NaN, so the
-  // running bound stands second and the ray counts as inside that slab.
-  entry = ray.t_near;
-  SimdF exit = ray.t_far;
-  for (uint axis = 0; axis < 3; ++axis) {
-    entry = max((box.near[axis] - ray.near_origin[axis]) * ray.near_inverse[axis], entry);
-    exit = min((box.far[axis] - ray.far_origin[axis]) * ray.far_inverse[axis], exit);
-  }
-  // Only a NaN ray needs the second term: it passes every slab, and an unused lane would lead it back to node 0.
-  return ((entry <= exit) & (box.min_x <= box.max_x)).get_bits();
-}
-
-/// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own.
-struct BvhOrientedRay {
-  SimdF origin[3], direction[3];
-  SimdF slack[3];  ///< how far rounding may have moved any of the points that count, along the world's axes
-};
-
-/// @param bounds  holds everything that the ray may hit
-inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, const GMathBbox3<float>& bounds) {
-  BvhOrientedRay out;
-  for (uint axis = 0; axis < 3; ++axis) {
-    const float origin = static_cast<float>(ray.origin[axis]);
-    out.origin[axis] = SimdF(origin);
-    out.direction[axis] = SimdF(static_cast<float>(ray.direction[axis]));
-    // A point O + t D of a box within the bounds comes out of the test some 12 roundings off, each of at most 2^-24 of
-    // the terms' sum, and |t D| <= |O| + |bound|; the frame itself was rounded some 7 times.
-    const float bound = std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis]));
-    out.slack[axis] = SimdF((std::fabs(origin) + bound) * 0x1p-20f);
-  }
-  return out;
-}
-
-/// One row of the frames of four lanes: where the ray is between two planes of it.
-struct BvhOrientedSlab {
-  SimdF near, far;
-  SimdF speed;  ///< magnitude of the ray's direction along the row
-};
-
-/// Planes at `low` and `high`; the unit cube's are at 0 and 1.
-/// @param row  coefficients of x, y, z, then the offset
-inline BvhOrientedSlab bvh_cross_slab(const float (*row)[4], const SimdF& low, const SimdF& high,
-                                      const BvhOrientedRay& ray) {
-  const SimdF x = SimdF::load(row[0]), y = SimdF::load(row[1]), z = SimdF::load(row[2]);
-  const SimdF d = x * ray.direction[0] + y * ray.direction[1] + z * ray.direction[2];
-  const SimdF o = x * ray.origin[0] + y * ray.origin[1] + z * ray.origin[2] + SimdF::load(row[3]);
-  // Both planes are moved outwards, so that a fibre far from the origin is as wide here as it is there.
-  const SimdF slack = abs(x) * ray.slack[0] + abs(y) * ray.slack[1] + abs(z) * ray.slack[2];
-  const SimdF inverse = SimdF(-1.0f) / d;
-  const SimdF t_low = (o + slack - low) * inverse;
-  const SimdF t_high = (o - slack - high) * inverse;
-  return {min(t_low, t_high), max(t_low, t_high), abs(d)};
-}
-
-/// Where the box of a lane lies in the lane's own frame: the unit cube, or blended between two motion samples.
-struct BvhUnitCubes {
-  SimdF get_low(uint /*row*/) const { return SimdF(0.0f); }
-  SimdF get_high(uint /*row*/) const { return SimdF(1.0f); }
-};
-struct BvhMovedCubes {
-  const BvhLanePlanes &a, &b;
-  const BvhRay& ray;
-  SimdF get_low(uint row) const { return blend(2 * row); }
-  SimdF get_high(uint row) const { return blend(2 * row + 1); }
-
- private:
-  SimdF blend(uint plane) const { return bvh_blend(SimdF::load(a.planes[plane]), SimdF::load(b.planes[plane]), ray); }
-};
-
-/// Slab test of one ray against four oriented boxes (Woop et al. 2014). The frames are affine, so distances are those
-/// of the world and compare with the aligned lanes'. An unused lane, all of whose rows are 0, is never hit.
-template <class Cubes>
-inline uint bvh_test_oriented(const BvhNodeOriented& node, const Cubes& cubes, const BvhOrientedRay& oriented,
-                              const BvhRay& ray, SimdF& entry) {
-  entry = ray.t_near;
-  SimdF exit = ray.t_far, speed(0.0f);
-  for (uint row = 0; row < 3; ++row) {
-    const BvhOrientedSlab slab = bvh_cross_slab(node.rows + 4 * row, cubes.get_low(row), cubes.get_high(row), oriented);
-    entry = max(slab.near, entry);
-    exit = min(slab.far, exit);
-    speed = speed + slab.speed;
-  }
-  return ((entry <= exit) & (speed > SimdF(0.0f))).get_bits();
-}
 
 /// Where the memory of a reference lies, by its three kind bits: base, bytes per index, and how far the second cache
 /// line is that is worth having. A table, because a branch on the kind would be mispredicted as often as not.

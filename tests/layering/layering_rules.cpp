@@ -29,13 +29,19 @@ struct BvhStage {
   std::string_view stage;
 };
 constexpr std::array bvh_stages{
-    BvhStage{"bvh_layout", 0, "layout"},      BvhStage{"bvh_quantize", 0, "layout"},
+    BvhStage{"bvh_layout", 0, "layout"},
+    BvhStage{"bvh_quantize", 0, "layout"},
     BvhStage{"bvh_oriented", 0, "layout"},
-    BvhStage{"bvh_start", 1, "tree"},         BvhStage{"gas_bvh", 1, "tree"},
-    BvhStage{"gas_bvh_motion", 2, "motion"},  BvhStage{"bvh_build", 3, "builder"},
-    BvhStage{"bvh_finalize", 3, "builder"},   BvhStage{"bvh_node_pool", 3, "builder"},
-    BvhStage{"bvh_cluster", 3, "clustering"}, BvhStage{"bvh_kernel", 3, "kernels"},
-    BvhStage{"bvh_frustum", 3, "kernels"},    BvhStage{"bvh_statistics", 3, "statistics"},
+    BvhStage{"bvh_start", 1, "tree"},
+    BvhStage{"gas_bvh", 1, "tree"},
+    BvhStage{"gas_bvh_motion", 2, "motion"},
+    BvhStage{"bvh_build", 3, "builder"},
+    BvhStage{"bvh_finalize", 3, "builder"},
+    BvhStage{"bvh_node_pool", 3, "builder"},
+    BvhStage{"bvh_cluster", 3, "clustering"},
+    BvhStage{"bvh_kernel", 3, "kernels"},
+    BvhStage{"bvh_frustum", 3, "kernels"},
+    BvhStage{"bvh_statistics", 3, "statistics"},
 };
 
 const BvhStage* find_stage(const std::string& path) {
