@@ -36,8 +36,8 @@ class MeasureTask final : public GasTask {
   void run(const uint& /*thread_index*/) override { (*function)(first, end, part); }
 };
 
-/// Calls function(first, end, part) for parts of `count` items, on the threads where that pays.
-/// @return the number of parts
+/// Calls prepare(parts), then function(first, end, part) for that many parts of `count` items, on the threads where
+/// that pays.
 template <class Prepare, class Function>
 void run_in_parts(uint count, SysThreadManager* threads, const Prepare& prepare, const Function& function) {
   if (threads == nullptr || count < parallel_measures || threads->get_max_thread_count() < 2) {
@@ -46,15 +46,11 @@ void run_in_parts(uint count, SysThreadManager* threads, const Prepare& prepare,
   }
   SysThreadTaskManager manager(*threads);
   const uint slice = gas_get_slice_length(count, threads->get_max_thread_count());
-  std::vector<MeasureTask<Function>> tasks(gas_get_slice_count(count, slice));
-  prepare(static_cast<uint>(tasks.size()));
-  for (uint part = 0; part < tasks.size(); ++part) {
-    tasks[part].function = &function;
-    tasks[part].first = part * slice;
-    tasks[part].end = std::min(tasks[part].first + slice, count);
-    tasks[part].part = part;
-  }
-  gas_run_tasks(manager, tasks);
+  prepare(gas_get_slice_count(count, slice));
+  gas_run_slices<MeasureTask<Function>>(manager, count, slice, [&](MeasureTask<Function>& task) {
+    task.function = &function;
+    task.part = task.first / slice;
+  });
 }
 
 /// The union of measure(ctx, item) over all items.
@@ -192,16 +188,12 @@ void GasFur::compute_primitives(const CtxEval& build_ctx, Primitives& primitives
   }
   SysThreadTaskManager manager(build_ctx.get_application().get_thread_manager());
   const uint slice = gas_get_slice_length(primitive_count, manager.get_max_thread_count());
-  std::vector<StaticBboxTask> tasks(gas_get_slice_count(primitive_count, slice));
-  for (uint k = 0; k < tasks.size(); ++k) {
-    tasks[k].ctx = &build_ctx;
-    tasks[k].geometry = geometry;
-    tasks[k].primitives = &primitives;
-    tasks[k].first = k * slice;
-    tasks[k].end = std::min(tasks[k].first + slice, primitive_count);
-    tasks[k].progress = progress;
-  }
-  gas_run_tasks(manager, tasks);
+  const auto tasks = gas_run_slices<StaticBboxTask>(manager, primitive_count, slice, [&](StaticBboxTask& task) {
+    task.ctx = &build_ctx;
+    task.geometry = geometry;
+    task.primitives = &primitives;
+    task.progress = progress;
+  });
   for (const StaticBboxTask& task : tasks) {
     for (const uint primitive : task.valid) primitives.valid.add(primitive);
   }

@@ -2,8 +2,6 @@
 // times.
 #include "gas/gas_fur_motion.h"
 
-#include <vector>
-
 #include "gas/bvh/bvh_clusters.h"
 #include "gas/frame/gas_tasks.h"
 
@@ -38,17 +36,13 @@ void GasFur::compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<f
   const uint thread_count = manager.get_max_thread_count();
   if (primitive_count < parallel_primitives || thread_count < 2)
     return compute_bboxes_at(ctx, geometry, time, 0, primitive_count, boxes, nullptr);
-  const uint slice = gas_get_slice_length(primitive_count, thread_count);
-  std::vector<MotionBboxTask> tasks(gas_get_slice_count(primitive_count, slice));
-  for (uint k = 0; k < tasks.size(); ++k) {
-    tasks[k].ctx = &ctx;
-    tasks[k].geometry = geometry;
-    tasks[k].time = time;
-    tasks[k].first = k * slice;
-    tasks[k].end = std::min(tasks[k].first + slice, primitive_count);
-    tasks[k].boxes = boxes;
-  }
-  gas_run_tasks(manager, tasks);
+  gas_run_slices<MotionBboxTask>(manager, primitive_count, gas_get_slice_length(primitive_count, thread_count),
+                                 [&](MotionBboxTask& task) {
+                                   task.ctx = &ctx;
+                                   task.geometry = geometry;
+                                   task.time = time;
+                                   task.boxes = boxes;
+                                 });
 }
 
 const GasFur::MotionData& GasFur::get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const {

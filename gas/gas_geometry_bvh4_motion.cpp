@@ -2,9 +2,6 @@
 // times.
 #include "gas/gas_geometry_bvh4_motion.h"
 
-#include <algorithm>
-#include <vector>
-
 #include "gas/bvh/bvh_clusters.h"
 #include "gas/frame/gas_tasks.h"
 #include "vq_app_base/app_base.h"
@@ -62,17 +59,13 @@ void GasGeometryBvh4::compute_bboxes_at(const CtxEval& ctx, double time, GMathBb
     for (uint position = 0; position < kept_count; ++position) boxes[position] = compute_bbox_at(ctx, time, position);
     return;
   }
-  const uint slice = gas_get_slice_length(kept_count, thread_count);
-  std::vector<GetLeafBboxesAtTask> tasks(gas_get_slice_count(kept_count, slice));
-  for (uint k = 0; k < tasks.size(); ++k) {
-    tasks[k].structure = this;
-    tasks[k].ctx = &ctx;
-    tasks[k].time = time;
-    tasks[k].first = k * slice;
-    tasks[k].end = std::min(tasks[k].first + slice, kept_count);
-    tasks[k].boxes = boxes;
-  }
-  gas_run_tasks(manager, tasks);
+  gas_run_slices<GetLeafBboxesAtTask>(manager, kept_count, gas_get_slice_length(kept_count, thread_count),
+                                      [&](GetLeafBboxesAtTask& task) {
+                                        task.structure = this;
+                                        task.ctx = &ctx;
+                                        task.time = time;
+                                        task.boxes = boxes;
+                                      });
 }
 
 const GasGeometryBvh4::MotionData& GasGeometryBvh4::get_motion_data(const CtxEval& ctx,

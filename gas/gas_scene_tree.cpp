@@ -222,17 +222,12 @@ void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppPro
     progress->set_step_count(objects.get_count());
   }
   SysThreadTaskManager manager(app.get_thread_manager());
-  const uint slice = get_slice_length(app, count);
-  std::vector<GasSceneTreeCheckTask> tasks(gas_get_slice_count(count, slice));
-  for (uint k = 0; k < tasks.size(); ++k) {
-    tasks[k].scene = this;
-    tasks[k].lists = lists.get_items();
-    tasks[k].wishes = ClusterWishes(objects.get_count());
-    tasks[k].first = k * slice;
-    tasks[k].end = std::min(tasks[k].first + slice, count);
-    tasks[k].progress = progress;
-  }
-  gas_run_tasks(manager, tasks);
+  gas_run_slices<GasSceneTreeCheckTask>(manager, count, get_slice_length(app, count), [&](GasSceneTreeCheckTask& task) {
+    task.scene = this;
+    task.lists = lists.get_items();
+    task.wishes = ClusterWishes(objects.get_count());
+    task.progress = progress;
+  });
   if (progress != nullptr) progress->end_task();
 }
 
@@ -268,17 +263,13 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, 
     progress->set_step_count(count);
   }
   SysThreadTaskManager manager(app.get_thread_manager());
-  const uint slice = get_slice_length(app, count);
-  std::vector<GasSceneTreeBboxTask> tasks(gas_get_slice_count(count, slice));
-  for (uint k = 0; k < tasks.size(); ++k) {
-    tasks[k].scene = this;
-    tasks[k].boxes = boxes;
-    tasks[k].weights = weights;
-    tasks[k].first = k * slice;
-    tasks[k].end = std::min(tasks[k].first + slice, count);
-    tasks[k].progress = progress;
-  }
-  gas_run_tasks(manager, tasks);
+  const auto tasks = gas_run_slices<GasSceneTreeBboxTask>(manager, count, get_slice_length(app, count),
+                                                          [&](GasSceneTreeBboxTask& task) {
+                                                            task.scene = this;
+                                                            task.boxes = boxes;
+                                                            task.weights = weights;
+                                                            task.progress = progress;
+                                                          });
   for (const GasSceneTreeBboxTask& task : tasks) {
     geometry_count += task.geometry_sum;
     primitive_count += task.primitive_sum;

@@ -14,14 +14,15 @@ void for_each_ray(const GeometryRaytraceData& query, const Function& function) {
   for (uint ray = query.first_ray; ray <= query.last_ray && ray < query.ray_count; ++ray) function(ray);
 }
 
-void add_element(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent, uint index,
-                 ModuleSceneObject* object, GeometryOverride* geometry_override) {
+/// `path` becomes the parent's and one element more. Where there is no memory for a path it is shorter.
+void extend_path(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent,
+                 const GeometryIntersectionPathElement& element) {
   if (parent != nullptr) {
     path.copy_from(*parent);
   } else {
     path.remove_all();
   }
-  path.add({index, object, geometry_override});
+  path.add(element);
 }
 
 /// (1 - fraction) a + fraction b, entry by entry.
@@ -94,11 +95,10 @@ GeometryRaytraceCtx& GasSceneTree::begin_local_ctx(GasRayCtx& ray_ctx, GeometryR
   local.planes = nullptr;
   local.plane_count = local.plane_user = 0;
 
-  add_element(ray_ctx.path, parent.path, object, scene_object, get_override(object));
+  const GeometryIntersectionPathElement element{object, scene_object, get_override(object)};
+  extend_path(ray_ctx.path, parent.path, element);
   local.path = &ray_ctx.path;
-  local.matte = parent.settings.allow_matte && CtxHelpers::is_matte_object(local, *ray_ctx.path.get_last())
-                    ? u8{1}
-                    : parent.matte;
+  local.matte = parent.settings.allow_matte && CtxHelpers::is_matte_object(local, element) ? u8{1} : parent.matte;
   local.flags = parent.flags & ~u64{1};
   local.parent = &parent;
   local.level = parent.level + 1;
@@ -196,7 +196,7 @@ void GasSceneTree::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx
   if (scope.get() == nullptr) return;
   GeometryFrustumCtx& local = scope.get()->frustum;
   local.begin_nested(query, object.get_inv_global_matrix(), object.get_global_matrix());
-  add_element(scope.get()->frustum_path, query.path, index, &object, get_override(index));
+  extend_path(scope.get()->frustum_path, query.path, {index, &object, get_override(index)});
   local.path = &scope.get()->frustum_path;
   local.shading_group_offset = 0;
   local.instance = 0;

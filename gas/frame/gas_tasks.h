@@ -3,6 +3,9 @@
 // The pattern of every parallel stage: a range is cut into slices, each slice is a task, all are waited for, and the
 // caller reads the results back in the order of the slices.
 #pragma once
+#include <algorithm>
+#include <vector>
+
 #include "vq_core/core_types.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_sys/sys_thread_task.h"
@@ -31,4 +34,20 @@ template <class Tasks>
 void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
   for (auto& task : tasks) manager.add_task(&task);
   manager.wait_until_completed(true);
+}
+
+/// Cuts `count` items into slices of `length`, makes a task for each whose `first` and `end` are the slice's, lets
+/// prepare(task) fill in the rest, runs them all and waits.
+/// @return the tasks in the order of their slices, with what they found
+template <class Task, class Prepare>
+std::vector<Task> gas_run_slices(SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
+  std::vector<Task> tasks(gas_get_slice_count(count, length));
+  uint first = 0;
+  for (Task& task : tasks) {
+    task.first = first;
+    task.end = first = std::min(first + length, count);
+    prepare(task);
+  }
+  gas_run_tasks(manager, tasks);
+  return tasks;
 }

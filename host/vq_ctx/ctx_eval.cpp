@@ -42,5 +42,8 @@ CtxEval& CtxEval::create_thread_ctx(const uint& index) const {
 
 CtxEval& CtxEval::get_or_create_thread_ctx(const uint& index) const {
   CtxEval* existing = get_thread_ctx(index);
-  return existing != nullptr ? *existing : create_thread_ctx(index);
+  if (existing == nullptr) return create_thread_ctx(index);
+  existing->motion_blur_ = motion_blur_;
+  existing->time_ = time_;
+  return *existing;
 }

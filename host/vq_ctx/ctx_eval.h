@@ -36,7 +36,8 @@ class CtxEval {
   /// Makes the context of thread `index`, with this context's motion blur and time. Only the owner of the index may
   /// call it, once.
   CtxEval& create_thread_ctx(const uint& index) const;
-  /// The context of thread `index`, made when missing.
+  /// The context of thread `index`, made when missing. It has this context's motion blur and time, also when it was
+  /// made earlier, under a description that may be gone. Only the owner of the index may call it.
   CtxEval& get_or_create_thread_ctx(const uint& index) const;
 
   /// Null without motion blur: structures then answer with their boxes at rest.

@@ -104,8 +104,8 @@ class GasBvhSplitUnaligned {
   static bool split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                          GasBvhSplitSetGeom& right, bool& aligned);
   static bool may_orient(const GasBvhSplitCtx& ctx);
-  /// Fills `space_boxes_`. False when oriented boxes are not to be had or cannot pay.
-  bool measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
+  /// Fills `space_boxes_` with those of the items' rods. False when oriented boxes are not to be had or cannot pay.
+  bool fill_space_boxes(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
 
   /// Of the set at hand, as those of the aligned strategy. Kept from set to set.
   CoreVector<GMathBbox3<float>> space_boxes_;

@@ -93,7 +93,7 @@ bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCt
   const GasBvhSplitChoice choice = search.find(padding);
   const float price = prices.get_aligned(choice.cost);
 
-  if (measure_items(ctx, set)) {
+  if (fill_space_boxes(ctx, set)) {
     auto oriented_search = make_search(GasBvhSplitSpaceBoxes{space_boxes_.get_items()}, oriented_item_bins_);
     const GasBvhSplitChoice oriented_choice = oriented_search.find(padding);
     const float oriented_price = prices.get_oriented(oriented_choice.cost);
@@ -136,7 +136,7 @@ bool GasBvhSplitUnaligned::may_orient(const GasBvhSplitCtx& ctx) {
   return std::isfinite(ctx.oriented_cost) && ctx.item_spaces != nullptr && ctx.measure_set != nullptr;
 }
 
-bool GasBvhSplitUnaligned::measure_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+bool GasBvhSplitUnaligned::fill_space_boxes(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
   if (!may_orient(ctx) || set.count > most_oriented_items) return false;
   GMathLinearSpace3<float> space = set.space;
   if (!set.refitted) {

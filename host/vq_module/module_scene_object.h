@@ -29,6 +29,7 @@ struct ModuleClusterFunctions {
                               GMathBbox3<float>* boxes) = nullptr;
   void (*get_clusters_bboxes_at)(ModuleSceneObject*, GeometryOverride*, const CtxEval&, const double& time,
                                  const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) = nullptr;
+  /// May be null: all clusters weigh 1.
   void (*get_clusters_weights)(ModuleSceneObject*, GeometryOverride*, const CoreBasicArray<void*>& clusters,
                                float* weights) = nullptr;
 };

@@ -204,6 +204,44 @@ TEST(GasFurMotion, refuses_samples_that_are_not_there_in_words_of_its_own) {
             "1[GasBvhMotion] error while updating motion blur sample 0: inappropriate input\n");
 }
 
+// So many that threads share the work.
+TEST(GasFurMotion, measures_items_one_by_one_or_all_together_on_any_threads) {
+  QueryWorld world(8, 4);
+  CurveData data = make_hair(CurveBasis::bezier, 9000, 4, 0.3);
+  add_motion(data, 3, 0.0, 0.5, 2);
+  const BuiltFur built(world.ctx, data);
+  const GMathLinearSpace3<float> space({0.6f, 0.8f, 0}, {-0.8f, 0.6f, 0}, {0, 0, 1});
+  CoreBasicArray<uint> items(built.geometry.get_primitive_count());
+  for (uint k = 0; k < items.get_count(); ++k) items[k] = items.get_count() - 1 - k;
+  ASSERT_GE(items.get_count(), 16384u);
+  GasFur::ComputeSpaceBboxesData measured{&world.ctx, &built.geometry, 0.3};
+  SysThreadManager& threads = world.app.get_thread_manager();
+  for (const bool moving : {false, true}) {
+    std::vector<GMathBbox3<float>> serial(items.get_count()), parallel(items.get_count());
+    const auto measure_each = moving ? GasFur::compute_space_bboxes_at : GasFur::compute_space_bboxes;
+    const auto measure_all = moving ? GasFur::compute_space_bbox_at : GasFur::compute_space_bbox;
+    measure_each(items, space, serial.data(), &measured, nullptr);
+    measure_each(items, space, parallel.data(), &measured, &threads);
+    EXPECT_EQ(serial, parallel);
+    const auto exact =
+        moving
+            ? built.geometry.get_primitive_bbox_in_space_at(world.ctx, 0.3, GMathLinearSpace3<double>(space), items[7])
+            : built.geometry.get_primitive_bbox_in_space(world.ctx, GMathLinearSpace3<double>(space), items[7]);
+    EXPECT_EQ(serial[7], GMathBbox3<float>(exact));
+    GMathBbox3<float> all;
+    for (const GMathBbox3<float>& box : serial) all.add(box);
+    EXPECT_EQ(measure_all(items, space, &measured, nullptr), all);
+    EXPECT_EQ(measure_all(items, space, &measured, &threads), all);
+  }
+  EXPECT_TRUE(GasFur::compute_space_bbox({}, space, &measured, nullptr).is_empty());
+  // Contexts made for the workers follow the one that the next work is done for.
+  const CtxMotionBlur motion_blur(0.0, 1.0, 2);
+  world.ctx.set_motion_blur(&motion_blur);
+  EXPECT_EQ(world.ctx.get_or_create_thread_ctx(1).get_motion_blur(), &motion_blur);
+  world.ctx.set_motion_blur(nullptr);
+  EXPECT_EQ(world.ctx.get_or_create_thread_ctx(1).get_motion_blur(), nullptr);
+}
+
 TEST(GasFurMotion, is_refitted_once_per_description_and_boxes_are_blended) {
   QueryWorld world;
   CurveData data = make_moving_hair(40, 2, 4);
