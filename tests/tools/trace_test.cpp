@@ -11,10 +11,11 @@
 
 namespace {
 
-/// A row of the CSV: 12 fields, the numbers of a hit in `values`; a miss has none.
+/// A row of the CSV: 13 fields, the numbers of a hit in `values`; a miss has none.
 struct Row {
   std::size_t ray = 0;
   std::vector<double> values;  // distance, primitive, group, u, v, nx, ny, nz, x, y, z
+  std::string path;
 };
 
 std::vector<Row> read_rows(const ProgramResult& result) {
@@ -23,16 +24,18 @@ std::vector<Row> read_rows(const ProgramResult& result) {
   std::istringstream lines(result.out);
   std::string line;
   std::getline(lines, line);
-  EXPECT_EQ(line, "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z");
+  EXPECT_EQ(line, "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path");
   std::vector<Row> rows;
   while (std::getline(lines, line)) {
     std::vector<std::string> fields;
     std::istringstream text(line + ',');
     for (std::string field; std::getline(text, field, ',');) fields.push_back(field);
-    EXPECT_EQ(fields.size(), 12u) << line;
+    EXPECT_EQ(fields.size(), 13u) << line;
     Row row;
     row.ray = std::stoul(fields[0]);
-    for (std::size_t k = 1; k < fields.size() && !fields[1].empty(); ++k) row.values.push_back(std::stod(fields[k]));
+    for (std::size_t k = 1; k + 1 < fields.size() && !fields[1].empty(); ++k)
+      row.values.push_back(std::stod(fields[k]));
+    row.path = fields.back();
     rows.push_back(row);
   }
   return rows;

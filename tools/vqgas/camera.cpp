@@ -103,3 +103,9 @@ CameraRays::CameraRays(const Camera& camera, uint width, uint height)
   right_ = axes.right;
   up_ = axes.up;
 }
+
+GMathVec2<double> CameraRays::get_picture_point(const GMathVec3<double>& point) const {
+  const GMathVec3<double> way = point - eye_;
+  const double scale = 1.0 / (way.dot(forward_) * scale_);
+  return {0.5 * (width_ + way.dot(right_) * scale), 0.5 * (height_ - way.dot(up_) * scale)};
+}

@@ -33,9 +33,17 @@ void add_hair_options(CLI::App& command, HairSettings& hair) {
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
 }
 
+void add_rate_option(CLI::App& command, SceneOptions& options) {
+  command.add_option("--fps", options.frames_per_second, "Frames per second, for files that tell time in seconds")
+      ->capture_default_str()
+      ->check(CLI::PositiveNumber);
+}
+
 void add_info(CLI::App& app, InfoOptions& options) {
   CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
   command->add_option("FILE", options.files, get_file_help())->required();
+  command->add_option("--frame", options.frame, "Frame at which objects stand")->capture_default_str();
+  add_rate_option(*command, options);
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
   command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
@@ -60,16 +68,25 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
   command->add_option("--samples", options.samples, "Rays per pixel of beauty")
       ->capture_default_str()
       ->check(CLI::Range(1u, 65536u));
-  command
-      ->add_option("--layers", texts.layers,
-                   "Any of beauty, depth, normal, position, primitive, group, uv, heat, count")
+  command->add_option("--layers", texts.layers, "Any of " + list_layers())
       ->delimiter(',')
       ->allow_extra_args(false)
       ->capture_default_str()
       ->type_name("LAYER,...");
   command
-      ->add_option("--shutter", texts.shutter, "Blur what moves between these times (built-in scenes move from 0 to 1)")
+      ->add_option("--frame", options.frame,
+                   "Show what moves at this frame; without it and a shutter, meshes and hair are shown at rest")
+      ->type_name("F");
+  command
+      ->add_option("--shutter", texts.shutter,
+                   "Blur what moves between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
       ->type_name("OPEN,CLOSE");
+  command
+      ->add_option("--motion-samples", options.motion_samples,
+                   "Samples of motion over the shutter; without it, as many as look smooth")
+      ->check(CLI::Range(2u, 1024u))
+      ->type_name("N");
+  add_rate_option(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
@@ -89,6 +106,7 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       ->type_name("ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
   command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
   command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
+  add_rate_option(*command, options);
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
   command->footer(

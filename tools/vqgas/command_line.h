@@ -9,7 +9,7 @@
 #include "tools/vqgas/camera.h"
 #include "tools/vqgas/groom.h"
 #include "tools/vqgas/picture.h"
-#include "tools/vqgas/scene_part.h"
+#include "tools/vqgas/scene_shape.h"
 
 struct CommonOptions {
   uint threads = 0;  ///< 0: as many as the machine runs at once
@@ -19,10 +19,12 @@ struct CommonOptions {
 
 struct SceneOptions : CommonOptions {
   HairSettings hair;
+  double frames_per_second = 24.0;
 };
 
 struct InfoOptions : SceneOptions {
   std::vector<std::string> files;
+  double frame = 0.0;
 };
 
 struct Shutter {
@@ -37,7 +39,9 @@ struct RenderOptions : SceneOptions {
   uint width = 960, height = 540;
   uint samples = 16;
   std::vector<Layer> layers = {Layer::beauty};
-  std::optional<Shutter> shutter;
+  std::optional<double> frame;
+  std::optional<Shutter> shutter;  ///< counted from the frame
+  std::optional<uint> motion_samples;
   bool has_floor = false;
 };
 

@@ -87,7 +87,7 @@ SceneSource make_demo_fur() {
                [](const Point& p) { return 1.0 / std::sqrt(p.x * p.x * 1.5 + p.y * p.y * 8.0 + p.z * p.z * 0.8); });
   }
   SceneSource scene;
-  scene.mesh = builder.finish();
-  scene.hairs.push_back(make_fur());
+  scene.add_object("creature", builder.finish());
+  scene.add_object("fur", make_fur());
   return scene;
 }

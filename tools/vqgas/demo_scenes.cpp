@@ -11,7 +11,9 @@ struct DemoScene {
 
 template <MeshSource (*make)()>
 SceneSource make_mesh_scene() {
-  return {make(), {}};
+  SceneSource scene;
+  scene.add_object("", make());
+  return scene;
 }
 
 constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},

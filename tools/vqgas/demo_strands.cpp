@@ -55,7 +55,7 @@ void add_tendril(CurveData& data, const Point& foot, double height, double phase
 
 SceneSource make_demo_strands() {
   SceneSource scene;
-  HairSource& hair = scene.hairs.emplace_back();
+  HairSource hair;
   hair.data.group_names = {CoreString("fern light"), CoreString("fern dark"), CoreString("fern red"),
                            CoreString("tendrils")};
   hair.group_colors = {color_from_srgb(0xa6bf5a), color_from_srgb(0x5d8a52), color_from_srgb(0xb8624a),
@@ -78,6 +78,7 @@ SceneSource make_demo_strands() {
   const uint soil = builder.add_group("pot", color_from_srgb(0x9c8d7c));
   add_lathe(builder, {{0, -0.25, 0}},
             {{0, 0}, {1.2, 0}, {1.38, 0.1}, {1.42, 0.24}, {1.36, 0.3}, {1.2, 0.28}, {0, 0.26}}, 160, soil);
-  scene.mesh = builder.finish();
+  scene.add_object("pot", builder.finish());
+  scene.add_object("fern", std::move(hair));
   return scene;
 }

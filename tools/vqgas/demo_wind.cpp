@@ -57,8 +57,9 @@ Blade make_blade(uint number, double length) {
 SceneSource make_demo_wind() {
   constexpr uint blades = 60000, ears = 150;
   SceneSource scene;
-  CurveData& data = scene.hairs.emplace_back().data;
-  scene.hairs.back().group_colors = {color_from_srgb(0x86a848), color_from_srgb(0xb5b35c), color_from_srgb(0xc98f4e)};
+  HairSource grass;
+  CurveData& data = grass.data;
+  grass.group_colors = {color_from_srgb(0x86a848), color_from_srgb(0xb5b35c), color_from_srgb(0xc98f4e)};
   data.group_names = {CoreString("grass green"), CoreString("grass dry"), CoreString("ears")};
   data.motion_step = 1.0 / (sample_count - 1);
   data.motion_points.resize(sample_count);
@@ -92,6 +93,7 @@ SceneSource make_demo_wind() {
       builder.add_polygon({inner + k, outer + k, outer + next, inner + next}, soil);
     }
   }
-  scene.mesh = builder.finish();
+  scene.add_object("meadow", builder.finish());
+  scene.add_object("grass", std::move(grass));
   return scene;
 }

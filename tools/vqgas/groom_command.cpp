@@ -10,6 +10,7 @@
 #include "tools/vqgas/mesh_builder.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
+#include "tools/vqgas/scene_flatten.h"
 #include "tools/vqgas/scene_load.h"
 #include "vq_app_base/app_base.h"
 #include "vq_geometry/poly_mesh.h"
@@ -17,11 +18,11 @@
 namespace {
 
 void create_mesh(const std::string& name, PolyMesh& mesh) {
-  SceneSource source = load_scene({name});
-  if (!source.mesh) throw InputError(name, "holds no mesh that fur could grow on");
-  complete_normals(source.mesh->data, crease_degrees);
+  MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
+  if (source.data.polygon_sizes.empty()) throw InputError(name, "holds no mesh that fur could grow on");
+  complete_normals(source.data, crease_degrees);
   CoreString fault;
-  if (!mesh.create(std::move(source.mesh->data), fault)) throw InputError(name, fault.get_data());
+  if (!mesh.create(std::move(source.data), fault)) throw InputError(name, fault.get_data());
 }
 
 /// With the number of strands that the density asks for.

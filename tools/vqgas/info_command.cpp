@@ -36,10 +36,10 @@ struct PartReport {
   GMathBbox3<double> bbox;
 };
 
-std::vector<ArrayBytes> get_arrays(const ScenePart& part) {
-  const GasBvh<4>& tree = part.get_tree();
+std::vector<ArrayBytes> get_arrays(const SceneShape& shape) {
+  const GasBvh<4>& tree = *shape.tree;
   const u64 nodes_and_order = tree.get_array_bytes();
-  const u64 rest = part.get_structure().get_memory_size() - nodes_and_order;
+  const u64 rest = shape.structure->get_memory_size() - nodes_and_order;
   return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
@@ -48,11 +48,13 @@ std::vector<ArrayBytes> get_arrays(const ScenePart& part) {
           {"primitive table and object", rest}};
 }
 
-/// The mesh of a file and each of its hairs, as scenes of their own.
-std::vector<SceneSource> split_scene(SceneSource&& source) {
+/// Each shape of a file as a scene of its own.
+std::vector<SceneSource> split_scene(const std::string& file, SceneSource&& source) {
   std::vector<SceneSource> parts;
-  if (source.mesh) parts.push_back({std::move(source.mesh), {}});
-  for (HairSource& hair : source.hairs) parts.emplace_back().hairs.push_back(std::move(hair));
+  for (ShapeSource& shape : source.shapes) {
+    parts.emplace_back().add_object("", std::move(shape));
+    parts.back().files.push_back({file, 1});
+  }
   return parts;
 }
 
@@ -63,23 +65,23 @@ PartReport examine(const std::string& file, SceneSource&& source, const InfoOpti
   HeldMessages messages;
   const QueryScene scene(application, std::move(source), options.hair);
   if (!options.quiet) messages.release();
-  const ScenePart& part = *scene.get_parts().front();
-  const GasClusterable& structure = part.get_structure();
+  const SceneShape& shape = scene.get_shapes().front();
+  const GasClusterable& structure = *shape.structure;
 
   PartReport report = {};
   report.file = file;
   report.threads = application.get_thread_count();
   report.primitives = scene.get_primitive_count();
   report.kept = scene.get_kept_count();
-  report.points = part.get_point_count();
-  report.groups = part.get_geometry().get_shading_groups().get_count();
-  if (const TubeMeshFast* hair = part.get_hair()) {
+  report.points = shape.point_count;
+  report.groups = shape.geometry->get_shading_groups().get_count();
+  if (const TubeMeshFast* hair = shape.hair) {
     report.is_hair = true;
     report.is_cubic = hair->get_curves().get_shape() == CurveShape::cubic;
     report.strands = hair->get_curves().get_curve_count();
   }
-  report.tree = bvh_compute_statistics(part.get_tree());
-  report.arrays = get_arrays(part);
+  report.tree = bvh_compute_statistics(*shape.tree);
+  report.arrays = get_arrays(shape);
   report.stages = display.take_task_seconds();
   report.build_seconds = scene.get_build_seconds();
   report.bbox = structure.get_bbox();
@@ -189,7 +191,8 @@ void run_info(const InfoOptions& options) {
   check_output(options.json);
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
   for (const std::string& file : options.files) {
-    for (SceneSource& part : split_scene(load_scene({file}))) {
+    for (SceneSource& part :
+         split_scene(file, load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second}))) {
       const PartReport report = examine(file, std::move(part), options);
       json.push_back(make_json(report));
       if (options.json != "-" && !options.quiet) print_table(report);

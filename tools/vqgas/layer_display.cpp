@@ -1,5 +1,6 @@
 #include "tools/vqgas/layer_display.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -48,6 +49,14 @@ Color show_number(const PictureLayer& layer, std::size_t pixel, const std::vecto
   return {encode_srgb(color.x), encode_srgb(color.y), encode_srgb(color.z)};
 }
 
+/// A colour of its own for each way through the scene.
+Color show_path(const PictureLayer& layer, std::size_t pixel) {
+  if (layer.channels[0].numbers[pixel] == no_number) return empty_color;
+  uint mixed = 0;
+  for (const PictureChannel& channel : layer.channels) mixed = hash_bits(mixed ^ channel.numbers[pixel]);
+  return hash_color(mixed);
+}
+
 /// The range of the finite values of a channel.
 struct ValueRange {
   float low = std::numeric_limits<float>::max(), high = std::numeric_limits<float>::lowest();
@@ -94,6 +103,24 @@ ScreenImage show_position(const Picture& picture, const PictureLayer& layer) {
   });
 }
 
+/// Direction as hue, right being red, up yellow-green; length as brightness, the fastest thousandth fully bright.
+ScreenImage show_motion(const Picture& picture, const PictureLayer& layer) {
+  std::vector<float> lengths;
+  lengths.reserve(layer.channels[0].values.size());
+  for (std::size_t pixel = 0; pixel < layer.channels[0].values.size(); ++pixel)
+    lengths.push_back(std::hypot(get_value(layer, 0, pixel), get_value(layer, 1, pixel)));
+  std::vector<float> sorted = lengths;
+  const auto top = sorted.end() - 1 - static_cast<std::ptrdiff_t>(sorted.size() / 1000);
+  std::nth_element(sorted.begin(), top, sorted.end());
+  const float scale = *top > 0.0f ? 1.0f / *top : 0.0f;
+  return map_pixels(picture, [&](std::size_t pixel) {
+    const float turn = std::atan2(-get_value(layer, 1, pixel), get_value(layer, 0, pixel));
+    const auto channel = [&](float at) { return 0.5f + 0.5f * std::cos(turn - at); };
+    constexpr float third = 2.0943951f;
+    return Color(channel(0.0f), channel(third), channel(-third)) * std::fmin(1.0f, lengths[pixel] * scale);
+  });
+}
+
 ScreenImage show_heat(const Picture& picture, const PictureLayer& layer) {
   std::vector<float> sums = layer.channels[0].values;
   for (std::size_t pixel = 0; pixel < sums.size(); ++pixel) sums[pixel] += get_value(layer, 1, pixel);
@@ -128,6 +155,12 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
       return map_pixels(picture, [&](std::size_t pixel) { return show_uv(layer, pixel); });
     case Layer::primitive:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
+    case Layer::object:
+      return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
+    case Layer::instance_path:
+      return map_pixels(picture, [&](std::size_t pixel) { return show_path(layer, pixel); });
+    case Layer::motion:
+      return show_motion(picture, layer);
     case Layer::group:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, &group_colors); });
     case Layer::beauty:

@@ -14,7 +14,7 @@
 struct MeshSource {
   PolyMeshData data;
   std::vector<Color> group_colors;
-  std::string name;  ///< of the file, or the first of several: stands in errors
+  std::string name;  ///< of the file, and of the mesh in a file of several: stands in errors
 };
 
 class MeshBuilder {

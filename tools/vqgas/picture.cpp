@@ -20,7 +20,10 @@ const LayerTraits& get_traits(Layer layer) {
       {"position", {"P.X", "P.Y", "P.Z"}, false, 0.0f},
       {"primitive", {"primitive"}, true, 0.0f},
       {"group", {"group"}, true, 0.0f},
+      {"object", {"object"}, true, 0.0f},
+      {"instance-path", {"path.0", "path.1", "path.2", "path.3"}, true, 0.0f},
       {"uv", {"UV.U", "UV.V"}, false, 0.0f},
+      {"motion", {"motion.X", "motion.Y"}, false, 0.0f},
       {"heat", {"heat.nodes", "heat.leaves"}, false, 0.0f},
       {"count", {"count"}, true, 0.0f},
   }};
@@ -38,6 +41,13 @@ bool find_layer(std::string_view name, Layer& layer) {
     return true;
   }
   return false;
+}
+
+std::string list_layers() {
+  std::string list;
+  for (uint index = 0; index < layer_count; ++index)
+    list += (index == 0 ? "" : ", ") + std::string(get_layer_name(static_cast<Layer>(index)));
+  return list;
 }
 
 Picture::Picture(uint width, uint height, const std::vector<Layer>& wanted) : width(width), height(height) {

@@ -9,13 +9,15 @@
 
 #include "vq_core/core_types.h"
 
-enum class Layer { beauty, depth, normal, position, primitive, group, uv, heat, count };
-inline constexpr uint layer_count = 9;
+enum class Layer { beauty, depth, normal, position, primitive, group, object, instance_path, uv, motion, heat, count };
+inline constexpr uint layer_count = 12;
 
 /// The layer's name on the command line and in file names.
 const char* get_layer_name(Layer layer);
 /// False when there is no such layer.
 bool find_layer(std::string_view name, Layer& layer);
+/// All names, separated by commas.
+std::string list_layers();
 
 /// What number channels hold where the ray hits nothing.
 inline constexpr uint no_number = 0xFFFFFFFFu;
@@ -38,8 +40,9 @@ struct Picture {
   uint width = 0, height = 0;
   std::vector<PictureLayer> layers;
 
-  /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive
-  /// and group one number each, uv UV.U UV.V, heat heat.nodes heat.leaves, count one number.
+  /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
+  /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
+  /// motion.Y, heat heat.nodes heat.leaves, count one number.
   Picture(uint width, uint height, const std::vector<Layer>& wanted);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);

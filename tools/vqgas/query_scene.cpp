@@ -5,153 +5,146 @@
 #include <cmath>
 #include <limits>
 
+#include "tools/vqgas/input_error.h"
 #include "vq_app_base/app_base.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_module/module_combiner.h"
 
 namespace {
 
-/// Boxes of runs of segments. They do not depend on the tree, so that pictures with and without oriented nodes have the
-/// same view.
-template <CurveShape shape>
-void add_hair_boxes(const CurveSet& curves, double time, std::vector<GMathBbox3<double>>& boxes) {
-  const CurveSet::Place place = curves.get_place(time);
-  const uint count = curves.get_segment_count(), run = 1 + count / 1024;
-  for (uint first = 0; first < count; first += run) {
-    GMathBbox3<double> box;
-    box.set_empty();
-    for (uint segment = first; segment < std::min(first + run, count); ++segment) {
-      for (const CurvePoint<double>& point : curves.get_segment<shape>(segment, place).point) {
-        const double radius = std::fmax(point.radius, 0.0);
-        const GMathVec3<double> reach(radius, radius, radius);
-        const GMathVec3<double> low = point.position - reach, high = point.position + reach;
-        // The sum is finite when every value is; segments with others are not in the picture.
-        if (!std::isfinite(low.x + low.y + low.z + high.x + high.y + high.z)) continue;
-        box.add(low);
-        box.add(high);
-      }
-    }
-    if (box.min.x <= box.max.x) boxes.push_back(box);
-  }
+const std::vector<Color>& get_group_colors_of(const ShapeSource& source) {
+  return std::visit([](const auto& shape) -> const std::vector<Color>& { return shape.group_colors; }, source);
+}
+
+/// A rough size, for progress.
+std::size_t get_weight(const ShapeSource& source) {
+  if (const MeshSource* mesh = std::get_if<MeshSource>(&source)) return mesh->data.polygon_vertices.size() + 1;
+  return 4 * std::get<HairSource>(source).data.points.size() + 1;
+}
+
+/// Whether the place of an object moves, within a group too.
+bool has_moving_place(const ModuleSceneObject& object) {
+  if (object.is_keyframed()) return true;
+  const auto* group = dynamic_cast<const ModuleCombiner*>(&object);
+  return group != nullptr && std::any_of(group->get_objects().begin(), group->get_objects().end(),
+                                         [](const auto& part) { return has_moving_place(*part); });
 }
 
 }  // namespace
 
-QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings)
+QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings, double frame)
     : application_(application), factory_(application), ctx_(factory_) {
   const auto begin = std::chrono::steady_clock::now();
-  const auto build = [&](const std::vector<Color>& group_colors, const auto& make_part) {
-    AppProgressBar* progress = application.create_progress_bar("Build");
-    add_part(make_part(progress), group_colors);
-    progress->finish();
-  };
-  if (source.mesh) {
-    build(source.mesh->group_colors,
-          [&](AppProgressBar* progress) { return make_mesh_part(ctx_, std::move(*source.mesh), progress); });
-  }
-  for (HairSource& hair : source.hairs) {
-    build(hair.group_colors,
-          [&](AppProgressBar* progress) { return make_hair_part(ctx_, std::move(hair), settings, progress); });
-  }
+  build_shapes(source.shapes, settings);
+  AppProgressBar* progress = application.create_progress_bar("Build scene");
+  const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, frame);
+  objects_ = maker.make(source, false, progress);
+  progress->finish();
+  const bool has_all_hits = std::any_of(shapes_.begin(), shapes_.end(), [](const SceneShape& shape) {
+    return shape.all_hits_structure != shape.structure;
+  });
+  if (has_all_hits) all_hits_objects_ = maker.make(source, true, nullptr);
   build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-
-  links_.material = &material_;
-  group_links_.assign(group_colors_.size(), &links_);
-  shading_ = ShadingGroupTable(group_links_);
+  check_files(source.files);
 }
 
-void QueryScene::add_part(std::unique_ptr<ScenePart> part, const std::vector<Color>& group_colors) {
-  part->first_primitive = get_primitive_count();
-  part->first_group = static_cast<uint>(group_colors_.size());
+void QueryScene::check_files(const std::vector<SceneFile>& files) const {
+  auto shape = shapes_.begin();
+  for (const SceneFile& file : files) {
+    const auto end = shape + static_cast<std::ptrdiff_t>(file.shape_count);
+    const bool is_hair = shape != end && shape->hair != nullptr;
+    if (std::all_of(shape, end, [](const SceneShape& empty) { return empty.tree->is_empty(); }))
+      throw InputError(file.name,
+                       is_hair ? "holds no segment with finite points" : "holds no polygon with finite corners");
+    shape = end;
+  }
+  if (objects_.tree->get_tree().is_empty())
+    throw InputError(files.front().name, "holds no object with a place: all matrices are singular or not finite");
+}
+
+void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const HairSettings& settings) {
+  std::size_t whole = 0;
+  for (const ShapeSource& source : sources) whole += get_weight(source);
+  shapes_.reserve(sources.size());  // objects keep references
+  AppProgressBar* progress = application_.create_progress_bar("Build");
+  for (ShapeSource& source : sources) {
+    const std::vector<Color> group_colors = get_group_colors_of(source);
+    progress->begin_task("Build shape", static_cast<double>(get_weight(source)) / static_cast<double>(whole));
+    add_shape(make_shape(ctx_, std::move(source), settings, progress), group_colors);
+    progress->end_task();
+  }
+  progress->finish();
+}
+
+void QueryScene::add_shape(SceneShape&& shape, const std::vector<Color>& group_colors) {
+  shape.first_primitive = get_primitive_count();
+  shape.first_group = static_cast<uint>(group_colors_.size());
   group_colors_.insert(group_colors_.end(), group_colors.begin(), group_colors.end());
   // A source without names has one group all the same.
-  group_colors_.resize(part->first_group + part->get_geometry().get_shading_groups().get_count(), palette_color(0));
-  parts_.push_back(std::move(part));
+  group_colors_.resize(shape.first_group + shape.geometry->get_shading_groups().get_count(), palette_color(0));
+  shapes_.push_back(std::move(shape));
+  shapes_by_geometry_[shapes_.back().geometry.get()] = &shapes_.back();
 }
 
-const GMathTimeSampling& QueryScene::get_motion_sampling() const {
-  // Parts that move do so at the same times.
-  for (const auto& part : parts_) {
-    if (part->get_motion_sampling().get_sample_count() > 1) return part->get_motion_sampling();
+void QueryScene::set_shutter(const SceneTimes& times) {
+  constexpr uint smooth_steps = 8;  // what turns is to look round
+  const GMathTimeSampling* common = nullptr;
+  bool is_common = true;
+  for (const SceneShape& shape : shapes_) {
+    const GMathTimeSampling& own = shape.motion_sampling;
+    if (own.get_sample_count() < 2) continue;
+    if (common == nullptr) common = &own;
+    is_common = is_common && own.get_begin() == common->get_begin() && own.get_step() == common->get_step();
   }
-  return parts_.front()->get_motion_sampling();
-}
-
-void QueryScene::set_shutter(double open, double close) {
-  // The boxes are sampled where the motion itself has its samples, one before the shutter and one after it included:
-  // between them everything moves along straight lines, as the boxes do, so that no ray misses it.
-  const GMathTimeSampling& sampling = get_motion_sampling();
-  const double last = sampling.get_sample_count() - 1;
-  const auto place = [&](double time) {
-    return last > 0.0 ? (time - sampling.get_begin()) / sampling.get_step() : 0.0;
-  };
-  const uint first_sample = static_cast<uint>(std::clamp(std::floor(place(open)), 0.0, last));
-  const uint last_sample = static_cast<uint>(std::clamp(std::ceil(place(close)), 0.0, last));
-  motion_blur_.emplace(sampling.get_sample_time(first_sample), sampling.get_sample_time(last_sample),
-                       last_sample - first_sample + 1);
+  if (times.samples || common == nullptr || !is_common) {
+    motion_blur_.emplace(times.open, times.close, times.samples.value_or(smooth_steps + 1));
+  } else {
+    // The boxes are sampled where deforming shapes have their samples, one before the shutter and one after it
+    // included, and at even steps between: there everything moves along straight lines, as the boxes do, so that no ray
+    // misses it.
+    const double last = common->get_sample_count() - 1;
+    const auto place = [&](double time) { return (time - common->get_begin()) / common->get_step(); };
+    const uint first_sample = static_cast<uint>(std::clamp(std::floor(place(times.open)), 0.0, last));
+    const uint last_sample = static_cast<uint>(std::clamp(std::ceil(place(times.close)), 0.0, last));
+    const uint steps = last_sample - first_sample;
+    const bool is_refined = steps > 0 && std::any_of(objects_.objects.begin(), objects_.objects.end(),
+                                                     [](const auto& object) { return has_moving_place(*object); });
+    const uint parts = is_refined ? (smooth_steps + steps - 1) / steps : 1;
+    motion_blur_.emplace(common->get_sample_time(first_sample), common->get_sample_time(last_sample),
+                         steps * parts + 1);
+  }
   ctx_.set_motion_blur(&*motion_blur_);
 }
 
+bool QueryScene::has_hair() const {
+  return std::any_of(shapes_.begin(), shapes_.end(), [](const SceneShape& shape) { return shape.hair != nullptr; });
+}
+
 uint QueryScene::get_primitive_count() const {
-  if (parts_.empty()) return 0;
-  return parts_.back()->first_primitive + parts_.back()->get_geometry().get_primitive_count();
+  if (shapes_.empty()) return 0;
+  return shapes_.back().first_primitive + shapes_.back().geometry->get_primitive_count();
 }
 
 uint QueryScene::get_kept_count() const {
   uint count = 0;
-  for (const auto& part : parts_) count += part->get_tree().item_count;
+  for (const SceneShape& shape : shapes_) count += shape.tree->item_count;
   return count;
 }
 
 const CoreString& QueryScene::get_group_name(uint group) const {
-  const auto after =
-      std::find_if(parts_.begin() + 1, parts_.end(), [&](const auto& part) { return part->first_group > group; });
-  const ScenePart& part = *after[-1];
-  return part.get_geometry().get_shading_groups()[group - part.first_group];
+  const auto after = std::find_if(shapes_.begin() + 1, shapes_.end(),
+                                  [&](const SceneShape& shape) { return shape.first_group > group; });
+  return after[-1].geometry->get_shading_groups()[group - after[-1].first_group];
 }
 
 GMathBbox3<double> QueryScene::get_bbox() const {
+  if (!motion_blur_) return objects_.tree->get_bbox();
   GMathBbox3<double> box;
   box.set_empty();
-  for (const auto& part : parts_) {
-    if (!motion_blur_) {
-      box.add(part->get_structure().get_bbox());
-      continue;
-    }
-    const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
-    for (uint sample = 0; sample < sampling.get_sample_count(); ++sample)
-      box.add(part->get_structure().get_bbox_at(ctx_, sampling.get_sample_time(sample)));
-  }
+  const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
+  for (uint sample = 0; sample < sampling.get_sample_count(); ++sample)
+    box.add(objects_.tree->get_bbox_at(ctx_, sampling.get_sample_time(sample)));
   return box;
-}
-
-std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
-  std::vector<GMathBbox3<double>> tight;
-  const uint sample_count = motion_blur_ ? motion_blur_->get_sample_count() : 1;
-  for (const auto& part : parts_) {
-    if (const TubeMeshFast* hair = part->get_hair()) {
-      const CurveSet& curves = hair->get_curves();
-      for (uint sample = 0; sample < sample_count; ++sample) {
-        const double time =
-            get_shape_time(motion_blur_ ? motion_blur_->get_time_sampling().get_sample_time(sample) : 0.0);
-        if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, tight);
-        if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, tight);
-      }
-      continue;
-    }
-    const GasClusterable& structure = part->get_structure();
-    CoreVector<void*> clusters;
-    structure.get_clusters(clusters, 1024, 0.0f);
-    std::vector<GMathBbox3<float>> boxes(clusters.get_count());
-    for (uint sample = 0; sample < sample_count; ++sample) {
-      if (motion_blur_) {
-        const double time = motion_blur_->get_time_sampling().get_sample_time(sample);
-        structure.get_clusters_bboxes_at(ctx_, time, clusters.as_array(), boxes.data());
-      } else {
-        structure.get_clusters_bboxes(clusters.as_array(), boxes.data());
-      }
-      for (const GMathBbox3<float>& box : boxes) tight.emplace_back(box);
-    }
-  }
-  return tight;
 }
 
 const CtxEval& QueryScene::get_thread_ctx() const {
@@ -159,34 +152,28 @@ const CtxEval& QueryScene::get_thread_ctx() const {
   return index < ctx_.get_thread_ctx_count() ? ctx_.get_or_create_thread_ctx(index) : ctx_;
 }
 
-void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, GeometryRayVisits* visits) const {
+void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, GeometryRayVisits* visits,
+                              bool wants_end_matrices) const {
   if (packet.get_count() == 0) return;
   GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
   query.visits = visits;
-  for (const auto& part : parts_) {
-    // A later part only finds what is nearer than the hits so far.
-    const GasObject& structure = part->get_structure();
-    query.shading_group_offset = part->first_group;
-    if (motion_blur_) {
-      structure.ray_hit_nearest_motion(get_thread_ctx(), shader, query);
-    } else {
-      structure.ray_hit_nearest_static(get_thread_ctx(), shader, query);
-    }
+  query.settings.wants_motion_vectors = wants_end_matrices;
+  if (motion_blur_) {
+    objects_.tree->ray_hit_nearest_motion(get_thread_ctx(), shader, query);
+  } else {
+    objects_.tree->ray_hit_nearest_static(get_thread_ctx(), shader, query);
   }
 }
 
 void QueryScene::find_all(CtxShader& shader, GeometryRayPacket& packet) const {
   packet.get_hits().clear();
   if (packet.get_count() == 0) return;
+  const GasSceneTree& tree = all_hits_objects_.tree != nullptr ? *all_hits_objects_.tree : *objects_.tree;
   GeometryRaytraceCtx& query = packet.begin_all_hits(shading_);
-  for (const auto& part : parts_) {
-    const GasObject& structure = part->get_all_hits_structure();
-    query.shading_group_offset = part->first_group;
-    if (motion_blur_) {
-      structure.ray_hit_motion(get_thread_ctx(), shader, query);
-    } else {
-      structure.ray_hit_static(get_thread_ctx(), shader, query);
-    }
+  if (motion_blur_) {
+    tree.ray_hit_motion(get_thread_ctx(), shader, query);
+  } else {
+    tree.ray_hit_static(get_thread_ctx(), shader, query);
   }
 }
 
@@ -202,9 +189,30 @@ void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vec
   for (uint ray = 0; ray < packet.get_count(); ++ray) is_hit[ray] = packet.get_nearest(ray).geometry != nullptr;
 }
 
-const ScenePart& QueryScene::get_part(const GeometryIntersection& hit) const {
-  return **std::find_if(parts_.begin(), parts_.end(),
-                        [&](const auto& part) { return &part->get_geometry() == hit.geometry; });
+void QueryScene::find_in_frustum(CtxShader& shader, GeometryFrustumCtx& query) const {
+  query.shading = &shading_;
+  objects_.tree->frustum_hit(get_thread_ctx(), shader, query);
+}
+
+std::optional<SceneHit> QueryScene::get_nearest(GeometryRayPacket& packet, uint ray) const {
+  const GeometryIntersection& record = packet.get_nearest(ray);
+  if (record.geometry == nullptr) return std::nullopt;
+  return SceneHit{&record, packet.get_nearest_transform(ray), packet.get_nearest_path(ray),
+                  shapes_by_geometry_.at(record.geometry)};
+}
+
+SceneHit QueryScene::get_hit(GeometryRayPacket& packet, const GeometryIntersection& record) const {
+  const GeometryHitList& hits = packet.get_hits();
+  return {&record, hits.get_transform(record), hits.get_path(record), shapes_by_geometry_.at(record.geometry)};
+}
+
+GMathVec3<double> QueryScene::get_end_position(const SceneHit& hit, double time, double& end_time) const {
+  const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
+  uint sample = 0;
+  double fraction = 0.0;
+  sampling.get_span(time, sample, fraction);
+  end_time = sampling.get_sample_time(std::min(sample + 1, sampling.get_sample_count() - 1));
+  return geometry_get_end_position(*hit.record, hit.transform, end_time);
 }
 
 double QueryScene::get_shape_time(double time) const {

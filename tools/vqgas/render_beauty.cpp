@@ -119,32 +119,40 @@ class BeautyTile {
 
   bool find_point(uint ray, ShadePoint& point) {
     const GMathRay& source = thread_.camera_rays.get_ray(ray);
-    const GeometryIntersection& hit = thread_.camera_rays.get_nearest(ray);
+    const double distance = thread_.camera_rays.get_nearest(ray).distance;
     point.ray = ray;
     point.time = source.time;
     point.view = -source.direction.get_normalized();
     double floor_distance = DBL_MAX;
     if (settings_.has_floor && source.direction.y < 0.0 && source.origin.y > box_.min.y)
       floor_distance = (box_.min.y - source.origin.y) / source.direction.y;
-    if (floor_distance < hit.distance) return find_floor_point(source.get_point(floor_distance), point);
-    if (hit.geometry == nullptr) return false;
+    if (floor_distance < distance) return find_floor_point(source.get_point(floor_distance), point);
+    const std::optional<SceneHit> hit = scene_.get_nearest(thread_.camera_rays, ray);
+    if (!hit) return false;
 
-    const GeometrySurfacePoint surface = scene_.get_surface_point(hit, source.time);
+    const GeometrySurfacePoint surface = scene_.get_surface_point(*hit, source.time);
     const bool from_behind = surface.normal.dot(point.view) < 0.0;
     point.face_normal = from_behind ? -surface.normal : surface.normal;
     point.normal = from_behind ? -surface.shading_normal : surface.shading_normal;
     if (!(point.normal.dot(point.face_normal) > 0.0)) point.normal = point.face_normal;
     point.position = surface.position + point.face_normal * (1e-5 * radius_);
-    point.albedo = scene_.get_group_colors()[hit.shading_group];
+    point.albedo = scene_.get_group_colors()[hit->get_group()];
     coverage_[ray] += 1.0f;
-    if (const TubeMeshFast* hair = scene_.get_part(hit).get_hair()) find_fiber(*hair, hit, surface, point);
+    if (hit->shape->hair != nullptr) find_fiber(*hit, surface, point);
     return true;
   }
 
-  void find_fiber(const TubeMeshFast& hair, const GeometryIntersection& hit, const GeometrySurfacePoint& surface,
-                  ShadePoint& point) const {
+  void find_fiber(const SceneHit& found, const GeometrySurfacePoint& surface, ShadePoint& point) const {
+    const TubeMeshFast& hair = *found.shape->hair;
+    const GeometryIntersection& hit = *found.record;
     const double time = scene_.get_shape_time(point.time);
     point.fiber_radius = get_fiber_radius(hair.get_curves(), hit, time);
+    point.tangent = hair.get_tangent(hit, time);
+    if (found.transform != nullptr) {
+      const GMathMatrix4x4<double>& matrix = found.transform->matrix;
+      point.fiber_radius *= std::cbrt(std::fabs(matrix.get_determinant()));
+      point.tangent = matrix.transform_vector(point.tangent).get_normalized();
+    }
     // The margin that serves surfaces may be wider than a hair.
     point.position = surface.position + point.face_normal * std::fmin(1e-5 * radius_, 0.02 * point.fiber_radius);
     const uint strand = hair.get_curves().get_curve(hit.primitive);
@@ -153,7 +161,6 @@ class BeautyTile {
     const double roundness = (width - 2.0) / 4.0;
     const uint chance = hash_bits(static_cast<uint>(hit.v * 0x1p31) ^ hit.primitive);
     point.is_fiber = random_unit(chance, 22) >= roundness;
-    point.tangent = hair.get_tangent(hit, time);
   }
 
   bool find_floor_point(const Vector& position, ShadePoint& point) const {
@@ -220,8 +227,8 @@ class BeautyTile {
   Color get_ambient_light(uint ray) {
     constexpr float passed_on = 0.3f;
     const GMathRay& source = thread_.ambient_rays.get_ray(ray);
-    const GeometryIntersection& hit = thread_.ambient_rays.get_nearest(ray);
-    if (hit.geometry != nullptr) return scene_.get_group_colors()[hit.shading_group] * passed_on;
+    const std::optional<SceneHit> hit = scene_.get_nearest(thread_.ambient_rays, ray);
+    if (hit) return scene_.get_group_colors()[hit->get_group()] * passed_on;
     if (settings_.has_floor && source.direction.y < 0.0) return floor_color * (2.0f * passed_on);
     return Daylight::get_sky(source.direction);
   }

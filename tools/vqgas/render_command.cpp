@@ -18,17 +18,21 @@
 
 namespace {
 
-RenderSettings make_settings(const RenderOptions& options, const QueryScene& scene) {
+SceneTimes get_times(const RenderOptions& options) {
+  const double frame = options.frame.value_or(0.0);
+  const Shutter shutter = options.shutter.value_or(Shutter());
+  return {frame + shutter.open, frame + shutter.close, options.motion_samples, options.frames_per_second};
+}
+
+RenderSettings make_settings(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene) {
   RenderSettings settings;
   settings.width = options.width;
   settings.height = options.height;
   settings.samples = options.samples;
   settings.layers = options.layers;
   settings.has_floor = options.has_floor;
-  if (options.shutter) {
-    settings.shutter_open = options.shutter->open;
-    settings.shutter_close = options.shutter->close;
-  }
+  settings.shutter_open = times.open;
+  settings.shutter_close = times.close;
   const double aspect = double(options.width) / options.height;
   settings.camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
   return settings;
@@ -68,10 +72,12 @@ struct MeanVisits {
   }
 };
 
-nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScene& scene, const Picture& picture,
-                                   const RayCounts& rays, double seconds, const std::vector<std::string>& written) {
+nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
+                                   const Picture& picture, const RayCounts& rays, double seconds,
+                                   const std::vector<std::string>& written) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
+  report["objects"] = scene.get_objects().objects.size();
   report["primitives"] = scene.get_primitive_count();
   report["kept"] = scene.get_kept_count();
   report["threads"] = scene.get_application().get_thread_count();
@@ -86,7 +92,10 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
     const MeanVisits visits(*heat);
     report["visits_per_ray"] = {{"nodes", visits.nodes}, {"leaves", visits.leaves}};
   }
-  if (options.shutter) report["shutter"] = {options.shutter->open, options.shutter->close};
+  if (const CtxMotionBlur* motion_blur = scene.get_motion_blur()) {
+    report["shutter"] = {times.open, times.close};
+    report["motion_samples"] = motion_blur->get_sample_count();
+  }
   report["written"] = written;
   return report;
 }
@@ -96,22 +105,25 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const QueryScen
 void run_render(const RenderOptions& options) {
   for (const std::string& name : options.outputs) check_output(name);
   check_output(options.json);
-  SceneSource source = load_scene(options.files);
-  if (source.mesh) complete_normals(source.mesh->data, crease_degrees);
+  const SceneTimes times = get_times(options);
+  SceneSource source = load_scene(options.files, times);
+  for (ShapeSource& shape : source.shapes) {
+    if (MeshSource* mesh = std::get_if<MeshSource>(&shape)) complete_normals(mesh->data, crease_degrees);
+  }
   AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
   hair.is_asked_all_hits =
       std::find(options.layers.begin(), options.layers.end(), Layer::count) != options.layers.end();
-  QueryScene scene(application, std::move(source), hair);
+  QueryScene scene(application, std::move(source), hair, times.open);
   if (!options.quiet) messages.release();
-  if (options.shutter) {
-    scene.set_shutter(options.shutter->open, options.shutter->close);
+  if (options.frame || options.shutter) {
+    scene.set_shutter(times);
     scene.get_bbox();  // refits what moves, before the time of the rays is taken
   }
 
-  const RenderSettings settings = make_settings(options, scene);
+  const RenderSettings settings = make_settings(options, times, scene);
   display.set_unit("pixels");
   AppProgressBar* progress = application.create_progress_bar("Render");
   RayCounts rays;
@@ -122,7 +134,7 @@ void run_render(const RenderOptions& options) {
 
   const std::vector<std::string> written = write_pictures(picture, options.outputs, scene);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = make_report(options, scene, picture, rays, seconds, written);
+    const nlohmann::ordered_json report = make_report(options, times, scene, picture, rays, seconds, written);
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
   }
   if (options.quiet || options.json == "-") return;

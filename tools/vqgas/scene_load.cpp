@@ -1,63 +1,53 @@
 #include "tools/vqgas/scene_load.h"
 
-#include <tuple>
 #include <utility>
 
 #include "tools/vqgas/demo_scenes.h"
 #include "tools/vqgas/hair_file.h"
-#include "tools/vqgas/input_error.h"
-#include "tools/vqgas/mesh_import.h"
+#include "tools/vqgas/scene_import.h"
 
 namespace {
 
-SceneSource load_file(const std::string& name) {
+SceneSource load_file(const std::string& name, const SceneTimes& times) {
   constexpr std::string_view prefix = "demo:";
-  SceneSource source;
   if (name.starts_with(prefix)) return make_demo_scene(name.substr(prefix.size()));
-  if (is_hair_file(name)) {
-    source.hairs.push_back(read_hair(name));
-  } else {
-    source.mesh = import_mesh(name);
-  }
+  if (!is_hair_file(name)) return import_scene(name, times);
+  SceneSource source;
+  source.add_object("", read_hair(name));
   return source;
 }
 
-/// Begin, step and number of motion samples.
-using SampleTimes = std::tuple<double, double, std::size_t>;
+void shift(std::vector<ObjectSource>& objects, uint shapes, uint groups) {
+  for (ObjectSource& object : objects) {
+    if (object.shape != core_invalid_index) object.shape += shapes;
+    if (object.group != core_invalid_index) object.group += groups;
+  }
+}
+
+void set_default(std::string& text, const std::string& value) {
+  if (text.empty()) text = value;
+}
+
+template <class T>
+void append(std::vector<T>& to, std::vector<T>& from) {
+  to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+}
 
 }  // namespace
 
-SceneSource load_scene(const std::vector<std::string>& names) {
+SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times) {
   SceneSource scene;
-  std::vector<MeshSource> meshes;
-  std::optional<SampleTimes> times;  // of what moves
-  const auto fits = [&](const auto& data, std::size_t samples) {
-    if (samples == 0) return true;
-    const SampleTimes own(data.motion_begin, data.motion_step, samples);
-    if (!times) times = own;
-    return own == *times;
-  };
   for (const std::string& name : names) {
-    SceneSource file = load_file(name);
-    bool is_sound = true;
-    if (file.mesh) {
-      file.mesh->name = name;
-      is_sound = fits(file.mesh->data, file.mesh->data.motion_positions.size());
-      meshes.push_back(std::move(*file.mesh));
-    }
-    for (HairSource& hair : file.hairs) {
-      hair.name = name;
-      is_sound = is_sound && fits(hair.data, hair.data.motion_points.size());
-      scene.hairs.push_back(std::move(hair));
-    }
-    if (!is_sound) throw InputError(name, "moves at other sample times than the files before it");
+    SceneSource file = load_file(name, times);
+    const auto shapes = static_cast<uint>(scene.shapes.size()), groups = static_cast<uint>(scene.groups.size());
+    shift(file.objects, shapes, groups);
+    for (std::vector<ObjectSource>& group : file.groups) shift(group, shapes, groups);
+    for (ShapeSource& shape : file.shapes) std::visit([&](auto& source) { set_default(source.name, name); }, shape);
+    for (ObjectSource& object : file.objects) set_default(object.name, name);
+    scene.files.push_back({name, file.shapes.size()});
+    append(scene.shapes, file.shapes);
+    append(scene.groups, file.groups);
+    append(scene.objects, file.objects);
   }
-  if (meshes.size() == 1) scene.mesh = std::move(meshes.front());
-  if (meshes.size() < 2) return scene;
-  MeshBuilder builder;
-  const std::string first_name = meshes.front().name;
-  for (MeshSource& mesh : meshes) builder.append(std::exchange(mesh, {}));
-  scene.mesh = builder.finish();
-  scene.mesh->name = first_name;
   return scene;
 }

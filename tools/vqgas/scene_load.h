@@ -5,6 +5,6 @@
 
 #include "tools/vqgas/scene_source.h"
 
-/// Reads mesh and hair files, and makes built-in scenes where a name begins with "demo:". Meshes are joined in the
-/// order of the names. Throws InputError, also when two of them move at different sample times.
-SceneSource load_scene(const std::vector<std::string>& names);
+/// Reads mesh, scene and hair files, and makes built-in scenes where a name begins with "demo:". The objects of the
+/// files follow each other in the order of the names. What deforms is read for the given times. Throws InputError.
+SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times);

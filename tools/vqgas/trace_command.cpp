@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/held_messages.h"
@@ -23,12 +24,15 @@ namespace {
 
 struct TraceHit {
   uint ray = 0;
-  uint primitive = 0;  // in the scene
+  uint primitive = 0, group = 0;  // in the scene
   GeometryIntersection hit;
   GeometrySurfacePoint point;
+  std::vector<uint> path;
+  const ModuleSceneObject* object = nullptr;  // innermost
 };
 
-/// A run of rays that one thread traces as a packet. Its hits are in order of ray, then distance, then primitive.
+/// A run of rays that one thread traces as a packet. Its hits are in order of ray, then distance, then path and
+/// primitive.
 class TraceTask final : public SysThreadTask {
  public:
   TraceTask(const QueryScene& scene, const std::vector<TraceRay>& rays, std::size_t first, std::size_t count, bool all)
@@ -47,26 +51,32 @@ class TraceTask final : public SysThreadTask {
     }
     if (all_) {
       scene_.find_all(shader, packet);
-      for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, hit.hit);
+      for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, scene_.get_hit(packet, hit.hit));
     } else {
       scene_.find_nearest(shader, packet);
       for (uint k = 0; k < count_; ++k) {
-        if (packet.get_nearest(k).geometry != nullptr) add(k, packet.get_nearest(k));
+        if (const std::optional<SceneHit> hit = scene_.get_nearest(packet, k)) add(k, *hit);
       }
     }
     std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
       if (a.ray != b.ray) return a.ray < b.ray;
       if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
-      return std::pair(a.primitive, a.hit.part) < std::pair(b.primitive, b.hit.part);
+      return std::tie(a.path, a.primitive, a.hit.part) < std::tie(b.path, b.primitive, b.hit.part);
     });
   }
 
   std::vector<TraceHit> hits;
 
  private:
-  void add(uint ray, const GeometryIntersection& hit) {
-    hits.push_back({static_cast<uint>(first_) + ray, scene_.get_primitive(hit), hit,
-                    scene_.get_surface_point(hit, rays_[first_ + ray].time)});
+  void add(uint ray, const SceneHit& found) {
+    TraceHit& hit = hits.emplace_back();
+    hit.ray = static_cast<uint>(first_) + ray;
+    hit.primitive = found.get_primitive();
+    hit.group = found.get_group();
+    hit.hit = *found.record;
+    hit.point = scene_.get_surface_point(found, rays_[first_ + ray].time);
+    for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
+    hit.object = found.path.back().object;
   }
 
   const QueryScene& scene_;
@@ -93,15 +103,17 @@ std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) 
   text += '\n';
   auto hit = hits.begin();
   for (std::size_t ray = 0; ray < ray_count; ++ray) {
-    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,\n");
+    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,,\n");
     for (; hit != hits.end() && hit->ray == ray; ++hit) {
       const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
       text += std::to_string(ray);
       text.append(",").append(print_number(hit->hit.distance));
       text.append(",").append(std::to_string(hit->primitive));
-      text.append(",").append(std::to_string(hit->hit.shading_group));
+      text.append(",").append(std::to_string(hit->group));
       for (const double value : {hit->hit.u, hit->hit.v, n.x, n.y, n.z, p.x, p.y, p.z})
         text.append(",").append(print_number(value));
+      for (std::size_t level = 0; level < hit->path.size(); ++level)
+        text.append(level == 0 ? "," : "/").append(std::to_string(hit->path[level]));
       text += '\n';
     }
   }
@@ -121,8 +133,10 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
       const GeometrySurfacePoint& point = hit->point;
       list.push_back({{"distance", hit->hit.distance},
                       {"primitive", hit->primitive},
-                      {"group", hit->hit.shading_group},
-                      {"group_name", scene.get_group_name(hit->hit.shading_group).get_data()},
+                      {"group", hit->group},
+                      {"group_name", scene.get_group_name(hit->group).get_data()},
+                      {"object", hit->object->get_name().get_data()},
+                      {"path", hit->path},
                       {"u", hit->hit.u},
                       {"v", hit->hit.v},
                       {"normal", {point.normal.x, point.normal.y, point.normal.z}},
@@ -141,6 +155,18 @@ std::vector<TraceRay> get_rays(const TraceOptions& options) {
   return read_trace_rays(std::cin, "standard input");
 }
 
+/// From the earliest to the latest ray.
+SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second) {
+  SceneTimes times;
+  times.frames_per_second = frames_per_second;
+  if (rays.empty()) return times;
+  const auto [first, last] = std::minmax_element(rays.begin(), rays.end(),
+                                                 [](const TraceRay& a, const TraceRay& b) { return a.time < b.time; });
+  times.open = first->time;
+  times.close = last->time;
+  return times;
+}
+
 }  // namespace
 
 void run_trace(const TraceOptions& options) {
@@ -151,12 +177,11 @@ void run_trace(const TraceOptions& options) {
   HeldMessages messages;
   HairSettings hair = options.hair;
   hair.is_asked_all_hits = options.all;
-  QueryScene scene(application, load_scene({options.file}), hair);
+  const SceneTimes times = get_times(rays, options.frames_per_second);
+  QueryScene scene(application, load_scene({options.file}, times), hair);
   if (!options.quiet) messages.release();
   const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
-  const GMathTimeSampling& sampling = scene.get_motion_sampling();
-  if (wants_times && sampling.get_sample_count() > 1)
-    scene.set_shutter(sampling.get_begin(), sampling.get_sample_time(sampling.get_sample_count() - 1));
+  if (wants_times) scene.set_shutter(times);
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
   const bool prints_json = options.as_json || options.json == "-";
   if (!options.json.empty() || prints_json) {

@@ -6,7 +6,7 @@
 
 #include "vq_gmath/gmath_ray.h"
 
-inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z";
+inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path";
 
 /// One ray as the user gave it.
 struct TraceRay {

@@ -1,4 +1,4 @@
-#include "tools/vqgas/mesh_import.h"
+#include "tools/vqgas/scene_import.h"
 
 #include <assimp/config.h>
 #include <assimp/material.h>
@@ -178,13 +178,15 @@ class SceneReader {
 
 }  // namespace
 
-MeshSource import_mesh(const std::string& path) {
+SceneSource import_scene(const std::string& path, const SceneTimes& /*times*/) {
   check_file(path);
   try {
     const MemoryLimit limit;
     const SilencedStreams silence;
     Assimp::Importer importer;
-    return SceneReader(path, *read_scene(importer, path)).read();
+    SceneSource scene;
+    scene.add_object("", SceneReader(path, *read_scene(importer, path)).read());
+    return scene;
   } catch (const InputError&) {
     throw;
   } catch (const std::bad_alloc&) {

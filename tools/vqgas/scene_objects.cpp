@@ -1,0 +1,49 @@
+#include "tools/vqgas/scene_objects.h"
+
+#include "gas/gas_module_clusters.h"
+#include "vq_app_base/app_base.h"
+#include "vq_geometry/geometry_object.h"
+#include "vq_module/module_combiner.h"
+#include "vq_module/module_geometry.h"
+
+SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const {
+  std::vector<SceneObjects> groups;
+  for (const std::vector<ObjectSource>& group : source.groups)
+    groups.push_back(make_list(group, groups, for_all_hits, progress));
+  return make_list(source.objects, groups, for_all_hits, progress);
+}
+
+SceneObjects SceneObjectMaker::make_list(const std::vector<ObjectSource>& sources,
+                                         const std::vector<SceneObjects>& groups, bool for_all_hits,
+                                         AppProgressBar* progress) const {
+  SceneObjects made;
+  CoreBasicArray<ModuleSceneObject*> objects(static_cast<uint>(sources.size()));
+  for (uint index = 0; index < sources.size(); ++index) {
+    made.objects.push_back(make_object(sources[index], groups, for_all_hits));
+    objects[index] = made.objects.back().get();
+  }
+  made.tree = std::make_shared<GasSceneTree>();
+  made.tree->create(application_, objects, progress);
+  return made;
+}
+
+std::shared_ptr<ModuleSceneObject> SceneObjectMaker::make_object(const ObjectSource& source,
+                                                                 const std::vector<SceneObjects>& groups,
+                                                                 bool for_all_hits) const {
+  const CoreString name(source.name.c_str());
+  std::shared_ptr<ModuleSceneObject> object;
+  if (source.shape < shapes_.size()) {
+    const SceneShape& shape = shapes_[source.shape];
+    const auto& structure = for_all_hits ? shape.all_hits_structure : shape.structure;
+    const auto made =
+        std::make_shared<ModuleGeometry>(name, shape.geometry, structure, gas_get_cluster_functions(structure.get()));
+    for (uint group = 0; group < made->get_shading_group_count(); ++group) made->set_shading_group(group, links_);
+    object = made;
+  } else {
+    const SceneObjects& group = groups[source.group];
+    object = std::make_shared<ModuleCombiner>(name, group.objects, group.tree);
+  }
+  if (source.keys.size() == 1) object->set_global_matrix(source.keys.front().matrix);
+  if (source.keys.size() > 1) object->set_global_matrix_keys(source.keys, frame_);
+  return object;
+}
