@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
-#include <vector>
 
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_tasks.h"
@@ -43,14 +42,26 @@ uint get_slice_length(const AppBase& app, uint count) {
   return task_count > 0 ? (count + task_count - 1) / task_count : 1;
 }
 
+/// The extents of boxes within these bounds, and of what is around them, are finite.
+constexpr float outermost = std::numeric_limits<float>::max() / 4;
+
+GMathBbox3<float> bring_into_bounds(GMathBbox3<float> box) {
+  for (uint axis = 0; axis < 3; ++axis) {
+    box.min[axis] = std::clamp(box.min[axis], -outermost, outermost);
+    box.max[axis] = std::clamp(box.max[axis], -outermost, outermost);
+  }
+  return box;
+}
+
 }  // namespace
 
 GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMathMatrix4x4<double>& matrix) {
   constexpr float infinity = std::numeric_limits<float>::infinity();
+  const GMathBbox3<float> bounded = bring_into_bounds(local);  // infinity times a zero of the matrix would be NaN
   GMathBbox3<float> box({infinity, infinity, infinity}, {-infinity, -infinity, -infinity});
   for (uint corner = 0; corner < 8; ++corner)
-    box.add(GMathVec3<float>(matrix.transform_point(GMathVec3<double>(local.get_corner(corner)))));
-  if (!local.is_empty() && !box.is_empty()) return box;
+    box.add(GMathVec3<float>(matrix.transform_point(GMathVec3<double>(bounded.get_corner(corner)))));
+  if (!local.is_empty() && !box.is_empty()) return bring_into_bounds(box);
   GMathVec3<float> place;
   for (uint axis = 0; axis < 3; ++axis) {
     const float value = static_cast<float>(matrix.m[axis][3]);
@@ -88,6 +99,14 @@ GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   bvh = other.bvh;
   geometry_count = other.geometry_count;
   primitive_count = other.primitive_count;
+  const bool is_whole = objects.get_count() == other.objects.get_count() &&
+                        overrides.get_count() == other.overrides.get_count() &&
+                        object_indices.get_count() == other.object_indices.get_count() &&
+                        cluster_counts.get_count() == other.cluster_counts.get_count() &&
+                        first_leaves.get_count() == other.first_leaves.get_count() &&
+                        leaf_clusters.get_count() == other.leaf_clusters.get_count() &&
+                        leaf_objects.get_count() == other.leaf_objects.get_count();
+  if (!is_whole) clear();  // no memory
   install_leaf_functions();
   motion_data.invalidate();
   return *this;
@@ -174,8 +193,12 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
 
 void GasSceneTree::create(const AppBase& app, const CoreBasicArray<ModuleSceneObject*>& new_objects,
                           const CoreBasicArray<GeometryOverride*>& new_overrides, AppProgressBar* progress) {
-  objects.assign(new_objects.get_items(), new_objects.get_count());
-  overrides.assign(new_overrides.get_items(), new_overrides.get_count());
+  // Without memory for the new ones the former must not stay: they may be gone.
+  if (!objects.assign(new_objects.get_items(), new_objects.get_count()) ||
+      !overrides.assign(new_overrides.get_items(), new_overrides.get_count())) {
+    objects.remove_all();
+    overrides.remove_all();
+  }
   create(app, progress);
 }
 
@@ -184,7 +207,8 @@ void GasSceneTree::create(const AppBase& app, const CoreBasicArray<ModuleSceneOb
   create(app, new_objects, CoreBasicArray<GeometryOverride*>(), progress);
 }
 
-void GasSceneTree::clear_arrays() {
+void GasSceneTree::clear() {
+  bvh.clear();
   object_indices.remove_all();
   cluster_counts.remove_all();
   first_leaves.remove_all();
@@ -194,8 +218,7 @@ void GasSceneTree::clear_arrays() {
 
 void GasSceneTree::create(const AppBase& app, AppProgressBar* progress) {
   if (objects.is_empty()) {
-    bvh.clear();
-    clear_arrays();
+    clear();
     motion_data.invalidate();
     return;
   }
@@ -203,14 +226,20 @@ void GasSceneTree::create(const AppBase& app, AppProgressBar* progress) {
   {
     ClusterLists lists(objects.get_count());
     check_objects(app, lists, progress);
-    if (!gather_clusters(lists)) clear_arrays();  // no memory
+    if (!gather_clusters(lists)) clear();  // no memory
   }
-  const uint leaf_count = leaf_objects.get_count();
-  CoreAlignedArray<GMathBbox3<float>> boxes(leaf_count);
-  std::vector<float> weights(leaf_count, 1.0f);
-  if (leaf_count > 0 && boxes) compute_bboxes(app, boxes.get(), weights.data(), progress);
+  CoreArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
+  CoreBasicArray<float> weights(leaf_objects.get_count());
+  if (boxes.get_count() != leaf_objects.get_count() || weights.get_count() != leaf_objects.get_count()) {
+    clear();  // no memory
+    boxes.remove_all();
+  }
+  // What a module does not say.
+  std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
+  std::fill(weights.begin(), weights.end(), 1.0f);
+  if (!boxes.is_empty()) compute_bboxes(app, boxes.get_items(), weights.get_items(), progress);
   if (progress != nullptr) progress->begin_task("create tree", 0.3);
-  build_tree(boxes.get(), weights.data(), progress);
+  build_tree(boxes, weights, progress);
   if (progress != nullptr) progress->end_task();
   motion_data.invalidate();
 }
@@ -222,7 +251,9 @@ void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppPro
     progress->set_step_count(objects.get_count());
   }
   SysThreadTaskManager manager(app.get_thread_manager());
-  gas_run_slices<GasSceneTreeCheckTask>(manager, count, get_slice_length(app, count), [&](GasSceneTreeCheckTask& task) {
+  const uint length = get_slice_length(app, count);
+  CoreArray<GasSceneTreeCheckTask> tasks(gas_get_slice_count(count, length));
+  gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeCheckTask& task) {
     task.scene = this;
     task.lists = lists.get_items();
     task.wishes = ClusterWishes(objects.get_count());
@@ -263,13 +294,14 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, 
     progress->set_step_count(count);
   }
   SysThreadTaskManager manager(app.get_thread_manager());
-  const auto tasks = gas_run_slices<GasSceneTreeBboxTask>(manager, count, get_slice_length(app, count),
-                                                          [&](GasSceneTreeBboxTask& task) {
-                                                            task.scene = this;
-                                                            task.boxes = boxes;
-                                                            task.weights = weights;
-                                                            task.progress = progress;
-                                                          });
+  const uint length = get_slice_length(app, count);
+  CoreArray<GasSceneTreeBboxTask> tasks(gas_get_slice_count(count, length));
+  gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeBboxTask& task) {
+    task.scene = this;
+    task.boxes = boxes;
+    task.weights = weights;
+    task.progress = progress;
+  });
   for (const GasSceneTreeBboxTask& task : tasks) {
     geometry_count += task.geometry_sum;
     primitive_count += task.primitive_sum;
@@ -277,13 +309,14 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, 
   if (progress != nullptr) progress->end_task();
 }
 
-void GasSceneTree::build_tree(const GMathBbox3<float>* boxes, const float* weights, AppProgressBar* progress) {
-  const uint leaf_count = boxes != nullptr ? leaf_objects.get_count() : 0;
-  std::vector<u32> weight_words(leaf_count);
-  for (uint leaf = 0; leaf < leaf_count; ++leaf) weight_words[leaf] = std::bit_cast<u32>(weights[leaf]);
+void GasSceneTree::build_tree(const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
+                              AppProgressBar* progress) {
+  CoreBasicArray<u32> weight_words(boxes.get_count());
+  if (weight_words.get_count() != boxes.get_count()) return clear();  // no memory
+  for (uint leaf = 0; leaf < boxes.get_count(); ++leaf) weight_words[leaf] = std::bit_cast<u32>(weights[leaf]);
   GasBvhSplitCtx split_ctx;
-  split_ctx.item_boxes = boxes;
-  split_ctx.item_weights = weight_words.data();
-  bvh.build<GasBvhSplitAligned>(split_ctx, nullptr, leaf_count, {1.0f, 1, 1, 10}, progress);
+  split_ctx.item_boxes = boxes.get_items();
+  split_ctx.item_weights = weight_words.get_items();
+  bvh.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
   install_leaf_functions();
 }

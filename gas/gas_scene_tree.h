@@ -103,9 +103,11 @@ class GasSceneTree : public GasObject {
   void check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const;
   bool gather_clusters(const ClusterLists& lists);
   void compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights, AppProgressBar* progress);
-  void build_tree(const GMathBbox3<float>* boxes, const float* weights, AppProgressBar* progress);
+  void build_tree(const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
+                  AppProgressBar* progress);
   void install_leaf_functions();
-  void clear_arrays();
+  /// Empties the tree and what its leaves stand for.
+  void clear();
   GeometryOverride* get_override(uint index) const {
     return index < overrides.get_count() ? overrides[index] : nullptr;
   }

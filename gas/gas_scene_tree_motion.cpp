@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <span>
-#include <vector>
 
 #include "gas/frame/gas_tasks.h"
 #include "vq_app_base/app_base.h"
@@ -72,12 +71,13 @@ void GasSceneTree::update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& m
 
 bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
   const uint object_count = object_indices.get_count(), sample_count = data.matrices_sample_count;
-  CoreAlignedArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
-  if (!boxes) return false;
+  CoreArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
+  CoreArray<UpdateObjectMotionTask> tasks(object_count);
+  if (boxes.get_count() != leaf_objects.get_count() || tasks.get_count() != object_count) return false;
+  std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
   AppBase& application = ctx.get_application();
   AppProgressBar* progress = application.create_progress_bar("Updating motion blur of scene GAS");
   progress->set_step_count(sample_count * object_count);
-  std::vector<UpdateObjectMotionTask> tasks(object_count);
   for (uint accepted = 0; accepted < object_count; ++accepted) {
     UpdateObjectMotionTask& task = tasks[accepted];
     task.ctx = &ctx;
@@ -85,7 +85,7 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
     task.object = objects[object_indices[accepted]];
     task.geometry_override = get_override(object_indices[accepted]);
     task.clusters = get_object_clusters(accepted);
-    task.boxes = boxes.get() + first_leaves[accepted];
+    task.boxes = boxes.get_items() + first_leaves[accepted];
     task.progress = progress;
   }
   bool refitted = true;
@@ -103,7 +103,7 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
       gas_run_tasks(manager, tasks);
     }
     refitted =
-        data.refit.update_sample(sample, std::span<const GMathBbox3<float>>(boxes.get(), boxes.get_count()), nullptr);
+        data.refit.update_sample(sample, std::span<const GMathBbox3<float>>(boxes.begin(), boxes.end()), nullptr);
     // Added up rather than multiplied, so that a scene and a bundle in it sample at the same times in every bit.
     time += motion_blur.get_sample_step();
   }

@@ -16,6 +16,7 @@ struct GasSceneTree::MotionData {
     matrices.reset();
     matrices_sample_count = 0;
   }
+  static void note_slots(const GasSceneTree& owner) { owner.advert_memory_changed(); }
   u64 get_array_bytes() const { return refit.get_array_bytes() + matrices.get_bytes(); }
   /// Object to world of accepted object `accepted` at a sample.
   const GMathMatrix4x4<double>& get_matrix(uint accepted, uint sample) const {
@@ -36,6 +37,8 @@ struct GasSceneTree::MotionData {
 };
 
 /// The world box around a box in an object's space: the extremes of its eight corners, in double precision, stored in
-/// single. One without a finite place, as of an object carried beyond the float range by a matrix of NaN, shrinks to a
-/// point: a tree can hold it, and no ray finds anything there.
+/// single. Bounds beyond a quarter of the float range are brought there: an infinite one, blended between two samples
+/// with a share of 0, would be NaN, and with it the boxes of all that lies in one node with the object. A box without
+/// any place, as of an object with a matrix of NaN, shrinks to a point: a tree can hold it, and no ray finds anything
+/// there.
 GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMathMatrix4x4<double>& matrix);

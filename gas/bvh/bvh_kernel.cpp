@@ -107,7 +107,7 @@ void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader,
   if (target.base_geometry != nullptr) query.geometry = target.base_geometry;
   query.counter = 0;
   const WireframeScope wireframes(query, hits);
-  if (target.tree.is_empty() || query.ray_count == 0) return;
+  if (target.tree.is_empty() || query.ray_count == 0 || query.first_ray > query.last_ray) return;
   const BvhStart start = bvh_find_start(target.tree, query.cluster);
   if (start.ref.is_empty()) return;
   if (start.ref.is_leaf()) return call_start_leaf(target, hits, start.ref, ctx, shader, query);

@@ -20,7 +20,7 @@
 #include "vq_sys/sys_thread_lock.h"
 
 /// `Data` begins with a SysThreadLock `lock` and has an atomic `stamp` (0: never computed), clear(), and a constructor
-/// from the owner.
+/// from the owner. It may have a static note_slots(const Owner&), which is told when records were made or freed.
 template <class Data, class Owner>
 class GasMotionContainer {
  public:
@@ -79,6 +79,9 @@ class GasMotionContainer {
     if (count > get_records().size()) grow(count);
     for (uint slot = count; slot < old_count; ++slot) release_unless_used(*current_->slots[slot], slot);
     slot_count_.store(count, std::memory_order_release);  // after the block that has room for it
+    if constexpr (requires { Data::note_slots(*owner_); }) {
+      if (count != old_count) Data::note_slots(*owner_);
+    }
   }
 
   void grow(uint count) {

@@ -36,18 +36,25 @@ void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
   manager.wait_until_completed(true);
 }
 
-/// Cuts `count` items into slices of `length`, makes a task for each whose `first` and `end` are the slice's, lets
-/// prepare(task) fill in the rest, runs them all and waits.
-/// @return the tasks in the order of their slices, with what they found
-template <class Task, class Prepare>
-std::vector<Task> gas_run_slices(SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
-  std::vector<Task> tasks(gas_get_slice_count(count, length));
+/// Gives each task of an array a slice of `length` of the `count` items as its `first` and `end`, lets prepare(task)
+/// fill in the rest, runs them all and waits.
+/// @param tasks  gas_get_slice_count() of them, or none, which do nothing
+template <class Tasks, class Prepare>
+void gas_run_slices_in(Tasks& tasks, SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
   uint first = 0;
-  for (Task& task : tasks) {
+  for (auto& task : tasks) {
     task.first = first;
     task.end = first = std::min(first + length, count);
     prepare(task);
   }
   gas_run_tasks(manager, tasks);
+}
+
+/// The same with tasks of its own.
+/// @return the tasks in the order of their slices, with what they found
+template <class Task, class Prepare>
+std::vector<Task> gas_run_slices(SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
+  std::vector<Task> tasks(gas_get_slice_count(count, length));
+  gas_run_slices_in(tasks, manager, count, length, prepare);
   return tasks;
 }

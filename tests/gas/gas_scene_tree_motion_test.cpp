@@ -77,6 +77,38 @@ TEST(GasSceneTreeMotion, at_the_samples_everything_may_move_at_once) {
       .check(make_timed_rays(turning.world, turning.nodes, blur, {0.0, 0.25, 0.5, 0.75, 1.0}, 1));
 }
 
+TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.shader.motion_blur = &blur;
+  world.ctx.set_motion_blur(&blur);
+  const SceneShape sphere(world, make_sphere(2));
+  std::vector<SceneMatrix> broken(6, make_scaled(1e39));  // beyond single precision, but a matrix
+  broken[1].m[1][0] = std::nan("");
+  broken[2].m[0][3] = HUGE_VAL;
+  broken[3].m[0][0] = HUGE_VAL;
+  broken[4] = make_scaled(0.0);
+  broken[5] = make_translation({0, -1e39, 0});
+  for (uint kind = 0; kind < broken.size(); ++kind) {
+    std::vector<SceneNode> nodes;
+    nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, broken[kind]}}));
+    for (uint k = 1; k < 8; ++k) nodes.push_back(make_node(sphere, {{0.0, make_translation({4.0 * k, 0, 0})}}));
+    const auto scene = build_scene(world, nodes);
+    GeometryRayPacket packet;
+    packet.resize(1);
+    for (const double time : {0.0, 0.5, 1.0}) {
+      for (uint k = 0; k < 8; ++k) {
+        packet.set_ray(0, {4.0 * k + 0.1, 0.2, -5}, {0, 0, 1}, 0, DBL_MAX, time);
+        scene->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+        // At its good sample the broken one is there too, unless 0 times the other sample's entries is no number.
+        const bool is_there = k > 0 || (time == 0.0 && (kind == 0 || kind > 3)) || (time < 1.0 && kind == 4);
+        EXPECT_EQ(packet.get_nearest(0).geometry != nullptr, is_there) << kind << " " << time << " " << k;
+        EXPECT_TRUE(k == 0 || std::fabs(packet.get_nearest(0).distance - 4) < 0.1);
+      }
+    }
+  }
+}
+
 TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   QueryWorld world;
   const SceneShape sphere(world, make_sphere(1));
@@ -100,6 +132,10 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
     return packet.get_nearest(0).distance;
   };
   const double start = shoot(CtxMotionBlur(0.0, 0.0, 1), 0.0);
+  auto expect_told = [&, last = scene->get_memory_advert_count()](uint expected) mutable {
+    EXPECT_EQ(scene->get_memory_advert_count() - last, expected);
+    last = scene->get_memory_advert_count();
+  };
   refits = 0;
   CtxMotionBlur first(0.0, 1.0, 2);
   auto second = std::make_unique<CtxMotionBlur>(0.0, 1.0, 9);
@@ -113,6 +149,7 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   };
   cluster_calls.boxes = cluster_calls.boxes_at = 0;
   expect_both(8, 2);
+  expect_told(3);                          // a second slot, and what each holds
   EXPECT_EQ(cluster_calls.boxes, 11u);     // the object that stands still
   EXPECT_EQ(cluster_calls.boxes_at, 11u);  // the one that moves
   set_scene_matrix({{0.0, {}}, {1.0, make_translation({0, 0, 4})}}, *nodes[0].object);
@@ -125,12 +162,14 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   expect_both(4, 6);
   // Slots come and go; those that stay keep what they have.
   const u64 with_both = scene->get_memory_size();
+  expect_told(4);
   std::vector<std::unique_ptr<CtxMotionBlur>> more;
   for (uint k = 0; k < 5; ++k) more.push_back(std::make_unique<CtxMotionBlur>(0.0, 1.0, k + 2));
   for (const auto& blur : more) EXPECT_NEAR(shoot(*blur, 0.25), start + 1, 1e-12);
   EXPECT_GT(scene->get_memory_size(), with_both);
   more.clear();
   EXPECT_EQ(scene->get_memory_size(), with_both);
+  expect_told(1 + 5 + 1);  // five slots come, are filled, and go
   expect_both(4, 11);
   second = std::make_unique<CtxMotionBlur>(0.0, 1.0, 3);
   expect_both(4, 12);

@@ -65,16 +65,23 @@ TEST(GasSceneTree, a_tree_of_one_leaf_answers_whole_packets) {
   }
 }
 
-/// A large object without any shape of its own: a box from -1 to 1 that answers no ray.
+/// A large object without any shape of its own: a floor whose ends single precision does not hold. Counts who asks.
 class HugeObject final : public ModuleSceneObject {
  public:
   HugeObject() : ModuleSceneObject(CoreString("huge")) { set_structure(&structure_, get_whole_functions()); }
   double get_geometry_count() const override { return 3e9; }
   double get_primitive_count() const override { return 9e9 + 1; }
+  uint get_asked_count() const { return structure_.asked_count; }
 
  private:
   struct Structure final : GasObject {
-    GMathBbox3<double> get_bbox() const override { return {{-1, -1, -1}, {1, 1, 1}}; }
+    Structure() {
+      callbacks.ray_hit_nearest_static = [](const GasObject* self, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {
+        ++static_cast<const Structure*>(self)->asked_count;
+      };
+    }
+    GMathBbox3<double> get_bbox() const override { return {{-1e39, -1e39, -1}, {1e39, 1e39, 1}}; }
+    mutable uint asked_count = 0;
   } structure_;
 };
 
@@ -210,13 +217,32 @@ TEST(GasSceneTree, is_built_anew_and_copied) {
   EXPECT_EQ(shoot(world, scene, {8, 0.1, -5}, {0, 0, 1}), 2u);
 }
 
-TEST(GasSceneTree, counters_pass_what_fits_32_bits) {
+TEST(GasSceneTree, sizes_pass_what_fits_32_bits) {
   QueryWorld world;
   HugeObject a, b;
+  b.set_global_matrix(make_translation({0, 0, 10}));
   GasSceneTree scene;
   create(scene, world, {&a, nullptr, &b});
   EXPECT_EQ(scene.get_geometry_count(), 6e9);
   EXPECT_EQ(scene.get_primitive_count(), 18e9 + 2);
+  shoot(world, scene, {-1e6, 1e7, -5}, {0, 0, 1});
+  shoot(world, scene, {1e30, 0, 5}, {0, 1, 1e-29});
+  EXPECT_EQ(a.get_asked_count(), 1u);
+  EXPECT_EQ(b.get_asked_count(), 2u);
+}
+
+TEST(GasSceneTree, a_packet_without_active_rays_reaches_no_object) {
+  QueryWorld world;
+  HugeObject object;
+  GasSceneTree scene;
+  create(scene, world, {&object});
+  GeometryRayPacket packet;
+  packet.resize(4);
+  GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+  query.first_ray = 4;  // the range is inclusive
+  query.last_ray = 3;
+  scene.ray_hit_nearest_static(world.ctx, world.shader, query);
+  EXPECT_EQ(object.get_asked_count(), 0u);
 }
 
 TEST(GasSceneTree, is_the_same_for_any_number_of_threads) {
