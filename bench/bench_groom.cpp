@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "bench/bench_name.h"
 #include "bench/bench_random.h"
 
 namespace {
@@ -178,9 +179,8 @@ BenchGroom bench_make_groom(BenchHairStyle style, CurveShape shape, uint segment
 }
 
 bool bench_read_groom_name(const std::string& name, BenchHairStyle& style, uint& segment_count) {
-  const std::size_t dash = name.find('-');
-  if (dash == std::string::npos) return false;
-  const std::string kind = name.substr(0, dash);
+  std::string kind;
+  if (!bench_split_name(name, kind, segment_count)) return false;
   if (kind == "fur") {
     style = BenchHairStyle::fur;
   } else if (kind == "straight") {
@@ -190,15 +190,6 @@ bool bench_read_groom_name(const std::string& name, BenchHairStyle& style, uint&
   } else {
     return false;
   }
-  std::string digits = name.substr(dash + 1);
-  u64 unit = 1;
-  if (digits.ends_with('k')) unit = 1000;
-  if (digits.ends_with('m')) unit = 1000000;
-  if (unit != 1) digits.pop_back();
-  if (digits.empty() || digits.size() > 8 || digits.find_first_not_of("0123456789") != std::string::npos) return false;
-  const u64 count = std::stoull(digits) * unit;
-  if (count == 0 || count > 100000000) return false;
-  segment_count = static_cast<uint>(count);
   return true;
 }
 

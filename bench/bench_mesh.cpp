@@ -8,15 +8,15 @@ namespace {
 
 constexpr double tau = 2.0 * std::numbers::pi;
 
-/// Two triangles a cell over `rows` x `columns` cells. Without wrapping there is one vertex more than cells each way.
-void add_grid(BenchMesh& mesh, uint rows, uint columns, bool wraps) {
-  const uint row_vertices = wraps ? columns : columns + 1;
+/// Two triangles a cell over `rows` x `columns` cells. Where it does not wrap there is one vertex more than cells.
+void add_grid(BenchMesh& mesh, uint rows, uint columns, bool rows_wrap, bool columns_wrap) {
+  const uint row_vertices = columns_wrap ? columns : columns + 1;
   mesh.indices.reserve(std::size_t{6} * rows * columns);
   for (uint row = 0; row < rows; ++row) {
     const u32 here = row * row_vertices;
-    const u32 next = (wraps ? (row + 1) % rows : row + 1) * row_vertices;
+    const u32 next = (rows_wrap ? (row + 1) % rows : row + 1) * row_vertices;
     for (uint column = 0; column < columns; ++column) {
-      const u32 right = wraps ? (column + 1) % columns : column + 1;
+      const u32 right = columns_wrap ? (column + 1) % columns : column + 1;
       for (const u32 index : {here + column, next + column, next + right, here + column, next + right, here + right})
         mesh.indices.push_back(index);
     }
@@ -66,7 +66,7 @@ BenchMesh bench_make_terrain(uint triangle_count) {
       mesh.positions.push_back(GMathVec3<float>(GMathVec3<double>(x, get_height(x, z), z)));
     }
   }
-  add_grid(mesh, cells, cells, false);
+  add_grid(mesh, cells, cells, false, false);
   return mesh;
 }
 
@@ -86,7 +86,23 @@ BenchMesh bench_make_knot(uint triangle_count) {
       mesh.positions.push_back(GMathVec3<float>(center + side * (0.4 * std::cos(turn)) + up * (0.4 * std::sin(turn))));
     }
   }
-  add_grid(mesh, along, around, true);
+  add_grid(mesh, along, around, true, true);
+  return mesh;
+}
+
+BenchMesh bench_make_ball(uint triangle_count) {
+  BenchMesh mesh;
+  mesh.name = "ball";
+  const uint rows = static_cast<uint>(std::max(2.0, std::round(std::sqrt(triangle_count / 4.0)))), columns = 2 * rows;
+  for (uint row = 0; row <= rows; ++row) {
+    const double latitude = 0.5 * tau * row / rows, radius = std::sin(latitude);
+    for (uint column = 0; column < columns; ++column) {
+      const double turn = tau * column / columns;
+      mesh.positions.push_back(
+          GMathVec3<float>(GMathVec3<double>(radius * std::cos(turn), std::cos(latitude), radius * std::sin(turn))));
+    }
+  }
+  add_grid(mesh, rows, columns, false, true);
   return mesh;
 }
 

@@ -31,6 +31,8 @@ struct BenchMesh {
 BenchMesh bench_make_terrain(uint triangle_count);
 /// A tube along a trefoil knot: curved, closed, and in its own way from every side.
 BenchMesh bench_make_knot(uint triangle_count);
+/// A unit ball of circles of latitude; triangles at the poles have no area.
+BenchMesh bench_make_ball(uint triangle_count);
 
 /// As the library's own mesh, without motion. False when the mesh refuses it.
 bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh);

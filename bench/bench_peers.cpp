@@ -1,10 +1,11 @@
 // bench/bench_peers.cpp
 //
-// This library and a peer on the same meshes or hair and the same rays, in one process:
+// This library and a peer on the same meshes, hair or scenes and the same rays, in one process:
 //
 //   bench_peers bunny.obj dragon.ply --threads 1,2 --json peers.json
 //   bench_peers dragon.ply --sets bounce --only-ours --rounds 20        (under a profiler)
 //   bench_peers --no-knot --no-terrain --hair fur-200k,fur-5m --motion 0,2,8
+//   bench_peers --no-knot --no-terrain --scene swarm-10k,giants-200 --motion 0,2,8
 //
 // Measures only: it fails on bad input, never on a time.
 #include <CLI/CLI.hpp>
@@ -14,12 +15,13 @@
 #include "bench/bench_mesh_file.h"
 #include "bench/bench_peers_hair.h"
 #include "bench/bench_peers_mesh.h"
+#include "bench/bench_peers_scene.h"
 
 namespace {
 
 struct Settings {
   PeerSettings measure;
-  std::vector<std::string> files, hair, curves = {"cubic", "linear"};
+  std::vector<std::string> files, hair, scenes, curves = {"cubic", "linear"};
   std::vector<uint> motion = {0};
   uint terrain_triangles = 8000000, knot_triangles = 200000;
   bool no_terrain = false, no_knot = false;
@@ -36,7 +38,8 @@ void add_options(CLI::App& app, Settings& settings) {
   for (const std::string& peer : peer_get_hair_peers()) peers.push_back(peer);
   settings.measure.peers = peers;
   app.add_option("--peers", settings.measure.peers,
-                 "Peers. Meshes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Hair: this library "
+                 "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Hair: "
+                 "this library "
                  "without oriented nodes, Embree's round curves at SSE4.2 or its best")
       ->delimiter(',')
       ->check(CLI::IsMember(peers))
@@ -60,7 +63,10 @@ void add_options(CLI::App& app, Settings& settings) {
       ->delimiter(',')
       ->check(CLI::IsMember({"cubic", "linear"}))
       ->capture_default_str();
-  app.add_option("--motion", settings.motion, "Motion samples of the hair, 0 for hair at rest; one run each")
+  app.add_option("--scene", settings.scenes,
+                 "Scenes to make: swarm or giants and the number of objects, as swarm-10k,giants-200")
+      ->delimiter(',');
+  app.add_option("--motion", settings.motion, "Motion samples of hair and scenes, 0 for rest; one run each")
       ->delimiter(',')
       ->check(CLI::IsMember({0, 2, 3, 4, 5, 6, 7, 8}))
       ->capture_default_str();
@@ -90,6 +96,10 @@ bool measure(const Settings& settings, const Subject& subject, std::vector<PeerR
   return true;
 }
 
+std::string get_motion_text(uint samples) {
+  return samples == 0 ? "" : ", " + std::to_string(samples) + " motion samples";
+}
+
 bool measure_hair(const Settings& settings, const std::string& name, std::vector<PeerReport>& reports) {
   BenchHairStyle style{};
   uint segment_count = 0;
@@ -101,9 +111,24 @@ bool measure_hair(const Settings& settings, const std::string& name, std::vector
     for (const uint samples : settings.motion) {
       BenchGroom groom =
           bench_make_groom(style, curve == "linear" ? CurveShape::linear : CurveShape::cubic, segment_count, samples);
-      groom.name = name + " " + curve + (samples == 0 ? "" : ", " + std::to_string(samples) + " motion samples");
+      groom.name = name + " " + curve + get_motion_text(samples);
       if (!measure(settings, PeerHair(std::move(groom)), reports)) return false;
     }
+  }
+  return true;
+}
+
+bool measure_scene(const Settings& settings, const std::string& name, std::vector<PeerReport>& reports) {
+  BenchSceneStyle style{};
+  uint object_count = 0;
+  if (!bench_read_scene_name(name, style, object_count)) {
+    std::cerr << name << ": a scene is named like swarm-10k or giants-200\n";
+    return false;
+  }
+  for (const uint samples : settings.motion) {
+    BenchObjects objects = bench_make_objects(style, object_count, samples);
+    objects.name = name + get_motion_text(samples);
+    if (!measure(settings, PeerScene(std::move(objects)), reports)) return false;
   }
   return true;
 }
@@ -147,6 +172,9 @@ int main(int argc, char** argv) {
     return 1;
   for (const std::string& name : settings.hair) {
     if (!measure_hair(settings, name, reports)) return 1;
+  }
+  for (const std::string& name : settings.scenes) {
+    if (!measure_scene(settings, name, reports)) return 1;
   }
   if (!settings.json_path.empty() && !write_json(settings.json_path, peer_make_json(machine, reports))) return 1;
   return 0;

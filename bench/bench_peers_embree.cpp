@@ -56,6 +56,7 @@ void intersect_triangle(const RTCIntersectFunctionNArguments* args) {
   ray_hit.hit.v = static_cast<float>(hit.v);
   ray_hit.hit.primID = args->primID;
   ray_hit.hit.geomID = args->geomID;
+  ray_hit.hit.instID[0] = args->context->instID[0];
 }
 
 void occlude_triangle(const RTCOccludedFunctionNArguments* args) {
@@ -79,6 +80,19 @@ inline void set_ray(const BenchRaySet& set, std::size_t index, RTCRay& ray) {
   ray.mask = 0xFFFFFFFFu;
   ray.id = 0;
   ray.flags = 0;
+}
+
+/// With as many time steps as the object has matrices.
+RTCGeometry make_instance(RTCDevice device, const BenchObjects::Object& object, RTCScene of_scene) {
+  RTCGeometry instance = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
+  rtcSetGeometryInstancedScene(instance, of_scene);
+  rtcSetGeometryTimeStepCount(instance, static_cast<uint>(object.matrices.size()));
+  for (uint sample = 0; sample < object.matrices.size(); ++sample) {
+    float columns[12];
+    for (uint k = 0; k < 12; ++k) columns[k] = static_cast<float>(object.matrices[sample].m[k % 3][k / 3]);
+    rtcSetGeometryTransform(instance, sample, RTC_FORMAT_FLOAT3X4_COLUMN_MAJOR, columns);
+  }
+  return instance;
 }
 
 }  // namespace
@@ -137,18 +151,42 @@ EmbreeDevice::~EmbreeDevice() {
   if (device_ != nullptr) rtcReleaseDevice(device_);
 }
 
-EmbreeScene::EmbreeScene(EmbreeDevice& device, const EmbreeGeometryMaker& make_geometry)
-    : device_(device), bytes_before_(device.get_held_bytes()) {
-  scene_ = rtcNewScene(device.get());
+EmbreeScene::EmbreeScene(EmbreeDevice& device)
+    : device_(device), scene_(rtcNewScene(device.get())), bytes_before_(device.get_held_bytes()) {
   rtcSetSceneBuildQuality(scene_, RTC_BUILD_QUALITY_MEDIUM);
-  RTCGeometry geometry = make_geometry(device.get());
+}
+
+EmbreeScene::EmbreeScene(EmbreeDevice& device, const EmbreeGeometryMaker& make_geometry) : EmbreeScene(device) {
+  attach(make_geometry(device.get()));
+}
+
+EmbreeScene::EmbreeScene(EmbreeDevice& device, const BenchObjects& objects, EmbreeMeshMaker make_mesh)
+    : EmbreeScene(device) {
+  objects_ = &objects;
+  for (const BenchMesh& mesh : objects.meshes) {
+    inner_.push_back(
+        std::make_unique<EmbreeScene>(device, [&](RTCDevice made_on) { return make_mesh(made_on, mesh); }));
+    inner_.back()->commit();
+  }
+  bytes_before_ = device.get_held_bytes();
+  for (const BenchObjects::Object& object : objects.objects)
+    attach(make_instance(device.get(), object, inner_[object.mesh]->scene_));
+}
+
+EmbreeScene::~EmbreeScene() { rtcReleaseScene(scene_); }
+
+void EmbreeScene::attach(RTCGeometry geometry) {
   rtcSetGeometryBuildQuality(geometry, RTC_BUILD_QUALITY_MEDIUM);
   rtcCommitGeometry(geometry);
   rtcAttachGeometry(scene_, geometry);
   rtcReleaseGeometry(geometry);
 }
 
-EmbreeScene::~EmbreeScene() { rtcReleaseScene(scene_); }
+u64 EmbreeScene::get_total_bytes() const {
+  u64 bytes = held_bytes_;
+  for (const auto& scene : inner_) bytes += scene->held_bytes_;
+  return bytes;
+}
 
 void EmbreeScene::commit() {
   rtcCommitScene(scene_);
@@ -172,7 +210,11 @@ void EmbreeScene::trace(uint /*thread*/, const BenchRaySet& set, std::size_t fir
     set_ray(set, first, ray_hit.ray);
     ray_hit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene_, &context, &ray_hit);
-    hits[first] =
-        ray_hit.hit.geomID != RTC_INVALID_GEOMETRY_ID ? BenchHit{ray_hit.ray.tfar, ray_hit.hit.primID} : BenchHit();
+    if (ray_hit.hit.geomID == RTC_INVALID_GEOMETRY_ID) {
+      hits[first] = BenchHit();
+      continue;
+    }
+    const u32 before = objects_ != nullptr ? objects_->first_triangles[ray_hit.hit.instID[0]] : 0;
+    hits[first] = {ray_hit.ray.tfar, before + ray_hit.hit.primID};
   }
 }

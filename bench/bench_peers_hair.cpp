@@ -43,34 +43,22 @@ PeerReport PeerHair::describe() const {
 }
 
 std::vector<std::string> PeerHair::get_libraries(const std::vector<std::string>& wanted) const {
-  std::vector<std::string> names = {peer_ours};
-  for (const std::string& name : peer_get_hair_peers()) {
-    if (std::find(wanted.begin(), wanted.end(), name) != wanted.end()) names.push_back(name);
-  }
-  return names;
+  return peer_pick_libraries(peer_get_hair_peers(), wanted);
 }
 
 PeerContender PeerHair::make(const std::string& library, BenchClock clock, uint thread_count) const {
   for (const Kind& kind : kinds) {
-    if (library == kind.name)
-      return PeerContender::make_embree(clock, kind.isa, thread_count,
-                                        [&](RTCDevice device) { return embree_make_curves(device, groom_); });
+    if (library != kind.name) continue;
+    return PeerContender::make_embree(clock, kind.isa, thread_count, [&](EmbreeDevice& device) {
+      return std::make_unique<EmbreeScene>(device,
+                                           [&](RTCDevice made_on) { return embree_make_curves(made_on, groom_); });
+    });
   }
-  PeerContender made;
-  made.world = std::make_unique<BenchWorld>(thread_count);
-  if (has_motion()) {
-    made.motion_blur = std::make_unique<CtxMotionBlur>(0.0, 1.0, static_cast<uint>(groom_.samples.size()));
-    made.world->ctx.set_motion_blur(made.motion_blur.get());
-  }
+  PeerContender made = PeerContender::make_ours(thread_count, static_cast<uint>(groom_.samples.size()));
   made.build_seconds = bench_time(clock, [&] {
     made.tracer = std::make_unique<BenchHairScene>(*made.world, tubes_, library != aligned_only, thread_count);
   });
-  if (has_motion()) {
-    BenchRaySet first_query = bench_make_primary_rays(get_bbox(), 1);
-    bench_add_times(first_query, 1);
-    BenchHit hit;
-    made.refit_seconds = bench_time(clock, [&] { made.tracer->trace(0, first_query, 0, 1, &hit); });
-  }
+  made.refit(clock, get_bbox());
   return made;
 }
 

@@ -4,21 +4,23 @@
 
 namespace {
 
-struct Kind {
-  const char* name;
-  RTCGeometry (*make)(RTCDevice, const BenchMesh&);
-  const char* isa;
-};
-constexpr Kind kinds[] = {{"user-sse42", embree_make_user_triangles, "sse4.2"},
-                          {"user", embree_make_user_triangles, ""},
-                          {"tri-sse42", embree_make_triangles, "sse4.2"},
-                          {"tri", embree_make_triangles, ""}};
+constexpr PeerMeshKind kinds[] = {{"user-sse42", embree_make_user_triangles, "sse4.2"},
+                                  {"user", embree_make_user_triangles, ""},
+                                  {"tri-sse42", embree_make_triangles, "sse4.2"},
+                                  {"tri", embree_make_triangles, ""}};
 
 }  // namespace
 
+const PeerMeshKind* peer_find_mesh_kind(const std::string& name) {
+  const auto* found = std::find_if(std::begin(kinds), std::end(kinds), [&](auto& kind) { return name == kind.name; });
+  return found != std::end(kinds) ? found : nullptr;
+}
+
+double peer_get_mesh_offset(const GMathBbox3<double>& box) { return 1e-5 * box.get_extent().get_length(); }
+
 std::vector<std::string> peer_get_mesh_peers() {
   std::vector<std::string> names;
-  for (const Kind& kind : kinds) names.push_back(kind.name);
+  for (const PeerMeshKind& kind : kinds) names.push_back(kind.name);
   return names;
 }
 
@@ -37,32 +39,25 @@ PeerReport PeerMesh::describe() const {
 }
 
 std::vector<std::string> PeerMesh::get_libraries(const std::vector<std::string>& wanted) const {
-  std::vector<std::string> names = {peer_ours};
-  for (const Kind& kind : kinds) {
-    if (std::find(wanted.begin(), wanted.end(), kind.name) != wanted.end()) names.push_back(kind.name);
-  }
-  return names;
+  return peer_pick_libraries(peer_get_mesh_peers(), wanted);
 }
 
 PeerContender PeerMesh::make(const std::string& library, BenchClock clock, uint thread_count) const {
-  for (const Kind& kind : kinds) {
-    if (library == kind.name)
-      return PeerContender::make_embree(clock, kind.isa, thread_count,
-                                        [&](RTCDevice device) { return kind.make(device, mesh_); });
+  if (const PeerMeshKind* kind = peer_find_mesh_kind(library); kind != nullptr) {
+    return PeerContender::make_embree(clock, kind->isa, thread_count, [&](EmbreeDevice& device) {
+      return std::make_unique<EmbreeScene>(device, [&](RTCDevice made_on) { return kind->make(made_on, mesh_); });
+    });
   }
-  PeerContender made;
-  made.world = std::make_unique<BenchWorld>(thread_count);
+  PeerContender made = PeerContender::make_ours(thread_count, 0);
   made.build_seconds =
       bench_time(clock, [&] { made.tracer = std::make_unique<BenchScene>(*made.world, poly_mesh_, thread_count); });
   return made;
 }
 
 BenchRaySet PeerMesh::make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const {
-  // Off the surface by more than the rounding of single-precision coordinates of this size.
-  const double offset = 1e-5 * get_bbox().get_extent().get_length();
   return bench_make_bounce_rays(
-      primary, hits, [&](std::size_t ray) { return mesh_.get_normal(hits[ray].primitive).get_normalized(); }, offset,
-      seed);
+      primary, hits, [&](std::size_t ray) { return mesh_.get_normal(hits[ray].primitive).get_normalized(); },
+      peer_get_mesh_offset(get_bbox()), seed);
 }
 
 BenchRaySet PeerMesh::make_shadow_rays(const BenchRaySet&, const std::vector<BenchHit>&, const BenchRaySet& bounce,

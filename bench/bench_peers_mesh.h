@@ -4,8 +4,18 @@
 #pragma once
 #include "bench/bench_peers_run.h"
 
-/// The names of the peers of meshes.
+/// A peer of meshes.
+struct PeerMeshKind {
+  const char* name;
+  EmbreeMeshMaker make;
+  const char* isa;
+};
+/// Null for a name that is none's.
+const PeerMeshKind* peer_find_mesh_kind(const std::string& name);
 std::vector<std::string> peer_get_mesh_peers();
+
+/// How far off a surface bounce rays begin: by more than the rounding of single-precision coordinates of this size.
+double peer_get_mesh_offset(const GMathBbox3<double>& box);
 
 class PeerMesh final : public PeerSubject {
  public:

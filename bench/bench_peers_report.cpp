@@ -30,23 +30,45 @@ std::string format_spread(const BenchSpread& spread) {
   return text;
 }
 
-/// This library's rate over the row's; empty for its own rows.
+/// How much faster this library is in each round; nothing for its own rows.
+std::optional<BenchSpread> get_ratio(const PeerReport& report, const PeerTraceRow& row) {
+  const PeerTraceRow* ours = find_ours(report, row);
+  if (row.library == peer_ours || ours == nullptr) return std::nullopt;
+  return bench_get_ratio(ours->mrays, row.mrays);
+}
+std::optional<BenchSpread> get_ratio(const PeerReport& report, const PeerBuildRow& row) {
+  const PeerBuildRow* ours = find_ours(report, row);
+  if (row.library == peer_ours || ours == nullptr) return std::nullopt;
+  return bench_get_ratio(row.seconds, ours->seconds);
+}
 template <class Row>
-std::string format_ratio(const PeerReport& report, const Row& row, const std::vector<double>& rates,
-                         std::vector<double> Row::*member) {
-  const Row* ours = find_ours(report, row);
-  if (row.library == peer_ours || ours == nullptr) return "";
-  return format_spread(bench_get_ratio(ours->*member, rates));
+std::string format_ratio(const PeerReport& report, const Row& row) {
+  const std::optional<BenchSpread> ratio = get_ratio(report, row);
+  return ratio ? format_spread(*ratio) : "";
+}
+
+/// Million primitives a second, or milliseconds for all.
+std::vector<double> get_build_values(const PeerReport& report, const PeerBuildRow& row) {
+  std::vector<double> values;
+  for (const double seconds : row.seconds) {
+    const bool whole = report.scale == PeerScale::whole;
+    values.push_back(whole ? 1e3 * seconds : 1e-6 * report.primitive_count / seconds);
+  }
+  return values;
+}
+/// Bytes a primitive, or for all.
+double get_bytes(const PeerReport& report, u64 bytes) {
+  return static_cast<double>(bytes) / (report.scale == PeerScale::whole ? 1.0 : report.primitive_count);
 }
 
 /// Geometric mean over the sets of the median ratios to each library, per thread count.
 std::map<std::pair<uint, std::string>, double> get_mean_ratios(const PeerReport& report) {
   std::map<std::pair<uint, std::string>, std::pair<double, uint>> sums;
   for (const PeerTraceRow& row : report.traces) {
-    const PeerTraceRow* ours = find_ours(report, row);
-    if (row.library == peer_ours || ours == nullptr) continue;
+    const std::optional<BenchSpread> ratio = get_ratio(report, row);
+    if (!ratio) continue;
     auto& [sum, count] = sums[{row.thread_count, row.library}];
-    sum += std::log(bench_get_ratio(ours->mrays, row.mrays).median);
+    sum += std::log(ratio->median);
     ++count;
   }
   std::map<std::pair<uint, std::string>, double> means;
@@ -71,20 +93,24 @@ json make_subject_json(const PeerReport& report) {
   json builds = json::array(), memory = json::array(), traces = json::array(), visits = json::array(),
        means = json::array();
   for (const PeerBuildRow& row : report.builds) {
-    builds.push_back(
-        {{"library", row.library}, {"threads", row.thread_count}, {"mprims", make_spread_json(row.mprims)}});
+    builds.push_back({{"library", row.library},
+                      {"threads", row.thread_count},
+                      {report.scale == PeerScale::whole ? "milliseconds" : "mprims",
+                       make_spread_json(get_build_values(report, row))}});
     if (!row.what.empty()) builds.back()["what"] = row.what;
   }
   for (const PeerMemoryRow& row : report.memory)
-    memory.push_back({{"library", row.library}, {"tree_bytes", row.tree_bytes}, {"total_bytes", row.total_bytes}});
+    memory.push_back({{"library", row.library},
+                      {"tree_bytes", get_bytes(report, row.tree_bytes)},
+                      {"total_bytes", get_bytes(report, row.total_bytes)}});
   for (const PeerTraceRow& row : report.traces) {
     json entry = {{"set", row.set},
                   {"library", row.library},
                   {"threads", row.thread_count},
                   {"rays", row.ray_count},
                   {"mrays", make_spread_json(row.mrays)}};
-    if (const PeerTraceRow* ours = find_ours(report, row); row.library != peer_ours && ours != nullptr) {
-      entry["ratio"] = bench_get_ratio(ours->mrays, row.mrays).median;
+    if (const std::optional<BenchSpread> ratio = get_ratio(report, row); ratio) {
+      entry["ratio"] = ratio->median;
       entry["disagree_hits"] = row.disagreement.hits;
       entry["disagree_distances"] = row.disagreement.distances;
       if (row.disagreement.judged) entry["judged"] = make_judged_json(*row.disagreement.judged);
@@ -136,22 +162,25 @@ void peer_print_machine(const PeerMachine& machine) {
 
 void peer_print_report(const PeerReport& report) {
   std::printf("\n%s, %u %s\n", report.name.c_str(), report.primitive_count, report.primitives.c_str());
+  const bool whole = report.scale == PeerScale::whole;
   if (!report.builds.empty())
-    std::printf("  %-8s %-12s %3s  %-24s  %s\n", "build", "library", "thr", "Mprim/s", "ratio");
+    std::printf("  %-8s %-12s %3s  %-24s  %s\n", "build", "library", "thr", whole ? "ms" : "Mprim/s", "ratio");
   for (const PeerBuildRow& row : report.builds) {
     std::printf("  %-8s %-12s %3u  %-24s  %s\n", row.what.c_str(), row.library.c_str(), row.thread_count,
-                format_spread(bench_get_spread(row.mprims)).c_str(),
-                format_ratio(report, row, row.mprims, &PeerBuildRow::mprims).c_str());
+                format_spread(bench_get_spread(get_build_values(report, row))).c_str(),
+                format_ratio(report, row).c_str());
   }
-  std::printf("  %-8s %-12s      %-24s  %s\n", "memory", "library", "tree bytes/primitive", "total");
+  std::printf("  %-8s %-12s      %-24s  %s\n", "memory", "library", whole ? "tree bytes" : "tree bytes/primitive",
+              "total");
   for (const PeerMemoryRow& row : report.memory)
-    std::printf("  %-8s %-12s      %7.2f %16s  %7.2f\n", "", row.library.c_str(), row.tree_bytes, "", row.total_bytes);
+    std::printf("  %-8s %-12s      %*.*f %*s  %*.*f\n", "", row.library.c_str(), whole ? 10 : 7, whole ? 0 : 2,
+                get_bytes(report, row.tree_bytes), whole ? 13 : 16, "", whole ? 10 : 7, whole ? 0 : 2,
+                get_bytes(report, row.total_bytes));
   std::printf("  %-8s %-12s %3s  %-24s  %-24s  %s\n", "rays", "library", "thr", "Mrays/s", "ratio",
               "disagree: hits/distances of hits");
   for (const PeerTraceRow& row : report.traces) {
     std::printf("  %-8s %-12s %3u  %-24s  %-24s", row.set.c_str(), row.library.c_str(), row.thread_count,
-                format_spread(bench_get_spread(row.mrays)).c_str(),
-                format_ratio(report, row, row.mrays, &PeerTraceRow::mrays).c_str());
+                format_spread(bench_get_spread(row.mrays)).c_str(), format_ratio(report, row).c_str());
     if (row.library != peer_ours)
       std::printf("  %zu/%zu of %zu", row.disagreement.hits, row.disagreement.distances, row.disagreement.hit_count);
     if (row.disagreement.judged && row.library != peer_ours) {

@@ -8,16 +8,16 @@
 
 /// One library building one subject.
 struct PeerBuildRow {
-  std::string what;  ///< empty: the build; "refitted": the build and what the first query in motion does besides
+  /// Empty: the build; "refit": what the first query in motion does besides; "refitted": both.
+  std::string what;
   std::string library;
   uint thread_count = 1;
-  std::vector<double> mprims;  ///< per second, one a round
+  std::vector<double> seconds;  ///< one a round
 };
 
 struct PeerMemoryRow {
   std::string library;
-  double tree_bytes = 0.0;   ///< a primitive
-  double total_bytes = 0.0;  ///< a primitive
+  u64 tree_bytes = 0, total_bytes = 0;
 };
 
 /// One library answering one set.
@@ -35,10 +35,14 @@ struct PeerVisitsRow {
   double nodes = 0.0, leaves = 0.0;  ///< means a ray
 };
 
+/// What builds and bytes are told by: a primitive, or all that there is.
+enum class PeerScale { primitive, whole };
+
 struct PeerReport {
   std::string kind, name;  ///< "mesh", "bunny.obj"
   std::string primitives;  ///< what they are, in the plural
   uint primitive_count = 0;
+  PeerScale scale = PeerScale::primitive;
   std::string any_hit_query;  ///< how this library was asked for any hit
   std::vector<PeerBuildRow> builds;
   std::vector<PeerMemoryRow> memory;

@@ -21,9 +21,7 @@ class PeerRun {
     drop_absent();
     for (std::size_t k = 0; k < contenders_.size(); ++k) {
       const BenchTracer& tracer = *contenders_[k].tracer;
-      const double count = report_.primitive_count;
-      report_.memory.push_back({names_[k], static_cast<double>(tracer.get_tree_bytes()) / count,
-                                static_cast<double>(tracer.get_total_bytes()) / count});
+      report_.memory.push_back({names_[k], tracer.get_tree_bytes(), tracer.get_total_bytes()});
     }
     make_ray_sets();
     std::erase_if(sets_, [](const BenchRaySet& set) { return set.rays.empty(); });  // nothing hit, no bounces
@@ -31,6 +29,7 @@ class PeerRun {
       count_visits(set);
       for (const uint threads : settings_.threads) measure_set(set, threads);
     }
+    std::erase_if(report_.builds, [](const PeerBuildRow& row) { return row.seconds.empty(); });
     return report_;
   }
 
@@ -44,24 +43,26 @@ class PeerRun {
   }
 
   void measure_builds() {
-    const double mprims = 1e-6 * report_.primitive_count;
     for (const uint threads : settings_.threads) {
-      std::vector<PeerBuildRow> builds, ready;
+      std::vector<PeerBuildRow> builds, refits, ready;
       for (const std::string& name : names_) {
         builds.push_back({"", name, threads, {}});
+        refits.push_back({"refit", name, threads, {}});
         ready.push_back({"refitted", name, threads, {}});
       }
       for (uint round = 0; round < settings_.build_rounds; ++round) {
         for (std::size_t k = 0; k < names_.size(); ++k) {
           const PeerContender built = subject_.make(names_[k], settings_.get_build_clock(threads), threads);
           if (built.tracer == nullptr) continue;
-          builds[k].mprims.push_back(mprims / built.build_seconds);
-          ready[k].mprims.push_back(mprims / (built.build_seconds + built.refit_seconds));
+          builds[k].seconds.push_back(built.build_seconds);
+          ready[k].seconds.push_back(built.build_seconds + built.refit_seconds);
+          if (built.refit_seconds > 0.0) refits[k].seconds.push_back(built.refit_seconds);
         }
       }
-      if (settings_.build_rounds == 0) continue;
       report_.builds.insert(report_.builds.end(), builds.begin(), builds.end());
-      if (subject_.has_motion()) report_.builds.insert(report_.builds.end(), ready.begin(), ready.end());
+      if (!subject_.has_motion()) continue;
+      report_.builds.insert(report_.builds.end(), refits.begin(), refits.end());
+      report_.builds.insert(report_.builds.end(), ready.begin(), ready.end());
     }
   }
 
@@ -150,14 +151,40 @@ class PeerRun {
 }  // namespace
 
 PeerContender PeerContender::make_embree(BenchClock clock, const std::string& isa, uint thread_count,
-                                         const EmbreeGeometryMaker& make_geometry) {
+                                         const std::function<std::unique_ptr<EmbreeScene>(EmbreeDevice&)>& describe) {
   PeerContender made;
   made.device = std::make_unique<EmbreeDevice>(isa, thread_count);
   if (made.device->get() == nullptr) return made;
-  auto scene = std::make_unique<EmbreeScene>(*made.device, make_geometry);
+  std::unique_ptr<EmbreeScene> scene = describe(*made.device);
   made.build_seconds = bench_time(clock, [&] { scene->commit(); });
   made.tracer = std::move(scene);
   return made;
+}
+
+PeerContender PeerContender::make_ours(uint thread_count, uint sample_count) {
+  PeerContender made;
+  made.world = std::make_unique<BenchWorld>(thread_count);
+  if (sample_count == 0) return made;
+  made.motion_blur = std::make_unique<CtxMotionBlur>(0.0, 1.0, sample_count);
+  made.world->ctx.set_motion_blur(made.motion_blur.get());
+  return made;
+}
+
+void PeerContender::refit(BenchClock clock, const GMathBbox3<double>& box) {
+  if (motion_blur == nullptr) return;
+  BenchRaySet first_query = bench_make_primary_rays(box, 1);
+  bench_add_times(first_query, 1);
+  BenchHit hit;
+  refit_seconds = bench_time(clock, [&] { tracer->trace(0, first_query, 0, 1, &hit); });
+}
+
+std::vector<std::string> peer_pick_libraries(const std::vector<std::string>& peers,
+                                             const std::vector<std::string>& wanted) {
+  std::vector<std::string> names = {peer_ours};
+  for (const std::string& name : peers) {
+    if (std::find(wanted.begin(), wanted.end(), name) != wanted.end()) names.push_back(name);
+  }
+  return names;
 }
 
 PeerReport peer_measure(const PeerSettings& settings, const PeerSubject& subject) {

@@ -31,10 +31,18 @@ struct PeerContender {
   double build_seconds = 0.0;
   double refit_seconds = 0.0;  ///< of what the first query in motion does besides
 
-  /// With Embree's device and scene, built.
+  /// With Embree's device and what `describe` makes on it, built.
   static PeerContender make_embree(BenchClock clock, const std::string& isa, uint thread_count,
-                                   const EmbreeGeometryMaker& make_geometry);
+                                   const std::function<std::unique_ptr<EmbreeScene>(EmbreeDevice&)>& describe);
+  /// With a world, under motion blur when there are samples.
+  static PeerContender make_ours(uint thread_count, uint sample_count);
+  /// Measures a first query in motion; without motion blur nothing.
+  void refit(BenchClock clock, const GMathBbox3<double>& box);
 };
+
+/// This library, then those of its peers that are wanted.
+std::vector<std::string> peer_pick_libraries(const std::vector<std::string>& peers,
+                                             const std::vector<std::string>& wanted);
 
 class PeerSubject {
  public:

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "gas/gas_module_clusters.h"
+
 BenchStructure::BenchStructure(BenchWorld& world, uint worker_count) : world_(world) {
   for (uint worker = 0; worker < worker_count; ++worker) workers_.push_back(std::make_unique<Worker>(world.ctx));
 }
@@ -15,6 +17,39 @@ void BenchStructure::build(const std::function<void(AppProgressBar*)>& create) {
 BenchScene::BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count)
     : BenchStructure(world, worker_count) {
   build([&](AppProgressBar* progress) { structure_.create(world.ctx, &mesh, &mesh, progress); });
+}
+
+BenchObjectsScene::BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
+                                     const std::vector<std::shared_ptr<PolyMesh>>& meshes, uint worker_count)
+    : BenchStructure(world, worker_count) {
+  set_first_primitives(objects.first_triangles.data());
+  for (const auto& mesh : meshes) {
+    structures_.push_back(std::make_shared<GasGeometryBvh4>());
+    build([&](AppProgressBar* progress) { structures_.back()->create(world.ctx, mesh.get(), mesh.get(), progress); });
+  }
+  const double last = objects.get_sample_count() - 1.0;
+  for (const BenchObjects::Object& object : objects.objects) {
+    const auto& structure = structures_[object.mesh];
+    objects_.push_back(std::make_unique<ModuleGeometry>(CoreString("object"), meshes[object.mesh], structure,
+                                                        gas_get_cluster_functions(structure.get())));
+    objects_.back()->set_shading_group(0, world.links);
+    std::vector<ModuleMatrixKey> keys;
+    for (const BenchMatrix& matrix : object.matrices)
+      keys.push_back({last > 0.0 ? static_cast<double>(keys.size()) / last : 0.0, matrix});
+    objects_.back()->set_global_matrix_keys(std::move(keys), 0.0);
+  }
+}
+
+void BenchObjectsScene::create_tree() {
+  CoreBasicArray<ModuleSceneObject*> pointers(static_cast<uint>(objects_.size()));
+  for (uint k = 0; k < pointers.get_count(); ++k) pointers[k] = objects_[k].get();
+  build([&](AppProgressBar* progress) { tree_.create(get_world().app, pointers, progress); });
+}
+
+u64 BenchObjectsScene::get_total_bytes() const {
+  u64 bytes = tree_.get_memory_size();
+  for (const auto& structure : structures_) bytes += structure->get_memory_size();
+  return bytes;
 }
 
 BenchHairScene::BenchHairScene(BenchWorld& world, const TubeMeshFast& tubes, bool oriented, uint worker_count)
@@ -81,7 +116,13 @@ void BenchStructure::trace_nearest(Worker& worker, const BenchRaySet& set, Bench
   ask_nearest(worker, set, query);
   for (uint ray = 0; ray < count; ++ray) {
     const GeometryIntersection& hit = worker.packet.get_nearest(ray);
-    hits[ray] = hit.geometry != nullptr ? BenchHit{static_cast<float>(hit.distance), hit.primitive} : BenchHit();
+    if (hit.geometry == nullptr) {
+      hits[ray] = BenchHit();
+      continue;
+    }
+    const u32 before =
+        first_primitives_ != nullptr ? first_primitives_[worker.packet.get_nearest_path(ray)[0].object_index] : 0;
+    hits[ray] = {static_cast<float>(hit.distance), before + hit.primitive};
   }
 }
 

@@ -8,12 +8,15 @@
 
 #include "bench/bench_groom.h"
 #include "bench/bench_mesh.h"
+#include "bench/bench_objects.h"
 #include "bench/bench_tracer.h"
 #include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
+#include "gas/gas_scene_tree.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_ray_packet.h"
+#include "vq_module/module_geometry.h"
 #include "vq_of/of_app.h"
 #include "vq_of/of_object_factory.h"
 
@@ -58,6 +61,9 @@ class BenchStructure : public BenchTracer {
   BenchStructure(BenchWorld& world, uint worker_count);
   virtual const GasObject& get_doors() const = 0;
   void build(const std::function<void(AppProgressBar*)>& create);
+  /// Hits tell primitives numbered over all objects: [object] is the number of its first.
+  void set_first_primitives(const u32* first_primitives) { first_primitives_ = first_primitives; }
+  BenchWorld& get_world() { return world_; }
 
  private:
   struct Worker {
@@ -74,6 +80,7 @@ class BenchStructure : public BenchTracer {
   BenchWorld& world_;
   std::vector<std::unique_ptr<Worker>> workers_;
   BenchAnyHitQuery any_hit_query_ = BenchAnyHitQuery::nearest;
+  const u32* first_primitives_ = nullptr;
 };
 
 /// The structure over a mesh.
@@ -90,6 +97,26 @@ class BenchScene final : public BenchStructure {
   const GasObject& get_doors() const override { return structure_; }
 
   GasGeometryBvh4 structure_;
+};
+
+/// A scene tree over objects that share meshes.
+class BenchObjectsScene final : public BenchStructure {
+ public:
+  /// Makes the meshes' structures and the objects, without a tree. `objects` and `meshes` must live as long.
+  BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
+                    const std::vector<std::shared_ptr<PolyMesh>>& meshes, uint worker_count);
+
+  /// Builds the tree: what is timed as the build.
+  void create_tree();
+  u64 get_tree_bytes() const override { return tree_.get_memory_size(); }
+  u64 get_total_bytes() const override;
+
+ private:
+  const GasObject& get_doors() const override { return tree_; }
+
+  std::vector<std::shared_ptr<GasGeometryBvh4>> structures_;
+  std::vector<std::unique_ptr<ModuleGeometry>> objects_;
+  GasSceneTree tree_;
 };
 
 /// The structure over hair.

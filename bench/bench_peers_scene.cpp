@@ -1,0 +1,61 @@
+#include "bench/bench_peers_scene.h"
+
+#include <algorithm>
+
+#include "bench/bench_peers_mesh.h"
+
+PeerScene::PeerScene(BenchObjects objects) : objects_(std::move(objects)) {
+  for (BenchMesh& mesh : objects_.meshes) {
+    mesh.positions.reserve(mesh.positions.size() + 1);  // the peer reads four bytes past the last position
+    meshes_.push_back(std::make_shared<PolyMesh>());
+    valid_ = bench_fill_poly_mesh(mesh, *meshes_.back()) && valid_;
+  }
+}
+
+PeerReport PeerScene::describe() const {
+  PeerReport report;
+  report.kind = "scene";
+  report.name = objects_.name;
+  report.primitives = "triangles in " + std::to_string(objects_.objects.size()) + " objects of " +
+                      std::to_string(objects_.meshes.size()) + " meshes";
+  report.primitive_count = objects_.get_triangle_count();
+  report.scale = PeerScale::whole;
+  return report;
+}
+
+std::vector<std::string> PeerScene::get_libraries(const std::vector<std::string>& wanted) const {
+  return peer_pick_libraries(peer_get_mesh_peers(), wanted);
+}
+
+PeerContender PeerScene::make(const std::string& library, BenchClock clock, uint thread_count) const {
+  if (const PeerMeshKind* kind = peer_find_mesh_kind(library); kind != nullptr) {
+    return PeerContender::make_embree(clock, kind->isa, thread_count, [&](EmbreeDevice& device) {
+      return std::make_unique<EmbreeScene>(device, objects_, kind->make);
+    });
+  }
+  PeerContender made = PeerContender::make_ours(thread_count, has_motion() ? objects_.get_sample_count() : 0);
+  auto scene = std::make_unique<BenchObjectsScene>(*made.world, objects_, meshes_, thread_count);
+  made.build_seconds = bench_time(clock, [&] { scene->create_tree(); });
+  made.tracer = std::move(scene);
+  made.refit(clock, get_bbox());
+  return made;
+}
+
+BenchRaySet PeerScene::make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const {
+  const auto get_normal = [&](std::size_t ray) {
+    return objects_.get_normal(hits[ray].primitive, primary.times.empty() ? 0.0 : double(primary.times[ray]));
+  };
+  return bench_make_bounce_rays(primary, hits, get_normal, peer_get_mesh_offset(get_bbox()), seed);
+}
+
+BenchRaySet PeerScene::make_shadow_rays(const BenchRaySet&, const std::vector<BenchHit>&, const BenchRaySet& bounce,
+                                        u64 seed) const {
+  return bench_make_shadow_rays(bounce, 0.5 * get_bbox().get_extent().get_length(), seed);
+}
+
+BenchDisagreement PeerScene::compare(const BenchRaySet& set, BenchTracer&, const std::vector<BenchHit>& our_hits,
+                                     BenchTracer&, const std::vector<BenchHit>& peer_hits) const {
+  // The peer carries rays into an object's space in single precision.
+  const double rounding = 1e-6 * get_bbox().get_extent().get_length();
+  return bench_compare(set, our_hits, peer_hits, [&](double a, double b) { return 1e-3 * std::max(a, b) + rounding; });
+}

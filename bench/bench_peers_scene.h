@@ -1,0 +1,30 @@
+// bench/bench_peers_scene.h
+//
+// A scene of objects that share meshes as it is compared: this library's scene tree beside Embree's instances.
+#pragma once
+#include "bench/bench_peers_run.h"
+
+/// Peers are those of meshes: what Embree's instances are instances of.
+class PeerScene final : public PeerSubject {
+ public:
+  explicit PeerScene(BenchObjects objects);
+  /// False for what the library's mesh refuses.
+  bool is_valid() const { return valid_; }
+
+  PeerReport describe() const override;
+  std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const override;
+  /// The meshes' own structures are there before the time of the build begins.
+  PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const override;
+  GMathBbox3<double> get_bbox() const override { return objects_.get_bbox(); }
+  bool has_motion() const override { return objects_.has_motion(); }
+  BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
+  BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
+                               u64 seed) const override;
+  BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
+                            BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const override;
+
+ private:
+  BenchObjects objects_;
+  std::vector<std::shared_ptr<PolyMesh>> meshes_;
+  bool valid_ = true;
+};
