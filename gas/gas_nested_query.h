@@ -6,14 +6,20 @@
 //   CtxShader --first--> [depth 1] --next--> [depth 2] --next--> ...      made on first use, freed with the CtxShader
 //             --current----------------------^                            moved down by a leaf, back up when it is done
 //
-// A record holds a query of its own and, per ray of the outer query, a ray in the inner space (80 bytes) and a matrix
-// back to the outer one (264 bytes). Rays keep their numbers: ray r of the inner query is ray r of the outer, and what
-// is the same in all spaces (intervals, spans, stop flags, hits) is shared. Arrays grow to the outer query's rays and
-// stay.
+// A record serves queries of every kind, one at a time:
+//
+//   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 264 bytes each | matrices2[ray]
+//   frustums   planes, results and lists | path
+//   beams      the outer query's current beam, which is all that an inner query asks for
+//
+// Per ray of the outer query it has a ray in the inner space and a matrix back to the outer one. Rays keep their
+// numbers: ray r of the inner query is ray r of the outer, and what is the same in all spaces (intervals, spans, stop
+// flags, hits) is shared. Arrays grow to the outer query's rays and stay.
 #pragma once
 #include "vq_core/core_memory.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
 class CtxShader;
@@ -36,6 +42,7 @@ struct GasNestedQueryCtx {
   GasRayCtx ray;
   GeometryFrustumCtx frustum;
   GeometryIntersectionPath frustum_path;
+  GeometryRayFrustumCtx ray_frustum;
   GasNestedQueryCtx* next = nullptr;  ///< one deeper; null until needed
 };
 

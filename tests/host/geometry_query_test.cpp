@@ -1,4 +1,4 @@
-// Query records: filters, the lifting of nested hits, hit lists, paths, frustum planes and motion spans.
+// Query records: filters, the lifting of nested hits, hit lists, paths, frustum planes, beams and motion spans.
 #include <limits>
 
 #include "host/mesh_shots.h"
@@ -7,6 +7,7 @@
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_hit_surface.h"
 #include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_module/ctx_helpers.h"
 
 namespace {
@@ -275,6 +276,69 @@ TEST(Frustum, nested_asks_the_same_of_the_same_points) {
     EXPECT_EQ(inner.get_objects(), (Indices{3, 5}));  // and none of the former round
     inner.push_point(point);
     EXPECT_EQ(outer.get_points().size(), round + 1);
+  }
+}
+
+/// How far point `p` is along the beam.
+double get_distance(const GeometryRayFrustumCtx& query, const Vec& p) {
+  const Vec& normal = query.get_plane_normal();
+  return (p - query.get_origin()).dot(normal) / query.get_direction().dot(normal);
+}
+
+TEST(RayFrustum, cross_sections_are_the_same_in_every_space) {
+  RandomValues random(6);
+  for (uint k = 0; k < 200; ++k) {
+    // A square around the direction, its corners at any distance.
+    const Vec origin = random.get_vec(5.0), direction = random.get_vec();
+    const Vec side = direction.cross(random.get_vec()), up = direction.cross(side);
+    const Vec square[4] = {side, up, -side, -up};
+    Vec to_corners[4], offsets[4];
+    for (uint c = 0; c < 4; ++c) {
+      to_corners[c] = (direction + square[c] * 0.3) * random.get(0.1, 5.0);
+      offsets[c] = square[c] + direction * random.get(-2.0, 2.0);
+    }
+    GeometryRayFrustumBeam beams[2];
+    GeometryRayFrustumRecord records[2];
+    ASSERT_TRUE(beams[0].set_perspective(origin, direction, to_corners, 1.0, 9.0));
+    ASSERT_TRUE(beams[1].set_parallel(origin, direction, offsets, 2.0, 8.0));
+    GeometryRayFrustumCtx outer, scene, inner;
+    outer.begin(beams, records, 2);
+    outer.kind = 7;
+    outer.edge = 3.0;
+    for (uint beam = 0; beam < 2; ++beam) {
+      outer.init(beam);
+      const Matrix to_scene = make_matrix(random), to_inner = make_matrix(random);  // mirrored as often as not
+      int object = 0;
+      scene.init_local(outer, to_scene, to_scene.get_inverse(), nullptr);
+      inner.init_local(scene, to_inner, to_inner.get_inverse(), reinterpret_cast<ModuleSceneObject*>(&object));
+      const Matrix back = (to_inner * to_scene).get_inverse();
+      for (const double t : {0.0, 1.0, 4.5}) {
+        Vec corners[4], local[4];
+        outer.get_corners(t, corners);
+        inner.get_corners(t, local);
+        for (uint c = 0; c < 4; ++c) {
+          const Vec expected = origin + direction * t + square[c] * (beam == 0 ? 0.3 * t : 1.0);
+          expect_near(corners[c], expected);
+          EXPECT_LT((back.transform_point(local[c]) - expected).get_length(), 1e-6);
+          EXPECT_NEAR(get_distance(inner, local[c]), t, 1e-6);
+        }
+      }
+      EXPECT_EQ(inner.get_frustum_count(), 1u);
+      EXPECT_EQ(inner.object, reinterpret_cast<u64>(&object));
+      EXPECT_EQ(inner.kind + inner.edge + inner.get_tnear() + inner.get_tfar(), 20.0);
+      inner.get_record() = {5.0 + beam, 1.0, 3, inner.object};  // what an inner query finds ends the outer beam
+      EXPECT_EQ(outer.get_tfar(), 5.0 + beam);
+      EXPECT_EQ(scene.get_tfar(), 5.0 + beam);
+    }
+    outer.init(0);
+    EXPECT_EQ(outer.get_tfar(), 5.0);
+    outer.begin(beams, records, 2);
+    EXPECT_EQ(outer.get_tfar(), 9.0);
+    EXPECT_EQ(outer.get_record().index, core_invalid_index);
+    to_corners[2] = -direction;
+    EXPECT_FALSE(beams[0].set_perspective(origin, direction, to_corners, 0.0, 1.0));
+    EXPECT_FALSE(beams[0].set_parallel(origin, Vec(), offsets, 0.0, 1.0));
+    EXPECT_EQ(beams[0].tfar, 9.0);
   }
 }
 
