@@ -29,6 +29,8 @@ class CameraRays {
     return forward_ + right_ * ((2.0 * x - width_) * scale_) + up_ * ((height_ - 2.0 * y) * scale_);
   }
   const GMathVec3<double>& get_eye() const { return eye_; }
+  /// Along the view, of unit length.
+  const GMathVec3<double>& get_forward() const { return forward_; }
   /// The picture point where a point in front of the eye is seen; infinite or NaN for one level with the eye.
   GMathVec2<double> get_picture_point(const GMathVec3<double>& point) const;
 

@@ -15,6 +15,10 @@ struct RenderTexts {
   std::vector<std::string> layers = {"beauty"};
 };
 
+struct SelectTexts {
+  std::string mode = "any", camera, size = "960x540", rect, box;
+};
+
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
   command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
       ->check(CLI::Range(1u, 1024u));
@@ -31,6 +35,16 @@ std::string get_file_help() {
 void add_hair_options(CLI::App& command, HairSettings& hair) {
   command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
+}
+
+void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
+  command.add_option("--view", view, "Frame everything from here")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"front", "side", "top", "three-quarter"}));
+  command
+      .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
+      ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
 }
 
 void add_rate_option(CLI::App& command, SceneOptions& options) {
@@ -57,14 +71,7 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
       ->required()
       ->allow_extra_args(false)
       ->type_name("NAME");
-  command->add_option("--view", options.view, "Frame everything from here")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"front", "side", "top", "three-quarter"}));
-  command
-      ->add_option("--camera", texts.camera,
-                   "Instead of a view: eye, target, up vector, vertical field of view in degrees")
-      ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
-  command->add_option("--size", texts.size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+  add_view_options(*command, options.view, texts.camera, texts.size);
   command->add_option("--samples", options.samples, "Rays per pixel of beauty")
       ->capture_default_str()
       ->check(CLI::Range(1u, 65536u));
@@ -119,6 +126,30 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
 }
 
+void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
+  CLI::App* command = app.add_subcommand(
+      "select",
+      "List the scene's objects in a rectangle of a picture, or in a box, as CSV with the header\nobject,name");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command->add_option("--mode", texts.mode, "any: objects that the space touches; all: those that lie wholly in it")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"any", "all"}));
+  command->add_option("--rect", texts.rect, "Rectangle of the picture, in pixels; without it the whole picture")
+      ->type_name("LEFT,TOP,RIGHT,BOTTOM");
+  command->add_option("--near", options.near, "Nothing less deep than this along the view")->capture_default_str();
+  command->add_option("--far", options.far, "Nothing deeper than this along the view");
+  command->add_option("--box", texts.box, "Instead of a rectangle: a box in space")->type_name("x,y,z/x,y,z");
+  add_view_options(*command, options.view, texts.camera, texts.size);
+  command->add_option("-o,--output", options.output, "Picture that shows what was selected")->type_name("NAME.png");
+  command->add_option("--frame", options.frame, "Frame at which objects stand")->capture_default_str();
+  add_rate_option(*command, options);
+  add_hair_options(*command, options.hair);
+  add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
+  command->footer(
+      "Objects count from 0 in the order of the files. Deforming meshes and hair are taken at rest.\n"
+      "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png");
+}
+
 void add_groom(CLI::App& app, GroomOptions& options) {
   GroomSettings& settings = options.settings;
   CLI::App* command = app.add_subcommand("groom", "Grow fur on a mesh and write it as a hair file");
@@ -152,7 +183,8 @@ void add_groom(CLI::App& app, GroomOptions& options) {
       "  vqgas render bunny.obj fur.hair -o furry.png");
 }
 
-void read_size(const std::string& text, RenderOptions& options) {
+template <class Options>
+void read_size(const std::string& text, Options& options) {
   const std::vector<double> values = parse_numbers(text, 'x');
   const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
   if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
@@ -190,6 +222,35 @@ void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
   }
 }
 
+void read_rect(const std::string& text, SelectOptions& options) {
+  const std::vector<double> v = parse_numbers(text, ',');
+  const bool sound = v.size() == 4 && std::isfinite(v[0] + v[1] + v[2] + v[3]) && v[0] < v[2] && v[1] < v[3];
+  if (!sound) throw UsageError("--rect: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM with a width and a height");
+  options.rect = PictureRect{v[0], v[1], v[2], v[3]};
+}
+
+void read_box(const std::string& text, SelectOptions& options) {
+  std::string numbers = text;
+  std::replace(numbers.begin(), numbers.end(), '/', ',');
+  const std::vector<double> v = parse_numbers(numbers, ',');
+  bool sound = v.size() == 6;
+  for (std::size_t axis = 0; sound && axis < 3; ++axis)
+    sound = std::isfinite(v[axis]) && std::isfinite(v[axis + 3]) && v[axis] <= v[axis + 3];
+  if (!sound) throw UsageError("--box: '" + text + "' is not x,y,z/x,y,z, the lower corner first");
+  options.box = GMathBbox3<double>({v[0], v[1], v[2]}, {v[3], v[4], v[5]});
+}
+
+void read_select_texts(const SelectTexts& texts, SelectOptions& options) {
+  read_size(texts.size, options);
+  options.wants_all = texts.mode == "all";
+  if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
+  if (!texts.rect.empty()) read_rect(texts.rect, options);
+  if (!texts.box.empty()) read_box(texts.box, options);
+  if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
+  if (!options.output.empty() && !options.output.ends_with(".png"))
+    throw UsageError("-o: '" + options.output + "' does not end in .png");
+}
+
 }  // namespace
 
 int run_command_line(int argc, char** argv) {
@@ -201,14 +262,18 @@ int run_command_line(int argc, char** argv) {
   RenderTexts render_texts;
   TraceOptions trace;
   std::string format = "csv";
+  SelectOptions select;
+  SelectTexts select_texts;
   GroomOptions groom;
   add_info(app, info);
   add_render(app, render, render_texts);
   add_trace(app, trace, format);
+  add_select(app, select, select_texts);
   add_groom(app, groom);
   try {
     app.parse(argc, argv);
     if (app.got_subcommand("render")) read_render_texts(render_texts, render);
+    if (app.got_subcommand("select")) read_select_texts(select_texts, select);
     check_trace_rays(trace.rays);
     if (app.got_subcommand("groom") && !groom.output.ends_with(".hair"))
       throw UsageError("-o: '" + groom.output + "' does not end in .hair");
@@ -222,6 +287,7 @@ int run_command_line(int argc, char** argv) {
   if (app.got_subcommand("info")) run_info(info);
   if (app.got_subcommand("render")) run_render(render);
   if (app.got_subcommand("trace")) run_trace(trace);
+  if (app.got_subcommand("select")) run_select(select);
   if (app.got_subcommand("groom")) run_groom(groom);
   return 0;
 }

@@ -2,6 +2,7 @@
 //
 // What the user asked for.
 #pragma once
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "tools/vqgas/groom.h"
 #include "tools/vqgas/picture.h"
 #include "tools/vqgas/scene_shape.h"
+#include "tools/vqgas/select_frustum.h"
 
 struct CommonOptions {
   uint threads = 0;  ///< 0: as many as the machine runs at once
@@ -52,6 +54,22 @@ struct TraceOptions : SceneOptions {
   bool as_json = false;
 };
 
+struct SelectOptions : SceneOptions {
+  std::vector<std::string> files;
+  std::string output;
+  std::string view = "three-quarter";
+  std::optional<Camera> camera;
+  uint width = 960, height = 540;
+  std::optional<PictureRect> rect;
+  double near = 0.0, far = std::numeric_limits<double>::infinity();
+  std::optional<GMathBbox3<double>> box;  ///< instead of what the camera sees
+  bool wants_all = false;
+  double frame = 0.0;
+
+  /// The whole picture when nothing else was asked for.
+  PictureRect get_rect() const;
+};
+
 struct GroomOptions : CommonOptions {
   std::string file, output;
   GroomSettings settings;
@@ -67,4 +85,5 @@ int run_command_line(int argc, char** argv);
 void run_info(const InfoOptions& options);
 void run_render(const RenderOptions& options);
 void run_trace(const TraceOptions& options);
+void run_select(const SelectOptions& options);
 void run_groom(const GroomOptions& options);
