@@ -6,25 +6,9 @@
 namespace {
 
 constexpr double pi = std::numbers::pi;
-constexpr uint sample_count = 9;  // over the times 0 to 1, the same in all scenes so that they can be joined
 
 /// Where a vertex that rests at `p` is at time t.
 using Motion = Point (*)(const Point& p, double t);
-
-/// Fills the motion samples; vertices below `moving.size()` move by the function of their part.
-void add_motion(MeshSource& source, const std::vector<Motion>& moving) {
-  PolyMeshData& data = source.data;
-  data.motion_begin = 0.0;
-  data.motion_step = 1.0 / (sample_count - 1);
-  const std::vector<GMathVec3<float>> rest = data.positions;
-  for (uint sample = 0; sample < sample_count; ++sample) {
-    auto& positions = data.motion_positions.emplace_back();
-    positions.reserve(rest.size());
-    for (std::size_t vertex = 0; vertex < rest.size(); ++vertex)
-      positions.emplace_back(moving[vertex](Point(rest[vertex]), sample * data.motion_step));
-  }
-  data.positions = data.motion_positions.front();
-}
 
 double get_water_height(double distance, double t) {
   const double front = 1.7 + 0.75 * t, behind = distance - front;
@@ -122,7 +106,7 @@ MeshSource make_demo_wave() {
   add_prism(builder, {{1.0, 1.05, -3.87}}, make_gear_outline(16, 0.85, 1.1), 0.24, wheel);
   moving.resize(builder.get_vertex_count(), turn_wheel);
   MeshSource source = builder.finish_unwelded();
-  add_motion(source, moving);
+  add_motion(source, [&](uint vertex, const Point& p, double t) { return moving[vertex](p, t); });
   return source;
 }
 
@@ -137,6 +121,6 @@ MeshSource make_demo_jelly() {
   add_rounded_cube(builder, 96, 0.25, jelly);
   moving.resize(builder.get_vertex_count(), move_jelly);
   MeshSource source = builder.finish_unwelded();
-  add_motion(source, moving);
+  add_motion(source, [&](uint vertex, const Point& p, double t) { return moving[vertex](p, t); });
   return source;
 }

@@ -23,7 +23,8 @@ constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
                                 {"jelly", make_mesh_scene<make_demo_jelly>},
                                 {"fur", make_demo_fur},
                                 {"strands", make_demo_strands},
-                                {"wind", make_demo_wind}};
+                                {"wind", make_demo_wind},
+                                {"mills", make_demo_mills}};
 
 }  // namespace
 

@@ -27,3 +27,6 @@ SceneSource make_demo_fur();
 SceneSource make_demo_strands();
 /// A meadow through which a gust runs. Moves over the times 0 to 1.
 SceneSource make_demo_wind();
+/// An island in the wind: mills, pinwheels, tulips, birds, sheep and boats, some thousand objects that share two dozen
+/// shapes. Moves over the times 0 to 1.
+SceneSource make_demo_mills();

@@ -138,6 +138,32 @@ void add_lathe(MeshBuilder& builder, const Frame& frame, const std::vector<GMath
   }
 }
 
+void add_sheet(MeshBuilder& builder, uint columns, uint rows, const std::function<Point(double, double)>& place,
+               const std::function<uint(double, double)>& choose_group) {
+  const uint first = builder.get_vertex_count();
+  for (uint row = 0; row <= rows; ++row) {
+    for (uint column = 0; column <= columns; ++column)
+      builder.add_vertex(place(double(column) / columns, double(row) / rows));
+  }
+  const uint first_uv = add_uv_grid(builder, rows + 1, columns);
+  for (uint row = 0; row < rows; ++row) {
+    for (uint column = 0; column < columns; ++column) {
+      const uint corner = row * (columns + 1) + column, above = corner + columns + 1;
+      const u32 corners[] = {corner, corner + 1, above + 1, above};
+      u32 vertices[4], uvs[4];
+      for (uint k = 0; k < 4; ++k) {
+        vertices[k] = first + corners[k];
+        uvs[k] = first_uv + corners[k];
+      }
+      builder.add_polygon(vertices, choose_group((column + 0.5) / columns, (row + 0.5) / rows), {}, uvs);
+    }
+  }
+}
+
+void add_box(MeshBuilder& builder, const Point& corner, const Point& size, uint group) {
+  add_prism(builder, {corner}, {{0, 0}, {size.x, 0}, {size.x, size.y}, {0, size.y}}, size.z, group);
+}
+
 std::vector<GMathVec2<double>> make_gear_outline(uint teeth, double inner, double outer) {
   std::vector<GMathVec2<double>> outline;
   for (uint tooth = 0; tooth < teeth; ++tooth) {
@@ -164,4 +190,19 @@ Point get_trefoil_point(double t) {
   return Point(std::sin(angle) + 2.0 * std::sin(2.0 * angle), std::cos(angle) - 2.0 * std::cos(2.0 * angle),
                -std::sin(3.0 * angle)) *
          0.5;
+}
+
+void add_motion(MeshSource& source, const std::function<Point(uint, const Point&, double)>& place) {
+  constexpr uint sample_count = 9;
+  PolyMeshData& data = source.data;
+  data.motion_begin = 0.0;
+  data.motion_step = 1.0 / (sample_count - 1);
+  const std::vector<GMathVec3<float>> rest = data.positions;
+  for (uint sample = 0; sample < sample_count; ++sample) {
+    auto& positions = data.motion_positions.emplace_back();
+    positions.reserve(rest.size());
+    for (uint vertex = 0; vertex < rest.size(); ++vertex)
+      positions.emplace_back(place(vertex, Point(rest[vertex]), sample * data.motion_step));
+  }
+  data.positions = data.motion_positions.front();
 }

@@ -32,9 +32,20 @@ void add_prism(MeshBuilder& builder, const Frame& frame, const std::vector<GMath
 void add_lathe(MeshBuilder& builder, const Frame& frame, const std::vector<GMathVec2<double>>& profile, uint segments,
                uint group, const std::function<double(double, double)>& relief = nullptr);
 
+/// A sheet of `columns` times `rows` quads: the unit square as `place` bends it. `choose_group` gives each quad its
+/// shading group, by its middle.
+void add_sheet(MeshBuilder& builder, uint columns, uint rows, const std::function<Point(double, double)>& place,
+               const std::function<uint(double, double)>& choose_group);
+/// Straight from `corner` along the three axes, as long as `size` says.
+void add_box(MeshBuilder& builder, const Point& corner, const Point& size, uint group);
+
 /// A wheel with trapezoid teeth, and a star.
 std::vector<GMathVec2<double>> make_gear_outline(uint teeth, double inner, double outer);
 std::vector<GMathVec2<double>> make_star_outline(uint points, double inner, double outer);
 
 /// The trefoil knot of t in [0, 1), about 3 across in x and y.
 Point get_trefoil_point(double t);
+
+/// Lets a mesh move over the times 0 to 1, with the same samples in all scenes so that they can be joined. `place`
+/// tells where a vertex, given with its number and where it rests, is at a time.
+void add_motion(MeshSource& source, const std::function<Point(uint, const Point&, double)>& place);

@@ -56,6 +56,17 @@ Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMoti
   return boxes;
 }
 
+/// How many objects show each shape, on all ways through the scene.
+using ShowCounts = std::unordered_map<const GeometryObject*, uint>;
+
+void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
+  if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
+    for (const auto& part : group->get_objects()) count_shows(*part, shows);
+  } else {
+    ++shows[static_cast<const ModuleGeometry&>(object).get_geometry()];
+  }
+}
+
 /// All that objects show at one time.
 class SceneBoxes {
  public:
@@ -88,15 +99,18 @@ class SceneBoxes {
 }  // namespace
 
 std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
-  const uint wanted = std::max(1u, 1024u / static_cast<uint>(objects_.objects.size()));
+  constexpr uint wanted = 1024;  // of a shape, over all places that show it
+  ShowCounts shows;
+  for (const auto& object : objects_.objects) count_shows(*object, shows);
   Boxes boxes;
   const CtxMotionBlur* motion_blur = get_motion_blur();
   for (uint sample = 0; sample < (motion_blur != nullptr ? motion_blur->get_sample_count() : 1); ++sample) {
     const double time = motion_blur != nullptr ? motion_blur->get_time_sampling().get_sample_time(sample) : 0.0;
     SceneBoxes all(motion_blur != nullptr, time, boxes);
-    for (const SceneShape& shape : shapes_)
-      all.set_shape_boxes(shape.geometry.get(),
-                          get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), wanted));
+    for (const SceneShape& shape : shapes_) {
+      const uint share = std::max(1u, wanted / std::max(1u, shows[shape.geometry.get()]));
+      all.set_shape_boxes(shape.geometry.get(), get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), share));
+    }
     for (const auto& object : objects_.objects) all.add(*object, Matrix());
   }
   return boxes;
