@@ -11,6 +11,7 @@
 #include <iostream>
 #include <new>
 
+#include "tools/vqgas/import_guard.h"
 #include "tools/vqgas/input_error.h"
 #include "tools/vqgas/input_file.h"
 #include "tools/vqgas/memory_limit.h"
@@ -109,18 +110,26 @@ MeshSource read_flat(const std::string& path, const aiScene& scene) {
   return reader.finish();
 }
 
+SceneSource read_file(const std::string& path, const SceneTimes& times) {
+  const SilencedStreams silence;
+  Assimp::Importer importer;
+  const aiScene& scene = *read_scene(importer, path);
+  if (has_nodes(path)) return import_nodes(path, scene, times);
+  SceneSource source;
+  source.add_object("", read_flat(path, scene));
+  return source;
+}
+
 }  // namespace
 
 SceneSource import_scene(const std::string& path, const SceneTimes& times) {
   check_file(path);
   try {
-    const MemoryLimit limit;
-    const SilencedStreams silence;
-    Assimp::Importer importer;
-    const aiScene& scene = *read_scene(importer, path);
-    if (has_nodes(path)) return import_nodes(path, scene, times);
     SceneSource source;
-    source.add_object("", read_flat(path, scene));
+    run_import_guarded(path, [&] {
+      const MemoryLimit limit;
+      source = read_file(path, times);
+    });
     return source;
   } catch (const InputError&) {
     throw;
