@@ -82,6 +82,9 @@ Json make_report_json(const SceneReport& report) {
   }
   json["scene_tree"] = make_objects(report.whole);
   json["groups"] = Json::array();
-  for (const ObjectsReport& group : report.groups) json["groups"].push_back(make_objects(group));
+  for (const ObjectsReport& group : report.groups) {
+    json["groups"].push_back(make_objects(group));
+    json["groups"].back()["name"] = group.name;
+  }
   return json;
 }

@@ -84,6 +84,7 @@ class SceneExaminer {
     if (std::find(trees_.begin(), trees_.end(), tree) != trees_.end()) return;
     trees_.push_back(tree);
     ObjectsReport found = examine(group.get_objects(), *tree);
+    found.name = group.get_name().get_data();
     report_.groups.push_back(std::move(found));
   }
 

@@ -46,6 +46,7 @@ struct ObjectReport {
 
 /// A scene: the whole, or one that objects show as a group.
 struct ObjectsReport {
+  std::string name;  ///< of the first object that shows it; none for the whole
   std::vector<ObjectReport> objects;
   TreeReport tree;
   double geometries, primitives;  ///< as shown: what several objects show counts several times

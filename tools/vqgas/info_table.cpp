@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 
@@ -60,7 +61,7 @@ void print_build(const SceneReport& report) {
 }
 
 /// So many rows of a list; the rest is told by number.
-constexpr std::size_t row_limit = 24;
+constexpr std::size_t row_limit = 12;
 
 void print_rest(std::size_t count) {
   if (count > row_limit) std::printf("  ... and %zu more, which --json lists\n", count - row_limit);
@@ -96,9 +97,26 @@ void print_object_list(const std::vector<ObjectReport>& objects) {
   print_rest(left_out);
 }
 
+std::size_t count_kept(const ObjectsReport& report) {
+  return static_cast<std::size_t>(std::count_if(report.objects.begin(), report.objects.end(),
+                                                [](const ObjectReport& object) { return object.left_out == nullptr; }));
+}
+
+void print_group_list(const std::vector<ObjectsReport>& groups) {
+  std::printf("  %5s %8s %8s %10s %8s %9s %10s  group\n", "", "objects", "left out", "primitives", "clusters", "MB",
+              "area cost");
+  for (std::size_t k = 0; k < std::min(groups.size(), row_limit); ++k) {
+    const ObjectsReport& group = groups[k];
+    const std::size_t kept = count_kept(group);
+    std::printf("  %5zu %8zu %8zu %10.0f %8u %9.3f %10.2f  %s\n", k, group.objects.size(), group.objects.size() - kept,
+                group.primitives, group.tree.kept, 1e-6 * double(get_sum(group.tree.arrays)),
+                group.tree.statistics.surface_area_cost, group.name.c_str());
+  }
+  print_rest(groups.size());
+}
+
 void print_objects(const ObjectsReport& report) {
-  std::size_t kept = 0;
-  for (const ObjectReport& object : report.objects) kept += object.left_out == nullptr;
+  const std::size_t kept = count_kept(report);
   print_row("objects kept, left out", "%11zu, %zu", kept, report.objects.size() - kept);
   print_row("geometries as shown", "%11.0f", report.geometries);
   print_row("primitives as shown", "%11.0f", report.primitives);
@@ -121,12 +139,7 @@ void print_scene(const SceneReport& report) {
   std::printf("scene tree\n");
   print_objects(report.whole);
   print_object_list(report.whole.objects);
-  for (std::size_t k = 0; k < std::min(report.groups.size(), row_limit); ++k) {
-    std::printf("group %zu\n", k);
-    print_objects(report.groups[k]);
-    print_object_list(report.groups[k].objects);
-  }
-  print_rest(report.groups.size());
+  if (!report.groups.empty()) print_group_list(report.groups);
 }
 
 }  // namespace
