@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <limits>
+#include <new>
 
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_tasks.h"
@@ -223,6 +224,15 @@ void GasSceneTree::create(const AppBase& app, AppProgressBar* progress) {
     return;
   }
   geometry_count = primitive_count = 0.0;
+  try {
+    build_tree(app, progress);
+  } catch (const std::bad_alloc&) {  // from the host's queue of tasks
+    clear();
+  }
+  motion_data.invalidate();
+}
+
+void GasSceneTree::build_tree(const AppBase& app, AppProgressBar* progress) {
   {
     ClusterLists lists(objects.get_count());
     check_objects(app, lists, progress);
@@ -241,7 +251,6 @@ void GasSceneTree::create(const AppBase& app, AppProgressBar* progress) {
   if (progress != nullptr) progress->begin_task("create tree", 0.3);
   build_tree(boxes, weights, progress);
   if (progress != nullptr) progress->end_task();
-  motion_data.invalidate();
 }
 
 void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const {
@@ -250,9 +259,9 @@ void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppPro
     progress->begin_task("check objects", 0.4);
     progress->set_step_count(objects.get_count());
   }
-  SysThreadTaskManager manager(app.get_thread_manager());
   const uint length = get_slice_length(app, count);
   CoreArray<GasSceneTreeCheckTask> tasks(gas_get_slice_count(count, length));
+  SysThreadTaskManager manager(app.get_thread_manager());
   gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeCheckTask& task) {
     task.scene = this;
     task.lists = lists.get_items();
@@ -293,9 +302,9 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, 
     progress->begin_task("create tree", 0.3);
     progress->set_step_count(count);
   }
-  SysThreadTaskManager manager(app.get_thread_manager());
   const uint length = get_slice_length(app, count);
   CoreArray<GasSceneTreeBboxTask> tasks(gas_get_slice_count(count, length));
+  SysThreadTaskManager manager(app.get_thread_manager());
   gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeBboxTask& task) {
     task.scene = this;
     task.boxes = boxes;

@@ -103,6 +103,7 @@ class GasSceneTree : public GasObject {
   void check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const;
   bool gather_clusters(const ClusterLists& lists);
   void compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights, AppProgressBar* progress);
+  void build_tree(const AppBase& app, AppProgressBar* progress);
   void build_tree(const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
                   AppProgressBar* progress);
   void install_leaf_functions();

@@ -3,6 +3,8 @@
 #include "gas/gas_scene_tree_motion.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <span>
 
 #include "gas/frame/gas_tasks.h"
@@ -69,14 +71,18 @@ void GasSceneTree::update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& m
   data.stamp.store(motion_blur.get_stamp(), std::memory_order_release);  // publishes what was just written
 }
 
-bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
+bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const try {
   const uint object_count = object_indices.get_count(), sample_count = data.matrices_sample_count;
   CoreArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
   CoreArray<UpdateObjectMotionTask> tasks(object_count);
   if (boxes.get_count() != leaf_objects.get_count() || tasks.get_count() != object_count) return false;
   std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
   AppBase& application = ctx.get_application();
-  AppProgressBar* progress = application.create_progress_bar("Updating motion blur of scene GAS");
+  struct Finish {
+    void operator()(AppProgressBar* bar) const { bar->finish(); }
+  };
+  const std::unique_ptr<AppProgressBar, Finish> progress(
+      application.create_progress_bar("Updating motion blur of scene GAS"));
   progress->set_step_count(sample_count * object_count);
   for (uint accepted = 0; accepted < object_count; ++accepted) {
     UpdateObjectMotionTask& task = tasks[accepted];
@@ -86,7 +92,7 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
     task.geometry_override = get_override(object_indices[accepted]);
     task.clusters = get_object_clusters(accepted);
     task.boxes = boxes.get_items() + first_leaves[accepted];
-    task.progress = progress;
+    task.progress = progress.get();
   }
   bool refitted = true;
   double time = motion_blur.get_frame_begin();
@@ -107,8 +113,9 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
     // Added up rather than multiplied, so that a scene and a bundle in it sample at the same times in every bit.
     time += motion_blur.get_sample_step();
   }
-  progress->finish();
   return refitted;
+} catch (const std::bad_alloc&) {  // from the host's queue of tasks, or an object
+  return false;
 }
 
 namespace {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <new>
 #include <numeric>
 
 #include "gas/bvh/bvh_builder_impl.h"
@@ -52,10 +53,11 @@ bool finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root) {
   return bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, build.progress);
 }
 
-/// Runs the recursion from the root set, on the application's threads when there are enough items for them.
+/// Runs the recursion from the root set, on the application's threads when there are enough items for them. False when
+/// there was no memory; some of it is asked for by containers that throw.
 template <class Split>
 bool build_nodes(GasBvh<4>& tree, const GasBvhSplitCtx& split_ctx, const GasBvhSplitSetGeom& root_set,
-                 const BvhBuildParams& params, AppProgressBar* progress, SysThreadManager* threads) {
+                 const BvhBuildParams& params, AppProgressBar* progress, SysThreadManager* threads) try {
   BvhBuildCtx<Split> build;
   build.quantization_depth = params.quantization_depth;
   build.progress = progress;
@@ -79,6 +81,8 @@ bool build_nodes(GasBvh<4>& tree, const GasBvhSplitCtx& split_ctx, const GasBvhS
   }
   if (progress != nullptr) progress->end_task();
   return finalize(tree, build, root);
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <vector>
 
 #include "gas/bvh/bvh_start.h"
 
@@ -118,22 +117,30 @@ class SubtreeWeights {
  public:
   explicit SubtreeWeights(const GasBvh<4>& tree)
       : tree_(tree), aligned_(tree.aligned_count), quantized_(tree.quantized_count), oriented_(tree.oriented_count) {
-    std::vector<BvhChildRef> order;
-    if (!tree.is_empty() && !tree.root.is_leaf()) order.push_back(tree.root);
-    for (std::size_t at = 0; at < order.size(); ++at) {
+    const u64 node_count = u64{tree.aligned_count} + tree.quantized_count + tree.oriented_count;
+    CoreVector<BvhChildRef> order;
+    if (aligned_.get_count() != tree.aligned_count || quantized_.get_count() != tree.quantized_count ||
+        oriented_.get_count() != tree.oriented_count || !order.reserve(static_cast<uint>(node_count)))
+      return;
+    is_complete_ = true;
+    if (!tree.is_empty() && !tree.root.is_leaf()) order.add(tree.root);
+    for (uint at = 0; at < order.get_count(); ++at) {
       for (uint lane = 0; lane < order[at].get_count(); ++lane) {
         const BvhChildRef child = get_child(order[at], lane);
-        if (!child.is_leaf()) order.push_back(child);
+        if (!child.is_leaf()) order.add(child);
       }
     }
-    while (!order.empty()) {
-      const BvhChildRef node = order.back();
-      order.pop_back();
+    while (!order.is_empty()) {
+      const BvhChildRef node = order.get_last();
+      order.remove_last();
       float sum = 0.0f;
       for (uint lane = 0; lane < node.get_count(); ++lane) sum += get(get_child(node, lane));
       get_entry(node) = sum;
     }
   }
+
+  /// False when there was no memory.
+  bool is_complete() const { return is_complete_; }
 
   float get(BvhChildRef ref) {
     if (ref.get_count() == 0) return 0.0f;
@@ -168,7 +175,8 @@ class SubtreeWeights {
   }
 
   const GasBvh<4>& tree_;
-  std::vector<float> aligned_, quantized_, oriented_;
+  CoreBasicArray<float> aligned_, quantized_, oriented_;
+  bool is_complete_ = false;
 };
 
 }  // namespace
@@ -199,6 +207,10 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
 
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights) {
   SubtreeWeights subtrees(tree);
+  if (!subtrees.is_complete()) {
+    std::fill_n(weights, clusters.get_count(), 1.0f);
+    return;
+  }
   for (uint k = 0; k < clusters.get_count(); ++k)
     weights[k] = subtrees.get(bvh_find_start(tree, std::bit_cast<u64>(clusters[k])).ref);
 }

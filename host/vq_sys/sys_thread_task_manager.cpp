@@ -76,12 +76,20 @@ bool SysThreadTaskManager::run_next(std::unique_lock<std::mutex>& lock, uint ind
   const bool counted = (task->flags & SysThreadTask::counted) != 0;
   ++running_;
   lock.unlock();
+  // Also when the task throws for want of memory: the group would wait for it for ever.
+  struct Ended {
+    SysThreadTaskManager& group;
+    std::unique_lock<std::mutex>& lock;
+    bool counted;
+    ~Ended() {
+      lock.lock();
+      --group.running_;
+      if (counted) --group.pending_;
+      // Signalled under the lock: once it opens, a waiter may destroy this group.
+      if (group.pending_ == 0 || group.running_ == 0) group.changed_.notify_all();
+    }
+  } const ended{*this, lock, counted};
   task->run(index);
-  lock.lock();
-  --running_;
-  if (counted) --pending_;
-  // Signalled under the lock: once it opens, a waiter may destroy this group.
-  if (pending_ == 0 || running_ == 0) changed_.notify_all();
   return true;
 }
 

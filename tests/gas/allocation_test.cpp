@@ -1,10 +1,12 @@
-// A query that was asked before allocates nothing. The program counts every way to get memory, so it stands alone.
+// A query that was asked before allocates nothing, and a scene that cannot have its memory is smaller, no worse. The
+// program stands between itself and every way to get memory, so it stands alone.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 #include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
@@ -30,22 +32,31 @@ void* __libc_memalign(std::size_t, std::size_t);
 namespace {
 
 std::atomic<uint> allocations{0};
+std::atomic<uint> refused{core_invalid_index};  ///< the number of the one that fails
 
-void* count(void* block) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  return block;
+template <class Allocate>
+void* count(const Allocate& allocate) {
+  return allocations.fetch_add(1, std::memory_order_relaxed) == refused ? nullptr : allocate();
 }
 
 }  // namespace
 
 // The C library's own, with a counter: operator new ends here too.
 extern "C" {
-void* malloc(std::size_t bytes) { return count(__libc_malloc(bytes)); }
-void* calloc(std::size_t n, std::size_t bytes) { return count(__libc_calloc(n, bytes)); }
-void* realloc(void* block, std::size_t bytes) { return count(__libc_realloc(block, bytes)); }
-void* aligned_alloc(std::size_t alignment, std::size_t bytes) { return count(__libc_memalign(alignment, bytes)); }
+void* malloc(std::size_t bytes) {
+  return count([=] { return __libc_malloc(bytes); });
+}
+void* calloc(std::size_t n, std::size_t bytes) {
+  return count([=] { return __libc_calloc(n, bytes); });
+}
+void* realloc(void* block, std::size_t bytes) {
+  return count([=] { return __libc_realloc(block, bytes); });
+}
+void* aligned_alloc(std::size_t alignment, std::size_t bytes) {
+  return count([=] { return __libc_memalign(alignment, bytes); });
+}
 int posix_memalign(void** block, std::size_t alignment, std::size_t bytes) {
-  *block = count(__libc_memalign(alignment, bytes));
+  *block = count([=] { return __libc_memalign(alignment, bytes); });
   return *block != nullptr ? 0 : ENOMEM;
 }
 }
@@ -145,4 +156,62 @@ TEST(Allocation, scenes_take_none_at_any_depth) {
   GasSceneTree outer;
   outer.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects, 2), nullptr);
   expect_none_repeated(world, outer);
+}
+
+TEST(Allocation, scenes_outlive_every_refusal) {
+  QueryWorld world;
+  const auto geometry = std::make_shared<FakeGeometry>();
+  geometry->add_row(20);
+  const auto structure = std::make_shared<GasGeometryBvh4>();
+  ASSERT_TRUE(structure->create(world.ctx, geometry.get(), geometry.get(), nullptr));
+  std::vector<std::unique_ptr<ModuleGeometry>> rows;
+  std::vector<ModuleSceneObject*> objects;
+  for (uint k = 0; k < 6; ++k) {
+    rows.push_back(std::make_unique<ModuleGeometry>(CoreString("row"), geometry, structure,
+                                                    gas_get_cluster_functions(structure.get())));
+    rows.back()->set_shading_group(0, world.links[0]);
+    GMathMatrix4x4<double> aside;
+    aside.m[1][3] = 2.0 * k;
+    rows.back()->set_global_matrix_keys({{0, aside}, {1, aside}}, 0.0);
+    objects.push_back(rows.back().get());
+  }
+  const CtxMotionBlur shutter(0.0, 1.0, 3);
+  world.ctx.set_motion_blur(&shutter);
+  world.shader.motion_blur = &shutter;
+  GeometryRayPacket packet;
+  packet.resize(6);
+  for (uint k = 0; k < 6; ++k) packet.set_ray(k, {-1, 2.0 * k + 0.5, 0.5}, {1, 0, 0}, 0, DBL_MAX, 0.3);
+  const auto count_hits = [&](const GasSceneTree& scene) {
+    scene.ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    uint count = 0;
+    for (uint k = 0; k < 6; ++k) count += packet.get_nearest(k).geometry != nullptr;
+    return count;
+  };
+  GasSceneTree whole;
+  const auto create = [&](GasSceneTree& scene) {
+    scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects.data(), 6), nullptr);
+  };
+  create(whole);
+  EXPECT_EQ(count_hits(whole), 6u);
+  const std::function<void(GasSceneTree&)> makers[] = {create, [&](GasSceneTree& scene) { scene = whole; },
+                                                       [&](GasSceneTree& scene) { count_hits(scene); }};
+  for (uint maker = 0; maker < 3; ++maker) {
+    uint lost = 0;
+    for (uint number = 0;; ++number) {
+      GasSceneTree scene;
+      if (maker == 2) {
+        scene = whole;
+        scene.get_memory_size();  // makes the record of the slot, without which there is no answer to be had
+      }
+      refused = allocations + number;
+      EXPECT_NO_THROW(makers[maker](scene)) << maker << " " << number;
+      const bool was_refused = allocations > refused;
+      refused = core_invalid_index;
+      const uint hits = count_hits(scene);
+      lost += hits < 6 ? 1 : 0;
+      EXPECT_TRUE(was_refused || hits == 6);
+      if (!was_refused) break;
+    }
+    EXPECT_EQ(lost > 0, maker < 2);  // a refused refit leaves the scene at rest
+  }
 }
