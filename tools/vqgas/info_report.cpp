@@ -70,13 +70,18 @@ class SceneExaminer {
       if (group != nullptr) {
         examine_group(*group);
       } else {
-        ++shown[static_cast<const ModuleGeometry&>(object).get_geometry()];
+        Shown& entry = shown[static_cast<const ModuleGeometry&>(object).get_geometry()];
+        if (entry.count++ == 0) entry.name = object.get_name().get_data();
       }
     }
     return found;
   }
 
-  std::map<const GeometryObject*, uint> shown;
+  struct Shown {
+    uint count = 0;
+    std::string name;  // of the first object
+  };
+  std::map<const GeometryObject*, Shown> shown;
 
  private:
   void examine_group(const ModuleCombiner& group) {
@@ -103,8 +108,13 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   for (const SceneShape& shape : scene.get_shapes()) report.shapes.push_back(make_shape_report(shape));
   SceneExaminer examiner(report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
-  for (std::size_t k = 0; k < report.shapes.size(); ++k)
-    report.shapes[k].shown = examiner.shown[scene.get_shapes()[k].geometry.get()];
+  const std::string prefix = file + ":";
+  for (std::size_t k = 0; k < report.shapes.size(); ++k) {
+    ShapeReport& shape = report.shapes[k];
+    const SceneExaminer::Shown& shown = examiner.shown[scene.get_shapes()[k].geometry.get()];
+    shape.shown = shown.count;
+    shape.name = shape.name.starts_with(prefix) ? shape.name.substr(prefix.size()) : shown.name;
+  }
   const ModuleSceneObject& first = *scene.get_objects().objects.front();
   report.is_plain = report.shapes.size() == 1 && report.whole.objects.size() == 1 && !first.is_keyframed() &&
                     first.get_global_matrix() == GMathMatrix4x4<double>();

@@ -28,7 +28,8 @@ struct TreeReport {
 };
 
 struct ShapeReport {
-  std::string name;
+  std::string name;  ///< its own in the file, else that of the first object that shows it
+
   bool is_hair, is_cubic;
   uint primitives, points, groups, strands;
   uint shown;  ///< how many objects show it, those in groups included once a group

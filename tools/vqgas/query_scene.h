@@ -25,7 +25,7 @@ class GeometryFrustumCtx;
 /// A hit and the way to it. Valid until the packet's next query.
 struct SceneHit {
   const GeometryIntersection* record;
-  const GeometryHitTransform* transform;  ///< null: from the world to the world
+  const GeometryHitTransform* transform;  ///< null: the geometry's space is the world
   std::span<const GeometryIntersectionPathElement> path;
   const SceneShape* shape;
 
