@@ -87,7 +87,7 @@ void MillsScene::add_mills() {
   const auto add_mill = [&](double begin, double turn) {
     return add_group({{"tower", tower}, {"rotor", core_invalid_index, rotor, spin(axle, begin, turn)}});
   };
-  const uint mills[2] = {add_mill(0.25, -0.9), add_mill(0.75, -1.2)};
+  const uint mills[2] = {add_mill(0.35, -1.0), add_mill(0.75, -1.3)};
   const struct {
     double across, near, turn;
     Point size;
@@ -218,7 +218,7 @@ void MillsScene::add_sheep() {
   for (uint number = 0; number < 26; ++number) {
     const double across = 1.9 + 0.9 * (number % 7) + 0.6 * random_unit(number, 51);
     const double near = -0.75 + 0.75 * (number / 7) + 0.5 * random_unit(number, 52);
-    const double size = 0.85 + 0.35 * random_unit(number, 53), turn = 2.0 * pi * random_unit(number, 54);
+    const double size = 0.85 + 0.35 * random_unit(number, 53), turn = 0.6 + 3.4 * (random_unit(number, 54) - 0.5);
     const bool is_mirrored = number % 2 == 1;
     const Matrix own = turn_around(1, turn) * scale_by({is_mirrored ? -size : size, size, size});
     if (number % 6 != 0) {
@@ -241,16 +241,16 @@ void MillsScene::add_birds() {
       {{"body", body}, {"right wing", wing}, {"left wing", wing, core_invalid_index, stand_at(scale_by({-1, 1, 1}))}});
   // A flock that comes from over the lake and winds up around the great mill.
   const auto get_way = [](double s) {
-    const double angle = -0.9 + 5.4 * s, away = 7.5 - 4.0 * s;
-    const double across = -1.0 + away * std::cos(angle), near = -1.6 - away * std::sin(angle);
-    return MillsLand::get_across() * across + MillsLand::get_near() * near + Point(0.0, 2.6 + 4.6 * s, 0.0);
+    const double angle = -0.9 + 4.3 * s, away = 7.5 - 2.6 * s;
+    const double across = -0.6 + away * std::cos(angle), near = -2.0 - away * std::sin(angle);
+    return MillsLand::get_across() * across + MillsLand::get_near() * near + Point(0.0, 2.6 + 4.2 * s, 0.0);
   };
   constexpr uint birds = 170;
   for (uint number = 0; number < birds; ++number) {
-    const double s = 0.93 * (number + random_unit(number, 61)) / birds;
+    const double s = std::pow((number + random_unit(number, 61)) / birds, 1.25);
     const Point beside =
         Point(random_unit(number, 62) - 0.5, random_unit(number, 63) - 0.5, random_unit(number, 64) - 0.5) *
-        (1.6 + 1.2 * (1.0 - s));
+        (2.6 - 1.2 * s);
     const double size = 0.85 + 0.5 * random_unit(number, 65);
     add_of_group("bird", bird, make_keys(24, [&](double t) {
                    const double here = s + 0.04 * t;

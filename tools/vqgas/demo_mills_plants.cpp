@@ -59,10 +59,10 @@ MeshSource make_mills_tulip(uint color) {
   const uint petals = builder.add_group("petals", color_from_srgb(tulip_colors[color]));
   add_lathe(builder, {}, {{0.009, -0.02}, {0.007, 0.2}}, 5, green);
   for (const double turn : {0.4, 2.9}) add_leaf(builder, turn, 0.17, 0.055, 0.5, green);
-  const std::vector<GMathVec2<double>> cup = {{0, 0.19},      {0.036, 0.2},  {0.056, 0.225},
-                                              {0.058, 0.255}, {0.046, 0.29}, {0.03, 0.3}};
-  add_lathe(builder, {}, cup, 12, petals, [](double angle, double height) {
-    return 1.0 + (0.07 + (height > 0.28 ? 0.2 : 0.0)) * std::cos(3.0 * angle);
+  const std::vector<GMathVec2<double>> cup = {{0, 0.185},    {0.034, 0.195}, {0.052, 0.218}, {0.057, 0.243},
+                                              {0.053, 0.27}, {0.041, 0.295}, {0.022, 0.312}};
+  add_lathe(builder, {}, cup, 14, petals, [](double angle, double height) {
+    return 1.0 + (0.06 + 12.0 * std::fmax(0.0, height - 0.28)) * std::cos(3.0 * angle);
   });
   return builder.finish();
 }

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "tools/vqgas/false_color_picture.h"
+#include "tools/vqgas/picture_legend.h"
 #include "tools/vqgas/random.h"
 
 namespace {
@@ -103,22 +104,32 @@ ScreenImage show_position(const Picture& picture, const PictureLayer& layer) {
   });
 }
 
-/// Direction as hue, right being red, up yellow-green; length as brightness, the fastest thousandth fully bright.
+/// Direction as hue, right being red, up yellow-green; length as brightness, of which slow motion gets more than its
+/// share.
+Color get_motion_color(double right, double down) {
+  const double turn = std::atan2(-down, right), brightness = std::sqrt(std::fmin(1.0, std::hypot(right, down)));
+  const auto channel = [&](double at) { return static_cast<float>(brightness * (0.5 + 0.5 * std::cos(turn - at))); };
+  constexpr double third = 2.0943951;
+  return {channel(0.0), channel(third), channel(-third)};
+}
+
 ScreenImage show_motion(const Picture& picture, const PictureLayer& layer) {
   std::vector<float> lengths;
   lengths.reserve(layer.channels[0].values.size());
-  for (std::size_t pixel = 0; pixel < layer.channels[0].values.size(); ++pixel)
-    lengths.push_back(std::hypot(get_value(layer, 0, pixel), get_value(layer, 1, pixel)));
-  std::vector<float> sorted = lengths;
-  const auto top = sorted.end() - 1 - static_cast<std::ptrdiff_t>(sorted.size() / 1000);
-  std::nth_element(sorted.begin(), top, sorted.end());
-  const float scale = *top > 0.0f ? 1.0f / *top : 0.0f;
-  return map_pixels(picture, [&](std::size_t pixel) {
-    const float turn = std::atan2(-get_value(layer, 1, pixel), get_value(layer, 0, pixel));
-    const auto channel = [&](float at) { return 0.5f + 0.5f * std::cos(turn - at); };
-    constexpr float third = 2.0943951f;
-    return Color(channel(0.0f), channel(third), channel(-third)) * std::fmin(1.0f, lengths[pixel] * scale);
+  for (std::size_t pixel = 0; pixel < layer.channels[0].values.size(); ++pixel) {
+    const float length = std::hypot(get_value(layer, 0, pixel), get_value(layer, 1, pixel));
+    lengths.push_back(length > 0.0f ? length : -1.0f);
+  }
+  PictureLegend legend;
+  legend.title = "pixels moved while the shutter is open";
+  legend.top = find_legend_top(lengths);
+  legend.least_step = 0.0;
+  legend.get_color = [](double place) { return get_motion_color(place, 0.0); };
+  legend.get_vector_color = get_motion_color;
+  const ScreenImage image = map_pixels(picture, [&](std::size_t pixel) {
+    return get_motion_color(get_value(layer, 0, pixel) / legend.top, get_value(layer, 1, pixel) / legend.top);
   });
+  return add_legend(image, legend);
 }
 
 ScreenImage show_heat(const Picture& picture, const PictureLayer& layer) {
