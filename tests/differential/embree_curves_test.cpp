@@ -1,10 +1,8 @@
 // The same fibres and the same rays for the fur structure and for Embree's curves. Embree sweeps a circle along a cubic
 // and leaves it open at the ends, ours are balls; both are compared where an oracle says that the nearest hit would be
 // the same for radii three in a hundred larger or smaller, and that it is not on the end of a fibre.
-#include <embree3/rtcore.h>
-#include <gtest/gtest.h>
-
 #include "support/curve_check.h"
+#include "support/embree_scene.h"
 #include "support/test_scale.h"
 
 namespace {
@@ -13,61 +11,24 @@ using Vec = GMathVec3<double>;
 
 constexpr double silhouette = 0.03;  // of the radius
 
-class EmbreeCurves {
- public:
-  EmbreeCurves(const CurveData& data, RTCGeometryType type)
-      : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
-    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
-    RTCGeometry geometry = rtcNewGeometry(device_, type);
-    const std::size_t samples = std::max<std::size_t>(data.motion_points.size(), 1), bytes = sizeof(CurvePoint<float>);
-    rtcSetGeometryTimeStepCount(geometry, static_cast<uint>(samples));
-    for (std::size_t sample = 0; sample < samples; ++sample) {
-      const auto& points = data.motion_points.empty() ? data.points : data.motion_points[sample];
-      void* copy = rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, static_cast<uint>(sample),
-                                           RTC_FORMAT_FLOAT4, bytes, points.size());
-      std::memcpy(copy, points.data(), points.size() * bytes);
-    }
-    const uint used = data.basis == CurveBasis::linear ? 2 : 4, step = data.basis == CurveBasis::bezier ? 3 : 1;
-    std::vector<uint> first_points;
-    uint first = 0;
-    for (const u32 size : data.curve_sizes) {
-      for (uint at = 0; at + used <= size; at += step) first_points.push_back(first + at);
-      first += size;
-    }
-    void* indices =
-        rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT, sizeof(uint), first_points.size());
-    std::memcpy(indices, first_points.data(), first_points.size() * sizeof(uint));
-    rtcSetGeometryTessellationRate(geometry, 16);  // of flat curves
-    rtcCommitGeometry(geometry);
-    rtcAttachGeometry(scene_, geometry);
-    rtcReleaseGeometry(geometry);
-    rtcCommitScene(scene_);
+void add_curves(const EmbreeScene& embree, const CurveData& data, RTCGeometryType type) {
+  const uint samples = static_cast<uint>(std::max<std::size_t>(data.motion_points.size(), 1));
+  RTCGeometry geometry = embree.make_geometry(type, samples);
+  for (uint sample = 0; sample < samples; ++sample)
+    EmbreeScene::fill(geometry, RTC_BUFFER_TYPE_VERTEX, sample, RTC_FORMAT_FLOAT4,
+                      data.motion_points.empty() ? data.points : data.motion_points[sample]);
+  const uint used = data.basis == CurveBasis::linear ? 2 : 4, step = data.basis == CurveBasis::bezier ? 3 : 1;
+  std::vector<uint> first_points;
+  uint first = 0;
+  for (const u32 size : data.curve_sizes) {
+    for (uint at = 0; at + used <= size; at += step) first_points.push_back(first + at);
+    first += size;
   }
-  ~EmbreeCurves() {
-    rtcReleaseScene(scene_);
-    rtcReleaseDevice(device_);
-  }
-  EmbreeCurves(const EmbreeCurves&) = delete;
-  EmbreeCurves& operator=(const EmbreeCurves&) = delete;
-
-  /// hit.geomID is RTC_INVALID_GEOMETRY_ID when nothing is hit.
-  RTCRayHit shoot(const TestRay& ray) const {
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    RTCRayHit query = {};
-    const GMathVec3<float> origin(ray.origin), direction(ray.direction);
-    query.ray = {origin.x,    origin.y,    origin.z,    0,
-                 direction.x, direction.y, direction.z, static_cast<float>(ray.time),
-                 HUGE_VALF,   0xFFFFFFFFu, 0,           0};
-    query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-    rtcIntersect1(scene_, &context, &query);
-    return query;
-  }
-
- private:
-  RTCDevice device_;
-  RTCScene scene_;
-};
+  EmbreeScene::fill(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT, first_points);
+  rtcSetGeometryTessellationRate(geometry, 16);  // of flat curves
+  EmbreeScene::attach(embree.get_scene(), geometry);
+  rtcCommitScene(embree.get_scene());
+}
 
 /// From outside towards balls of the fibres and beside them, in numbers that are exact in single precision.
 std::vector<TestRay> make_outside_rays(const CurveOracle& oracle, uint count, uint seed, double time) {
@@ -106,11 +67,12 @@ Compared compare(const CurveData& data, RTCGeometryType type, bool is_flat, cons
                  double time = 0.0) {
   QueryWorld world;
   const BuiltFur built(world.ctx, data);
-  const EmbreeCurves embree(data, type);
+  const EmbreeScene embree;
+  add_curves(embree, data, type);
   const CurveOracle oracle(data, shutter != nullptr ? time : std::nan(""), silhouette);
   const std::vector<TestRay> rays = make_outside_rays(oracle, scaled(2000, 300), 1, time);
   GeometryRayPacket packet;
-  CurveCheck(world, data, {}, shutter).ask(built.structure, packet, rays, true);
+  ask_rays(world, built.structure, packet, rays, {true, shutter});
   Compared counts;
   for (uint k = 0; k < rays.size(); ++k) {
     const GeometryIntersection& ours = packet.get_nearest(k);

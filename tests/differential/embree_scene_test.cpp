@@ -1,16 +1,14 @@
 // The same objects and the same rays for a scene tree and for Embree's instances. Embree carries rays into the objects
 // in single precision, so nearest hits may differ where a ray meets two polygons at about one distance, or grazes the
 // nearer one.
-#include <embree3/rtcore.h>
-#include <gtest/gtest.h>
-
-#include "support/ray_sets.h"
+#include "support/embree_scene.h"
+#include "support/ray_query.h"
 #include "support/scene_worlds.h"
 #include "support/test_scale.h"
-#include "vq_geometry/geometry_ray_packet.h"
 
 namespace {
 
+using Vec = GMathVec3<double>;
 using VecF = GMathVec3<float>;
 constexpr uint none = core_invalid_index;
 
@@ -22,48 +20,35 @@ struct Hit {
 /// Objects of one scene as instances over one inner scene a mesh, at rest or with two time steps.
 class EmbreeInstances {
  public:
-  EmbreeInstances(const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur)
-      : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
-    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
+  EmbreeInstances(const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur) {
     for (const SceneNode& node : nodes) {
       Inner& inner = inner_[node.shape];
       if (inner.scene == nullptr) make_inner(inner, *node.shape);
-      RTCGeometry instance = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_INSTANCE);
-      rtcSetGeometryInstancedScene(instance, inner.scene);
       const uint steps = blur != nullptr ? 2 : 1;
-      rtcSetGeometryTimeStepCount(instance, steps);
+      RTCGeometry instance = outer_.make_geometry(RTC_GEOMETRY_TYPE_INSTANCE, steps);
+      rtcSetGeometryInstancedScene(instance, inner.scene);
       for (uint step = 0; step < steps; ++step) {
         const SceneMatrix matrix = FlatScene::get_matrix(*node.object, blur, step);
         float columns[12];
         for (uint k = 0; k < 12; ++k) columns[k] = static_cast<float>(matrix.m[k % 3][k / 3]);
         rtcSetGeometryTransform(instance, step, RTC_FORMAT_FLOAT3X4_COLUMN_MAJOR, columns);
       }
-      attach(scene_, instance);
+      EmbreeScene::attach(outer_.get_scene(), instance);
       shapes_.push_back(node.shape);
     }
-    rtcCommitScene(scene_);
+    rtcCommitScene(outer_.get_scene());
   }
   ~EmbreeInstances() {
-    rtcReleaseScene(scene_);
     for (auto& entry : inner_) rtcReleaseScene(entry.second.scene);
-    rtcReleaseDevice(device_);
   }
   EmbreeInstances(const EmbreeInstances&) = delete;
   EmbreeInstances& operator=(const EmbreeInstances&) = delete;
 
   Hit shoot(const TestRay& ray) const {
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    RTCRayHit query = {};
-    const VecF origin(ray.origin), direction(ray.direction);
-    query.ray = {origin.x,    origin.y,    origin.z,    0,
-                 direction.x, direction.y, direction.z, static_cast<float>(ray.time),
-                 HUGE_VALF,   0xFFFFFFFFu, 0,           0};
-    query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-    rtcIntersect1(scene_, &context, &query);
-    if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return {};
-    const uint object = query.hit.instID[0];
-    return {object, inner_.at(shapes_[object]).polygons[query.hit.primID], query.ray.tfar};
+    const RTCRayHit found = outer_.shoot(ray);
+    if (found.hit.geomID == RTC_INVALID_GEOMETRY_ID) return {};
+    const uint object = found.hit.instID[0];
+    return {object, inner_.at(shapes_[object]).polygons[found.hit.primID], found.ray.tfar};
   }
 
  private:
@@ -81,31 +66,19 @@ class EmbreeInstances {
         inner.polygons.push_back(polygon);
       }
     }
-    RTCGeometry mesh = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
-    const auto fill = [&](RTCBufferType type, uint slot, RTCFormat format, const auto& items, std::size_t size) {
-      std::memcpy(rtcSetNewGeometryBuffer(mesh, type, slot, format, size, items.size() * sizeof(items[0]) / size),
-                  items.data(), items.size() * sizeof(items[0]));
-    };
-    const PolyMeshData& data = shape.data;
-    const bool moves = !data.motion_positions.empty();
-    rtcSetGeometryTimeStepCount(mesh, moves ? 2 : 1);
+    const bool moves = !shape.data.motion_positions.empty();
+    RTCGeometry mesh = outer_.make_geometry(RTC_GEOMETRY_TYPE_TRIANGLE, moves ? 2 : 1);
     for (uint step = 0; step < (moves ? 2u : 1u); ++step)
-      fill(RTC_BUFFER_TYPE_VERTEX, step, RTC_FORMAT_FLOAT3, moves ? data.motion_positions[step] : data.positions,
-           sizeof(VecF));
-    fill(RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, indices, 3 * sizeof(u32));
-    inner.scene = rtcNewScene(device_);
+      EmbreeScene::fill(mesh, RTC_BUFFER_TYPE_VERTEX, step, RTC_FORMAT_FLOAT3,
+                        moves ? shape.data.motion_positions[step] : shape.data.positions);
+    EmbreeScene::fill(mesh, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, indices, 3 * sizeof(u32));
+    inner.scene = rtcNewScene(outer_.get_device());
     rtcSetSceneFlags(inner.scene, RTC_SCENE_FLAG_ROBUST);
-    attach(inner.scene, mesh);
+    EmbreeScene::attach(inner.scene, mesh);
     rtcCommitScene(inner.scene);
   }
-  static void attach(RTCScene scene, RTCGeometry geometry) {
-    rtcCommitGeometry(geometry);
-    rtcAttachGeometry(scene, geometry);
-    rtcReleaseGeometry(geometry);
-  }
 
-  RTCDevice device_;
-  RTCScene scene_;
+  EmbreeScene outer_;
   std::map<const SceneShape*, Inner> inner_;
   std::vector<const SceneShape*> shapes_;  ///< of each instance
 };
@@ -133,19 +106,12 @@ void compare(uint seed, SceneMotion motion) {
   for (const double time : blur != nullptr ? std::vector<double>{0.0, 0.17, 0.5, 1.0} : std::vector<double>{0.0}) {
     const FlatScene flat(world, nodes, blur, time);
     std::vector<TestRay> rays = make_rays(flat.data, scaled(10000, 2000), seed);
-    GeometryRayPacket packet;
-    packet.resize(static_cast<uint>(rays.size()));
-    for (uint k = 0; k < rays.size(); ++k) {
-      TestRay& ray = rays[k];
-      ray.origin = GMathVec3<double>(VecF(ray.origin));
-      ray.direction = GMathVec3<double>(VecF(ray.direction.get_normalized()));
+    for (TestRay& ray : rays) {
+      ray = {Vec(VecF(ray.origin)), Vec(VecF(ray.direction.get_normalized()))};
       ray.time = time;
-      packet.set_ray(k, ray.origin, ray.direction, 0.0, DBL_MAX, time);
     }
-    world.ctx.set_motion_blur(blur);
-    world.shader.motion_blur = blur;
-    const auto ask = blur != nullptr ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_nearest_static;
-    ((*scene).*ask)(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    GeometryRayPacket packet;
+    ask_rays(world, *scene, packet, rays, {true, blur});
     uint hits = 0;
     for (uint k = 0; k < rays.size(); ++k) {
       const GeometryIntersection& hit = packet.get_nearest(k);
@@ -161,16 +127,9 @@ void compare(uint seed, SceneMotion motion) {
   }
 }
 
-TEST(EmbreeScene, instances_at_rest) {
-  for (uint seed = 1; seed < 4; ++seed) compare(seed, SceneMotion::none);
-}
-
-TEST(EmbreeScene, moving_instances) {
-  for (uint seed = 1; seed < 4; ++seed) compare(seed, SceneMotion::rigid);
-}
-
-TEST(EmbreeScene, moving_instances_of_deforming_meshes) {
-  for (uint seed = 1; seed < 4; ++seed) compare(seed, SceneMotion::deforming);
+TEST(EmbreeScene, instances_at_rest_and_moving_and_of_meshes_that_deform) {
+  for (const SceneMotion motion : {SceneMotion::none, SceneMotion::rigid, SceneMotion::deforming})
+    for (uint seed = 1; seed < 4; ++seed) compare(seed, motion);
 }
 
 }  // namespace

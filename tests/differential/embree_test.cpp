@@ -1,16 +1,12 @@
 // The same triangles and the same rays for the mesh structure and for Embree in its robust mode. Where the nearest hits
 // differ, the reason must be a tie (two triangles at one distance) or a graze (the ray passes a triangle that one of
 // the two has hit within some units in the last place of an edge); anything else fails.
-#include <embree3/rtcore.h>
-#include <gtest/gtest.h>
-
-#include "gas/gas_geometry_bvh4.h"
+#include "support/built_mesh.h"
+#include "support/embree_scene.h"
 #include "support/mesh_file.h"
 #include "support/mesh_oracle.h"
-#include "support/query_world.h"
-#include "support/ray_sets.h"
+#include "support/ray_query.h"
 #include "support/test_scale.h"
-#include "vq_geometry/geometry_ray_packet.h"
 
 namespace {
 
@@ -20,48 +16,6 @@ constexpr uint none = core_invalid_index;
 struct Hit {
   uint triangle = none;
   double distance = HUGE_VAL;
-};
-
-class EmbreeScene {
- public:
-  explicit EmbreeScene(const PolyMeshData& data) : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
-    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
-    RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
-    void* positions = rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, sizeof(VecF),
-                                              data.positions.size());
-    std::memcpy(positions, data.positions.data(), data.positions.size() * sizeof(VecF));
-    void* indices = rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(u32),
-                                            data.polygon_sizes.size());
-    std::memcpy(indices, data.polygon_vertices.data(), data.polygon_vertices.size() * sizeof(u32));
-    rtcCommitGeometry(geometry);
-    rtcAttachGeometry(scene_, geometry);
-    rtcReleaseGeometry(geometry);
-    rtcCommitScene(scene_);
-  }
-  ~EmbreeScene() {
-    rtcReleaseScene(scene_);
-    rtcReleaseDevice(device_);
-  }
-  EmbreeScene(const EmbreeScene&) = delete;
-  EmbreeScene& operator=(const EmbreeScene&) = delete;
-
-  Hit shoot(const TestRay& ray) const {
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    RTCRayHit query = {};
-    const VecF origin(ray.origin), direction(ray.direction);
-    query.ray = {origin.x,    origin.y,    origin.z,    static_cast<float>(ray.tnear),
-                 direction.x, direction.y, direction.z, 0,
-                 HUGE_VALF,   0xFFFFFFFFu, 0,           0};
-    query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-    rtcIntersect1(scene_, &context, &query);
-    if (query.hit.geomID == RTC_INVALID_GEOMETRY_ID) return {};
-    return {query.hit.primID, query.ray.tfar};
-  }
-
- private:
-  RTCDevice device_;
-  RTCScene scene_;
 };
 
 /// Rays whose numbers are exact in single precision, so that both are asked the same: from outside, at vertices and
@@ -91,8 +45,7 @@ std::vector<TestRay> make_single_rays(const PolyMeshData& data, uint count, uint
 
 OracleHit ask_oracle(const PolyMeshData& data, const TestRay& ray, uint triangle) {
   std::vector<Long3> corners;
-  for (uint k = 0; k < 3; ++k)
-    corners.emplace_back(data.positions[data.polygon_vertices[std::size_t{3} * triangle + k]]);
+  for (uint k = 0; k < 3; ++k) corners.emplace_back(data.positions[data.polygon_vertices[3 * triangle + k]]);
   return oracle_intersect({Long3(ray.origin), Long3(ray.direction), -HUGE_VALL, HUGE_VALL}, corners);
 }
 
@@ -115,23 +68,23 @@ bool can_both_be_right(const PolyMeshData& data, const TestRay& ray, const Hit& 
 }
 
 void compare(QueryWorld& world, const MeshScene& scene) {
-  const PolyMeshData data = triangulated(scene.data);
-  PolyMesh mesh;
-  GasGeometryBvh4 structure;
-  CoreString error;
-  ASSERT_TRUE(mesh.create(PolyMeshData(data), error)) << error.get_data();
-  ASSERT_TRUE(structure.create(world.ctx, &mesh, &mesh, nullptr));
-  const EmbreeScene embree(data);
+  const BuiltMesh built(world, triangulated(scene.data));
+  const PolyMeshData& data = built.data;
+  const EmbreeScene embree;
+  RTCGeometry geometry = embree.make_geometry(RTC_GEOMETRY_TYPE_TRIANGLE);
+  EmbreeScene::fill(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, data.positions);
+  EmbreeScene::fill(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, data.polygon_vertices, 3 * sizeof(u32));
+  EmbreeScene::attach(embree.get_scene(), geometry);
+  rtcCommitScene(embree.get_scene());
   const std::vector<TestRay> rays = make_single_rays(data, scaled(100000, 10000), 1);
   GeometryRayPacket packet;
-  packet.resize(static_cast<uint>(rays.size()));
-  for (uint k = 0; k < rays.size(); ++k) packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear);
-  structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+  ask_rays(world, built.structure, packet, rays);
   uint hits = 0;
   for (uint k = 0; k < rays.size(); ++k) {
     const GeometryIntersection& hit = packet.get_nearest(k);
     const Hit ours = hit.geometry == nullptr ? Hit() : Hit{hit.primitive, hit.distance};
-    const Hit theirs = embree.shoot(rays[k]);
+    const RTCRayHit found = embree.shoot(rays[k]);
+    const Hit theirs = found.hit.geomID == RTC_INVALID_GEOMETRY_ID ? Hit() : Hit{found.hit.primID, found.ray.tfar};
     hits += ours.triangle != none;
     EXPECT_TRUE(can_both_be_right(data, rays[k], ours, theirs))
         << scene.name << " ray " << k << ": " << ours.triangle << " at " << ours.distance << ", Embree "

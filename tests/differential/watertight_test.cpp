@@ -9,12 +9,11 @@
 #include <algorithm>
 #include <map>
 
-#include "gas/gas_geometry_bvh4.h"
+#include "support/built_mesh.h"
 #include "support/mesh_file.h"
 #include "support/mesh_oracle.h"
-#include "support/query_world.h"
+#include "support/ray_query.h"
 #include "support/test_scale.h"
-#include "vq_geometry/geometry_ray_packet.h"
 
 namespace {
 
@@ -27,11 +26,8 @@ struct Aim {
 
 class ClosedMesh {
  public:
-  ClosedMesh(QueryWorld& world, const PolyMeshData& source) : world_(world), data_(triangulated(source)) {
-    CoreString error;
-    EXPECT_TRUE(mesh_.create(PolyMeshData(data_), error)) << error.get_data();
-    EXPECT_TRUE(structure_.create(world.ctx, &mesh_, &mesh_, nullptr));
-    const GMathBbox3<double> box = structure_.get_bbox();
+  ClosedMesh(QueryWorld& world, const PolyMeshData& source) : world_(world), built_(world, triangulated(source)) {
+    const GMathBbox3<double> box = built_.structure.get_bbox();
     centre_ = box.get_center();
     radius_ = (box.max - centre_).get_length();
     // Vertices at one place count as one.
@@ -76,19 +72,18 @@ class ClosedMesh {
   /// Shoots one ray at each aim, from a sphere around the mesh. Where all triangles around the target face the same
   /// way, none may pass the surface; where they do not, or are seen edge-on, passing by is no fault.
   void expect_no_leaks(const std::vector<Aim>& aims, RandomValues& random, const std::string& what) {
-    packet_.resize(static_cast<uint>(aims.size()));
-    std::vector<Vec> origins;
-    for (uint k = 0; k < aims.size(); ++k) {
+    std::vector<TestRay> rays;
+    for (const Aim& aim : aims) {
       Vec way;
       while (!(way.get_length() > 0.1 && way.get_length() < 1.0)) way = random.get_vec();
-      origins.push_back(centre_ + way.get_normalized() * (2 * radius_));
-      packet_.set_ray(k, origins[k], aims[k].target - origins[k]);  // the target is at distance 1
+      const Vec origin = centre_ + way.get_normalized() * (2 * radius_);
+      rays.push_back({origin, aim.target - origin});  // the target is at distance 1
     }
-    structure_.ray_hit_nearest_static(world_.ctx, world_.shader, packet_.begin_nearest(world_.shading));
+    ask_rays(world_, built_.structure, packet_, rays);
     uint leaks = 0, at_silhouette = 0;
     for (uint k = 0; k < aims.size(); ++k) {
       if (packet_.get_nearest(k).distance <= 1 + 1e-9) continue;
-      ++(is_blocked(aims[k], origins[k]) ? leaks : at_silhouette);
+      ++(is_blocked(aims[k], rays[k].origin) ? leaks : at_silhouette);
     }
     EXPECT_EQ(leaks, 0u) << what << ", " << aims.size() << " rays";
     EXPECT_LT(at_silhouette, aims.size() / 20) << what;
@@ -112,9 +107,8 @@ class ClosedMesh {
   }
 
   QueryWorld& world_;
-  PolyMeshData data_;
-  PolyMesh mesh_;
-  GasGeometryBvh4 structure_;
+  BuiltMesh built_;
+  const PolyMeshData& data_ = built_.data;
   GeometryRayPacket packet_;
   Vec centre_;
   double radius_ = 0.0;

@@ -4,17 +4,14 @@
 #pragma once
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <set>
 
 #include "gas/gas_fur.h"
 #include "support/curve_scenes.h"
-#include "support/query_world.h"
+#include "support/ray_query.h"
 #include "vq_core/core_log.h"
-#include "vq_ctx/ctx_motion_blur.h"
 #include "vq_curve/tube_mesh_fast.h"
-#include "vq_geometry/geometry_ray_packet.h"
 
 /// Fibres with a structure over them.
 struct BuiltFur {
@@ -56,9 +53,9 @@ class CurveCheck {
 
   /// @param all_complete  whether queries for all hits must find every one
   void check(const GasObject& structure, bool all_complete = false) {
-    ask(structure, packet_, rays_, true);
+    ask_rays(world_, structure, packet_, rays_, {true, motion_blur_});
     for (uint ray = 0; ray < rays_.size(); ++ray) check_nearest(ray);
-    ask(structure, packet_, rays_, false);
+    ask_rays(world_, structure, packet_, rays_, {false, motion_blur_});
     std::vector<std::multiset<uint>> found(rays_.size());
     for (const GeometryHit& hit : packet_.get_hits().get_hits()) {
       check_hit(hit.hit, hit.ray);
@@ -66,49 +63,33 @@ class CurveCheck {
     }
     for (uint ray = 0; ray < rays_.size() && all_complete; ++ray)
       for (uint segment = 0; segment < truth_[ray].size(); ++segment)
-        EXPECT_TRUE(is_hidden(segment) || truth_[ray][segment].answer != CurveAnswer::hit ||
-                    found[ray].count(segment) == 1)
-            << describe(ray) << " segment " << segment;
-  }
-
-  /// @param adjust  changes the query before it starts
-  void ask(const GasObject& structure, GeometryRayPacket& packet, const std::vector<TestRay>& rays, bool nearest,
-           const std::function<void(GeometryRaytraceCtx&)>& adjust = {}) {
-    packet.resize(static_cast<uint>(rays.size()));
-    for (uint k = 0; k < rays.size(); ++k)
-      packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear, rays[k].tfar, rays[k].time);
-    world_.shader.motion_blur = motion_blur_;
-    world_.ctx.set_motion_blur(motion_blur_);
-    const auto at_rest = nearest ? &GasObject::ray_hit_nearest_static : &GasObject::ray_hit_static;
-    const auto moving = nearest ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_motion;
-    GeometryRaytraceCtx& query = nearest ? packet.begin_nearest(world_.shading) : packet.begin_all_hits(world_.shading);
-    if (adjust) adjust(query);
-    (structure.*(motion_blur_ != nullptr ? moving : at_rest))(world_.ctx, world_.shader, query);
-    EXPECT_EQ(query.filter_count, 0u);
+        EXPECT_TRUE(!is_sure(ray, segment) || found[ray].count(segment) == 1) << say(ray) << " segment " << segment;
   }
 
  private:
   bool is_hidden(uint segment) const { return !hidden.empty() && hidden[segment] != 0; }
+  bool is_sure(uint ray, uint segment) const {
+    return !is_hidden(segment) && truth_[ray][segment].answer == CurveAnswer::hit;
+  }
 
   void check_nearest(uint ray) {
     double nearest = HUGE_VAL;
     for (uint segment = 0; segment < truth_[ray].size(); ++segment)
-      if (!is_hidden(segment) && truth_[ray][segment].answer == CurveAnswer::hit)
-        nearest = std::min(nearest, truth_[ray][segment].high);
+      if (is_sure(ray, segment)) nearest = std::min(nearest, truth_[ray][segment].high);
     const GeometryIntersection& hit = packet_.get_nearest(ray);
-    EXPECT_LE(hit.distance, nearest + get_slack(ray, nearest)) << describe(ray);
+    EXPECT_LE(hit.distance, nearest + get_slack(ray, nearest)) << say(ray);
     if (hit.geometry != nullptr) check_hit(hit, ray);
-    EXPECT_TRUE(hit.geometry != nullptr || (hit.distance == rays_[ray].tfar && nearest == HUGE_VAL)) << describe(ray);
+    EXPECT_TRUE(hit.geometry != nullptr || (hit.distance == rays_[ray].tfar && nearest == HUGE_VAL)) << say(ray);
   }
 
   void check_hit(const GeometryIntersection& hit, uint ray) {
     ASSERT_LT(hit.primitive, truth_[ray].size());
-    ASSERT_FALSE(is_hidden(hit.primitive)) << describe(ray);
+    ASSERT_FALSE(is_hidden(hit.primitive)) << say(ray);
     const CurveCrossing& truth = truth_[ray][hit.primitive];
-    EXPECT_NE(truth.answer, CurveAnswer::missed) << describe(ray) << " hit " << hit.primitive;
+    EXPECT_NE(truth.answer, CurveAnswer::missed) << say(ray) << " hit " << hit.primitive;
     if (truth.answer == CurveAnswer::hit) {
-      EXPECT_GE(hit.distance, truth.low - get_slack(ray, truth.low)) << describe(ray) << " hit " << hit.primitive;
-      EXPECT_LE(hit.distance, truth.high + get_slack(ray, truth.high)) << describe(ray) << " hit " << hit.primitive;
+      EXPECT_GE(hit.distance, truth.low - get_slack(ray, truth.low)) << say(ray) << " hit " << hit.primitive;
+      EXPECT_LE(hit.distance, truth.high + get_slack(ray, truth.high)) << say(ray) << " hit " << hit.primitive;
     }
     EXPECT_GE(hit.distance, rays_[ray].tnear);
     EXPECT_LT(hit.distance, rays_[ray].tfar);
@@ -119,14 +100,7 @@ class CurveCheck {
     return 1e-12 * (distance + rays_[ray].origin.get_length() / rays_[ray].direction.get_length());
   }
 
-  std::string describe(uint number) const {
-    const TestRay& ray = rays_[number];
-    char text[400];
-    std::snprintf(text, sizeof text, "%s ray %u: (%a, %a, %a) + t (%a, %a, %a), [%a, %a), time %a", name.c_str(),
-                  number, ray.origin.x, ray.origin.y, ray.origin.z, ray.direction.x, ray.direction.y, ray.direction.z,
-                  ray.tnear, ray.tfar, ray.time);
-    return text;
-  }
+  std::string say(uint ray) const { return name + " ray " + std::to_string(ray) + ": " + describe(rays_[ray]); }
 
   QueryWorld& world_;
   std::vector<TestRay> rays_;

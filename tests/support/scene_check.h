@@ -11,10 +11,9 @@
 #include <set>
 #include <vector>
 
-#include "support/ray_sets.h"
+#include "support/ray_query.h"
 #include "support/scene_worlds.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_geometry/geometry_ray_packet.h"
 
 class SceneCheck {
  public:
@@ -24,17 +23,17 @@ class SceneCheck {
 
   /// Nearest and all hits of the rays, each at its own time.
   void check(const std::vector<TestRay>& rays) {
-    ask(scene_, packet_, rays, true);
-    ask(scene_, all_packet_, rays, false);
+    ask_rays(world_, scene_, packet_, rays, {true, blur_});
+    ask_rays(world_, scene_, all_packet_, rays, {false, blur_});
     std::map<double, std::vector<TestRay>> moments;
     for (const TestRay& ray : rays) moments[ray.time];
     for (auto& moment : moments) {
       const FlatScene flat(world_, nodes_, blur_, moment.first);
       GeometryRayPacket expected;
-      ask(flat.structure, expected, rays, true, true);
+      ask_rays(world_, flat.built.structure, expected, rays);
       for (uint k = 0; k < rays.size(); ++k)
         if (rays[k].time == moment.first) compare_nearest(flat, rays[k], k, expected.get_nearest(k));
-      ask(flat.structure, expected, rays, false, true);
+      ask_rays(world_, flat.built.structure, expected, rays, {.nearest = false});
       compare_all(flat, rays, moment.first, expected);
     }
     EXPECT_GT(hit_count, rays.size() / 8);
@@ -51,7 +50,7 @@ class SceneCheck {
       for (uint index = 0; index < nodes_.size(); ++index) {
         const FlatScene flat(world_, nodes_, nullptr, 0.0, index);
         GeometryFrustumCtx single;
-        ask(flat.structure, single, planes, mode);
+        ask(flat.built.structure, single, planes, mode);
         const bool counts = mode == GeometryFrustumMode::all ? single.result.hit_count == single.result.total
                                                              : single.result.hit_count > 0;
         if (counts) expected.insert(index);
@@ -69,21 +68,6 @@ class SceneCheck {
 
  private:
   static constexpr long double graze = 1000;  // units in the last place of single precision
-
-  void ask(const GasObject& structure, GeometryRayPacket& packet, const std::vector<TestRay>& rays, bool nearest,
-           bool still = false) {
-    packet.resize(static_cast<uint>(rays.size()));
-    for (uint k = 0; k < rays.size(); ++k)
-      packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear, rays[k].tfar, rays[k].time);
-    GeometryRaytraceCtx& query = nearest ? packet.begin_nearest(world_.shading) : packet.begin_all_hits(world_.shading);
-    const bool moves = blur_ != nullptr && !still;
-    world_.shader.motion_blur = moves ? blur_ : nullptr;
-    world_.ctx.set_motion_blur(world_.shader.motion_blur);
-    const auto at_rest = nearest ? &GasObject::ray_hit_nearest_static : &GasObject::ray_hit_static;
-    const auto moving = nearest ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_motion;
-    (structure.*(moves ? moving : at_rest))(world_.ctx, world_.shader, query);
-    EXPECT_EQ(world_.shader.nested_current, nullptr);
-  }
 
   void ask(const GasObject& structure, GeometryFrustumCtx& query, const std::vector<GeometryPlane>& planes,
            GeometryFrustumMode mode) {

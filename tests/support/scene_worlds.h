@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_module_clusters.h"
 #include "gas/gas_scene_tree.h"
+#include "support/built_mesh.h"
 #include "support/mesh_oracle.h"
 #include "support/mesh_scenes.h"
 #include "support/query_world.h"
@@ -24,16 +24,14 @@
 using SceneMatrix = GMathMatrix4x4<double>;
 using ObjectPath = std::vector<uint>;
 
-/// A mesh and the structure over it.
+/// A mesh and the structure over it, for objects to share.
 struct SceneShape {
-  SceneShape(const QueryWorld& world, PolyMeshData shape) : data(std::move(shape)) {
-    CoreString error;
-    mesh->create(PolyMeshData(data), error);
-    structure->create(world.ctx, mesh.get(), mesh.get(), nullptr);
-  }
-  PolyMeshData data;
-  std::shared_ptr<PolyMesh> mesh = std::make_shared<PolyMesh>();
-  std::shared_ptr<GasGeometryBvh4> structure = std::make_shared<GasGeometryBvh4>();
+  SceneShape(const QueryWorld& world, PolyMeshData source)
+      : built(std::make_shared<BuiltMesh>(world, std::move(source))) {}
+  std::shared_ptr<BuiltMesh> built;
+  const PolyMeshData& data = built->data;
+  std::shared_ptr<PolyMesh> mesh{built, &built->mesh};
+  std::shared_ptr<GasGeometryBvh4> structure{built, &built->structure};
 };
 
 /// An object to be: a shape, or a scene of its children.
@@ -210,29 +208,21 @@ struct FlatPolygon {
 
 /// A scene at one moment as one mesh, its vertices rounded to single precision, and a structure over that.
 class FlatScene {
- public:
   using Matrix = GMathMatrix4x4<long double>;
+  const CtxMotionBlur* blur_;
+  double time_;
+  std::map<std::pair<ObjectPath, uint>, uint> places_;
+
+ public:
+  std::vector<FlatPolygon> polygons;
+  BuiltMesh built;
+  const PolyMeshData& data = built.data;
 
   /// @param blur  whose samples the matrices are blended between; null: at rest
   /// @param only  the one outermost object that is wanted
   FlatScene(const QueryWorld& world, const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time,
             uint only = core_invalid_index)
-      : blur_(blur), time_(time) {
-    FlatPolygon polygon;
-    for (uint index = 0; index < nodes.size(); ++index)
-      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), polygon);
-    for (uint k = 0; k < polygons.size(); ++k) {
-      places_[{polygons[k].path, polygons[k].primitive}] = k;
-      std::vector<GMathVec3<float>> corners;
-      for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
-      add_loose_polygon(data, corners);
-    }
-    CoreString error;
-    mesh.create(PolyMeshData(data), error);
-    structure.create(world.ctx, &mesh, &mesh, nullptr);
-  }
-  FlatScene(const FlatScene&) = delete;
-  FlatScene& operator=(const FlatScene&) = delete;
+      : blur_(blur), time_(time), built(world, flatten(nodes, only)) {}
 
   uint find(const ObjectPath& path, uint primitive) const {
     const auto found = places_.find({path, primitive});
@@ -253,12 +243,20 @@ class FlatScene {
     return a;
   }
 
-  std::vector<FlatPolygon> polygons;
-  PolyMeshData data;
-  PolyMesh mesh;
-  GasGeometryBvh4 structure;
-
  private:
+  PolyMeshData flatten(const std::vector<SceneNode>& nodes, uint only) {
+    for (uint index = 0; index < nodes.size(); ++index)
+      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), FlatPolygon());
+    PolyMeshData out;
+    for (uint k = 0; k < polygons.size(); ++k) {
+      places_[{polygons[k].path, polygons[k].primitive}] = k;
+      std::vector<GMathVec3<float>> corners;
+      for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
+      add_loose_polygon(out, corners);
+    }
+    return out;
+  }
+
   void add(const SceneNode& node, uint index, const Matrix& outer, FlatPolygon polygon) {
     polygon.path.push_back(index);
     polygon.nodes.push_back(&node);
@@ -276,8 +274,4 @@ class FlatScene {
       ++polygon.primitive;
     }
   }
-
-  const CtxMotionBlur* blur_;
-  double time_;
-  std::map<std::pair<ObjectPath, uint>, uint> places_;
 };

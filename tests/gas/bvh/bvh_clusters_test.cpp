@@ -110,30 +110,26 @@ TEST(BvhClusters, go_down_by_the_count_and_stop_at_a_thousandth) {
   expect_cut(0xFFFFFFFFu, 8);
 }
 
-TEST(BvhClusters, two_corner_leaves_are_worth_cutting_and_full_parents_are_not) {
-  const GasBvh<4> corners = make_node_by_hand({{{0, 0, 0}, {0.2f, 0.2f, 0.2f}}, {{0.8f, 0.8f, 0.8f}, {1, 1, 1}}});
-  EXPECT_EQ(get_handles(corners, 3), std::vector<u64>{0});
-  EXPECT_EQ(get_handles(corners, 4), (std::vector<u64>{make_cluster(0, 0), make_cluster(0, 1)}));
-  // Along x the two leave a gap. The face across x is full, those along it and the volume as much as the gap leaves.
-  const auto cut_with_gap = [](float gap) {
-    const float half = (1.0f - gap) / 2;
-    return get_handles(make_node_by_hand({{{0, 0, 0}, {half, 1, 1}}, {{1 - half, 0, 0}, {1, 1, 1}}}), 4).size();
+// By hand: a node is cut when its children leave more than three tenths of one of its measures empty.
+TEST(BvhClusters, empty_parents_are_worth_cutting_and_full_ones_are_not) {
+  const FloatBox unit({0, 0, 0}, {1, 1, 1}), half({0, 0, 0}, {0.6f, 1, 1});
+  const auto count = [](std::initializer_list<FloatBox> lanes, const FloatBox& whole) {
+    GasBvh<4> tree = make_node_by_hand(lanes);
+    tree.box = whole;
+    return get_handles(tree, 4).size();
   };
-  EXPECT_EQ(cut_with_gap(0.28f), 1u);
-  EXPECT_EQ(cut_with_gap(0.32f), 2u);
+  EXPECT_EQ(count({{{0, 0, 0}, {0.2f, 0.2f, 0.2f}}, {{0.8f, 0.8f, 0.8f}, {1, 1, 1}}}, unit), 2u);
+  // The face across x is full, those along it and the volume as much as a gap leaves.
+  EXPECT_EQ(count({{{0, 0, 0}, {0.36f, 1, 1}}, {{0.64f, 0, 0}, {1, 1, 1}}}, unit), 1u);
+  EXPECT_EQ(count({{{0, 0, 0}, {0.34f, 1, 1}}, {{0.66f, 0, 0}, {1, 1, 1}}}, unit), 2u);
   // Boxes that are one and the same count once.
-  const FloatBox half({0, 0, 0}, {0.6f, 1, 1}), whole({0, 0, 0}, {1, 1, 1});
-  GasBvh<4> same = make_node_by_hand({half, half, half, half});
-  same.box = whole;
-  EXPECT_EQ(get_handles(same, 4).size(), 4u);
-  same = make_node_by_hand({half, half, {{0.5f, 0, 0}, {0.8f, 1, 1}}, half});
-  same.box = whole;
-  EXPECT_EQ(get_handles(same, 4).size(), 1u);
+  EXPECT_EQ(count({half, half, half, half}, unit), 4u);
+  EXPECT_EQ(count({half, half, {{0.5f, 0, 0}, {0.8f, 1, 1}}, half}, unit), 1u);
   // Flat roots are measured by the faces they have.
-  const FloatBox left({0, 0, 1}, {0.5f, 1, 1}), right({0.5f, 0, 1}, {1, 1, 1});
-  EXPECT_EQ(get_handles(make_node_by_hand({{{0, 0, 1}, {0.3f, 0.3f, 1}}, {{0.7f, 0.7f, 1}, {1, 1, 1}}}), 4).size(), 2u);
-  EXPECT_EQ(get_handles(make_node_by_hand({left, right}), 4).size(), 1u);
-  EXPECT_EQ(get_handles(make_node_by_hand({{{0, 0, 1}, {0.1f, 0, 1}}, {{0.9f, 0, 1}, {1, 0, 1}}}), 4).size(), 1u);
+  const FloatBox flat({0, 0, 1}, {1, 1, 1}), line({0, 0, 1}, {1, 0, 1});
+  EXPECT_EQ(count({{{0, 0, 1}, {0.3f, 0.3f, 1}}, {{0.7f, 0.7f, 1}, {1, 1, 1}}}, flat), 2u);
+  EXPECT_EQ(count({{{0, 0, 1}, {0.5f, 1, 1}}, {{0.5f, 0, 1}, {1, 1, 1}}}, flat), 1u);
+  EXPECT_EQ(count({{{0, 0, 1}, {0.1f, 0, 1}}, {{0.9f, 0, 1}, {1, 0, 1}}}, line), 1u);
 }
 
 TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
@@ -182,22 +178,20 @@ TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
 
 TEST(BvhClusters, stale_handles_have_no_box_and_no_weight) {
   const std::vector<FloatBox> items = make_box_scene(BoxKind::uniform, 50, 5).boxes;
-  const GasBvh<4> tree = make_tree(items), empty = make_tree({}), never_built;
+  const GasBvh<4> tree = make_tree(items);
   const auto expect_nothing = [](const GasBvh<4>& of, const std::vector<u64>& handles) {
     GasBvhMotion<4> motion;
     ASSERT_TRUE(motion.set_samples(of, 1));
-    const FloatBox unit({0, 0, 0}, {1, 1, 1});
-    std::vector<FloatBox> boxes(handles.size(), unit), boxes_at(handles.size(), unit);
+    std::vector<FloatBox> boxes(2 * handles.size(), FloatBox({0, 0, 0}, {1, 1, 1}));
     std::vector<float> weights(handles.size(), 1.0f);
     bvh_get_clusters_bboxes(of, make_array(handles), boxes.data());
-    bvh_get_clusters_bboxes_at(of, motion, 0, 0, 0.0f, make_array(handles), boxes_at.data());
+    bvh_get_clusters_bboxes_at(of, motion, 0, 0, 0.0f, make_array(handles), boxes.data() + handles.size());
     bvh_get_clusters_weights(of, make_array(handles), weights.data());
-    EXPECT_EQ(boxes, std::vector<FloatBox>(handles.size()));
-    EXPECT_EQ(boxes_at, std::vector<FloatBox>(handles.size()));
+    EXPECT_EQ(boxes, std::vector<FloatBox>(2 * handles.size()));
     EXPECT_EQ(weights, std::vector<float>(handles.size(), 0.0f));
   };
   expect_nothing(tree, {make_cluster(tree.aligned_count, 0), make_cluster(0xFFFFFFFF, 0), make_cluster(0, 4),
                         make_cluster(0, 0xFFFF)});
-  expect_nothing(empty, {0});
-  expect_nothing(never_built, {0});
+  expect_nothing(make_tree({}), {0});
+  expect_nothing(GasBvh<4>(), {0});
 }

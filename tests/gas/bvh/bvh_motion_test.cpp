@@ -5,10 +5,10 @@
 
 #include "gas/bvh/gas_bvh_motion.h"
 #include "support/box_query.h"
+#include "support/log_capture.h"
 #include "support/test_scale.h"
 #include "support/test_tree.h"
 #include "support/tree_oracle.h"
-#include "vq_core/core_log.h"
 
 namespace {
 
@@ -71,35 +71,41 @@ TEST(BvhMotion, refitted_lanes_are_the_boxes_of_their_items) {
       }
     }
   }
-}
-
-TEST(BvhMotion, refuses_what_it_cannot_refit) {
-  CoreLogHandler::get_main().set_level(0);
-  GasBvhMotion<4> motion;
-  const std::vector<FloatBox> boxes = make_box_scene(BoxKind::uniform, 20, 1).boxes;
-  EXPECT_FALSE(motion.update_sample(0, boxes, nullptr));  // follows no tree
-  const GasBvh<4> empty = make_tree({});
-  EXPECT_TRUE(motion.set_samples(empty, 2));
-  EXPECT_FALSE(motion.update_sample(0, {}, nullptr));
-
-  GasBvh<4> tree = make_tree(boxes);
-  EXPECT_TRUE(motion.set_samples(tree, 2));
-  EXPECT_TRUE(motion.update_sample(1, boxes, nullptr));
-  const BvhLanePlanes before = motion.get_aligned(0, 1);
-  EXPECT_FALSE(motion.update_sample(2, boxes, nullptr));
-  tree.oriented_count = 1;
-  EXPECT_FALSE(motion.update_sample(1, std::vector<FloatBox>(20), nullptr));
-  EXPECT_EQ(std::memcmp(&before, &motion.get_aligned(0, 1), sizeof(before)), 0);
-  tree.oriented_count = 0;
-}
-
-TEST(BvhMotion, a_root_leaf_has_root_boxes_only) {
-  const MovingTree moving(make_box_scene(BoxKind::uniform, 3, 2), 2, make_params(4, 10, 4));
-  for (uint sample = 0; sample < 2; ++sample)
-    EXPECT_EQ(find_tree_fault(moving.freeze(sample), moving.boxes[sample], make_indices(3), make_params(4, 10, 4)), "");
+  const BvhBuildParams root_leaf = make_params(4, 10, 4);  // has root boxes only
+  const MovingTree moving(make_box_scene(BoxKind::uniform, 3, 2), 2, root_leaf);
+  EXPECT_EQ(find_tree_fault(moving.freeze(1), moving.boxes[1], make_indices(3), root_leaf), "");
   BoxQuery query({{{50, 50, 50}, {1, 0, 0}}});
   query.run<BvhHits::nearest>(moving.tree, &moving.motion, set_span(0, 1, 0.5));
   EXPECT_EQ(query.get_items(0).size(), 3u);
+}
+
+TEST(BvhMotion, refuses_what_it_cannot_refit_and_says_so) {
+  const std::vector<FloatBox> boxes = make_box_scene(BoxKind::uniform, 20, 1).boxes;
+  const GasBvh<4> empty = make_tree({});
+  GasBvh<4> tree = make_tree(boxes);
+  const BvhSampleMeasure unasked{};
+  for (const uint level : {0u, 1u}) {
+    LogCapture log(level);
+    GasBvhMotion<4> motion;
+    EXPECT_FALSE(motion.update_sample(0, boxes, nullptr));  // follows no tree
+    EXPECT_TRUE(motion.set_samples(empty, 2));
+    EXPECT_FALSE(motion.update_sample(0, {}, nullptr));
+    EXPECT_FALSE(motion.update_sample_unaligned(5, {}, unasked, nullptr));
+    EXPECT_TRUE(motion.set_samples(tree, 2));
+    EXPECT_TRUE(motion.update_sample(1, boxes, nullptr));
+    const BvhLanePlanes before = motion.get_aligned(0, 1);
+    EXPECT_FALSE(motion.update_sample(2, boxes, nullptr));
+    EXPECT_FALSE(motion.update_sample_unaligned(12, boxes, unasked, nullptr));
+    tree.oriented_count = 1;
+    EXPECT_FALSE(motion.update_sample(1, std::vector<FloatBox>(20), nullptr));
+    tree.oriented_count = 0;
+    EXPECT_EQ(std::memcmp(&before, &motion.get_aligned(0, 1), sizeof(before)), 0);
+    const std::vector<std::string> expected = {
+        "1: [GasBvhMotion] error while updating motion blur sample 2: inappropriate input\n",
+        "1: [GasBvhMotion] error while updating motion blur sample 12: index out of range\n",
+        "1: [GasBvhMotion] error while updating motion blur sample 1: inappropriate input\n"};
+    EXPECT_EQ(log.messages, level == 0 ? std::vector<std::string>() : expected);
+  }
 }
 
 // At a sample the blend is that sample: same visits, in the same order, as in a still tree.

@@ -1,8 +1,7 @@
-// Oriented nodes: what the builder makes, the ray test of their lanes, and what queries for all hits, which have none,
-// make of trees that hold them.
+// Oriented nodes: what the builder makes, and what queries for all hits, which have no test for them, make of trees
+// that hold them.
 #include <gtest/gtest.h>
 
-#include "gas/bvh/bvh_oriented.h"
 #include "support/box_query.h"
 #include "support/curve_check.h"
 #include "support/oriented_check.h"
@@ -10,8 +9,6 @@
 #include "support/test_tree.h"
 
 namespace {
-
-using Vec = GMathVec3<double>;
 
 TEST(BvhOriented, lanes_of_built_trees_hold_the_fibres_below_them) {
   QueryWorld world;
@@ -22,104 +19,12 @@ TEST(BvhOriented, lanes_of_built_trees_hold_the_fibres_below_them) {
     for (const CurveScene& scene : scenes) {
       const BuiltFur built(world.ctx, scene.data);
       OrientedCheck check(built.structure.get_tree(), CurveOracle(scene.data));
-      EXPECT_EQ(check.find_fault(scene.name.starts_with("curly")), "") << scene.name << ", " << fibres << " fibres";
+      EXPECT_EQ(check.find_fault(), "") << scene.name << ", " << fibres << " fibres";
       for (uint kind = 0; kind < 4; ++kind) lanes[kind] += check.lanes_of_kind[kind];
     }
   }
   for (const BvhKind kind : {BvhKind::aligned, BvhKind::quantized, BvhKind::oriented})
     EXPECT_GT(lanes[static_cast<uint>(kind)], 100u);
-}
-
-/// One oriented node over three boxes, thick and thin, near the origin and away from it.
-struct SlantedNode {
-  SlantedNode(double away, uint seed) {
-    RandomValues random(seed);
-    tree.allocate_items(3, false);
-    tree.allocate_nodes(0, 0, 1);
-    for (uint lane = 0; lane < 3; ++lane) {
-      const Vec x = random.get_vec().get_normalized(), y = x.cross(random.get_vec()).get_normalized();
-      const GMathLinearSpace3<float> rounded(GMathLinearSpace3<double>(x, y, x.cross(y)));
-      space[lane] = GMathLinearSpace3<double>(rounded);
-      const Vec low = random.get_vec(1.0 + away);
-      Vec high = low;
-      for (uint axis = 0; axis < 3; ++axis) high[axis] += std::pow(10.0, random.get(-4.0, 0.5));
-      const FloatBox at(GMathBbox3<double>(low, high));
-      box[lane] = GMathBbox3<double>(at);
-      for (uint corner = 0; corner < 8; ++corner)
-        tree.box.add(GMathVec3<float>(get_point(lane, box[lane].get_corner(corner))));
-      bvh_set_oriented_lane(tree.oriented[0], lane, rounded, at);
-      tree.oriented[0].child[lane] = {lane, 1 | BvhChildRef::leaf_bit};
-      tree.order[lane] = lane;
-    }
-    bvh_clear_oriented_lane(tree.oriented[0], 3);
-    tree.oriented[0].child[3] = {};
-    tree.root = {0, 3 | BvhChildRef::oriented_bit};
-    tree.max_depth = 1;
-  }
-  Vec get_point(uint lane, const Vec& u) const {
-    return space[lane].axis[0] * u.x + space[lane].axis[1] * u.y + space[lane].axis[2] * u.z;
-  }
-
-  GasBvh<4> tree;
-  GMathLinearSpace3<double> space[3];
-  GMathBbox3<double> box[3];  ///< along the axes of the space
-};
-
-/// At points within the boxes, on faces, edges and corners, and beside them; along faces too, and from far away.
-std::vector<BoxRay> make_slanted_rays(const SlantedNode& node, uint count, RandomValues& random) {
-  std::vector<BoxRay> rays;
-  for (uint k = 0; k < count; ++k) {
-    const uint lane = k % 3;
-    const GMathLinearSpace3<double>& space = node.space[lane];
-    Vec u;
-    for (uint axis = 0; axis < 3; ++axis) {
-      const double places[] = {0.0, 1.0, random.get(0.0, 1.0), random.get(-0.5, 1.5)};
-      u[axis] =
-          node.box[lane].min[axis] + places[random.get_index(k % 7 < 5 ? 3 : 4)] * node.box[lane].get_extent()[axis];
-    }
-    BoxRay ray{node.get_point(lane, u), random.get_vec().get_normalized()};
-    if (k % 5 == 1) ray.direction = space.axis[k / 5 % 3];
-    if (k % 5 == 2) ray.direction = (space.axis[0] + space.axis[1 + k / 5 % 2] * random.get()).get_normalized();
-    if (k % 5 == 3) ray.direction = {k % 2 ? 1.0 : -1.0, 0.0, -0.0};
-    const double distance = std::pow(10.0, random.get(-2.0, 5.0));
-    ray.origin = ray.origin - ray.direction * distance;
-    if (k % 4 == 0) ray.tfar = distance * 1.0001;
-    if (k % 4 == 1) ray.tnear = distance * 0.9999;
-    rays.push_back(ray);
-  }
-  return rays;
-}
-
-// Against slabs in double precision, in coordinates measured along the box's axes: what is hit must be reached, and
-// what is missed by more than eight times the margin for rounding must not.
-TEST(BvhOriented, lanes_are_reached_by_every_ray_that_hits_them) {
-  uint sure_hits = 0, sure_misses = 0;
-  for (uint seed = 0; seed < scaled(1000, 150); ++seed) {
-    const SlantedNode node(seed % 3 == 0 ? 1000.0 : 0.0, seed);
-    RandomValues random(seed);
-    const std::vector<BoxRay> rays = make_slanted_rays(node, 200, random);
-    BoxQuery query(rays);
-    query.run<BvhHits::nearest>(node.tree);
-    for (uint k = 0; k < rays.size(); ++k) {
-      const std::vector<uint> reached = query.get_items(k);
-      double size = 4.0;
-      for (uint axis = 0; axis < 3; ++axis)
-        size +=
-            std::fabs(rays[k].origin[axis]) + std::fabs(node.tree.box.min[axis]) + std::fabs(node.tree.box.max[axis]);
-      const Vec margin = Vec(1, 1, 1) * (size * 0x1p-17);
-      for (uint lane = 0; lane < 3; ++lane) {
-        const GMathBbox3<double>& box = node.box[lane];
-        const BoxRay local{node.space[lane].measure(rays[k].origin), node.space[lane].measure(rays[k].direction),
-                           rays[k].tnear, rays[k].tfar};
-        const bool is_hit = find_entry(box, local).has_value();
-        if (!is_hit && find_entry({box.min - margin, box.max + margin}, local)) continue;
-        EXPECT_EQ(std::ranges::count(reached, lane), is_hit) << "seed " << seed << ", lane " << lane << ", " << rays[k];
-        ++(is_hit ? sure_hits : sure_misses);
-      }
-    }
-  }
-  EXPECT_GT(sure_hits, 10000u);
-  EXPECT_GT(sure_misses, 10000u);
 }
 
 // Queries for all hits take an oriented reference for an aligned one. Here a third of the leaves of a sound tree become
@@ -182,16 +87,9 @@ TEST(BvhOriented, queries_for_all_hits_walk_the_aligned_nodes_that_oriented_refe
   tree.root.word |= BvhChildRef::oriented_bit;
   tree.oriented_count = 1;
   query.run<BvhHits::all>(tree);
-  uint reached = 0;
-  for (uint ray = 0; ray < rays.size(); ++ray) {
-    EXPECT_EQ(query.get_items(ray), expected.get_items(ray));
-    reached += !query.get_items(ray).empty();
-  }
-  EXPECT_GT(reached, 20u);
+  for (uint ray = 0; ray < rays.size(); ++ray) EXPECT_EQ(query.get_items(ray), expected.get_items(ray));
+  EXPECT_GT(query.visits.size(), 20u);
   tree.oriented_count = 0;
-  const SlantedNode node(0.0, 1);  // no aligned node at all
-  query.run<BvhHits::all>(node.tree);
-  EXPECT_TRUE(query.visits.empty());
 }
 
 }  // namespace
