@@ -31,6 +31,12 @@ void GeometryFrustumData::transform(const GMathMatrix4x4<double>& inverse, const
   for (uint k = 0; k < end_plane_count; ++k) end_planes[k] = end_planes[k].get_transformed(inverse, matrix);
 }
 
+void GeometryFrustumCtx::clear_results() {
+  result = GeometryFrustumResult();
+  points_->clear();
+  forget_objects();
+}
+
 bool GeometryFrustumCtx::add_plane(const GeometryPlane& plane) {
   if (plane_count == plane_capacity) return false;
   planes[plane_count++] = plane;
@@ -63,6 +69,10 @@ void GeometryFrustumCtx::begin_nested(GeometryFrustumCtx& outer, const GMathMatr
   transform(inverse, matrix);
   result = GeometryFrustumResult();
   points_ = outer.points_;
+  forget_objects();
+}
+
+void GeometryFrustumCtx::forget_objects() {
   for (const uint index : decided_) places_[index] = ObjectPlace::unknown;
   decided_.clear();
   objects_.clear();

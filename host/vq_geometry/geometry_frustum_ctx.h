@@ -80,6 +80,8 @@ struct GeometryFrustumVertex {
 
 class GeometryFrustumCtx : public GeometryFrustumData {
  public:
+  /// Forgets what was found, so that the same can be asked again. What a query finds is added to what was found before.
+  void clear_results();
   /// Adds a side plane. False when all places are taken.
   bool add_plane(const GeometryPlane& plane);
 
@@ -115,6 +117,8 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   GeometryFrustumCtx& operator=(const GeometryFrustumCtx&) = delete;
 
  private:
+  void forget_objects();
+
   std::vector<GeometryFrustumVertex> own_points_;
   std::vector<GeometryFrustumVertex>* points_ = &own_points_;
   std::vector<uint> objects_;
