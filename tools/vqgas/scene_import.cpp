@@ -1,6 +1,7 @@
 #include "tools/vqgas/scene_import.h"
 
 #include <assimp/config.h>
+#include <assimp/postprocess.h>
 #include <assimp/scene.h>
 #include <assimp/Importer.hpp>
 
@@ -8,6 +9,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iostream>
 #include <new>
 
@@ -68,9 +70,24 @@ class SilencedStreams {
   std::streambuf* err_;
 };
 
+bool has_extension(const std::string& path, std::initializer_list<const char*> list) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return std::find(list.begin(), list.end(), extension) != list.end();
+}
+
+/// Formats that know no nodes; where importers make some all the same, they stand for groups of faces.
+bool has_nodes(const std::string& path) {
+  return !has_extension(path, {".nff", ".obj", ".off", ".ply", ".raw", ".stl"});
+}
+
+/// The importer of MDL hands out the bones of a figure side by side, though each is placed relative to another.
+bool has_sound_bones(const std::string& path) { return !has_extension(path, {".mdl"}); }
+
 const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
-  const aiScene* scene = importer.ReadFile(path, 0);
+  importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_BONEWEIGHTS);
+  const aiScene* scene = importer.ReadFile(path, has_sound_bones(path) ? 0u : uint{aiProcess_RemoveComponent});
   if (scene == nullptr) {
     const std::string fault = importer.GetErrorString();
     if (fault.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
@@ -78,14 +95,6 @@ const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   }
   if (scene->mRootNode == nullptr || scene->mNumMeshes == 0) throw InputError(path, "holds no mesh");
   return scene;
-}
-
-/// Formats that know no nodes; where importers make some all the same, they stand for groups of faces.
-bool has_nodes(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  const auto flat = {".nff", ".obj", ".off", ".ply", ".raw", ".stl"};
-  return std::find(flat.begin(), flat.end(), extension) == flat.end();
 }
 
 /// Everything as one mesh at rest.

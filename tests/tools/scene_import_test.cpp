@@ -1,0 +1,268 @@
+// Nodes, their motion, and meshes that change their form, against closed forms: a ray aimed at a point of a triangle
+// that is known to be at a place tells by its barycentric weights whether it is there.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <numbers>
+#include <sstream>
+
+#include "tools/run_program.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using Point = std::array<double, 3>;
+using Matrix = std::array<Point, 4>;  // columns, the last one the translation
+using Triangle = std::array<Point, 3>;
+
+/// Grows a glTF file; its numbers are in a second file.
+struct GltfFile {
+  Json json = {{"asset", {{"version", "2.0"}}}, {"scene", 0}, {"scenes", {{{"nodes", {0, 1}}}}}};
+  std::string bytes = {};
+
+  int add(const std::string& type, const std::vector<double>& values, int component = 5126) {
+    const int accessor = static_cast<int>(json["accessors"].size()), width = type == "MAT4" ? 16 : type.back() - '0';
+    const std::size_t count = type == "SCALAR" ? values.size() : values.size() / width, first = bytes.size();
+    for (const double value : values) {
+      const float number = static_cast<float>(value);
+      const std::uint32_t index = component == 5126 ? 0 : static_cast<std::uint32_t>(value);
+      bytes.append(component == 5126 ? reinterpret_cast<const char*>(&number) : reinterpret_cast<const char*>(&index),
+                   component == 5121 ? 1 : 4);
+    }
+    json["bufferViews"].push_back({{"buffer", 0}, {"byteOffset", first}, {"byteLength", bytes.size() - first}});
+    json["accessors"].push_back(
+        {{"bufferView", accessor}, {"componentType", component}, {"count", count}, {"type", type}});
+    return accessor;
+  }
+
+  void animate(int node, const std::string& path, const std::vector<double>& seconds, const std::string& type,
+               const std::vector<double>& values) {
+    Json& animation = json["animations"][0];
+    const std::size_t sampler = animation["samplers"].size();
+    const int input = add("SCALAR", seconds), output = add(type, values);
+    animation["samplers"].push_back({{"input", input}, {"output", output}});
+    animation["channels"].push_back({{"sampler", sampler}, {"target", {{"node", node}, {"path", path}}}});
+  }
+
+  void write(const TestFolder& folder, const std::string& name) {
+    json["buffers"] = {{{"byteLength", bytes.size()}, {"uri", name + ".bin"}}};
+    folder.write(name, json.dump());
+    folder.write(name + ".bin", bytes);
+  }
+};
+
+/// Two nodes that show a square from -1 to 1, "moved" at its place and "beside".
+GltfFile make_squares() {
+  GltfFile file;
+  const int position = file.add("VEC3", {-1, -1, 0, 1, -1, 0, 1, 1, 0, -1, 1, 0});
+  const int corners = file.add("SCALAR", {0, 1, 2, 0, 2, 3}, 5125);
+  file.json["meshes"] = {{{"primitives", {{{"attributes", {{"POSITION", position}}}, {"indices", corners}}}}}};
+  file.json["nodes"] = {{{"name", "moved"}, {"mesh", 0}},
+                        {{"name", "beside"}, {"mesh", 0}, {"translation", {9, 0, 0}}}};
+  return file;
+}
+constexpr Triangle lower_right = {{{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}}};  // polygon 0 of the square
+
+/// "moved" hangs on two bones, "root" and one above it "tip", which hold each vertex by `weight`. The place of its node
+/// must not count then.
+GltfFile make_skinned(double weight) {
+  GltfFile file = make_squares();
+  const Json tip = {{"name", "tip"}, {"translation", {0, 1, 0}}};
+  file.json["nodes"].insert(file.json["nodes"].end(), {Json{{"name", "root"}, {"children", {3}}}, tip});
+  file.json["scenes"][0]["nodes"] = {0, 1, 2};
+  std::vector<double> joints, weights;
+  for (int vertex = 0; vertex < 4; ++vertex) {
+    joints.insert(joints.end(), {0, 1, 0, 0});
+    weights.insert(weights.end(), {weight, weight, 0, 0});
+  }
+  const int inverse = file.add(
+      "MAT4", {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, -1, 0, 1});
+  file.json["meshes"].push_back(file.json["meshes"][0]);
+  Json& attributes = file.json["meshes"][1]["primitives"][0]["attributes"];
+  attributes["WEIGHTS_0"] = file.add("VEC4", weights);
+  attributes["JOINTS_0"] = file.add("VEC4", joints, 5121);
+  file.json["skins"] = {{{"joints", {2, 3}}, {"inverseBindMatrices", inverse}}};
+  file.json["nodes"][0] = {{"name", "moved"}, {"mesh", 1}, {"skin", 0}, {"translation", {0, 0, 30}}};
+  return file;
+}
+
+Point transform(const Matrix& m, const Point& p) {
+  Point out = m[3];
+  for (int k = 0; k < 9; ++k) out[k % 3] += m[k / 3][k % 3] * p[k / 3];
+  return out;
+}
+Triangle transform(const Matrix& m, const Triangle& t) {
+  return {transform(m, t[0]), transform(m, t[1]), transform(m, t[2])};
+}
+Matrix move(const Point& to) { return {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, to}}; }
+Matrix scale(const Point& by) { return {{{by[0], 0, 0}, {0, by[1], 0}, {0, 0, by[2]}, {}}}; }
+Matrix turn(double angle) {
+  return {{{std::cos(angle), std::sin(angle), 0}, {-std::sin(angle), std::cos(angle), 0}, {0, 0, 1}, {}}};
+}
+Json turn_quaternion(double angle) { return {0, 0, std::sin(angle / 2), std::cos(angle / 2)}; }
+
+/// Aims at the point of weights 0.5, 0.3, 0.2 of each triangle at its frame. A hit is null where nothing is hit.
+std::vector<Json> aim(const TestFolder& folder, const std::string& name,
+                      const std::vector<std::pair<Triangle, double>>& targets, const std::string& rate = "24") {
+  std::ostringstream rays;
+  rays.precision(17);
+  const Point direction = {0.2, -0.1, -1.0};
+  for (const auto& [t, frame] : targets) {
+    for (int k = 0; k < 3; ++k) rays << 0.5 * t[0][k] + 0.3 * t[1][k] + 0.2 * t[2][k] - 5.0 * direction[k] << ',';
+    rays << "0.2,-0.1,-1,0,100," << frame << '\n';
+  }
+  const ProgramResult result =
+      run_vqgas(folder.get_path(), {"trace", name, "--format", "json", "--fps", rate}, rays.str());
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  std::vector<Json> hits(targets.size());
+  const Json report = Json::parse(result.out, nullptr, false);
+  for (std::size_t k = 0; k < hits.size() && result.exit_code == 0; ++k) {
+    const Json& found = report["rays"][k]["hits"];
+    if (!found.empty()) hits[k] = found[0];
+  }
+  return hits;
+}
+
+void expect_there(const Json& hit, const std::string& object) {
+  ASSERT_TRUE(hit.is_object());
+  EXPECT_EQ(hit["object"], object);
+  EXPECT_NEAR(hit["distance"], 5.0, 1e-5);
+  EXPECT_NEAR(hit["u"], 0.3, 1e-5);
+  EXPECT_NEAR(hit["v"], 0.2, 1e-5);
+}
+
+}  // namespace
+
+TEST(VqgasSceneImport, nodes_stand_at_the_product_of_their_matrices_and_share_meshes) {
+  GltfFile file = make_squares();
+  file.json["nodes"] = {
+      {{"name", "base"}, {"translation", {3, 1, 2}}, {"rotation", turn_quaternion(0.7)}, {"children", {2}}},
+      {{"name", "aside"}, {"translation", {99, 0, 0}}},
+      {{"name", "arm"}, {"mesh", 0}, {"scale", {2, -0.5, 3}}, {"translation", {0, 4, 0}}, {"children", {3}}},
+      {{"name", "hand"}, {"mesh", 0}, {"rotation", turn_quaternion(-1.9)}, {"translation", {2, 3, 1}}}};
+  const TestFolder folder;
+  file.write(folder, "tree.gltf");
+  const Matrix base = turn(0.7);
+  const auto arm = [&](const Triangle& t) {
+    return transform(move({3, 1, 2}), transform(base, transform(move({0, 4, 0}), transform(scale({2, -0.5, 3}), t))));
+  };
+  const Triangle in_arm = transform(move({2, 3, 1}), transform(turn(-1.9), lower_right));
+  const std::vector<Json> hits = aim(folder, "tree.gltf", {{arm(lower_right), 0}, {arm(in_arm), 0}});
+  expect_there(hits[0], "arm");
+  expect_there(hits[1], "hand");
+  EXPECT_EQ(hits[0]["primitive"], hits[1]["primitive"]);
+}
+
+TEST(VqgasSceneImport, nodes_move_over_the_frames_with_what_hangs_from_them) {
+  GltfFile file = make_squares();
+  file.json["nodes"][1] = {{"name", "base"}, {"translation", {1, 0, 0}}, {"children", {0}}};
+  file.json["scenes"][0]["nodes"] = {1};
+  file.animate(1, "rotation", {0.1, 1.1}, "VEC4", {0, 0, 0, 1, 0, 0, 1, 0});  // half a turn in a second
+  file.animate(0, "translation", {0.35, 0.6, 1.1}, "VEC3", {4, 0, 0, 4, 0, 0, 4, 0, 8});
+  const TestFolder folder;
+  file.write(folder, "turn.gltf");
+  std::vector<std::pair<Triangle, double>> targets;
+  for (int sample = 0; sample <= 8; ++sample) {
+    const double frame = 1.5 * sample;  // where motion is sampled; there are ten frames a second
+    const double turned = std::clamp((frame - 1) / 10, 0.0, 1.0), moved = std::clamp((frame - 6) / 5, 0.0, 1.0);
+    const Triangle in_base = transform(move({4, 0, 8 * moved}), lower_right);
+    targets.emplace_back(transform(move({1, 0, 0}), transform(turn(std::numbers::pi * turned), in_base)), frame);
+  }
+  for (const Json& hit : aim(folder, "turn.gltf", targets, "10")) expect_there(hit, "moved");
+}
+
+TEST(VqgasSceneImport, morph_targets_and_bones_move_vertices) {
+  GltfFile morph = make_squares(), skin = make_skinned(0.5);
+  morph.json["meshes"][0]["primitives"][0]["targets"] = {
+      {{"POSITION", morph.add("VEC3", {0, 0, 0, 0, 0, 0, 0, 2, 4, 0, 2, 4})}}};
+  morph.animate(0, "weights", {0, 1}, "SCALAR", {0, 1});
+  skin.animate(3, "rotation", {0, 1}, "VEC4", {0, 0, 0, 1, 0, 0, std::sqrt(0.5), std::sqrt(0.5)});
+  const TestFolder folder;
+  morph.write(folder, "morph.gltf");
+  skin.write(folder, "skin.gltf");
+  std::vector<std::pair<Triangle, double>> lifted, bent;
+  for (const double frame : {0.0, 3.0, 12.0, 24.0}) {
+    const double part = frame / 24;
+    lifted.push_back({Triangle{{{-1, -1, 0}, {1, -1, 0}, {1, 1 + 2 * part, 4 * part}}}, frame});
+    // Half where it was, half turned about the tip.
+    Triangle half = transform(move({0, 1, 0}),
+                              transform(turn(part * std::numbers::pi / 2), transform(move({0, -1, 0}), lower_right)));
+    for (int k = 0; k < 9; ++k) half[k / 3][k % 3] = (half[k / 3][k % 3] + lower_right[k / 3][k % 3]) / 2;
+    bent.push_back({half, frame});
+  }
+  for (const Json& hit : aim(folder, "morph.gltf", lifted)) expect_there(hit, "moved");
+  for (const Json& hit : aim(folder, "skin.gltf", bent)) expect_there(hit, "moved");
+  expect_there(aim(folder, "skin.gltf", {bent[1]})[0], "moved");  // at a moment of its own
+}
+
+TEST(VqgasSceneImport, what_is_broken_is_left_out_or_told) {
+  const TestFolder folder;
+  const Triangle aside = transform(move({9, 0, 0}), lower_right), above = transform(move({0, 0, 30}), lower_right);
+  const auto check = [&](const std::string& name, GltfFile file, const auto& spoil, const Triangle* moved) {
+    SCOPED_TRACE(name);
+    spoil(file.json, file);
+    file.write(folder, name);
+    const std::vector<Json> hits = aim(folder, name, {{moved != nullptr ? *moved : lower_right, 24}, {aside, 24}});
+    if (moved != nullptr) expect_there(hits[0], "moved");
+    EXPECT_EQ(hits[0].is_null(), moved == nullptr);
+    expect_there(hits[1], "beside");
+  };
+  const auto moving = [](const std::vector<double>& seconds, const std::vector<double>& places) {
+    return [=](Json&, GltfFile& file) { file.animate(0, "translation", seconds, "VEC3", places); };
+  };
+  const auto as_is = [](Json&, GltfFile&) {};
+  const GltfFile plain = make_squares();
+  check(
+      "singular.gltf", plain,
+      [](Json& json, GltfFile&) {
+        json["nodes"][0]["scale"] = {0, 1, 1};
+      },
+      nullptr);
+  check(
+      "infinite.gltf", plain,
+      [](Json& json, GltfFile&) {
+        json["nodes"][0]["scale"] = {1e300, 1, 1};
+      },
+      nullptr);
+  check("no_numbers.gltf", plain, moving({NAN, 1}, {5, 5, 5, NAN, 0, 0}), &lower_right);
+  check("no_keys.gltf", plain, moving({}, {}), &lower_right);
+  check("unsorted.gltf", plain, moving({1, 0, 1}, {5, 5, 5, 6, 6, 6, 0, 0, 30}), &above);
+  check("far_keys.gltf", plain, moving({-1e30, 1e30}, {0, 0, 0, 0, 0, 60}), &above);
+  check(
+      "no_target.gltf", plain,
+      [](Json&, GltfFile& file) {
+        file.animate(0, "weights", {0, 1}, "SCALAR", {0, 1});
+      },
+      &lower_right);
+  check(
+      "no_polygon.gltf", plain,
+      [](Json& json, GltfFile&) {
+        json["meshes"].push_back(json["meshes"][0]);
+        json["meshes"][1]["primitives"][0]["mode"] = 0;
+        json["nodes"][0]["mesh"] = 1;
+      },
+      nullptr);
+  check("heavy.gltf", make_skinned(3), as_is, &lower_right);
+  check("weightless.gltf", make_skinned(0), as_is, &above);
+  check(
+      "lost_bones.gltf", make_skinned(1),
+      [](Json& json, GltfFile&) {
+        json["scenes"][0]["nodes"] = {0, 1};
+      },
+      &above);
+  const auto expect_told = [&](const std::string& name, GltfFile file, const auto& spoil) {
+    spoil(file.json);
+    file.write(folder, name);
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", name});
+    EXPECT_EQ(result.exit_code, 1) << name;
+    EXPECT_EQ(result.count_error_lines(), 1u) << result.err;
+    EXPECT_NE(result.err.find(name), std::string::npos) << result.err;
+  };
+  expect_told("no_mesh.gltf", plain, [](Json& json) { json["nodes"][0]["mesh"] = 7; });
+  expect_told("cycle.gltf", plain, [](Json& json) { json["nodes"][0]["children"] = {0}; });
+  // The importer itself breaks down over this one.
+  expect_told("no_inverse.gltf", make_skinned(1), [](Json& json) { json["skins"][0].erase("inverseBindMatrices"); });
+}
