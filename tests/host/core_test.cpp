@@ -30,51 +30,35 @@ TEST(CoreBasicArray, copies_of_a_view_own_their_items_and_resizing_leaves_the_so
   CoreBasicArray<uint> part;
   part.set_view(own.get_items() + 3, 1);
   own = part;  // shows the items it replaces
-  ASSERT_EQ(own.get_count(), 1u);
   EXPECT_EQ(own[0], 42u);
 }
 
-TEST(CoreBasicArray, a_size_beyond_all_memory_is_refused_and_changes_nothing) {
-  struct Page {
-    char bytes[1 << 20];
-  };
-  CoreBasicArray<Page> array(1);
-  CoreVector<Page> vector;
-  ASSERT_TRUE(vector.reserve(1));
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-  EXPECT_FALSE(array.resize(0xFFFFFFFFu));
-  EXPECT_FALSE(vector.reserve(0xFFFFFFFFu));
-#endif
-  EXPECT_EQ(array.get_count(), 1u);
-  EXPECT_EQ(vector.get_capacity(), 1u);
-}
-
-template <class T>
-void check_vector(T (*make)(uint)) {
-  CoreVector<T> v;
+TEST(CoreVector, grows_and_copies_and_refuses_what_no_memory_holds) {
+  const auto make = [](uint i) { return std::to_string(i) + long_text; };
+  CoreVector<std::string> v, copy;
   for (uint i = 0; i < 16; ++i) v.add(make(i));
   ASSERT_EQ(v.get_capacity(), 16u);
   v.add(v[3]);  // an item of the block that growing frees
   EXPECT_EQ(v.get_last(), make(3));
   v.remove(0);
   for (uint i = 0; i < 8; ++i) EXPECT_EQ(v[i], make(i + 1));
-  v.shrink_to_fit();
-  EXPECT_EQ(v.get_capacity(), v.get_count());
-  CoreVector<T> copy;
   copy = v;
-  CoreVector<T>& alias = copy;
-  copy = alias;
+  copy = *&copy;
   copy[0] = make(77);
   EXPECT_EQ(v[0], make(1));
   copy.resize(2);
   copy.resize(3);
   EXPECT_EQ(copy[1], make(2));
-  EXPECT_EQ(copy[2], T());
-}
-
-TEST(CoreVector, grows_and_copies_whatever_it_holds) {
-  check_vector<uint>([](uint i) { return i * 3; });
-  check_vector<std::string>([](uint i) { return std::to_string(i) + long_text; });
+  EXPECT_EQ(copy[2], std::string());
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  struct Page {
+    char bytes[1 << 20];
+  };
+  CoreBasicArray<Page> pages(1);
+  EXPECT_FALSE(pages.resize(0xFFFFFFFFu));
+  EXPECT_EQ(pages.get_count(), 1u);
+  EXPECT_FALSE(CoreVector<Page>().reserve(0xFFFFFFFFu));
+#endif
 }
 
 TEST(CoreSet, keeps_the_order_of_adding) {
@@ -85,29 +69,10 @@ TEST(CoreSet, keeps_the_order_of_adding) {
   EXPECT_FALSE(set.remove("a"));
   EXPECT_TRUE(set.add("a"));
   EXPECT_TRUE(set.remove("c"));
-  EXPECT_TRUE(set.add("e"));
-  EXPECT_TRUE(set.remove("a"));  // has moved up twice
+  EXPECT_TRUE(set.remove("a"));  // has moved up
   std::string order;
   for (const CoreString& name : set) order += name.get_data();
-  EXPECT_EQ(order, "dbe");
-  EXPECT_FALSE(set.contains("c"));
-}
-
-uint destroyed = 0;
-
-// State beyond the base: a stride that no guess of a base's size would give.
-class Counted : public CoreCustomData {
- public:
-  ~Counted() override { destroyed += text == long_text; }
-  std::string text = long_text;
-};
-
-TEST(CoreBaseType, one_destructor_entry_serves_objects_and_arrays) {
-  EXPECT_TRUE(core_destroy_object(new Counted[5], true));
-  EXPECT_TRUE(core_destroy_object(new Counted[0], true));
-  EXPECT_TRUE(core_destroy_object(new Counted, false));
-  EXPECT_TRUE(core_destroy_object(nullptr, true));
-  EXPECT_EQ(destroyed, 6u);
+  EXPECT_EQ(order, "db");
 }
 
 TEST(CoreMemory, blocks_are_aligned_or_null) {

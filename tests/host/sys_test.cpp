@@ -14,29 +14,32 @@
 
 namespace {
 
+using What = std::function<void(uint)>;
+
 class Call final : public SysThreadTask {
  public:
-  explicit Call(std::function<void(uint)> what, unsigned short marks = 0x0101) : what_(std::move(what)) {
-    flags = marks;
-  }
+  Call(What what, unsigned short marks) : what_(std::move(what)) { flags = marks; }
   void run(const uint& thread_index) override { what_(thread_index); }
 
  private:
-  std::function<void(uint)> what_;
+  What what_;
 };
 
 /// A group and the tasks made for it.
 struct Group {
   explicit Group(SysThreadManager& manager) : tasks(manager) {}
-  void add(std::function<void(uint)> what, unsigned short marks = 0x0101) {
-    SysThreadTask* task;
-    {
-      const SysThreadLockGuard guard(lock);
-      calls.push_back(std::make_unique<Call>(std::move(what), marks));
-      task = calls.back().get();
+  void add(uint count, const What& what, unsigned short marks = SysThreadTask::counted | SysThreadTask::for_waiter) {
+    for (uint k = 0; k < count; ++k) {
+      auto call = std::make_unique<Call>(what, marks);
+      SysThreadTask* task = call.get();
+      {
+        const SysThreadLockGuard guard(lock);
+        calls.push_back(std::move(call));
+      }
+      tasks.add_task(task);
     }
-    tasks.add_task(task);
   }
+  void wait() { tasks.wait_until_completed(true); }
   SysThreadLock lock;
   std::vector<std::unique_ptr<Call>> calls;
   SysThreadTaskManager tasks;  // last: it goes first, and with it the last run of a task
@@ -45,18 +48,14 @@ struct Group {
 TEST(SysThreadTaskManager, thousands_of_tiny_tasks_each_run_once_under_an_index_of_their_own) {
   for (uint thread_count : {1u, 2u, 3u, 8u}) {
     SysThreadManager manager(thread_count);
-    std::vector<std::atomic<uint>> runs(5000);
     std::vector<uint> plain_counters(manager.get_index_count());  // unguarded: one owner per index at a time
     Group group(manager);
-    for (auto& run : runs)
-      group.add([&](uint index) {
-        ++run;
-        ASSERT_LT(index, plain_counters.size());
-        EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
-        ++plain_counters[index];
-      });
-    group.tasks.wait_until_completed(true);
-    for (const auto& run : runs) ASSERT_EQ(run, 1u);
+    group.add(5000, [&](uint index) {
+      ASSERT_LT(index, plain_counters.size());
+      EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
+      ++plain_counters[index];
+    });
+    group.wait();
     uint sum = 0;
     for (uint index = 0; index < thread_count; ++index) sum += plain_counters[index];
     EXPECT_EQ(sum, 5000u) << "no guest may have run a task";
@@ -64,10 +63,10 @@ TEST(SysThreadTaskManager, thousands_of_tiny_tasks_each_run_once_under_an_index_
     std::atomic<uint> leaves = 0;
     std::function<void(uint)> split = [&](uint depth) {
       if (depth == 0) ++leaves;
-      for (uint child = 0; child < 2 && depth > 0; ++child) group.add([&, depth](uint) { split(depth - 1); });
+      if (depth > 0) group.add(2, [&, depth](uint) { split(depth - 1); });
     };
-    group.add([&](uint) { split(9); });  // tasks add tasks to their own group, which serves again after a wait
-    group.tasks.wait_until_completed(true);
+    group.add(1, [&](uint) { split(9); });  // tasks add tasks to their own group, which serves again after a wait
+    group.wait();
     EXPECT_EQ(leaves, 512u);
   }
 }
@@ -79,34 +78,30 @@ TEST(SysThreadTaskManager, a_foreign_thread_that_holds_the_workers_lock_runs_its
   SysThreadLock lock;
   std::atomic<int> blocked = 0, own_runs = 0, other_runs = 0;
   Group workers_group(manager);
-  std::thread foreign([&] {
+  std::thread([&] {
     lock.lock();
-    for (int i = 0; i < 4; ++i)
-      workers_group.add([&](uint) {
-        ++blocked;
-        const SysThreadLockGuard guard(lock);
-        ++other_runs;
-      });
+    workers_group.add(4, [&](uint) {
+      ++blocked;
+      const SysThreadLockGuard guard(lock);
+      ++other_runs;
+    });
     while (blocked < 2) std::this_thread::yield();  // both workers stand at the lock, two more tasks are queued
     Group own(manager);
-    for (int i = 0; i < 10; ++i)
-      own.add([&](uint index) {
-        EXPECT_GE(index, 3u);
-        EXPECT_LT(index, manager.get_index_count());
-        Group inner(manager);  // a wait inside a task goes on under the same index
-        inner.add([&, index](uint inner_index) {
-          EXPECT_EQ(inner_index, index);
-          ++own_runs;
-        });
-        inner.tasks.wait_until_completed(true);
+    own.add(10, [&](uint index) {
+      EXPECT_TRUE(index >= 3 && index < manager.get_index_count());
+      Group inner(manager);  // a wait inside a task goes on under the same index
+      inner.add(1, [&, index](uint inner_index) {
+        EXPECT_EQ(inner_index, index);
+        ++own_runs;
       });
-    own.tasks.wait_until_completed(true);
+      inner.wait();
+    });
+    own.wait();
     EXPECT_EQ(own_runs, 10);
     EXPECT_EQ(other_runs, 0);
     lock.unlock();
-  });
-  foreign.join();
-  workers_group.tasks.wait_until_completed(true);
+  }).join();
+  workers_group.wait();
   EXPECT_EQ(other_runs, 4);
 }
 
@@ -115,14 +110,13 @@ TEST(SysThreadTaskManager, a_sleeping_waiter_wakes_for_a_task_added_late) {
   SysThreadManager manager(2);
   std::atomic<bool> done = false;
   Group group(manager);
-  group.add(
-      [&](uint) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        group.add([&](uint) { done = true; });
-        while (!done) std::this_thread::yield();
-      },
-      SysThreadTask::counted);
-  group.tasks.wait_until_completed(true);
+  const auto add_late = [&](uint) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    group.add(1, [&](uint) { done = true; });
+    while (!done) std::this_thread::yield();
+  };
+  group.add(1, add_late, SysThreadTask::counted);
+  group.wait();
   EXPECT_TRUE(done);
 }
 
@@ -134,14 +128,13 @@ TEST(SysThreadTaskManager, more_foreign_threads_than_guest_indices_all_finish) {
   for (uint i = 0; i < SysThreadManager::guest_count + 16; ++i)
     threads.emplace_back([&] {
       Group group(manager);
-      for (int k = 0; k < 3; ++k)
-        group.add([&](uint index) {
-          EXPECT_EQ(owners.at(index)++, 0);
-          std::this_thread::sleep_for(std::chrono::milliseconds(1));
-          --owners[index];
-          ++runs;
-        });
-      group.tasks.wait_until_completed(true);
+      group.add(3, [&](uint index) {
+        EXPECT_EQ(owners.at(index)++, 0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        --owners[index];
+        ++runs;
+      });
+      group.wait();
     });
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(runs, 3 * (SysThreadManager::guest_count + 16));
@@ -151,25 +144,18 @@ TEST(SysThreadTaskManager, marks_say_who_runs_a_task_and_who_waits_for_it) {
   SysThreadManager manager(2);
   const std::thread::id main_thread = std::this_thread::get_id();
   std::atomic<bool> open = false;
-  std::atomic<uint> uncounted = 0, workers_only = 0;
+  std::atomic<uint> uncounted = 0;
   {
     Group group(manager);
-    for (int i = 0; i < 50; ++i)
-      group.add(
-          [&](uint) {
-            EXPECT_NE(std::this_thread::get_id(), main_thread);
-            ++workers_only;
-          },
-          SysThreadTask::counted);
-    group.tasks.wait_until_completed(true);
-    EXPECT_EQ(workers_only, 50u);
     group.add(
-        [&](uint) {
-          while (!open) std::this_thread::yield();
-          ++uncounted;
-        },
-        0);
-    group.tasks.wait_until_completed(true);  // must not wait for a task that waits for what comes after
+        50, [&](uint) { EXPECT_NE(std::this_thread::get_id(), main_thread); }, SysThreadTask::counted);
+    group.wait();
+    const auto wait_for_opening = [&](uint) {
+      while (!open) std::this_thread::yield();
+      ++uncounted;
+    };
+    group.add(1, wait_for_opening, 0);
+    group.wait();  // must not wait for a task that waits for what comes after
     EXPECT_EQ(uncounted, 0u);
     open = true;
   }  // the group's end does wait for it, if it has started
@@ -181,16 +167,13 @@ TEST(SysThreadTaskManager, shutdown_drops_what_has_not_started) {
     SysThreadManager manager(thread_count);
     Group group(manager);
     std::atomic<uint> runs = 0;
-    for (uint i = 0; i < 1000; ++i)
-      group.add([&](uint) {
-        if (++runs == 10) group.tasks.shutdown();
-      });
-    group.tasks.wait_until_completed(true);
-    EXPECT_GE(runs, 10u);
-    EXPECT_LT(runs, 10u + thread_count);
-    group.add([&](uint) { ++runs; });
-    group.tasks.wait_until_completed(true);
-    EXPECT_LT(runs, 10u + thread_count);
+    group.add(1000, [&](uint) {
+      if (++runs == 10) group.tasks.shutdown();
+    });
+    group.wait();
+    group.add(1, [&](uint) { ++runs; });
+    group.wait();
+    EXPECT_TRUE(runs >= 10 && runs < 10 + thread_count) << runs;
   }
 }
 
@@ -202,21 +185,18 @@ TEST(SysThreadManager, indices_are_right_beside_other_managers) {
   EXPECT_EQ(theirs->get_index_of_current_thread(), core_invalid_index);
   Group outer(mine);
   std::atomic<uint> runs = 0;
-  for (int i = 0; i < 20; ++i)
-    outer.add([&](uint outer_index) {
-      Group inner(*theirs);
-      for (int k = 0; k < 20; ++k)
-        inner.add([&](uint index) {
-          EXPECT_TRUE(index == 1 || index >= 2) << "index 0 belongs to the thread that made the manager";
-          EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
-          ++runs;
-        });
-      inner.tasks.wait_until_completed(true);
-      EXPECT_EQ(outer_index, SysThreadManager::get_current_thread_index());
+  outer.add(20, [&](uint outer_index) {
+    Group inner(*theirs);
+    inner.add(20, [&](uint index) {
+      EXPECT_GE(index, 1u) << "index 0 belongs to the thread that made the manager";
+      EXPECT_EQ(index, SysThreadManager::get_current_thread_index());
+      ++runs;
     });
-  outer.tasks.wait_until_completed(true);
+    inner.wait();
+    EXPECT_EQ(outer_index, SysThreadManager::get_current_thread_index());
+  });
+  outer.wait();
   EXPECT_EQ(runs, 400u);
-
   std::thread([&] {
     auto brief = std::make_unique<SysThreadManager>(1);
     EXPECT_EQ(SysThreadManager::get_current_thread_index(), 0u);

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <string>
 #include <vector>
 
 #include "support/query_world.h"
@@ -44,11 +43,4 @@ inline GeometryIntersection shoot(QueryWorld& world, const GasObject& structure,
   GeometryRayPacket packet;
   ask_rays(world, structure, packet, {ray}, {true, motion_blur});
   return packet.get_nearest(0);
-}
-
-inline std::string describe(const TestRay& ray) {
-  char text[400];
-  std::snprintf(text, sizeof text, "(%a, %a, %a) + t (%a, %a, %a), [%a, %a), time %a", ray.origin.x, ray.origin.y,
-                ray.origin.z, ray.direction.x, ray.direction.y, ray.direction.z, ray.tnear, ray.tfar, ray.time);
-  return text;
 }

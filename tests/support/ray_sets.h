@@ -4,6 +4,8 @@
 // short and empty intervals, with directions of any length.
 #pragma once
 #include <cfloat>
+#include <cstdio>
+#include <string>
 #include <vector>
 
 #include "support/random_values.h"
@@ -13,6 +15,13 @@ struct TestRay {
   GMathVec3<double> origin, direction;
   double tnear = 0.0, tfar = DBL_MAX, time = 0.0;
 };
+
+inline std::string describe(const TestRay& ray) {
+  char text[400];
+  std::snprintf(text, sizeof text, "(%a, %a, %a) + t (%a, %a, %a), [%a, %a), time %a", ray.origin.x, ray.origin.y,
+                ray.origin.z, ray.direction.x, ray.direction.y, ray.direction.z, ray.tnear, ray.tfar, ray.time);
+  return text;
+}
 
 /// Where the finite vertices of a mesh are, moving ones included.
 inline GMathBbox3<double> get_finite_box(const PolyMeshData& data) {
