@@ -45,8 +45,9 @@ class GasMotionContainer {
     }
   }
 
-  /// Makes every record stale; what was computed stays until it is replaced.
+  /// Makes every record stale; what was computed stays until it is replaced, unless its description is gone.
   void make_stale() {
+    follow_slot_count();
     const SysThreadLockGuard guard(lock_);
     for (const std::shared_ptr<Data>& data : get_records()) data->stamp.store(0, std::memory_order_release);
   }
