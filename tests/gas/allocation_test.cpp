@@ -8,17 +8,13 @@
 #include <cstring>
 #include <functional>
 
-#include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_module_clusters.h"
 #include "gas/gas_scene_tree.h"
-#include "support/curve_scenes.h"
+#include "support/curve_check.h"
 #include "support/fake_geometry.h"
-#include "support/query_world.h"
-#include "vq_ctx/ctx_motion_blur.h"
-#include "vq_curve/tube_mesh_fast.h"
+#include "support/ray_query.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_geometry/geometry_ray_packet.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
@@ -74,33 +70,21 @@ uint count_allocations(const Query& query) {
 /// Shoots along x through y and z of about 0.5.
 void expect_none_repeated(QueryWorld& world, const GasObject& structure) {
   const CtxMotionBlur shutter(0.0, 1.0, 3);
-  world.ctx.set_motion_blur(&shutter);
-  world.shader.motion_blur = &shutter;
+  std::vector<TestRay> rays;
+  for (uint k = 0; k < 20; ++k) rays.push_back({{-1, 0.5, 0.5}, {1, 1e-5 * k, 1e-5 * k}, 0.0, DBL_MAX, k / 20.0});
   GeometryRayPacket packet;
-  packet.resize(20);
-  for (uint k = 0; k < 20; ++k) packet.set_ray(k, {-1, 0.5, 0.5}, {1, 1e-5 * k, 1e-5 * k}, 0.0, DBL_MAX, k / 20.0);
-  using Query = void (GasObject::*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&) const;
-  for (const Query query : {&GasObject::ray_hit_nearest_static, &GasObject::ray_hit_nearest_motion})
-    EXPECT_EQ(
-        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_nearest(world.shading)); }),
-        0u);
-  EXPECT_NE(packet.get_nearest(0).geometry, nullptr);
-  for (const Query query : {&GasObject::ray_hit_static, &GasObject::ray_hit_motion})
-    EXPECT_EQ(
-        count_allocations([&] { (structure.*query)(world.ctx, world.shader, packet.begin_all_hits(world.shading)); }),
-        0u);
+  const RayQuery queries[] = {{true, nullptr}, {true, &shutter}, {false, nullptr}, {false, &shutter}};
+  for (const RayQuery& query : queries) {
+    EXPECT_EQ(count_allocations([&] { ask_rays(world, structure, packet, rays, query); }), 0u);
+    EXPECT_TRUE(!query.nearest || packet.get_nearest(0).geometry != nullptr);
+  }
   EXPECT_EQ(count_allocations([&] { structure.get_bbox_at(world.ctx, 0.3); }), 0u);
   GeometryFrustumCtx frustum;
+  frustum.mode = static_cast<uint>(GeometryFrustumMode::all);
   frustum.shading = &world.shading;
   frustum.add_plane({{2000, 0, 0}, {1, 1, 0}});
-  for (frustum.mode = 0; frustum.mode < 2; ++frustum.mode) {
-    const auto ask = [&] {
-      frustum.clear_results();
-      structure.frustum_hit(world.ctx, world.shader, frustum);
-    };
-    EXPECT_EQ(count_allocations(ask), 0u);
-    EXPECT_GT(frustum.result.hit_count, 0u);
-  }
+  EXPECT_EQ(count_allocations([&] { structure.frustum_hit(world.ctx, world.shader, frustum); }), 0u);
+  EXPECT_GT(frustum.result.hit_count, 0u);
 }
 
 }  // namespace
@@ -124,13 +108,9 @@ TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
   data.basis = CurveBasis::bspline;
   for (uint k = 0; k < 500; ++k) add_fibre(data, {{8.0 * k, 0.0, 0.0}, {0.5, 1.0, 0.9}, 2.0, 0.1, 0.3});
   add_motion(data, 2, 0.0, 1.0, 1, true);
-  TubeMeshFast fibres;
-  CoreString error;
-  ASSERT_TRUE(fibres.create(std::move(data), error)) << error.get_data();
-  GasFur fur;
-  ASSERT_TRUE(fur.create(world.ctx, &fibres, &fibres, nullptr));
-  ASSERT_GT(fur.get_tree().oriented_count, 0u);
-  expect_none_repeated(world, fur);
+  const BuiltFur fur(world.ctx, data);
+  ASSERT_GT(fur.structure.get_tree().oriented_count, 0u);
+  expect_none_repeated(world, fur.structure);
 }
 
 TEST(Allocation, scenes_take_none_at_any_depth) {

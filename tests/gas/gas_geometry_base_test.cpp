@@ -1,28 +1,23 @@
 // Primitive preparation: which primitives are kept, whose they are, what is logged, and which callbacks follow from it.
 #include "gas/gas_geometry_base.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <limits>
 
 #include "gas/gas_geometry_bvh4.h"
 #include "support/fake_geometry.h"
-#include "support/query_world.h"
-#include "vq_core/core_log.h"
-#include "vq_geometry/geometry_ray_packet.h"
+#include "support/log_capture.h"
+#include "support/ray_query.h"
 
 namespace {
 
 using Box = GMathBbox3<double>;
-using Hit = std::pair<const GeometryObject*, uint>;
+using Owners = std::vector<const GeometryObject*>;
 constexpr double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
 
 /// Opens what preparation leaves behind.
 class Prepared : public GasGeometryBvh4 {
  public:
-  using GasGeometryBase::get_owner;
-  using GasGeometryBase::get_primitive;
   using GasGeometryBase::init_primitives;
   using GasGeometryBvh4::callbacks;
 
@@ -31,46 +26,24 @@ class Prepared : public GasGeometryBvh4 {
     for (uint position = 0; position < get_kept_count(); ++position) all.push_back(get_primitive(position));
     return all;
   }
-  std::vector<const GeometryObject*> get_owners() const {
-    std::vector<const GeometryObject*> all;
+  Owners get_owners() const {
+    Owners all;
     for (uint position = 0; position < get_kept_count(); ++position) all.push_back(get_owner(position));
     return all;
   }
+  bool create_by_groups(const CtxEval& ctx, const GeometryObject& main, const GeometryObject* alt,
+                        const GeometryObject* extra, const std::vector<uint>& flags) {
+    CoreBasicArray<uint> array;
+    array.assign(flags.data(), static_cast<uint>(flags.size()));
+    return create(ctx, &main, &main, alt, extra, array, nullptr);
+  }
 };
 
-/// Collects the log while it lives.
-class LogCapture {
- public:
-  explicit LogCapture(uint level) : former_level_(CoreLogHandler::get_main().get_level()) {
-    CoreLogHandler::get_main().set_level(level);
-    former_ = CoreLogHandler::get_main().set_sink([this](const CoreString& message, const uint& message_level) {
-      messages.push_back(std::to_string(message_level) + ": " + message.get_data());
-    });
-  }
-  ~LogCapture() {
-    CoreLogHandler::get_main().set_sink(former_);
-    CoreLogHandler::get_main().set_level(former_level_);
-  }
-  std::vector<std::string> messages;
-
- private:
-  uint former_level_;
-  CoreLogHandler::Sink former_;
-};
-
-CoreBasicArray<uint> make_flags(const std::vector<uint>& flags) {
-  CoreBasicArray<uint> array;
-  array.assign(flags.data(), static_cast<uint>(flags.size()));
-  return array;
-}
-
-/// What a ray meets that rises through primitive `column` of a row; no geometry for nothing.
-Hit shoot(QueryWorld& world, const GasObject& structure, uint column) {
-  GeometryRayPacket packet;
-  packet.resize(1);
-  packet.set_ray(0, {2.0 * column + 0.5, 0.5, -1}, {0, 0, 1});
-  structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
-  return {packet.get_nearest(0).geometry, packet.get_nearest(0).primitive};
+/// Whose primitive of the same number a ray meets that rises through `column` of a row; null: nobody's.
+const GeometryObject* shoot(QueryWorld& world, const GasObject& structure, uint column) {
+  const GeometryIntersection hit = shoot(world, structure, TestRay{{2.0 * column + 0.5, 0.5, -1}, {0, 0, 1}});
+  EXPECT_TRUE(hit.geometry == nullptr || hit.primitive == column);
+  return hit.geometry;
 }
 
 /// Three geometries with the same ten primitives, one above the other, in five groups that come in turn.
@@ -105,20 +78,18 @@ TEST(GasGeometryBase, bad_boxes_are_dropped_in_order_and_reported_once) {
       (bound < 3 ? box.min[bound] : box.max[bound - 3]) = std::array{nan, inf, -inf}[k / 42 % 4];
     }
   }
-  for (const uint threads : {1u, 3u}) {
-    QueryWorld world(8, threads);
-    const CtxEval& thread_ctx = world.ctx.create_thread_ctx(0);
-    for (const bool serial : {false, true}) {
-      for (const uint level : {1u, 2u}) {
-        LogCapture log(level);
-        Prepared structure;
-        ASSERT_TRUE(structure.create(serial ? thread_ctx : world.ctx, &geometry, &geometry, nullptr));
-        EXPECT_EQ(structure.get_primitives(), kept);
-        std::vector<std::string> expected;
-        if (!serial && level == 2)
-          expected.push_back("2: GasGeometry.create: 143/1000 bboxes have been removed because of invalid values!\n");
-        EXPECT_EQ(log.messages, expected);
-      }
+  QueryWorld world(8, 3);
+  const CtxEval& thread_ctx = world.ctx.create_thread_ctx(0);
+  for (const bool serial : {false, true}) {
+    for (const uint level : {1u, 2u}) {
+      LogCapture log(level);
+      Prepared structure;
+      ASSERT_TRUE(structure.create(serial ? thread_ctx : world.ctx, &geometry, &geometry, nullptr));
+      EXPECT_EQ(structure.get_primitives(), kept);
+      std::vector<std::string> expected;
+      if (!serial && level == 2)
+        expected.push_back("2: GasGeometry.create: 143/1000 bboxes have been removed because of invalid values!\n");
+      EXPECT_EQ(log.messages, expected);
     }
   }
 }
@@ -133,8 +104,7 @@ TEST(GasGeometryBase, boxes_are_rounded_to_the_nearest_float_after_the_test) {
   LogCapture log(2);
   ASSERT_TRUE(structure.init_primitives(world.ctx, &geometry, &geometry, nullptr, nullptr, {}, boxes, nullptr));
   EXPECT_EQ(structure.get_primitives(), (std::vector<uint>{0, 1, 3}));
-  EXPECT_EQ(boxes[0].min.x, 0.1f);
-  EXPECT_EQ(boxes[0].max.x, 0.1f);
+  EXPECT_EQ(boxes[0], GMathBbox3<float>({0.1f, 0.1f, 0.1f}, {0.1f, 0.1f, 0.1f}));
   EXPECT_EQ(boxes[1].max.x, std::numeric_limits<float>::infinity());
 }
 
@@ -148,20 +118,21 @@ TEST(GasGeometryBase, flags_say_who_supplies_a_group) {
     for (const uint bad : {2u, 8u}) g.extra.boxes[bad].min.x = nan;
     LogCapture log(2);
     Prepared structure;
-    ASSERT_TRUE(structure.create(serial ? world.ctx.create_thread_ctx(0) : world.ctx, &g.main, &g.main, &g.alt,
-                                 &g.extra, make_flags({0, 1, 2, 3, 0xFFFFFFFCu}), nullptr));
+    ASSERT_TRUE(structure.create_by_groups(serial ? world.ctx.create_thread_ctx(0) : world.ctx, g.main, &g.alt,
+                                           &g.extra, {0, 1, 2, 3, 0xFFFFFFFCu}));
     // Main: groups 0, 2, 4. Alt: groups 1, 3. Extra: groups 2, 3.
     EXPECT_EQ(structure.get_primitives(), (std::vector<uint>{5, 2, 7, 4, 6, 3, 8, 7, 3}));
-    const GeometryObject *a = &g.main, *b = &g.alt, *c = &g.extra;
-    EXPECT_EQ(structure.get_owners(), (std::vector<const GeometryObject*>{a, a, a, a, b, b, b, c, c}));
+    const GeometryObject *a = &g.main, *b = &g.alt, *c = &g.extra, *none = nullptr;
+    EXPECT_EQ(structure.get_owners(), (Owners{a, a, a, a, b, b, b, c, c}));
     EXPECT_EQ(log.messages.size(), serial ? 0u : 1u);
     // Rays from below meet main before alt before extra.
-    const GeometryObject* const owners[10] = {nullptr, nullptr, a, b, a, a, b, a, b, nullptr};
-    for (uint k = 0; k < 10; ++k) {
-      const Hit hit = shoot(world, structure, k);
-      EXPECT_EQ(hit.first, owners[k]) << k;
-      EXPECT_TRUE(hit.first == nullptr || hit.second == k) << k;
-    }
+    const Owners owners = {none, none, a, b, a, a, b, a, b, none};
+    for (uint k = 0; k < 10; ++k) EXPECT_EQ(shoot(world, structure, k), owners[k]) << k;
+    GeometryFrustumCtx all;
+    all.mode = static_cast<uint>(GeometryFrustumMode::all);
+    all.shading = &world.shading;
+    structure.frustum_hit(world.ctx, world.shader, all);
+    EXPECT_EQ(all.result.total, 5 * 2 + 2 * 2) << "a group that two geometries supply counts twice";
   }
 }
 
@@ -171,19 +142,16 @@ TEST(GasGeometryBase, flags_of_the_wrong_size_change_nothing) {
   FakeGeometry small(5);
   small.add_row(1);
   Prepared structure;
-  const auto try_flags = [&](const std::vector<uint>& flags) {
-    return structure.create(world.ctx, &small, &small, &g.alt, nullptr, make_flags(flags), nullptr);
-  };
-  EXPECT_FALSE(try_flags({}));
-  EXPECT_EQ(shoot(world, structure, 0).first, nullptr);
+  EXPECT_FALSE(structure.create_by_groups(world.ctx, small, &g.alt, nullptr, {}));
+  EXPECT_EQ(shoot(world, structure, 0), nullptr);
   ASSERT_TRUE(structure.create(world.ctx, &g.main, &g.main, nullptr));
-  for (const std::vector<uint>& wrong : {std::vector<uint>{}, {0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}}) {
-    EXPECT_FALSE(try_flags(wrong));
-    EXPECT_EQ(shoot(world, structure, 9), Hit(&g.main, 9));
+  for (const uint size : {0u, 4u, 6u}) {
+    EXPECT_FALSE(structure.create_by_groups(world.ctx, small, &g.alt, nullptr, std::vector<uint>(size)));
+    EXPECT_EQ(shoot(world, structure, 9), &g.main);
   }
   // Without a third or fourth geometry nobody looks at the flags.
-  EXPECT_TRUE(structure.create(world.ctx, &small, &small, nullptr, nullptr, make_flags({1, 2}), nullptr));
-  EXPECT_EQ(shoot(world, structure, 0).first, &small);
+  EXPECT_TRUE(structure.create_by_groups(world.ctx, small, nullptr, nullptr, {1, 2}));
+  EXPECT_EQ(shoot(world, structure, 0), &small);
 }
 
 TEST(GasGeometryBase, groups_that_do_not_exist) {
@@ -195,9 +163,9 @@ TEST(GasGeometryBase, groups_that_do_not_exist) {
   ASSERT_TRUE(structure.create(world.ctx, &g.main, &g.main, nullptr));
   EXPECT_EQ(structure.get_kept_count(), 10u);
   // The table of the query decides: group 5 is in it, the other is not.
-  EXPECT_EQ(shoot(world, structure, 3).first, &g.main);
-  EXPECT_EQ(shoot(world, structure, 4).first, nullptr);
-  ASSERT_TRUE(structure.create(world.ctx, &g.main, &g.main, &g.alt, nullptr, make_flags({0, 0, 0, 0, 0}), nullptr));
+  EXPECT_EQ(shoot(world, structure, 3), &g.main);
+  EXPECT_EQ(shoot(world, structure, 4), nullptr);
+  ASSERT_TRUE(structure.create_by_groups(world.ctx, g.main, &g.alt, nullptr, {0, 0, 0, 0, 0}));
   EXPECT_EQ(structure.get_primitives(), (std::vector<uint>{0, 5, 1, 6, 2, 7, 8, 9}));
 
   // The same where there is one group, so that a leaf could do without asking.
@@ -205,8 +173,8 @@ TEST(GasGeometryBase, groups_that_do_not_exist) {
   one.add_row(2);
   one.groups = {0, 1000};
   ASSERT_TRUE(structure.create(world.ctx, &one, &one, nullptr));
-  EXPECT_EQ(shoot(world, structure, 0).first, &one);
-  EXPECT_EQ(shoot(world, structure, 1).first, nullptr);
+  EXPECT_EQ(shoot(world, structure, 0), &one);
+  EXPECT_EQ(shoot(world, structure, 1), nullptr);
 }
 
 TEST(GasGeometryBase, only_the_identity_order_does_without_its_index_array) {
@@ -216,23 +184,21 @@ TEST(GasGeometryBase, only_the_identity_order_does_without_its_index_array) {
   main.add_row(6);
   alt.add_row(6);
   Prepared structure;
-  const auto expect_all_found = [&](const GeometryObject& owner, u64 size) {
-    for (uint k = 0; k < 6; ++k) EXPECT_EQ(shoot(world, structure, k), Hit(&owner, k));
-    EXPECT_EQ(structure.get_memory_size(), size);
-  };
-  const auto create_by_groups = [&](const std::vector<uint>& groups, const std::vector<uint>& flags) {
-    main.groups = alt.groups = groups;
-    ASSERT_TRUE(structure.create(world.ctx, &main, &main, &alt, nullptr, make_flags(flags), nullptr));
-  };
   ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
-  const u64 without = structure.get_memory_size(), with = without + 6 * sizeof(uint);
-  expect_all_found(main, without);
-  create_by_groups({1, 0, 1, 0, 1, 0}, {0, 0});  // all of one geometry, but in the order of the groups
-  expect_all_found(main, with);
-  create_by_groups({0, 0, 0, 1, 1, 1}, {0, 0});
-  expect_all_found(main, without);
-  create_by_groups({0, 0, 0, 1, 1, 1}, {1, 1});
-  expect_all_found(alt, with);
+  const u64 without = structure.get_memory_size();
+  const struct {
+    std::vector<uint> groups, flags;
+    const GeometryObject* owner;
+    bool has_indices;
+  } rows[] = {{{1, 0, 1, 0, 1, 0}, {0, 0}, &main, true},  // all of one geometry, but in the order of the groups
+              {{0, 0, 0, 1, 1, 1}, {0, 0}, &main, false},
+              {{0, 0, 0, 1, 1, 1}, {1, 1}, &alt, true}};
+  for (const auto& row : rows) {
+    main.groups = alt.groups = row.groups;
+    ASSERT_TRUE(structure.create_by_groups(world.ctx, main, &alt, nullptr, row.flags));
+    for (uint k = 0; k < 6; ++k) EXPECT_EQ(shoot(world, structure, k), row.owner);
+    EXPECT_EQ(structure.get_memory_size(), without + (row.has_indices ? 6 * sizeof(uint) : 0));
+  }
   // The last one dropped: what is left is in its own order, but counts differ.
   main.boxes[5].min.x = nan;
   ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
@@ -243,7 +209,7 @@ TEST(GasGeometryBase, only_the_identity_order_does_without_its_index_array) {
   EXPECT_EQ(structure.get_memory_size() + 5 * sizeof(uint), one_dropped);
   for (Box& box : main.boxes) box.min.x = nan;
   ASSERT_TRUE(structure.create(world.ctx, &main, &main, nullptr));
-  EXPECT_EQ(shoot(world, structure, 0).first, nullptr);
+  EXPECT_EQ(shoot(world, structure, 0), nullptr);
   EXPECT_EQ(structure.get_bbox(), Box(GMathBbox3<float>()));
 }
 
@@ -266,8 +232,7 @@ TEST(GasGeometryBase, motion_is_what_the_suppliers_of_the_groups_say) {
         expected |= geometries[of_group[group] & 1].group_moves[group] != 0;
         expected |= (of_group[group] & 2) != 0 && extra.group_moves[group] != 0;
       }
-      ASSERT_TRUE(
-          structure.create(world.ctx, &main, &main, &alt, &extra, make_flags({of_group[0], of_group[1]}), nullptr));
+      ASSERT_TRUE(structure.create_by_groups(world.ctx, main, &alt, &extra, {of_group[0], of_group[1]}));
       EXPECT_EQ(structure.get_has_motion(), expected) << moving << " " << flags;
       EXPECT_EQ(structure.callbacks.ray_hit_motion != structure.callbacks.ray_hit_static, expected);
     }

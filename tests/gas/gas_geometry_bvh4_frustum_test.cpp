@@ -1,13 +1,9 @@
 // Frustum queries of the mesh structure against every polygon in long double, in all modes.
-#include <gtest/gtest.h>
-
-#include "gas/gas_geometry_bvh4.h"
+#include "support/built_mesh.h"
 #include "support/mesh_oracle.h"
 #include "support/mesh_scenes.h"
-#include "support/query_world.h"
 #include "support/ray_sets.h"
 #include "support/test_scale.h"
-#include "vq_core/core_log.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
 namespace {
@@ -55,12 +51,8 @@ std::vector<GeometryPlane> make_planes(const GMathBbox3<double>& box, RandomValu
 }
 
 struct FrustumCheck {
-  FrustumCheck(QueryWorld& world, const PolyMeshData& data) : world(world), data(data), corners(get_all_corners(data)) {
-    CoreLogHandler::get_main().set_level(0);
-    CoreString error;
-    EXPECT_TRUE(mesh.create(PolyMeshData(data), error)) << error.get_data();
-    EXPECT_TRUE(structure.create(world.ctx, &mesh, &mesh, nullptr));
-    box = get_finite_box(data);
+  FrustumCheck(QueryWorld& world, const PolyMeshData& source)
+      : world(world), built(world, source), corners(get_all_corners(data)), box(get_finite_box(data)) {
     band =
         1e-5L * box.get_extent().get_length() + 0x1p-21L * std::max(get_size(Long3(box.min)), get_size(Long3(box.max)));
   }
@@ -75,7 +67,7 @@ struct FrustumCheck {
     }
     query.mode = mode;
     query.shading = &world.shading;
-    structure.frustum_hit(world.ctx, world.shader, query);
+    built.structure.frustum_hit(world.ctx, world.shader, query);
   }
 
   void check(const std::vector<GeometryPlane>& planes, uint ends) const {
@@ -102,7 +94,7 @@ struct FrustumCheck {
     EXPECT_GE(all.result.hit_count, inside);
     EXPECT_LE(all.result.hit_count, inside + close);
     if (close == 0) {
-      EXPECT_EQ(all.result.outside == 0, inside == structure.get_kept_count());
+      EXPECT_EQ(all.result.outside == 0, inside == built.structure.get_kept_count());
     }
     check_points(planes, ends);
   }
@@ -116,7 +108,7 @@ struct FrustumCheck {
     for (std::size_t k = 0; k < vertices.get_points().size(); ++k) {
       const GeometryFrustumVertex& vertex = vertices.get_points()[k];
       ASSERT_LT(vertex.index, data.positions.size());
-      EXPECT_EQ(vertex.geometry, &mesh);
+      EXPECT_EQ(vertex.geometry, &built.mesh);
       EXPECT_EQ(vertex.position, Vec(data.positions[vertex.index]));
       EXPECT_EQ(points.get_points()[k].position, vertex.position);
       ++found[vertex.index];
@@ -140,10 +132,9 @@ struct FrustumCheck {
   }
 
   QueryWorld& world;
-  PolyMeshData data;
+  const BuiltMesh built;
+  const PolyMeshData& data = built.data;
   std::vector<std::vector<Long3>> corners;
-  PolyMesh mesh;
-  GasGeometryBvh4 structure;
   GMathBbox3<double> box;
   long double band = 0;
 };
@@ -184,16 +175,14 @@ TEST(GasGeometryBvh4Frustum, reused_query_forgets_former_marks) {
   QueryWorld world;
   const FrustumCheck large(world, make_soup(200, 7)), small(world, make_soup(3, 8)), none(world, PolyMeshData());
   GeometryFrustumCtx query;
-  large.ask(query, 3, {}, 0);
-  EXPECT_EQ(query.get_points().size(), 600u);
-  query.get_points().clear();
-  small.ask(query, 3, {}, 0);
-  EXPECT_EQ(query.get_points().size(), 9u);
-  EXPECT_EQ(query.point_count, 9u);
-  query.get_points().clear();
-  none.ask(query, 3, {}, 0);
+  for (const auto& [check, count] : {std::pair(&large, 600u), {&small, 9u}, {&none, 0u}}) {
+    check->ask(query, 3, {}, 0);
+    EXPECT_EQ(query.get_points().size(), count);
+    EXPECT_EQ(query.point_count, count);
+    query.get_points().clear();
+  }
+  large.ask(query, 3, {{{5, 0, 0}, {1, 0, 0}}}, 0);  // marks of another query are gone
   EXPECT_TRUE(query.get_points().empty());
-  EXPECT_EQ(query.point_count, 0u);
 }
 
 }  // namespace
