@@ -282,7 +282,7 @@ void MillsScene::add_boats() {
 
 void MillsScene::add_balloons() {
   const uint balloon = add_shape(make_mills_balloon());
-  const struct { double across, near, height, size; } places[] = {{5.9, -0.6, 4.0, 0.85}, {1.6, -6.0, 5.2, 0.6}};
+  const struct { double across, near, height, size; } places[] = {{6.9, -1.2, 4.2, 0.85}, {1.6, -6.0, 5.2, 0.6}};
   for (const auto& place : places)
     add("balloon", balloon, make_keys(16, [&](double t) {
           const Point at = MillsLand::get_across() * (place.across + 0.25 * t) + MillsLand::get_near() * place.near +

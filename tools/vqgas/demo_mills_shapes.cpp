@@ -46,7 +46,7 @@ MeshSource make_mills_tower() {
 MeshSource make_mills_sail() {
   MeshBuilder builder;
   const uint wood = builder.add_group("sail wood", color_from_srgb(0x8b6248));
-  const uint cloth = builder.add_group("sail cloth", color_from_srgb(0xf6f0e4));
+  const uint cloth = builder.add_group("sail cloth", color_from_srgb(0xdfae84));
   add_box(builder, {-0.035, 0.0, -0.03}, {0.07, 1.86, 0.06}, wood);
   for (const double x : {0.19, 0.4}) add_box(builder, {x, 0.36, -0.012}, {0.022, 1.5, 0.024}, wood);
   for (uint bar = 0; bar <= 10; ++bar) add_box(builder, {-0.1, 0.36 + 0.148 * bar, -0.01}, {0.52, 0.02, 0.02}, wood);

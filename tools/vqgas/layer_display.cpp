@@ -122,7 +122,7 @@ ScreenImage show_motion(const Picture& picture, const PictureLayer& layer) {
   }
   PictureLegend legend;
   legend.title = "pixels moved while the shutter is open";
-  legend.top = find_legend_top(lengths);
+  legend.top = std::fmax(0.1, find_legend_top(lengths));  // less is not seen
   legend.least_step = 0.0;
   legend.get_color = [](double place) { return get_motion_color(place, 0.0); };
   legend.get_vector_color = get_motion_color;
