@@ -32,7 +32,7 @@ void read_curve(AnimationCurve<T>& curve, const Key* keys, uint count, double fr
     const T value = convert(keys[k].mValue);
     if (std::isfinite(frame) && is_finite(value)) curve.keys.push_back({frame, value});
   }
-  curve.finish();
+  curve.sort();
 }
 
 AnimationVector blend(const AnimationCurve<AnimationVector>& curve, double frame) {
@@ -52,12 +52,8 @@ std::string cut_mesh_number(const std::string& name) {
 }  // namespace
 
 template <class T>
-void AnimationCurve<T>::finish() {
+void AnimationCurve<T>::sort() {
   std::stable_sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) { return a.frame < b.frame; });
-  // Unique keeps the first of equals; seen from behind, that is the last.
-  const auto first =
-      std::unique(keys.rbegin(), keys.rend(), [](const Key& a, const Key& b) { return a.frame == b.frame; }).base();
-  keys.erase(keys.begin(), first);
 }
 
 template <class T>
@@ -141,7 +137,7 @@ MorphMotion::MorphMotion(const aiMeshMorphAnim& channel, double frames_per_tick)
       weights_[target].keys.push_back({frame, key.mWeights[at]});
     }
   }
-  for (AnimationCurve<double>& curve : weights_) curve.finish();
+  for (AnimationCurve<double>& curve : weights_) curve.sort();
 }
 
 double MorphMotion::get_weight(uint target, double frame, double rest) const {

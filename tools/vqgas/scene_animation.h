@@ -13,7 +13,8 @@
 
 #include "vq_gmath/gmath_matrix.h"
 
-/// Keys sorted by time, each at a finite time of its own. Before the first and after the last the value stays.
+/// Keys in the order of their times, which are finite; where two have the same, the value jumps from one to the other.
+/// Before the first and after the last it stays.
 template <class T>
 struct AnimationCurve {
   struct Key {
@@ -22,8 +23,7 @@ struct AnimationCurve {
   };
   std::vector<Key> keys;
 
-  /// Sorts the keys; of those at the same time the last counts.
-  void finish();
+  void sort();
   /// The keys around `frame` and how far it is from the first to the second. Only with keys.
   double find(double frame, const Key*& before, const Key*& after) const;
 };

@@ -119,16 +119,19 @@ std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_wanted, co
   if (samples.size() < 2) return samples;
   std::vector<u8> carries(is_wanted);
   std::vector<double> file_frames;
+  std::size_t moving_count = 1;
   for (std::size_t k = nodes_.size(); k-- > 0;) {
     if (carries[k] == 0) continue;
+    if (is_wanted[k] != 0 && nodes_[k].is_moving) ++moving_count;
     if (nodes_[k].parent != core_invalid_index) carries[nodes_[k].parent] = 1;
     if (nodes_[k].motion) nodes_[k].motion->add_key_frames(file_frames);
   }
   sort_unique(file_frames);
   clip(file_frames, times);
 
+  const std::size_t most = std::clamp(most_keys / moving_count, std::size_t{2}, most_frames);
   std::vector<double> frames, bends;
-  for (std::size_t k = 0; k < file_frames.size() && frames.size() <= most_frames; ++k) {
+  for (std::size_t k = 0; k < file_frames.size() && frames.size() <= most; ++k) {
     frames.push_back(file_frames[k]);
     if (k + 1 == file_frames.size()) break;
     const uint parts = get_part_count(is_wanted, file_frames[k], file_frames[k + 1], bends);
@@ -138,10 +141,10 @@ std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_wanted, co
       if (frame + step > times.open && frame - step < times.close) frames.push_back(frame);
     }
   }
-  if (frames.size() > most_frames) {
+  if (frames.size() > most) {
     frames.clear();
-    for (std::size_t k = 0; k < most_frames; ++k)
-      frames.push_back(times.open + (times.close - times.open) * double(k) / double(most_frames - 1));
+    for (std::size_t k = 0; k < most; ++k)
+      frames.push_back(times.open + (times.close - times.open) * double(k) / double(most - 1));
   }
   frames.insert(frames.end(), samples.begin(), samples.end());
   sort_unique(frames);

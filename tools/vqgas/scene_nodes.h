@@ -36,11 +36,11 @@ class SceneNodes {
 
   /// The places of the wanted nodes: a single key for what does not move in these times, else keys where the file has
   /// them for the node or what it hangs from, at the samples of the shutter, and between where that turns or scales
-  /// much, for the host blends matrices entry by entry. No more than `most_frames` and those at the samples: beyond,
-  /// frames in even steps replace the file's.
+  /// much, for the host blends matrices entry by entry. Where that were more than `most_frames` for a node or
+  /// `most_keys` for all, frames in even steps replace the file's.
   std::vector<std::vector<ModuleMatrixKey>> compute_keys(const std::vector<u8>& is_wanted,
                                                          const SceneTimes& times) const;
-  static constexpr std::size_t most_frames = 1024;
+  static constexpr std::size_t most_frames = 1024, most_keys = std::size_t{1} << 20;
 
  private:
   std::vector<double> find_frames(const std::vector<u8>& is_wanted, const SceneTimes& times) const;
