@@ -235,7 +235,7 @@ TEST(TubeGeometry, frustums_see_the_solid_and_not_its_control_points) {
     EXPECT_EQ(query.result.hit_count, mode == 0 ? query.result.finished : mode == 1 ? 1 - query.result.outside : 0);
     return query.result.hit_count == 1;
   };
-  for (const double scale : {0.2, 1.0, 3.0}) {
+  for (const double scale : {0.2, 3.0}) {
     const Vec up(0, scale, 0), left(-scale, 0, 0);
     EXPECT_TRUE(ask(0, {{{0, 1.09, 0}, up}}));
     EXPECT_FALSE(ask(0, {{{0, 1.11, 0}, up}}));

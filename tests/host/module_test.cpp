@@ -113,11 +113,19 @@ TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_materia
   const Material former, replacing;
   GeometryOverride with_material{false, 0, &replacing, false}, without;
   world.shader.override_material = &former;
-  GeometryIntersectionPath path;
+  world.shader.motion_blur = &motion_blur;
   GeometryRaytraceCtx rays;
-  GeometryFrustumCtx frustum;
-  const auto expect_calls = [&](const ModuleSceneObject& asked, const std::string& doors,
+  object->ray_hit(world.ctx, world.shader, rays);
+  const ShadingGroupTable* own_table = rays.shading;
+  EXPECT_NE(own_table, &world.shading);
+  const auto expect_calls = [&](const ModuleSceneObject& asked, GeometryOverride* replaced, const std::string& doors,
                                 const ShadingGroupTable* table, const Material* material) {
+    GeometryIntersectionPath path;
+    path.add({0, nullptr, &with_material});  // only the innermost counts
+    path.add({1, nullptr, replaced});
+    GeometryFrustumCtx frustum;
+    rays.path = frustum.path = &path;
+    rays.shading = frustum.shading = &world.shading;
     structure->calls.clear();
     asked.ray_hit(world.ctx, world.shader, rays);
     asked.ray_hit_nearest(world.ctx, world.shader, rays);
@@ -127,22 +135,12 @@ TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_materia
       EXPECT_EQ(structure->calls[k], std::tuple(doors[k], table, material)) << doors[k];
     EXPECT_EQ(world.shader.override_material, &former);
   };
-  rays.shading = frustum.shading = &world.shading;
-  expect_calls(*unhittable, "", nullptr, nullptr);
-  expect_calls(combiner, "snf", &world.shading, &former);
-  rays.path = frustum.path = &path;
-  object->ray_hit(world.ctx, world.shader, rays);
-  const ShadingGroupTable* table = rays.shading;
-  EXPECT_NE(table, &world.shading);
-  path.add({0, nullptr, &with_material});
-  expect_calls(*object, "snf", table, &replacing);
-  path.add({1, nullptr, nullptr});
-  expect_calls(*object, "snf", table, &former);
-  world.shader.motion_blur = &motion_blur;
-  path.add({2, nullptr, &without});
-  expect_calls(*object, "snf", table, &former);  // a still query in spite of it
+  expect_calls(*unhittable, nullptr, "", nullptr, nullptr);
+  expect_calls(combiner, nullptr, "snf", &world.shading, &former);
+  expect_calls(*object, &with_material, "snf", own_table, &replacing);
+  expect_calls(*object, &without, "snf", own_table, &former);  // a still query in spite of the shader's motion blur
   rays.span_stamp = motion_blur.get_stamp();
-  expect_calls(*object, "mof", table, &former);
+  expect_calls(*object, nullptr, "mof", own_table, &former);
 }
 
 TEST(SceneObject, whole_functions_give_one_cluster_around_everything) {

@@ -51,11 +51,9 @@ TEST(ResourceData, threads_report_while_another_collects) {
     threads.emplace_back([&] {
       for (int i = 0; i < 300; ++i) resources[i % 3].grow(1);
     });
-  uint collected = 0;
-  for (int i = 0; i < 100; ++i) collected += ResourceData::collect_memory_reports().get_count();
+  for (int i = 0; i < 100; ++i) ResourceData::collect_memory_reports();
   for (std::thread& thread : threads) thread.join();
-  collected += ResourceData::collect_memory_reports().get_count();
-  EXPECT_GE(collected, 3u);
+  ResourceData::collect_memory_reports();
   for (const Locked& resource : resources) EXPECT_EQ(resource.get_memory_advert_count(), 300u);
 }
 

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,8 +28,7 @@ const std::map<std::string, ScanFile>& get_sources() {
     std::map<std::string, ScanFile> read;
     for (const std::string& path : get_paths()) {
       if (!is_cpp(path)) continue;
-      const std::string code = code_only(read_file(root / path));
-      read[path] = {path, code, find_includes(code)};
+      read[path] = scan_file(path, read_file(root / path));
     }
     return read;
   }();
@@ -85,8 +83,7 @@ TEST(Layering, includes_obey_the_table) {
         ADD_FAILURE() << at(file, include) << " names no file of the tree";
         continue;
       }
-      const std::optional<std::string> fault = find_layer_fault(path, target);
-      EXPECT_FALSE(fault.has_value()) << at(file, include) << ": " << fault.value_or("");
+      EXPECT_EQ(find_layer_fault(path, target), "") << at(file, include);
       if (is_structure_header(path) && is_structure_header(target)) {
         EXPECT_TRUE(is_base_or_helper(file.code, get_sources().at(target).code))
             << at(file, include) << ": a structure's header includes a sibling only as its base";
@@ -127,13 +124,14 @@ TEST(Layering, link_lists_say_what_the_includes_say) {
   }
 }
 
+// Its headers have no ending and no folder. vq_core asks the system for large pages.
 TEST(Layering, host_and_library_stand_on_the_standard_library) {
   for (const auto& [path, file] : get_sources()) {
     if (!is_library_path(path)) continue;
     for (const ScanInclude& include : file.includes) {
-      if (include.quoted) continue;
-      EXPECT_TRUE(is_standard_header(include.name) || is_intrinsics_header(include.name) ||
-                  is_system_header_of(path, include.name))
+      const bool is_standard = include.quoted || include.name.find_first_of("./") == std::string::npos;
+      const bool is_for_pages = path.starts_with("host/vq_core/") && include.name == "sys/mman.h";
+      EXPECT_TRUE(is_standard || is_for_pages || is_intrinsics_header(include.name))
           << at(file, include) << " is not of the standard library";
     }
   }
@@ -146,64 +144,47 @@ TEST(Layering, intrinsics_stay_in_vq_simd) {
   }
 }
 
+// Left out are binary files and the pages written for those who steer the development.
 TEST(Layering, no_file_speaks_of_things_outside_the_repository) {
   for (const std::string& path : get_paths()) {
     const std::string text = read_file(root / path);
-    if (may_speak_of_anything(path, text)) continue;
+    if (path.substr(path.rfind('/') + 1).starts_with("DEVELOPERS")) continue;
+    if (text.substr(0, 8192).find('\0') != std::string::npos) continue;
     for (const std::string& line : find_outside_words(text)) ADD_FAILURE() << path << ":" << line;
   }
 }
 
 TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {
-  struct Case {
-    const char* from;
-    const char* to;
-    bool allowed;
-  };
-  for (const Case& check : std::vector<Case>{
-           {"host/vq_ctx/a.cpp", "host/vq_sys/b.h", true},
-           {"host/vq_sys/a.cpp", "host/vq_ctx/b.h", false},
-           {"host/vq_unheard_of/a.cpp", "host/vq_core/b.h", false},
-           {"host/vq_module/a.cpp", "gas/a.h", false},
-           {"gas/frame/a.h", "gas/bvh/bvh_layout.h", false},
-           {"gas/bvh/bvh_kernel_impl.h", "gas/bvh/bvh_layout.h", true},
-           {"gas/bvh/bvh_layout.h", "gas/bvh/gas_bvh.h", false},
-           {"gas/bvh/gas_bvh.h", "gas/bvh/gas_bvh_motion.h", false},
-           {"gas/bvh/bvh_builder.cpp", "gas/bvh/bvh_kernel.h", false},
-           {"gas/bvh/bvh_unheard_of.cpp", "gas/bvh/bvh_layout.h", false},
-           {"gas/bvh/bvh_kernel.cpp", "gas/gas_fur.h", false},
-           {"gas/gas_fur.cpp", "gas/bvh/bvh_kernel.h", true},
-           {"tools/vqgas/a.cpp", "tests/support/a.h", false},
-           {"tests/tools/a.cpp", "tools/vqgas/a.h", true},
-           {"examples/a.cpp", "gas/bvh/bvh_layout.h", false},
-       }) {
-    EXPECT_EQ(!find_layer_fault(check.from, check.to).has_value(), check.allowed) << check.from << " -> " << check.to;
-  }
+  const std::pair<const char*, const char*> allowed[] = {{"host/vq_ctx/a.cpp", "host/vq_sys/b.h"},
+                                                         {"gas/bvh/bvh_kernel_impl.h", "gas/bvh/bvh_layout.h"},
+                                                         {"gas/gas_fur.cpp", "gas/bvh/bvh_kernel.h"},
+                                                         {"tests/tools/a.cpp", "tools/vqgas/a.h"}};
+  const std::pair<const char*, const char*> forbidden[] = {{"host/vq_sys/a.cpp", "host/vq_ctx/b.h"},
+                                                           {"host/vq_unheard_of/a.cpp", "host/vq_core/b.h"},
+                                                           {"host/vq_module/a.cpp", "gas/a.h"},
+                                                           {"gas/frame/a.h", "gas/bvh/bvh_layout.h"},
+                                                           {"gas/bvh/bvh_layout.h", "gas/bvh/gas_bvh.h"},
+                                                           {"gas/bvh/gas_bvh.h", "gas/bvh/gas_bvh_motion.h"},
+                                                           {"gas/bvh/bvh_builder.cpp", "gas/bvh/bvh_kernel.h"},
+                                                           {"gas/bvh/bvh_unheard_of.cpp", "gas/bvh/bvh_layout.h"},
+                                                           {"gas/bvh/bvh_kernel.cpp", "gas/gas_fur.h"},
+                                                           {"tools/vqgas/a.cpp", "tests/support/a.h"},
+                                                           {"examples/a.cpp", "gas/bvh/bvh_layout.h"}};
+  for (const auto& [from, to] : allowed) EXPECT_EQ(find_layer_fault(from, to), "") << from << " -> " << to;
+  for (const auto& [from, to] : forbidden) EXPECT_NE(find_layer_fault(from, to), "") << from << " -> " << to;
   EXPECT_TRUE(is_base_or_helper("class A : public B { };", "class B : public C { };"));
   EXPECT_TRUE(is_base_or_helper("class A : public D { };", "struct B { };"));
-  EXPECT_TRUE(is_base_or_helper("struct B::Data { B* b; };", "class B : public C { };"));
   EXPECT_FALSE(is_base_or_helper("class A : public D { };", "class B : public C { };"));
 }
 
-TEST(LayeringSelfCheck, reads_headers_intrinsics_and_link_lists) {
-  EXPECT_TRUE(is_standard_header("vector") && is_standard_header("cstdint"));
-  EXPECT_FALSE(is_standard_header("vector.h") || is_standard_header("png.h") || is_standard_header("unistd.h"));
-  EXPECT_TRUE(is_system_header_of("host/vq_core/a.cpp", "sys/mman.h"));
-  EXPECT_FALSE(is_system_header_of("gas/a.cpp", "sys/mman.h"));
-  const auto find_in = [](const std::string& text) {
-    return find_intrinsic({"gas/a.cpp", code_only(text), find_includes(code_only(text))});
-  };
-  EXPECT_NE(find_in("#include <immintrin.h>\n"), "");
-  EXPECT_NE(find_in("auto x = _mm_set1_ps(1);"), "");
-  EXPECT_NE(find_in("__m128 x;"), "");
-  EXPECT_EQ(find_in("// _mm_set1_ps\nint comm_x;"), "");
+TEST(LayeringSelfCheck, reads_intrinsics_link_lists_and_outside_words) {
+  EXPECT_NE(find_intrinsic(scan_file("gas/a.cpp", "#include <immintrin.h>\n")), "");
+  EXPECT_NE(find_intrinsic(scan_file("gas/a.cpp", "__m128 x = _mm_set1_ps(1);")), "");
+  EXPECT_EQ(find_intrinsic(scan_file("gas/a.cpp", "// _mm_set1_ps\nint comm_x;")), "");
   const ScanTargets targets = find_targets(
       "vq_add_library(x SOURCES s.cpp\n LINK y # z\n w)\nadd_library(y INTERFACE)\n"
       "target_link_libraries(y INTERFACE v)\nvq_add_test(t SOURCES t.cpp $<TARGET_OBJECTS:o> LINK x)");
   EXPECT_EQ(get_link_closure(targets, "t"), (std::set<std::string>{"o", "x", "y", "w", "v"}));
-}
-
-TEST(LayeringSelfCheck, finds_outside_words) {
   // Put together here, so that this file holds none of them.
   const std::string text =
       "as th"
@@ -213,9 +194,6 @@ TEST(LayeringSelfCheck, finds_outside_words) {
   const std::vector<std::string> lines = find_outside_words(text);
   ASSERT_EQ(lines.size(), 3u);
   EXPECT_TRUE(lines[0].starts_with("1") && lines[1].starts_with("3") && lines[2].starts_with("5"));
-  EXPECT_TRUE(may_speak_of_anything("DEVELOPERS.md", "text"));
-  EXPECT_TRUE(may_speak_of_anything("a.png", std::string("\0\1", 2)));
-  EXPECT_FALSE(may_speak_of_anything("docs/architecture.md", "text"));
 }
 
 }  // namespace

@@ -84,12 +84,10 @@ TEST(GasMotionContainer, grows_and_shrinks_with_the_slots) {
     EXPECT_EQ(owner.living, 3) << "shutters that come and go leave nothing behind";
 
     container.make_stale();
-    EXPECT_EQ(first.stamp, 0u);
-    EXPECT_NE(first.words[0], 0u);
+    EXPECT_TRUE(first.stamp == 0 && first.words[0] != 0);
     refit(container, *a);
     container.invalidate();
-    EXPECT_EQ(first.stamp, 0u);
-    EXPECT_EQ(first.words[0], 0u);
+    EXPECT_TRUE(first.stamp == 0 && first.words[0] == 0);
   }
   EXPECT_EQ(owner.living, 0);
 }
