@@ -68,9 +68,11 @@ class Clustering {
   }
 
   void run() {
+    const uint former_count = out_.get_count();
     const bool expanded =
         tree_.root.get_kind() == BvhKind::aligned && max_depth_ > 0 && expand(tree_.root, tree_.box, 0);
-    if (!expanded) out_.add(nullptr);
+    if (!expanded) add(0);
+    if (!is_complete_) out_.resize(former_count);
   }
 
  private:
@@ -86,11 +88,12 @@ class Clustering {
     if (expanded == 0 && get_coverage(node, box) >= max_coverage) return false;
     for (uint lane = 0; lane < ref.get_count(); ++lane) {
       if (expanded >> lane & 1u) continue;
-      const u64 handle = BvhClusterHandle::make(ref.index, lane, expanded != 0);
-      out_.add(std::bit_cast<void*>(handle));
+      add(BvhClusterHandle::make(ref.index, lane, expanded != 0));
     }
     return true;
   }
+
+  void add(u64 handle) { is_complete_ = out_.add(std::bit_cast<void*>(handle)) && is_complete_; }
 
   bool is_worth_expanding(BvhChildRef child, const GMathBbox3<float>& box, uint depth) const {
     return child.get_kind() == BvhKind::aligned && depth < max_depth_ &&
@@ -109,6 +112,7 @@ class Clustering {
   const Measures root_;
   CoreVector<void*>& out_;
   uint max_depth_ = 0;
+  bool is_complete_ = true;  ///< there was memory for every handle
 };
 
 /// Weights of all subtrees, filled from the leaves up: a child's index is above its parent's of the same kind, but

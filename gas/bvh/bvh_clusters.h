@@ -12,7 +12,8 @@
 #include "vq_core/core_array.h"
 
 /// Appends handles that cover the tree: about `count` of them, never more than 4 to the power of floor(log4 count). An
-/// empty tree appends nothing; a tree that is not worth cutting, one null handle. Cost: O(handles).
+/// empty tree appends nothing, and so does one for whose handles there is no memory; a tree that is not worth cutting,
+/// one null handle. Cost: O(handles).
 void bvh_get_clusters(const GasBvh<4>& tree, uint count, CoreVector<void*>& clusters);
 
 /// One box per handle: the named lane's, or the whole tree's for a null handle. A handle that names no node of the tree
