@@ -2,12 +2,10 @@
 
 #include <new>
 
-#include "vq_ctx/ctx_shader.h"
-
 namespace {
 
 template <class T>
-bool grow(CoreAlignedArray<T>& array, uint count) {
+bool grow_array(CoreAlignedArray<T>& array, uint count) {
   if (array.get_count() >= count) return true;
   array = CoreAlignedArray<T>(count, 64);
   return bool(array);
@@ -23,18 +21,11 @@ void release_chain(GasNestedQueryCtx* first) {
 
 }  // namespace
 
-bool GasRayCtx::reserve(uint ray_count) { return grow(rays, ray_count) && grow(matrices, ray_count); }
+bool GasRayCtx::grow(uint ray_count) { return grow_array(rays, ray_count) && grow_array(matrices, ray_count); }
 
-bool GasRayCtx::reserve_second_matrices(uint ray_count) { return grow(matrices2, ray_count); }
+bool GasRayCtx::reserve_second_matrices(uint ray_count) { return grow_array(matrices2, ray_count); }
 
-GasNestedScope::GasNestedScope(CtxShader& shader) : shader_(shader), outer_(shader.nested_current) {
-  GasNestedQueryCtx*& slot = outer_ != nullptr ? outer_->next : shader.nested_first;
-  if (slot == nullptr) {
-    slot = new (std::nothrow) GasNestedQueryCtx;
-    shader.nested_release = release_chain;
-  }
-  record_ = slot;
-  if (record_ != nullptr) shader.nested_current = record_;
+void GasNestedScope::make_record(GasNestedQueryCtx*& slot) const {
+  slot = new (std::nothrow) GasNestedQueryCtx;
+  shader_.nested_release = release_chain;
 }
-
-GasNestedScope::~GasNestedScope() { shader_.nested_current = outer_; }

@@ -17,12 +17,11 @@
 // flags, hits) is shared. Arrays grow to the outer query's rays and stay.
 #pragma once
 #include "vq_core/core_memory.h"
+#include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
-
-class CtxShader;
 
 /// The ray side of a record.
 struct GasRayCtx {
@@ -34,8 +33,13 @@ struct GasRayCtx {
   CoreAlignedArray<GeometryRayMatrix> matrices2;  ///< the same at the end of each ray's motion span; only for vectors
 
   /// Room for `ray_count` rays. False when there is no memory.
-  bool reserve(uint ray_count);
+  bool reserve(uint ray_count) {
+    return (rays.get_count() >= ray_count && matrices.get_count() >= ray_count) || grow(ray_count);
+  }
   bool reserve_second_matrices(uint ray_count);
+
+ private:
+  bool grow(uint ray_count);
 };
 
 struct GasNestedQueryCtx {
@@ -46,11 +50,16 @@ struct GasNestedQueryCtx {
   GasNestedQueryCtx* next = nullptr;  ///< one deeper; null until needed
 };
 
-/// Makes the thread's next deeper record current for as long as it lives.
+/// Makes the thread's next deeper record current for as long as it lives. Inline, as every leaf takes one.
 class GasNestedScope {
  public:
-  explicit GasNestedScope(CtxShader& shader);
-  ~GasNestedScope();
+  explicit GasNestedScope(CtxShader& shader) : shader_(shader), outer_(shader.nested_current) {
+    GasNestedQueryCtx*& slot = outer_ != nullptr ? outer_->next : shader.nested_first;
+    if (slot == nullptr) make_record(slot);
+    record_ = slot;
+    if (record_ != nullptr) shader.nested_current = record_;
+  }
+  ~GasNestedScope() { shader_.nested_current = outer_; }
   GasNestedScope(const GasNestedScope&) = delete;
   GasNestedScope& operator=(const GasNestedScope&) = delete;
 
@@ -58,6 +67,8 @@ class GasNestedScope {
   GasNestedQueryCtx* get() const { return record_; }
 
  private:
+  void make_record(GasNestedQueryCtx*& slot) const;
+
   CtxShader& shader_;
   GasNestedQueryCtx* outer_;
   GasNestedQueryCtx* record_;

@@ -10,35 +10,30 @@ void GeometryIntersectionMap::note_path(const uint& ray, const GeometryIntersect
   records_[ray].path = hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
 }
 
-GeometryHitTransform* GeometryIntersectionMap::lift(uint ray) {
+GeometryHitTransform& GeometryIntersectionMap::begin_lift(uint ray) {
   GeometryIntersection& record = records_[ray];
-  // A hit that was found in another leaf is already in this level's space, or in that of a level above.
-  if (record.level != level_ + 1 || record.geometry == nullptr) return nullptr;
   record.level = level_;
   GeometryHitTransform& transform = hits_->get_transforms()[ray];
   if (record.transform == core_invalid_index) {
     record.transform = ray;
     transform = GeometryHitTransform();
   }
-  return &transform;
+  return transform;
 }
 
-void GeometryIntersectionMap::transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix,
-                                             const uint& /*depth*/) {
-  GeometryHitTransform* transform = lift(ray);
-  if (transform == nullptr) return;
-  transform->matrix = matrix * transform->matrix;
-  if (transform->has_vectors) transform->matrix2 = matrix * transform->matrix2;
+void GeometryIntersectionMap::lift(uint ray, const GMathMatrix4x4<double>& matrix) {
+  GeometryHitTransform& transform = begin_lift(ray);
+  transform.matrix = matrix * transform.matrix;
+  if (transform.has_vectors) transform.matrix2 = matrix * transform.matrix2;
 }
 
-void GeometryIntersectionMap::transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix,
-                                             const GMathMatrix4x4<double>& matrix2, const uint& /*depth*/) {
-  GeometryHitTransform* transform = lift(ray);
-  if (transform == nullptr) return;
+void GeometryIntersectionMap::lift(uint ray, const GMathMatrix4x4<double>& matrix,
+                                   const GMathMatrix4x4<double>& matrix2) {
+  GeometryHitTransform& transform = begin_lift(ray);
   // What did not move inside is at the end of the span where it is now.
-  transform->matrix2 = matrix2 * (transform->has_vectors ? transform->matrix2 : transform->matrix);
-  transform->has_vectors = true;
-  transform->matrix = matrix * transform->matrix;
+  transform.matrix2 = matrix2 * (transform.has_vectors ? transform.matrix2 : transform.matrix);
+  transform.has_vectors = true;
+  transform.matrix = matrix * transform.matrix;
 }
 
 void GeometryHitList::append(uint ray, const GeometryIntersection& hit, const GMathMatrix4x4<double>& matrix) {

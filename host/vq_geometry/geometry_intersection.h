@@ -94,14 +94,23 @@ class GeometryIntersectionMap {
 
   /// Lifts the hit of ray `ray` into this level's space, if it was found one level deeper; else nothing. The distance
   /// is the same in all spaces. `depth` labels the level that is left; the record's own level decides.
-  void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const uint& depth);
+  void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const uint& /*depth*/) {
+    if (is_one_deeper(ray)) lift(ray, matrix);
+  }
   /// The same with the matrix at the end of the ray's motion span, for motion vectors.
   void transform_path(const uint& ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2,
-                      const uint& depth);
+                      const uint& /*depth*/) {
+    if (is_one_deeper(ray)) lift(ray, matrix, matrix2);
+  }
 
  private:
-  /// The transform to be grown when the ray's hit comes from one level deeper; null when it does not.
-  GeometryHitTransform* lift(uint ray);
+  /// Most leaves leave the ray without a hit of theirs. A hit that was found in another leaf is already in this level's
+  /// space, or in that of a level above.
+  bool is_one_deeper(uint ray) const { return records_[ray].level == level_ + 1 && records_[ray].geometry != nullptr; }
+  void lift(uint ray, const GMathMatrix4x4<double>& matrix);
+  void lift(uint ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2);
+  /// The transform to be grown of a hit that comes from one level deeper, and from now on from this one.
+  GeometryHitTransform& begin_lift(uint ray);
 
   GeometryNearestHits* hits_ = nullptr;
   GeometryIntersection* records_ = nullptr;

@@ -26,7 +26,7 @@ bool GeometryIntersectionPath::reserve(uint capacity) {
   return true;
 }
 
-bool GeometryIntersectionPath::add(const GeometryIntersectionPathElement& element) {
+bool GeometryIntersectionPath::grow_and_add(const GeometryIntersectionPathElement& element) {
   const GeometryIntersectionPathElement added = element;  // it may be one of this path's own
   if (!reserve(count_ + 1)) return false;
   elements_[count_++] = added;

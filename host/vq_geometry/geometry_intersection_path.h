@@ -49,7 +49,11 @@ class GeometryIntersectionPath {
 
   /// Appends an element. False, with the path as it was, when there is no memory. Allocates only when the path gets
   /// longer than it ever was.
-  bool add(const GeometryIntersectionPathElement& element);
+  bool add(const GeometryIntersectionPathElement& element) {
+    if (count_ == capacity_) return grow_and_add(element);
+    elements_[count_++] = element;
+    return true;
+  }
   /// Becomes a copy of `parent`. False, with an empty path, when there is no memory.
   bool copy_from(const GeometryIntersectionPath& parent);
   /// Takes the innermost element off. The path must not be empty.
@@ -59,6 +63,7 @@ class GeometryIntersectionPath {
 
  private:
   bool reserve(uint capacity);
+  bool grow_and_add(const GeometryIntersectionPathElement& element);
 
   GeometryIntersectionPathElement* elements_ = inline_elements_;
   uint count_ = 0;
