@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t stack_bytes = std::size_t{1} << 30;
+constexpr std::size_t stack_bytes = std::size_t{56} << 20;  // sanitizers mistrust more than 64 MiB
 constexpr std::array<int, 4> breakdowns = {SIGSEGV, SIGBUS, SIGFPE, SIGABRT};
 
 const std::string* last_line = nullptr;  // what the handler writes
