@@ -180,29 +180,6 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   EXPECT_EQ(refits, 13u);
 }
 
-TEST(GasSceneTreeMotion, still_queries_see_everything_at_rest) {
-  TurningScene turning(1);
-  const CtxMotionBlur blur(0.0, 1.0, 2);
-  const std::vector<TestRay> rays = make_rays(turning.shape->data, 300, 5);
-  GeometryRayPacket packet, expected;
-  for (GeometryRayPacket* asked : {&packet, &expected}) {
-    asked->resize(300);
-    for (uint k = 0; k < 300; ++k) asked->set_ray(k, rays[k].origin, rays[k].direction, 0, DBL_MAX, 0.5);
-  }
-  QueryWorld& world = turning.world;
-  turning.scene->ray_hit_nearest_static(world.ctx, world.shader, expected.begin_nearest(world.shading));
-  world.shader.motion_blur = &blur;
-  world.ctx.set_motion_blur(&blur);
-  for (const bool asks_motion : {false, true}) {
-    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-    if (asks_motion) query.spans = nullptr;  // there is no place for the rays' times
-    const auto ask = asks_motion ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_nearest_static;
-    ((*turning.scene).*ask)(world.ctx, world.shader, query);
-    for (uint k = 0; k < 300; ++k)
-      EXPECT_EQ(packet.get_nearest(k).distance, expected.get_nearest(k).distance) << asks_motion;
-  }
-}
-
 TEST(GasSceneTreeMotion, boxes_are_those_of_the_clusters_at_the_samples_and_blended_between) {
   TurningScene turning(5);
   QueryWorld& world = turning.world;

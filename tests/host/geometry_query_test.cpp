@@ -31,14 +31,13 @@ void expect_near(const Vec& a, const Vec& b) {
   for (uint axis = 0; axis < 3; ++axis) EXPECT_NEAR(a[axis], b[axis], 1e-9);
 }
 
-/// Planes z = 1, 2 and 3, listed from behind, with UV equal to x and y, each a shading group of its own.
+/// Planes z = 1, 2 and 3, listed from behind.
 void create_sheets(PolyMesh& mesh) {
-  PolyMeshData data = make_polygons(
-      {{-9, -9, 3}, {9, -9, 3}, {0, 9, 3}, {-9, -9, 2}, {9, -9, 2}, {0, 9, 2}, {-9, -9, 1}, {9, -9, 1}, {0, 9, 1}}, 3);
-  data.group_names = {"a", "b", "c"};
-  data.polygon_groups = {2, 1, 0};
-  data.uv_maps = {{CoreString("map"), data.positions, data.polygon_vertices}};
-  create(mesh, std::move(data));
+  create(
+      mesh,
+      make_polygons(
+          {{-9, -9, 3}, {9, -9, 3}, {0, 9, 3}, {-9, -9, 2}, {9, -9, 2}, {0, 9, 2}, {-9, -9, 1}, {9, -9, 1}, {0, 9, 1}},
+          3));
 }
 
 bool note_call(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, GeometryIntersection&,
@@ -64,24 +63,6 @@ TEST(RaytraceFilter, runs_last_pushed_first_and_no_more_than_fit) {
   test_primitives(world, mesh, query);
   EXPECT_EQ(calls, (std::vector<double>{6, 5, 4, 3, 2, 1, 0}));  // once: the other sheets are outside the interval
   EXPECT_EQ(packet.get_hits().get_hits().size(), 1u);
-}
-
-TEST(RaytraceFilter, clip_map_cuts_away_where_it_is_clear_and_the_ray_goes_on) {
-  QueryWorld world;
-  PolyMesh mesh;
-  create_sheets(mesh);
-  const ClipMap clip_map(2, 1, {0, 255});  // clear for u in [0, 0.5), opaque in [0.5, 1), repeated
-  world.links[0].clip_map = &clip_map;
-  GeometryRayPacket packet;
-  packet.resize(2);
-  packet.set_ray(0, {0.25, 0, 0}, {0, 0, 1});
-  packet.set_ray(1, {0.75, 0, 0}, {0, 0, 1});
-  GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-  query.push_filter({CtxHelpers::filter_clip_map_callback, 0.0, 0.0, 1, nullptr});
-  test_primitives(world, mesh, query);
-  EXPECT_EQ(packet.get_nearest(0).distance, 2.0);  // stopped by the second sheet, which has no map
-  EXPECT_EQ(packet.get_nearest(0).shading_group, 1u);
-  EXPECT_EQ(packet.get_nearest(1).distance, 1.0);
 }
 
 TEST(IntersectionMap, lifts_only_hits_from_one_level_deeper) {
