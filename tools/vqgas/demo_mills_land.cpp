@@ -76,9 +76,7 @@ MeshSource make_mills_land() {
     const GMathVec2<double> plane = get_plane(u, v);
     return choose_ground(ground, plane.x, plane.y);
   };
-  add_sheet(
-      builder, 300, 300, [&](double u, double v) { return place(u, 1.0 - v); },
-      [&](double u, double v) { return choose(u, 1.0 - v); });
+  add_sheet(builder, 300, 300, place, choose);
   const auto place_rim = [](double u, double v) {
     const double angle = 2.0 * pi * u, away = MillsLand::radius - 0.35 * std::pow(1.0 - v, 2.0);
     const double across = std::cos(angle), near = -std::sin(angle);

@@ -44,8 +44,8 @@ MeshSource make_mills_pinwheel(uint color) {
   for (uint blade = 0; blade < blades; ++blade) {
     const double begin = full_turn * blade / blades;
     const auto place = [&](double u, double v) {
-      const double away = 0.03 + 0.25 * v, angle = begin + u * (1.0 - 0.3 * v * v);
-      return Point(away * std::cos(angle), away * std::sin(angle), 0.11 * v * u * (1.4 - 0.6 * u));
+      const double away = 0.03 + 0.25 * u, angle = begin + v * (1.0 - 0.3 * u * u);
+      return Point(away * std::cos(angle), away * std::sin(angle), 0.11 * u * v * (1.4 - 0.6 * v));
     };
     add_sheet(builder, 5, 5, place, [&](double, double) { return groups[blade % 2]; });
   }

@@ -144,7 +144,7 @@ MeshSource make_mills_hull() {
   add_sheet(builder, 24, 12, place, [&](double, double) { return hull; });
   const auto place_deck = [](double u, double v) {
     const double along = 2.0 * v - 1.0;
-    return Point(get_hull_width(along) * (2.0 * u - 1.0), 0.05 + 0.03 * along * along, 0.4 * along);
+    return Point(get_hull_width(along) * (1.0 - 2.0 * u), 0.05 + 0.03 * along * along, 0.4 * along);
   };
   add_sheet(builder, 4, 24, place_deck, [&](double, double) { return deck; });
   add_lathe(builder, {{0, 0, 0.05}}, {{0.014, 0.0}, {0.008, 1.0}, {0, 1.01}}, 8, deck);
