@@ -163,6 +163,14 @@ TEST(VqgasSceneImport, nodes_stand_at_the_product_of_their_matrices_and_share_me
   EXPECT_EQ(hits[2]["primitive"], 4);  // two polygons are shared, and two come before it in its own mesh
 }
 
+TEST(VqgasSceneImport, formats_without_nodes_are_one_object) {
+  const TestFolder folder;
+  folder.write("two.obj", "o a\nv 5 0 0\nv 6 0 0\nv 6 1 0\nf 1 2 3\no b\nv -1 -1 0\nv 1 -1 0\nv 1 1 0\nf 4 5 6\n");
+  const Json hit = aim(folder, "two.obj", {{lower_right, 0}})[0];
+  expect_there(hit, "two.obj");
+  EXPECT_EQ(hit["primitive"], 1);
+}
+
 TEST(VqgasSceneImport, nodes_move_over_the_frames_with_what_hangs_from_them) {
   GltfFile file = make_squares();
   file.json["nodes"] = {{{"name", "base"}, {"translation", {1, 0, 0}}, {"scale", {1, 2, 1}}, {"children", {1}}},
@@ -171,6 +179,13 @@ TEST(VqgasSceneImport, nodes_move_over_the_frames_with_what_hangs_from_them) {
   file.json["scenes"][0]["nodes"] = {0};
   file.animate(0, "rotation", {0.1, 1.1}, "VEC4", {0, 0, 0, 1, 0, 0, 1, 0});  // half a turn in a second
   file.animate(1, "translation", {0.35, 0.6, 1.1}, "VEC3", {4, 0, 0, 4, 0, 0, 4, 0, 8});
+  // An animation each; they are played together. A third one that also moves the arm is not.
+  Json& animations = file.json["animations"];
+  animations = {animations[0], animations[0], animations[0]};
+  animations[0]["channels"].erase(1);
+  animations[1]["channels"].erase(0);
+  animations[2]["channels"] = {{{"sampler", 0}, {"target", {{"node", 1}, {"path", "rotation"}}}},
+                               {{"sampler", 0}, {"target", {{"node", 2}, {"path", "rotation"}}}}};
   const TestFolder folder;
   file.write(folder, "turn.gltf");
   std::vector<std::pair<Triangle, double>> arms, hands;
