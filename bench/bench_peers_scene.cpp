@@ -15,9 +15,8 @@ PeerScene::PeerScene(BenchObjects objects) : objects_(std::move(objects)) {
 PeerReport PeerScene::describe() const {
   PeerReport report;
   report.kind = "scene";
-  report.name = objects_.name;
-  report.primitives = "triangles in " + std::to_string(objects_.objects.size()) + " objects of " +
-                      std::to_string(objects_.meshes.size()) + " meshes";
+  report.name = objects_.name + " of " + std::to_string(objects_.meshes.size()) + " meshes";
+  report.primitives = "triangles";
   report.primitive_count = objects_.get_triangle_count();
   report.scale = PeerScale::whole;
   return report;
