@@ -55,8 +55,8 @@ GMathBbox3<float> bring_into_bounds(GMathBbox3<float> box) {
 }
 
 /// Of the eight transformed corners. A corner is a sum of products, and a rounded sum grows with its terms: so the
-/// least corner is, in every bit, the sum of the lesser products, and a box of two sums an axis needs a sixth of the
-/// time of eight corners. A sum that is not finite says nothing.
+/// least corner is, in every bit but for the signs of zeros, the sum of the lesser products. A sum that is not finite
+/// says nothing.
 GMathBbox3<double> get_corner_extremes(const GMathBbox3<float>& box, const GMathMatrix4x4<double>& matrix) {
   GMathBbox3<double> extremes;
   for (uint row = 0; row < 3; ++row) {
