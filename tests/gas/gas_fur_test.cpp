@@ -113,6 +113,8 @@ TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
     check.check(*structure);
     timed.check(*structure);
     EXPECT_EQ(find_tree_difference(structure->get_tree(), copy.get_tree()), "");
+    world.ctx.set_motion_blur(&blur);
+    EXPECT_NE(structure->get_bbox_at(world.ctx, 1.0), structure->get_bbox());
     GeometryFrustumCtx all;
     all.mode = static_cast<uint>(GeometryFrustumMode::all);
     all.shading = &world.shading;

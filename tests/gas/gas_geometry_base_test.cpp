@@ -18,7 +18,6 @@ constexpr double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::nume
 /// Opens what preparation leaves behind.
 class Prepared : public GasGeometryBvh4 {
  public:
-  using GasGeometryBase::init_primitives;
   using GasGeometryBvh4::callbacks;
 
   std::vector<uint> get_primitives() const {
@@ -92,20 +91,6 @@ TEST(GasGeometryBase, bad_boxes_are_dropped_in_order_and_reported_once) {
       EXPECT_EQ(log.messages, expected);
     }
   }
-}
-
-TEST(GasGeometryBase, boxes_are_rounded_to_the_nearest_float_after_the_test) {
-  QueryWorld world;
-  FakeGeometry geometry;
-  geometry.boxes = {Box({0.1, 0.1, 0.1}, {0.1, 0.1, 0.1}), Box({-1e300, 0, 0}, {1e300, 1, 1}),
-                    Box({0, 0, 0}, {0, 0, -1e-300}), Box({-0.0, 0, 0}, {0, 0, 0})};
-  Prepared structure;
-  CoreVector<GMathBbox3<float>> boxes;
-  LogCapture log(2);
-  ASSERT_TRUE(structure.init_primitives(world.ctx, &geometry, &geometry, nullptr, nullptr, {}, boxes, nullptr));
-  EXPECT_EQ(structure.get_primitives(), (std::vector<uint>{0, 1, 3}));
-  EXPECT_EQ(boxes[0], GMathBbox3<float>({0.1f, 0.1f, 0.1f}, {0.1f, 0.1f, 0.1f}));
-  EXPECT_EQ(boxes[1].max.x, std::numeric_limits<float>::infinity());
 }
 
 TEST(GasGeometryBase, flags_say_who_supplies_a_group) {

@@ -188,10 +188,13 @@ TEST(GasGeometryBvh4, copies_answer_for_themselves) {
   PolyMeshData data = make_soup(300, 41);
   add_motion(data, 2, 0.0, 1.0, 42, true);
   const CtxMotionBlur motion_blur(0.0, 1.0, 2);
-  BuiltMesh first(world, data), other(world, make_soup(50, 44));
+  PolyMeshData other_data = make_soup(50, 44);
+  add_motion(other_data, 2, 0.0, 1.0, 45, true);
+  BuiltMesh first(world, data), other(world, other_data);
   const std::vector<TestRay> rays = make_rays(data, 100, 43);
-  GasGeometryBvh4 copy(first.structure), assigned;
-  assigned = other.structure;
+  GasGeometryBvh4 copy(first.structure), assigned(other.structure);
+  GeometryRayPacket packet;
+  ask_rays(world, assigned, packet, rays, {true, &motion_blur});  // what it keeps of this must go
   assigned = first.structure;
   assigned = *&assigned;
   first.structure = other.structure;  // what was copied goes; its mesh stays

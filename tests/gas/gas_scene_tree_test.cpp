@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <limits>
 
 #include "gas/gas_nested_query.h"
@@ -155,9 +156,15 @@ TEST(GasSceneTree, a_single_object_decides_how_it_is_cut) {
     EXPECT_EQ(cluster_calls.count, count);
     EXPECT_EQ(cluster_calls.ratio, ratio);
     EXPECT_EQ(scene->get_tree().item_count, static_cast<uint>(nodes.size()) * scene->get_cluster_count(0));
-    if (count > 0) {
-      EXPECT_GT(scene->get_cluster_count(0), 50u);
-    }
+    if (count == 0) continue;
+    CoreVector<void*> clusters;
+    sphere.structure->get_clusters(clusters, count, ratio);
+    ASSERT_EQ(clusters.get_count(), scene->get_cluster_count(0));
+    EXPECT_GT(clusters.get_count(), 50u);
+    std::vector<float> weights(clusters.get_count());
+    sphere.structure->get_clusters_weights(clusters.as_array(), weights.data());
+    for (uint k = 0; k < weights.size(); ++k)
+      EXPECT_EQ(std::bit_cast<float>(scene->get_tree().item_words[k]), weights[k]);
   }
   cluster_calls.lists = 0;
   GasSceneTree scene;
@@ -209,6 +216,7 @@ TEST(GasSceneTree, is_built_anew_and_copied) {
   for (uint k = 0; k < 5; ++k) EXPECT_EQ(shoot(world, second, {4.0 * k, 0.1, -5}, {0, 0, 1}), k);
   create(scene, world, get_objects(nodes));
   EXPECT_EQ(find_tree_difference(second.get_tree(), scene.get_tree()), "");
+  EXPECT_EQ(second.get_geometry_count(), 5.0);
   scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(scene.get_objects().get_items(), 5), nullptr);
   EXPECT_EQ(shoot(world, scene, {8, 0.1, -5}, {0, 0, 1}), 2u);
 }
@@ -299,6 +307,9 @@ TEST(GasSceneTree, stop_rules_hold_across_nesting) {
   for (uint k = 0; k < 7; ++k) packet.set_ray(k, {0.1, 0.13 * k + 0.02, -5}, {0, 0, 1});
   for (uint max_hits = 1; max_hits < 6; ++max_hits) {
     packet.set_stop_rule(max_hits);
+    spheres.scene->ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    EXPECT_EQ(packet.get_hits().get_hits().size(), 7 * std::min(max_hits, 4u));
+    packet.set_stop_rule(100, max_hits);  // by what they weigh, each of them 1
     spheres.scene->ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
     EXPECT_EQ(packet.get_hits().get_hits().size(), 7 * std::min(max_hits, 4u));
   }

@@ -288,30 +288,51 @@ TEST(GasBvhSplitAligned, cuts_are_the_best_there_are_in_small_sets_and_close_to_
   }
 }
 
-TEST(GasBvhSplitAligned, refuses_only_small_sets_that_are_cheaper_as_a_leaf) {
-  const Box near_box({0.0f, 0.0f, 0.0f}, {1.0f, 1.0f, 1.0f}), far_box({100.0f, 0.0f, 0.0f}, {101.0f, 1.0f, 1.0f});
-  // Ten items here and ten there: half area of all 203, of either end 3. As a leaf 20 w, split 1 + 2 * 10 w * 3 / 203.
-  std::vector<Box> boxes(10, near_box);
-  boxes.insert(boxes.end(), 10, far_box);
+/// `half` items here and as many there: half area of all 203, of either end 3. As a leaf 2 h w, split 1 + 2 h w 3 /
+/// 203.
+template <class Strategy>
+void expect_refusals(uint half) {
+  std::vector<Box> boxes(half, Box({0.0f, 0.0f, 0.0f}, {1.0f, 1.0f, 1.0f}));
+  boxes.insert(boxes.end(), half, Box({100.0f, 0.0f, 0.0f}, {101.0f, 1.0f, 1.0f}));
   const auto is_split = [&](uint max_leaf, float weight, bool per_item, float scale) {
     Scene scene(boxes);
     scene.ctx.max_leaf = max_leaf;
     scene.ctx.item_cost_scale = scale;
-    if (per_item) scene.set_weights(std::vector<float>(20, weight));
+    scene.ctx.oriented_cost = scene.ctx.aligned_cost;
+    if (per_item) scene.set_weights(std::vector<float>(2 * half, weight));
     scene.ctx.item_cost = per_item ? 1000.0f : weight;
-    GasBvhSplitAligned strategy;
+    Strategy strategy;
     GasBvhSplitSetGeom left, right;
     const bool done = split_checked(scene, strategy, scene.get_root(), left, right);
-    EXPECT_EQ(left.count, done ? 10u : 0u);
+    EXPECT_EQ(left.count, done ? half : 0u);
     return done;
   };
-  const float even = 1.0f / (20.0f - 60.0f / 203.0f);  // the weight at which both cost the same
+  const float even = 1.0f / (2 * half * (1.0f - 3.0f / 203.0f));  // the weight at which both cost the same
   for (const bool per_item : {false, true}) {
-    EXPECT_TRUE(is_split(20, even * 1.01f, per_item, 1.0f));
-    EXPECT_FALSE(is_split(20, even * 0.99f, per_item, 1.0f));
-    EXPECT_TRUE(is_split(19, even * 0.99f, per_item, 1.0f));
-    EXPECT_FALSE(is_split(20, even * 1.5f, per_item, 0.5f));
+    EXPECT_TRUE(is_split(2 * half, even * 1.01f, per_item, 1.0f));
+    EXPECT_FALSE(is_split(2 * half, even * 0.99f, per_item, 1.0f));
+    EXPECT_TRUE(is_split(2 * half - 1, even * 0.99f, per_item, 1.0f));
+    EXPECT_FALSE(is_split(2 * half, even * 1.5f, per_item, 0.5f));
   }
+}
+
+TEST(GasBvhSplit, refuses_only_small_sets_that_are_cheaper_as_a_leaf) {
+  for (const uint half : {4u, 10u}) {
+    expect_refusals<GasBvhSplitAligned>(half);
+    expect_refusals<GasBvhSplitUnaligned>(half);
+  }
+}
+
+// Of so many, the weights are summed up in parts.
+TEST(GasBvhSplitAligned, large_sets_are_cut_by_weight_too) {
+  Scene scene(make_boxes(uniform, 40000, 1));
+  std::vector<float> weights;
+  for (const Box& box : scene.boxes) weights.push_back(box.min.x < 0.1f ? 1000.0f : 1.0f);
+  scene.set_weights(weights);
+  GasBvhSplitSetGeom left, right;
+  bool aligned = true;
+  ASSERT_TRUE(GasBvhSplitAligned().split(scene.ctx, scene.get_root(), left, right, aligned, nullptr));
+  EXPECT_LT(left.count, 8000u);
 }
 
 TEST(GasBvhSplitUnaligned, any_fibres_come_apart_and_every_set_has_a_frame) {

@@ -63,20 +63,10 @@ TEST(RaytraceFilter, runs_last_pushed_first_and_no_more_than_fit) {
   test_primitives(world, mesh, query);
   EXPECT_EQ(calls, (std::vector<double>{6, 5, 4, 3, 2, 1, 0}));  // once: the other sheets are outside the interval
   EXPECT_EQ(packet.get_hits().get_hits().size(), 1u);
-}
-
-TEST(IntersectionMap, lifts_only_hits_from_one_level_deeper) {
-  PolyMesh mesh;
-  GeometryNearestHits hits;
-  hits.resize(4);
-  GeometryIntersectionMap map(hits, 1);
-  for (uint ray = 0; ray < 4; ++ray) {
-    map.get_record(ray).geometry = ray == 3 ? nullptr : &mesh;
-    map.get_record(ray).level = ray == 3 ? 2 : ray;
-    for (uint leaf = 0; leaf < 2; ++leaf) map.transform_path(ray, {{{0, 2}}}, 1);
-    EXPECT_EQ(map.get_path(ray).transform, ray == 2 ? ray : core_invalid_index);
-  }
-  EXPECT_EQ(hits.get_transforms()[2].matrix.m[0][1], 2.0);  // and not 0, as it would be if lifted by both leaves
+  packet.set_ray(0, {0, 0, 0}, {0, 0, 1}, 1.5, 2.0);  // up to the sheet, which is not within
+  packet.begin_all_hits(world.shading).push_filter({note_call, 0.0, 0.0, 0, &calls});
+  test_primitives(world, mesh, query);
+  EXPECT_TRUE(packet.get_hits().get_hits().empty());
 }
 
 /// A query inside another, set up as by a structure over structures.

@@ -197,6 +197,11 @@ TEST(PolyMeshSurface, edge_proximity_is_one_on_visible_edges_and_zero_in_the_mid
   data.edge_visible = {0, 0, 0, 0};
   create(mesh, data);
   EXPECT_EQ(get(1, 0), 0);
+  PolyMeshData triangle = make_polygons({{0, 0, 0}, {8, 0, 0}, {0, 8, 0}}, 3);
+  triangle.edge_visible = {0, 1, 0};  // away from it by what the first corner weighs
+  create(mesh, triangle);
+  EXPECT_NEAR(get(6, 1), 1 - 1 / 8.0, 1e-12);
+  EXPECT_NEAR(get(0, 2), 1 - 6 / 8.0, 1e-12);
 }
 
 }  // namespace

@@ -58,6 +58,8 @@ class SceneCheck {
       }
       EXPECT_EQ(std::set<uint>(found.get_objects().begin(), found.get_objects().end()), expected);
       EXPECT_EQ(found.get_objects().size(), expected.size());
+      EXPECT_EQ(found.result.hit_count, expected.size());
+      EXPECT_LE(found.get_points().size(), 3 * points.size()) << "clusters ask for more than their own";
       listed_count += static_cast<uint>(expected.size());
       point_count += static_cast<uint>(points.size());
       expect_same_places(found.get_points(), points);

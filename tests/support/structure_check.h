@@ -36,8 +36,10 @@ class StructureCheck {
   }
 
   void query(GeometryRayPacket& packet, const std::vector<TestRay>& rays, bool nearest) {
-    ask_rays(world_, structure_, packet, rays,
-             {nearest, motion_blur, [&](GeometryRaytraceCtx& query) { query.shading_group_offset = group_offset; }});
+    ask_rays(world_, structure_, packet, rays, {nearest, motion_blur, [&](GeometryRaytraceCtx& query) {
+                                                  query.shading_group_offset = group_offset;
+                                                  query.instance = 5;
+                                                }});
   }
 
  private:
@@ -98,6 +100,7 @@ class StructureCheck {
       EXPECT_NEAR(hit.distance, static_cast<double>(truth.t), static_cast<double>(truth.tolerance))
           << name << " ray " << number << describe(ray) << " polygon " << hit.primitive;
     }
+    EXPECT_EQ(hit.instance, 5u);
     EXPECT_GE(hit.distance, ray.tnear);
     EXPECT_LT(hit.distance, ray.tfar);
   }
