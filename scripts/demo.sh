@@ -1,8 +1,8 @@
 #!/bin/sh
 # The main job in one command: installs what is missing, builds Release, then reports on a scene and renders it.
 #
-#   scripts/demo.sh [OPTION...]             the built-in scenes, two of them moving while the shutter is open
-#   scripts/demo.sh FILE... [OPTION...]     the mesh and hair files given, as one scene
+#   scripts/demo.sh [OPTION...]             the built-in scenes, three of them moving while the shutter is open
+#   scripts/demo.sh FILE... [OPTION...]     the scene, mesh and hair files given, as one scene
 #
 # Options go to `vqgas render` as they stand, for example: scripts/demo.sh bunny.ply --view side --size 1920x1080
 # Leaves PNG and EXR pictures and JSON reports in out/ and prints their names.
@@ -10,7 +10,7 @@ set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$root/out
 vqgas=$root/build/demo/bin/vqgas
-layers=beauty,depth,normal,position,primitive,group,uv,heat,count
+layers=beauty,depth,normal,position,primitive,group,object,instance-path,uv,heat,count
 
 case "${1:-}" in
   -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit 0 ;;
@@ -23,22 +23,28 @@ mkdir -p "$out"
 started=$(mktemp)
 trap 'rm -f "$started"' EXIT
 
-# render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each.
+# render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each; of what moves, the motion too.
 render() {
   name=$1
   shift
-  "$vqgas" render "$@" --layers "$layers" -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
+  case " $* " in
+    *" --shutter"*) wanted=$layers,motion ;;
+    *) wanted=$layers ;;
+  esac
+  "$vqgas" render "$@" --layers "$wanted" -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
 }
 
 case "${1:-}" in
   "" | -*)
-    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind --json "$out/info.json"
+    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills --json "$out/info.json"
     render gallery demo:gallery --floor "$@"
     render wave demo:wave --shutter 0,0.5 "$@"
     render fur demo:fur --floor "$@"
     "$vqgas" render demo:fur "$@" --layers heat --aligned-only -o "$out/fur.heat.aligned-only.png"
     render strands demo:strands --floor "$@"
     render wind demo:wind --floor --shutter 0.35,0.42 "$@"
+    "$vqgas" render demo:mills --floor "$@" -o "$out/mills.still.png"
+    render mills demo:mills --floor --shutter 0.4,0.65 "$@"
     ;;
   *)
     files=0
