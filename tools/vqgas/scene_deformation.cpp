@@ -9,14 +9,6 @@ using Point = GMathVec3<double>;
 
 Point convert(const aiVector3D& v) { return {v.x, v.y, v.z}; }
 
-Matrix convert(const aiMatrix4x4& from) {
-  Matrix matrix;
-  for (uint r = 0; r < 4; ++r) {
-    for (uint c = 0; c < 4; ++c) matrix.m[r][c] = from[r][c];
-  }
-  return matrix;
-}
-
 /// Calls `visit(bone, vertex, weight)` for what bones truly hold.
 template <class Visit>
 void for_each_weight(const aiMesh& mesh, const Visit& visit) {
@@ -75,7 +67,7 @@ void SceneDeformation::apply_skin(const aiMesh& mesh, uint node, const std::vect
   for (std::size_t bone = 0; bone < bones.size(); ++bone) {
     if (mesh.mBones[bone] == nullptr) continue;
     const uint holder = nodes_.find(mesh.mBones[bone]->mName);
-    if (holder != core_invalid_index) bones[bone] = worlds[holder] * convert(mesh.mBones[bone]->mOffsetMatrix);
+    if (holder != core_invalid_index) bones[bone] = worlds[holder] * convert_matrix(mesh.mBones[bone]->mOffsetMatrix);
   }
   const SkinWeights& skin = skins_.try_emplace(&mesh, mesh).first->second;
   for (uint k = 0; k < mesh.mNumVertices; ++k) {

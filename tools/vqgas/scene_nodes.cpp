@@ -11,14 +11,6 @@ using Matrix = SceneNodes::Matrix;
 /// Between keys that are turned against each other by this angle a blended matrix shrinks by a thousandth.
 constexpr double most_bend = 5.0 * std::numbers::pi / 180.0;
 
-Matrix convert(const aiMatrix4x4& from) {
-  Matrix matrix;
-  for (uint r = 0; r < 4; ++r) {
-    for (uint c = 0; c < 4; ++c) matrix.m[r][c] = from[r][c];
-  }
-  return matrix;
-}
-
 /// Whether blending the keys around it gives `middle` as well, but for rounding.
 bool lies_between(const ModuleMatrixKey& before, const ModuleMatrixKey& middle, const ModuleMatrixKey& after) {
   const double fraction = (middle.time - before.time) / (after.time - before.time);
@@ -52,6 +44,14 @@ void clip(std::vector<double>& frames, const SceneTimes& times) {
 
 }  // namespace
 
+GMathMatrix4x4<double> convert_matrix(const aiMatrix4x4& from) {
+  Matrix matrix;
+  for (uint r = 0; r < 4; ++r) {
+    for (uint c = 0; c < 4; ++c) matrix.m[r][c] = from[r][c];
+  }
+  return matrix;
+}
+
 std::vector<double> get_sample_frames(const SceneTimes& times) {
   constexpr uint default_samples = 9;
   if (!(times.close > times.open)) return {times.open};
@@ -75,7 +75,7 @@ SceneNodes::SceneNodes(const aiNode& root, const SceneAnimation& animation) {
     SceneNode& node = nodes_.emplace_back();
     node.source = at.node;
     node.parent = at.parent;
-    node.rest = convert(at.node->mTransformation);
+    node.rest = convert_matrix(at.node->mTransformation);
     const bool is_first = by_name_.try_emplace(at.node->mName.C_Str(), index).second;
     if (is_first) node.motion = animation.find_motion(*at.node);
     node.is_moving = node.motion.has_value() || (at.parent != core_invalid_index && nodes_[at.parent].is_moving);

@@ -52,3 +52,5 @@ class SceneNodes {
 
 /// The moments at which a shutter is sampled, ends included; one for a shutter that does not stay open.
 std::vector<double> get_sample_frames(const SceneTimes& times);
+
+GMathMatrix4x4<double> convert_matrix(const aiMatrix4x4& from);
