@@ -116,20 +116,18 @@ TEST(GasGeometryBvh4, wireframes_are_filtered_once_unless_an_instance_is_shown_o
   path.add({0, nullptr, &shown});
   // How many filters stand while the one triangle is tested, of a query that begins with `filters`.
   const auto count_filters = [&](const std::vector<GeometryFilterFunction>& filters, bool in_path) {
-    GeometryRayPacket packet;
-    packet.resize(1);
-    packet.set_ray(0, {1, 1, 1}, {0, 0, -1});
-    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-    for (const GeometryFilterFunction filter : filters) query.push_filter({filter, 0.8, 0.5, 1, nullptr});
-    if (in_path) query.path = &path;
     uint seen = 0;
-    query.primitive_filter_user = &seen;
-    query.primitive_filter = [](const GeometryRaytraceCtx& asked, const uint&, void* user) {
-      *static_cast<uint*>(user) = asked.filter_count;
-      return true;
+    const auto adjust = [&](GeometryRaytraceCtx& query) {
+      for (const GeometryFilterFunction filter : filters) query.push_filter({filter, 0.8, 0.5, 1, nullptr});
+      if (in_path) query.path = &path;
+      query.primitive_filter_user = &seen;
+      query.primitive_filter = [](const GeometryRaytraceCtx& asked, const uint&, void* user) {
+        *static_cast<uint*>(user) = asked.filter_count;
+        return true;
+      };
     };
-    built.structure.ray_hit_nearest_static(world.ctx, world.shader, query);
-    EXPECT_EQ(query.filter_count, filters.size());
+    GeometryRayPacket packet;
+    ask_rays(world, built.structure, packet, {{{1, 1, 1}, {0, 0, -1}}}, {.adjust = adjust});
     return seen;
   };
   const auto wires = CtxHelpers::filter_wireframes_callback, clip = CtxHelpers::filter_clip_map_callback;

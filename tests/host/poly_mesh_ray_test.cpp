@@ -1,38 +1,13 @@
-// Rays against meshes: edges without gaps, intervals, motion, bad numbers. That the right triangles are hit in the
-// right place is seen through the structure, where an independent test knows them.
+// Rays against polygons where every number is exact: edges, intervals, bad numbers. That the right ones are hit in the
+// right place at the right time is seen through the structure, where oracles know them.
 #include <limits>
 
 #include "host/mesh_shots.h"
-#include "support/random_values.h"
-#include "support/test_scale.h"
-#include "vq_ctx/ctx_motion_blur.h"
 
 namespace {
 
 using Vec = GMathVec3<double>;
 using VecF = GMathVec3<float>;
-TEST(PolyMeshRay, no_ray_slips_through_an_edge_or_a_corner) {
-  QueryWorld world;
-  RandomValues random(3);
-  for (uint k = 0, count = scaled(16000, 2000); k < count; ++k) {
-    // A hexagon of six bent triangles around a vertex, aimed at on a spoke or at the vertex itself.
-    PolyMeshData data;
-    data.positions.push_back(random.get_vec<float>(0.3));
-    data.polygon_sizes.assign(6, 3);
-    for (u32 spoke = 0; spoke < 6; ++spoke) {
-      const Vec at(std::cos(1.047 * spoke) * 3, std::sin(1.047 * spoke) * 3, 0);
-      data.positions.push_back(VecF(at + random.get_vec(0.3)));
-      const u32 next = (spoke + 1) % 6;
-      for (const u32 vertex : {0u, spoke + 1, next + 1}) data.polygon_vertices.push_back(vertex);
-    }
-    PolyMesh mesh;
-    create(mesh, data);
-    const Vec a(data.positions[0]), b(data.positions[1 + k % 6]);
-    const Vec target = a + (b - a) * (k % 4 == 0 ? 0.0 : random.get(0, 0.9));
-    const Vec origin(random.get(), random.get(), k % 2 == 0 ? 1e6 : -5.0);
-    ASSERT_NE(shoot(world, mesh, origin, (target - origin) * random.get(0.1, 10)).geometry, nullptr) << k;
-  }
-}
 
 TEST(PolyMeshRay, a_ray_exactly_on_an_edge_hits_the_triangles_on_both_sides) {
   QueryWorld world;
@@ -105,51 +80,6 @@ TEST(PolyMeshRay, numbers_that_are_none_hit_nothing) {
     values[bad == 8 ? 5 : bad] = bad == 8 ? 0.0 : std::numeric_limits<double>::quiet_NaN();
     const Vec origin(values[0], values[1], values[2]), direction(values[3], values[4], values[5]);
     EXPECT_EQ(shoot(world, mesh, origin, direction, values[6], values[7]).geometry, nullptr) << bad;
-  }
-}
-
-TEST(PolyMeshRay, motion_is_linear_between_the_samples_of_the_mesh) {
-  QueryWorld world;
-  RandomValues random(7);
-  const CtxMotionBlur motion_blur(0.0, 1.0, 2);  // the shutter's samples are not the mesh's
-  for (uint k = 0, count = scaled(500, 100); k < count; ++k) {
-    PolyMeshData still = make_polygons({{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}, 4), data = still;
-    data.motion_begin = 0.25;
-    data.motion_step = 0.25;
-    const uint samples = 1 + k % 3;
-    for (uint s = 0; s < samples; ++s) {
-      data.motion_positions.push_back(data.positions);
-      for (VecF& position : data.motion_positions.back()) position = position + random.get_vec<float>(0.4);
-    }
-    // The same mesh, standing as the moving one stands at that time.
-    const double time = k % 5 < 3 ? 0.25 * (k % 5) : random.get(-0.5, 1.5);
-    const double place = std::clamp((time - 0.25) / 0.25, 0.0, samples - 1.0);
-    const uint first = static_cast<uint>(place), second = std::min(first + 1, samples - 1);
-    for (uint v = 0; v < 4; ++v) {
-      const Vec a(data.motion_positions[first][v]), b(data.motion_positions[second][v]);
-      still.positions[v] = VecF(a + (b - a) * (place - first));
-    }
-    PolyMesh moving, standing;
-    create(moving, data);
-    create(standing, still);
-    const GMathBbox3<double> box = moving.get_primitive_bbox_at(world.ctx, time, 0);
-    const GMathBbox3<double> expected_box = standing.get_primitive_bbox(world.ctx, 0);
-    EXPECT_NEAR((box.min - expected_box.min).get_length(), 0.0, 1e-6);
-    EXPECT_NEAR((box.max - expected_box.max).get_length(), 0.0, 1e-6);
-
-    const Vec origin(random.get(-0.3, 0.3), random.get(-0.3, 0.3), -3), direction(0, 0, 1);
-    GeometryRayPacket packet;
-    packet.resize(1);
-    packet.set_ray(0, origin, direction, 0.0, DBL_MAX, time);
-    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-    test_primitives(world, moving, query);  // no spans: at rest
-    EXPECT_EQ(packet.get_nearest(0).distance, 3.0);
-    motion_blur.init_raytrace_ctx(packet.begin_nearest(world.shading));
-    test_primitives(world, moving, query);
-    const double distance = packet.get_nearest(0).distance;
-    EXPECT_NEAR(distance, shoot(world, standing, origin, direction).distance, 1e-5) << "time " << time;
-    const Vec point = moving.get_surface_point(packet.get_nearest(0), time).position;
-    EXPECT_NEAR((point - (origin + direction * distance)).get_length(), 0.0, 1e-9);
   }
 }
 
