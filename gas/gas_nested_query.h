@@ -23,6 +23,8 @@
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
+class ModuleSceneObject;
+
 /// The ray side of a record.
 struct GasRayCtx {
   GeometryRaytraceCtx query;
@@ -31,6 +33,11 @@ struct GasRayCtx {
   CoreAlignedArray<GMathBasicRay<double>> rays;
   CoreAlignedArray<GeometryRayMatrix> matrices;   ///< inner space to outer
   CoreAlignedArray<GeometryRayMatrix> matrices2;  ///< the same at the end of each ray's motion span; only for vectors
+
+  /// The object and the ray that were last carried over in the query that is going on: leaves of one object often
+  /// follow each other, and their rays are the same.
+  const ModuleSceneObject* held_object = nullptr;
+  uint held_ray = 0;
 
   /// Room for `ray_count` rays. False when there is no memory.
   bool reserve(uint ray_count) {
@@ -65,6 +72,12 @@ class GasNestedScope {
 
   /// Null when there is no memory for a record.
   GasNestedQueryCtx* get() const { return record_; }
+
+  /// To be called when a query begins whose leaves will take records: what these hold is of another query.
+  static void forget_rays(CtxShader& shader) {
+    GasNestedQueryCtx* record = shader.nested_current != nullptr ? shader.nested_current->next : shader.nested_first;
+    if (record != nullptr) record->ray.held_object = nullptr;
+  }
 
  private:
   void make_record(GasNestedQueryCtx*& slot) const;

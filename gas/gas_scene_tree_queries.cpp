@@ -14,6 +14,14 @@ void for_each_ray(const GeometryRaytraceData& query, const Function& function) {
   for (uint ray = query.first_ray; ray <= query.last_ray && ray < query.ray_count; ++ray) function(ray);
 }
 
+/// Whether the record still holds the one active ray in the object's space. If not, it will.
+bool holds_ray(GasRayCtx& ray_ctx, const GeometryRaytraceData& parent, const ModuleSceneObject* object) {
+  if (ray_ctx.held_object == object && ray_ctx.held_ray == parent.first_ray) return true;
+  ray_ctx.held_object = parent.first_ray == parent.last_ray ? object : nullptr;
+  ray_ctx.held_ray = parent.first_ray;
+  return false;
+}
+
 /// `path` becomes the parent's and one element more. Where there is no memory for a path it is shorter.
 void extend_path(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent,
                  const GeometryIntersectionPathElement& element) {
@@ -109,6 +117,7 @@ GeometryRaytraceCtx& GasSceneTree::get_local_ctx(GasRayCtx& ray_ctx, GeometryRay
                                                  const GMathRay::Type& type, const unsigned int& leaf,
                                                  const unsigned int& object, ModuleSceneObject* scene_object) const {
   GeometryRaytraceCtx& local = begin_local_ctx(ray_ctx, parent, type, leaf, object, scene_object);
+  if (holds_ray(ray_ctx, parent, scene_object)) return local;
   for_each_ray(parent, [&](uint ray) {
     ray_ctx.matrices[ray].matrix = scene_object->get_global_matrix();
     ray_ctx.matrices[ray].inverse_valid = 0;
@@ -124,6 +133,7 @@ GeometryRaytraceCtx& GasSceneTree::get_local_motion_ctx(GasRayCtx& ray_ctx, Geom
   GeometryRaytraceCtx& local = begin_local_ctx(ray_ctx, parent, type, leaf, object, objects[object]);
   local.spans = parent.spans;
   local.span_stamp = parent.span_stamp;
+  if (holds_ray(ray_ctx, parent, objects[object])) return local;
   for_each_ray(parent, [&](uint ray) {
     const GeometryRaySpan& span = parent.spans[ray];
     GeometryRayMatrix& record = ray_ctx.matrices[ray];
@@ -259,6 +269,7 @@ template <BvhHits hits>
 void GasSceneTree::answer_static(const GasObject* scene, const CtxEval& ctx, CtxShader& shader,
                                  GeometryRaytraceCtx& query) {
   const auto& self = *static_cast<const GasSceneTree*>(scene);
+  GasNestedScope::forget_rays(shader);
   bvh_ray_hit<hits>({self.bvh, nullptr, self.leaf_functions, nullptr}, ctx, shader, query);
 }
 
@@ -273,6 +284,7 @@ void GasSceneTree::answer_motion(const GasObject* scene, const CtxEval& ctx, Ctx
   // Where memory ran out no samples are kept, and the scene answers as it stands.
   if (data.matrices_sample_count == 0) return answer_static<hits>(scene, ctx, shader, query);
   if (query.span_stamp != motion_blur->get_stamp()) motion_blur->init_raytrace_ctx(query);
+  GasNestedScope::forget_rays(shader);
   const BvhLeafFunctions functions = data.get_leaf_functions(query.settings.wants_motion_vectors);
   bvh_ray_hit<hits>({self.bvh, &data.refit, functions, nullptr}, ctx, shader, query);
 }
