@@ -47,14 +47,14 @@ std::vector<TestRay> make_outside_rays(const CurveOracle& oracle, uint count, ui
 
 /// The nearest hit if it does not depend on the last hundredths of the radii, else `close`.
 CurveCrossing find_nearest(const CurveOracle& oracle, const TestRay& ray) {
-  CurveCrossing nearest{CurveAnswer::missed, 0.0, HUGE_VAL};
+  CurveCrossing nearest{SureAnswer::missed, 0.0, HUGE_VAL};
   double unsure = HUGE_VAL;
   for (uint segment = 0; segment < oracle.get_segments().size(); ++segment) {
     const CurveCrossing crossing = oracle.intersect(ray, segment);
-    if (crossing.answer == CurveAnswer::close) unsure = std::min(unsure, crossing.low);
-    if (crossing.answer == CurveAnswer::hit && crossing.high < nearest.high) nearest = crossing;
+    if (crossing.answer == SureAnswer::close) unsure = std::min(unsure, crossing.low);
+    if (crossing.answer == SureAnswer::hit && crossing.high < nearest.high) nearest = crossing;
   }
-  if (unsure < nearest.high) nearest.answer = CurveAnswer::close;
+  if (unsure < nearest.high) nearest.answer = SureAnswer::close;
   return nearest;
 }
 
@@ -87,9 +87,9 @@ Compared compare(const CurveData& data, RTCGeometryType type, bool is_flat, cons
     }
     const CurveCrossing truth = find_nearest(oracle, rays[k]);
     const bool on_end = ours.geometry != nullptr && (ours.u < 0.02 || ours.u > 0.98);
-    if (truth.answer == CurveAnswer::close || on_end) {
+    if (truth.answer == SureAnswer::close || on_end) {
       ++counts.silhouettes;
-    } else if (truth.answer == CurveAnswer::missed) {
+    } else if (truth.answer == SureAnswer::missed) {
       ++counts.misses;
       EXPECT_EQ(ours.geometry, nullptr) << "ray " << k;
       EXPECT_FALSE(is_hit) << "ray " << k;

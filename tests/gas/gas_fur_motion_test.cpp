@@ -53,10 +53,10 @@ TEST(GasFurMotion, fibres_are_found_where_they_are_at_the_time_of_the_ray) {
           rays.push_back(ray);
         }
       }
-      CurveCheck check(world, scene.data, rays, &shutter);
+      HitCheck check = make_curve_check(scene.data, rays, &shutter);
       check.name = scene.name + ", samples " + std::to_string(samples) + ", shutter " + std::to_string(shutter_samples);
-      check.check(built.structure);
-      EXPECT_GT(check.sure_hits, rays.size() / 5) << check.name;
+      check.check(world, built.structure, false);
+      EXPECT_GT(check.count_sure_hits(), rays.size() / 5) << check.name;
     }
   }
 }
@@ -75,9 +75,9 @@ TEST(GasFurMotion, fibres_that_fly_far_from_where_they_rest_are_found_there) {
     const auto origin = random.get_vec();
     rays.push_back({origin, segment.balls[random.get_index(2)].position - origin, 0.0, DBL_MAX, 1.0});
   }
-  CurveCheck check(world, data, rays, &shutter);
-  check.check(built.structure);
-  EXPECT_GE(check.sure_hits, rays.size());
+  HitCheck check = make_curve_check(data, rays, &shutter);
+  check.check(world, built.structure, false);
+  EXPECT_GE(check.count_sure_hits(), rays.size());
 }
 
 TEST(GasFurMotion, lanes_hold_the_fibres_below_them_at_every_sample) {

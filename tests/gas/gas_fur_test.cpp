@@ -16,12 +16,12 @@ TEST(GasFur, finds_what_testing_every_segment_finds) {
   QueryWorld world;
   for (uint seed = 0; seed < scaled(3, 1); ++seed) {
     for (const CurveScene& scene : make_curve_scenes(40, seed * 20)) {
-      CurveCheck check(world, scene.data, make_curve_rays(CurveOracle(scene.data), scaled(300, 60), seed));
-      EXPECT_GT(check.sure_hits, scaled(80, 16)) << scene.name;
+      HitCheck check = make_curve_check(scene.data, make_curve_rays(CurveOracle(scene.data), scaled(300, 60), seed));
+      EXPECT_GT(check.count_sure_hits(), scaled(80, 16)) << scene.name;
       for (const bool oriented : {true, false}) {
         const BuiltFur built(world.ctx, scene.data, oriented);
         check.name = scene.name + (oriented ? ", seed " : " without oriented nodes, seed ") + std::to_string(seed);
-        check.check(built.structure, !oriented);
+        check.check(world, built.structure, !oriented);
         EXPECT_TRUE(oriented || built.structure.get_tree().oriented_count == 0);
         if (scene.name == "bundle" || scene.name == "collinear") {
           EXPECT_EQ(built.structure.get_tree().oriented_count > 0, oriented) << check.name;
@@ -54,9 +54,9 @@ TEST(GasFur, thin_fibres_far_away_neither_break_up_nor_swell) {
         ray.tfar = DBL_MAX;
         if (k % 100 == 0) near_rays.push_back(ray);
       }
-      CurveCheck check(world, data, near_rays);
-      check.check(built.structure);
-      EXPECT_GT(check.sure_hits, 0u);
+      HitCheck check = make_curve_check(data, near_rays);
+      check.check(world, built.structure, false);
+      EXPECT_GT(check.count_sure_hits(), 0u);
       GeometryRayPacket packet;
       ask_rays(world, built.structure, packet, axis_rays);
       for (uint k = 0; k < axis_rays.size(); ++k) ASSERT_NE(packet.get_nearest(k).geometry, nullptr) << k;
@@ -96,9 +96,9 @@ TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
   add_motion(data, 2, 0.0, 1.0, 4, true);
   const CtxMotionBlur blur(0.0, 1.0, 2);
   std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 150, 4);
-  CurveCheck check(world, data, rays);
+  HitCheck check = make_curve_check(data, rays);
   for (uint k = 0; k < rays.size(); ++k) rays[k].time = k % 3 * 0.5;
-  CurveCheck timed(world, data, rays, &blur);
+  HitCheck timed = make_curve_check(data, rays, &blur);
   BuiltFur built(world.ctx, data);
   const BuiltFur none(world.ctx, CurveData());
   const GasFur copy(built.structure);
@@ -110,8 +110,8 @@ TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
   EXPECT_GE(copy.get_memory_size(), sizeof(GasFur) + copy.get_tree().get_array_bytes());
   ASSERT_TRUE(built.structure.create(world.ctx, &none.geometry, &none.geometry, nullptr));
   for (const GasFur* structure : {&copy, &std::as_const(assigned)}) {
-    check.check(*structure);
-    timed.check(*structure);
+    check.check(world, *structure, false);
+    timed.check(world, *structure, false);
     EXPECT_EQ(find_tree_difference(structure->get_tree(), copy.get_tree()), "");
     world.ctx.set_motion_blur(&blur);
     EXPECT_NE(structure->get_bbox_at(world.ctx, 1.0), structure->get_bbox());
@@ -195,11 +195,9 @@ TEST(GasFur, groups_filters_and_clip_maps_leave_out_what_they_say) {
   empty.material = ShadingGroupLinks::material_empty;
   world.entries = {&world.links[0], nullptr, &empty, &world.links[0]};
   world.shading = ShadingGroupTable(world.entries);
-  CurveCheck check(world, data, rays);
-  for (uint segment = 0; segment < built.geometry.get_primitive_count(); ++segment)
-    check.hidden.push_back(segment / 2 * 7 % 6 % 3 != 0);
-  check.check(built.structure);
-  EXPECT_GT(check.sure_hits, 20u);
+  HitCheck check = make_curve_check(data, rays, nullptr, [](uint segment) { return segment / 2 * 7 % 6 % 3 != 0; });
+  check.check(world, built.structure, false);
+  EXPECT_GT(check.count_sure_hits(), 20u);
 
   GeometryRayPacket packet;
   const auto adjust = [](GeometryRaytraceCtx& query) {

@@ -2,8 +2,8 @@
 #include "gas/gas_geometry_bvh4.h"
 
 #include "support/built_mesh.h"
+#include "support/mesh_check.h"
 #include "support/mesh_scenes.h"
-#include "support/structure_check.h"
 #include "support/test_scale.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_module/ctx_helpers.h"
@@ -15,11 +15,11 @@ TEST(GasGeometryBvh4, finds_what_testing_every_polygon_finds) {
   for (uint seed = 0; seed < scaled(4, 1); ++seed) {
     for (const MeshScene& scene : make_mesh_scenes(300, seed)) {
       const BuiltMesh built(world, scene.data);
-      StructureCheck check(world, built.structure, built.data);
+      HitCheck check = make_mesh_check(scene.data, make_rays(scene.data, scaled(400, 60), seed));
       check.name = scene.name + ", seed " + std::to_string(seed);
-      const CheckCounts counts = check.check(make_rays(built.data, scaled(400, 60), seed));
+      check.check(world, built.structure);
       if (scene.name != "slivers" && scene.name != "one" && scene.name != "five") {
-        EXPECT_GT(counts.sure_hits, counts.rays / 20) << check.name;
+        EXPECT_GT(check.count_sure_hits(), check.rays.size() / 20) << check.name;
       }
     }
   }
@@ -40,13 +40,12 @@ TEST(GasGeometryBvh4, deep_trees_with_quantized_nodes_find_the_same) {
   const BuiltMesh built(world, data);
   ASSERT_GT(built.structure.get_tree().quantized_count, 100u);
   const CtxMotionBlur shutter(0.0, 1.0, 2);
-  StructureCheck check(world, built.structure, built.data);
+  std::vector<TestRay> rays = make_rays(data, scaled(150, 20), 5);
+  for (uint k = 0; k < rays.size(); ++k) rays[k].time = k % 5 * 0.25;
   for (const CtxMotionBlur* motion_blur : {static_cast<const CtxMotionBlur*>(nullptr), &shutter}) {
-    check.motion_blur = motion_blur;
-    check.name = motion_blur != nullptr ? "moving spiral" : "spiral";
-    std::vector<TestRay> rays = make_rays(built.data, scaled(150, 20), 5);
-    for (uint k = 0; k < rays.size(); ++k) rays[k].time = k % 5 * 0.25;
-    EXPECT_GT(check.check(rays).sure_hits, 0u);
+    HitCheck check = make_mesh_check(data, rays, motion_blur);
+    check.check(world, built.structure);
+    EXPECT_GT(check.count_sure_hits(), 0u);
   }
 }
 
@@ -62,16 +61,15 @@ TEST(GasGeometryBvh4, moving_meshes_are_found_where_they_are_at_the_time_of_the_
         if (scene.name == "huge" || scene.name == "tiny" || scene.name == "far away") continue;
         add_motion(scene.data, samples, begin, step, ++seed, scene.name == "stars");
         const BuiltMesh built(world, scene.data);
-        StructureCheck check(world, built.structure, built.data);
-        check.name =
-            scene.name + ", samples " + std::to_string(samples) + ", shutter " + std::to_string(shutter_samples);
-        check.motion_blur = &motion_blur;
         std::vector<TestRay> rays = make_rays(built.data, scaled(60, 10), seed);
         // On samples, between them, before and after the shutter.
         const double times[] = {0.0, 1.0, 0.5, 1.0 / 7.0, 0.123, -0.5, 1.5};
         // A shutter that does not open knows where things are at its one moment only.
         for (uint k = 0; k < rays.size(); ++k) rays[k].time = shutter_samples > 1 ? times[k % 7] : 0.0;
-        check.check(rays);
+        HitCheck check = make_mesh_check(scene.data, rays, &motion_blur);
+        check.name =
+            scene.name + ", samples " + std::to_string(samples) + ", shutter " + std::to_string(shutter_samples);
+        check.check(world, built.structure);
       }
     }
   }
@@ -89,17 +87,17 @@ TEST(GasGeometryBvh4, groups_that_are_not_shaded_are_not_hit) {
   world.shading = ShadingGroupTable(world.entries);
   const std::vector<TestRay> rays = make_rays(built.data, 200, 9);
   for (const uint offset : {0u, 1u, 3u, 50u}) {
-    StructureCheck check(world, built.structure, built.data);
+    HitCheck check = make_mesh_check(data, rays, nullptr, [&](uint p) {
+      const uint group = data.polygon_groups[p] + offset;
+      return group != 0 && group != 3 && group != 5;
+    });
     check.name = "offset " + std::to_string(offset);
     check.group_offset = offset;
-    for (uint p = 0; p < 300; ++p) {
-      const uint group = data.polygon_groups[p] + offset;
-      check.hidden.push_back(group != 0 && group != 3 && group != 5);
-    }
-    EXPECT_EQ(check.check(rays).reported == 0, offset == 50u);
+    check.check(world, built.structure);
+    EXPECT_EQ(check.reported == 0, offset == 50u);
     // The recorded group is the scene's.
     GeometryRayPacket packet;
-    check.query(packet, rays, false);
+    check.ask(world, built.structure, packet, false);
     for (const GeometryHit& at : packet.get_hits().get_hits())
       EXPECT_EQ(at.hit.shading_group, data.polygon_groups[at.hit.primitive] + offset);
   }
@@ -153,15 +151,14 @@ TEST(GasGeometryBvh4, clip_maps_and_wireframes_cut_hits_away) {
   const std::vector<TestRay> rays = make_rays(data, 200, 22);
   const BuiltMesh plain(world, data);
   GeometryRayPacket whole, cut, nearest;
-  StructureCheck(world, plain.structure, plain.data).query(whole, rays, false);
+  ask_rays(world, plain.structure, whole, rays, {.nearest = false});
   for (const bool wireframe : {false, true}) {
     data.render_mode = wireframe ? GeometryObject::render_mode_wireframe : 0;
     const BuiltMesh built(world, data);
-    StructureCheck check(world, built.structure, built.data);
     for (const bool clipped : {false, true}) {
       world.links[0].clip_map = clipped ? &clip_map : nullptr;
-      check.query(cut, rays, false);
-      check.query(nearest, rays, true);
+      ask_rays(world, built.structure, cut, rays, {.nearest = false});
+      ask_rays(world, built.structure, nearest, rays);
       // Of all hits exactly those are left whose weights say so.
       std::map<std::pair<uint, uint>, double> expected, found;
       std::vector<double> first(rays.size(), HUGE_VAL);
@@ -196,14 +193,12 @@ TEST(GasGeometryBvh4, copies_answer_for_themselves) {
   assigned = first.structure;
   assigned = *&assigned;
   first.structure = other.structure;  // what was copied goes; its mesh stays
-  for (GasGeometryBvh4* structure : {&copy, &assigned}) {
-    StructureCheck check(world, *structure, data);
-    check.name = "copy";
-    EXPECT_GT(check.check(rays).sure_hits, 20u);
-    check.motion_blur = &motion_blur;
-    EXPECT_GT(check.check(rays).sure_hits, 20u);
+  for (const CtxMotionBlur* blur : {static_cast<const CtxMotionBlur*>(nullptr), &motion_blur}) {
+    HitCheck check = make_mesh_check(data, rays, blur);
+    EXPECT_GT(check.count_sure_hits(), 20u);
+    for (const GasGeometryBvh4* structure : {&copy, &assigned}) check.check(world, *structure);
   }
-  StructureCheck(world, first.structure, other.data).check(make_rays(other.data, 100, 45));
+  make_mesh_check(other.data, make_rays(other.data, 100, 45)).check(world, first.structure);
 }
 
 }  // namespace

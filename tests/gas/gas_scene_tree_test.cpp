@@ -178,7 +178,8 @@ TEST(GasSceneTree, is_built_anew_and_copied) {
   const SceneShape sphere(world, make_sphere(2));
   std::vector<SceneNode> nodes;
   for (uint k = 0; k < 5; ++k) nodes.push_back(make_node(sphere, {{0, make_translation({4.0 * k, 0, 0})}}));
-  build_scene(world, nodes);
+  nodes[0].replaced = std::make_shared<GeometryOverride>();
+  const GasSceneTree overridden(*build_scene(world, nodes));
   const std::vector<TestRay> rays = {{{0, 0.1, -5}, {0, 0, 1}}, {{4, 0.1, -5}, {0, 0, 1}}};
   const auto expect_nothing = [&](const GasSceneTree& scene) {
     EXPECT_TRUE(scene.get_bbox().is_empty());
@@ -217,6 +218,9 @@ TEST(GasSceneTree, is_built_anew_and_copied) {
   create(scene, world, get_objects(nodes));
   EXPECT_EQ(find_tree_difference(second.get_tree(), scene.get_tree()), "");
   EXPECT_EQ(second.get_geometry_count(), 5.0);
+  GeometryRayPacket packet;
+  ask_rays(world, overridden, packet, rays);
+  EXPECT_TRUE(packet.get_nearest_path(0)[0].geometry_override == nodes[0].replaced.get());
   scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(scene.get_objects().get_items(), 5), nullptr);
   EXPECT_EQ(shoot(world, scene, {8, 0.1, -5}, {0, 0, 1}), 2u);
 }

@@ -107,9 +107,9 @@ void check_rays() {
       CurveHit hit;
       const bool found =
           curve_hit_segment(GMathBasicRay<double>(ray.origin, ray.direction), segment, ray.tnear, ray.tfar, hit);
-      if (expected.answer == CurveAnswer::close) continue;
-      ++(expected.answer == CurveAnswer::hit ? hits : misses);
-      ASSERT_EQ(found, expected.answer == CurveAnswer::hit) << describe(ray);
+      if (expected.answer == SureAnswer::close) continue;
+      ++(expected.answer == SureAnswer::hit ? hits : misses);
+      ASSERT_EQ(found, expected.answer == SureAnswer::hit) << describe(ray);
       if (!found) continue;
       const double length = ray.direction.get_length(), size = truth.around.radius;
       const double noise = 1e-11 * (ray.origin.get_length() + segment.point[0].position.get_length()) / length;

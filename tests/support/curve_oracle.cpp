@@ -196,9 +196,9 @@ CurveCrossing CurveOracle::intersect(const TestRay& ray, uint number) const {
   const Crossing thick = find_crossing(segment, ray.origin, unit, from * length, band);
   if (thick.kind == Crossing::none || (thick.kind == Crossing::in && thick.at >= ray.tfar * length)) return {};
   const Crossing thin = find_crossing(segment, ray.origin, unit, from * length, -band);
-  CurveCrossing out{CurveAnswer::close, std::min(thick.at, thin.at) / length, std::max(thick.at, thin.at) / length};
+  CurveCrossing out{SureAnswer::close, std::min(thick.at, thin.at) / length, std::max(thick.at, thin.at) / length};
   if (thin.kind != thick.kind) return out;
   if (out.low >= ray.tfar) return {};
-  if (out.high < ray.tfar) out.answer = CurveAnswer::hit;
+  if (out.high < ray.tfar) out.answer = SureAnswer::hit;
   return out;
 }

@@ -13,12 +13,11 @@
 #include <vector>
 
 #include "support/ray_sets.h"
+#include "support/sure_answer.h"
 #include "vq_curve/curve_set.h"
 
-enum class CurveAnswer { hit, missed, close };
-
 struct CurveCrossing {
-  CurveAnswer answer = CurveAnswer::missed;
+  SureAnswer answer = SureAnswer::missed;
   double low = 0.0, high = 0.0;  ///< of a hit: where along the ray
 };
 

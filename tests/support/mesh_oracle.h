@@ -8,11 +8,10 @@
 #include <cmath>
 #include <vector>
 
+#include "support/sure_answer.h"
 #include "vq_geometry/poly_mesh.h"
 
 using Long3 = GMathVec3<long double>;
-
-enum class OracleAnswer { hit, missed, close };
 
 struct OracleRay {
   Long3 origin, direction;
@@ -20,7 +19,7 @@ struct OracleRay {
 };
 
 struct OracleHit {
-  OracleAnswer answer = OracleAnswer::missed;
+  SureAnswer answer = SureAnswer::missed;
   long double t = 0;          ///< where the ray meets the polygon's plane
   long double tolerance = 0;  ///< of t
   Long3 point;
@@ -76,7 +75,7 @@ inline OracleHit oracle_intersect(const OracleRay& ray, const std::vector<Long3>
   const long double cosine = std::fabs(slope) / (normal.get_length() * ray.direction.get_length());
   // Seen edge-on, or without area (then the cosine is NaN): nobody can say where it would be hit.
   if (!(cosine > 1e-7L)) {
-    hit.answer = is_far_from(ray, corners) ? OracleAnswer::missed : OracleAnswer::close;
+    hit.answer = is_far_from(ray, corners) ? SureAnswer::missed : SureAnswer::close;
     hit.t = std::nanl("");
     return hit;
   }
@@ -97,19 +96,19 @@ inline OracleHit oracle_intersect(const OracleRay& ray, const std::vector<Long3>
   const bool inside = is_inside_polygon(hit.point, corners, normal);
   const long double band = inside ? 32 * single * size : 64 * twice * size + flatness;
   if (margin * cosine <= band) {
-    hit.answer = OracleAnswer::close;
+    hit.answer = SureAnswer::close;
   } else if (!inside) {
-    hit.answer = OracleAnswer::missed;
+    hit.answer = SureAnswer::missed;
     return hit;
   } else {
-    hit.answer = OracleAnswer::hit;
+    hit.answer = SureAnswer::hit;
   }
   if (hit.t < ray.tnear - hit.tolerance || hit.t >= ray.tfar + hit.tolerance || !(ray.tnear <= ray.tfar)) {
-    hit.answer = OracleAnswer::missed;
+    hit.answer = SureAnswer::missed;
     return hit;
   }
   const long double end_band = 8 * single * std::max(std::fabs(hit.t), size / ray.direction.get_length()) / cosine;
-  if (hit.t < ray.tnear + end_band || hit.t > ray.tfar - end_band) hit.answer = OracleAnswer::close;
+  if (hit.t < ray.tnear + end_band || hit.t > ray.tfar - end_band) hit.answer = SureAnswer::close;
   return hit;
 }
 

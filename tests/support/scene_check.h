@@ -113,7 +113,7 @@ class SceneCheck {
     EXPECT_EQ(hit.level, 0u);
     const OracleHit truth = get_truth(flat, ray, found);
     if (std::isnan(truth.t)) return found;
-    EXPECT_TRUE(truth.answer != OracleAnswer::missed || truth.edge_distance <= graze) << "not on the polygon";
+    EXPECT_TRUE(truth.answer != SureAnswer::missed || truth.edge_distance <= graze) << "not on the polygon";
     const long double tolerance = truth.tolerance * 4096;
     EXPECT_NEAR(hit.distance, static_cast<double>(truth.t), static_cast<double>(tolerance));
     const double time = blur_ != nullptr ? ray.time : std::nan("");

@@ -278,3 +278,33 @@ TEST(VqgasSceneImport, what_is_broken_is_left_out_or_told) {
     EXPECT_NE(result.err.find(name), std::string::npos) << result.err;
   }
 }
+
+TEST(VqgasSceneImport, info_tells_of_each_object_what_became_of_it) {
+  GltfFile file = make_squares();
+  Json dots = file.json["meshes"][0], lost = dots;
+  dots["primitives"][0]["mode"] = 0;
+  lost["primitives"][0]["attributes"]["POSITION"] = file.add("VEC3", {NAN, 0, 0, 1, NAN, 0, 1, 1, NAN, NAN, NAN, NAN});
+  file.json["meshes"].insert(file.json["meshes"].end(), {dots, lost});
+  const std::vector<Json> nodes = {{{"name", "shown"}, {"mesh", 0}},
+                                   {{"name", "flat"}, {"mesh", 0}, {"scale", {1, 0, 1}}},
+                                   {{"name", "dots"}, {"mesh", 1}},
+                                   {{"name", "lost"}, {"mesh", 2}},
+                                   {{"name", "again"}, {"mesh", 0}, {"translation", {9, 0, 0}}}};
+  file.json["nodes"] = nodes;
+  file.json["scenes"][0]["nodes"] = {0, 1, 2, 3, 4};
+  const TestFolder folder;
+  file.write(folder, "scene.gltf");
+  const ProgramResult result = run_vqgas(folder.get_path(), {"info", "scene.gltf", "--json", "-", "--quiet"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const Json report = Json::parse(result.out)[0], objects = report["scene_tree"]["objects"];
+  const std::vector<Json> reasons = {nullptr, "singular matrix", "empty", "no clusters", nullptr};
+  ASSERT_EQ(objects.size(), nodes.size());
+  for (std::size_t k = 0; k < nodes.size(); ++k) {
+    EXPECT_EQ(objects[k]["name"], nodes[k]["name"]);
+    EXPECT_EQ(objects[k].value("left_out", Json()), reasons[k]) << objects[k];
+    EXPECT_EQ(objects[k]["clusters"] == 0, !reasons[k].is_null());
+  }
+  EXPECT_EQ(report["shapes"][0]["shown"], 3);
+  EXPECT_EQ(report["scene_tree"]["geometries"], 2);
+  EXPECT_EQ(report["scene_tree"]["primitives"], 4);
+}
