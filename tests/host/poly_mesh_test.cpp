@@ -9,6 +9,7 @@
 #include "host/mesh_shots.h"
 #include "support/random_values.h"
 #include "support/test_scale.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/poly_mesh_triangulate.h"
 
 namespace {
@@ -116,6 +117,9 @@ TEST(PolyMeshCreate, refuses_what_does_not_fit_together) {
       [](PolyMeshData& data) { data.corner_normals.assign(4, 0); },
       [&](PolyMeshData& data) { data.uv_maps.push_back(short_map); },
       [&](PolyMeshData& data) { data.uv_maps.push_back(far_map); },
+      [&](PolyMeshData& data) {
+        data.uv_maps.push_back({{}, {{0, 0, 0}}, {0, 0, 0, 0, 0}});
+      },
       [](PolyMeshData& data) { data.motion_positions.resize(2); },
       [](PolyMeshData& data) { data.motion_positions.assign(2, data.positions), data.motion_step = 0; },
       [](PolyMeshData& data) { data.motion_positions.assign(2, data.positions), data.motion_begin = NAN; }};
@@ -146,6 +150,19 @@ TEST(PolyMeshCreate, keeps_polygons_that_are_none_as_invalid_primitives) {
   create(mesh, PolyMeshData());
   EXPECT_EQ(mesh.get_primitive_count(), 0u);
   EXPECT_TRUE(mesh.get_bbox(world.ctx).is_empty());
+}
+
+TEST(PolyMeshCreate, knows_which_groups_move) {
+  PolyMeshData data = make_polygons({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 0, 1}, {1, 0, 1}, {1, 1, 1}}, 3);
+  data.group_names = {CoreString("still"), CoreString("moving")};
+  data.polygon_groups = {0, 1};
+  data.motion_positions.assign(3, data.positions);
+  data.motion_positions[2][5].z = 2;
+  PolyMesh mesh;
+  create(mesh, data);
+  EXPECT_FALSE(mesh.has_shading_group_motion(0));
+  EXPECT_TRUE(mesh.has_shading_group_motion(1));
+  EXPECT_FALSE(mesh.has_shading_group_motion(2));
 }
 
 TEST(PolyMeshSurface, point_normals_and_uv_of_a_hit) {
@@ -202,6 +219,19 @@ TEST(PolyMeshSurface, edge_proximity_is_one_on_visible_edges_and_zero_in_the_mid
   create(mesh, triangle);
   EXPECT_NEAR(get(6, 1), 1 - 1 / 8.0, 1e-12);
   EXPECT_NEAR(get(0, 2), 1 - 6 / 8.0, 1e-12);
+}
+
+// Sides are tested through the structure.
+TEST(PolyMeshFrustum, ends_cut_as_sides_do) {
+  QueryWorld world;
+  PolyMesh mesh;
+  create(mesh, make_polygons({{0, 0, 0}, {1, 0, 0}, {1, 1, 2}}, 3));
+  for (const double z : {1.0, 3.0}) {
+    GeometryFrustumCtx query;
+    query.end_planes[query.end_plane_count++] = {{0, 0, z}, {0, 0, 1}};
+    mesh.frustum_hit_primitive(world.ctx, world.shader, query, 0);
+    EXPECT_EQ(query.result.hit_count, z < 2 ? 1u : 0u);
+  }
 }
 
 }  // namespace
