@@ -34,13 +34,14 @@ void add_options(CLI::App& app, Settings& settings) {
       ->delimiter(',')
       ->check(CLI::IsMember({"primary", "bounce", "random", "shadow"}))
       ->capture_default_str();
-  std::vector<std::string> peers = peer_get_mesh_peers();
+  std::vector<std::string> peers = peer_get_scene_peers();
   for (const std::string& peer : peer_get_hair_peers()) peers.push_back(peer);
   settings.measure.peers = peers;
-  app.add_option("--peers", settings.measure.peers,
-                 "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Hair: "
-                 "this library "
-                 "without oriented nodes, Embree's round curves at SSE4.2 or its best")
+  app.add_option(
+         "--peers", settings.measure.peers,
+         "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Scenes: this "
+         "library with objects left whole. Hair: this library without oriented nodes, Embree's round curves at "
+         "SSE4.2 or its best")
       ->delimiter(',')
       ->check(CLI::IsMember(peers))
       ->capture_default_str();

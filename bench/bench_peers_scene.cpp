@@ -4,6 +4,18 @@
 
 #include "bench/bench_peers_mesh.h"
 
+namespace {
+
+constexpr const char* whole = "whole";
+
+}  // namespace
+
+std::vector<std::string> peer_get_scene_peers() {
+  std::vector<std::string> names = peer_get_mesh_peers();
+  names.insert(names.begin(), whole);
+  return names;
+}
+
 PeerScene::PeerScene(BenchObjects objects) : objects_(std::move(objects)) {
   for (BenchMesh& mesh : objects_.meshes) {
     mesh.positions.reserve(mesh.positions.size() + 1);  // the peer reads four bytes past the last position
@@ -23,7 +35,7 @@ PeerReport PeerScene::describe() const {
 }
 
 std::vector<std::string> PeerScene::get_libraries(const std::vector<std::string>& wanted) const {
-  return peer_pick_libraries(peer_get_mesh_peers(), wanted);
+  return peer_pick_libraries(peer_get_scene_peers(), wanted);
 }
 
 PeerContender PeerScene::make(const std::string& library, BenchClock clock, uint thread_count) const {
@@ -33,7 +45,7 @@ PeerContender PeerScene::make(const std::string& library, BenchClock clock, uint
     });
   }
   PeerContender made = PeerContender::make_ours(thread_count, has_motion() ? objects_.get_sample_count() : 0);
-  auto scene = std::make_unique<BenchObjectsScene>(*made.world, objects_, meshes_, thread_count);
+  auto scene = std::make_unique<BenchObjectsScene>(*made.world, objects_, meshes_, library != whole, thread_count);
   made.build_seconds = bench_time(clock, [&] { scene->create_tree(); });
   made.tracer = std::move(scene);
   made.refit(clock, get_bbox());

@@ -4,7 +4,10 @@
 #pragma once
 #include "bench/bench_peers_run.h"
 
-/// Peers are those of meshes: what Embree's instances are instances of.
+/// The names of the peers of scenes: "whole" is this library with objects that are not cut into clusters; then those of
+/// meshes, which is what Embree's instances are instances of.
+std::vector<std::string> peer_get_scene_peers();
+
 class PeerScene final : public PeerSubject {
  public:
   explicit PeerScene(BenchObjects objects);

@@ -20,7 +20,7 @@ BenchScene::BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_coun
 }
 
 BenchObjectsScene::BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
-                                     const std::vector<std::shared_ptr<PolyMesh>>& meshes, uint worker_count)
+                                     const std::vector<std::shared_ptr<PolyMesh>>& meshes, bool cut, uint worker_count)
     : BenchStructure(world, worker_count) {
   set_first_primitives(objects.first_triangles.data());
   for (const auto& mesh : meshes) {
@@ -30,8 +30,10 @@ BenchObjectsScene::BenchObjectsScene(BenchWorld& world, const BenchObjects& obje
   const double last = objects.get_sample_count() - 1.0;
   for (const BenchObjects::Object& object : objects.objects) {
     const auto& structure = structures_[object.mesh];
-    objects_.push_back(std::make_unique<ModuleGeometry>(CoreString("object"), meshes[object.mesh], structure,
-                                                        gas_get_cluster_functions(structure.get())));
+    const ModuleClusterFunctions& functions =
+        cut ? gas_get_cluster_functions(structure.get()) : ModuleSceneObject::get_whole_functions();
+    objects_.push_back(
+        std::make_unique<ModuleGeometry>(CoreString("object"), meshes[object.mesh], structure, functions));
     objects_.back()->set_shading_group(0, world.links);
     std::vector<ModuleMatrixKey> keys;
     for (const BenchMatrix& matrix : object.matrices)

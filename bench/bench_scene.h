@@ -103,8 +103,9 @@ class BenchScene final : public BenchStructure {
 class BenchObjectsScene final : public BenchStructure {
  public:
   /// Makes the meshes' structures and the objects, without a tree. `objects` and `meshes` must live as long.
+  /// @param cut  whether the scene's leaves are clusters of the objects; else they are the objects
   BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
-                    const std::vector<std::shared_ptr<PolyMesh>>& meshes, uint worker_count);
+                    const std::vector<std::shared_ptr<PolyMesh>>& meshes, bool cut, uint worker_count);
 
   /// Builds the tree: what is timed as the build.
   void create_tree();
