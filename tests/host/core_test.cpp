@@ -69,10 +69,11 @@ TEST(CoreSet, keeps_the_order_of_adding) {
   EXPECT_FALSE(set.remove("a"));
   EXPECT_TRUE(set.add("a"));
   EXPECT_TRUE(set.remove("c"));
+  EXPECT_TRUE(set.add("e"));
   EXPECT_TRUE(set.remove("a"));  // has moved up
   std::string order;
   for (const CoreString& name : set) order += name.get_data();
-  EXPECT_EQ(order, "db");
+  EXPECT_EQ(order, "dbe");
 }
 
 TEST(CoreMemory, blocks_are_aligned_or_null) {

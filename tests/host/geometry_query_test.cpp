@@ -335,4 +335,13 @@ TEST(MotionSpans, of_the_active_range_never_lead_beyond_the_last_sample) {
   for (uint ray = 0; ray < 5; ++ray) EXPECT_EQ(query.spans[ray].second, ray == 1 || ray == 2 ? 0 : first[ray] + 1);
 }
 
+TEST(CtxEval, contexts_of_threads_follow_the_one_that_the_next_work_is_done_for) {
+  QueryWorld world;
+  const CtxMotionBlur motion_blur(0.0, 1.0, 2);
+  for (const CtxMotionBlur* blur : {&motion_blur, static_cast<const CtxMotionBlur*>(nullptr)}) {
+    world.ctx.set_motion_blur(blur);
+    EXPECT_EQ(world.ctx.get_or_create_thread_ctx(1).get_motion_blur(), blur);
+  }
+}
+
 }  // namespace
