@@ -1,10 +1,8 @@
-// Progress: what nested weights, steps from many threads and bad values add up to.
+// Progress: what nested weights and bad values add up to.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <thread>
-#include <vector>
 
 #include "vq_app_base/app_base.h"
 
@@ -44,33 +42,6 @@ TEST(AppProgressBar, nested_weights_multiply_and_progress_never_falls) {
   bar.step(1);  // lags behind what the inner tasks have filled
   EXPECT_DOUBLE_EQ(bar.get_progress(), 0.9);
   bar.finish();
-}
-
-TEST(AppProgressBar, steps_of_many_threads_in_any_order_give_the_largest_position) {
-  AppBase app(1);
-  std::vector<AppProgressReport> reports;
-  app.set_progress_bar_hook([&reports](AppProgressBar& bar) {
-    bar.set_sink([&reports](const AppProgressReport& report) { reports.push_back(report); },
-                 std::chrono::milliseconds(0));
-  });
-  AppProgressBar* bar = app.create_progress_bar("build");
-  constexpr uint count = 1000;
-  bar->begin_task("stage", 1.0);
-  bar->set_step_count(count);
-  std::vector<std::thread> threads;
-  for (uint t = 0; t < 4; ++t)
-    threads.emplace_back([bar, t] {
-      for (uint i = t; i < count; i += 4) bar->step(i * 7919 % count);  // each below the count once
-    });
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_NEAR(bar->get_progress(), (count - 1.0) / count, 1e-12);
-  bar->end_task();
-  bar->finish();
-  for (std::size_t i = 1; i < reports.size(); ++i) {
-    EXPECT_GE(reports[i].fraction, reports[i - 1].fraction);
-    EXPECT_EQ(reports[i].is_finished, i + 1 == reports.size());
-  }
-  EXPECT_EQ(reports.back().fraction, 1.0);
 }
 
 }  // namespace

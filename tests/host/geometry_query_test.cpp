@@ -1,4 +1,4 @@
-// Query records: filters, the lifting of nested hits, hit lists, paths, frustum planes, beams and motion spans.
+// Query records: filters, the lifting of nested hits, hit lists, paths, frustum planes, beams, contexts of threads.
 #include <limits>
 
 #include "host/mesh_shots.h"
@@ -227,29 +227,6 @@ TEST(Frustum, box_place_agrees_with_its_corners) {
   EXPECT_GT(inside, 100u);
 }
 
-TEST(Frustum, nested_asks_the_same_of_the_same_points) {
-  RandomValues random(5);
-  GeometryFrustumCtx outer, inner;
-  for (GeometryPlane& plane : outer.planes) plane = GeometryPlane(random.get_vec(), random.get_vec());
-  for (GeometryPlane& plane : outer.end_planes) plane = GeometryPlane(random.get_vec(), random.get_vec());
-  outer.plane_count = outer.end_plane_count = 2;
-  outer.result = {1, 2, 1, 1};
-  for (uint round = 0; round < 20; ++round) {
-    const Matrix inverse = make_matrix(random);
-    inner.begin_nested(outer, inverse, inverse.get_inverse());
-    EXPECT_EQ(inner.result.hit_count + inner.result.total + inner.result.finished + inner.result.outside, 0u);
-    const Vec point = random.get_vec(3.0), local = inverse.transform_point(point);
-    for (uint k = 0; k < 2; ++k) {
-      EXPECT_NEAR(outer.planes[k].measure(point), inner.planes[k].measure(local), 1e-7);
-      EXPECT_NEAR(outer.end_planes[k].measure(point), inner.end_planes[k].measure(local), 1e-7);
-    }
-    for (const uint object : {3u, 5u, 3u}) inner.add_object(object);
-    EXPECT_EQ(inner.get_objects(), (Indices{3, 5}));  // and none of the former round
-    inner.push_point(point);
-    EXPECT_EQ(outer.get_points().size(), round + 1);
-  }
-}
-
 /// How far point `p` is along the beam.
 double get_distance(const GeometryRayFrustumCtx& query, const Vec& p) {
   const Vec& normal = query.get_plane_normal();
@@ -311,28 +288,6 @@ TEST(RayFrustum, cross_sections_are_the_same_in_every_space) {
     EXPECT_FALSE(beams[0].set_parallel(origin, Vec(), offsets, 0.0, 1.0));
     EXPECT_EQ(beams[0].tfar, 9.0);
   }
-}
-
-TEST(MotionSpans, of_the_active_range_never_lead_beyond_the_last_sample) {
-  QueryWorld world;
-  GeometryRayPacket packet;
-  packet.resize(5);
-  const double times[5] = {-1.0, 0.25, 0.6, 1.0, 7.0};
-  for (uint ray = 0; ray < 5; ++ray) packet.set_ray(ray, {}, {0, 0, 1}, 0.0, 1.0, times[ray]);
-  const CtxMotionBlur open(0.0, 1.0, 3), closed(0.5, 0.5, 5);
-  GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-  open.init_raytrace_ctx(query);
-  const uint first[5] = {0, 0, 1, 1, 1};
-  const double fraction[5] = {0.0, 0.5, 0.2, 1.0, 1.0};
-  for (uint ray = 0; ray < 5; ++ray) {
-    EXPECT_EQ(query.spans[ray].first, first[ray]);
-    EXPECT_EQ(query.spans[ray].second, first[ray] + 1);
-    EXPECT_NEAR(query.spans[ray].fraction, fraction[ray], 1e-12);
-  }
-  query.first_ray = 1;
-  query.last_ray = 2;
-  closed.init_raytrace_ctx(query);
-  for (uint ray = 0; ray < 5; ++ray) EXPECT_EQ(query.spans[ray].second, ray == 1 || ray == 2 ? 0 : first[ray] + 1);
 }
 
 TEST(CtxEval, contexts_of_threads_follow_the_one_that_the_next_work_is_done_for) {
