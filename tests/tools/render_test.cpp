@@ -152,6 +152,38 @@ TEST(VqgasRender, motion_is_the_way_over_the_shutter_in_pixels) {
   }
 }
 
+TEST(VqgasRender, shapes_that_deform_neither_hold_up_what_moves_nor_lose_parts_between_few_samples) {
+  const TestFolder folder;
+  write_moving_squares(folder);
+  const auto render = [&](std::vector<std::string> line, const std::vector<std::string>& more) {
+    *std::find(line.begin(), line.end(), all_layers) = "object,group,motion";
+    line.insert(line.end(), more.begin(), more.end());
+    EXPECT_EQ(run_vqgas(folder.get_path(), line).exit_code, 0);
+    return read_exr(folder.get_path() / "m.exr");
+  };
+  // The jelly has moved long since.
+  std::vector<std::string> line = make_line("moving.gltf", "m.exr");
+  const std::vector<std::string> later = {"--frame", "6", "--shutter", "-1,1"};
+  const ExrFile alone = render(line, later);
+  line.insert(line.begin() + 2, "demo:jelly");
+  const ExrFile both = render(line, later);
+  int seen = 0;
+  for (std::size_t pixel = 0; pixel < width * height; ++pixel) {
+    const std::uint32_t object = both.numbers.at("object")[pixel];
+    const std::uint32_t wanted = alone.numbers.at("object")[pixel];
+    EXPECT_TRUE(object == wanted || object == 2) << "the jelly may only hide";
+    if (object != 0) continue;
+    EXPECT_NEAR(both.values.at("motion.X")[pixel], alone.values.at("motion.X")[pixel], 1e-4);
+    EXPECT_GT(both.values.at("motion.X")[pixel], 0.5);
+    ++seen;
+  }
+  EXPECT_GT(seen, 10);
+
+  line = make_line("demo:jelly", "m.exr");
+  const auto groups = render(line, {"--shutter", "0,1"}).numbers.at("group");
+  EXPECT_EQ(render(line, {"--shutter", "0,1", "--motion-samples", "2"}).numbers.at("group"), groups);
+}
+
 TEST(VqgasRender, paths_lead_from_the_object_into_its_groups) {
   const TestFolder folder;
   ASSERT_EQ(run_vqgas(folder.get_path(), {"render", "demo:mills", "-o", "p.exr", "--size", "240x135", "--layers",

@@ -163,6 +163,25 @@ TEST(VqgasSceneImport, nodes_stand_at_the_product_of_their_matrices_and_share_me
   EXPECT_EQ(hits[2]["primitive"], 4);  // two polygons are shared, and two come before it in its own mesh
 }
 
+TEST(VqgasSceneImport, what_grows_from_nothing_is_there_and_other_rays_do_not_coarsen_a_turn) {
+  GltfFile file = make_squares();
+  file.animate(0, "scale", {0, 1}, "VEC3", {0, 0, 0, 1, 1, 1});
+  file.animate(1, "rotation", {0, 1, 2}, "VEC4", {0, 0, 0, 1, 0, 0, 1, 0, 0, 0, 0, -1});  // a turn in two seconds
+  const TestFolder folder;
+  file.write(folder, "grow.gltf");
+  const Triangle nothing = {{{77, 0, 0}, {77, 0, 0}, {77, 0, 0}}};
+  const Triangle turned = transform(move({9, 0, 0}), transform(turn(std::numbers::pi * 7 / 24), lower_right));
+  const std::vector<Json> hits =
+      aim(folder, "grow.gltf",
+          {{nothing, 0}, {transform(scale({0.5, 0.5, 0.5}), lower_right), 12}, {turned, 7}, {nothing, 16}});
+  expect_there(hits[1], "moved");
+  expect_there(hits[2], "beside");
+
+  const Json report =
+      Json::parse(run_vqgas(folder.get_path(), {"info", "grow.gltf", "--frame", "5", "--json", "-"}).out);
+  for (const Json& object : report[0]["scene_tree"]["objects"]) EXPECT_TRUE(object["moves"].get<bool>()) << object;
+}
+
 TEST(VqgasSceneImport, formats_without_nodes_are_one_object) {
   const TestFolder folder;
   folder.write("two.obj", "o a\nv 5 0 0\nv 6 0 0\nv 6 1 0\nf 1 2 3\no b\nv -1 -1 0\nv 1 -1 0\nv 1 1 0\nf 4 5 6\n");

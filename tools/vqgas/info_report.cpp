@@ -108,6 +108,7 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   for (const SceneShape& shape : scene.get_shapes()) report.shapes.push_back(make_shape_report(shape));
   SceneExaminer examiner(report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
+  for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);
   const std::string prefix = file + ":";
   for (std::size_t k = 0; k < report.shapes.size(); ++k) {
     ShapeReport& shape = report.shapes[k];
@@ -117,7 +118,7 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   }
   const ModuleSceneObject& first = *scene.get_objects().objects.front();
   report.is_plain = report.shapes.size() == 1 && report.whole.objects.size() == 1 && !first.is_keyframed() &&
-                    first.get_global_matrix() == GMathMatrix4x4<double>();
+                    !scene.is_animated(0) && first.get_global_matrix() == GMathMatrix4x4<double>();
   return report;
 }
 

@@ -8,7 +8,6 @@
 #include "tools/vqgas/input_error.h"
 #include "vq_app_base/app_base.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_module/module_combiner.h"
 
 namespace {
 
@@ -22,12 +21,29 @@ std::size_t get_weight(const ShapeSource& source) {
   return 4 * std::get<HairSource>(source).data.points.size() + 1;
 }
 
-/// Whether the place of an object moves, within a group too.
-bool has_moving_place(const ModuleSceneObject& object) {
-  if (object.is_keyframed()) return true;
-  const auto* group = dynamic_cast<const ModuleCombiner*>(&object);
-  return group != nullptr && std::any_of(group->get_objects().begin(), group->get_objects().end(),
-                                         [](const auto& part) { return has_moving_place(*part); });
+/// When the boxes of what moves are sampled.
+struct SampleTimes {
+  double first, last;
+  uint count;
+};
+
+/// Every `1 / parts` of a step of `own` from the sample before `open` to that after `close`, also before its first and
+/// after its last: so no bend of what has these samples lies between two of them. Nothing when they are too many.
+std::optional<SampleTimes> get_own_times(const GMathTimeSampling& own, double open, double close, uint wanted_steps) {
+  constexpr double most_steps = 255.0, rounding = 1e-9;
+  const double first = std::floor((open - own.get_begin()) / own.get_step() + rounding);
+  const double steps = std::ceil((close - own.get_begin()) / own.get_step() - rounding) - first;
+  if (!(steps <= most_steps)) return std::nullopt;
+  const uint whole = static_cast<uint>(steps), parts = whole > 0 ? (wanted_steps + whole - 1) / whole : 1;
+  const double begin = own.get_begin() + first * own.get_step();
+  return SampleTimes{begin, begin + steps * own.get_step(), whole * std::max(parts, 1u) + 1};
+}
+
+/// Evenly over the shutter, several to each of the shortest steps of what deforms, so that its bends are met closely.
+SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint wanted_steps) {
+  constexpr double most_steps = 255.0, steps_per_step = 4.0;
+  const double steps = std::fmin(steps_per_step * (times.close - times.open) / shortest_step, most_steps);
+  return {times.open, times.close, std::max(static_cast<uint>(steps), wanted_steps) + 1};
 }
 
 }  // namespace
@@ -35,6 +51,9 @@ bool has_moving_place(const ModuleSceneObject& object) {
 QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings, double frame)
     : application_(application), factory_(application), ctx_(factory_) {
   const auto begin = std::chrono::steady_clock::now();
+  note_keys(source.objects);
+  for (const std::vector<ObjectSource>& group : source.groups) note_keys(group);
+  for (const ObjectSource& object : source.objects) is_animated_.push_back(object.is_animated);
   build_shapes(source.shapes, settings);
   AppProgressBar* progress = application.create_progress_bar("Build scene");
   const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, frame);
@@ -86,33 +105,42 @@ void QueryScene::add_shape(SceneShape&& shape, const std::vector<Color>& group_c
   shapes_by_geometry_[shapes_.back().geometry.get()] = &shapes_.back();
 }
 
+void QueryScene::note_keys(const std::vector<ObjectSource>& objects) {
+  for (const ObjectSource& object : objects) {
+    if (object.keys.size() < 2) continue;
+    for (const ModuleMatrixKey& key : object.keys) {
+      first_key_ = std::min(first_key_, key.time);
+      last_key_ = std::max(last_key_, key.time);
+    }
+  }
+}
+
 void QueryScene::set_shutter(const SceneTimes& times) {
   constexpr uint smooth_steps = 8;  // what turns is to look round
+  const uint wanted_steps = times.samples ? *times.samples - 1 : smooth_steps;
   const GMathTimeSampling* common = nullptr;
   bool is_common = true;
+  double shortest_step = std::numeric_limits<double>::infinity();
   for (const SceneShape& shape : shapes_) {
     const GMathTimeSampling& own = shape.motion_sampling;
     if (own.get_sample_count() < 2) continue;
     if (common == nullptr) common = &own;
     is_common = is_common && own.get_begin() == common->get_begin() && own.get_step() == common->get_step();
+    shortest_step = std::min(shortest_step, own.get_step());
   }
-  if (times.samples || common == nullptr || !is_common) {
-    motion_blur_.emplace(times.open, times.close, times.samples.value_or(smooth_steps + 1));
-  } else {
-    // The boxes are sampled where deforming shapes have their samples, one before the shutter and one after it
-    // included, and at even steps between: there everything moves along straight lines, as the boxes do, so that no ray
-    // misses it.
-    const double last = common->get_sample_count() - 1;
-    const auto place = [&](double time) { return (time - common->get_begin()) / common->get_step(); };
-    const uint first_sample = static_cast<uint>(std::clamp(std::floor(place(times.open)), 0.0, last));
-    const uint last_sample = static_cast<uint>(std::clamp(std::ceil(place(times.close)), 0.0, last));
-    const uint steps = last_sample - first_sample;
-    const bool is_refined = steps > 0 && std::any_of(objects_.objects.begin(), objects_.objects.end(),
-                                                     [](const auto& object) { return has_moving_place(*object); });
-    const uint parts = is_refined ? (smooth_steps + steps - 1) / steps : 1;
-    motion_blur_.emplace(common->get_sample_time(first_sample), common->get_sample_time(last_sample),
-                         steps * parts + 1);
+  std::optional<SampleTimes> found;
+  if (!(times.close > times.open)) {
+    found = SampleTimes{times.open, times.open, 1};
+  } else if (common != nullptr && is_common) {
+    // Nothing moves before all first samples and keys, nor after the last ones.
+    const bool has_keys = first_key_ < last_key_;
+    const double first = std::min(common->get_begin(), first_key_);
+    const double last = std::max(common->get_sample_time(common->get_sample_count() - 1), last_key_);
+    found = get_own_times(*common, std::clamp(times.open, first, last), std::clamp(times.close, first, last),
+                          has_keys || times.samples ? wanted_steps : 0);
   }
+  if (!found) found = get_even_times(times, shortest_step, wanted_steps);
+  motion_blur_.emplace(found->first, found->last, found->count);
   ctx_.set_motion_blur(&*motion_blur_);
 }
 

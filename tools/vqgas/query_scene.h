@@ -4,6 +4,7 @@
 // Primitives and shading groups are numbered through, shape by shape; objects that show the same shape share its
 // numbers.
 #pragma once
+#include <limits>
 #include <memory>
 #include <optional>
 #include <span>
@@ -43,13 +44,16 @@ class QueryScene {
   QueryScene(const QueryScene&) = delete;
   QueryScene& operator=(const QueryScene&) = delete;
 
-  /// From now on rays see what moves at their own times, which must lie in [open, close].
+  /// From now on rays see what moves at their own times, which must lie in [open, close]. Deforming shapes are sampled
+  /// where they have samples of their own at least.
   void set_shutter(const SceneTimes& times);
   const CtxMotionBlur* get_motion_blur() const { return motion_blur_ ? &*motion_blur_ : nullptr; }
 
   AppBase& get_application() const { return application_; }
   const std::vector<SceneShape>& get_shapes() const { return shapes_; }
   const SceneObjects& get_objects() const { return objects_; }
+  /// Whether the file moves or deforms the object, be it at other times than it was read for.
+  bool is_animated(uint object) const { return is_animated_[object] != 0; }
   bool has_hair() const;
   /// Of the shapes, each counted once.
   uint get_primitive_count() const;
@@ -94,6 +98,7 @@ class QueryScene {
 
  private:
   void build_shapes(std::vector<ShapeSource>& sources, const HairSettings& settings);
+  void note_keys(const std::vector<ObjectSource>& objects);
   void check_files(const std::vector<SceneFile>& files) const;
   void add_shape(SceneShape&& shape, const std::vector<Color>& group_colors);
   const CtxEval& get_thread_ctx() const;
@@ -107,7 +112,10 @@ class QueryScene {
   std::unordered_map<const GeometryObject*, const SceneShape*> shapes_by_geometry_;
   SceneObjects objects_;
   SceneObjects all_hits_objects_;  ///< without a tree where objects_ answer for all hits too
+  std::vector<u8> is_animated_;
   std::vector<Color> group_colors_;
   std::optional<CtxMotionBlur> motion_blur_;
+  /// Of all that moves from place to place; none: the first lies after the last.
+  double first_key_ = std::numeric_limits<double>::infinity(), last_key_ = -first_key_;
   double build_seconds_ = 0.0;
 };

@@ -38,6 +38,15 @@ SkinWeights::SkinWeights(const aiMesh& mesh) : first(mesh.mNumVertices + 1, 0) {
   });
 }
 
+bool SceneDeformation::is_animated(const aiMesh& mesh, uint node) const {
+  if (has_morphs(mesh) && animation_.find_morph(*nodes_.get_nodes()[node].source, mesh) != nullptr) return true;
+  for (uint bone = 0; bone < mesh.mNumBones && has_skin(mesh); ++bone) {
+    const uint holder = mesh.mBones[bone] != nullptr ? nodes_.find(mesh.mBones[bone]->mName) : core_invalid_index;
+    if (holder != core_invalid_index && nodes_.get_nodes()[holder].is_moving) return true;
+  }
+  return false;
+}
+
 void SceneDeformation::add_positions(const aiMesh& mesh, uint node, double frame, const std::vector<Matrix>& worlds,
                                      bool in_world, std::vector<GMathVec3<float>>& positions) {
   moved_.clear();

@@ -33,6 +33,9 @@ class SceneDeformation {
   static bool has_skin(const aiMesh& mesh) { return mesh.mNumBones > 0 && mesh.mBones != nullptr; }
   static bool has_morphs(const aiMesh& mesh) { return mesh.mNumAnimMeshes > 0 && mesh.mAnimMeshes != nullptr; }
 
+  /// Whether the file moves its bones or morph targets.
+  bool is_animated(const aiMesh& mesh, uint node) const;
+
   /// Appends the vertices of a node's mesh at `frame`.
   /// @param worlds    of all nodes at that frame
   /// @param in_world  in the world instead of in the node's space; bones need it, for they hold vertices in the world,

@@ -52,12 +52,14 @@ class NodeImporter {
       deforming.in_world |= SceneDeformation::has_skin(mesh);
       is_deforming |= SceneDeformation::has_skin(mesh) || SceneDeformation::has_morphs(mesh);
     }
-    source_.objects.push_back({node.mName.C_Str(), core_invalid_index});
+    ObjectSource& object = source_.objects.emplace_back(ObjectSource{node.mName.C_Str()});
+    object.is_animated = nodes_.get_nodes()[index].is_moving;
+    for (const aiMesh* mesh : deforming.meshes) object.is_animated |= deformation_.is_animated(*mesh, index);
     object_nodes_.push_back(deforming.in_world ? core_invalid_index : index);
     if (is_deforming) {
       deforming_.push_back(std::move(deforming));
     } else {
-      source_.objects.back().shape = find_shape(deforming.meshes);
+      object.shape = find_shape(deforming.meshes);
     }
   }
 

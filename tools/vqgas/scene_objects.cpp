@@ -1,10 +1,28 @@
 #include "tools/vqgas/scene_objects.h"
 
+#include <cmath>
+
 #include "gas/gas_module_clusters.h"
 #include "vq_app_base/app_base.h"
 #include "vq_geometry/geometry_object.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+
+namespace {
+
+bool has_place(const ModuleSceneObject& object) {
+  const double determinant = object.get_global_matrix().get_determinant();
+  return determinant != 0.0 && std::isfinite(determinant);
+}
+
+/// What has no place at the frame, as what grows from nothing, stands at the first key where it has one: else the tree
+/// would be without it at all times.
+void set_moving_place(ModuleSceneObject& object, const std::vector<ModuleMatrixKey>& keys, double frame) {
+  object.set_global_matrix_keys(keys, frame);
+  for (std::size_t k = 0; k < keys.size() && !has_place(object); ++k) object.evaluate(keys[k].time);
+}
+
+}  // namespace
 
 SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const {
   std::vector<SceneObjects> groups;
@@ -44,6 +62,6 @@ std::shared_ptr<ModuleSceneObject> SceneObjectMaker::make_object(const ObjectSou
     object = std::make_shared<ModuleCombiner>(name, group.objects, group.tree);
   }
   if (source.keys.size() == 1) object->set_global_matrix(source.keys.front().matrix);
-  if (source.keys.size() > 1) object->set_global_matrix_keys(source.keys, frame_);
+  if (source.keys.size() > 1) set_moving_place(*object, source.keys, frame_);
   return object;
 }

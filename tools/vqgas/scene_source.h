@@ -24,6 +24,7 @@ struct ObjectSource {
   /// From the object's space to that around it, over time in frames. A single one: it stands still; none: at the place
   /// where it was made.
   std::vector<ModuleMatrixKey> keys = {};
+  bool is_animated = false;  ///< its file moves or deforms it, be it at other times than the scene was read for
 };
 
 /// Where a run of shapes comes from.

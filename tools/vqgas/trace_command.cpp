@@ -2,7 +2,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <tuple>
@@ -155,15 +157,23 @@ std::vector<TraceRay> get_rays(const TraceOptions& options) {
   return read_trace_rays(std::cin, "standard input");
 }
 
-/// From the earliest to the latest ray.
+/// From the earliest to the latest ray, sampled as closely as the shutter of a single frame is.
 SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second) {
+  constexpr double samples_per_frame = 8.0, most_samples = 128.0;
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  double first = infinity, last = -infinity;
+  for (const TraceRay& ray : rays) {
+    if (!std::isfinite(ray.time)) continue;
+    first = std::min(first, ray.time);
+    last = std::max(last, ray.time);
+  }
   SceneTimes times;
   times.frames_per_second = frames_per_second;
-  if (rays.empty()) return times;
-  const auto [first, last] = std::minmax_element(rays.begin(), rays.end(),
-                                                 [](const TraceRay& a, const TraceRay& b) { return a.time < b.time; });
-  times.open = first->time;
-  times.close = last->time;
+  if (!(first <= last)) return times;
+  times.open = first;
+  times.close = last;
+  times.samples =
+      1 + static_cast<uint>(std::clamp(std::ceil((last - first) * samples_per_frame), samples_per_frame, most_samples));
   return times;
 }
 
