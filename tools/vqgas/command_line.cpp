@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
+
 #include "tools/vqgas/demo_scenes.h"
 #include "tools/vqgas/input_error.h"
 #include "tools/vqgas/number_list.h"
@@ -26,9 +28,29 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
   command.add_option("--json", options.json, json_help)->type_name("FILE");
 }
 
+/// The checks of the library let NaN pass and tell ranges with 300 digits.
+CLI::Validator make_number_check(const std::string& wanted, bool (*is_sound)(double), const std::string& mark) {
+  const auto check = [wanted, is_sound](const std::string& text) {
+    const std::vector<double> values = parse_numbers(text, ',');
+    return values.size() == 1 && is_sound(values[0]) ? std::string() : "'" + text + "' is not " + wanted;
+  };
+  return CLI::Validator(check, mark);
+}
+
+CLI::Validator is_finite_number() {
+  return make_number_check(
+      "a finite number", [](double value) { return std::isfinite(value); }, "");
+}
+
+CLI::Validator is_positive_number() {
+  return make_number_check(
+      "a positive number", [](double value) { return std::isfinite(value) && value > 0.0; }, "POSITIVE");
+}
+
 std::string get_file_help() {
-  return "Mesh files (OBJ, PLY, STL, glTF, ...), hair files (.hair of the cyHair format; .curves or .txt with x y z "
-         "radius a line and an empty line between strands) or built-in scenes: demo:NAME with NAME one of " +
+  return "Scene and mesh files (glTF, FBX, Collada, OBJ, PLY, STL, ...), hair files (.hair of the cyHair format; "
+         ".curves or .txt with x y z radius a line and an empty line between strands) or built-in scenes: demo:NAME "
+         "with NAME one of " +
          list_demo_scenes();
 }
 
@@ -50,13 +72,15 @@ void add_view_options(CLI::App& command, std::string& view, std::string& camera,
 void add_rate_option(CLI::App& command, SceneOptions& options) {
   command.add_option("--fps", options.frames_per_second, "Frames per second, for files that tell time in seconds")
       ->capture_default_str()
-      ->check(CLI::PositiveNumber);
+      ->check(is_positive_number());
 }
 
 void add_info(CLI::App& app, InfoOptions& options) {
   CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
   command->add_option("FILE", options.files, get_file_help())->required();
-  command->add_option("--frame", options.frame, "Frame at which objects stand")->capture_default_str();
+  command->add_option("--frame", options.frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
   add_rate_option(*command, options);
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
@@ -83,14 +107,15 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
   command
       ->add_option("--frame", options.frame,
                    "Show what moves at this frame; without it and a shutter, meshes and hair are shown at rest")
-      ->type_name("F");
+      ->type_name("F")
+      ->check(is_finite_number());
   command
       ->add_option("--shutter", texts.shutter,
                    "Blur what moves between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
       ->type_name("OPEN,CLOSE");
   command
       ->add_option("--motion-samples", options.motion_samples,
-                   "Samples of motion over the shutter; without it, as many as look smooth")
+                   "Samples of motion over the shutter, at least; without it, as many as look smooth")
       ->check(CLI::Range(2u, 1024u))
       ->type_name("N");
   add_rate_option(*command, options);
@@ -117,11 +142,10 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
   command->footer(
-      "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number in the "
-      "file,\n"
-      "group the number of its shading group, u and v the barycentric weights of the second and third corner of the\n"
-      "triangle that was hit, nx,ny,nz the unit normal of the polygon as wound. A miss is a row with the ray's "
-      "number.\n"
+      "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number, shape by\n"
+      "shape in the order of the file, group the number of its shading group, u and v the barycentric weights of the\n"
+      "second and third corner of the triangle that was hit, nx,ny,nz the unit normal of the polygon as wound, path\n"
+      "the numbers of the object and of those in its groups. A miss is a row with the ray's number.\n"
       "Of hair the primitive is the segment, u runs along it, v around it, and the normal points outwards.\n"
       "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
 }
@@ -134,14 +158,22 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
   command->add_option("--mode", texts.mode, "any: objects that the space touches; all: those that lie wholly in it")
       ->capture_default_str()
       ->check(CLI::IsMember({"any", "all"}));
-  command->add_option("--rect", texts.rect, "Rectangle of the picture, in pixels; without it the whole picture")
-      ->type_name("LEFT,TOP,RIGHT,BOTTOM");
-  command->add_option("--near", options.near, "Nothing less deep than this along the view")->capture_default_str();
-  command->add_option("--far", options.far, "Nothing deeper than this along the view");
-  command->add_option("--box", texts.box, "Instead of a rectangle: a box in space")->type_name("x,y,z/x,y,z");
+  CLI::Option* rect =
+      command->add_option("--rect", texts.rect, "Rectangle of the picture, in pixels; without it the whole picture")
+          ->type_name("LEFT,TOP,RIGHT,BOTTOM");
+  CLI::Option* near =
+      command->add_option("--near", options.near, "Nothing less deep than this along the view")->capture_default_str();
+  CLI::Option* far = command->add_option("--far", options.far, "Nothing deeper than this along the view");
+  command->add_option("--box", texts.box, "Instead of a rectangle: a box in space")
+      ->type_name("x,y,z/x,y,z")
+      ->excludes(rect)
+      ->excludes(near)
+      ->excludes(far);
   add_view_options(*command, options.view, texts.camera, texts.size);
   command->add_option("-o,--output", options.output, "Picture that shows what was selected")->type_name("NAME.png");
-  command->add_option("--frame", options.frame, "Frame at which objects stand")->capture_default_str();
+  command->add_option("--frame", options.frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
   add_rate_option(*command, options);
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
@@ -153,7 +185,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
 void add_groom(CLI::App& app, GroomOptions& options) {
   GroomSettings& settings = options.settings;
   CLI::App* command = app.add_subcommand("groom", "Grow fur on a mesh and write it as a hair file");
-  command->add_option("MESH", options.file, "Mesh file or built-in scene, at rest")->required();
+  command->add_option("MESH", options.file, "Scene or mesh file, or built-in scene, at rest")->required();
   command->add_option("-o,--output", options.output, "Hair file, of the cyHair format")
       ->required()
       ->type_name("NAME.hair");
@@ -162,7 +194,7 @@ void add_groom(CLI::App& app, GroomOptions& options) {
           ->capture_default_str()
           ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
   command->add_option("--density", options.density, "Instead: strands per unit of area, in the mesh's own units")
-      ->check(CLI::PositiveNumber)
+      ->check(is_positive_number())
       ->excludes(strands);
   const auto add_number = [&](const char* name, auto& value, const char* help, double low, double high) {
     command->add_option(name, value, help)->capture_default_str()->check(CLI::Range(low, high));
