@@ -178,7 +178,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
   command->footer(
-      "Objects count from 0 in the order of the files. Deforming meshes and hair are taken at rest.\n"
+      "Objects count from 0 in the order of the files. What deforms in built-in scenes is taken at rest.\n"
       "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png");
 }
 
