@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cctype>
 #include <cstdarg>
 #include <cstdio>
 
@@ -60,6 +61,13 @@ void print_build(const SceneReport& report) {
   print_row("whole build", "%11.4f s %9.2f Mprim/s", report.build_seconds, get_rate(kept, report.build_seconds));
 }
 
+/// Names come from files; they must not end the row or steer the terminal.
+std::string make_printable(std::string name) {
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char letter) { return std::iscntrl(letter) != 0; }, '?');
+  return name;
+}
+
 /// So many rows of a list; the rest is told by number.
 constexpr std::size_t row_limit = 12;
 
@@ -73,7 +81,8 @@ void print_shape_list(const std::vector<ShapeReport>& shapes) {
     const ShapeReport& shape = shapes[k];
     std::printf("  %5zu %8u %10u %8u %9.3f %10.2f  %s%s\n", k, shape.shown, shape.primitives,
                 shape.primitives - shape.tree.kept, 1e-6 * double(get_sum(shape.tree.arrays)),
-                shape.tree.statistics.surface_area_cost, shape.name.c_str(), shape.is_hair ? " (hair)" : "");
+                shape.tree.statistics.surface_area_cost, make_printable(shape.name).c_str(),
+                shape.is_hair ? " (hair)" : "");
   }
   print_rest(shapes.size());
 }
@@ -86,13 +95,13 @@ void print_object_list(const std::vector<ObjectReport>& objects) {
                 object.left_out != nullptr ? "left out"
                 : object.is_moving         ? "moves"
                                            : "",
-                object.name.c_str(), object.is_group ? " (group)" : "");
+                make_printable(object.name).c_str(), object.is_group ? " (group)" : "");
   }
   print_rest(objects.size());
   std::size_t left_out = 0;
   for (std::size_t k = 0; k < objects.size(); ++k) {
     if (objects[k].left_out == nullptr || ++left_out > row_limit) continue;
-    print_row("left out", "%5zu %s: %s", k, objects[k].name.c_str(), objects[k].left_out);
+    print_row("left out", "%5zu %s: %s", k, make_printable(objects[k].name).c_str(), objects[k].left_out);
   }
   print_rest(left_out);
 }
@@ -110,7 +119,7 @@ void print_group_list(const std::vector<ObjectsReport>& groups) {
     const std::size_t kept = count_kept(group);
     std::printf("  %5zu %8zu %8zu %10.0f %8u %9.3f %10.2f  %s\n", k, group.objects.size(), group.objects.size() - kept,
                 group.primitives, group.tree.kept, 1e-6 * double(get_sum(group.tree.arrays)),
-                group.tree.statistics.surface_area_cost, group.name.c_str());
+                group.tree.statistics.surface_area_cost, make_printable(group.name).c_str());
   }
   print_rest(groups.size());
 }
