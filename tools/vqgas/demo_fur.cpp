@@ -4,7 +4,6 @@
 #include "tools/vqgas/demo_scenes.h"
 #include "tools/vqgas/demo_shapes.h"
 #include "tools/vqgas/groom.h"
-#include "tools/vqgas/input_error.h"
 
 namespace {
 
@@ -50,11 +49,8 @@ MeshSource make_body() {
 }
 
 HairSource make_fur() {
-  MeshSource body = make_body();
-  complete_normals(body.data, 180.0);
   PolyMesh mesh;
-  CoreString fault;
-  if (!mesh.create(std::move(body.data), fault)) throw InputError("demo:fur", fault.get_data());
+  create_groom_mesh(make_body(), 180.0, mesh);
   GroomSettings settings;
   settings.strands = 64000;
   settings.length = 0.085;

@@ -2,7 +2,6 @@
 
 #include "tools/vqgas/demo_mills.h"
 #include "tools/vqgas/groom.h"
-#include "tools/vqgas/input_error.h"
 
 namespace {
 
@@ -113,11 +112,8 @@ MeshSource make_mills_sheep_head() {
 HairSource make_mills_wool() {
   MeshBuilder builder;
   add_fleece(builder, builder.add_group("fleece", {}));
-  MeshSource source = builder.finish();
-  complete_normals(source.data, 180.0);
   PolyMesh mesh;
-  CoreString fault;
-  if (!mesh.create(std::move(source.data), fault)) throw InputError("demo:mills", fault.get_data());
+  create_groom_mesh(builder.finish(), 180.0, mesh);
   GroomSettings settings;
   settings.strands = 2600;
   settings.length = 0.055;

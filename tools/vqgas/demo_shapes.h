@@ -46,6 +46,6 @@ std::vector<GMathVec2<double>> make_star_outline(uint points, double inner, doub
 /// The trefoil knot of t in [0, 1), about 3 across in x and y.
 Point get_trefoil_point(double t);
 
-/// Lets a mesh move over the times 0 to 1, with the same samples in all scenes so that they can be joined. `place`
+/// Lets a mesh move over the times 0 to 1, with the same samples in all scenes so that they fit each other. `place`
 /// tells where a vertex, given with its number and where it rests, is at a time.
 void add_motion(MeshSource& source, const std::function<Point(uint, const Point&, double)>& place);

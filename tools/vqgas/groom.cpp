@@ -6,6 +6,8 @@
 #include <memory>
 #include <numbers>
 
+#include "tools/vqgas/input_error.h"
+#include "tools/vqgas/mesh_builder.h"
 #include "tools/vqgas/random.h"
 #include "vq_app_base/app_base.h"
 #include "vq_geometry/geometry_intersection.h"
@@ -145,6 +147,12 @@ class GrowTask final : public SysThreadTask {
 };
 
 }  // namespace
+
+void create_groom_mesh(MeshSource&& source, double crease_degrees, PolyMesh& mesh) {
+  complete_normals(source.data, crease_degrees);
+  CoreString fault;
+  if (!mesh.create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
+}
 
 GroomSurface::GroomSurface(const PolyMesh& mesh) : mesh_(mesh) {
   bbox_.set_empty();

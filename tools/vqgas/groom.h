@@ -11,6 +11,11 @@
 
 class AppProgressBar;
 class PolyMesh;
+struct MeshSource;
+
+/// Makes the mesh that fur is to grow on; it grows along normals that are smooth where polygons meet at no more than
+/// `crease_degrees`. Throws InputError when the mesh is not sound.
+void create_groom_mesh(MeshSource&& source, double crease_degrees, PolyMesh& mesh);
 
 /// Where fur can grow: the triangles of a mesh that have an area. The mesh must outlive it.
 class GroomSurface {

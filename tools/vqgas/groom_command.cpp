@@ -20,9 +20,8 @@ namespace {
 void create_mesh(const std::string& name, PolyMesh& mesh) {
   MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
   if (source.data.polygon_sizes.empty()) throw InputError(name, "holds no mesh that fur could grow on");
-  complete_normals(source.data, crease_degrees);
-  CoreString fault;
-  if (!mesh.create(std::move(source.data), fault)) throw InputError(name, fault.get_data());
+  source.name = name;
+  create_groom_mesh(std::move(source), crease_degrees, mesh);
 }
 
 /// With the number of strands that the density asks for.

@@ -46,8 +46,7 @@ ShapeReport make_shape_report(const SceneShape& shape) {
 /// Why an object without clusters in the tree is not there: the tree's own reasons, in its order.
 const char* get_reason(const ModuleSceneObject& object) {
   if (object.get_primitive_count() == 0.0) return "empty";
-  const double determinant = object.get_global_matrix().get_determinant();
-  if (determinant == 0.0 || !std::isfinite(determinant)) return "singular matrix";
+  if (!has_place(object)) return "singular matrix";
   return "no clusters";
 }
 

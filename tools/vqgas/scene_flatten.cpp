@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/vqgas/scene_objects.h"
+
 namespace {
 
 using Matrix = GMathMatrix4x4<double>;
@@ -28,7 +30,10 @@ class Flattener {
 
   void add(const std::vector<ObjectSource>& objects, const Matrix& around) {
     for (const ObjectSource& object : objects) {
-      const Matrix matrix = around * get_matrix(object);
+      ModuleSceneItem item((CoreString()));
+      set_place(item, object, frame_);
+      if (!has_place(item)) continue;
+      const Matrix matrix = around * item.get_global_matrix();
       if (object.shape == core_invalid_index) {
         add(scene_.groups[object.group], matrix);
       } else if (const MeshSource* mesh = std::get_if<MeshSource>(&scene_.shapes[object.shape])) {
@@ -40,13 +45,6 @@ class Flattener {
   MeshSource finish() { return builder_.finish(); }
 
  private:
-  Matrix get_matrix(const ObjectSource& object) const {
-    ModuleSceneItem item((CoreString()));
-    if (object.keys.size() == 1) item.set_global_matrix(object.keys.front().matrix);
-    if (object.keys.size() > 1) item.set_global_matrix_keys(object.keys, frame_);
-    return item.get_global_matrix();
-  }
-
   void add_mesh(MeshSource mesh, const Matrix& matrix) {
     mesh.data.motion_positions.clear();
     const Matrix inverse = matrix.get_inverse();

@@ -2,6 +2,6 @@
 #pragma once
 #include "tools/vqgas/scene_source.h"
 
-/// The scene's meshes, as its objects show them at `frame`, as one mesh at rest; hair is left out. Without polygons
-/// when the scene has no mesh.
+/// The scene's meshes, as its objects show them at `frame`, as one mesh at rest; hair and objects without a place are
+/// left out. Without polygons when nothing remains.
 MeshSource flatten_scene(const SceneSource& scene, double frame);

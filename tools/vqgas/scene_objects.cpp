@@ -8,21 +8,18 @@
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
-namespace {
-
-bool has_place(const ModuleSceneObject& object) {
-  const double determinant = object.get_global_matrix().get_determinant();
+bool has_place(const ModuleSceneItem& item) {
+  const double determinant = item.get_global_matrix().get_determinant();
   return determinant != 0.0 && std::isfinite(determinant);
 }
 
-/// What has no place at the frame, as what grows from nothing, stands at the first key where it has one: else the tree
-/// would be without it at all times.
-void set_moving_place(ModuleSceneObject& object, const std::vector<ModuleMatrixKey>& keys, double frame) {
-  object.set_global_matrix_keys(keys, frame);
-  for (std::size_t k = 0; k < keys.size() && !has_place(object); ++k) object.evaluate(keys[k].time);
+void set_place(ModuleSceneItem& item, const ObjectSource& source, double frame) {
+  const std::vector<ModuleMatrixKey>& keys = source.keys;
+  if (keys.size() == 1) item.set_global_matrix(keys.front().matrix);
+  if (keys.size() < 2) return;
+  item.set_global_matrix_keys(keys, frame);
+  for (std::size_t k = 0; k < keys.size() && !has_place(item); ++k) item.evaluate(keys[k].time);
 }
-
-}  // namespace
 
 SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const {
   std::vector<SceneObjects> groups;
@@ -61,7 +58,6 @@ std::shared_ptr<ModuleSceneObject> SceneObjectMaker::make_object(const ObjectSou
     const SceneObjects& group = groups[source.group];
     object = std::make_shared<ModuleCombiner>(name, group.objects, group.tree);
   }
-  if (source.keys.size() == 1) object->set_global_matrix(source.keys.front().matrix);
-  if (source.keys.size() > 1) set_moving_place(*object, source.keys, frame_);
+  set_place(*object, source, frame_);
   return object;
 }

@@ -15,6 +15,13 @@ struct SceneObjects {
   std::shared_ptr<GasSceneTree> tree;
 };
 
+/// Whether the item's matrix is finite and can be inverted: what has no place is left out of the tree.
+bool has_place(const ModuleSceneItem& item);
+
+/// Where the object is, and at rest where it is at `frame`. What has no place then, as what grows from nothing, stands
+/// at the first key where it has one: else the tree would be without it at all times.
+void set_place(ModuleSceneItem& item, const ObjectSource& source, double frame);
+
 class SceneObjectMaker {
  public:
   /// What is given must outlive the maker, and `shapes` and the material of `links` all that it makes.
