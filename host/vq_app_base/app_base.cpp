@@ -13,12 +13,14 @@ AppBase::~AppBase() {
 }
 
 AppProgressBar* AppBase::create_progress_bar(const CoreString& title) {
-  auto* bar = new AppProgressBar(*this, title);
   ProgressBarHook hook;
+  AppProgressBar* bar;
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    progress_bars_.push_back(bar);
     hook = progress_bar_hook_;
+    progress_bars_.reserve(progress_bars_.size() + 1);
+    bar = new AppProgressBar(*this, title);
+    progress_bars_.push_back(bar);
   }
   if (hook) hook(*bar);
   return bar;

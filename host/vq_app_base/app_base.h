@@ -12,6 +12,9 @@
 #include "vq_core/core_types.h"
 #include "vq_sys/sys_thread_manager.h"
 
+/// Thrown by AppBase::check_stop(). Long operations catch it where they began.
+struct AppStopped {};
+
 class AppBase {
  public:
   /// Receives each new progress bar before its creator does, to set a sink on it.
@@ -32,16 +35,21 @@ class AppBase {
   /// Caps the number of threads for which work is cut.
   void set_max_thread_count(uint count) { thread_manager_.set_max_thread_count(count); }
 
-  /// A new bar, which lives until its finish(). Never null. Thread-safe.
+  /// A new bar, which lives until its finish(). Never null; throws std::bad_alloc. Thread-safe.
   AppProgressBar* create_progress_bar(const CoreString& title);
   /// Sets who receives new bars; an empty hook for nobody. The hook is called on the thread that creates the bar, and
   /// on several threads at once if several create bars. Thread-safe.
   void set_progress_bar_hook(ProgressBarHook hook);
 
-  /// Asks all long operations to end early. Thread-safe.
+  /// Asks all long operations to end early: builds then leave an empty structure. Holds until it is cleared.
+  /// Thread-safe, and safe in a signal handler.
   void request_stop() { stop_requested_.store(true, std::memory_order_relaxed); }
   void clear_stop_request() { stop_requested_.store(false, std::memory_order_relaxed); }
   bool is_stop_requested() const { return stop_requested_.load(std::memory_order_relaxed); }
+  /// What a long operation calls at least every few milliseconds: throws AppStopped when it should end.
+  void check_stop() const {
+    if (is_stop_requested()) throw AppStopped();
+  }
 
  private:
   friend class AppProgressBar;

@@ -23,6 +23,7 @@ void AppProgressBar::begin_task(const CoreString& name, const double& weight) {
     const double parent_share = open_.empty() ? 1.0 : open_.back().share;
     const double parent_limit = open_.empty() ? 1.0 : open_.back().limit;
     const double share = weight > 0.0 ? std::min(weight, 1.0) * parent_share : 0.0;  // NaN gives 0
+    open_.reserve(open_.size() + 1);  // so that either both lists get the task or neither
     log_.push_back({name, weight, 0, static_cast<uint>(open_.size())});
     open_.push_back({log_.size() - 1, progress_, share, std::min(progress_ + share, parent_limit)});
     update_next_position();
@@ -111,7 +112,7 @@ AppProgressReport AppProgressBar::make_report(bool is_finished) const {
   return report;
 }
 
-void AppProgressBar::report(bool is_finished) {
+void AppProgressBar::report(bool is_finished) noexcept try {
   std::unique_lock<std::mutex> sink_lock(sink_mutex_, std::defer_lock);
   if (is_finished)
     sink_lock.lock();
@@ -125,4 +126,5 @@ void AppProgressBar::report(bool is_finished) {
   const AppProgressReport report = make_report(is_finished);
   lock.unlock();
   sink_(report);
+} catch (...) {  // the work does not fail because nobody can be told of it
 }

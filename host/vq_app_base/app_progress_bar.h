@@ -42,7 +42,7 @@ struct AppProgressTask {
 class AppProgressBar {
  public:
   /// Called from the thread that stepped, one call at a time, and never called again after a report with is_finished.
-  /// Of the bar it reports on it may only call the functions named get_...
+  /// Of the bar it reports on it may only call the functions named get_... What it throws is dropped.
   using Sink = std::function<void(const AppProgressReport&)>;
 
   AppProgressBar(const AppProgressBar&) = delete;
@@ -51,8 +51,8 @@ class AppProgressBar {
   AppBase& get_application() const { return application_; }
   const CoreString& get_title() const { return title_; }
 
-  /// Opens a task within the innermost open one. A negative or NaN weight counts as 0. Weights may add up to more than
-  /// 1: no task goes past the end of its parent, nor the total past 1.
+  /// Opens a task within the innermost open one, or throws std::bad_alloc and opens none. A negative or NaN weight
+  /// counts as 0. Weights may add up to more than 1: no task goes past the end of its parent, nor the total past 1.
   void begin_task(const CoreString& name, const double& weight);
   /// Steps of the innermost task; its position goes back to 0. 0 means that it has none and fills when it ends.
   void set_step_count(const uint& count);
@@ -95,7 +95,7 @@ class AppProgressBar {
   void update_next_position();
   AppProgressReport make_report(bool is_finished) const;
   /// Tells the sink when it is time; the mutex is not held.
-  void report(bool is_finished);
+  void report(bool is_finished) noexcept;
 
   AppBase& application_;
   const CoreString title_;

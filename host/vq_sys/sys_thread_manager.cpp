@@ -21,13 +21,18 @@ SysThreadManager::IndexScope::IndexScope(const SysThreadManager* manager, uint i
 
 SysThreadManager::IndexScope::~IndexScope() { current_scope_ = outer; }
 
-const SysThreadManager::CreatorToken& SysThreadManager::get_creator_token() {
-  static thread_local const CreatorToken token = std::make_shared<std::atomic<uint>>(0);
+SysThreadManager::CreatorToken& SysThreadManager::get_creator_token() {
+  static thread_local CreatorToken token;
   return token;
 }
 
 SysThreadManager::SysThreadManager(uint thread_count)
-    : creator_(get_creator_token()), max_thread_count_(std::numeric_limits<uint>::max()) {
+    : creator_([] {
+        CreatorToken& token = get_creator_token();
+        if (!token) token = std::make_shared<std::atomic<uint>>(0);
+        return token;
+      }()),
+      max_thread_count_(std::numeric_limits<uint>::max()) {
   creator_->fetch_add(1, std::memory_order_relaxed);
   thread_count = std::clamp(thread_count, 1u, most_threads);
   workers_.reserve(thread_count - 1);
@@ -42,7 +47,7 @@ SysThreadManager::SysThreadManager(uint thread_count)
 SysThreadManager::~SysThreadManager() {
   {
     const std::lock_guard<std::mutex> guard(mutex_);
-    CORE_ASSERT(groups_with_work_.empty());
+    CORE_ASSERT(oldest_with_work_ == nullptr);
     stopping_ = true;
   }
   work_added_.notify_all();
@@ -56,7 +61,8 @@ uint SysThreadManager::get_max_thread_count() const {
 
 uint SysThreadManager::get_current_thread_index() {
   if (current_scope_) return current_scope_->index;
-  return get_creator_token()->load(std::memory_order_relaxed) > 0 ? 0 : core_invalid_index;
+  const CreatorToken& token = get_creator_token();
+  return token && token->load(std::memory_order_relaxed) > 0 ? 0 : core_invalid_index;
 }
 
 uint SysThreadManager::get_index_of_current_thread() const {
@@ -69,9 +75,9 @@ void SysThreadManager::run_worker(uint index) {
   const IndexScope scope(this, index);
   std::unique_lock<std::mutex> lock(mutex_);
   while (true) {
-    work_added_.wait(lock, [this] { return stopping_ || !groups_with_work_.empty(); });
-    if (groups_with_work_.empty()) return;
-    groups_with_work_.begin()->second->run_next(lock, index, SysThreadTaskManager::Taker::worker);
+    work_added_.wait(lock, [this] { return stopping_ || oldest_with_work_ != nullptr; });
+    if (oldest_with_work_ == nullptr) return;
+    oldest_with_work_->run_next(lock, index, SysThreadTaskManager::Taker::worker);
   }
 }
 

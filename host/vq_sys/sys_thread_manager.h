@@ -14,7 +14,6 @@
 #pragma once
 #include <atomic>
 #include <condition_variable>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -67,7 +66,8 @@ class SysThreadManager {
   /// How many living managers a thread has created; also tells that thread from all others.
   using CreatorToken = std::shared_ptr<std::atomic<uint>>;
 
-  static const CreatorToken& get_creator_token();
+  /// The calling thread's; null before it creates a manager, so that asking needs no memory.
+  static CreatorToken& get_creator_token();
   void run_worker(uint index);
   /// A free guest index, core_invalid_index when all are taken. The mutex is held.
   uint borrow_guest_index();
@@ -84,7 +84,7 @@ class SysThreadManager {
   // and a group's queue and its place in the list of groups with work always change together.
   std::mutex mutex_;
   std::condition_variable work_added_;
-  std::map<u64, SysThreadTaskManager*> groups_with_work_;  // by age: workers serve the oldest group first
+  SysThreadTaskManager* oldest_with_work_ = nullptr;  // workers serve the oldest group first
   u64 next_group_ = 0;
   u64 guests_taken_ = 0;  // one bit per guest
   bool stopping_ = false;

@@ -17,4 +17,8 @@ class SysThreadTask {
 
   /// The two marks above. A task class sets both (0x0101) in its constructor; it may not change them once added.
   unsigned short flags = 0;
+
+ private:
+  friend class SysThreadTaskManager;
+  SysThreadTask* next_ = nullptr;  // in its group's queue, so that queueing needs no memory
 };

@@ -28,8 +28,10 @@ void SysThreadTaskManager::add_task(SysThreadTask* task) {
   if (!task) return;
   const std::lock_guard<std::mutex> guard(manager_.mutex_);
   if (shut_down_) return;
-  if (queue_.empty()) manager_.groups_with_work_.emplace(age_, this);
-  queue_.push_back(task);
+  if (first_ == nullptr) link();
+  (first_ == nullptr ? first_ : last_->next_) = task;
+  last_ = task;
+  task->next_ = nullptr;
   if (task->flags & SysThreadTask::counted) ++pending_;
   manager_.work_added_.notify_one();
   changed_.notify_all();  // not one: that one might be a waiter that does not help
@@ -94,23 +96,39 @@ bool SysThreadTaskManager::run_next(std::unique_lock<std::mutex>& lock, uint ind
 }
 
 SysThreadTask* SysThreadTaskManager::take_next(Taker taker) {
-  auto next = queue_.begin();
-  if (taker == Taker::waiter)
-    while (next != queue_.end() && !((*next)->flags & SysThreadTask::for_waiter)) ++next;
-  if (next == queue_.end()) return nullptr;
-  SysThreadTask* task = *next;
-  queue_.erase(next);
-  if (queue_.empty()) manager_.groups_with_work_.erase(age_);
+  SysThreadTask* before = nullptr;
+  SysThreadTask* task = first_;
+  for (; task != nullptr && taker == Taker::waiter && !(task->flags & SysThreadTask::for_waiter); task = task->next_)
+    before = task;
+  if (task == nullptr) return nullptr;
+  (before == nullptr ? first_ : before->next_) = task->next_;
+  if (last_ == task) last_ = before;
+  if (first_ == nullptr) unlink();
   return task;
 }
 
 void SysThreadTaskManager::drop_queue() {
-  for (const SysThreadTask* task : queue_)
+  if (first_ == nullptr) return;
+  for (const SysThreadTask* task = first_; task != nullptr; task = task->next_)
     if (task->flags & SysThreadTask::counted) --pending_;
-  queue_.clear();
-  manager_.groups_with_work_.erase(age_);
+  first_ = last_ = nullptr;
+  unlink();
+}
+
+// Few groups have work at a time: a walk from the oldest finds the place.
+void SysThreadTaskManager::link() {
+  SysThreadTaskManager** place = &manager_.oldest_with_work_;
+  while (*place != nullptr && (*place)->age_ < age_) place = &(*place)->newer_;
+  newer_ = *place;
+  *place = this;
+}
+
+void SysThreadTaskManager::unlink() {
+  SysThreadTaskManager** place = &manager_.oldest_with_work_;
+  while (*place != this) place = &(*place)->newer_;
+  *place = newer_;
 }
 
 bool SysThreadTaskManager::is_completed(Taker taker) const {
-  return pending_ == 0 && (taker != Taker::waiter_without_workers || queue_.empty());
+  return pending_ == 0 && (taker != Taker::waiter_without_workers || first_ == nullptr);
 }

@@ -5,7 +5,6 @@
 // tasks; and a task of another group might want that same lock, which this thread could never give it.
 #pragma once
 #include <condition_variable>
-#include <deque>
 #include <mutex>
 
 #include "vq_core/core_types.h"
@@ -24,8 +23,9 @@ class SysThreadTaskManager {
   uint get_thread_count() const;
   uint get_max_thread_count() const;
 
-  /// Queues a task, which stays the caller's and must live until it has run or was dropped. Null is ignored.
-  /// Thread-safe; a running task may add tasks to its own group.
+  /// Queues a task, which stays the caller's and must live until it has run or was dropped; it waits in one queue at a
+  /// time. Null is ignored. Needs no memory and so never fails. Thread-safe; a running task may add tasks to its own
+  /// group.
   void add_task(SysThreadTask* task);
   /// Returns when no counted task is queued or running. With `help` the calling thread runs tasks of the group
   /// meanwhile: under its own index, or as a guest. Without it the thread only waits, unless there are no workers, for
@@ -43,14 +43,19 @@ class SysThreadTaskManager {
   bool run_next(std::unique_lock<std::mutex>& lock, uint index, Taker taker);
   SysThreadTask* take_next(Taker taker);
   void drop_queue();
+  /// Into the manager's list of groups with work, by age, and out of it.
+  void link();
+  void unlink();
   bool is_completed(Taker taker) const;
 
   SysThreadManager& manager_;
   // All guarded by the manager's mutex.
-  std::deque<SysThreadTask*> queue_;
-  std::condition_variable changed_;  // a task was added or ended
-  u64 age_ = 0;                      // number of the group, in order of creation
-  uint running_ = 0;                 // tasks that run, counted or not
-  uint pending_ = 0;                 // counted tasks, queued or running
+  SysThreadTask* first_ = nullptr;  // queued tasks
+  SysThreadTask* last_ = nullptr;
+  SysThreadTaskManager* newer_ = nullptr;  // the next group with work
+  std::condition_variable changed_;        // a task was added or ended
+  u64 age_ = 0;                            // number of the group, in order of creation
+  uint running_ = 0;                       // tasks that run, counted or not
+  uint pending_ = 0;                       // counted tasks, queued or running
   bool shut_down_ = false;
 };
