@@ -6,13 +6,15 @@
 //   order[]   ... | first ........................ first + count | ...
 //                 |        left         |         right          |
 //
-// Both strategies always end: a set larger than the maximum leaf is never refused, whatever its boxes hold.
+// Both strategies always end: a set larger than the maximum leaf is never refused, whatever its boxes hold. They throw
+// AppStopped when the application asks to stop, and std::bad_alloc.
 #pragma once
 #include "vq_core/core_array.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
 
+class AppBase;
 class SysThreadManager;
 
 /// Measures items along the axes of a space (unit length, at right angles): the box of all of them together, or one box
@@ -55,6 +57,11 @@ struct GasBvhSplitCtx {
   GasBvhMeasureSet measure_set = nullptr;      ///< oriented strategy only, as
   GasBvhMeasureItems measure_items = nullptr;  ///< is this, which GasBvhSplitUnaligned does without, and
   void* measure_owner = nullptr;               ///< what both are called with
+  const AppBase* application = nullptr;        ///< may ask the build to stop; null: nobody does
+
+  bool is_stop_requested() const;
+  /// Throws AppStopped when the application asks to stop. Splits call it for every few thousand items.
+  void check_stop() const;
 
   /// The union of the set's item boxes; empty for an empty set. Exact minima and maxima, so that the result does not
   /// depend on how the work is cut. Runs on the manager's threads when one is given and the set is large.

@@ -35,7 +35,7 @@ class GasBvhSplitBinned {
   GasBvhSplitBox unite_center_sums() const;
   void fill_bins(const GasBvhSplitGrid& grid);
   void partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved);
-  void deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at,
+  uint deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at,
             uint* moved) const;
 
   const GasBvhSplitCtx& ctx_;
@@ -84,7 +84,7 @@ GasBvhSplitChoice GasBvhSplitBinned<Boxes>::find(float padding) {
 
 template <class Boxes>
 GasBvhSplitBox GasBvhSplitBinned<Boxes>::unite_center_sums() const {
-  return gas_split_unite(count_, threads_, [this](uint first, uint unite_count) {
+  return gas_split_unite(ctx_, count_, threads_, [this](uint first, uint unite_count) {
     GasBvhSplitBox sums;
     for (uint k = first; k < first + unite_count; ++k) sums.add(item_boxes_.load(k).get_center_sum());
     return sums;
@@ -102,18 +102,17 @@ void GasBvhSplitBinned<Boxes>::fill_bins(const GasBvhSplitGrid& grid) {
     chunk_bins.add_items(ctx_, grid, item_boxes_, order_, first, chunk_count, item_bins_);
   };
   if (threads_ != nullptr) {
-    gas_split_for_each_chunk(count_, *threads_, [&](uint chunk, uint first, uint chunk_count) {
+    gas_split_for_each_chunk(ctx_, count_, threads_, [&](uint chunk, uint first, uint chunk_count) {
       fill(chunks_[chunk].bins, first, chunk_count);
     });
     for (const Chunk& chunk : chunks_) bins_.add(chunk.bins, grid.bin_count);
     return;
   }
   GasBvhSplitBins chunk_bins;
-  for (uint chunk = 0; chunk < gas_split_chunk_count(count_); ++chunk) {
-    const uint first = chunk * gas_split_chunk_items;
-    fill(chunk_bins, first, std::min(gas_split_chunk_items, count_ - first));
+  gas_split_for_each_chunk(ctx_, count_, nullptr, [&](uint /*chunk*/, uint first, uint chunk_count) {
+    fill(chunk_bins, first, chunk_count);
     bins_.add(chunk_bins, grid.bin_count);
-  }
+  });
 }
 
 template <class Boxes>
@@ -127,9 +126,10 @@ GasBvhSplitSides GasBvhSplitBinned<Boxes>::cut(const GasBvhSplitChoice& choice, 
 }
 
 /// Copies the items of one chunk to `moved`, those that go left from `left_at` on and the others from `right_at` on,
-/// each in their former order. Written without a branch, which would be guessed wrong for every other item.
+/// each in their former order, and returns where the next left one goes. Written without a branch, which would be
+/// guessed wrong for every other item.
 template <class Boxes>
-void GasBvhSplitBinned<Boxes>::deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at,
+uint GasBvhSplitBinned<Boxes>::deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at,
                                     uint right_at, uint* moved) const {
   for (uint k = first; k < first + deal_count; ++k) {
     const uint is_left = item_bins_[k].bin[choice.axis] < choice.plane ? 1 : 0;
@@ -137,26 +137,29 @@ void GasBvhSplitBinned<Boxes>::deal(const GasBvhSplitChoice& choice, uint first,
     left_at += is_left;
     right_at += 1 - is_left;
   }
+  return left_at;
 }
 
 /// Stable, so that a chunk knows where its items go from the counts of the chunks before it.
 template <class Boxes>
 void GasBvhSplitBinned<Boxes>::partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved) {
   if (threads_ == nullptr) {
-    deal(choice, 0, count_, 0, left_count, moved);
-    std::copy_n(moved, count_, order_);
-    return;
+    uint left_at = 0;
+    gas_split_for_each_chunk(ctx_, count_, nullptr, [&](uint /*chunk*/, uint first, uint chunk_count) {
+      left_at = deal(choice, first, chunk_count, left_at, left_count + (first - left_at), moved);
+    });
+  } else {
+    uint left_before = 0;
+    for (Chunk& chunk : chunks_) {
+      chunk.left_before = left_before;
+      left_before += chunk.bins.count_below(choice.axis, choice.plane);
+    }
+    gas_split_for_each_chunk(ctx_, count_, threads_, [&](uint chunk, uint first, uint chunk_count) {
+      const uint before = chunks_[chunk].left_before;
+      deal(choice, first, chunk_count, before, left_count + (first - before), moved);
+    });
   }
-  uint left_before = 0;
-  for (Chunk& chunk : chunks_) {
-    chunk.left_before = left_before;
-    left_before += chunk.bins.count_below(choice.axis, choice.plane);
-  }
-  gas_split_for_each_chunk(count_, *threads_, [&](uint chunk, uint first, uint chunk_count) {
-    const uint before = chunks_[chunk].left_before;
-    deal(choice, first, chunk_count, before, left_count + (first - before), moved);
-  });
-  gas_split_for_each_chunk(count_, *threads_, [&](uint /*chunk*/, uint first, uint chunk_count) {
+  gas_split_for_each_chunk(ctx_, count_, threads_, [&](uint /*chunk*/, uint first, uint chunk_count) {
     std::copy_n(moved + first, chunk_count, order_ + first);
   });
 }

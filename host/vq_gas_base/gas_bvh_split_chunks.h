@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "vq_app_base/app_base.h"
 #include "vq_core/core_memory.h"
 #include "vq_gas_base/gas_bvh_split_cost.h"
 #include "vq_sys/sys_thread_manager.h"
@@ -24,51 +25,78 @@ inline bool gas_split_is_parallel(uint item_count, SysThreadManager* threads) {
   return threads != nullptr && item_count >= gas_split_parallel_items && threads->get_max_thread_count() >= 2;
 }
 
-/// Takes chunks off the shared counter until none is left.
+/// Takes chunks off the shared counter until none is left or the application asks to stop.
 template <class Function>
 class GasSplitChunkTask final : public SysThreadTask {
  public:
   GasSplitChunkTask() { flags = counted | for_waiter; }
   void run(const uint& /*thread_index*/) override {
     const uint chunk_count = gas_split_chunk_count(item_count);
-    for (uint chunk; (chunk = next->fetch_add(1, std::memory_order_relaxed)) < chunk_count;) {
+    while (!ctx->is_stop_requested()) {
+      const uint chunk = next->fetch_add(1, std::memory_order_relaxed);
+      if (chunk >= chunk_count) return;
       const uint first = chunk * gas_split_chunk_items;
       (*function)(chunk, first, std::min(gas_split_chunk_items, item_count - first));
+      ++done;
     }
   }
+  const GasBvhSplitCtx* ctx = nullptr;
   const Function* function = nullptr;
   std::atomic<uint>* next = nullptr;
   uint item_count = 0;
+  uint done = 0;  ///< chunks
 };
 
-/// Calls function(chunk, first, count) once for every chunk of `item_count` items, in any order, on the manager's
-/// threads, and returns when all are done. The function may not throw.
+/// Calls function(chunk, first, count) once for every chunk of `item_count` items: in order on this thread, or in any
+/// order on the manager's threads. Returns when all are done; throws AppStopped between two chunks. On threads the
+/// function may not throw.
+/// @param threads  null: all on this thread
 template <class Function>
-void gas_split_for_each_chunk(uint item_count, SysThreadManager& threads, const Function& function) {
+void gas_split_for_each_chunk(const GasBvhSplitCtx& ctx, uint item_count, SysThreadManager* threads,
+                              const Function& function) {
+  const uint chunk_count = gas_split_chunk_count(item_count);
+  if (threads == nullptr) {
+    for (uint chunk = 0; chunk < chunk_count; ++chunk) {
+      ctx.check_stop();
+      const uint first = chunk * gas_split_chunk_items;
+      function(chunk, first, std::min(gas_split_chunk_items, item_count - first));
+    }
+    return;
+  }
   // Memory is busy long before this many threads are.
   constexpr uint most_tasks = 16;
-  const uint task_count = std::min({most_tasks, threads.get_max_thread_count(), gas_split_chunk_count(item_count)});
+  const uint task_count = std::min({most_tasks, threads->get_max_thread_count(), chunk_count});
   std::atomic<uint> next = 0;
   GasSplitChunkTask<Function> tasks[most_tasks];
-  SysThreadTaskManager group(threads);
+  SysThreadTaskManager group(*threads);
   for (uint k = 0; k < task_count; ++k) {
+    tasks[k].ctx = &ctx;
     tasks[k].function = &function;
     tasks[k].next = &next;
     tasks[k].item_count = item_count;
     group.add_task(&tasks[k]);
   }
   group.wait_until_completed(true);
+  uint done = 0;
+  for (const GasSplitChunkTask<Function>& task : tasks) done += task.done;
+  if (done < chunk_count) throw AppStopped();
 }
 
 /// The union of the boxes unite(first, count) over `item_count` items, on the threads when there are enough items.
 template <class Unite>
-GasBvhSplitBox gas_split_unite(uint item_count, SysThreadManager* threads, const Unite& unite) {
-  if (!gas_split_is_parallel(item_count, threads)) return unite(0, item_count);
-  CoreAlignedArray<GasBvhSplitBox> chunk_boxes(gas_split_chunk_count(item_count));
-  if (!chunk_boxes) return unite(0, item_count);
-  gas_split_for_each_chunk(item_count, *threads,
-                           [&](uint chunk, uint first, uint count) { chunk_boxes[chunk] = unite(first, count); });
+GasBvhSplitBox gas_split_unite(const GasBvhSplitCtx& ctx, uint item_count, SysThreadManager* threads,
+                               const Unite& unite) {
   GasBvhSplitBox box;
+  CoreAlignedArray<GasBvhSplitBox> chunk_boxes;
+  if (gas_split_is_parallel(item_count, threads))
+    chunk_boxes = CoreAlignedArray<GasBvhSplitBox>(gas_split_chunk_count(item_count));
+  if (!chunk_boxes) {
+    gas_split_for_each_chunk(ctx, item_count, nullptr,
+                             [&](uint /*chunk*/, uint first, uint count) { box.add(unite(first, count)); });
+    return box;
+  }
+  gas_split_for_each_chunk(ctx, item_count, threads,
+                           [&](uint chunk, uint first, uint count) { chunk_boxes[chunk] = unite(first, count); });
   for (const GasBvhSplitBox& chunk_box : chunk_boxes) box.add(chunk_box);
   return box;
 }
