@@ -1,19 +1,21 @@
 #include "gas/gas_fur.h"
 
-#include "gas/bvh/bvh_clusters.h"
-#include "gas/bvh/bvh_statistics.h"
+#include <limits>
+
 #include "gas/frame/gas_class.h"
-#include "gas/gas_frustum_modes.h"
-#include "gas/gas_fur_motion.h"
-#include "vq_ctx/ctx_shader.h"
+#include "gas/frame/gas_tasks.h"
+#include "gas/structure/gas_bvh_geometry_impl.h"
+#include "gas/structure/gas_leaf.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
-#include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_geometry/geometry_object.h"
-#include "vq_geometry/geometry_raytrace_ctx.h"
-#include "vq_module/ctx_helpers.h"
+#include "vq_gas_base/gas_bvh_split.h"
+
+template class GasBvhStructure<GasFur, GasClusterable>;
+template class GasBvhGeometry<GasFur, GasClusterable>;
 
 namespace {
+
+constexpr uint parallel_primitives = 1024;  // from here on boxes and spaces are computed in tasks
 
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEGIN, EVT_ID_GAS_BUILD_END,
                                             EVT_ID_GAS_MOTION_DIRTY};
@@ -29,6 +31,35 @@ double get_hit_weight(const Material* material, uint type) {
   return (material->kind_mask >> (type & 31u) & 1u) != 0 ? 1.0 - material->transparency : 1.0;
 }
 
+// What the split strategy calls.
+GMathBbox3<float> measure_set(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space, void* owner,
+                              SysThreadManager* threads) {
+  return GasFur::compute_space_bbox(items, space, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
+}
+
+void measure_items(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space, GMathBbox3<float>* boxes,
+                   void* owner, SysThreadManager* threads) {
+  GasFur::compute_space_bboxes(items, space, boxes, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
+}
+
+/// What the refit asks for the boxes of oriented lanes.
+GMathBbox3<float> measure_at(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space, void* owner,
+                             SysThreadManager* threads) {
+  return GasFur::compute_space_bbox_at(items, space, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
+}
+
+/// Any leaf of more than one primitive.
+bool has_large_leaf(const GasBvh<4>& tree) {
+  const auto is_large = [](BvhChildRef ref) { return ref.is_leaf() && ref.get_count() > 1; };
+  bool found = is_large(tree.root);
+  for (uint lane = 0; lane < 4 && !found; ++lane) {
+    for (u32 k = 0; k < tree.aligned_count; ++k) found |= is_large(tree.aligned[k].child[lane]);
+    for (u32 k = 0; k < tree.quantized_count; ++k) found |= is_large(tree.quantized[k].get_child(lane));
+    for (u32 k = 0; k < tree.oriented_count; ++k) found |= is_large(tree.oriented[k].child[lane]);
+  }
+  return found;
+}
+
 }  // namespace
 
 const CoreClassInfo& GasFur::class_info() {
@@ -36,89 +67,169 @@ const CoreClassInfo& GasFur::class_info() {
   return info;
 }
 
-GasFur::GasFur() : motion_data(this) {}
+GasFur::GasFur() = default;
 
-GasFur::GasFur(const GasFur& other) : GasClusterable(other), motion_data(this) { *this = other; }
+GasFur::GasFur(const GasFur& other) : GasBvhGeometry(other) { *this = other; }
 
 GasFur& GasFur::operator=(const GasFur& other) {
   if (this == &other) return *this;
-  GasClusterable::operator=(other);
+  GasBvhGeometry::operator=(other);
   ctx = other.ctx;
   base_geometry = other.base_geometry;
   geometry = other.geometry;
   primitive_count = other.primitive_count;
   has_motion = other.has_motion;
   oriented_nodes_allowed = other.oriented_nodes_allowed;
-  tree = other.tree;
-  leaf_functions = other.leaf_functions;
-  leaf_functions.ray_user = leaf_functions.frustum_user = this;
   group_primitive_counts = other.group_primitive_counts;
-  motion_data.invalidate();
+  if (group_primitive_counts.get_count() != other.group_primitive_counts.get_count()) clear();  // no memory
   return *this;
 }
 
 GasFur::~GasFur() = default;
 
+void GasFur::clear() {
+  tree.clear();
+  group_primitive_counts.remove_all();
+}
+
+struct GasFur::Primitives {
+  CoreAlignedArray<GMathBbox3<float>> boxes;
+  CoreAlignedArray<GMathLinearSpace3<float>> spaces;
+  CoreVector<uint> valid;  ///< in increasing order: what the tree is built over
+};
+
+/// Boxes and spaces of a slice of the primitives at rest.
+class GasFur::StaticBboxTask final : public GasTask {
+ public:
+  const CtxEval* ctx = nullptr;
+  const GeometryObject* geometry = nullptr;
+  Primitives* primitives = nullptr;
+  uint first = 0, end = 0;
+  CoreVector<uint> valid;
+  AppProgressBar* progress = nullptr;
+
+  void work(const uint& thread_index) override {
+    measure(ctx->get_or_create_thread_ctx(thread_index), *geometry, first, end, *primitives, valid, progress);
+  }
+
+  /// In pieces short enough for a user who asks to stop.
+  static void measure(const CtxEval& ctx, const GeometryObject& geometry, uint first, uint end, Primitives& primitives,
+                      CoreVector<uint>& valid, AppProgressBar* progress) {
+    constexpr uint piece_length = 16384;
+    gas_need(valid.reserve(valid.get_count() + end - first));
+    for (uint piece = first; piece < end; piece += piece_length) {
+      ctx.get_application().check_stop();
+      compute_bboxes_and_spaces(ctx, &geometry, piece, std::min(piece + piece_length, end), primitives.boxes.get(),
+                                primitives.spaces.get(), valid, progress);
+    }
+  }
+};
+
+void GasFur::compute_primitives(const CtxEval& build_ctx, Primitives& primitives, AppProgressBar* progress) const {
+  const bool lends_contexts = build_ctx.get_thread_index() >= build_ctx.get_thread_ctx_count();
+  if (primitive_count < parallel_primitives || !lends_contexts || build_ctx.get_thread_ctx_count() == 0) {
+    return StaticBboxTask::measure(build_ctx, *geometry, 0, primitive_count, primitives, primitives.valid, progress);
+  }
+  SysThreadTaskManager manager(build_ctx.get_application().get_thread_manager());
+  const uint slice = gas_get_slice_length(primitive_count, manager.get_max_thread_count());
+  const auto tasks = gas_run_slices<StaticBboxTask>(manager, primitive_count, slice, [&](StaticBboxTask& task) {
+    task.ctx = &build_ctx;
+    task.geometry = geometry;
+    task.primitives = &primitives;
+    task.progress = progress;
+  });
+  gas_need(primitives.valid.reserve(primitive_count));
+  for (const StaticBboxTask& task : tasks) {
+    for (const uint primitive : task.valid) primitives.valid.add(primitive);
+  }
+}
+
+bool GasFur::create(const CtxEval& new_ctx, const GeometryObject* new_base_geometry, const GeometryObject* new_geometry,
+                    AppProgressBar* progress) {
+  ctx = &new_ctx;
+  base_geometry = new_base_geometry;
+  geometry = new_geometry;
+  const auto build = [&] {
+    primitive_count = geometry->get_primitive_count();
+    has_motion = geometry->has_motion();
+    Primitives primitives;
+    if (primitive_count > 0) {
+      primitives.boxes = CoreAlignedArray<GMathBbox3<float>>(primitive_count);
+      primitives.spaces = CoreAlignedArray<GMathLinearSpace3<float>>(primitive_count);
+      gas_need(primitives.boxes && primitives.spaces);
+    }
+    {
+      const AppProgressScope stage(progress, "Compute primitives AABB", 0.2, primitive_count);
+      if (primitive_count > 0) compute_primitives(new_ctx, primitives, progress);
+    }
+    {
+      const AppProgressScope stage(progress, "Build BVH", 0.8);
+      build_tree(new_ctx, primitives, progress);
+    }
+    count_groups();
+    choose_leaf_functions();
+  };
+  rebuild("GasFur.create", build);
+  install_callbacks(has_motion);
+  return true;
+}
+
+void GasFur::build_tree(const CtxEval& build_ctx, const Primitives& primitives, AppProgressBar* progress) {
+  ComputeSpaceBboxesData measured{&build_ctx, geometry, 0.0};
+  GasBvhSplitCtx split_ctx;
+  split_ctx.item_boxes = primitives.boxes.get();
+  split_ctx.item_spaces = primitives.spaces.get();
+  split_ctx.measure_set = measure_set;
+  split_ctx.measure_items = measure_items;
+  split_ctx.measure_owner = &measured;
+  split_ctx.application = &build_ctx.get_application();
+  if (!oriented_nodes_allowed) split_ctx.oriented_cost = std::numeric_limits<float>::infinity();
+  BvhBuildParams params;
+  params.item_cost = static_cast<float>(geometry->get_build_parameter());
+  params.leaf_threshold = 1;
+  params.max_leaf = 0xFFFFFFFF;
+  params.quantization_depth = 10;
+  tree.build<GasBvhSplitUnaligned>(split_ctx, primitives.valid.get_items(), primitives.valid.get_count(), params,
+                                   progress);
+}
+
+/// A group that the geometry does not name can be hit, if the query's table knows it, but not counted.
+void GasFur::count_groups() {
+  const uint group_count = geometry->get_shading_groups().get_count();
+  group_primitive_counts = CoreBasicArray<uint>(group_count);
+  gas_need(group_primitive_counts.get_count() == group_count);
+  for (uint position = 0; position < tree.item_count; ++position) {
+    const uint group = geometry->get_primitive_shading_group(tree.order[position]);
+    if (group < group_primitive_counts.get_count()) ++group_primitive_counts[group];
+  }
+}
+
 void GasFur::choose_leaf_functions() {
-  const BvhRayLeafFunction ray = bvh_compute_statistics(tree).largest_leaf > 1 ? multi_primitive_ray_hit_callback
-                                                                               : single_primitive_ray_hit_callback;
+  const BvhRayLeafFunction ray =
+      has_large_leaf(tree) ? multi_primitive_ray_hit_callback : single_primitive_ray_hit_callback;
   leaf_functions = {ray, ray, this, leaf_frustum_hit_callback, this};
-}
-
-/// What does not move answers timed rays with the static functions, and never touches motion data.
-void GasFur::install_callbacks() {
-  callbacks.ray_hit_static = ray_hit_static_callback;
-  callbacks.ray_hit_nearest_static = ray_hit_nearest_static_callback;
-  callbacks.frustum_hit = frustum_hit_callback;
-  callbacks.ray_hit_motion = has_motion ? ray_hit_motion_callback : ray_hit_static_callback;
-  callbacks.ray_hit_nearest_motion = has_motion ? ray_hit_nearest_motion_callback : ray_hit_nearest_static_callback;
-}
-
-GMathBbox3<double> GasFur::get_bbox() const { return GMathBbox3<double>(tree.box); }
-
-u64 GasFur::get_memory_size() const {
-  u64 size = sizeof(*this) + tree.get_array_bytes() + u64{group_primitive_counts.get_count()} * sizeof(uint);
-  motion_data.visit_all([&](const MotionData& data) { size += sizeof(data) + data.refit.get_array_bytes(); });
-  return size;
-}
-
-void GasFur::get_clusters(CoreVector<void*>& clusters, const unsigned int& count, const float& /*ratio*/) const {
-  bvh_get_clusters(tree, count, clusters);
-}
-
-void GasFur::get_clusters_bboxes(const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) const {
-  bvh_get_clusters_bboxes(tree, clusters, boxes);
-}
-
-void GasFur::get_clusters_weights(const CoreBasicArray<void*>& clusters, float* weights) const {
-  bvh_get_clusters_weights(tree, clusters, weights);
 }
 
 void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                             uint primitive) const {
   const uint group = geometry->get_primitive_shading_group(primitive) + query.shading_group_offset;
-  const ShadingGroupLinks* links = CtxHelpers::get_shading(query, group);
-  if (!gas_is_shaded(links)) return;
-  query.geometry = geometry;
-  query.shading_group = group;
-  query.current_instance = query.instance;
-  query.material = shader.override_material != nullptr ? shader.override_material : links->material;
-  query.shading_variables = links->variables != nullptr ? links->variables : &ShadingVariablesCtx::get_default_ctx();
-  if (!query.apply_primitive_filters(primitive)) return;
-  const double outer_weight = query.hit_weight;
-  const bool clipped =
-      links->clip_map != nullptr && query.push_filter({CtxHelpers::filter_clip_map_callback, 0.0, 0.0, 0, nullptr});
-  // One ray but for a tree that is a single leaf, which is handed the whole packet; the rays may be of different types.
-  const uint first = query.first_ray, last = query.last_ray;
-  for (uint ray = first; ray <= last && ray < query.ray_count; ++ray) {
-    query.first_ray = query.last_ray = ray;
-    query.hit_weight = get_hit_weight(query.material, query.intervals[ray].type);
-    geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
-  }
-  query.first_ray = first;
-  query.last_ray = last;
-  if (clipped) query.pop_filter();
-  query.hit_weight = outer_weight;
+  const auto describe = [&](const ShadingGroupLinks& links) {
+    query.material = shader.override_material != nullptr ? shader.override_material : links.material;
+    query.shading_variables = links.variables != nullptr ? links.variables : &ShadingVariablesCtx::get_default_ctx();
+  };
+  gas_test_primitive(query, geometry, primitive, group, describe, [&] {
+    const double outer_weight = query.hit_weight;
+    // One ray but for a tree that is a single leaf, which gets the whole packet; the rays may be of different types.
+    const uint first = query.first_ray, last = query.last_ray;
+    for (uint ray = first; ray <= last && ray < query.ray_count; ++ray) {
+      query.first_ray = query.last_ray = ray;
+      query.hit_weight = get_hit_weight(query.material, query.intervals[ray].type);
+      geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
+    }
+    query.first_ray = first;
+    query.last_ray = last;
+    query.hit_weight = outer_weight;
+  });
 }
 
 void GasFur::single_primitive_ray_hit_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
@@ -133,54 +244,62 @@ void GasFur::multi_primitive_ray_hit_callback(const CtxEval& ctx, CtxShader& sha
 
 void GasFur::leaf_frustum_hit_callback(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                                        const CoreBasicArray<unsigned int>& leaf, void* user) {
-  const GeometryObject& geometry = *static_cast<const GasFur*>(user)->geometry;
+  const GeometryObject* geometry = static_cast<const GasFur*>(user)->geometry;
   for (const uint primitive : leaf) {
-    const uint group = geometry.get_primitive_shading_group(primitive) + query.shading_group_offset;
-    if (!gas_is_shaded(CtxHelpers::get_shading(query, group))) continue;
-    query.geometry = &geometry;
-    query.shading_group = group;
-    query.current_instance = query.instance;
-    geometry.frustum_hit_primitive(ctx, shader, query, primitive);
+    const uint group = geometry->get_primitive_shading_group(primitive) + query.shading_group_offset;
+    gas_test_primitive(ctx, shader, query, geometry, primitive, group);
   }
 }
 
-template <BvhHits hits>
-void GasFur::answer_static(const GasObject* object, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {
-  const auto& self = *static_cast<const GasFur*>(object);
-  bvh_ray_hit<hits>({self.tree, nullptr, self.leaf_functions, self.base_geometry}, ctx, shader, query);
+/// Boxes of a slice of the primitives at one sample time.
+class GasFur::MotionBboxTask final : public GasTask {
+ public:
+  const CtxEval* ctx = nullptr;
+  const GeometryObject* geometry = nullptr;
+  double time = 0.0;
+  uint first = 0, end = 0;
+  GMathBbox3<float>* boxes = nullptr;
+
+  void work(const uint& thread_index) override {
+    measure(ctx->get_or_create_thread_ctx(thread_index), *geometry, time, first, end, boxes);
+  }
+
+  /// In pieces short enough for a user who asks to stop.
+  static void measure(const CtxEval& ctx, const GeometryObject& geometry, double time, uint first, uint end,
+                      GMathBbox3<float>* boxes) {
+    constexpr uint piece_length = 4096;
+    for (uint piece = first; piece < end; piece += piece_length) {
+      ctx.get_application().check_stop();
+      compute_bboxes_at(ctx, &geometry, time, piece, std::min(piece + piece_length, end), boxes, nullptr);
+    }
+  }
+};
+
+void GasFur::compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const {
+  SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
+  const uint thread_count = manager.get_max_thread_count();
+  if (primitive_count < parallel_primitives || thread_count < 2)
+    return MotionBboxTask::measure(ctx, *geometry, time, 0, primitive_count, boxes);
+  gas_run_slices<MotionBboxTask>(manager, primitive_count, gas_get_slice_length(primitive_count, thread_count),
+                                 [&](MotionBboxTask& task) {
+                                   task.ctx = &ctx;
+                                   task.geometry = geometry;
+                                   task.time = time;
+                                   task.boxes = boxes;
+                                 });
 }
 
-template <BvhHits hits>
-void GasFur::answer_motion(const GasObject* object, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {
-  if (shader.motion_blur == nullptr) return answer_static<hits>(object, ctx, shader, query);
-  const auto& self = *static_cast<const GasFur*>(object);
-  const GasBvhMotion<4>* motion = self.get_motion_data(ctx, *shader.motion_blur).get_motion();
-  bvh_ray_hit<hits>({self.tree, motion, self.leaf_functions, self.base_geometry}, ctx, shader, query);
-}
-
-void GasFur::ray_hit_static_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                     GeometryRaytraceCtx& query) {
-  answer_static<BvhHits::all>(object, ctx, shader, query);
-}
-
-void GasFur::ray_hit_motion_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                     GeometryRaytraceCtx& query) {
-  answer_motion<BvhHits::all>(object, ctx, shader, query);
-}
-
-void GasFur::ray_hit_nearest_static_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                             GeometryRaytraceCtx& query) {
-  answer_static<BvhHits::nearest>(object, ctx, shader, query);
-}
-
-void GasFur::ray_hit_nearest_motion_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                             GeometryRaytraceCtx& query) {
-  answer_motion<BvhHits::nearest>(object, ctx, shader, query);
-}
-
-void GasFur::frustum_hit_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,
-                                  GeometryFrustumCtx& query) {
-  const auto& self = *static_cast<const GasFur*>(object);
-  gas_frustum_hit({self.tree, nullptr, self.leaf_functions, self.base_geometry}, self.group_primitive_counts,
-                  self.geometry, ctx, shader, query);
+void GasFur::update_samples(const CtxEval& query_ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
+  ComputeSpaceBboxesData measured{&query_ctx, geometry, 0.0};
+  // Most of the time goes into the oriented lanes, which have each primitive measured once a level.
+  constexpr double box_share = 0.1;
+  refit_from_boxes(
+      query_ctx, motion_blur, data, primitive_count, box_share,
+      [&](double time, GMathBbox3<float>* boxes) {
+        measured.time = time;
+        compute_all_bboxes_at(query_ctx, time, boxes);
+      },
+      [&](uint sample, std::span<const GMathBbox3<float>> boxes, AppProgressBar* progress) {
+        return data.refit.update_sample_unaligned(sample, boxes, {measure_at, &measured}, progress);
+      });
 }

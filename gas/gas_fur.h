@@ -9,26 +9,23 @@
 // Queries for the nearest hit see oriented boxes. Queries for all hits carry no oriented test: what lies below an
 // oriented node they may miss, so callers that must see every fibre ask for the nearest hit and go on behind it.
 #pragma once
-#include "gas/bvh/bvh_kernel.h"
-#include "gas/bvh/gas_bvh.h"
-#include "gas/bvh/gas_bvh_motion.h"
-#include "gas/frame/gas_motion_container.h"
 #include "gas/gas_clusterable.h"
+#include "gas/structure/gas_bvh_geometry.h"
 #include "vq_core/core_array.h"
 #include "vq_gmath/gmath_linear_space.h"
 
 class AppProgressBar;
-class CtxMotionBlur;
 class GeometryObject;
 class SysThreadManager;
 
-class GasFur : public GasClusterable {
+class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
   GasFur();
-  /// A copy has a deep copy of the tree and no motion data; it answers queries as the source does.
+  /// A copy has a deep copy of the tree and no motion data; it answers queries as the source does. Without memory it is
+  /// empty.
   GasFur(const GasFur& other);
   GasFur& operator=(const GasFur& other);
   ~GasFur() override;
@@ -43,12 +40,12 @@ class GasFur : public GasClusterable {
   /// @param ctx            asks the geometry for its boxes, on the threads of its application
   /// @param base_geometry  becomes the current geometry of queries; not null
   /// @param geometry       supplies primitives, boxes, spaces and tests; an ordinary geometry is passed as both; not
-  /// null
+  ///                       null
   /// @param progress       gets the tasks "Compute primitives AABB" (0.2) and "Build BVH" (0.8) and lends the threads
-  /// of its
-  ///                       application to the tree's build; null: no progress, and the tree is built on the calling
-  ///                       thread
-  /// @return true
+  ///                       of its application to the tree's build; null: no progress, and the tree is built on the
+  ///                       calling thread
+  /// @return true: also when memory ran out (reported through the log) or the application asked to stop, and the
+  ///         structure is then empty
   /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               AppProgressBar* progress);
@@ -77,13 +74,14 @@ class GasFur : public GasClusterable {
                                 const unsigned int& first, const unsigned int& end, GMathBbox3<float>* boxes,
                                 AppProgressBar* progress);
 
-  /// Whose primitives are measured, when, and in whose name.
+  /// Which primitives are measured, and when.
   struct ComputeSpaceBboxesData {
     const CtxEval* ctx = nullptr;  ///< top-level: the running thread's own context is taken from its table
     const GeometryObject* geometry = nullptr;
     double time = 0.0;  ///< used by the ..._at() functions
   };
-  /// The box around all `items` (primitives), measured along the axes of `space`; inverted without items.
+  /// The box around all `items` (primitives), measured along the axes of `space`; inverted without items, the largest
+  /// box that there is without memory.
   static GMathBbox3<float> compute_space_bbox(const CoreBasicArray<unsigned int>& items,
                                               const GMathLinearSpace3<float>& space, ComputeSpaceBboxesData* data,
                                               SysThreadManager* threads);
@@ -99,30 +97,6 @@ class GasFur : public GasClusterable {
                                       GMathBbox3<float>* boxes, ComputeSpaceBboxesData* data,
                                       SysThreadManager* threads);
 
-  /// The tree's box; inverted when it is empty.
-  GMathBbox3<double> get_bbox() const override;
-  /// The box at `time` under the context's motion blur, blended between the samples around it; the first call for a
-  /// motion-blur description refits the tree. Without motion, or without a description, get_bbox(). Thread-safe.
-  GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
-  /// To be called when the geometry's motion changed: the next query under each description refits the tree anew. No
-  /// query may be running.
-  void dirty_motion_blur() override;
-  /// Bytes of the object, its arrays and its motion data. Waits for a refit that is going on. Thread-safe.
-  u64 get_memory_size() const override;
-
-  void get_clusters(CoreVector<void*>& clusters, const unsigned int& count, const float& ratio) const override;
-  void get_clusters_bboxes(const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) const override;
-  void get_clusters_bboxes_at(const CtxEval& ctx, const double& time, const CoreBasicArray<void*>& clusters,
-                              GMathBbox3<float>* boxes) const override;
-  void get_clusters_weights(const CoreBasicArray<void*>& clusters, float* weights) const override;
-
-  // What the doors of the base call once the structure is built. Frustum queries see the geometry at rest.
-  static void ray_hit_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void frustum_hit_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryFrustumCtx&);
-
   // What the kernels call at a leaf; `user` is the structure.
   static void single_primitive_ray_hit_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
                                                 const CoreBasicArray<unsigned int>& leaf, void* user);
@@ -131,18 +105,13 @@ class GasFur : public GasClusterable {
   static void leaf_frustum_hit_callback(const CtxEval&, CtxShader&, GeometryFrustumCtx&,
                                         const CoreBasicArray<unsigned int>& leaf, void* user);
 
-  /// For reports and tests.
-  const GasBvh<4>& get_tree() const { return tree; }
   /// How many primitives are in the tree.
   uint get_kept_count() const { return tree.item_count; }
 
  private:
-  struct MotionData;
+  friend GasBvhGeometry;
+  friend GasBvhStructure;
 
-  template <BvhHits hits>
-  static void answer_static(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  template <BvhHits hits>
-  static void answer_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
   void test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
 
   /// What create() gathers of the primitives.
@@ -151,12 +120,14 @@ class GasFur : public GasClusterable {
   void build_tree(const CtxEval& ctx, const Primitives& primitives, AppProgressBar* progress);
   void count_groups();
   void choose_leaf_functions();
-  void install_callbacks();
+  void clear();
+  u64 get_own_bytes() const { return u64{group_primitive_counts.get_count()} * sizeof(uint); }
 
-  /// The refitted record of the description's slot; refits it first when it is stale.
-  const MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
+  void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   void compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
-  void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
+    return GMathBbox3<double>(bvh_blend_boxes(a, b, static_cast<float>(fraction)));
+  }
 
   /// The context of the last create(). Whoever passed it may be gone: it is kept, not used.
   const CtxEval* ctx = nullptr;
@@ -165,9 +136,8 @@ class GasFur : public GasClusterable {
   uint primitive_count = 0;
   bool has_motion = false;
   bool oriented_nodes_allowed = true;
-  GasBvh<4> tree;
-  BvhLeafFunctions leaf_functions;
   CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] primitives in the tree
-  /// Queries that only read the structure fill this lazily; the container and its records have their own locks.
-  mutable GasMotionContainer<MotionData, GasFur> motion_data;
 };
+
+extern template class GasBvhStructure<GasFur, GasClusterable>;
+extern template class GasBvhGeometry<GasFur, GasClusterable>;

@@ -7,7 +7,7 @@
 #include "gas/frame/gas_log.h"
 #include "gas/frame/gas_tasks.h"
 #include "vq_app_base/app_base.h"
-#include "vq_app_base/app_progress_bar.h"
+#include "vq_app_base/app_progress_scope.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
 #include "vq_geometry/geometry_object.h"
@@ -22,29 +22,14 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GEOMETRY_CHAN
 
 constexpr uint from_alt = 1, also_from_extra = 2;  // a group's flag bits
 
-/// A progress task that may be missing, closed when it goes.
-class Stage {
- public:
-  Stage(AppProgressBar* progress, const char* name, double weight, uint step_count) : progress_(progress) {
-    if (progress_ == nullptr) return;
-    progress_->begin_task(name, weight);
-    progress_->set_step_count(step_count);
-  }
-  ~Stage() {
-    if (progress_ != nullptr) progress_->end_task();
-  }
-  Stage(const Stage&) = delete;
-  Stage& operator=(const Stage&) = delete;
-  void step(uint position) const {
-    if (progress_ != nullptr) progress_->step(position);
-  }
-
- private:
-  AppProgressBar* progress_;
-};
-
 void append(CoreVector<uint>& to, const CoreVector<uint>& from) {
-  for (const uint index : from) to.add(index);
+  for (const uint index : from) gas_need(to.add(index));
+}
+
+CoreBasicArray<uint> make_array(uint count) {
+  CoreBasicArray<uint> array(count);
+  gas_need(array.get_count() == count);
+  return array;
 }
 
 }  // namespace
@@ -80,11 +65,26 @@ class GasGeometryBase::BboxTask final : public GasTask {
   AppProgressBar* progress = nullptr;
   uint kept_count = 0;
 
-  void run(const uint& thread_index) override {
+  void work(const uint& thread_index) override {
     const CtxEval& thread_ctx = ctx->get_or_create_thread_ctx(thread_index);
-    kept_count = compute_bboxes(thread_ctx, *object, indices, first_step, count, boxes, kept, progress);
+    kept_count = compute_slice(thread_ctx, *object, indices, first_step, count, boxes, kept, progress);
   }
 };
+
+/// compute_bboxes() in pieces short enough for a user who asks to stop.
+uint GasGeometryBase::compute_slice(const CtxEval& ctx, const GeometryObject& object, const uint* indices,
+                                    uint first_step, uint count, GMathBbox3<float>* boxes, uint* kept,
+                                    AppProgressBar* progress) {
+  constexpr uint piece_length = 16384;
+  uint kept_count = 0;
+  for (uint first = 0; first < count; first += piece_length) {
+    ctx.get_application().check_stop();
+    kept_count +=
+        compute_bboxes(ctx, object, indices + first, first_step + first, std::min(piece_length, count - first),
+                       boxes + kept_count, kept + kept_count, progress);
+  }
+  return kept_count;
+}
 
 uint GasGeometryBase::compute_bboxes(const CtxEval& ctx, const GeometryObject& object, const uint* indices,
                                      const uint& first_step, const uint& count, GMathBbox3<float>* boxes, uint* kept,
@@ -115,27 +115,23 @@ bool GasGeometryBase::init_primitives(const CtxEval& ctx, const GeometryObject* 
   alt_geometry = new_alt_geometry;
   extra_geometry = new_extra_geometry;
   has_motion = 0;
-  group_primitive_counts = CoreBasicArray<uint>(group_count);
+  group_primitive_counts = make_array(group_count);
 
   ObjectLists lists;
   lists.list[0].object = geometry;
   lists.list[1].object = alt_geometry;
   lists.list[2].object = extra_geometry;
   if (grouped) {
-    list_by_groups(lists, group_flags, progress);
+    list_by_groups(ctx, lists, group_flags, progress);
   } else {
-    list_all(lists, progress);
+    list_all(ctx, lists, progress);
   }
 
   candidate_count = lists.get_count();
   boxes.remove_all();
-  primitives = CoreBasicArray<uint>(candidate_count);
-  if (!boxes.resize_for_overwrite(candidate_count) || primitives.get_count() != candidate_count) {
-    primitives.remove_all();  // no memory: nothing is kept
-    geometry_count = geometry_alt_end = kept_count = 0;
-    return true;
-  }
-  const Stage stage(progress, "Compute primitives AABB", grouped ? 0.6 : 0.8, candidate_count);
+  primitives = make_array(candidate_count);
+  gas_need(boxes.resize_for_overwrite(candidate_count));
+  const AppProgressScope stage(progress, "Compute primitives AABB", grouped ? 0.6 : 0.8, candidate_count);
   if (ctx.get_thread_index() < ctx.get_thread_ctx_count()) {
     compute_serial(ctx, lists, boxes.get_items(), progress);
   } else {
@@ -143,18 +139,30 @@ bool GasGeometryBase::init_primitives(const CtxEval& ctx, const GeometryObject* 
   }
   if (kept_count < candidate_count) {
     boxes.resize(kept_count);
-    primitives.resize(kept_count);
+    gas_need(primitives.resize(kept_count));
   }
   return true;
 }
 
+void GasGeometryBase::clear_primitives() {
+  group_primitive_counts.remove_all();
+  primitives.remove_all();
+  geometry_count = geometry_alt_end = kept_count = 0;
+}
+
+bool GasGeometryBase::is_whole_copy_of(const GasGeometryBase& other) const {
+  return group_primitive_counts.get_count() == other.group_primitive_counts.get_count() &&
+         primitives.get_count() == other.primitives.get_count();
+}
+
 /// One geometry supplies everything: all primitives in their own order.
-void GasGeometryBase::list_all(ObjectLists& lists, AppProgressBar* progress) {
+void GasGeometryBase::list_all(const CtxEval& ctx, ObjectLists& lists, AppProgressBar* progress) {
   const uint count = base_geometry->get_primitive_count();
-  const Stage stage(progress, "List primitives", 0.2, count);
+  const AppProgressScope stage(progress, "List primitives", 0.2, count);
   const uint group_count = group_primitive_counts.get_count();
-  lists.list[0].indices.resize_for_overwrite(count);
+  gas_need(lists.list[0].indices.resize_for_overwrite(count));
   for (uint primitive = 0; primitive < count; ++primitive) {
+    gas_check_stop(ctx.get_application(), primitive);
     const uint group = base_geometry->get_primitive_shading_group(primitive);
     if (group < group_count) ++group_primitive_counts[group];
     lists.list[0].indices[primitive] = primitive;
@@ -163,44 +171,44 @@ void GasGeometryBase::list_all(ObjectLists& lists, AppProgressBar* progress) {
   has_motion = geometry->has_motion();
 }
 
-void GasGeometryBase::sort_by_group(std::vector<CoreVector<uint>>& groups, AppProgressBar* progress) const {
+void GasGeometryBase::sort_by_group(const CtxEval& ctx, std::vector<CoreVector<uint>>& groups,
+                                    AppProgressBar* progress) const {
   const uint count = base_geometry->get_primitive_count();
-  const Stage stage(progress, "List primitives", 0.2, count);
+  const AppProgressScope stage(progress, "List primitives", 0.2, count);
   for (uint primitive = 0; primitive < count; ++primitive) {
+    gas_check_stop(ctx.get_application(), primitive);
     const uint group = base_geometry->get_primitive_shading_group(primitive);
-    if (group < groups.size()) groups[group].add(primitive);
+    if (group < groups.size()) gas_need(groups[group].add(primitive));
     stage.step(primitive + 1);
   }
 }
 
-/// Each group's flags say who supplies it; the lists are in group order.
-void GasGeometryBase::list_by_groups(ObjectLists& lists, const CoreBasicArray<uint>& group_flags,
+/// Each group's flags say which geometry supplies it; the lists are in group order. A group whose flags name a geometry
+/// that was not given has no primitives there.
+void GasGeometryBase::list_by_groups(const CtxEval& ctx, ObjectLists& lists, const CoreBasicArray<uint>& group_flags,
                                      AppProgressBar* progress) {
   const uint group_count = group_flags.get_count();
   std::vector<CoreVector<uint>> groups(group_count);
-  sort_by_group(groups, progress);
+  sort_by_group(ctx, groups, progress);
+  const auto for_each_supplier = [&](uint group, const auto& function) {
+    ObjectLists::List& chosen = lists.list[group_flags[group] & from_alt ? 1 : 0];
+    if (chosen.object != nullptr) function(chosen);
+    if ((group_flags[group] & also_from_extra) != 0 && extra_geometry != nullptr) function(lists.list[2]);
+  };
   {
-    const Stage stage(progress, "Count groups", 0.1, group_count);
+    const AppProgressScope stage(progress, "Count groups", 0.1, group_count);
     for (uint group = 0; group < group_count; ++group) {
-      const ObjectLists::List& chosen = lists.list[group_flags[group] & from_alt ? 1 : 0];
-      group_primitive_counts[group] = groups[group].get_count();
-      has_motion |= chosen.object != nullptr && chosen.object->has_shading_group_motion(group);
-      if (group_flags[group] & also_from_extra) {
-        group_primitive_counts[group] *= 2;
-        has_motion |= extra_geometry != nullptr && extra_geometry->has_shading_group_motion(group);
-      }
+      for_each_supplier(group, [&](const ObjectLists::List& list) {
+        group_primitive_counts[group] += groups[group].get_count();
+        has_motion |= list.object->has_shading_group_motion(group);
+      });
       stage.step(group + 1);
     }
   }
-  const Stage stage(progress, "Order groups", 0.1, group_count);
+  const AppProgressScope stage(progress, "Order groups", 0.1, group_count);
   for (uint group = 0; group < group_count; ++group) {
-    append(lists.list[group_flags[group] & from_alt ? 1 : 0].indices, groups[group]);
-    if (group_flags[group] & also_from_extra) append(lists.list[2].indices, groups[group]);
+    for_each_supplier(group, [&](ObjectLists::List& list) { append(list.indices, groups[group]); });
     stage.step(group + 1);
-  }
-  // A group that asks for a geometry which was not given is supplied by nobody.
-  for (ObjectLists::List& list : lists.list) {
-    if (list.object == nullptr) list.indices.remove_all();
   }
 }
 
@@ -212,8 +220,8 @@ void GasGeometryBase::compute_serial(const CtxEval& ctx, const ObjectLists& list
     const ObjectLists::List& list = lists.list[k];
     const uint count = list.indices.get_count();
     if (count > 0) {
-      end += compute_bboxes(ctx, *list.object, list.indices.get_items(), first_step, count, boxes + end,
-                            primitives.get_items() + end, progress);
+      end += compute_slice(ctx, *list.object, list.indices.get_items(), first_step, count, boxes + end,
+                           primitives.get_items() + end, progress);
     }
     first_step += count;
     ends[k] = end;

@@ -46,7 +46,7 @@ class GasGeometryBase : public GasClusterable {
 
   /// Fills the fields below and `boxes`, one box per kept primitive. In slices on the application's threads,
   /// and dropped primitives are then reported once, as a warning; with a context that is one thread's own on the
-  /// calling thread, and silently. Without memory nothing is kept.
+  /// calling thread, and silently. Throws std::bad_alloc, and AppStopped when the application asks to stop.
   /// @param group_flags  one word per shading group of base_geometry; looked at only when there is a third or fourth
   ///                     geometry
   /// @return false, with everything as it was, when group_flags has another size; true otherwise, also when no
@@ -66,12 +66,15 @@ class GasGeometryBase : public GasClusterable {
   bool is_identity_order() const;
   /// Of both arrays.
   u64 get_primitive_array_bytes() const;
+  void clear_primitives();
+  /// False when there was no memory for a copy's arrays.
+  bool is_whole_copy_of(const GasGeometryBase& other) const;
 
   const GeometryObject* base_geometry = nullptr;  ///< defines primitives and shading groups
   const GeometryObject* geometry = nullptr;
   const GeometryObject* alt_geometry = nullptr;
   const GeometryObject* extra_geometry = nullptr;
-  CoreBasicArray<uint> group_primitive_counts;  ///< per shading group; twice for a group that is taken twice
+  CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] candidates; a group taken twice counts twice
   CoreBasicArray<uint> primitives;              ///< index of the primitive at each position
   uint geometry_count = 0;
   uint geometry_alt_end = 0;
@@ -81,9 +84,12 @@ class GasGeometryBase : public GasClusterable {
 
  private:
   struct ObjectLists;
-  void list_all(ObjectLists& lists, AppProgressBar* progress);
-  void list_by_groups(ObjectLists& lists, const CoreBasicArray<uint>& group_flags, AppProgressBar* progress);
-  void sort_by_group(std::vector<CoreVector<uint>>& groups, AppProgressBar* progress) const;
+  void list_all(const CtxEval& ctx, ObjectLists& lists, AppProgressBar* progress);
+  void list_by_groups(const CtxEval& ctx, ObjectLists& lists, const CoreBasicArray<uint>& group_flags,
+                      AppProgressBar* progress);
+  void sort_by_group(const CtxEval& ctx, std::vector<CoreVector<uint>>& groups, AppProgressBar* progress) const;
+  static uint compute_slice(const CtxEval& ctx, const GeometryObject& object, const uint* indices, uint first_step,
+                            uint count, GMathBbox3<float>* boxes, uint* kept, AppProgressBar* progress);
   void compute_serial(const CtxEval& ctx, const ObjectLists& lists, GMathBbox3<float>* boxes, AppProgressBar* progress);
   void compute_parallel(const CtxEval& ctx, const ObjectLists& lists, GMathBbox3<float>* boxes,
                         AppProgressBar* progress);

@@ -10,21 +10,17 @@
 // between. A primitive is surely found while it moves in a straight line from sample to sample, and at times within
 // the shutter.
 #pragma once
-#include "gas/bvh/bvh_kernel.h"
-#include "gas/bvh/gas_bvh.h"
-#include "gas/bvh/gas_bvh_motion.h"
-#include "gas/frame/gas_motion_container.h"
 #include "gas/gas_geometry_base.h"
+#include "gas/structure/gas_bvh_geometry.h"
 
-class CtxMotionBlur;
-
-class GasGeometryBvh4 : public GasGeometryBase {
+class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
   GasGeometryBvh4();
-  /// A copy has a deep copy of the tree and no motion data; it answers queries as the source does.
+  /// A copy has a deep copy of the tree and no motion data; it answers queries as the source does. Without memory it is
+  /// empty.
   GasGeometryBvh4(const GasGeometryBvh4& other);
   GasGeometryBvh4& operator=(const GasGeometryBvh4& other);
   ~GasGeometryBvh4() override;
@@ -44,7 +40,8 @@ class GasGeometryBvh4 : public GasGeometryBase {
   /// @param group_flags     one word per shading group; must have that size when there is a third or fourth geometry
   /// @param progress        gets two tasks of weight 0.5 and lends the threads of its application to the tree's build;
   ///                        null: no progress, and the tree is built on the calling thread
-  /// @return false, and the structure as it was, when group_flags has the wrong size
+  /// @return false, and the structure as it was, when group_flags has the wrong size. True otherwise: also when memory
+  ///         ran out (reported through the log) or the application asked to stop, and the structure is then empty
   /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
   /// Cost: O(n log n) time. The tree takes 66 bytes a triangle on a mesh of 70 thousand and 35 on one of 870 thousand:
   /// only nodes from the tenth level on are stored in the small form. Under motion blur each sample adds its boxes.
@@ -55,59 +52,24 @@ class GasGeometryBvh4 : public GasGeometryBase {
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               AppProgressBar* progress);
 
-  /// The tree's box; inverted when it is empty.
-  GMathBbox3<double> get_bbox() const override;
-  /// The box at `time` under the context's motion blur, blended between the samples around it; the first call for a
-  /// motion-blur description refits the tree. Without motion, or without a description, get_bbox(). Thread-safe.
-  GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
-  /// To be called when the geometry's motion changed: the next query under each description refits the tree anew. No
-  /// query may be running.
-  void dirty_motion_blur() override;
-  /// Bytes of the object, its arrays and its motion data. Waits for a refit that is going on. Thread-safe.
-  u64 get_memory_size() const override;
-
-  void get_clusters(CoreVector<void*>& clusters, const unsigned int& count, const float& ratio) const override;
-  void get_clusters_bboxes(const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) const override;
-  void get_clusters_bboxes_at(const CtxEval& ctx, const double& time, const CoreBasicArray<void*>& clusters,
-                              GMathBbox3<float>* boxes) const override;
-  void get_clusters_weights(const CoreBasicArray<void*>& clusters, float* weights) const override;
-
-  // What the doors of the base (ray_hit_static() and so on) call once the structure is built. Frustum queries see the
-  // geometry at rest.
-  static void ray_hit_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void frustum_hit_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryFrustumCtx&);
-
-  /// For reports and tests.
-  const GasBvh<4>& get_tree() const { return tree; }
-
  private:
-  struct MotionData;
-  /// A leaf's primitive and whose it is. Each layout looks up only what it must.
+  friend GasBvhGeometry;
+  friend GasBvhStructure;
+  /// A leaf's primitive and the geometry that owns it. Each layout looks up only what it must.
   template <bool indexed, bool many_owners, bool one_group>
   struct Leaf;
 
-  // Not named like the doors of the base, which they would hide.
-  template <BvhHits hits>
-  static void answer_static(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  template <BvhHits hits>
-  static void answer_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
+  void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
+  bool is_one_group(const CtxEval& ctx) const;
+  void choose_leaf_functions(const CtxEval& ctx);
+  void clear();
+  u64 get_own_bytes() const { return get_primitive_array_bytes(); }
 
-  void build_tree(CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
-  bool is_one_group() const;
-  void choose_leaf_functions();
-  void install_callbacks();
-
-  /// The refitted record of the description's slot; refits it first when it is stale.
-  const MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
-  void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   void compute_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
-
-  GasBvh<4> tree;
-  BvhLeafFunctions leaf_functions;
-  /// Queries that only read the structure fill this lazily; the container and its records have their own locks.
-  mutable GasMotionContainer<MotionData, GasGeometryBvh4> motion_data;
+  static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 };
+
+extern template class GasBvhStructure<GasGeometryBvh4, GasGeometryBase>;
+extern template class GasBvhGeometry<GasGeometryBvh4, GasGeometryBase>;

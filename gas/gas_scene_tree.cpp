@@ -2,18 +2,19 @@
 
 #include <algorithm>
 #include <bit>
-#include <limits>
-#include <new>
 
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_tasks.h"
 #include "gas/gas_scene_tree_motion.h"
-#include "vq_app_base/app_base.h"
-#include "vq_app_base/app_progress_bar.h"
+#include "gas/structure/gas_bvh_structure_impl.h"
+#include "gas/structure/gas_world_bbox.h"
+#include "vq_app_base/app_progress_scope.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_module/module_scene_object.h"
+
+template class GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
 
 namespace {
 
@@ -43,80 +44,24 @@ uint get_slice_length(const AppBase& app, uint count) {
   return task_count > 0 ? (count + task_count - 1) / task_count : 1;
 }
 
-/// The extents of boxes within these bounds, and of what is around them, are finite.
-constexpr float outermost = std::numeric_limits<float>::max() / 4;
-
-GMathBbox3<float> bring_into_bounds(GMathBbox3<float> box) {
-  for (uint axis = 0; axis < 3; ++axis) {
-    box.min[axis] = std::clamp(box.min[axis], -outermost, outermost);
-    box.max[axis] = std::clamp(box.max[axis], -outermost, outermost);
-  }
-  return box;
-}
-
-/// Of the eight transformed corners. A corner is a sum of products, and a rounded sum grows with its terms: so the
-/// least corner is, in every bit but for the signs of zeros, the sum of the lesser products. A sum that is not finite
-/// says nothing.
-GMathBbox3<double> get_corner_extremes(const GMathBbox3<float>& box, const GMathMatrix4x4<double>& matrix) {
-  GMathBbox3<double> extremes;
-  for (uint row = 0; row < 3; ++row) {
-    double low = 0.0, high = 0.0;
-    for (uint axis = 0; axis < 3; ++axis) {
-      const double a = matrix.m[row][axis] * box.min[axis], b = matrix.m[row][axis] * box.max[axis];
-      low += std::min(a, b);
-      high += std::max(a, b);
-    }
-    extremes.min[row] = low + matrix.m[row][3];
-    extremes.max[row] = high + matrix.m[row][3];
-  }
-  return extremes;
-}
-
-bool is_finite(const GMathBbox3<double>& box) {
-  for (uint axis = 0; axis < 3; ++axis) {
-    if (!gmath_isfinited(box.min[axis]) || !gmath_isfinited(box.max[axis])) return false;
-  }
-  return true;
-}
-
 }  // namespace
-
-GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMathMatrix4x4<double>& matrix) {
-  constexpr float infinity = std::numeric_limits<float>::infinity();
-  const GMathBbox3<float> bounded = bring_into_bounds(local);  // infinity times a zero of the matrix would be NaN
-  const GMathBbox3<double> extremes = get_corner_extremes(bounded, matrix);
-  if (!local.is_empty() && is_finite(extremes)) return bring_into_bounds(GMathBbox3<float>(extremes));
-  GMathBbox3<float> box({infinity, infinity, infinity}, {-infinity, -infinity, -infinity});
-  for (uint corner = 0; corner < 8; ++corner)
-    box.add(GMathVec3<float>(matrix.transform_point(GMathVec3<double>(bounded.get_corner(corner)))));
-  if (!local.is_empty() && !box.is_empty()) return bring_into_bounds(box);
-  GMathVec3<float> place;
-  for (uint axis = 0; axis < 3; ++axis) {
-    const float value = static_cast<float>(matrix.m[axis][3]);
-    if (std::isfinite(value)) place[axis] = value;
-  }
-  return {place, place};
-}
 
 const CoreClassInfo& GasSceneTree::class_info() {
   static const CoreClassInfo& info = gas_new_class("GasSceneTree", GasObject::class_info());
   return info;
 }
 
-GasSceneTree::GasSceneTree() : motion_data(this) {
-  callbacks.ray_hit_static = ray_hit_static_callback;
-  callbacks.ray_hit_motion = ray_hit_motion_callback;
-  callbacks.ray_hit_nearest_static = ray_hit_nearest_static_callback;
-  callbacks.ray_hit_nearest_motion = ray_hit_nearest_motion_callback;
-  callbacks.frustum_hit = frustum_hit_callback;
-  install_leaf_functions();
+GasSceneTree::GasSceneTree() {
+  install_callbacks(true);
+  leaf_functions = {leaf_ray_hit_static_callback, leaf_ray_hit_nearest_static_callback, this, leaf_frustum_hit_callback,
+                    this};
 }
 
-GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasObject(other), motion_data(this) { *this = other; }
+GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasBvhStructure(other) { *this = other; }
 
 GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   if (this == &other) return *this;
-  GasObject::operator=(other);
+  GasBvhStructure::operator=(other);
   objects = other.objects;
   overrides = other.overrides;
   object_indices = other.object_indices;
@@ -124,38 +69,41 @@ GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   first_leaves = other.first_leaves;
   leaf_clusters = other.leaf_clusters;
   leaf_objects = other.leaf_objects;
-  bvh = other.bvh;
   geometry_count = other.geometry_count;
   primitive_count = other.primitive_count;
-  const bool is_whole = objects.get_count() == other.objects.get_count() &&
-                        overrides.get_count() == other.overrides.get_count() &&
-                        object_indices.get_count() == other.object_indices.get_count() &&
-                        cluster_counts.get_count() == other.cluster_counts.get_count() &&
-                        first_leaves.get_count() == other.first_leaves.get_count() &&
-                        leaf_clusters.get_count() == other.leaf_clusters.get_count() &&
-                        leaf_objects.get_count() == other.leaf_objects.get_count();
-  if (!is_whole) clear();  // no memory
-  install_leaf_functions();
-  motion_data.invalidate();
+  if (!is_whole_copy_of(other)) clear();  // no memory
   return *this;
 }
 
 GasSceneTree::~GasSceneTree() = default;
 
-void GasSceneTree::install_leaf_functions() {
-  leaf_functions = {leaf_ray_hit_static_callback, leaf_ray_hit_nearest_static_callback, this, leaf_frustum_hit_callback,
-                    this};
+bool GasSceneTree::is_whole_copy_of(const GasSceneTree& other) const {
+  return objects.get_count() == other.objects.get_count() && overrides.get_count() == other.overrides.get_count() &&
+         object_indices.get_count() == other.object_indices.get_count() &&
+         cluster_counts.get_count() == other.cluster_counts.get_count() &&
+         first_leaves.get_count() == other.first_leaves.get_count() &&
+         leaf_clusters.get_count() == other.leaf_clusters.get_count() &&
+         leaf_objects.get_count() == other.leaf_objects.get_count();
 }
 
-GMathBbox3<double> GasSceneTree::get_bbox() const { return GMathBbox3<double>(bvh.box); }
+void GasSceneTree::clear() {
+  tree.clear();
+  object_indices.remove_all();
+  cluster_counts.remove_all();
+  first_leaves.remove_all();
+  leaf_clusters.remove_all();
+  leaf_objects.remove_all();
+}
 
-u64 GasSceneTree::get_memory_size() const {
-  u64 size = sizeof(*this) + bvh.get_array_bytes() + u64{objects.get_count()} * sizeof(ModuleSceneObject*) +
-             u64{overrides.get_count()} * sizeof(GeometryOverride*) +
-             u64{object_indices.get_count()} * 3 * sizeof(uint) +
-             u64{leaf_objects.get_count()} * (sizeof(void*) + sizeof(uint));
-  motion_data.visit_all([&](const MotionData& data) { size += sizeof(data) + data.get_array_bytes(); });
-  return size;
+u64 GasSceneTree::get_own_bytes() const {
+  return u64{objects.get_count()} * sizeof(ModuleSceneObject*) +
+         u64{overrides.get_count()} * sizeof(GeometryOverride*) + u64{object_indices.get_count()} * 3 * sizeof(uint) +
+         u64{leaf_objects.get_count()} * (sizeof(void*) + sizeof(uint));
+}
+
+/// Every refit is reported, however small.
+void GasSceneTree::report_growth(u64 /*old_size*/, u64 /*new_size*/) const {
+  gas_try([&] { advert_memory_changed(); });
 }
 
 uint GasSceneTree::get_cluster_count(uint index) const {
@@ -175,11 +123,13 @@ class GasSceneTree::GasSceneTreeCheckTask final : public GasTask {
   const GasSceneTree* scene = nullptr;
   CoreVector<void*>* lists = nullptr;  ///< [object]
   ClusterWishes wishes{0};
+  const AppBase* app = nullptr;
   uint first = 0, end = 0;
   AppProgressBar* progress = nullptr;
 
-  void run(const uint& /*thread_index*/) override {
+  void work(const uint& /*thread_index*/) override {
     for (uint index = first; index < end; ++index) {
+      app->check_stop();
       ModuleSceneObject* object = scene->objects[index];
       if (object != nullptr && object->get_primitive_count() != 0.0 && is_placed(object->get_global_matrix())) {
         object->get_cluster_functions().get_clusters(object, scene->get_override(index), lists[index], wishes.count,
@@ -196,12 +146,14 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
   const GasSceneTree* scene = nullptr;
   GMathBbox3<float>* boxes = nullptr;
   float* weights = nullptr;
+  const AppBase* app = nullptr;
   uint first = 0, end = 0;
   AppProgressBar* progress = nullptr;
   double geometry_sum = 0.0, primitive_sum = 0.0;
 
-  void run(const uint& /*thread_index*/) override {
+  void work(const uint& /*thread_index*/) override {
     for (uint accepted = first; accepted < end; ++accepted) {
+      app->check_stop();
       const uint index = scene->object_indices[accepted], first_leaf = scene->first_leaves[accepted];
       ModuleSceneObject* object = scene->objects[index];
       GeometryOverride* replaced = scene->get_override(index);
@@ -235,78 +187,55 @@ void GasSceneTree::create(const AppBase& app, const CoreBasicArray<ModuleSceneOb
   create(app, new_objects, CoreBasicArray<GeometryOverride*>(), progress);
 }
 
-void GasSceneTree::clear() {
-  bvh.clear();
-  object_indices.remove_all();
-  cluster_counts.remove_all();
-  first_leaves.remove_all();
-  leaf_clusters.remove_all();
-  leaf_objects.remove_all();
-}
-
 void GasSceneTree::create(const AppBase& app, AppProgressBar* progress) {
-  if (objects.is_empty()) {
-    clear();
-    motion_data.invalidate();
-    return;
-  }
-  geometry_count = primitive_count = 0.0;
-  try {
-    build_tree(app, progress);
-  } catch (const std::bad_alloc&) {  // from the host's queue of tasks
-    clear();
-  }
-  motion_data.invalidate();
+  motion_data.follow_slots();
+  rebuild("GasSceneTree.create", [&] { build(app, progress); });
 }
 
-void GasSceneTree::build_tree(const AppBase& app, AppProgressBar* progress) {
+void GasSceneTree::build(const AppBase& app, AppProgressBar* progress) {
+  if (objects.is_empty()) return clear();
+  geometry_count = primitive_count = 0.0;
   {
     ClusterLists lists(objects.get_count());
+    gas_need(lists.get_count() == objects.get_count());
     check_objects(app, lists, progress);
-    if (!gather_clusters(lists)) clear();  // no memory
+    gather_clusters(lists);
   }
   CoreArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
   CoreBasicArray<float> weights(leaf_objects.get_count());
-  if (boxes.get_count() != leaf_objects.get_count() || weights.get_count() != leaf_objects.get_count()) {
-    clear();  // no memory
-    boxes.remove_all();
-  }
-  // What a module does not say.
+  gas_need(boxes.get_count() == leaf_objects.get_count() && weights.get_count() == leaf_objects.get_count());
+  // Defaults where a module supplies no box or weight.
   std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
   std::fill(weights.begin(), weights.end(), 1.0f);
   if (!boxes.is_empty()) compute_bboxes(app, boxes.get_items(), weights.get_items(), progress);
-  if (progress != nullptr) progress->begin_task("create tree", 0.3);
-  build_tree(boxes, weights, progress);
-  if (progress != nullptr) progress->end_task();
+  const AppProgressScope stage(progress, "create tree", 0.3);
+  build_tree(app, boxes, weights, progress);
 }
 
 void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const {
   const uint count = lists.get_count();
-  if (progress != nullptr) {
-    progress->begin_task("check objects", 0.4);
-    progress->set_step_count(objects.get_count());
-  }
+  const AppProgressScope stage(progress, "check objects", 0.4, count);
   const uint length = get_slice_length(app, count);
   CoreArray<GasSceneTreeCheckTask> tasks(gas_get_slice_count(count, length));
+  gas_need(!tasks.is_empty());
   SysThreadTaskManager manager(app.get_thread_manager());
   gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeCheckTask& task) {
     task.scene = this;
     task.lists = lists.get_items();
     task.wishes = ClusterWishes(objects.get_count());
+    task.app = &app;
     task.progress = progress;
   });
-  if (progress != nullptr) progress->end_task();
 }
 
-bool GasSceneTree::gather_clusters(const ClusterLists& lists) {
+void GasSceneTree::gather_clusters(const ClusterLists& lists) {
   uint accepted_count = 0, leaf_count = 0;
   for (const CoreVector<void*>& clusters : lists) {
     accepted_count += clusters.get_count() > 0 ? 1 : 0;
     leaf_count += clusters.get_count();
   }
-  if (!object_indices.resize(accepted_count) || !cluster_counts.resize(accepted_count) ||
-      !first_leaves.resize(accepted_count) || !leaf_clusters.resize(leaf_count) || !leaf_objects.resize(leaf_count))
-    return false;
+  gas_need(object_indices.resize(accepted_count) && cluster_counts.resize(accepted_count) &&
+           first_leaves.resize(accepted_count) && leaf_clusters.resize(leaf_count) && leaf_objects.resize(leaf_count));
   uint accepted = 0, leaf = 0;
   for (uint index = 0; index < lists.get_count(); ++index) {
     if (lists[index].get_count() == 0) continue;
@@ -319,40 +248,38 @@ bool GasSceneTree::gather_clusters(const ClusterLists& lists) {
     }
     ++accepted;
   }
-  return true;
 }
 
 void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights,
                                   AppProgressBar* progress) {
   const uint count = object_indices.get_count();
-  if (progress != nullptr) {
-    progress->begin_task("create tree", 0.3);
-    progress->set_step_count(count);
-  }
+  const AppProgressScope stage(progress, "create tree", 0.3, count);
   const uint length = get_slice_length(app, count);
   CoreArray<GasSceneTreeBboxTask> tasks(gas_get_slice_count(count, length));
+  gas_need(!tasks.is_empty());
   SysThreadTaskManager manager(app.get_thread_manager());
   gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeBboxTask& task) {
     task.scene = this;
     task.boxes = boxes;
     task.weights = weights;
+    task.app = &app;
     task.progress = progress;
   });
   for (const GasSceneTreeBboxTask& task : tasks) {
     geometry_count += task.geometry_sum;
     primitive_count += task.primitive_sum;
   }
-  if (progress != nullptr) progress->end_task();
 }
 
-void GasSceneTree::build_tree(const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
-                              AppProgressBar* progress) {
-  CoreBasicArray<u32> weight_words(boxes.get_count());
-  if (weight_words.get_count() != boxes.get_count()) return clear();  // no memory
-  for (uint leaf = 0; leaf < boxes.get_count(); ++leaf) weight_words[leaf] = std::bit_cast<u32>(weights[leaf]);
+void GasSceneTree::build_tree(const AppBase& app, const CoreArray<GMathBbox3<float>>& boxes,
+                              const CoreBasicArray<float>& weights, AppProgressBar* progress) {
+  CoreBasicArray<u32> weight_bits(boxes.get_count());
+  gas_need(weight_bits.get_count() == boxes.get_count());
+  for (uint leaf = 0; leaf < boxes.get_count(); ++leaf) weight_bits[leaf] = std::bit_cast<u32>(weights[leaf]);
   GasBvhSplitCtx split_ctx;
   split_ctx.item_boxes = boxes.get_items();
-  split_ctx.item_weights = weight_words.get_items();
-  bvh.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
-  install_leaf_functions();
+  split_ctx.item_weights = weight_bits.get_items();
+  split_ctx.application = &app;
+  tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
+  tree.drop_item_words();  // a scene is not cut into clusters
 }

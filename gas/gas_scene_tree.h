@@ -14,33 +14,33 @@
 // motion blur the tree is refitted to the objects' matrices and boxes at the description's sample times, and each ray
 // gets its object's matrix blended, entry by entry, to its own time.
 //
-// Boxes are blended in straight lines too. Whatever runs along a curve between two samples, as what two matrices turn
-// or a mesh that deforms in an object that turns, may stick out of them and is then missed: a mesh that grows by a
-// third while its object turns by 17 degrees loses 1.4 % of its hits with two samples and 0.07 % with three.
+// Boxes are blended in straight lines too. Where a shape deforms within an object that turns they grow so far that the
+// blend holds everything in between (gas_world_bbox.h).
 #pragma once
-#include "gas/bvh/bvh_kernel.h"
-#include "gas/bvh/gas_bvh.h"
-#include "gas/frame/gas_motion_container.h"
+#include "gas/structure/gas_bvh_structure.h"
 #include "vq_core/core_array.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_gmath/gmath_ray.h"
 
 class AppBase;
 class AppProgressBar;
-class CtxMotionBlur;
 class ModuleSceneObject;
-struct GasNestedQueryCtx;
+struct GasNestedTarget;
 struct GasRayCtx;
+struct GasSceneTreeMotion;
 struct GeometryOverride;
 
-class GasSceneTree : public GasObject {
+class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion> {
  public:
+  using MotionData = GasSceneTreeMotion;
+
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
   /// An empty scene, which answers every query with nothing.
   GasSceneTree();
   /// A copy has deep copies of the arrays and the tree and no motion data; it answers queries as the source does.
+  /// Without memory it is empty.
   GasSceneTree(const GasSceneTree& other);
   GasSceneTree& operator=(const GasSceneTree& other);
   ~GasSceneTree() override;
@@ -51,15 +51,14 @@ class GasSceneTree : public GasObject {
 
   /// Builds the tree, replacing whatever it held. Objects, overrides and the objects' structures must outlive it. Left
   /// out without a word are null objects, objects without primitives, objects whose matrix is singular or not finite,
-  /// and objects without clusters.
+  /// and objects without clusters. Where memory runs out (reported through the log), or the application asks to stop,
+  /// the scene is empty.
   ///
   /// @param app        lends its threads
   /// @param overrides  what instances replace of their objects, by the objects' indices; entries may be null, and
-  /// missing
-  ///                   ones count as null
+  ///                   missing ones count as null
   /// @param progress   gets "check objects" (0.4) and twice "create tree" (0.3 each), and lends the threads of its
-  /// application
-  ///                   to the tree's build; null: no progress, and the tree is built on the calling thread
+  ///                   application to the tree's build; null: no progress, and the tree is built on the calling thread
   /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
   void create(const AppBase& app, const CoreBasicArray<ModuleSceneObject*>& objects,
               const CoreBasicArray<GeometryOverride*>& overrides, AppProgressBar* progress);
@@ -71,44 +70,25 @@ class GasSceneTree : public GasObject {
   const double& get_geometry_count() const { return geometry_count; }
   const double& get_primitive_count() const { return primitive_count; }
 
-  /// The tree's box; inverted when it is empty.
-  GMathBbox3<double> get_bbox() const override;
-  /// The box at `time` under the context's motion blur, blended between the samples around it; the first call for a
-  /// description refits the tree. Without a description get_bbox(). Thread-safe.
-  GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const override;
-  /// To be called when an object's motion changed: the next query under each description refits the tree anew. No query
-  /// may be running.
-  void dirty_motion_blur() override;
-  /// Bytes of the object, its arrays and its motion data. Waits for a refit that is going on. Thread-safe.
-  u64 get_memory_size() const override;
-
-  // What the doors of the base call.
-  static void ray_hit_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_static_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void ray_hit_nearest_motion_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  static void frustum_hit_callback(const GasObject*, const CtxEval&, CtxShader&, GeometryFrustumCtx&);
-
-  /// For reports and tests.
-  const GasBvh<4>& get_tree() const { return bvh; }
   /// How many clusters the object at `index` has in the tree; 0 for one that was left out. O(accepted objects).
   uint get_cluster_count(uint index) const;
 
  private:
-  struct MotionData;
+  friend GasBvhStructure;
+  friend GasSceneTreeMotion;
   /// The clusters of each object, while the tree is made.
   using ClusterLists = CoreArray<CoreVector<void*>>;
 
   void create(const AppBase& app, AppProgressBar* progress);
   void check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const;
-  bool gather_clusters(const ClusterLists& lists);
+  void gather_clusters(const ClusterLists& lists);
   void compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights, AppProgressBar* progress);
-  void build_tree(const AppBase& app, AppProgressBar* progress);
-  void build_tree(const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
+  void build(const AppBase& app, AppProgressBar* progress);
+  void build_tree(const AppBase& app, const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
                   AppProgressBar* progress);
-  void install_leaf_functions();
-  /// Empties the tree and what its leaves stand for.
+  /// Empties the tree and the arrays of its leaves.
   void clear();
+  bool is_whole_copy_of(const GasSceneTree& other) const;
   GeometryOverride* get_override(uint index) const {
     return index < overrides.get_count() ? overrides[index] : nullptr;
   }
@@ -116,10 +96,15 @@ class GasSceneTree : public GasObject {
   /// The clusters of an accepted object.
   CoreBasicArray<void*> get_object_clusters(uint accepted) const;
 
-  template <BvhHits hits>
-  static void answer_static(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
-  template <BvhHits hits>
-  static void answer_motion(const GasObject*, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
+  /// Rays that were carried into objects for another query are not those of this one.
+  struct QueryScope {
+    QueryScope(const GasSceneTree&, CtxShader& shader, GeometryRaytraceCtx& query, BvhHits hits);
+  };
+  bool can_move() const { return true; }
+  u64 get_own_bytes() const;
+  void report_growth(u64 old_size, u64 new_size) const;
+  BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
+  void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
                                            const CoreBasicArray<unsigned int>& leaves, void* user);
@@ -146,26 +131,20 @@ class GasSceneTree : public GasObject {
   void leaf_ray_hit_nearest_motion_vectors(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                            GeometryRaytraceCtx& query, MotionData& data) const;
 
-  // The query that `parent` puts to one object: everything but its rays; with the parent's rays in the object's space;
-  // with each ray in the object's space at its own time. The record must have room for the parent's rays.
-  GeometryRaytraceCtx& begin_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                       const unsigned int& leaf, const unsigned int& object,
-                                       ModuleSceneObject* scene_object) const;
+  // The query that `parent` puts to the object of a leaf: with the parent's rays in the object's space; with each ray
+  // in the object's space at its own time. The record must have room for the parent's rays.
   GeometryRaytraceCtx& get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                     const unsigned int& leaf, const unsigned int& object,
-                                     ModuleSceneObject* scene_object) const;
+                                     const unsigned int& leaf) const;
   GeometryRaytraceCtx& get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
                                             const unsigned int& leaf, const MotionData& data) const;
-  /// Calls query(object, record) for the object of a leaf, in a nested record with room for the parent's rays, unless
-  /// the object is hidden from the parent's rays.
+  GasNestedTarget get_target(const unsigned int& leaf, const GMathRay::Type& type) const;
+  /// Calls query(object, type, record) for the object of a leaf, in a nested record with room for the parent's rays,
+  /// unless the object is hidden from the parent's rays.
   template <class Query>
-  void enter_object(const unsigned int& leaf, CtxShader& shader, const GeometryRaytraceCtx& parent,
-                    const Query& query) const;
+  void enter_object(const unsigned int& leaf, CtxShader& shader, GeometryRaytraceCtx& parent, const Query& query) const;
 
-  /// The refitted record of the description's slot; refits it first when it is stale.
-  MotionData& get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const;
-  void update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
-  bool update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
   CoreArray<ModuleSceneObject*> objects;
   CoreBasicArray<GeometryOverride*> overrides;
@@ -174,10 +153,8 @@ class GasSceneTree : public GasObject {
   CoreBasicArray<uint> first_leaves;
   CoreBasicArray<void*> leaf_clusters;
   CoreBasicArray<uint> leaf_objects;
-  GasBvh<4> bvh;
-  BvhLeafFunctions leaf_functions;
-  /// Queries that only read the tree fill this lazily; the container and its records have their own locks.
-  mutable GasMotionContainer<MotionData, GasSceneTree> motion_data;
   double geometry_count = 0.0;
   double primitive_count = 0.0;
 };
+
+extern template class GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;

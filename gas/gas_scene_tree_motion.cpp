@@ -1,20 +1,40 @@
 // A scene under motion blur: matrices and boxes of its objects at the description's sample times, and the tree refitted
-// to them, on the first query that needs it.
+// to them.
 #include "gas/gas_scene_tree_motion.h"
 
 #include <algorithm>
-#include <memory>
-#include <new>
 #include <span>
 
 #include "gas/frame/gas_tasks.h"
-#include "vq_app_base/app_base.h"
-#include "vq_app_base/app_progress_bar.h"
-#include "vq_ctx/ctx_eval.h"
+#include "gas/structure/gas_world_bbox.h"
+#include "vq_app_base/app_progress_scope.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_module/module_scene_object.h"
 
-/// One object at one sample. Writes its matrix and its leaves' boxes only.
+namespace {
+
+/// The boxes of all leaves at three samples in a row, in their objects' spaces, and those in the world at the middle
+/// one.
+struct LeafBoxes {
+  CoreAlignedArray<GMathBbox3<float>> local[3];  ///< [sample modulo 3][leaf]
+  CoreAlignedArray<GMathBbox3<float>> world;     ///< [leaf]
+
+  explicit LeafBoxes(uint leaf_count) : world(leaf_count) {
+    bool is_complete = static_cast<bool>(world);
+    for (CoreAlignedArray<GMathBbox3<float>>& boxes : local) {
+      boxes = CoreAlignedArray<GMathBbox3<float>>(leaf_count);
+      is_complete = is_complete && boxes;
+      // What a module that supplies no boxes leaves there.
+      if (boxes) std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
+    }
+    gas_need(is_complete);
+  }
+};
+
+}  // namespace
+
+/// One object. For each sample in turn it is measured at the next one too, since its world boxes depend on how it moves
+/// on both sides. Writes its matrices and its leaves' boxes only.
 class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
  public:
   const CtxEval* ctx = nullptr;
@@ -22,68 +42,69 @@ class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
   ModuleSceneObject* object = nullptr;
   GeometryOverride* geometry_override = nullptr;
   CoreBasicArray<void*> clusters;
-  GMathBbox3<float>* boxes = nullptr;  ///< [cluster]
-  GMathMatrix4x4<double>* matrix = nullptr;
-  double time = 0.0;
+  GMathBbox3<float>* local[3] = {};            ///< [sample modulo 3][cluster]
+  GMathBbox3<float>* world = nullptr;          ///< [cluster], at `sample`
+  GMathMatrix4x4<double>* matrices = nullptr;  ///< [sample]
+  uint sample = 0;
+  double time = 0.0;       ///< of `sample`
+  double next_time = 0.0;  ///< of the one after it
   AppProgressBar* progress = nullptr;
   uint step = 0;
 
-  void run(const uint& thread_index) override { update(ctx->get_or_create_thread_ctx(thread_index)); }
+  void work(const uint& thread_index) override { update(ctx->get_or_create_thread_ctx(thread_index)); }
 
   void update(const CtxEval& thread_ctx) {
+    ctx->get_application().check_stop();
+    const uint sample_count = motion_blur->get_sample_count();
+    if (sample == 0) measure(thread_ctx, 0, time);
+    if (sample + 1 < sample_count) measure(thread_ctx, sample + 1, next_time);
+    for (uint k = 0; k < clusters.get_count(); ++k) {
+      GasBboxSurplus surplus;
+      if (sample > 0) surplus.raise(get_surplus(sample - 1, k));
+      if (sample + 1 < sample_count) surplus.raise(get_surplus(sample, k));
+      world[k] = gas_get_world_bbox(local[sample % 3][k], matrices[sample], surplus);
+    }
+    if (progress != nullptr) progress->step(step);
+  }
+
+ private:
+  bool is_moving() const { return (object->get_flags() & ModuleSceneObject::moving) != 0; }
+
+  void measure(const CtxEval& thread_ctx, uint at, double at_time) const {
     // A thread's context was made when the thread first needed one, under another description or under none.
     CtxEval object_ctx(thread_ctx);
     object_ctx.set_motion_blur(motion_blur);
     object_ctx.set_time(ctx->get_time());
     const ModuleClusterFunctions& functions = object->get_cluster_functions();
-    if ((object->get_flags() & ModuleSceneObject::moving) != 0) {
-      *matrix = object->get_global_matrix_at(time);
-      functions.get_clusters_bboxes_at(object, geometry_override, object_ctx, time, clusters, boxes);
+    if (is_moving()) {
+      matrices[at] = object->get_global_matrix_at(at_time);
+      functions.get_clusters_bboxes_at(object, geometry_override, object_ctx, at_time, clusters, local[at % 3]);
     } else {
-      *matrix = object->get_global_matrix();
-      functions.get_clusters_bboxes(object, geometry_override, clusters, boxes);
+      matrices[at] = object->get_global_matrix();
+      functions.get_clusters_bboxes(object, geometry_override, clusters, local[at % 3]);
     }
-    for (uint k = 0; k < clusters.get_count(); ++k) boxes[k] = gas_get_world_bbox(boxes[k], *matrix);
-    progress->step(step);
+  }
+
+  /// Between sample `first` and the next one.
+  GasBboxSurplus get_surplus(uint first, uint cluster) const {
+    if (!is_moving()) return {};
+    return gas_get_motion_surplus(local[first % 3][cluster], matrices[first], local[(first + 1) % 3][cluster],
+                                  matrices[first + 1]);
   }
 };
 
-GasSceneTree::MotionData& GasSceneTree::get_motion_data(const CtxEval& ctx, const CtxMotionBlur& motion_blur) const {
-  MotionData& data = motion_data.get(motion_blur);
-  // The common case; pairs with the release store that ends an update.
-  if (data.stamp.load(std::memory_order_acquire) != motion_blur.get_stamp()) update_motion_blur(ctx, motion_blur, data);
-  return data;
-}
-
-void GasSceneTree::update_motion_blur(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
-  const SysThreadLockGuard guard(data.lock);
-  // Another thread may have done it while this one waited.
-  if (data.stamp.load(std::memory_order_relaxed) == motion_blur.get_stamp()) return;
-  const uint sample_count = motion_blur.get_sample_count();
+void GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
+  const uint object_count = object_indices.get_count(), sample_count = motion_blur.get_sample_count();
   if (data.matrices_sample_count != sample_count || !data.matrices) {
-    data.matrices =
-        CoreAlignedArray<GMathMatrix4x4<double>>(std::size_t{object_indices.get_count()} * sample_count, 64);
+    data.matrices = CoreAlignedArray<GMathMatrix4x4<double>>(std::size_t{object_count} * sample_count, 64);
   }
   data.matrices_sample_count = sample_count;
-  if (!data.matrices || !data.refit.set_samples(bvh, sample_count) || !update_samples(ctx, motion_blur, data))
-    data.clear();  // no memory
-  advert_memory_changed();
-  data.stamp.store(motion_blur.get_stamp(), std::memory_order_release);  // publishes what was just written
-}
-
-bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const try {
-  const uint object_count = object_indices.get_count(), sample_count = data.matrices_sample_count;
-  CoreArray<GMathBbox3<float>> boxes(leaf_objects.get_count());
   CoreArray<UpdateObjectMotionTask> tasks(object_count);
-  if (boxes.get_count() != leaf_objects.get_count() || tasks.get_count() != object_count) return false;
-  std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
+  gas_need(data.matrices && data.refit.set_samples(tree, sample_count) && tasks.get_count() == object_count);
+  LeafBoxes boxes(leaf_objects.get_count());
   AppBase& application = ctx.get_application();
-  struct Finish {
-    void operator()(AppProgressBar* bar) const { bar->finish(); }
-  };
-  const std::unique_ptr<AppProgressBar, Finish> progress(
-      application.create_progress_bar("Updating motion blur of scene GAS"));
-  progress->set_step_count(sample_count * object_count);
+  const AppOwnProgress progress(application, "Updating motion blur of scene GAS");
+  if (progress.get() != nullptr) progress.get()->set_step_count(sample_count * object_count);
   for (uint accepted = 0; accepted < object_count; ++accepted) {
     UpdateObjectMotionTask& task = tasks[accepted];
     task.ctx = &ctx;
@@ -91,15 +112,19 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
     task.object = objects[object_indices[accepted]];
     task.geometry_override = get_override(object_indices[accepted]);
     task.clusters = get_object_clusters(accepted);
-    task.boxes = boxes.get_items() + first_leaves[accepted];
+    for (uint k = 0; k < 3; ++k) task.local[k] = boxes.local[k].get() + first_leaves[accepted];
+    task.world = boxes.world.get() + first_leaves[accepted];
+    task.matrices = &data.matrices[std::size_t{accepted} * sample_count];
     task.progress = progress.get();
   }
-  bool refitted = true;
+  // Added up rather than multiplied, so that a scene and a bundle in it sample at the same times in every bit.
   double time = motion_blur.get_frame_begin();
-  for (uint sample = 0; sample < sample_count && refitted; ++sample) {
+  for (uint sample = 0; sample < sample_count; ++sample) {
+    const double next_time = time + motion_blur.get_sample_step();
     for (uint accepted = 0; accepted < object_count; ++accepted) {
-      tasks[accepted].matrix = &data.matrices[std::size_t{accepted} * sample_count + sample];
+      tasks[accepted].sample = sample;
       tasks[accepted].time = time;
+      tasks[accepted].next_time = next_time;
       tasks[accepted].step = sample * object_count + accepted + 1;
     }
     if (object_count < 2) {
@@ -108,14 +133,10 @@ bool GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
       SysThreadTaskManager manager(application.get_thread_manager());
       gas_run_tasks(manager, tasks);
     }
-    refitted =
-        data.refit.update_sample(sample, std::span<const GMathBbox3<float>>(boxes.begin(), boxes.end()), nullptr);
-    // Added up rather than multiplied, so that a scene and a bundle in it sample at the same times in every bit.
-    time += motion_blur.get_sample_step();
+    const std::span<const GMathBbox3<float>> world(boxes.world.get(), boxes.world.get_count());
+    gas_need(data.refit.update_sample(sample, world, nullptr));
+    time = next_time;
   }
-  return refitted;
-} catch (const std::bad_alloc&) {  // from the host's queue of tasks, or an object
-  return false;
 }
 
 namespace {
@@ -123,21 +144,13 @@ namespace {
 /// Each product in double precision, rounded to single before the sum. A call of its own: where the caller widens the
 /// result in the same function, g++ 12 drops the roundings.
 [[gnu::noinline]] float blend_bound(float a, float b, double fraction) {
+  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // also where the other one is infinite
   return static_cast<float>((1.0 - fraction) * a) + static_cast<float>(fraction * b);
 }
 
 }  // namespace
 
-GMathBbox3<double> GasSceneTree::get_bbox_at(const CtxEval& ctx, const double& time) const {
-  const CtxMotionBlur* motion_blur = ctx.get_motion_blur();
-  if (motion_blur == nullptr || bvh.is_empty()) return get_bbox();
-  const MotionData& data = get_motion_data(ctx, *motion_blur);
-  if (data.matrices_sample_count == 0) return get_bbox();
-  uint sample = 0;
-  double fraction = 0.0;
-  motion_blur->get_time_sampling().get_span(time, sample, fraction);
-  const GMathBbox3<float>& a = data.refit.get_bbox(sample);
-  const GMathBbox3<float>& b = data.refit.get_bbox(std::min(sample + 1, data.matrices_sample_count - 1));
+GMathBbox3<double> GasSceneTree::blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
   GMathBbox3<double> box;
   for (uint axis = 0; axis < 3; ++axis) {
     box.min[axis] = blend_bound(a.min[axis], b.min[axis], fraction);
@@ -145,5 +158,3 @@ GMathBbox3<double> GasSceneTree::get_bbox_at(const CtxEval& ctx, const double& t
   }
   return box;
 }
-
-void GasSceneTree::dirty_motion_blur() { motion_data.make_stale(); }

@@ -1,13 +1,12 @@
 // The driver of a build, and the builder's instances: one per split strategy.
 #include <algorithm>
 #include <bit>
-#include <cstring>
-#include <new>
 #include <numeric>
 
 #include "gas/bvh/bvh_builder_impl.h"
 #include "gas/bvh/bvh_finalize.h"
 #include "vq_app_base/app_base.h"
+#include "vq_app_base/app_progress_scope.h"
 #include "vq_sys/sys_thread_manager.h"
 
 namespace {
@@ -39,50 +38,77 @@ SysThreadManager* find_threads(AppProgressBar* progress) {
 }
 
 template <class Split>
-bool finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root) {
+void finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root, const AppBase* application) {
   std::vector<BvhBuildThreadPools*> pools;
   for (BvhBuildThreadState<Split>& worker : build.workers) {
-    if (worker.out_of_memory) return false;
     tree.max_depth = std::max(tree.max_depth, worker.max_depth);
     pools.push_back(&worker);
   }
   if (root.is_leaf()) {
     tree.root = root;
-    return true;
+  } else {
+    bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, application, build.progress);
   }
-  return bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, build.progress);
 }
 
-/// Runs the recursion from the root set, on the application's threads when there are enough items for them. False when
-/// there was no memory; some of it is asked for by containers that throw.
+/// Runs the recursion from the root set, on the application's threads when there are enough items for them.
 template <class Split>
-bool build_nodes(GasBvh<4>& tree, const GasBvhSplitCtx& split_ctx, const GasBvhSplitSetGeom& root_set,
-                 const BvhBuildParams& params, AppProgressBar* progress, SysThreadManager* threads) try {
-  BvhBuildCtx<Split> build;
-  build.quantization_depth = params.quantization_depth;
-  build.progress = progress;
-  BvhChildRef root;
-  const BvhBuildPlace place{&root, nullptr, 0};
-  if (progress != nullptr) {
-    progress->begin_task("Split items", 0.9);
-    progress->set_step_count(root_set.count);
-  }
-  if (threads != nullptr && root_set.count > bvh_task_items) {
-    SysThreadTaskManager tasks(*threads);
-    build.threads = threads;
-    build.tasks = &tasks;
-    init_workers(build, split_ctx, threads->get_thread_count());
-    BvhSubtreeBuilder<Split>(build, threads->get_index_of_current_thread()).build_subtree(place, 0, {}, root_set);
-    tasks.wait_until_completed(true);
-    build.tasks = nullptr;
-  } else {
+void split_items(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, const GasBvhSplitSetGeom& root_set,
+                 const BvhBuildPlace& root, SysThreadManager* threads) {
+  const AppProgressScope stage(build.progress, "Split items", 0.9, root_set.count);
+  if (threads == nullptr || root_set.count <= bvh_task_items) {
     init_workers(build, split_ctx, 1);
-    BvhSubtreeBuilder<Split>(build, 0).build_subtree(place, 0, {}, root_set);
+    return BvhSubtreeBuilder<Split>(build, 0).build_subtree(root, 0, {}, root_set);
   }
-  if (progress != nullptr) progress->end_task();
-  return finalize(tree, build, root);
-} catch (const std::bad_alloc&) {
-  return false;
+  init_workers(build, split_ctx, threads->get_thread_count());
+  build.threads = threads;
+  SysThreadTaskManager tasks(*threads);  // goes first, and takes back what still waits
+  build.tasks = &tasks;
+  BvhSubtreeBuilder<Split>(build, threads->get_index_of_current_thread()).build_subtree(root, 0, {}, root_set);
+  tasks.wait_until_completed(true);
+  build.tasks = nullptr;
+  for (const BvhBuildThreadState<Split>& worker : build.workers) {
+    for (const std::unique_ptr<GasTask>& task : worker.tasks) gas_rethrow(task->get_outcome());
+  }
+}
+
+template <class Split>
+void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_order, uint count,
+                const BvhBuildParams& params, AppProgressBar* progress) {
+  gas_need(tree.allocate_items(count, source.item_weights != nullptr));
+  if (item_order != nullptr) {
+    std::copy_n(item_order, count, tree.order);
+  } else {
+    std::iota(tree.order, tree.order + count, 0u);
+  }
+  if (tree.item_words != nullptr) std::copy_n(source.item_weights, count, tree.item_words);
+
+  GasBvhSplitCtx split_ctx = source;
+  split_ctx.order = tree.order;
+  split_ctx.item_start = 0;
+  split_ctx.item_count = count;
+  split_ctx.max_leaf = std::clamp(params.max_leaf, 1u, 255u);
+  split_ctx.leaf_threshold = std::min(std::max(params.leaf_threshold, 1u), split_ctx.max_leaf);
+  split_ctx.item_cost = params.item_cost;
+  if (split_ctx.application == nullptr && progress != nullptr) split_ctx.application = &progress->get_application();
+
+  GasBvhSplitSetGeom root_set;
+  root_set.count = count;
+  SysThreadManager* threads = find_threads(progress);
+  root_set.box = split_ctx.compute_items_bbox(root_set, threads);
+  root_set.area = root_set.box.get_half_area();
+  split_ctx.item_box = root_set.box;
+  if (count <= split_ctx.leaf_threshold) {
+    tree.root = {0, (count & BvhChildRef::count_mask) | BvhChildRef::leaf_bit};
+  } else {
+    BvhBuildCtx<Split> build;
+    build.quantization_depth = params.quantization_depth;
+    build.progress = progress;
+    BvhChildRef root;
+    split_items<Split>(build, split_ctx, root_set, {&root, nullptr, 0}, threads);
+    finalize(tree, build, root, split_ctx.application);
+  }
+  tree.box = root_set.box;
 }
 
 }  // namespace
@@ -95,34 +121,12 @@ void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, 
   clear();
   parameter0 = params.item_cost;
   parameter3 = params.quantization_depth;
-  if (!allocate_items(count, source.item_weights != nullptr)) return clear();
-  if (item_order != nullptr) {
-    std::copy_n(item_order, count, order);
-  } else {
-    std::iota(order, order + count, 0u);
+  try {
+    build_tree<Split>(*this, source, item_order, count, params, progress);
+  } catch (...) {
+    clear();
+    throw;
   }
-  if (item_words != nullptr) std::copy_n(source.item_weights, count, item_words);
-
-  GasBvhSplitCtx split_ctx = source;
-  split_ctx.order = order;
-  split_ctx.item_start = 0;
-  split_ctx.item_count = count;
-  split_ctx.max_leaf = std::clamp(params.max_leaf, 1u, 255u);
-  split_ctx.leaf_threshold = std::min(std::max(params.leaf_threshold, 1u), split_ctx.max_leaf);
-  split_ctx.item_cost = params.item_cost;
-
-  GasBvhSplitSetGeom root_set;
-  root_set.count = count;
-  SysThreadManager* threads = find_threads(progress);
-  root_set.box = split_ctx.compute_items_bbox(root_set, threads);
-  root_set.area = root_set.box.get_half_area();
-  split_ctx.item_box = root_set.box;
-  if (count <= split_ctx.leaf_threshold) {
-    root = {0, (count & BvhChildRef::count_mask) | BvhChildRef::leaf_bit};
-  } else if (!build_nodes<Split>(*this, split_ctx, root_set, params, progress, threads)) {
-    return clear();
-  }
-  box = root_set.box;
 }
 
 template void GasBvh<4>::build<GasBvhSplitAligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,

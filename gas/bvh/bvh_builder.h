@@ -15,8 +15,8 @@
 
 #include "gas/bvh/bvh_node_pool.h"
 #include "gas/bvh/gas_bvh.h"
+#include "gas/frame/gas_tasks.h"
 #include "vq_gas_base/gas_bvh_split.h"
-#include "vq_sys/sys_thread_task.h"
 
 class AppProgressBar;
 class SysThreadManager;
@@ -30,14 +30,13 @@ struct BvhBuildThreadPools {
   u32 tag = 0;
   uint task_count = 0;
   uint max_depth = 0;
-  bool out_of_memory = false;
 };
 
 template <class Split>
 struct BvhBuildThreadState : BvhBuildThreadPools {
   GasBvhSplitCtx split_ctx;
   Split split;
-  std::vector<std::unique_ptr<SysThreadTask>> tasks;  ///< made by this thread, alive until the build ends
+  std::vector<std::unique_ptr<GasTask>> tasks;  ///< made by this thread, alive until the build ends
 };
 
 /// Where the reference to a subtree is to be written: the root, or one slot of the parent.

@@ -10,7 +10,6 @@
 #include "gas/bvh/bvh_oriented.h"
 #include "gas/bvh/bvh_quantize.h"
 #include "vq_app_base/app_progress_bar.h"
-#include "vq_sys/sys_thread_task.h"
 #include "vq_sys/sys_thread_task_manager.h"
 
 /// Passed down: may this subtree's aligned nodes be quantized, and is its parent quantized already?
@@ -43,17 +42,16 @@ struct BvhChildSets {
 /// One large child subtree. The driver waits for the whole group, so `build` and the parent outlive every task.
 template <uint width>
 template <class Split>
-class GasBvh<width>::BuildTask final : public SysThreadTask {
+class GasBvh<width>::BuildTask final : public GasTask {
  public:
   BuildTask(BvhBuildCtx<Split>& build, const BvhBuildPlace& place, uint depth, BvhBuildFlags pass,
             const GasBvhSplitSetGeom& set)
-      : build_(build), place_(place), depth_(depth), pass_(pass), set_(set) {
-    flags = counted | for_waiter;
-  }
-  /// Touches worker `thread_index`'s own pools and one slot that no other task writes: no lock needed.
-  void run(const uint& thread_index) override;
+      : build_(build), place_(place), depth_(depth), pass_(pass), set_(set) {}
 
  private:
+  /// Touches worker `thread_index`'s own pools and one slot that no other task writes: no lock needed.
+  void work(const uint& thread_index) override;
+
   BvhBuildCtx<Split>& build_;
   BvhBuildPlace place_;
   uint depth_;
@@ -66,8 +64,10 @@ class BvhSubtreeBuilder {
  public:
   BvhSubtreeBuilder(BvhBuildCtx<Split>& build, uint worker) : build_(build), worker_(build.workers[worker]) {}
 
-  /// Builds the subtree over `set` and stores its reference at `place`.
+  /// Builds the subtree over `set` and stores its reference at `place`. Throws when memory runs out or the application
+  /// asks to stop: the whole build is then given up.
   void build_subtree(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set) {
+    worker_.split_ctx.check_stop();
     BvhChildSets children;
     children.set[0] = set;
     bool aligned = true;
@@ -77,7 +77,7 @@ class BvhSubtreeBuilder {
     if (!aligned) {
       build_oriented(place, depth, set, children);
     } else if (is_quantized(depth, flags, set.box)) {
-      build_quantized(place, depth, set, children);
+      build_quantized(place, depth, flags, set, children);
     } else {
       build_aligned(place, depth, set, children);
     }
@@ -120,69 +120,64 @@ class BvhSubtreeBuilder {
     if (build_.progress != nullptr) build_.progress->step(set.first + set.count);
   }
 
-  /// Takes a node from this thread's pool and stores its tagged reference. Null, and a leaf, without memory.
+  /// Takes a node from this thread's pool and stores its tagged reference.
   template <class Node>
-  Node* new_node(BvhNodePool<Node>& pool, u32 kind_bit, uint child_count, const BvhBuildPlace& place,
-                 const GasBvhSplitSetGeom& set) {
+  Node& new_node(BvhNodePool<Node>& pool, u32 kind_bit, uint child_count, const BvhBuildPlace& place) {
     const u32 index = pool.get_count();
     Node* node = index <= build_.tag_mask ? pool.add() : nullptr;
-    if (node == nullptr) {
-      worker_.out_of_memory = true;
-      store_leaf(place, set);
-      return nullptr;
-    }
+    gas_need(node != nullptr);
     place.store({index | worker_.tag, child_count | kind_bit});
-    return node;
+    return *node;
   }
 
   void build_aligned(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
-    BvhNodeAligned* node = new_node(worker_.aligned, 0, children.count, place, set);
-    if (node == nullptr) return;
+    BvhNodeAligned& node = new_node(worker_.aligned, 0, children.count, place);
     for (uint lane = 0; lane < 4; ++lane) {
-      node->lanes.set_lane(lane, lane < children.count ? children.set[lane].box : GMathBbox3<float>());
-      node->child[lane] = {};
+      node.lanes.set_lane(lane, lane < children.count ? children.set[lane].box : GMathBbox3<float>());
+      node.child[lane] = {};
     }
     for (uint lane = 0; lane < children.count; ++lane)
-      build_child({&node->child[lane], nullptr, 0}, depth, {true, false}, set, children.set[lane]);
+      build_child({&node.child[lane], nullptr, 0}, depth, {true, false}, set, children.set[lane]);
   }
 
   /// Each child's box is replaced by the one that decoding gives, so that everything built inside it sees the box that
-  /// a ray will see.
-  void build_quantized(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
-    BvhNodeQuantized* node = new_node(worker_.quantized, BvhChildRef::quantized_bit, children.count, place, set);
-    if (node == nullptr) return;
+  /// a ray will see. An aligned parent is told of the longer frame when the tree is finalized.
+  void build_quantized(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set,
+                       BvhChildSets& children) {
+    BvhNodeQuantized& node = new_node(worker_.quantized, BvhChildRef::quantized_bit, children.count, place);
+    const bool has_aligned_parent = depth > 0 && !flags.below_quantized;
+    const GMathBbox3<float> frame = has_aligned_parent ? bvh_make_frame(set.box) : set.box;
     for (uint lane = 0; lane < 4; ++lane) {
-      node->set_child(lane, {});
+      node.set_child(lane, {});
       if (lane < children.count) {
-        children.set[lane].box = bvh_quantize_lane(set.box, children.set[lane].box, lane, node->lanes.planes);
+        children.set[lane].box = bvh_quantize_lane(frame, children.set[lane].box, lane, node.lanes.planes);
       } else {
-        bvh_clear_lane(lane, node->lanes.planes);
+        bvh_clear_lane(lane, node.lanes.planes);
       }
     }
     for (uint lane = 0; lane < children.count; ++lane)
-      build_child({nullptr, node, lane}, depth, {true, true}, set, children.set[lane]);
+      build_child({nullptr, &node, lane}, depth, {true, true}, set, children.set[lane]);
   }
 
   /// Each child gets the frame in which its items' box is tight. No child is quantized: a lane is not a box along the
   /// world's axes, which is what a quantized child would be decoded against.
   void build_oriented(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
     if constexpr (requires { worker_.split.refit(worker_.split_ctx, children.set[0], nullptr); }) {
-      BvhNodeOriented* node = new_node(worker_.oriented, BvhChildRef::oriented_bit, children.count, place, set);
-      if (node == nullptr) return;
+      BvhNodeOriented& node = new_node(worker_.oriented, BvhChildRef::oriented_bit, children.count, place);
       SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
       for (uint lane = 0; lane < 4; ++lane) {
-        node->child[lane] = {};
+        node.child[lane] = {};
         if (lane < children.count) {
           worker_.split.refit(worker_.split_ctx, children.set[lane], threads);
-          bvh_set_oriented_lane(*node, lane, children.set[lane].space, children.set[lane].space_box);
+          bvh_set_oriented_lane(node, lane, children.set[lane].space, children.set[lane].space_box);
         } else {
-          bvh_clear_oriented_lane(*node, lane);
+          bvh_clear_oriented_lane(node, lane);
         }
       }
       GasBvhSplitSetGeom whole = set;
       worker_.split.refit(worker_.split_ctx, whole, threads);
       for (uint lane = 0; lane < children.count; ++lane)
-        build_child({&node->child[lane], nullptr, 0}, depth, {false, false}, whole, children.set[lane]);
+        build_child({&node.child[lane], nullptr, 0}, depth, {false, false}, whole, children.set[lane]);
     }
   }
 
@@ -204,7 +199,7 @@ class BvhSubtreeBuilder {
 
 template <uint width>
 template <class Split>
-void GasBvh<width>::BuildTask<Split>::run(const uint& thread_index) {
+void GasBvh<width>::BuildTask<Split>::work(const uint& thread_index) {
   ++build_.workers[thread_index].task_count;
   BvhSubtreeBuilder<Split>(build_, thread_index).build_subtree(place_, depth_, pass_, set_);
 }

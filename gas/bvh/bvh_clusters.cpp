@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <optional>
 
 #include "gas/bvh/bvh_start.h"
 
@@ -115,6 +116,13 @@ class Clustering {
   bool is_complete_ = true;  ///< there was memory for every handle
 };
 
+float get_tree_weight(const GasBvh<4>& tree) {
+  if (tree.item_words == nullptr) return static_cast<float>(tree.item_count) * tree.parameter0;
+  double sum = 0.0;
+  for (u32 item = 0; item < tree.item_count; ++item) sum += std::bit_cast<float>(tree.item_words[item]);
+  return static_cast<float>(sum);
+}
+
 /// Weights of all subtrees, filled from the leaves up: a child's index is above its parent's of the same kind, but
 /// kinds may alternate, so the order comes from a walk.
 class SubtreeWeights {
@@ -210,11 +218,10 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
 }
 
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights) {
-  SubtreeWeights subtrees(tree);
-  if (!subtrees.is_complete()) {
-    std::fill_n(weights, clusters.get_count(), 1.0f);
-    return;
+  std::optional<SubtreeWeights> subtrees;  // a walk over the tree, which the whole tree's weight does without
+  for (uint k = 0; k < clusters.get_count(); ++k) {
+    const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
+    if (!start.is_root && !subtrees) subtrees.emplace(tree);
+    weights[k] = start.is_root ? get_tree_weight(tree) : subtrees->is_complete() ? subtrees->get(start.ref) : 1.0f;
   }
-  for (uint k = 0; k < clusters.get_count(); ++k)
-    weights[k] = subtrees.get(bvh_find_start(tree, std::bit_cast<u64>(clusters[k])).ref);
 }

@@ -25,5 +25,6 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
                                 float fraction, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes);
 
 /// One weight per handle: the sum over its items of their own weights, or of the tree's uniform one. A handle that
-/// names nothing weighs 0; all weigh 1 where there is no memory. Cost: O(nodes), once for all handles.
+/// names nothing weighs 0; subtrees weigh 1 where there is no memory. Cost: O(nodes), once for all handles, unless they
+/// are all null.
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights);

@@ -1,14 +1,20 @@
 #include "gas/bvh/bvh_finalize.h"
 
-#include "vq_app_base/app_progress_bar.h"
+#include "gas/bvh/bvh_quantize.h"
+#include "vq_app_base/app_progress_scope.h"
 
 namespace {
 
 class Finalizer {
  public:
   Finalizer(GasBvh<4>& tree, std::span<BvhBuildThreadPools* const> pools, uint tag_shift, u32 tag_mask,
-            AppProgressBar* progress)
-      : tree_(tree), pools_(pools), tag_shift_(tag_shift), tag_mask_(tag_mask), progress_(progress) {}
+            const AppBase* application, const AppProgressScope& stage)
+      : tree_(tree),
+        pools_(pools),
+        tag_shift_(tag_shift),
+        tag_mask_(tag_mask),
+        application_(application),
+        stage_(stage) {}
 
   void run(BvhChildRef root) {
     tree_.root = move_node(root);
@@ -37,7 +43,9 @@ class Finalizer {
         ref.index = move(tree_.oriented, next_oriented_, pools.oriented[local]);
         break;
     }
-    if (progress_ != nullptr) progress_->step(next_aligned_ + next_quantized_ + next_oriented_);
+    const u32 moved = next_aligned_ + next_quantized_ + next_oriented_;
+    stage_.step(moved);
+    if (application_ != nullptr) gas_check_stop(*application_, moved);
     stack_.push_back(ref);
     return ref;
   }
@@ -45,9 +53,13 @@ class Finalizer {
   void move_children(BvhChildRef parent) {
     for (uint lane = 0; lane < parent.get_count(); ++lane) {
       switch (parent.get_kind()) {
-        case BvhKind::aligned:
-          move_child(tree_.aligned[parent.index].child[lane]);
+        case BvhKind::aligned: {
+          BvhNodeAligned& node = tree_.aligned[parent.index];
+          move_child(node.child[lane]);
+          if (node.child[lane].get_kind() == BvhKind::quantized)
+            node.lanes.set_lane(lane, bvh_make_frame(node.lanes.get_lane(lane)));
           break;
+        }
         case BvhKind::oriented:
           move_child(tree_.oriented[parent.index].child[lane]);
           break;
@@ -70,27 +82,23 @@ class Finalizer {
   std::span<BvhBuildThreadPools* const> pools_;
   uint tag_shift_;
   u32 tag_mask_;
-  AppProgressBar* progress_;
+  const AppBase* application_;
+  const AppProgressScope& stage_;
   std::vector<BvhChildRef> stack_;
   u32 next_aligned_ = 0, next_quantized_ = 0, next_oriented_ = 0;
 };
 
 }  // namespace
 
-bool bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
-                  u32 tag_mask, AppProgressBar* progress) {
+void bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
+                  u32 tag_mask, const AppBase* application, AppProgressBar* progress) {
   uint aligned = 0, quantized = 0, oriented = 0;
   for (const BvhBuildThreadPools* thread : pools) {
     aligned += thread->aligned.get_count();
     quantized += thread->quantized.get_count();
     oriented += thread->oriented.get_count();
   }
-  if (!tree.allocate_nodes(aligned, quantized, oriented)) return false;
-  if (progress != nullptr) {
-    progress->begin_task("Finalize", 0.1);
-    progress->set_step_count(aligned + quantized + oriented);
-  }
-  Finalizer(tree, pools, tag_shift, tag_mask, progress).run(root);
-  if (progress != nullptr) progress->end_task();
-  return true;
+  gas_need(tree.allocate_nodes(aligned, quantized, oriented));
+  const AppProgressScope stage(progress, "Finalize", 0.1, aligned + quantized + oriented);
+  Finalizer(tree, pools, tag_shift, tag_mask, application, stage).run(root);
 }

@@ -10,10 +10,12 @@
 /// with their exact sizes, and sets the tree's root. The children of one node are numbered one after the other, in lane
 /// order, and the last of them is continued first; so siblings share cache lines, a parent's index is below its
 /// children's of the same kind, and the order depends on the tree alone, not on which thread made what. The pools are
-/// left to their owner. False when there is no memory.
+/// left to their owner. Lanes of aligned nodes that hold 8-bit children become these children's frames. Throws
+/// std::bad_alloc and AppStopped.
 ///
 /// @param pools      [threads] the pools of all build threads
 /// @param tag_shift  a reference's thread is its index shifted right by this; 0 when there is one thread
+/// @param application  may ask to stop; or null
 /// @param progress   gets "Finalize" (0.1), one step a node; or null
-bool bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
-                  u32 tag_mask, AppProgressBar* progress);
+void bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
+                  u32 tag_mask, const AppBase* application, AppProgressBar* progress);

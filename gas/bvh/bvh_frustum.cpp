@@ -6,6 +6,7 @@
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/bvh/bvh_oriented.h"
 #include "gas/bvh/bvh_quantize.h"
+#include "gas/bvh/bvh_scratch.h"
 #include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -15,7 +16,7 @@ namespace {
 struct FrustumEntry {
   BvhChildRef ref;
   GMathBbox3<float> box;
-  bool inside;  ///< no plane cuts the box, nor therefore anything in it
+  GeometryBoxPlace place;  ///< inside or outside: and so is everything in the box
 };
 
 /// The box of an oriented lane as a corner and three edges, a little larger than stored, for its frame was rounded.
@@ -69,20 +70,19 @@ class FrustumTraversal {
           case BvhKind::aligned: {
             const BvhNodeAligned& node = target_.tree.aligned[at.ref.index];
             const GMathBbox3<float> box = node.lanes.get_lane(lane);
-            visit_child(node.child[lane], box, at.inside ? GeometryBoxPlace::inside : classify(box));
+            visit_child(node.child[lane], box, is_known(at) ? at.place : classify(box));
             break;
           }
           case BvhKind::quantized: {
             const BvhNodeQuantized& node = target_.tree.quantized[at.ref.index];
             const GMathBbox3<float> box = bvh_decode_lane(at.box, node.lanes.planes, lane);
-            visit_child(node.get_child(lane), box, at.inside ? GeometryBoxPlace::inside : classify(box));
+            visit_child(node.get_child(lane), box, is_known(at) ? at.place : classify(box));
             break;
           }
           default: {
             const BvhNodeOriented& node = target_.tree.oriented[at.ref.index];
-            visit_child(
-                node.child[lane], at.box,
-                at.inside ? GeometryBoxPlace::inside : OrientedBox(node, lane, target_.tree.box).classify(query_));
+            visit_child(node.child[lane], at.box,
+                        is_known(at) ? at.place : OrientedBox(node, lane, target_.tree.box).classify(query_));
             break;
           }
         }
@@ -96,15 +96,14 @@ class FrustumTraversal {
   }
 
   GeometryBoxPlace classify(const GMathBbox3<float>& box) const { return query_.classify(box); }
+  static bool is_known(const FrustumEntry& at) { return at.place != GeometryBoxPlace::straddling; }
 
   /// @param box  what a quantized child is decoded against
   void visit_child(BvhChildRef ref, const GMathBbox3<float>& box, GeometryBoxPlace place) {
-    if (place == GeometryBoxPlace::outside) {
-      if (query_.mode == static_cast<uint>(GeometryFrustumMode::all)) query_.result.outside = 1;
-      return;
-    }
+    const bool all_count = query_.mode == static_cast<uint>(GeometryFrustumMode::all);
+    if (place == GeometryBoxPlace::outside && (!all_count || query_.result.outside != 0)) return;
     if (!ref.is_leaf()) {
-      stack_[count_++] = {ref, box, place == GeometryBoxPlace::inside};
+      stack_[count_++] = {ref, box, place};
       return;
     }
     CoreBasicArray<uint> range;
@@ -123,14 +122,12 @@ class FrustumTraversal {
 }  // namespace
 
 void bvh_frustum_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) {
-  if (target.base_geometry != nullptr) query.geometry = target.base_geometry;
   if (target.tree.is_empty()) return;
   const bool whole = query.mode == static_cast<uint>(GeometryFrustumMode::all);
   const BvhStart start = bvh_find_start(target.tree, whole ? 0 : query.cluster);
   if (start.ref.is_empty()) return;
-  CtxGasTraversal& scratch = shader.new_gas_traversal();
+  BvhScratch scratch(shader);
   const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 2;
   auto* stack = new (scratch.reserve(capacity * sizeof(FrustumEntry))) FrustumEntry[capacity];
   FrustumTraversal(target, ctx, shader, query, stack).run(start);
-  shader.free_gas_traversal(scratch);
 }

@@ -2,56 +2,34 @@
 #include "gas/bvh/bvh_kernel.h"
 
 #include "gas/bvh/bvh_kernel_impl.h"
+#include "gas/bvh/bvh_scratch.h"
 #include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
-#include "vq_geometry/geometry_intersection_path.h"
-#include "vq_geometry/geometry_object.h"
-#include "vq_module/ctx_helpers.h"
 
 namespace {
 
-bool wants_wireframe_filter(const GeometryRaytraceCtx& query) {
-  if (query.geometry == nullptr || query.geometry->get_render_mode() != GeometryObject::render_mode_wireframe)
-    return false;
-  const GeometryIntersectionPathElement* entry = query.path != nullptr ? query.path->get_last() : nullptr;
-  const GeometryOverride* replaced = entry != nullptr ? entry->geometry_override : nullptr;
-  const bool overridden = replaced != nullptr && replaced->has_render_mode &&
-                          replaced->render_mode != GeometryObject::render_mode_wireframe;
-  return !overridden && !query.has_filter(CtxHelpers::filter_wireframes_callback);
-}
-
-/// Filters what lies between a wireframe's edges for as long as it lives.
-class WireframeScope {
+/// Gives the query its active range back.
+class ActiveRangeScope {
  public:
-  WireframeScope(GeometryRaytraceCtx& query, BvhHits hits)
-      : query_(query),
-        pushed_(wants_wireframe_filter(query) &&
-                query.push_filter({CtxHelpers::filter_wireframes_callback, 0.8, 0.5,
-                                   static_cast<u8>(hits == BvhHits::nearest ? 1 : 0), nullptr})) {}
-  ~WireframeScope() {
-    if (pushed_) query_.pop_filter();
+  explicit ActiveRangeScope(GeometryRaytraceCtx& query)
+      : query_(query), first_(query.first_ray), last_(query.last_ray) {}
+  ~ActiveRangeScope() {
+    query_.first_ray = first_;
+    query_.last_ray = last_;
   }
-  WireframeScope(const WireframeScope&) = delete;
-  WireframeScope& operator=(const WireframeScope&) = delete;
+  ActiveRangeScope(const ActiveRangeScope&) = delete;
+  ActiveRangeScope& operator=(const ActiveRangeScope&) = delete;
 
  private:
   GeometryRaytraceCtx& query_;
-  bool pushed_;
+  const uint first_, last_;
 };
 
-/// The thread's traversal scratch, for as long as it lives.
-class ScratchScope {
- public:
-  explicit ScratchScope(CtxShader& shader) : shader_(shader), scratch_(shader.new_gas_traversal()) {}
-  ~ScratchScope() { shader_.free_gas_traversal(scratch_); }
-  ScratchScope(const ScratchScope&) = delete;
-  ScratchScope& operator=(const ScratchScope&) = delete;
-  void* reserve(std::size_t bytes) { return scratch_.reserve(bytes); }
-
- private:
-  CtxShader& shader_;
-  CtxGasTraversal& scratch_;
-};
+/// A query that was begun for the nearest hit has a record a ray, one for all hits a flag word a ray.
+template <BvhHits hits>
+bool is_begun_for(const GeometryRaytraceCtx& query) {
+  return hits == BvhHits::nearest ? query.is_nearest() : !query.is_nearest() && query.ray_flags != nullptr;
+}
 
 void call_start_leaf(const BvhTarget& target, BvhHits hits, BvhChildRef leaf, const CtxEval& ctx, CtxShader& shader,
                      GeometryRaytraceCtx& query) {
@@ -65,15 +43,14 @@ template <BvhHits hits, BvhTime time, BvhVisits visits, BvhKinds kinds>
 void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
                    GeometryRaytraceCtx& query) {
   using Traversal = BvhTraversal<hits, time, visits, kinds>;
-  ScratchScope scratch(shader);
+  BvhScratch scratch(shader);
   // Each level pops one entry and pushes at most three.
   const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 1;
   auto* stack = static_cast<typename Traversal::Entry*>(scratch.reserve(capacity * sizeof(typename Traversal::Entry)));
   Traversal traversal(target, ctx, shader, query, {stack, capacity});
+  const ActiveRangeScope range(query);
   const uint first = query.first_ray, last = query.last_ray;
   for (uint ray = first; ray <= last && ray != core_invalid_index; ++ray) traversal.traverse_ray(start, ray);
-  query.first_ray = first;
-  query.last_ray = last;
 }
 
 template <BvhHits hits, BvhTime time, BvhVisits visits>
@@ -104,10 +81,9 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
 
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {
-  if (target.base_geometry != nullptr) query.geometry = target.base_geometry;
   query.counter = 0;
-  const WireframeScope wireframes(query, hits);
   if (target.tree.is_empty() || query.ray_count == 0 || query.first_ray > query.last_ray) return;
+  if (!is_begun_for<hits>(query)) return;
   const BvhStart start = bvh_find_start(target.tree, query.cluster);
   if (start.ref.is_empty()) return;
   if (start.ref.is_leaf()) return call_start_leaf(target, hits, start.ref, ctx, shader, query);

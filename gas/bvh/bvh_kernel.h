@@ -17,7 +17,6 @@
 class CtxEval;
 class CtxShader;
 class GeometryFrustumCtx;
-class GeometryObject;
 class GeometryRaytraceCtx;
 
 /// Called with the items of a leaf that the query's active rays reach.
@@ -37,24 +36,24 @@ struct BvhLeafFunctions {
 
 enum class BvhHits { all, nearest };
 
-/// A tree to be walked, and in whose name.
+/// What one query traverses.
 struct BvhTarget {
   const GasBvh<4>& tree;
   const GasBvhMotion<4>* motion;  ///< refitted samples of the tree, or null for the boxes at rest
   const BvhLeafFunctions& leaf;
-  const GeometryObject* base_geometry;  ///< becomes the query's current geometry; null leaves that as it is
 };
 
 /// Walks every ray of the query's active range through the tree and calls the leaf function for each leaf reached, with
 /// the active range narrowed to the ray. A tree that is one leaf has it called once, for the whole range. Starts at the
-/// query's cluster when that names a node of this tree; a handle that is tagged as one but names none hits nothing.
-/// Wireframes are filtered when the geometry asks for them. Leaves the active range as it was.
+/// query's cluster when that names a node of this tree; a handle that is tagged as one but names none hits nothing, and
+/// neither does a query that was begun for the other kind of hits. Leaves the active range as it was, also when a leaf
+/// function throws.
 ///
 /// Boxes are tested in single precision, the ray rounded outwards, so that none slips between two boxes that meet; an
 /// interval's end is at most the largest finite float. In a nearest
 /// query subtrees behind the recorded hit are skipped, one at the very distance is not. Does not allocate once the
-/// thread's scratch has grown to the tree's depth. Sources: Kay, Kajiya 1986 (slabs); Dammertz, Hanika, Keller 2008
-/// (four-wide, nearest first).
+/// thread's scratch has grown to the tree's depth; before, it may throw std::bad_alloc. Sources: Kay, Kajiya 1986
+/// (slabs); Dammertz, Hanika, Keller 2008 (four-wide, nearest first).
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query);
 
@@ -62,6 +61,7 @@ extern template void bvh_ray_hit<BvhHits::all>(const BvhTarget&, const CtxEval&,
 extern template void bvh_ray_hit<BvhHits::nearest>(const BvhTarget&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
 
 /// Calls the frustum leaf function for every leaf whose box is not wholly behind one of the query's planes. Boxes
-/// wholly inside have their subtrees taken without further tests. Mode any ends when the query says it has seen enough;
-/// mode all marks the query when something was left out, and covers the whole tree whatever cluster the query names.
+/// wholly inside have their subtrees taken without further tests. Mode any ends when the query says it has seen enough.
+/// Mode all covers the whole tree whatever cluster the query names, and goes on into subtrees behind a plane until the
+/// query is marked: only the leaf function knows whether an item there counts.
 void bvh_frustum_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query);

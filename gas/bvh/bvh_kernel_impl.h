@@ -54,7 +54,8 @@ struct BvhGuardedStackEntry : BvhStackEntry<time> {
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
 
 /// Where the memory of a reference lies, by its three kind bits: base, bytes per index, and how far the second cache
-/// line is that is worth having. A table, because a branch on the kind would be mispredicted as often as not.
+/// line is that is worth having. An oriented node has two more. A table, because a branch on the kind would be
+/// mispredicted as often as not.
 struct BvhPrefetchTable {
   struct Row {
     std::uintptr_t base;
@@ -115,8 +116,9 @@ class BvhTraversal {
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
     float limit = bvh_clamp_limit(query_.get_limit(ray));
-    BvhRay r = bvh_load_ray<time>(query_, ray, limit);
-    if constexpr (kinds == BvhKinds::all) oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), get_bounds(r));
+    const GMathBbox3<float> bounds = get_bounds(ray);
+    BvhRay r = bvh_load_ray<time>(query_, ray, limit, bounds);
+    if constexpr (kinds == BvhKinds::all) oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), bounds);
     if constexpr (is_guarded) nodes_left_ = 4 * (u64{tree_.aligned_count} + tree_.quantized_count + 1);
     Entry at = make_start(start, r);
     Entry* top = stack_;
@@ -137,11 +139,12 @@ class BvhTraversal {
   }
 
  private:
-  GMathBbox3<float> get_bounds(const BvhRay& ray) const {
-    GMathBbox3<float> bounds = tree_.box;
-    if constexpr (time == BvhTime::moving) {
-      for (const uint sample : ray.sample) bounds.add(motion_->get_bbox(sample));
-    }
+  /// Of everything at the ray's time.
+  GMathBbox3<float> get_bounds(uint ray) const {
+    if constexpr (time == BvhTime::still) return tree_.box;
+    GMathBbox3<float> bounds = motion_->get_bbox(query_.spans[ray].first);
+    bounds.add(motion_->get_bbox(query_.spans[ray].second));
+    if constexpr (kinds == BvhKinds::all) bounds.add(tree_.box);  // the frames of oriented lanes are those at rest
     return bounds;
   }
 

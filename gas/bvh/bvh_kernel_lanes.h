@@ -53,9 +53,18 @@ inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
   axes[2] = broadcast<2>(v);
 }
 
+/// How far blending between two samples may move a plane of a box within the bounds: two rounded weights, two products
+/// and a sum lose at most 2^-22 of the larger plane, however small the other or the result.
+inline SimdF bvh_get_blend_slack(const GMathBbox3<float>& bounds) {
+  const auto get_reach = [&](uint axis) { return std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis])); };
+  return SimdF(get_reach(0), get_reach(1), get_reach(2), 0.0f) * SimdF(0x1p-22f);
+}
+
 // As a call, which it would become with so many callers, it made short rays 8 % slower.
+/// @param bounds  moving: holds the whole tree at both samples around the ray's time
 template <BvhTime time>
-[[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit) {
+[[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit,
+                                                  const GMathBbox3<float>& bounds) {
   const GMathBasicRay<double>& record = query.get_ray(ray);
   BvhRay out;
   const double tnear = query.get_tnear(ray);
@@ -64,7 +73,9 @@ template <BvhTime time>
   };
   const SimdF origin = pack(record.origin), inverse = pack(record.inverse);
   // Along the direction, so that the ray meets near planes earlier and far planes later. An infinite origin stays one.
-  const SimdF slack = copy_sign(min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f), inverse);
+  SimdF distance_slack = min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f);
+  if constexpr (time == BvhTime::moving) distance_slack = distance_slack + bvh_get_blend_slack(bounds);
+  const SimdF slack = copy_sign(distance_slack, inverse);
   // Behind the origin a smaller factor would mean a later entry; there the origin's slack must do.
   const float inverse_slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
   bvh_spread(origin + slack, out.near_origin);
@@ -141,8 +152,9 @@ inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry)
     entry = max((box.near[axis] - ray.near_origin[axis]) * ray.near_inverse[axis], entry);
     exit = min((box.far[axis] - ray.far_origin[axis]) * ray.far_inverse[axis], exit);
   }
-  // Only a NaN ray needs the second term: it passes every slab, and an unused lane would lead it back to node 0.
-  return ((entry <= exit) & (box.min_x <= box.max_x)).get_bits();
+  // Only a NaN ray needs the second term: it passes every slab, and an unused lane would lead it back to node 0. A lane
+  // whose planes are NaN, as infinite ones are when they are blended or decoded, is no unused lane.
+  return ((entry <= exit) & is_not_greater(box.min_x, box.max_x)).get_bits();
 }
 
 /// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own.

@@ -21,7 +21,16 @@ inline u8 bvh_clamp_byte(float value, u8 if_nan) {
   return static_cast<u8>(value < 0.0f ? 0.0f : value > 255.0f ? 255.0f : value);
 }
 
-/// Writes `box` into lane `lane`, outwards to whole bytes of `frame`, and returns the box that decoding will give.
+/// The frame of an 8-bit node below an aligned one: its box, a little longer. What decodes from byte 255 falls short of
+/// a frame's far face by up to three roundings of its extent, and a node inherits as its frame what its parent decodes
+/// to: 2^-18 of the extent lasts for twenty such nodes on one path.
+inline GMathBbox3<float> bvh_make_frame(GMathBbox3<float> box) {
+  for (uint axis = 0; axis < 3; ++axis) box.max[axis] += (box.max[axis] - box.min[axis]) * 0x1p-18f;
+  return box;
+}
+
+/// Writes `box` into lane `lane`, outwards to whole bytes of `frame`, and returns the box that decoding will give. It
+/// holds `box` if a frame of bvh_make_frame(), or what was decoded from one, does.
 inline GMathBbox3<float> bvh_quantize_lane(const GMathBbox3<float>& frame, const GMathBbox3<float>& box, uint lane,
                                            u8 (&planes)[6][4]) {
   GMathBbox3<float> decoded;
@@ -31,8 +40,11 @@ inline GMathBbox3<float> bvh_quantize_lane(const GMathBbox3<float>& frame, const
     const float scale = extent > 0.0f ? 255.0f / extent : 0.0f;
     // Below about 7.5e-37 no float holds the scale: nothing can be told apart in such a frame, so its lanes fill it.
     const bool is_resolved = scale <= FLT_MAX;
-    const u8 q_min = is_resolved ? bvh_clamp_byte(std::floor((box.min[axis] - frame_min) * scale), 0) : u8{0};
-    const u8 q_max = is_resolved ? bvh_clamp_byte(std::ceil((box.max[axis] - frame_min) * scale), 255) : u8{255};
+    u8 q_min = is_resolved ? bvh_clamp_byte(std::floor((box.min[axis] - frame_min) * scale), 0) : u8{0};
+    u8 q_max = is_resolved ? bvh_clamp_byte(std::ceil((box.max[axis] - frame_min) * scale), 255) : u8{255};
+    // Rounding may put a plane on the wrong side of the box's: one byte outwards pays for it.
+    if (q_min > 0 && bvh_decode_plane(frame_min, extent, q_min) > box.min[axis]) --q_min;
+    if (q_max < 255 && bvh_decode_plane(frame_min, extent, q_max) < box.max[axis]) ++q_max;
     planes[2 * axis][lane] = q_min;
     planes[2 * axis + 1][lane] = q_max;
     decoded.min[axis] = bvh_decode_plane(frame_min, extent, q_min);

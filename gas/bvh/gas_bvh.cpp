@@ -123,6 +123,12 @@ bool GasBvh<width>::allocate_items(uint count, bool with_item_words) {
 }
 
 template <uint width>
+void GasBvh<width>::drop_item_words() {
+  if (!frozen || copied_) core_aligned_free(item_words);
+  item_words = nullptr;
+}
+
+template <uint width>
 bool GasBvh<width>::allocate_nodes(uint aligned_nodes, uint quantized_nodes, uint oriented_nodes) {
   if (!allocate(aligned, aligned_nodes, alignof(Aligned)) ||
       !allocate(quantized, quantized_nodes, alignof(Quantized)) ||

@@ -64,8 +64,9 @@ class GasBvh {
   ///                    item_weights, of which just so many are kept
   /// @param progress    gets the tasks "Split items" (0.9) and "Finalize" (0.1); its application lends the threads.
   ///                    Null: no progress, and everything runs on the calling thread
-  /// Same input, same arrays, for any number of threads. Where memory runs out the tree is empty. One call per object
-  /// at a time, and no query meanwhile. Cost: O(n log n) time; scratch of one node pool per thread.
+  /// Throws std::bad_alloc, and AppStopped when the application of `source` or of `progress` asks to stop; the tree is
+  /// then empty. Same input, same arrays, for any number of threads. One call per object at a time, and no query
+  /// meanwhile. Cost: O(n log n) time; scratch of one node pool per thread.
   template <class Split>
   void build(const GasBvhSplitCtx& source, const uint* item_order, uint count, const BvhBuildParams& params,
              AppProgressBar* progress);
@@ -77,6 +78,8 @@ class GasBvh {
   u64 get_array_bytes() const;
   /// Allocates the order array, and the per-item array when wanted; contents undefined. False when there is no memory.
   bool allocate_items(uint count, bool with_item_words);
+  /// Frees the per-item array: the builder has read it, and only weights of clusters read it again.
+  void drop_item_words();
   /// Allocates the node arrays. False when there is no memory.
   bool allocate_nodes(uint aligned_nodes, uint quantized_nodes, uint oriented_nodes);
 

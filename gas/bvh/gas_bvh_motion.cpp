@@ -61,7 +61,6 @@ bool GasBvhMotion<width>::update_sample(uint sample, std::span<const GMathBbox3<
     return false;
   }
   Scratch scratch(*tree_);
-  if (!scratch.is_complete(*tree_)) return false;
   if (progress != nullptr) progress->set_step_count(tree_->aligned_count + 2 * tree_->quantized_count);
   fit_quantized_nodes(scratch, item_boxes, progress);
   fit_aligned_nodes(scratch, sample, item_boxes, progress);
@@ -112,13 +111,20 @@ void GasBvhMotion<width>::fit_aligned_nodes(Scratch& scratch, uint sample,
     BvhLanePlanes& block = aligned_[std::size_t{node} * sample_count_ + sample];
     GMathBbox3<float> box;
     for (uint lane = 0; lane < 4; ++lane) {
-      const GMathBbox3<float> child = get_child_box(scratch, tree_->aligned[node].child[lane], item_boxes);
-      block.set_lane(lane, child);
+      const BvhChildRef ref = tree_->aligned[node].child[lane];
+      const GMathBbox3<float> child = get_child_box(scratch, ref, item_boxes);
+      block.set_lane(lane, ref.get_kind() == BvhKind::quantized ? make_frame(scratch, ref) : child);
       box.add(child);
     }
     scratch.aligned[node] = box;
     steps.step();
   }
+}
+
+/// The box of a quantized child of an aligned node becomes its frame.
+template <uint width>
+GMathBbox3<float> GasBvhMotion<width>::make_frame(Scratch& scratch, BvhChildRef child) {
+  return scratch.quantized[child.index] = bvh_make_frame(scratch.quantized[child.index]);
 }
 
 /// First to last: a quantized child's frame becomes the box that a ray will decode for it, before its own turn comes.

@@ -56,7 +56,8 @@ class GasBvhMotion {
   /// @param item_boxes  indexed by item (not by leaf position); not inverted
   /// @param progress    gets as many steps as there are aligned nodes and twice the quantized ones, or null
   /// @return true when the sample was written. On false its former boxes stay: the tree is empty (silent), or it holds
-  ///         oriented nodes or `sample` is out of range (logged at level 1), or there was no memory for scratch.
+  ///         oriented nodes or `sample` is out of range (logged at level 1).
+  /// Throws std::bad_alloc, and AppStopped when the bar's application asks to stop; the sample is then undefined.
   /// Threads: one call per object at a time, and no query may read the object meanwhile.
   /// Cost: O(nodes + items) time; scratch of one float box per node.
   bool update_sample(uint sample, std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
@@ -91,6 +92,7 @@ class GasBvhMotion {
   struct UNodesUpdate;
   GMathBbox3<float> get_child_box(const Scratch& scratch, BvhChildRef child,
                                   std::span<const GMathBbox3<float>> item_boxes) const;
+  static GMathBbox3<float> make_frame(Scratch& scratch, BvhChildRef child);
   void fit_quantized_nodes(Scratch& scratch, std::span<const GMathBbox3<float>> item_boxes,
                            AppProgressBar* progress) const;
   void fit_aligned_nodes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
@@ -111,8 +113,10 @@ class GasBvhMotion {
 
 extern template class GasBvhMotion<4>;
 
-/// (1 - fraction) a + fraction b, bound by bound, in single precision.
+/// (1 - fraction) a + fraction b, bound by bound, in single precision. Exactly a or b at their own ends, also where the
+/// other one is not finite.
 inline GMathBbox3<float> bvh_blend_boxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, float fraction) {
+  if (fraction == 0.0f || fraction == 1.0f) return fraction == 0.0f ? a : b;
   GMathBbox3<float> out;
   for (uint axis = 0; axis < 3; ++axis) {
     out.min[axis] = (1.0f - fraction) * a.min[axis] + fraction * b.min[axis];

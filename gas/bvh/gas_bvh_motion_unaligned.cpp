@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <new>
 #include <vector>
 
 #include "gas/bvh/bvh_oriented.h"
@@ -94,7 +93,9 @@ struct GasBvhMotion<width>::UNodesUpdate {
       const BvhChildRef child = motion.tree_->oriented[node].child[lane];
       block.set_lane(lane, child.get_count() == 0 ? GMathBbox3<float>() : measure_lane(node, lane, child));
     }
-    if (progress != nullptr) progress->step(first_step + node + 1);
+    if (progress == nullptr) return;
+    progress->step(first_step + node + 1);
+    if ((node & 15u) == 0) progress->get_application().check_stop();  // a node's lanes may hold many items
   }
 
   /// The items' box along the lane's axes, in the units in which the lane's box at rest is the unit cube.
@@ -131,7 +132,7 @@ class GasBvhMotion<width>::UpdateUNodesTask final : public GasTask {
   AppProgressBar* progress = nullptr;
   uint first_step = 0;
 
-  void run(const uint& /*thread_index*/) override {
+  void work(const uint& /*thread_index*/) override {
     for (uint node = first; node < end; ++node) update->run(node, progress, first_step);
   }
 };
@@ -152,7 +153,10 @@ void GasBvhMotion<width>::update_unodes(const UNodesUpdate& update, AppProgressB
     tasks[k].progress = progress;
     tasks[k].first_step = tree_->aligned_count + tree_->quantized_count;
   }
-  if (task_count == 1) return tasks[0].run(0);
+  if (task_count == 1) {
+    tasks[0].run(0);
+    return gas_rethrow(tasks[0].get_outcome());
+  }
   SysThreadTaskManager manager(*update.threads);
   gas_run_tasks(manager, tasks);
 }
@@ -172,7 +176,10 @@ void GasBvhMotion<width>::fit_nodes_of_all_kinds(Scratch& scratch, std::span<con
       const GMathBbox3<float> child = lane < node.get_count()
                                           ? get_child_box(scratch, get_child(*tree_, node, lane), item_boxes)
                                           : GMathBbox3<float>();
-      if (block != nullptr) block->set_lane(lane, child);
+      if (block != nullptr) {
+        const BvhChildRef ref = get_child(*tree_, node, lane);
+        block->set_lane(lane, ref.get_kind() == BvhKind::quantized ? make_frame(scratch, ref) : child);
+      }
       box.add(child);
     }
     switch (node.get_kind()) {
@@ -192,7 +199,7 @@ void GasBvhMotion<width>::fit_nodes_of_all_kinds(Scratch& scratch, std::span<con
 
 template <uint width>
 bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const GMathBbox3<float>> item_boxes,
-                                                  const BvhSampleMeasure& measure, AppProgressBar* progress) try {
+                                                  const BvhSampleMeasure& measure, AppProgressBar* progress) {
   if (tree_ == nullptr || tree_->is_empty()) return false;
   if (sample >= sample_count_) {
     gas_log(gas_log_error, [&](CoreLogStream& message) {
@@ -201,7 +208,6 @@ bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const G
     return false;
   }
   Scratch scratch(*tree_);
-  if (!scratch.is_complete(*tree_)) return false;
   const std::vector<BvhChildRef> parents_first = list_parents_first(*tree_);
   if (progress != nullptr)
     progress->set_step_count(tree_->aligned_count + 2 * tree_->quantized_count + tree_->oriented_count);
@@ -214,8 +220,6 @@ bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const G
   root_boxes_[sample] = get_child_box(scratch, tree_->root, item_boxes);
   quantize_lanes(scratch, sample, item_boxes, progress);
   return true;
-} catch (const std::bad_alloc&) {
-  return false;
 }
 
 // The class is instantiated where it is built for aligned trees, which does not see these.

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "gas/frame/gas_guard.h"
 #include "vq_resource/resource_data.h"
 
 void GasMemoryAccount::reset(u64 size) {
@@ -15,5 +16,5 @@ void GasMemoryAccount::update(u64 old_size, u64 new_size, const ResourceData& st
   const auto signed_total = static_cast<std::int64_t>(total);
   if (std::llabs(static_cast<std::int64_t>(advertised) - signed_total) <= signed_total / 20) return;
   if (advertised_size_.compare_exchange_strong(advertised, total, std::memory_order_relaxed))
-    structure.advert_memory_changed();
+    gas_try([&] { structure.advert_memory_changed(); });
 }

@@ -15,6 +15,7 @@
 #include <span>
 #include <vector>
 
+#include "gas/frame/gas_guard.h"
 #include "vq_core/core_types.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_sys/sys_thread_lock.h"
@@ -30,9 +31,15 @@ class GasMotionContainer {
   GasMotionContainer& operator=(const GasMotionContainer&) = delete;
 
   /// The record of the description's slot, made if need be. Thread-safe; locks only when the host's slot count changed.
+  /// Throws std::bad_alloc, and the records are as before.
   Data& get(const CtxMotionBlur& motion_blur) {
     follow_slot_count();
     return *block_.load(std::memory_order_acquire)->slots[motion_blur.get_slot()];
+  }
+
+  /// Makes a record for each of the host's slots, or as many as there is memory for.
+  void follow_slots() noexcept {
+    gas_try([&] { follow_slot_count(); });
   }
 
   /// Makes every record stale and frees what it computed. No query may be running.
@@ -47,7 +54,7 @@ class GasMotionContainer {
 
   /// Makes every record stale; what was computed stays until it is replaced, unless its description is gone.
   void make_stale() {
-    follow_slot_count();
+    follow_slots();
     const SysThreadLockGuard guard(lock_);
     for (const std::shared_ptr<Data>& data : get_records()) data->stamp.store(0, std::memory_order_release);
   }
@@ -55,7 +62,7 @@ class GasMotionContainer {
   /// Calls `visit(const Data&)` for the record of each of the host's slots, one at a time under its lock.
   template <class Visit>
   void visit_all(const Visit& visit) {
-    follow_slot_count();
+    follow_slots();
     const SysThreadLockGuard guard(lock_);
     for (const std::shared_ptr<Data>& data : get_records().first(slot_count_.load(std::memory_order_relaxed))) {
       const SysThreadLockGuard data_guard(data->lock);
@@ -89,6 +96,7 @@ class GasMotionContainer {
     auto block = std::make_unique<Block>();
     if (current_) block->slots = current_->slots;
     while (block->slots.size() < count) block->slots.push_back(std::make_shared<Data>(owner_));
+    retired_.reserve(retired_.size() + 1);  // what may throw comes before what readers see
     block_.store(block.get(), std::memory_order_release);
     if (current_) retired_.push_back(std::move(current_));
     current_ = std::move(block);

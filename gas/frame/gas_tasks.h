@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "gas/frame/gas_guard.h"
 #include "vq_core/core_types.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_sys/sys_thread_task.h"
@@ -23,21 +24,33 @@ inline uint gas_get_slice_count(uint count, uint length) {
   return static_cast<uint>((u64{count} + length - 1) / length);
 }
 
-/// Base of the library's tasks: counted by who waits, and free to run on the waiting thread too.
+/// Base of the library's tasks: counted by who waits, and free to run on the waiting thread too. What a task throws
+/// stays with it until its stage is over.
 class GasTask : public SysThreadTask {
  public:
   GasTask() { flags = counted | for_waiter; }
+  void run(const uint& thread_index) final {
+    outcome_ = gas_try([&] { work(thread_index); });
+  }
+  GasOutcome get_outcome() const { return outcome_; }
+
+ protected:
+  virtual void work(const uint& thread_index) = 0;
+
+ private:
+  GasOutcome outcome_ = GasOutcome::done;
 };
 
-/// Runs an array of tasks on the application's threads and waits for all.
+/// Runs an array of tasks on the application's threads, waits for all, and throws what the first of them threw.
 template <class Tasks>
 void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
   for (auto& task : tasks) manager.add_task(&task);
   manager.wait_until_completed(true);
+  for (const auto& task : tasks) gas_rethrow(task.get_outcome());
 }
 
 /// Gives each task of an array a slice of `length` of the `count` items as its `first` and `end`, lets prepare(task)
-/// fill in the rest, runs them all and waits.
+/// fill in the rest, runs them all as gas_run_tasks() does.
 /// @param tasks  gas_get_slice_count() of them, or none, which do nothing
 template <class Tasks, class Prepare>
 void gas_run_slices_in(Tasks& tasks, SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {

@@ -1,6 +1,6 @@
 #include "vq_ctx/ctx_shader.h"
 
-#include <cstdlib>
+#include <new>
 
 #include "vq_core/core_assert.h"
 #include "vq_core/core_memory.h"
@@ -9,9 +9,10 @@ CtxGasTraversal::~CtxGasTraversal() { core_aligned_free(data_); }
 
 void* CtxGasTraversal::grow(std::size_t bytes) {
   core_aligned_free(data_);
-  capacity_ = bytes + bytes / 2;
-  data_ = core_aligned_alloc(capacity_, 64);
-  if (data_ == nullptr) std::abort();
+  capacity_ = 0;
+  data_ = core_aligned_alloc(bytes, 64);
+  if (data_ == nullptr) throw std::bad_alloc();
+  capacity_ = bytes;
   return data_;
 }
 

@@ -20,8 +20,8 @@ class CtxGasTraversal {
   CtxGasTraversal(const CtxGasTraversal&) = delete;
   CtxGasTraversal& operator=(const CtxGasTraversal&) = delete;
 
-  /// At least `bytes` bytes, aligned to 64. Their contents do not survive the next call. Never null: running out of
-  /// memory here ends the program, as it does for any render thread.
+  /// At least `bytes` bytes, aligned to 64. Their contents do not survive the next call. Throws std::bad_alloc, and
+  /// then has none.
   void* reserve(std::size_t bytes) { return bytes <= capacity_ ? data_ : grow(bytes); }
 
  private:
@@ -38,7 +38,7 @@ class CtxShader {
   CtxShader& operator=(const CtxShader&) = delete;
 
   /// The thread's next free scratch; nested queries hold several at once. Given back last taken, first returned.
-  /// Allocates only when the nesting grows deeper than ever before.
+  /// Allocates only when the nesting grows deeper than ever before; throws std::bad_alloc, and then takes none.
   CtxGasTraversal& new_gas_traversal() {
     return traversals_in_use_ < traversals_.size() ? *traversals_[traversals_in_use_++] : add_gas_traversal();
   }

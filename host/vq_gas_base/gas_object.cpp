@@ -13,17 +13,15 @@ void call(GasQueryCallback<Query> callback, const GasObject* object, const CtxEv
   if (callback != nullptr) callback(object, ctx, shader, query);
 }
 
-/// A structure queried directly, without a scene around it, gets its spans here: those of the whole packet, for its
-/// active range may be another at the next query.
+/// A query that a structure puts to another shares the spans of the outermost one, which always gets its own: its rays'
+/// times may have been changed in place since they were last asked.
 void prepare_spans(const CtxShader& shader, GeometryRaytraceCtx& query) {
   const CtxMotionBlur* motion_blur = shader.motion_blur;
-  if (motion_blur == nullptr || query.ray_count == 0 || query.span_stamp == motion_blur->get_stamp()) return;
-  const uint first = query.first_ray, last = query.last_ray;
-  query.first_ray = 0;
-  query.last_ray = query.ray_count - 1;
-  motion_blur->init_raytrace_ctx(query);
-  query.first_ray = first;
-  query.last_ray = last;
+  if (motion_blur == nullptr) {
+    query.span_stamp = 0;
+  } else if (query.parent == nullptr || query.span_stamp != motion_blur->get_stamp()) {
+    motion_blur->init_raytrace_ctx(query);
+  }
 }
 
 }  // namespace
@@ -39,6 +37,7 @@ GMathBbox3<double> GasObject::get_bbox_at(const CtxEval& /*ctx*/, const double& 
 void GasObject::dirty_motion_blur() {}
 
 void GasObject::ray_hit_static(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  query.span_stamp = 0;
   call(callbacks.ray_hit_static, this, ctx, shader, query);
 }
 
@@ -48,6 +47,7 @@ void GasObject::ray_hit_motion(const CtxEval& ctx, CtxShader& shader, GeometryRa
 }
 
 void GasObject::ray_hit_nearest_static(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  query.span_stamp = 0;
   call(callbacks.ray_hit_nearest_static, this, ctx, shader, query);
 }
 

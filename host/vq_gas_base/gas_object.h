@@ -27,8 +27,10 @@ class GasObject : public ResourceData {
   /// Makes everything computed for motion blur stale.
   virtual void dirty_motion_blur();
 
-  // Queries. Any number of threads at once, each with its own contexts; none while the structure is being built.
-  // The motion forms prepare the rays' motion spans when the query has none for the shader's motion blur.
+  // Queries. Any number of threads at once, each with its own contexts; none while the structure is being built. A
+  // context begun for the other kind of query (nearest, all hits) finds nothing.
+  // The static forms take the geometry at rest. The motion forms read the times of the active rays and work out their
+  // motion spans under the shader's motion blur; without one they are the static forms.
   void ray_hit_static(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void ray_hit_motion(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void ray_hit_nearest_static(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;

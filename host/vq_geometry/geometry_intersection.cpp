@@ -1,13 +1,19 @@
 #include "vq_geometry/geometry_intersection.h"
 
-void GeometryNearestHits::grow_paths() {
-  // What the former ones held is not needed: the packet grew, so a new query has begun.
-  paths_ = std::make_unique<GeometryIntersectionPath[]>(records_.size());
+#include <new>
+
+bool GeometryNearestHits::grow_nested() try {
+  transforms_.resize(records_.size());
+  // What the former paths held is not needed: the packet grew, so a new query has begun.
+  if (path_count_ < records_.size()) paths_ = std::make_unique<GeometryIntersectionPath[]>(records_.size());
   path_count_ = records_.size();
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 void GeometryIntersectionMap::note_path(const uint& ray, const GeometryIntersectionPath& path) {
-  records_[ray].path = hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
+  records_[ray].path = hits_->reserve_nested() && hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
 }
 
 GeometryHitTransform& GeometryIntersectionMap::begin_lift(uint ray) {
@@ -47,7 +53,7 @@ void GeometryHitList::append(uint ray, const GeometryIntersection& hit, const GM
 
 void GeometryHitList::note_path(const GeometryIntersectionPath& path) {
   const auto elements = path.get_elements();
-  hits_.back().hit.path = static_cast<uint>(paths_.size());
   paths_.push_back({path_elements_.size(), path.get_count()});
   path_elements_.insert(path_elements_.end(), elements.begin(), elements.end());
+  hits_.back().hit.path = static_cast<uint>(paths_.size() - 1);
 }

@@ -52,18 +52,17 @@ class GeometryNearestHits {
   void resize(uint ray_count) {
     if (records_.size() < ray_count) records_.resize(ray_count);
   }
+  /// Makes the transforms and paths, before anything is asked that may note one. False when there is no memory.
+  bool reserve_nested() {
+    return (transforms_.size() >= records_.size() && path_count_ >= records_.size()) || grow_nested();
+  }
   GeometryIntersection* get_records() { return records_.data(); }
-  GeometryHitTransform* get_transforms() {
-    if (transforms_.size() < records_.size()) transforms_.resize(records_.size());
-    return transforms_.data();
-  }
-  GeometryIntersectionPath* get_paths() {
-    if (path_count_ < records_.size()) grow_paths();
-    return paths_.get();
-  }
+  /// After reserve_nested().
+  GeometryHitTransform* get_transforms() { return transforms_.data(); }
+  GeometryIntersectionPath* get_paths() { return paths_.get(); }
 
  private:
-  void grow_paths();
+  bool grow_nested();
 
   std::vector<GeometryIntersection> records_;
   std::vector<GeometryHitTransform> transforms_;
@@ -82,6 +81,8 @@ class GeometryIntersectionMap {
   const GeometryIntersection& get_path(const uint& ray) const { return records_[ray]; }
   GeometryIntersection& get_record(const uint& ray) { return records_[ray]; }
   uint get_level() const { return level_; }
+  /// To be called before a deeper level is queried. False when there is no memory for what its hits bring along.
+  bool reserve_nested() { return hits_->reserve_nested(); }
   /// The view of the next nesting level on the same records.
   GeometryIntersectionMap get_deeper() const {
     GeometryIntersectionMap deeper = *this;

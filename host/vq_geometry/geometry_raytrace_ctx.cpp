@@ -18,13 +18,13 @@ GMathMatrix4x4<double> compose_matrices(const GeometryRaytraceData& query, uint 
 }  // namespace
 
 bool GeometryRaytraceCtx::push_filter(const GeometryRaytraceFilter& filter) {
-  if (filter_count == filter_capacity) return false;
-  filters[filter_count++] = filter;
+  if (filter_count_ == filter_capacity) return false;
+  filters_[filter_count_++] = filter;
   return true;
 }
 
 bool GeometryRaytraceCtx::has_filter(GeometryFilterFunction function) const {
-  return std::any_of(filters, filters + filter_count,
+  return std::any_of(filters_, filters_ + filter_count_,
                      [&](const GeometryRaytraceFilter& filter) { return filter.function == function; });
 }
 
@@ -34,8 +34,8 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
   if (!(candidate.distance >= get_tnear(ray) && candidate.distance < get_limit(ray))) return false;
   GeometryIntersection hit;
   write_hit(hit, candidate);
-  for (uint k = filter_count; k-- > 0;) {
-    const GeometryRaytraceFilter filter = filters[k];
+  for (uint k = filter_count_; k-- > 0;) {
+    const GeometryRaytraceFilter filter = filters_[k];
     if (!filter.function(ctx, shader, *this, hit, filter)) return false;
   }
   if (!is_nearest()) return append_hit(ray, hit);

@@ -6,8 +6,8 @@
 //   per ray, shared by all nesting levels   intervals, spans, ray_flags, nearest records   (index r is the same ray in
 //   all)
 //
-// GeometryRaytraceData is trivially copyable: a bundle copies it whole for each instance it enters. GeometryRaytraceCtx
-// adds functions only.
+// GeometryRaytraceData is trivially copyable and small: a bundle copies it whole for each instance it enters.
+// GeometryRaytraceCtx adds the filters, which belong to one query and are not carried to nested ones, and functions.
 #pragma once
 #include <type_traits>
 
@@ -54,14 +54,13 @@ struct GeometryRayVisits {
   uint leaves = 0;
 };
 
-/// Local space to the parent's, per ray (they differ when the instance moves), with its inverse on demand.
+/// Local space to the parent's, per ray: they differ when the instance moves.
 struct GeometryRayMatrix {
   GMathMatrix4x4<double> matrix;
-  GMathMatrix4x4<double> inverse;
-  u8 inverse_valid = 0;
+  u8 flag = 0;  ///< the host's; cleared with every new matrix
   u8 pad[7] = {0, 0, 0, 0, 0, 0, 0};
 };
-static_assert(sizeof(GeometryRayMatrix) == 264);
+static_assert(sizeof(GeometryRayMatrix) == 136);
 
 /// Asked for each candidate hit. False rejects it; it may change the hit's weight.
 using GeometryFilterFunction = bool (*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, GeometryIntersection&,
@@ -97,8 +96,6 @@ struct GeometryRaytraceSettings {
 };
 
 struct GeometryRaytraceData {
-  static constexpr uint filter_capacity = 8;
-
   // Rays. The active range is inclusive; kernels narrow it to one ray and restore it.
   const u8* rays = nullptr;
   uint ray_stride = sizeof(GMathRay);
@@ -133,10 +130,8 @@ struct GeometryRaytraceData {
   const Material* material = nullptr;
   const ShadingVariablesCtx* shading_variables = nullptr;
   double hit_weight = 1.0;
-  uint counter = 0;  ///< primitives tested since a structure last set it to 0
-  uint filter_count = 0;
+  uint counter = 0;                            ///< primitives tested since a structure last set it to 0
   const ShadingGroupTable* shading = nullptr;  ///< null: nothing is shaded, so nothing is hit
-  GeometryRaytraceFilter filters[filter_capacity];
 
   GeometryPrimitiveFilter primitive_filter = nullptr;
   void* primitive_filter_user = nullptr;
@@ -158,10 +153,12 @@ struct GeometryRaytraceData {
   const GeometryRaytraceData* parent = nullptr;
   uint level = 0;
 };
-static_assert(std::is_trivially_copyable_v<GeometryRaytraceData>);
+static_assert(std::is_trivially_copyable_v<GeometryRaytraceData> && sizeof(GeometryRaytraceData) <= 320);
 
 class GeometryRaytraceCtx : public GeometryRaytraceData {
  public:
+  static constexpr uint filter_capacity = 8;
+
   const GMathBasicRay<double>& get_ray(uint ray) const {
     return *reinterpret_cast<const GMathBasicRay<double>*>(rays + std::size_t{ray} * ray_stride);
   }
@@ -181,7 +178,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   /// when tnear <= distance < tfar, then asks the hit callback and the settings whether the ray ends. Returns whether
   /// the hit was accepted.
   bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate) {
-    if (is_nearest() && filter_count == 0) {
+    if (is_nearest() && filter_count_ == 0) {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
@@ -198,7 +195,9 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
 
   /// False when all places are taken: the filter then does not run.
   bool push_filter(const GeometryRaytraceFilter& filter);
-  void pop_filter() { --filter_count; }
+  void pop_filter() { --filter_count_; }
+  void remove_filters() { filter_count_ = 0; }
+  uint get_filter_count() const { return filter_count_; }
   bool has_filter(GeometryFilterFunction function) const;
 
  private:
@@ -221,4 +220,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
     record.transform = core_invalid_index;
     record.path = core_invalid_index;
   }
+
+  GeometryRaytraceFilter filters_[filter_capacity];
+  uint filter_count_ = 0;
 };

@@ -91,6 +91,8 @@ inline SimdMaskPlain operator>(const SimdFPlain& a, const SimdFPlain& b) {
   for (uint k = 0; k < 4; ++k) bits |= (a.lane[k] > b.lane[k] ? 1u : 0u) << k;
   return {bits};
 }
+/// Also where a bound is NaN.
+inline SimdMaskPlain is_not_greater(const SimdFPlain& a, const SimdFPlain& b) { return {(a > b).bits ^ 0xfu}; }
 /// Lane by lane, `a` where the mask is true, else `b`.
 inline SimdFPlain select(SimdMaskPlain mask, const SimdFPlain& a, const SimdFPlain& b) {
   SimdFPlain out = b;

@@ -69,6 +69,8 @@ struct SimdMaskSse {
 };
 
 inline SimdMaskSse operator<=(const SimdFSse& a, const SimdFSse& b) { return {_mm_cmple_ps(a.value, b.value)}; }
+/// Also where a bound is NaN.
+inline SimdMaskSse is_not_greater(const SimdFSse& a, const SimdFSse& b) { return {_mm_cmpngt_ps(a.value, b.value)}; }
 inline SimdMaskSse operator>(const SimdFSse& a, const SimdFSse& b) { return {_mm_cmpgt_ps(a.value, b.value)}; }
 /// Lane by lane, `a` where the mask is true, else `b`.
 inline SimdFSse select(SimdMaskSse mask, const SimdFSse& a, const SimdFSse& b) {

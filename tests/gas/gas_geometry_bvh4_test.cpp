@@ -120,7 +120,7 @@ TEST(GasGeometryBvh4, wireframes_are_filtered_once_unless_an_instance_is_shown_o
       if (in_path) query.path = &path;
       query.primitive_filter_user = &seen;
       query.primitive_filter = [](const GeometryRaytraceCtx& asked, const uint&, void* user) {
-        *static_cast<uint*>(user) = asked.filter_count;
+        *static_cast<uint*>(user) = asked.get_filter_count();
         return true;
       };
     };
@@ -132,7 +132,7 @@ TEST(GasGeometryBvh4, wireframes_are_filtered_once_unless_an_instance_is_shown_o
   EXPECT_EQ(count_filters({}, false), 1u);
   EXPECT_EQ(count_filters({clip}, false), 2u);
   EXPECT_EQ(count_filters({wires}, false), 1u);
-  EXPECT_EQ(count_filters(std::vector(GeometryRaytraceData::filter_capacity, clip), false), 8u);
+  EXPECT_EQ(count_filters(std::vector(GeometryRaytraceCtx::filter_capacity, clip), false), 8u);
   EXPECT_EQ(count_filters({}, true), 1u);
   shown.has_render_mode = true;
   EXPECT_EQ(count_filters({}, true), 0u);

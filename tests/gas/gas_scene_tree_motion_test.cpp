@@ -50,7 +50,7 @@ TEST(GasSceneTreeMotion, hits_what_the_flattened_scene_hits_at_the_same_moment) 
   }
 }
 
-/// Objects over one mesh that deforms. All turn, so that only at the samples the boxes must hold what they show.
+/// Objects over one mesh that deforms. All turn and grow, far within one span.
 struct TurningScene {
   explicit TurningScene(uint threads) : world(8, threads) {
     PolyMeshData data = make_sphere(2);
@@ -70,11 +70,13 @@ struct TurningScene {
   std::shared_ptr<GasSceneTree> scene;
 };
 
-TEST(GasSceneTreeMotion, at_the_samples_everything_may_move_at_once) {
+TEST(GasSceneTreeMotion, what_deforms_may_turn_and_grow_at_once) {
   TurningScene turning(2);
-  const CtxMotionBlur blur(0.0, 1.0, 5);
-  SceneCheck(turning.world, *turning.scene, turning.nodes, &blur)
-      .check(make_timed_rays(turning.world, turning.nodes, blur, {0.0, 0.25, 0.5, 0.75, 1.0}, 1));
+  for (const uint samples : {2u, 3u, 5u}) {
+    const CtxMotionBlur blur(0.0, 1.0, samples);
+    SceneCheck(turning.world, *turning.scene, turning.nodes, &blur)
+        .check(make_timed_rays(turning.world, turning.nodes, blur, {0.0, 0.13, 0.25, 0.4, 0.5, 0.6, 0.88, 1.0}, 1));
+  }
 }
 
 TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
@@ -100,8 +102,8 @@ TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
       for (uint k = 0; k < 8; ++k) {
         packet.set_ray(0, {4.0 * k + 0.1, 0.2, -5}, {0, 0, 1}, 0, DBL_MAX, time);
         scene->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
-        // At its good sample the broken one is there too, unless 0 times the other sample's entries is no number.
-        const bool is_there = k > 0 || (time == 0.0 && (kind == 0 || kind > 3)) || (time < 1.0 && kind == 4);
+        // At its good sample the broken one is there too.
+        const bool is_there = k > 0 || time == 0.0 || (time < 1.0 && kind == 4);
         EXPECT_EQ(packet.get_nearest(0).geometry != nullptr, is_there) << kind << " " << time << " " << k;
         EXPECT_TRUE(k == 0 || std::fabs(packet.get_nearest(0).distance - 4) < 0.1);
       }
@@ -210,9 +212,18 @@ TEST(GasSceneTreeMotion, boxes_are_those_of_the_clusters_at_the_samples_and_blen
     for (const CtxMotionBlur* blur : {&two, static_cast<const CtxMotionBlur*>(five.get())}) {
       world.ctx.set_motion_blur(blur);
       const double step = blur->get_sample_step();
-      for (const double time : {0.0, step, 1.0, -1.0, 2.0})
-        ASSERT_EQ(turning.scene->get_bbox_at(world.ctx, time), get_expected(std::clamp(time, 0.0, 1.0))) << time;
-      const GMathBbox3<double> a = get_expected(0.0), b = get_expected(step),
+      // What deforms while it turns needs more than the box at the moment, but not much more.
+      for (const double time : {0.0, step, 1.0, -1.0, 2.0}) {
+        const GMathBbox3<double> box = turning.scene->get_bbox_at(world.ctx, time);
+        const GMathBbox3<double> least = get_expected(std::clamp(time, 0.0, 1.0));
+        for (uint axis = 0; axis < 3; ++axis) {
+          const double surplus = 0.2 * step * (least.max[axis] - least.min[axis]);
+          ASSERT_TRUE(box.min[axis] <= least.min[axis] && box.min[axis] >= least.min[axis] - surplus) << time;
+          ASSERT_TRUE(box.max[axis] >= least.max[axis] && box.max[axis] <= least.max[axis] + surplus) << time;
+        }
+      }
+      const GMathBbox3<double> a = turning.scene->get_bbox_at(world.ctx, 0.0),
+                               b = turning.scene->get_bbox_at(world.ctx, step),
                                box = turning.scene->get_bbox_at(world.ctx, 0.4 * step);
       for (uint axis = 0; axis < 3; ++axis) {
         EXPECT_NEAR(box.min[axis], 0.6 * a.min[axis] + 0.4 * b.min[axis], 1e-6);

@@ -56,7 +56,7 @@ TEST(RaytraceFilter, runs_last_pushed_first_and_no_more_than_fit) {
   packet.set_ray(0, {0, 0, 0}, {0, 0, 1}, 1.5, 2.5);
   GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
   std::vector<double> calls;
-  for (uint k = 0; k < GeometryRaytraceData::filter_capacity; ++k)
+  for (uint k = 0; k < GeometryRaytraceCtx::filter_capacity; ++k)
     EXPECT_TRUE(query.push_filter({note_call, 1.0 * k, 0.0, 0, &calls}));
   EXPECT_FALSE(query.push_filter({note_call, 1.0, 0.0, 0, nullptr}));
   query.pop_filter();

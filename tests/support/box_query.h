@@ -107,7 +107,7 @@ class BoxQuery {
     if (adjust) adjust(query);
     visits.clear();
     const BvhLeafFunctions leaf{is_nearest ? nullptr : record, is_nearest ? record : nullptr, this, nullptr, nullptr};
-    bvh_ray_hit<hits>({tree, motion, leaf, nullptr}, world.ctx, world.shader, query);
+    bvh_ray_hit<hits>({tree, motion, leaf}, world.ctx, world.shader, query);
     return query;
   }
 

@@ -29,11 +29,11 @@ inline void ask_rays(QueryWorld& world, const GasObject& structure, GeometryRayP
   if (how.adjust) how.adjust(query);
   world.shader.motion_blur = how.motion_blur;
   world.ctx.set_motion_blur(how.motion_blur);
-  const uint filters = query.filter_count;
+  const uint filters = query.get_filter_count();
   const auto at_rest = how.nearest ? &GasObject::ray_hit_nearest_static : &GasObject::ray_hit_static;
   const auto moving = how.nearest ? &GasObject::ray_hit_nearest_motion : &GasObject::ray_hit_motion;
   (structure.*(how.motion_blur != nullptr ? moving : at_rest))(world.ctx, world.shader, query);
-  EXPECT_EQ(query.filter_count, filters);
+  EXPECT_EQ(query.get_filter_count(), filters);
   EXPECT_EQ(world.shader.nested_current, nullptr);
 }
 

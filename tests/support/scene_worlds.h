@@ -125,8 +125,7 @@ inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::v
   return tree;
 }
 
-/// What moves in a scene. A point that is carried by two matrices which both turn runs along a curve, and boxes blended
-/// in a straight line between samples do not hold it: so of all that carries a point but one only translates.
+/// What moves in a scene: nothing, objects and scenes within scenes, or shapes as well.
 enum class SceneMotion { none, rigid, deforming };
 
 class SceneMaker {
@@ -143,23 +142,19 @@ class SceneMaker {
   }
 
   /// @param depth  how many scenes may lie within each other, this one not counted
-  std::vector<SceneNode> make(uint count, uint depth, bool still = false) {
+  std::vector<SceneNode> make(uint count, uint depth) {
     std::vector<SceneNode> nodes;
     for (uint k = 0; k < count; ++k) {
       const uint kind = random_.get_index(6);
       SceneNode node;
-      // What is within a scene that turns stands still, what is within one that translates does as it likes.
-      bool turns = false;
       if (depth > 0 && (kind < 2 || (k == 0 && depth > 1))) {
-        turns = random_.get_index(2) == 0;
-        node.children = make(2 + random_.get_index(2), depth - 1, still || turns);
-      } else if (kind == 2 && !still && !moving_shapes_.empty()) {
+        node.children = make(2 + random_.get_index(2), depth - 1);
+      } else if (kind == 2 && !moving_shapes_.empty()) {
         node.shape = &moving_shapes_[random_.get_index(static_cast<uint>(moving_shapes_.size()))];
       } else {
         node.shape = &shapes_[random_.get_index(static_cast<uint>(shapes_.size()))];
-        turns = true;
       }
-      node.keys = make_keys(turns, still);
+      node.keys = make_keys();
       if (random_.get_index(3) == 0) node.replaced = std::make_shared<GeometryOverride>();
       nodes.push_back(std::move(node));
     }
@@ -182,13 +177,13 @@ class SceneMaker {
   }
 
  private:
-  std::vector<ModuleMatrixKey> make_keys(bool turns, bool still) {
+  std::vector<ModuleMatrixKey> make_keys() {
     const SceneMatrix matrix = make_matrix();
-    if (motion_ == SceneMotion::none || still || random_.get_index(4) == 0) return {{0.0, matrix}};
+    if (motion_ == SceneMotion::none || random_.get_index(4) == 0) return {{0.0, matrix}};
     std::vector<ModuleMatrixKey> keys;
     for (const double time : {-0.2, 0.1, 0.45, 1.1}) {
       SceneMatrix bend;
-      for (uint k = 0; k < 9 && turns; ++k) bend.m[k / 3][k % 3] += random_.get(-0.2, 0.2);
+      for (uint k = 0; k < 9; ++k) bend.m[k / 3][k % 3] += random_.get(-0.2, 0.2);
       keys.push_back({time, make_translation(random_.get_vec(0.5)) * matrix * bend});
     }
     return keys;

@@ -23,6 +23,12 @@ FloatBox unite(const FloatBox& a, const FloatBox& b) {
   return box;
 }
 
+/// What an aligned node holds for an 8-bit child: a little more, because decoding falls short.
+FloatBox make_frame(FloatBox box) {
+  for (uint axis = 0; axis < 3; ++axis) box.max[axis] += (box.max[axis] - box.min[axis]) * 0x1p-18f;
+  return box;
+}
+
 float get_area(const FloatBox& box) {
   const float x = box.max.x - box.min.x, y = box.max.y - box.min.y, z = box.max.z - box.min.z;
   return (y + z) * x + y * z;
@@ -143,16 +149,19 @@ class Checker {
 
   void check_lane_boxes(const FloatBox* exact) const {
     for (uint lane = 0; lane < node_->count; ++lane) {
-      const FloatBox box = get_oracle_child(tree_, *node_, lane).box;
+      const OracleChild child = get_oracle_child(tree_, *node_, lane);
+      const FloatBox& box = child.box;
+      const bool is_frame = node_->kind == OracleNode::aligned && !child.is_leaf() && (child.word & 0x200) != 0;
       if (node_->kind == OracleNode::aligned) {
-        require(box == exact[lane], "a lane is not the union of its items");
+        require(is_frame ? box == make_frame(exact[lane]) : box == exact[lane], "a lane is not the union of its items");
       } else {
         check_quantized_lane(box, exact[lane]);
       }
       for (uint axis = 0; axis < 3; ++axis) {
-        const float slack = node_->kind == OracleNode::aligned
-                                ? 0.0f
-                                : get_decode_slack(node_->frame.max[axis] - node_->frame.min[axis]);
+        const float extent = node_->frame.max[axis] - node_->frame.min[axis];
+        const float slack = is_frame                             ? extent * 0x1p-17f
+                            : node_->kind == OracleNode::aligned ? 0.0f
+                                                                 : get_decode_slack(extent);
         require(box.min[axis] >= node_->frame.min[axis] && box.max[axis] <= node_->frame.max[axis] + slack,
                 "a lane reaches out of its node's frame");
       }
@@ -166,7 +175,8 @@ class Checker {
   void check_quantized_lane(const FloatBox& box, const FloatBox& exact) const {
     for (uint axis = 0; axis < 3; ++axis) {
       const float extent = node_->frame.max[axis] - node_->frame.min[axis];
-      const float slack = node_->slack[axis] + get_decode_slack(extent), step = extent / 255.0f * 1.001f + slack;
+      const float slack = node_->may_cut ? node_->slack[axis] + get_decode_slack(extent) : 0.0f;
+      const float step = extent / 255.0f * 1.001f + node_->slack[axis] + get_decode_slack(extent);
       require(box.min[axis] <= exact.min[axis] + slack && box.max[axis] >= exact.max[axis] - slack,
               "a decoded lane cuts its items");
       require(box.min[axis] >= exact.min[axis] - step - std::abs(exact.min[axis]) * 1e-6f &&
@@ -227,9 +237,11 @@ std::vector<OracleNode> walk_tree(const GasBvh<4>& tree) {
     if (parent != nullptr) {
       node.depth = parent->depth + 1;
       node.parent = static_cast<u32>(parent - visited.data());
-      for (uint axis = 0; axis < 3 && parent->kind == OracleNode::quantized; ++axis)
+      node.may_cut = parent->may_cut && parent->kind == OracleNode::quantized;
+      for (uint axis = 0; axis < 3 && node.may_cut; ++axis)
         node.slack[axis] = parent->slack[axis] + get_decode_slack(parent->frame.max[axis] - parent->frame.min[axis]);
     }
+    node.may_cut |= parent == nullptr && node.kind == OracleNode::quantized;
     stack.push_back(node);
   };
   push({tree.root.index, tree.root.word, tree.box}, nullptr, 0);

@@ -20,7 +20,8 @@ struct OracleNode {
   FloatBox frame;                       ///< what the parent holds for it
   u32 parent = 0;                       ///< position in the list of visited nodes
   uint lane = 0;                        ///< of the parent
-  float slack[3] = {0.0f, 0.0f, 0.0f};  ///< by how much the frame may cut the node's items: decoding along the way
+  bool may_cut = false;                 ///< an 8-bit root has no longer frame to pay for decoding, nor what is below it
+  float slack[3] = {0.0f, 0.0f, 0.0f};  ///< by how much the frame may then cut the node's items
 };
 
 /// Which child a lane holds.

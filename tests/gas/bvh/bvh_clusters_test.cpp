@@ -167,10 +167,12 @@ TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
         box.add(items[item]);
         weight += weighted ? std::bit_cast<float>(words[item]) : 2.5f;
       }
-      EXPECT_EQ(boxes[k], box);
-      EXPECT_EQ(at_first[k], box);
-      EXPECT_NEAR(between[k].min.x, box.min.x + 0.25f, 1e-6f);
-      EXPECT_NEAR(between[k].max.y, box.max.y + 0.5f, 1e-6f);
+      // Lanes with 8-bit children are a little longer.
+      EXPECT_EQ(boxes[k].min, box.min);
+      EXPECT_LT((boxes[k].max - box.max).get_length(), 1e-5f);
+      EXPECT_EQ(at_first[k], boxes[k]);
+      EXPECT_NEAR(between[k].min.x, box.min.x + 0.25f, 1e-5f);
+      EXPECT_NEAR(between[k].max.y, box.max.y + 0.5f, 1e-5f);
       EXPECT_EQ(weights[k], weight);
     }
   }

@@ -25,7 +25,7 @@ std::vector<uint> ask(const GasBvh<4>& tree, GeometryFrustumMode mode, const std
     items.insert(items.end(), leaf.begin(), leaf.end());
     if (ends) asked.result.finished = 1;
   };
-  bvh_frustum_hit({tree, nullptr, {nullptr, nullptr, nullptr, record, &seen}, nullptr}, world.ctx, world.shader, query);
+  bvh_frustum_hit({tree, nullptr, {nullptr, nullptr, nullptr, record, &seen}}, world.ctx, world.shader, query);
   std::sort(seen.first.begin(), seen.first.end());
   return seen.first;
 }

@@ -1,11 +1,9 @@
-#include "gas/gas_frustum_modes.h"
+#include "gas/structure/gas_frustum_modes.h"
 
 #include <algorithm>
 
-#include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_geometry/geometry_object.h"
+#include "gas/structure/gas_leaf.h"
 #include "vq_geometry/geometry_point_cloud.h"
-#include "vq_module/ctx_helpers.h"
 
 namespace {
 
