@@ -169,7 +169,8 @@ class BvhSubtreeBuilder {
         node.child[lane] = {};
         if (lane < children.count) {
           worker_.split.refit(worker_.split_ctx, children.set[lane], threads);
-          bvh_set_oriented_lane(node, lane, children.set[lane].space, children.set[lane].space_box);
+          bvh_set_oriented_lane(node, lane, children.set[lane].space, children.set[lane].space_box,
+                                bvh_get_reach(children.set[lane].box));
         } else {
           bvh_clear_oriented_lane(node, lane);
         }

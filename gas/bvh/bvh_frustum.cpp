@@ -1,6 +1,4 @@
 // How a frustum walks a tree: any order will do, so the stack is plain; what lies wholly inside needs no more tests.
-#include <algorithm>
-#include <cmath>
 #include <new>
 
 #include "gas/bvh/bvh_kernel.h"
@@ -19,21 +17,14 @@ struct FrustumEntry {
   GeometryBoxPlace place;  ///< inside or outside: and so is everything in the box
 };
 
-/// The box of an oriented lane as a corner and three edges, a little larger than stored, for its frame was rounded.
+/// The box of an oriented lane as a corner and three edges. It was made larger than its items by more than its frame
+/// was rounded.
 struct OrientedBox {
   GMathVec3<double> corner, edges[3];
 
-  OrientedBox(const BvhNodeOriented& node, uint lane, const GMathBbox3<float>& bounds) {
+  OrientedBox(const BvhNodeOriented& node, uint lane) {
     bvh_get_lane_edges(node, lane, edges);
-    for (uint row = 0; row < 3; ++row) {
-      const GMathVec3<double> coefficients = bvh_get_row(node, lane, row);
-      double slack = 0.0;
-      for (uint axis = 0; axis < 3; ++axis)
-        slack += std::fabs(coefficients[axis]) *
-                 std::max(std::fabs(double(bounds.min[axis])), std::fabs(double(bounds.max[axis]))) * 0x1p-20;
-      corner += edges[row] * (-slack - double(node.rows[4 * row + 3][lane]));
-      edges[row] = edges[row] * (1.0 + 2.0 * slack);
-    }
+    for (uint row = 0; row < 3; ++row) corner += edges[row] * -double(node.rows[4 * row + 3][lane]);
   }
 
   GeometryBoxPlace classify(const GeometryFrustumData& frustum) const {
@@ -82,7 +73,7 @@ class FrustumTraversal {
           default: {
             const BvhNodeOriented& node = target_.tree.oriented[at.ref.index];
             visit_child(node.child[lane], at.box,
-                        is_known(at) ? at.place : OrientedBox(node, lane, target_.tree.box).classify(query_));
+                        is_known(at) ? at.place : OrientedBox(node, lane).classify(query_));
             break;
           }
         }

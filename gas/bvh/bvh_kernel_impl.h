@@ -116,9 +116,9 @@ class BvhTraversal {
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
     float limit = bvh_clamp_limit(query_.get_limit(ray));
-    const GMathBbox3<float> bounds = get_bounds(ray);
-    BvhRay r = bvh_load_ray<time>(query_, ray, limit, bounds);
-    if constexpr (kinds == BvhKinds::all) oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), bounds);
+    BvhRay r = bvh_load_ray<time>(query_, ray, limit, get_bounds(ray));
+    if constexpr (kinds == BvhKinds::all)
+      oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), query_.get_tnear(ray), query_.get_limit(ray));
     if constexpr (is_guarded) nodes_left_ = 4 * (u64{tree_.aligned_count} + tree_.quantized_count + 1);
     Entry at = make_start(start, r);
     Entry* top = stack_;
@@ -126,8 +126,10 @@ class BvhTraversal {
       if (descend(r, at, top)) {
         if (!visit_leaf(at.ref, ray)) return;
         if constexpr (hits == BvhHits::nearest) {
-          limit = bvh_clamp_limit(query_.map->get_path(ray).distance);
+          const double distance = query_.map->get_path(ray).distance;
+          limit = bvh_clamp_limit(distance);
           r.t_far = SimdF(limit);
+          if constexpr (kinds == BvhKinds::all) oriented_ray_.set_limit(distance);
         }
       }
       do {
@@ -144,7 +146,6 @@ class BvhTraversal {
     if constexpr (time == BvhTime::still) return tree_.box;
     GMathBbox3<float> bounds = motion_->get_bbox(query_.spans[ray].first);
     bounds.add(motion_->get_bbox(query_.spans[ray].second));
-    if constexpr (kinds == BvhKinds::all) bounds.add(tree_.box);  // the frames of oriented lanes are those at rest
     return bounds;
   }
 
@@ -250,11 +251,11 @@ class BvhTraversal {
     SimdF entry;
     uint mask;
     if constexpr (time == BvhTime::still) {
-      mask = bvh_test_oriented(node, BvhUnitCubes(), oriented_ray_, ray, entry);
+      mask = bvh_test_oriented(node, BvhUnitCubes(), oriented_ray_, entry);
     } else {
       const BvhMovedCubes cubes{motion_->get_oriented(index, ray.sample[0]),
                                 motion_->get_oriented(index, ray.sample[1]), ray};
-      mask = bvh_test_oriented(node, cubes, oriented_ray_, ray, entry);
+      mask = bvh_test_oriented(node, cubes, oriented_ray_, entry);
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
     // No child is quantized, so none needs its box.

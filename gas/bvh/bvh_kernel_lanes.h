@@ -7,7 +7,7 @@
 //   bvh_decode_planes       or from 8 bits;
 //   bvh_blend_lanes         those of two motion samples blended in time
 //   bvh_test_lanes          four slab tests at once
-//   bvh_load_oriented_ray   the ray not inverted, with what rounding may have lost,
+//   bvh_load_oriented_ray   the ray not inverted, from its point nearest to the origin,
 //   bvh_test_oriented       and four slab tests in frames of the lanes' own
 //
 // Included by bvh_kernel_impl.h only.
@@ -157,24 +157,36 @@ inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry)
   return ((entry <= exit) & is_not_greater(box.min_x, box.max_x)).get_bits();
 }
 
-/// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own.
+/// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own, and starting where it
+/// is nearest to the world's origin. From there no term of the test is larger than the distance from the origin to what
+/// the ray meets, by which the lanes' boxes were made larger than their items (bvh_oriented.h), however far the ray's
+/// own origin and the rest of the tree may be.
 struct BvhOrientedRay {
   SimdF origin[3], direction[3];
-  SimdF slack[3];  ///< how far rounding may have moved any of the points that count, along the world's axes
+  SimdF t_near, t_far;  ///< from the new start
+  SimdF start;          ///< distance of the new start, rounded down
+  double exact_start;
+
+  /// @param distance  along the ray as it was
+  void set_limit(double distance) {
+    const double limit = distance - exact_start;
+    t_far = SimdF(bvh_clamp_limit(limit + std::fabs(limit) * 0x1p-23));
+  }
 };
 
-/// @param bounds  holds everything that the ray may hit
-inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, const GMathBbox3<float>& bounds) {
+inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, double tnear, double limit) {
+  const auto round_down = [](double t) { return SimdF(static_cast<float>(t - std::fabs(t) * 0x1p-23)); };
   BvhOrientedRay out;
+  // In double precision, in which the items' own tests take the ray from where it comes.
+  out.exact_start = -ray.origin.dot(ray.direction) / ray.direction.dot(ray.direction);
+  const GMathVec3<double> origin = ray.origin + ray.direction * out.exact_start;
   for (uint axis = 0; axis < 3; ++axis) {
-    const float origin = static_cast<float>(ray.origin[axis]);
-    out.origin[axis] = SimdF(origin);
+    out.origin[axis] = SimdF(static_cast<float>(origin[axis]));
     out.direction[axis] = SimdF(static_cast<float>(ray.direction[axis]));
-    // A point O + t D of a box within the bounds comes out of the test some 12 roundings off, each of at most 2^-24 of
-    // the terms' sum, and |t D| <= |O| + |bound|; the frame itself was rounded some 7 times.
-    const float bound = std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis]));
-    out.slack[axis] = SimdF((std::fabs(origin) + bound) * 0x1p-20f);
   }
+  out.start = round_down(out.exact_start);
+  out.t_near = round_down(tnear - out.exact_start);
+  out.set_limit(limit);
   return out;
 }
 
@@ -191,11 +203,9 @@ inline BvhOrientedSlab bvh_cross_slab(const float (*row)[4], const SimdF& low, c
   const SimdF x = SimdF::load(row[0]), y = SimdF::load(row[1]), z = SimdF::load(row[2]);
   const SimdF d = x * ray.direction[0] + y * ray.direction[1] + z * ray.direction[2];
   const SimdF o = x * ray.origin[0] + y * ray.origin[1] + z * ray.origin[2] + SimdF::load(row[3]);
-  // Both planes are moved outwards, so that a fibre far from the origin is as wide here as it is there.
-  const SimdF slack = abs(x) * ray.slack[0] + abs(y) * ray.slack[1] + abs(z) * ray.slack[2];
   const SimdF inverse = SimdF(-1.0f) / d;
-  const SimdF t_low = (o + slack - low) * inverse;
-  const SimdF t_high = (o - slack - high) * inverse;
+  const SimdF t_low = (o - low) * inverse;
+  const SimdF t_high = (o - high) * inverse;
   return {min(t_low, t_high), max(t_low, t_high), abs(d)};
 }
 
@@ -217,15 +227,15 @@ struct BvhMovedCubes {
 /// Slab test of one ray against four oriented boxes (Woop et al. 2014). The frames are affine, so distances are those
 /// of the world and compare with the aligned lanes'. An unused lane, all of whose rows are 0, is never hit.
 template <class Cubes>
-inline uint bvh_test_oriented(const BvhNodeOriented& node, const Cubes& cubes, const BvhOrientedRay& oriented,
-                              const BvhRay& ray, SimdF& entry) {
-  entry = ray.t_near;
-  SimdF exit = ray.t_far, speed(0.0f);
+inline uint bvh_test_oriented(const BvhNodeOriented& node, const Cubes& cubes, const BvhOrientedRay& ray,
+                              SimdF& entry) {
+  SimdF first = ray.t_near, exit = ray.t_far, speed(0.0f);
   for (uint row = 0; row < 3; ++row) {
-    const BvhOrientedSlab slab = bvh_cross_slab(node.rows + 4 * row, cubes.get_low(row), cubes.get_high(row), oriented);
-    entry = max(slab.near, entry);
+    const BvhOrientedSlab slab = bvh_cross_slab(node.rows + 4 * row, cubes.get_low(row), cubes.get_high(row), ray);
+    first = max(slab.near, first);
     exit = min(slab.far, exit);
     speed = speed + slab.speed;
   }
-  return ((entry <= exit) & (speed > SimdF(0.0f))).get_bits();
+  entry = first + ray.start;
+  return ((first <= exit) & (speed > SimdF(0.0f))).get_bits();
 }

@@ -6,8 +6,12 @@
 //   rows = inverse of the matrix whose columns are axis_i e_i          offset = - row . (sum of axis_i min_i)
 //
 // Builder and refit share the inverse. It is worked out in double precision, where the cofactors of even the flattest
-// box do not vanish, and rounded once.
+// box do not vanish, and rounded once. Both make boxes larger by all that rounding may take from a point of the box, so
+// that tests against them need no tolerance.
 #pragma once
+#include <algorithm>
+#include <cmath>
+
 #include "gas/bvh/bvh_layout.h"
 #include "vq_gmath/gmath_linear_space.h"
 
@@ -26,15 +30,29 @@ inline GMathVec3<double> bvh_get_row(const BvhNodeOriented& node, uint lane, uin
   return {node.rows[4 * row][lane], node.rows[4 * row + 1][lane], node.rows[4 * row + 2][lane]};
 }
 
-/// Makes lane `lane` the frame of `box`, measured along `space`. No extent may be 0.
+/// How far from a lane's box rounding may find a point of it, by the point's distance from the origin. The ray test
+/// takes the ray from its point nearest to the origin, so that no term exceeds that distance, and rounds at most some
+/// 20 times by 2^-24 of it; a moving ray some 30 times, that the frame was rounded included.
+inline constexpr double bvh_oriented_slack = 0x1p-19;
+
+/// The distance from the origin to the farthest corner of a box.
+inline double bvh_get_reach(const GMathBbox3<float>& box) {
+  GMathVec3<double> corner;
+  for (uint axis = 0; axis < 3; ++axis) corner[axis] = std::max(std::fabs(box.min[axis]), std::fabs(box.max[axis]));
+  return corner.get_length();
+}
+
+/// Makes lane `lane` the frame of `box`, measured along `space`, for items no farther than `reach` from the origin. No
+/// extent may be 0.
 inline void bvh_set_oriented_lane(BvhNodeOriented& node, uint lane, const GMathLinearSpace3<float>& space,
-                                  const GMathBbox3<float>& box) {
-  const GMathVec3<float> extent = box.get_extent();
+                                  const GMathBbox3<float>& box, double reach) {
+  const double slack = bvh_oriented_slack * reach;
   GMathVec3<double> columns[3], rows[3], origin;
   for (uint axis = 0; axis < 3; ++axis) {
     const GMathVec3<double> direction(space.axis[axis]);
-    columns[axis] = direction * extent[axis];
-    origin += direction * box.min[axis];
+    const double low = box.min[axis] - slack, high = box.max[axis] + slack;
+    columns[axis] = direction * (high - low);
+    origin += direction * low;
   }
   bvh_invert(columns, rows);
   for (uint row = 0; row < 3; ++row) {

@@ -83,6 +83,8 @@ template <uint width>
 struct GasBvhMotion<width>::UNodesUpdate {
   GasBvhMotion& motion;
   uint sample;
+  const Scratch& scratch;
+  std::span<const GMathBbox3<float>> item_boxes;
   ItemRanges& ranges;  ///< only read
   const BvhSampleMeasure& measure;
   SysThreadManager* threads;
@@ -113,11 +115,14 @@ struct GasBvhMotion<width>::UNodesUpdate {
     CoreBasicArray<uint> items;
     items.set_view(motion.tree_->order + range.begin, range.end - range.begin);
     const GMathBbox3<float> box = measure.function(items, space, measure.owner, threads);
+    const double reach = bvh_get_reach(motion.get_child_box(scratch, child, item_boxes));
     GMathBbox3<float> out;
     for (uint axis = 0; axis < 3; ++axis) {
+      // Items that rest far away bring an offset that is the larger term.
       const double offset = at.rows[4 * axis + 3][lane];
-      out.min[axis] = static_cast<float>(box.min[axis] * inverse_length[axis] + offset);
-      out.max[axis] = static_cast<float>(box.max[axis] * inverse_length[axis] + offset);
+      const double slack = bvh_oriented_slack * std::max(reach * inverse_length[axis], std::fabs(offset));
+      out.min[axis] = static_cast<float>(box.min[axis] * inverse_length[axis] + offset - slack);
+      out.max[axis] = static_cast<float>(box.max[axis] * inverse_length[axis] + offset + slack);
     }
     return out;
   }
@@ -215,7 +220,7 @@ bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const G
   if (tree_->oriented_count > 0) {
     ItemRanges ranges(*tree_, parents_first);
     SysThreadManager* threads = progress != nullptr ? &progress->get_application().get_thread_manager() : nullptr;
-    update_unodes({*this, sample, ranges, measure, threads}, progress);
+    update_unodes({*this, sample, scratch, item_boxes, ranges, measure, threads}, progress);
   }
   root_boxes_[sample] = get_child_box(scratch, tree_->root, item_boxes);
   quantize_lanes(scratch, sample, item_boxes, progress);

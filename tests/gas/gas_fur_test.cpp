@@ -64,6 +64,45 @@ TEST(GasFur, thin_fibres_far_away_neither_break_up_nor_swell) {
   }
 }
 
+// Rays through fibres and up to two radii beside them, from near and from far away, with and without a fibre far from
+// all others: lanes stay as tight as they are without.
+TEST(GasFur, fibres_and_cameras_far_away_neither_lose_hits_nor_cost_visits) {
+  QueryWorld world;
+  const CtxMotionBlur shutter(0.0, 1.0, 2);
+  for (uint mask = 0; mask < 8; ++mask) {
+    const bool moving = mask & 1, stray = mask & 2;
+    CurveData data = make_hair(CurveBasis::linear, 300, 7, 0.0, 3.0, 1e-3, 3);
+    if (stray) add_fibre(data, {{1e5, -2e5, 1e5}, {1, 2, -1}});
+    if (moving) add_motion(data, 2, 0.0, 1.0, 8, true);
+    for (std::size_t k = 0; k < data.points.size() && moving; ++k)  // all fly alike, so that boxes stay tight
+      data.motion_points[1][k].position = data.points[k].position + GMathVec3<float>(2, 3, 1);
+    const double time = moving ? 0.25 : NAN;
+    const CurveOracle oracle(data, time);
+    RandomValues random(9);
+    std::vector<TestRay> rays;
+    for (uint k = 0; k < 600; ++k) {
+      const CurveOracle::Ball& ball = oracle.get_segments()[k].balls[k % 2];
+      TestRay ray{ball.position + random.get_vec().get_normalized() * (mask & 4 ? 1e5 : 3.0), {}};
+      ray.direction = ball.position - ray.origin;
+      ray.origin += ray.direction.cross(random.get_vec()).get_normalized() * (ball.radius * random.get(0.0, 2.0));
+      ray.time = time;
+      rays.push_back(ray);
+    }
+    HitCheck check = make_curve_check(data, rays, moving ? &shutter : nullptr);
+    const BuiltFur built(world.ctx, data);
+    check.name = "case " + std::to_string(mask);
+    check.check(world, built.structure, false);
+    EXPECT_GT(check.count_sure_hits(), 150u);
+    GeometryRayPacket packet;
+    std::vector<GeometryRayVisits> visits(rays.size());
+    const auto count = [&](GeometryRaytraceCtx& query) { query.visits = visits.data(); };
+    ask_rays(world, built.structure, packet, rays, {true, check.motion_blur, count});
+    uint leaves = 0;
+    for (const GeometryRayVisits& of_ray : visits) leaves += of_ray.leaves;
+    EXPECT_LT(leaves, 560u) << check.name;  // without oriented nodes 3000 and more
+  }
+}
+
 TEST(GasFur, keeps_finite_segments_whoever_asks_for_their_boxes) {
   QueryWorld world;
   for (const uint count : {1023u, 1024u, 9000u}) {
