@@ -74,7 +74,7 @@ class BvhSubtreeBuilder {
     if (set.leaf || !split_children(children, aligned, depth)) return store_leaf(place, set);
     if (depth + 1 > worker_.max_depth) worker_.max_depth = depth + 1;
     children.sort_by_decreasing_area();
-    if (!aligned) {
+    if (!aligned && bvh_get_reach(set.box) <= bvh_most_oriented_reach) {
       build_oriented(place, depth, set, children);
     } else if (is_quantized(depth, flags, set.box)) {
       build_quantized(place, depth, flags, set, children);

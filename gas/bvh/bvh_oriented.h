@@ -35,6 +35,10 @@ inline GMathVec3<double> bvh_get_row(const BvhNodeOriented& node, uint lane, uin
 /// 20 times by 2^-24 of it; a moving ray some 30 times, that the frame was rounded included.
 inline constexpr double bvh_oriented_slack = 0x1p-19;
 
+/// Items farther from the origin stay out of oriented lanes: measured along axes of their own, or multiplied in the ray
+/// test, such coordinates may leave the range of floats.
+inline constexpr double bvh_most_oriented_reach = 5e36;
+
 /// The distance from the origin to the farthest corner of a box.
 inline double bvh_get_reach(const GMathBbox3<float>& box) {
   GMathVec3<double> corner;

@@ -103,6 +103,19 @@ TEST(GasFur, fibres_and_cameras_far_away_neither_lose_hits_nor_cost_visits) {
   }
 }
 
+// The others would have oriented lanes beside it, in which it does not fit.
+TEST(GasFur, a_fibre_that_reaches_the_end_of_the_float_range_is_hit_there) {
+  QueryWorld world;
+  RandomValues random(3);
+  CurveData data;
+  for (uint k = 0; k < 300; ++k) add_fibre(data, {random.get_vec(0.02), {1, 2, 3}, 0.8, 0.0, 1e-3, 2});
+  add_fibre(data, {{0, 0, 0}, {1, 2, 3}, 6e37, 0.0, 2e36, 2});
+  const BuiltFur built(world.ctx, data);
+  EXPECT_GT(built.structure.get_tree().oriented_count, 100u);
+  const Vec target = Vec(data.points.back().position) * 0.7;
+  EXPECT_EQ(shoot(world, built.structure, {target + Vec(1e38, 0, 0), {-1, 0, 0}}).primitive, 300u);
+}
+
 TEST(GasFur, keeps_finite_segments_whoever_asks_for_their_boxes) {
   QueryWorld world;
   for (const uint count : {1023u, 1024u, 9000u}) {
