@@ -66,10 +66,7 @@ constexpr BasisWeights bspline_weights = {{1, 4, 1, 0}, {0, 4, 2, 0}, {0, 2, 4, 
 constexpr BasisWeights catmull_rom_weights = {{0, 6, 0, 0}, {-1, 6, 1, 0}, {0, 1, 6, -1}, {0, 0, 6, 0}};
 
 /// A NaN stays.
-template <class T>
-T cut_radius(T radius) {
-  return radius < T(0) ? T(0) : radius;
-}
+float cut_radius(float radius) { return radius < 0.0f ? 0.0f : radius; }
 
 Point blend(const Point* points, const double (&weights)[4]) {
   GMathVec3<double> position;
@@ -77,10 +74,10 @@ Point blend(const Point* points, const double (&weights)[4]) {
   for (uint k = 0; k < 4; ++k) {
     if (weights[k] == 0.0) continue;  // a NaN there is no concern of this point
     position += GMathVec3<double>(points[k].position) * weights[k];
-    radius += cut_radius<double>(points[k].radius) * weights[k];
+    radius += points[k].radius * weights[k];
   }
   const GMathVec3<double> sixth(position.x / 6.0, position.y / 6.0, position.z / 6.0);
-  return {GMathVec3<float>(sixth), static_cast<float>(cut_radius(radius / 6.0))};
+  return {GMathVec3<float>(sixth), cut_radius(static_cast<float>(radius / 6.0))};
 }
 
 /// Calls `write` with the points to be stored of a fibre of `segments` segments, in order.

@@ -32,8 +32,8 @@ enum class CurveBasis {
 /// What fibres are made from. Coordinates may be anything, NaN and infinity included; indices must be in range.
 struct CurveData {
   CurveBasis basis = CurveBasis::linear;
-  /// Of all fibres, one after the other, at rest. Radii below 0 count as 0, also those that the conversion to Bézier
-  /// points gives.
+  /// Of all fibres, one after the other, at rest. A radius below 0 counts as 0, but only that of a Bézier point when
+  /// the points are converted to such: the outer points of a fibre may be set so that it ends in 0.
   std::vector<CurvePoint<float>> points;
   std::vector<u32> curve_sizes;         ///< points per fibre; too few for a segment: the fibre has none
   std::vector<u32> curve_groups;        ///< one index into `group_names` per fibre; empty: all 0
