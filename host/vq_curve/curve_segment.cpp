@@ -26,8 +26,8 @@ Ball get_sum(const Ball (&ball)[4], const double (&weight)[4]) {
   return sum;
 }
 
-/// The angle of (x, y) in whole turns, from 0 to 1; off by less than 1e-13. Every hit needs one, and the library's
-/// arctangent takes as long as the rest of naming it.
+/// The angle of (x, y) in whole turns, 0 included and 1 not; off by less than 1e-13. Every hit needs one, and the
+/// library's arctangent takes as long as the rest of naming it.
 double get_turn(double x, double y) {
   const double across = std::abs(x), up = std::abs(y);
   const double low = std::min(across, up), high = std::max(across, up);
@@ -44,7 +44,8 @@ double get_turn(double x, double y) {
   double turn = t * sum + (steep ? 0.125 : 0.0);
   if (up > across) turn = 0.25 - turn;
   if (x < 0.0) turn = 0.5 - turn;
-  return y < 0.0 ? 1.0 - turn : turn;
+  if (y < 0.0) turn = 1.0 - turn;
+  return turn < 1.0 ? turn : 0.0;
 }
 
 /// The coordinate axis that `v` goes along least.
@@ -79,6 +80,9 @@ Vec get_side_hint(const CurveSegment<shape>& segment) {
   return get_least_axis(chord);
 }
 
+/// Square of the least sine between the hint and a tangent at which what lies across is more than rounding.
+constexpr double least_across2 = 1e-12;
+
 /// The step along the curve at `u` with its change of radius. Where the curve stands still, the step that it takes
 /// next; if the radius changes meanwhile, `jump` tells how.
 template <CurveShape shape>
@@ -94,6 +98,45 @@ Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
       step = get_difference(segment.point[last], segment.point[last - k]);
   }
   return step;
+}
+
+constexpr double circle_tolerance = 1e-8;  // in radii
+
+/// A direction in one number between -1 and 0: the angle around the fibre in the upper 26 bits of its 52, so that it is
+/// minus that angle in turns to 1e-8, and how far it leans from the tangent in the lower, where 0 is left out.
+constexpr double direction_steps = 0x1p26, lean_step = std::numbers::pi / (direction_steps - 2.0);
+
+double pack_direction(double turn, double lean) {
+  const double steps = std::round(turn * direction_steps);
+  return -((steps < direction_steps ? steps : 0.0) + (1.0 + std::round(lean / lean_step)) / direction_steps) /
+         direction_steps;
+}
+
+void unpack_direction(double packed, double& turn, double& lean) {
+  const double steps = std::floor(-packed * direction_steps);
+  turn = steps / direction_steps;
+  lean = ((-packed * direction_steps - steps) * direction_steps - 1.0) * lean_step;
+}
+
+/// The name of a point that does not lie on the circle of the ball on which the ray test found it: on the cap of the
+/// end beside that ball, or anywhere on the ball, where the curve stands still or u is not exact.
+template <CurveShape shape>
+GMathVec2<double> get_uv_off_circle(const CurveSegment<shape>& segment, double u, const Vec& normal) {
+  const double end = u < 0.5 ? 0.0 : 1.0, sign = u < 0.5 ? -1.0 : 1.0;
+  const CurveFrame cap = curve_get_frame(segment, end);
+  const Vec from_end = normal + (segment.get_ball(u).position - cap.ball.position);
+  const double distance = from_end.get_length();
+  if (std::abs(distance - cap.ball.radius) <= circle_tolerance * distance) {
+    const double along = from_end.dot(cap.tangent) / distance;
+    const double height = sign * (along + cap.slope) / (1.0 + sign * cap.slope);
+    if (height >= -circle_tolerance)
+      return {end + sign * std::clamp(height, 0.0, 1.0),
+              get_turn(from_end.dot(cap.side[0]), from_end.dot(cap.side[1]))};
+  }
+  const CurveFrame frame = curve_get_frame(segment, u);
+  const double x = normal.dot(frame.side[0]), y = normal.dot(frame.side[1]);
+  const double lean = std::atan2(std::sqrt(x * x + y * y), normal.dot(frame.tangent));
+  return {u, pack_direction(get_turn(x, y), lean)};
 }
 
 /// Largest value of the cubic with Bernstein coefficients a to d over [0, 1].
@@ -158,38 +201,29 @@ CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u) {
     frame.slope = jump > 0.0 ? 1.0 : -1.0;
   else if (step.radius != 0.0)
     frame.slope = std::clamp(step.radius / length, -1.0, 1.0);
-  const Vec hint = get_side_hint(segment);
-  frame.side[0] = get_across(hint, frame.tangent);
-  if (frame.side[0] == Vec()) frame.side[0] = get_across(get_least_axis(frame.tangent), frame.tangent);
+  const Vec hint = get_side_hint(segment), across = frame.tangent.cross(hint);
+  const bool is_across = across.dot(across) > least_across2 * hint.dot(hint);
+  frame.side[0] = get_across(is_across ? hint : get_least_axis(frame.tangent), frame.tangent);
   frame.side[1] = frame.tangent.cross(frame.side[0]);
   return frame;
 }
 
 template <CurveShape shape>
 GMathVec2<double> curve_get_uv(const CurveSegment<shape>& segment, double u, const GMathVec3<double>& normal) {
-  const Vec step = segment.get_ball_derivative(u).position;
-  const bool still = step == Vec();
-  if (u > 0.0 && u < 1.0 && !still) {
+  const Ball step = segment.get_ball_derivative(u);
+  const Vec& way = step.position;
+  const double way2 = way.dot(way), normal2 = normal.dot(normal), rise = normal.dot(way);
+  // How far along the fibre the point lies off the ball's circle, and the circle's radius, both times the way's length.
+  const double off = rise + step.radius * std::sqrt(normal2);
+  const double round2 = normal2 * (way2 - step.radius * step.radius);
+  if (u > 0.0 && u < 1.0 && off * off <= circle_tolerance * circle_tolerance * round2) {
     // The angle as the frame would give it; that no vector has unit length scales both coordinates alike.
-    const Vec hint = get_side_hint(segment);
-    const double length2 = step.dot(step);
-    const double x = length2 * normal.dot(hint) - normal.dot(step) * hint.dot(step);
-    const double y = std::sqrt(length2) * normal.dot(step.cross(hint));
-    if (x != 0.0 || y != 0.0) return {u, get_turn(x, y)};
+    const Vec hint = get_side_hint(segment), across = way.cross(hint);
+    const double x = way2 * normal.dot(hint) - rise * hint.dot(way);
+    const double y = std::sqrt(way2) * normal.dot(across);
+    if (across.dot(across) > 2.0 * least_across2 * way2 * hint.dot(hint)) return {u, get_turn(x, y)};
   }
-  const CurveFrame frame = curve_get_frame(segment, u);
-  const double turn = get_turn(normal.dot(frame.side[0]), normal.dot(frame.side[1]));
-  const double along = normal.get_normalized().dot(frame.tangent);
-  // A curve without length is its ends' caps alone.
-  if (u <= 0.0 || (still && u < 1.0 && along < 0.0)) {
-    const double height = (-along - frame.slope) / (1.0 - frame.slope);
-    return {height > 0.0 ? -std::min(height, 1.0) : 0.0, turn};
-  }
-  if (u >= 1.0 || still) {
-    const double height = (along + frame.slope) / (1.0 + frame.slope);
-    return {height > 0.0 ? 1.0 + std::min(height, 1.0) : 1.0, turn};
-  }
-  return {u, turn};
+  return get_uv_off_circle(segment, u, normal);
 }
 
 template <CurveShape shape>
@@ -198,7 +232,13 @@ CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, do
   double along = -frame.slope;
   if (u < 0.0) along += std::max(u, -1.0) * (1.0 - frame.slope);
   if (u > 1.0) along += std::min(u - 1.0, 1.0) * (1.0 + frame.slope);
-  const double across = std::sqrt(std::max(0.0, (1.0 - along) * (1.0 + along)));
+  double across = std::sqrt(std::max(0.0, (1.0 - along) * (1.0 + along)));
+  if (v < 0.0) {
+    double lean;
+    unpack_direction(v, v, lean);
+    along = std::cos(lean);
+    across = std::sin(lean);
+  }
   const double angle = v * (2.0 * std::numbers::pi);
   const Vec normal =
       frame.tangent * along + frame.side[0] * (across * std::cos(angle)) + frame.side[1] * (across * std::sin(angle));

@@ -7,7 +7,8 @@
 //
 // u runs from 0 at the first end to 1 at the last. On the round ends it goes beyond: -h on the first end and 1 + h on
 // the last, h being how high a point lies over the end's rim (0 on the rim, 1 at the very tip). v is the angle around
-// the fibre in whole turns; see curve_get_surface_point().
+// the fibre in whole turns, 0 included and 1 not. Where the curve stands still a whole ball may show: then v is below
+// 0, minus the angle to 1e-8 turns, and its last bits say how far the normal leans. See curve_get_surface_point().
 #pragma once
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
@@ -65,8 +66,8 @@ struct CurveSurfacePoint {
   GMathVec3<double> normal;   ///< unit length, outwards
   GMathVec3<double> tangent;  ///< unit length, along the fibre as u grows
 };
-/// The point of the surface that a hit's u and v name. v = 0 points along the normal of the plane in which a cubic's
-/// control points bend most, or towards the axis that a straight segment follows least; it turns continuously along the
-/// segment. At a cusp, where the curve stands still, u and v tell the ball but not the place on it.
+/// The point of the surface that a hit's u and v name; it lies where the ray met the segment, but for some 1e-7 of the
+/// radius. v = 0 points along the normal of the plane in which a cubic's control points bend most, or towards the axis
+/// that a straight segment follows least; it turns continuously along the segment.
 template <CurveShape shape>
 CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v);

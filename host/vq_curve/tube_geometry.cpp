@@ -1,6 +1,7 @@
 #include "vq_curve/tube_geometry.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 #include "vq_curve/curve_frustum.h"
@@ -146,7 +147,7 @@ GeometrySurfacePoint TubeGeometry<kind>::get_surface_point(const GeometryInterse
   const uint segment = get_segments(hit.primitive).first + hit.part;
   const uint curve = curves_.get_curve(segment), first = curves_.get_first_segment(curve);
   const double u = (segment - first + std::clamp(hit.u, 0.0, 1.0)) / (curves_.get_first_segment(curve + 1) - first);
-  return {point.position, point.normal, point.normal, {u, hit.v, 0.0}};
+  return {point.position, point.normal, point.normal, {u, std::fabs(hit.v), 0.0}};
 }
 
 template <TubePrimitive kind>

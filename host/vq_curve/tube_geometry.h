@@ -52,7 +52,7 @@ class TubeGeometry : public GeometryObject {
   /// Modes any and all look at the solid, at rest; points and vertices mark the control points inside.
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                              const uint& primitive) const override;
-  /// The normal points away from the fibre; uv holds (u, v, 0) with u counted along the whole fibre from 0 to 1.
+  /// The normal points away from the fibre; uv holds (u, |v|, 0) with u counted along the whole fibre from 0 to 1.
   GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
   /// The direction of the fibre at a hit, of unit length: what fibre shading models want.
   GMathVec3<double> get_tangent(const GeometryIntersection& hit, const double& time) const;

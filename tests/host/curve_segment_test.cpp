@@ -48,9 +48,12 @@ void add_segment(CurveData& data, const std::string& kind, RandomValues& random)
     for (double& r : radius) r *= 0.3;
   }
   for (double& r : radius) r = kind == "thick bend" ? random.get(0.3, 0.9) : kind == "point" ? radius[0] : r;
-  if (kind == "double ends") p[1] = p[0], p[2] = p[3];
+  const std::size_t number = data.curve_sizes.size();
+  if (kind == "double ends") p[1] = p[0], p[2] = number % 3 == 0 ? p[2] : p[3];
   if (kind == "point") p[1] = p[2] = p[3] = p[0];
   for (uint k = 1; k < 4 && kind == "back and forth"; ++k) p[k] = p[0] + (p[1] - p[0]) * random.get(-1.0, 1.0);
+  if (kind == "back and forth" && number % 4 == 3) p[1] = p[2] = p[0] + Vec(1, 0, 0), p[3] = p[0];
+  for (uint k = 1; k < 4 && number % 2 == 1; ++k) radius[k] = radius[0];
   const double scale = kind == "far" ? 0.01 : 1.0;
   const Vec shift = kind == "far" ? random.get_vec(1e4) : Vec();
   for (uint k = 0; k < 4; k += data.basis == CurveBasis::linear ? 3 : 1)
@@ -78,8 +81,8 @@ void for_each_kind(uint count, const Check& check) {
   }
 }
 
-/// From outside and inside: the next crossing is where the oracle has it. Its u and v must lead back to it, less
-/// exactly so at a cusp, where u stands still.
+/// From outside and inside, at ends too: the next crossing is where the oracle has it. Its u and v must lead back to
+/// it.
 template <CurveShape shape>
 void check_rays() {
   uint hits = 0, misses = 0;
@@ -88,9 +91,11 @@ void check_rays() {
     const CurveOracle::Segment& truth = oracle.get_segments()[number];
     RandomValues random(number);
     for (uint k = 0; k < 120; ++k) {
-      const CurveOracle::Ball& ball = truth.balls[random.get_index(static_cast<uint>(truth.balls.size()))];
+      const uint last = static_cast<uint>(truth.balls.size()) - 1;
+      const CurveOracle::Ball& ball = truth.balls[k % 6 == 1 ? k % 4 / 2 * last : random.get_index(last + 1)];
       TestRay ray;
-      const Vec target = ball.position + random.get_vec().get_normalized() * (ball.radius * random.get(0.0, 1.6));
+      const double aside = k % 3 == 1 ? 0.0 : ball.radius * random.get(0.0, 1.6);
+      const Vec target = ball.position + random.get_vec().get_normalized() * aside;
       Vec direction = random.get_vec();
       const Vec along = truth.balls.back().position - ball.position;
       if (k % 4 == 0) direction = along + direction * std::pow(10.0, random.get(-7.0, 0.0));
@@ -119,7 +124,10 @@ void check_rays() {
       const CurvePoint<double> on = segment.get_ball(std::clamp(hit.u, 0.0, 1.0));
       EXPECT_NEAR((place - on.position).get_length(), on.radius, 1e-6 * size + noise * length) << describe(ray);
       const CurveSurfacePoint surface = curve_get_surface_point(segment, hit.u, hit.v);
-      const double slack = (shape == cubic ? 2e-5 : 1e-6) * size + noise * length;
+      double radius = 0.0;
+      for (const CurvePoint<double>& point : segment.point) radius = std::max(radius, point.radius);
+      // Near a turn of a straight fibre the distance itself is that far off.
+      const double slack = (kind == "back and forth" ? 5e-6 : 1e-7) * radius + noise * length;
       EXPECT_LE((surface.position - place).get_length(), slack) << describe(ray);
       EXPECT_NEAR(surface.normal.get_length(), 1.0, 1e-12);
       EXPECT_NEAR(surface.tangent.get_length(), 1.0, 1e-12);

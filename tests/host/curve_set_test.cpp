@@ -173,7 +173,9 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
   for (uint k = 0; k < scaled(4000, 400); ++k) {
     const Tubes tubes(make_fibres(CurveBasis(k % 4), k, 2));
     const double time = k % 8 < 4 ? random.get(2.0, 2.5) : NAN;
-    const Vec origin = random.get_vec(3.0), direction = random.get_vec() - origin;
+    const Vec origin = random.get_vec(3.0);  // at an end of some segment, or anywhere
+    const Vec end = tubes.get_ball(random.get_index(tubes.curves.get_segment_count()), k % 2, time).position;
+    const Vec direction = (k % 3 == 0 ? end : random.get_vec()) - origin;
     GeometryRayPacket packet;
     packet.resize(1);
     packet.set_ray(0, origin, direction, 0.0, DBL_MAX, time);
@@ -188,13 +190,15 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
     if (hit.geometry == nullptr) continue;
     ++hits;
     const uint first = tubes.curves.get_first_segment(other.primitive);
-    const uint end = tubes.curves.get_first_segment(other.primitive + 1);
+    const uint count = tubes.curves.get_first_segment(other.primitive + 1) - first;
     EXPECT_EQ(hit.primitive, first + other.part);
     const GeometrySurfacePoint point = tubes.fibres.get_surface_point(other, time);
     EXPECT_EQ(point.position, tubes.segments.get_surface_point(hit, time).position);
-    const Ball ball = tubes.get_ball(hit.primitive, point.uv.x * (end - first) - other.part, time);
-    EXPECT_LT((ball.position + point.normal * ball.radius - packet.get_ray(0).get_point(hit.distance)).get_length(),
-              1e-7);
+    const Ball ball = tubes.get_ball(hit.primitive, point.uv.x * count - other.part, time);
+    const Vec place = packet.get_ray(0).get_point(hit.distance);
+    EXPECT_LT((ball.position + point.normal * ball.radius - place).get_length(), 1e-7);
+    EXPECT_LT((point.position - place).get_length(), 1e-8);
+    EXPECT_TRUE(point.uv.y >= 0.0 && point.uv.y < 1.0) << point.uv.y;
   }
   EXPECT_GT(hits, scaled(400, 40));
 }

@@ -159,7 +159,7 @@ class BeautyTile {
     point.albedo = point.albedo * static_cast<float>(0.75 + 0.5 * random_unit(strand, 21));
     const double width = 2.0 * point.fiber_radius / (hit.distance * pixel_.get_length());
     const double roundness = (width - 2.0) / 4.0;
-    const uint chance = hash_bits(static_cast<uint>(hit.v * 0x1p31) ^ hit.primitive);
+    const uint chance = hash_bits(static_cast<uint>(std::fabs(hit.v) * 0x1p31) ^ hit.primitive);
     point.is_fiber = random_unit(chance, 22) >= roundness;
   }
 
