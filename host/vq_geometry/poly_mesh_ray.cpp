@@ -2,10 +2,10 @@
 // double precision. The space is sheared so that the ray becomes the z axis; a triangle is then hit when its three edge
 // functions agree in sign at the origin. The products in an edge function round monotonically, so that the sign of the
 // difference is right or zero, and two triangles see their common edge with opposite signs: no ray slips between them.
+// A zero belongs to both. Triangles of one polygon then offer the point once; those of two polygons offer it each.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_geometry/poly_mesh.h"
@@ -81,6 +81,46 @@ inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, 
   return true;
 }
 
+/// Whether an edge function may have been zero: surely not, when false.
+bool may_be_on_edge(const GeometryCandidate& hit) {
+  return hit.u == 0.0 || hit.v == 0.0 || hit.u + hit.v > 1.0 - 1e-14;
+}
+
+bool has_vertex(const u32* triangle, u32 vertex) {
+  return triangle[0] == vertex || triangle[1] == vertex || triangle[2] == vertex;
+}
+
+/// Whether both triangles, given by their vertices, hold one edge or one vertex that the ray's line meets exactly.
+/// Edge functions depend on the edge alone, so that both triangles see the same zero.
+template <class GetPosition>
+bool share_met_edge(const ShearedRay& ray, const u32* triangle, const u32* other, const GetPosition& get_position) {
+  for (uint k = 0; k < 3; ++k) {
+    const u32 from = triangle[k], to = triangle[k == 2 ? 0 : k + 1];
+    if (!has_vertex(other, from)) continue;
+    const ShearedVertex a(ray, get_position(from));
+    if (a.x == 0.0 && a.y == 0.0) return true;
+    if (has_vertex(other, to) && get_edge_function(a, ShearedVertex(ray, get_position(to))) == 0.0) return true;
+  }
+  return false;
+}
+
+/// Whether one of the `part` triangles before `triangle` in the polygon has offered the same point: the ray meets
+/// exactly what they share. No tolerance on distances could tell: at a flat angle rounding moves the two apart without
+/// bound. Searched backwards, because around a corner the neighbor often comes just before.
+template <class GetPosition>
+[[gnu::noinline]] bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const ShearedRay& sheared,
+                                          const u32* triangle, uint part, const GetPosition& get_position) {
+  for (const u32* other = triangle; part-- > 0;) {
+    other -= 3;
+    GeometryCandidate hit;
+    if (share_met_edge(sheared, triangle, other, get_position) &&
+        hit_triangle(sheared, get_position(other[0]), get_position(other[1]), get_position(other[2]), hit) &&
+        hit.distance >= query.get_tnear(ray) && hit.distance < query.get_tfar(ray))
+      return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 template <class GetPosition>
@@ -88,17 +128,16 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
                                uint ray, const GetPosition& get_position) const {
   const ShearedRay sheared(query.get_ray(ray));
   const u32* vertices = get_part_vertices(primitive, 0);
-  double last_distance = std::numeric_limits<double>::quiet_NaN();
   for (uint part = 0, count = get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
     if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
       continue;
-    // A ray through a diagonal meets the triangles on both of its sides, at one point of the polygon: one hit. The two
-    // distances differ by rounding only.
-    if (std::fabs(hit.distance - last_distance) <= 1e-12 * std::fabs(last_distance)) continue;
+    // On an inner edge the ray meets the triangles on both sides, at one point of the polygon: one hit.
+    if (part != 0 && may_be_on_edge(hit) && is_already_offered(query, ray, sheared, vertices, part, get_position))
+      continue;
     hit.primitive = primitive;
     hit.part = part;
-    if (query.push_intersection(ctx, shader, ray, hit)) last_distance = hit.distance;
+    query.push_intersection(ctx, shader, ray, hit);
     if (!query.is_nearest() && query.is_stopped(ray)) return;
   }
 }

@@ -3,6 +3,8 @@
 #include <limits>
 
 #include "host/mesh_shots.h"
+#include "support/random_values.h"
+#include "support/test_scale.h"
 
 namespace {
 
@@ -43,7 +45,39 @@ TEST(PolyMeshRay, hits_of_one_polygon_are_not_told_twice_and_may_end_the_ray) {
   // Goes round twice, so that it lies over itself.
   create(spiral, make_polygons({{0, 0, 1}, {4, 0, 1}, {0, 4, 1}, {0, 0, 2}, {4, 0, 2}, {0, 4, 2}}, 6));
   EXPECT_GE(count_hits(world, spiral, {0.9, 1.1, 0}, {0, 0, 1}), 2u);
+  EXPECT_GE(count_hits(world, spiral, {0.5, 0, 0}, {0, 0, 1}), 2u) << "on an edge of each turn";
   EXPECT_EQ(count_hits(world, spiral, {0.9, 1.1, 0}, {0, 0, 1}, 1), 1u);
+}
+
+// From nearby, rounding moves the ray by more than the distance has digits for.
+TEST(PolyMeshRay, inner_edges_and_corners_are_hit_once_from_nearby) {
+  QueryWorld world;
+  RandomValues random(17);
+  for (uint k = 0; k < scaled(100, 20); ++k) {
+    const uint count = 4 + k / 2 % 9;
+    std::vector<VecF> star;
+    for (uint corner = 0; corner < count; ++corner) {
+      const double angle = (k % 2 == 0 ? 6.28 : -6.28) * corner / count, radius = random.get(200, 1000);
+      star.push_back(VecF(Vec(std::cos(angle), std::sin(angle), 0.1 * std::cos(angle)) * radius));
+    }
+    PolyMesh mesh;
+    create(mesh, make_polygons(star, count));
+    for (const VecF& corner : star) EXPECT_EQ(count_hits(world, mesh, {corner.x, corner.y, 999}, {0, 0, -1}), 1u);
+    for (uint part = 0; part < count - 2; ++part) {
+      const u32* corner = mesh.get_part_vertices(0, part);
+      for (uint side = 0; side < 3; ++side) {
+        const u32 from = corner[side], to = corner[(side + 1) % 3];
+        if ((from + 1) % count == to) continue;
+        for (uint ray = 0; ray < 20; ++ray) {
+          const double where = random.get(0.01, 0.99);
+          const Vec target = Vec(star[from]) * (1 - where) + Vec(star[to]) * where;
+          const Vec direction(random.get(-0.3, 0.3), random.get(-0.3, 0.3), ray % 2 == 0 ? 1 : -1);
+          ASSERT_EQ(count_hits(world, mesh, target - direction * 0.001, direction), 1u)
+              << k << ' ' << from << ' ' << to;
+        }
+      }
+    }
+  }
 }
 
 TEST(PolyMeshRay, interval_is_closed_at_its_beginning_and_open_at_its_end) {
