@@ -44,14 +44,18 @@ class GeometryObject : public ResourceData {
 
   /// The primitive's box at rest. Whatever the coordinates give: it may be NaN or infinite.
   virtual GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const = 0;
-  /// The primitive's box at `time`.
+  /// The primitive's box at `time`. A structure calls this at the sample times of the context's motion blur and blends
+  /// the boxes of two neighboring samples, bound by bound, in a straight line: the blended box must hold the primitive
+  /// at all times between the two. Where the primitive does not move in a straight line between them, because it has
+  /// keys of its own there, the boxes at both samples must be larger by what sticks out, computed the same way at
+  /// either; gmath_get_bbox_between_keys() does so. Without motion blur in the context, the box at `time` alone.
   virtual GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time, const uint& primitive) const;
   /// The primitive's box at rest, measured along the axes of `space` (unit length, at right angles): from the smallest
   /// to the largest coordinate that GMathLinearSpace3::measure() gives of its points. Unless overridden, that of the
   /// corners of get_primitive_bbox().
   virtual GMathBbox3<double> get_primitive_bbox_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
                                                          const uint& primitive) const;
-  /// The same at `time`.
+  /// The same at `time`, with room for keys as get_primitive_bbox_at() has it.
   virtual GMathBbox3<double> get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                             const GMathLinearSpace3<double>& space,
                                                             const uint& primitive) const;
@@ -59,6 +63,7 @@ class GeometryObject : public ResourceData {
   /// primitive. The world's axes unless overridden.
   virtual GMathLinearSpace3<double> get_primitive_space(const CtxEval& ctx, const uint& primitive) const;
   virtual GMathBbox3<double> get_bbox(const CtxEval& ctx) const;
+  /// Around the boxes of get_primitive_bbox_at().
   virtual GMathBbox3<double> get_bbox_at(const CtxEval& ctx, const double& time) const;
 
   /// Tests one primitive against every ray of the query's active range and pushes the hits. Rays of an all-hits query

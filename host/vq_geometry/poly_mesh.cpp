@@ -8,7 +8,10 @@
 
 #include "vq_core/core_class_info.h"
 #include "vq_core/core_log.h"
+#include "vq_ctx/ctx_eval.h"
+#include "vq_ctx/ctx_motion_blur.h"
 #include "vq_geometry/poly_mesh_triangulate.h"
+#include "vq_gmath/gmath_key_bbox.h"
 
 namespace {
 
@@ -275,7 +278,9 @@ GMathBbox3<double> PolyMesh::get_primitive_bbox(const CtxEval& /*ctx*/, const ui
   return compute_bbox(primitive, nan_time);
 }
 
-GMathBbox3<double> PolyMesh::get_primitive_bbox_at(const CtxEval& /*ctx*/, const double& time,
+GMathBbox3<double> PolyMesh::get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                                    const uint& primitive) const {
-  return compute_bbox(primitive, time);
+  const CtxMotionBlur* motion_blur = ctx.get_motion_blur();
+  return gmath_get_bbox_between_keys(motion_blur != nullptr ? &motion_blur->get_time_sampling() : nullptr,
+                                     motion_sampling_, time, [&](double at) { return compute_bbox(primitive, at); });
 }

@@ -68,7 +68,8 @@ class PolyMesh final : public GeometryObject {
 
   /// NaN for a polygon with fewer than three corners or a NaN coordinate.
   GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
-  /// Around the vertices as they are at `time`; a NaN time stands for the mesh at rest.
+  /// Around the vertices as they are at `time`, with room for motion samples between those of the context's motion
+  /// blur; a NaN time stands for the mesh at rest.
   GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                            const uint& primitive) const override;
   GMathBbox3<double> get_bbox(const CtxEval& /*ctx*/) const override { return bbox_; }

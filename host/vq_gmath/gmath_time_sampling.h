@@ -9,6 +9,8 @@ class GMathTimeSampling {
   GMathTimeSampling() = default;
   GMathTimeSampling(double begin, double step, uint count) : begin_(begin), step_(step), count_(count) {}
 
+  bool operator==(const GMathTimeSampling&) const = default;
+
   double get_begin() const { return begin_; }
   double get_step() const { return step_; }
   uint get_sample_count() const { return count_; }

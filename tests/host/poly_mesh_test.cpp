@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "host/mesh_shots.h"
+#include "support/key_bbox_check.h"
 #include "support/random_values.h"
 #include "support/test_scale.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -163,6 +164,47 @@ TEST(PolyMeshCreate, knows_which_groups_move) {
   EXPECT_FALSE(mesh.has_shading_group_motion(0));
   EXPECT_TRUE(mesh.has_shading_group_motion(1));
   EXPECT_FALSE(mesh.has_shading_group_motion(2));
+}
+
+TEST(PolyMeshMotion, blended_boxes_hold_what_moves_between_the_samples) {
+  QueryWorld world;
+  RandomValues random(23);
+  uint unaligned_growth = 0;
+  for (uint k = 0; k < scaled(300, 50); ++k) {
+    PolyMeshData data = make_polygons(std::vector<VecF>(4), 4);
+    const bool straight = k % 4 == 0;
+    data.motion_positions.assign(straight ? 9 : 1 + k % 6, data.positions);
+    data.motion_begin = straight ? -2 : random.get(-0.5, 0.5);
+    data.motion_step = straight ? 0.7 : random.get(0.05, 1);
+    for (uint sample = 0; sample < data.motion_positions.size(); ++sample)
+      for (VecF& position : data.motion_positions[sample])
+        position = straight ? VecF(k / 64.0f, 5, 1) + VecF(4, -2, 1) * static_cast<float>(sample)  // exact
+                            : random.get_vec<float>(3);
+    PolyMesh mesh;
+    create(mesh, data);
+    const CtxMotionBlur motion_blur(0.1, 1, 2 + k / 6 % 4);
+    SCOPED_TRACE(k);
+    const uint grown =
+        check_boxes_between_keys(world.ctx, motion_blur, mesh.get_motion_sampling(), 1e-12,
+                                 [&](double time) { return mesh.get_primitive_bbox_at(world.ctx, time, 0); });
+    EXPECT_TRUE(!straight || grown == 0);
+    unaligned_growth += grown;
+  }
+  EXPECT_GT(unaligned_growth, 0u);
+  // Samples of the shutter that fall on the mesh's but for rounding.
+  PolyMeshData data = make_polygons(std::vector<VecF>(4), 4);
+  for (uint sample = 0; sample < 11; ++sample) {
+    data.motion_positions.push_back(data.positions);
+    for (VecF& position : data.motion_positions.back()) position = random.get_vec<float>(3);
+  }
+  data.motion_step = 0.1;
+  PolyMesh mesh;
+  create(mesh, data);
+  const CtxMotionBlur aligned(0, 0.7, 8);
+  EXPECT_NE(aligned.get_sample_step(), data.motion_step);
+  EXPECT_EQ(check_boxes_between_keys(world.ctx, aligned, mesh.get_motion_sampling(), 1e-12,
+                                     [&](double time) { return mesh.get_primitive_bbox_at(world.ctx, time, 0); }),
+            0u);
 }
 
 TEST(PolyMeshSurface, point_normals_and_uv_of_a_hit) {
