@@ -79,6 +79,8 @@ class CurveSet {
   bool has_group_motion(uint group) const;
   u64 get_array_bytes() const;
 
+  /// When the motion samples are.
+  const GMathTimeSampling& get_motion_sampling() const { return motion_sampling_; }
   /// A NaN time stands for the fibres at rest.
   Place get_place(double time) const;
   /// `shape` must be get_shape().

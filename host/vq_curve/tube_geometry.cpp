@@ -4,9 +4,12 @@
 #include <cmath>
 #include <limits>
 
+#include "vq_ctx/ctx_eval.h"
+#include "vq_ctx/ctx_motion_blur.h"
 #include "vq_curve/curve_frustum.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
+#include "vq_gmath/gmath_key_bbox.h"
 
 namespace {
 
@@ -24,8 +27,17 @@ uint get_last_point(CurveShape shape) { return shape == CurveShape::linear ? 1 :
 }  // namespace
 
 template <TubePrimitive kind>
-GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
-                                                    const GMathLinearSpace3<double>& space) const {
+GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space,
+                                                    const CtxMotionBlur* motion_blur) const {
+  const GMathBbox3<double> box = gmath_get_bbox_between_keys(
+      motion_blur != nullptr ? &motion_blur->get_time_sampling() : nullptr, curves_.get_motion_sampling(), time,
+      [&](double at) { return unite_segments(primitive, at, space); });
+  return GMathBbox3<double>(gmath_round_outwards(box));
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::unite_segments(uint primitive, double time,
+                                                      const GMathLinearSpace3<double>& space) const {
   const SegmentRange segments = get_segments(primitive);
   const CurveSet::Place place = curves_.get_place(time);
   GMathBbox3<double> out;
@@ -34,32 +46,32 @@ GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
       out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space));
   });
   const GMathVec3<double> none(nan_time, nan_time, nan_time);
-  return out.is_empty() ? GMathBbox3<double>(none, none) : GMathBbox3<double>(gmath_round_outwards(out));
+  return out.is_empty() ? GMathBbox3<double>(none, none) : out;
 }
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox(const CtxEval& /*ctx*/, const uint& primitive) const {
-  return compute_bbox(primitive, nan_time, {});
+  return compute_bbox(primitive, nan_time, {}, nullptr);
 }
 
 template <TubePrimitive kind>
-GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_at(const CtxEval& /*ctx*/, const double& time,
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                                              const uint& primitive) const {
-  return compute_bbox(primitive, time, {});
+  return compute_bbox(primitive, time, {}, ctx.get_motion_blur());
 }
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space(const CtxEval& /*ctx*/,
                                                                    const GMathLinearSpace3<double>& space,
                                                                    const uint& primitive) const {
-  return compute_bbox(primitive, nan_time, space);
+  return compute_bbox(primitive, nan_time, space, nullptr);
 }
 
 template <TubePrimitive kind>
-GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space_at(const CtxEval& /*ctx*/, const double& time,
+GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                                       const GMathLinearSpace3<double>& space,
                                                                       const uint& primitive) const {
-  return compute_bbox(primitive, time, space);
+  return compute_bbox(primitive, time, space, ctx.get_motion_blur());
 }
 
 template <TubePrimitive kind>

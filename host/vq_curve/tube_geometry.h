@@ -8,6 +8,8 @@
 #include "vq_curve/curve_set.h"
 #include "vq_geometry/geometry_object.h"
 
+class CtxMotionBlur;
+
 enum class TubePrimitive { segment, fibre };
 
 template <TubePrimitive kind>
@@ -34,7 +36,8 @@ class TubeGeometry : public GeometryObject {
 
   // Boxes hold the solid and are rounded outwards to single precision, so that converting them loses nothing. Segments
   // with a NaN or infinite value count for nothing; NaN for a primitive that has no others. A NaN time stands for the
-  // fibres at rest, here and below.
+  // fibres at rest, here and below. Boxes at a time have room for motion samples between those of the context's motion
+  // blur.
   GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
   GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                            const uint& primitive) const override;
@@ -71,7 +74,10 @@ class TubeGeometry : public GeometryObject {
     if constexpr (kind == TubePrimitive::segment) return {primitive, primitive + 1};
     return {curves_.get_first_segment(primitive), curves_.get_first_segment(primitive + 1)};
   }
-  GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
+  GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space,
+                                  const CtxMotionBlur* motion_blur) const;
+  /// The box of the solid as it is at `time`, not rounded; NaN without a valid segment.
+  GMathBbox3<double> unite_segments(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
   CurveSurfacePoint compute_surface_point(const GeometryIntersection& hit, double time) const;
   template <CurveShape shape>
   void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;

@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "host/mesh_shots.h"
+#include "support/key_bbox_check.h"
 #include "support/random_values.h"
 #include "support/test_scale.h"
 #include "vq_ctx/ctx_motion_blur.h"
@@ -162,6 +163,27 @@ TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
       check(tubes.segments, segment);
       check(tubes.fibres, tubes.curves.get_curve(segment));
     }
+  }
+}
+
+TEST(TubeGeometry, blended_boxes_hold_what_moves_between_the_samples) {
+  QueryWorld world;
+  for (uint k = 0; k < 16; ++k) {
+    const Tubes tubes(make_fibres(CurveBasis(k % 4), k, 5));
+    const CtxMotionBlur motion_blur(1.9, 3.3, 2 + k / 4);
+    const GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, 2);
+    const auto check = [&](const GeometryObject& geometry) {
+      EXPECT_GT(
+          check_boxes_between_keys(world.ctx, motion_blur, tubes.curves.get_motion_sampling(), 1e-6,
+                                   [&](double time) { return geometry.get_primitive_bbox_at(world.ctx, time, 2); }),
+          0u);
+      EXPECT_GT(check_boxes_between_keys(
+                    world.ctx, motion_blur, tubes.curves.get_motion_sampling(), 1e-6,
+                    [&](double time) { return geometry.get_primitive_bbox_in_space_at(world.ctx, time, space, 2); }),
+                0u);
+    };
+    check(tubes.segments);
+    check(tubes.fibres);
   }
 }
 
