@@ -3,6 +3,7 @@
 // parallel.
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -121,8 +122,12 @@ struct GasBvhMotion<width>::UNodesUpdate {
       // Items that rest far away bring an offset that is the larger term.
       const double offset = at.rows[4 * axis + 3][lane];
       const double slack = bvh_oriented_slack * std::max(reach * inverse_length[axis], std::fabs(offset));
-      out.min[axis] = static_cast<float>(box.min[axis] * inverse_length[axis] + offset - slack);
-      out.max[axis] = static_cast<float>(box.max[axis] * inverse_length[axis] + offset + slack);
+      // A lane that is blended or tested beyond the float range would be NaN, and seem to be missed.
+      constexpr double most = std::numeric_limits<float>::max() / 4;
+      const double low = box.min[axis] * inverse_length[axis] + offset - slack;
+      const double high = box.max[axis] * inverse_length[axis] + offset + slack;
+      out.min[axis] = static_cast<float>(low >= -most ? std::min(low, most) : -most);
+      out.max[axis] = static_cast<float>(high <= most ? std::max(high, -most) : most);
     }
     return out;
   }
