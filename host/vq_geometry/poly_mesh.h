@@ -50,7 +50,9 @@ class PolyMesh final : public GeometryObject {
   PolyMesh(const PolyMesh&) = delete;
   PolyMesh& operator=(const PolyMesh&) = delete;
 
-  /// Replaces the mesh. Nothing may read it meanwhile. O(corners), and O(n^2) for a polygon of n corners.
+  /// Replaces the mesh. Nothing may read it meanwhile. O(corners), and about O(n log n) for a polygon of n corners. A
+  /// polygon whose edges cross is cut into triangles that may overlap and reach outside of it; see
+  /// poly_mesh_triangulate.h.
   /// @return false, with one sentence in `error` and the mesh as it was, when sizes disagree or an index is out of
   ///         range; false with an empty mesh when there is no memory
   bool create(PolyMeshData&& data, CoreString& error);

@@ -3,6 +3,13 @@
 #include <algorithm>
 #include <cmath>
 
+namespace {
+
+/// Below, testing every corner against every other takes less than a tenth of a millisecond.
+constexpr u32 most_of_small = 256;
+
+}  // namespace
+
 GMathVec3<double> poly_mesh_get_newell_normal(const std::vector<GMathVec3<double>>& points) {
   GMathVec3<double> normal;
   for (std::size_t k = 0; k < points.size(); ++k) {
@@ -87,19 +94,22 @@ void PolyMeshTriangulator::clip(u32 corner, std::vector<u32>& triangles) {
   --left_;
 }
 
+u32 PolyMeshTriangulator::clip_small(std::vector<u32>& triangles) {
+  budget_ = 16.0 * left_ * left_;  // sound polygons need about two tests of every corner against every other
+  u32 corner = 1;                  // a fan around corner 0 where all corners are convex
+  while (left_ > 3 && find_ear(corner) && budget_ > 0.0) {
+    clip(corner, triangles);
+    corner = corners_[corner].next;
+  }
+  return corner;
+}
+
 void PolyMeshTriangulator::triangulate(std::vector<u32>& triangles) {
   triangles.clear();
   left_ = static_cast<u32>(points.size());
   if (left_ < 3) return;
   project();
-  // Sound polygons need about two tests of every corner against every other. The absolute bound keeps a polygon of a
-  // million tangled corners from stopping the program.
-  budget_ = std::min(16.0 * left_ * left_, 2e9);
-  u32 corner = 1;  // a fan around corner 0 where all corners are convex
-  while (left_ > 3 && find_ear(corner) && budget_ > 0.0) {
-    clip(corner, triangles);
-    corner = corners_[corner].next;
-  }
+  const u32 corner = left_ > most_of_small ? clip_large(triangles) : clip_small(triangles);
   u32 first = corners_[corner].next;
   u32 second = corners_[first].next;
   for (; left_ >= 3; --left_, second = corners_[second].next)
