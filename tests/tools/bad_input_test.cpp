@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 
@@ -129,6 +130,69 @@ TEST(VqgasBadInput, outputs_that_cannot_be_written_are_told_before_the_work) {
   folder.write("flat.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nf 1 2 3\n");
   expect_one_line(run_vqgas(folder.get_path(), {"groom", "flat.obj", "-o", "a.hair"}), "flat.obj");
   EXPECT_EQ(folder.list(), (std::vector<std::string>{"cube.obj", "flat.obj", "taken.png"}));
+}
+
+TEST(VqgasBadInput, outputs_that_do_not_fit_are_told) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  for (const std::string name : {"full.png", "full.exr", "full.hair", "full.json"})
+    std::filesystem::create_symlink("/dev/full", folder.get_path() / name);
+  for (const std::string name : {"full.png", "full.exr"})
+    expect_one_line(run_vqgas(folder.get_path(), {"render", "cube.obj", "-o", name, "--size", "64x48"}), name);
+  expect_one_line(run_vqgas(folder.get_path(), {"groom", "cube.obj", "-o", "full.hair"}), "full.hair");
+  expect_one_line(run_vqgas(folder.get_path(), {"info", "cube.obj", "--quiet", "--json", "full.json"}), "full.json");
+  const std::vector<std::vector<std::string>> prints = {
+      {"--help"}, {"info", "cube.obj"}, {"info", "cube.obj", "--json", "-"}, {"trace", "cube.obj"}};
+  for (const std::vector<std::string>& line : prints)
+    expect_one_line(run_vqgas(folder.get_path(), line, "", "/dev/full"), "standard output");
+  const std::string line = "cd '" + folder.get_path().string() +
+                           "' && { sleep 0.2; '" VQGAS_PROGRAM "' info cube.obj 2>err; echo $? >code; } | :";
+  EXPECT_EQ(std::system(line.c_str()), 0);
+  EXPECT_EQ(folder.read("code"), "1\n") << "nobody reads the pipe";
+  EXPECT_NE(folder.read("err").find("standard output"), std::string::npos);
+}
+
+TEST(VqgasBadInput, no_output_replaces_an_input_or_another_output) {
+  namespace fs = std::filesystem;
+  const TestFolder folder;
+  const std::string cube = make_cube_obj(1.0);
+  folder.write("cube.obj", cube);
+  fs::create_directory(folder.get_path() / "sub");
+  fs::create_symlink("../cube.obj", folder.get_path() / "sub/link.obj");
+  fs::create_symlink("later.json", folder.get_path() / "dangling.json");
+  fs::create_hard_link(folder.get_path() / "cube.obj", folder.get_path() / "hard.obj");
+  const std::vector<std::string> before = folder.list();
+  const std::string absolute = (folder.get_path() / "sub/../p.png").string();
+  const std::vector<std::vector<std::string>> lines = {
+      {"info", "cube.obj", "--json", "cube.obj"},
+      {"info", "sub/link.obj", "--json", "./cube.obj"},
+      {"select", "cube.obj", "--json", "hard.obj"},
+      {"trace", "cube.obj", "--json", "/dev/stdin"},
+      {"trace", "cube.obj", "--json", "/dev/../dev/stdout"},
+      {"groom", "cube.obj", "-o", "fur.hair", "--json", "sub/../fur.hair"},
+      {"render", "cube.obj", "-o", "p.png", "--json", "p.png"},
+      {"render", "cube.obj", "-o", "p.png", "-o", absolute},
+      {"render", "cube.obj", "--layers", "beauty,depth", "-o", "p.png", "-o", "p.depth.png"}};
+  for (const auto& line : lines) {
+    const ProgramResult result = run_vqgas(folder.get_path(), line);
+    EXPECT_EQ(result.exit_code, 2) << testing::PrintToString(line);
+    EXPECT_EQ(result.count_error_lines(), 1u) << result.err;
+    EXPECT_EQ(result.err.find("vqgas: " + line.back() + ": "), 0u) << result.err;
+  }
+  EXPECT_EQ(folder.list(), before);
+  EXPECT_EQ(folder.read("cube.obj"), cube);
+
+  // Links are followed to what they name, devices and pipes written as they are.
+  const auto run_info = [&](const std::string& name) {
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", "cube.obj", "--quiet", "--json", name});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    return result.out;
+  };
+  run_info("dangling.json");
+  EXPECT_TRUE(fs::is_symlink(folder.get_path() / "dangling.json"));
+  EXPECT_EQ(run_info("/dev/stdout").substr(0, 1), "[");
+  run_info("/dev/null");
+  EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
 TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {

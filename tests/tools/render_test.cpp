@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
 #include <cstdint>
 #include <numbers>
 
@@ -244,24 +243,4 @@ TEST(VqgasRender, threads_do_not_change_a_byte) {
     EXPECT_FALSE(pictures[0].empty());
     EXPECT_TRUE(pictures[0] == pictures[1]) << scene;
   }
-}
-
-TEST(VqgasRender, an_interrupt_leaves_whole_files_or_none) {
-  // Some of these moments fall into the rendering, some into the writing, some come too late; none before the start.
-  int interrupted = 0;
-  for (int milliseconds = 400; milliseconds <= 2000; milliseconds += 200) {
-    const TestFolder folder;
-    const ProgramResult result = interrupt_vqgas(
-        folder.get_path(),
-        {"render", "demo:knot", "-o", "big.exr", "--size", "1600x1200", "--layers", "depth,normal,position,count"},
-        SIGINT, milliseconds);
-    interrupted += result.exit_code == 130;
-    EXPECT_TRUE(result.exit_code == 130 || result.exit_code == 0) << result.exit_code;
-    EXPECT_EQ(result.err, "");
-    for (const std::string& name : folder.list()) {
-      ASSERT_EQ(name, "big.exr");
-      EXPECT_NO_THROW(read_exr(folder.get_path() / name));
-    }
-  }
-  EXPECT_GT(interrupted, 0);
 }

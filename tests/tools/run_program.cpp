@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,19 +28,30 @@ void redirect(int descriptor, const fs::path& path, int flags) {
   close(file);
 }
 
-pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs::path& streams) {
+pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs::path& streams,
+            const fs::path& output) {
   std::vector<char*> words;
   arguments.insert(arguments.begin(), VQGAS_PROGRAM);
   for (std::string& argument : arguments) words.push_back(argument.data());
   words.push_back(nullptr);
   const pid_t child = fork();
   if (child != 0) return child;
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);  // whatever started the tests
   redirect(STDIN_FILENO, streams / "in", O_RDONLY);
-  redirect(STDOUT_FILENO, streams / "out", O_WRONLY | O_CREAT | O_TRUNC);
+  redirect(STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC);
   redirect(STDERR_FILENO, streams / "err", O_WRONLY | O_CREAT | O_TRUNC);
   if (chdir(folder.c_str()) != 0) _exit(126);
   execv(words[0], words.data());
   _exit(127);
+}
+
+/// Whether the program has installed a handler: a bit of the line "SigCgt: <hexadecimal>".
+bool handles_signal(pid_t child, int signal) {
+  std::ifstream status("/proc/" + std::to_string(child) + "/status");
+  for (std::string word; status >> word;) {
+    if (word == "SigCgt:" && status >> word) return (std::stoull(word, nullptr, 16) >> (signal - 1) & 1) != 0;
+  }
+  return false;
 }
 
 ProgramResult finish(pid_t child, const fs::path& streams) {
@@ -58,20 +70,27 @@ std::size_t ProgramResult::count_error_lines() const {
   return static_cast<std::size_t>(std::count(err.begin(), err.end(), '\n'));
 }
 
-ProgramResult run_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, const std::string& input) {
+ProgramResult run_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, const std::string& input,
+                        const fs::path& output) {
   const TestFolder streams;
   streams.write("in", input);
-  return finish(start(folder, arguments, streams.get_path()), streams.get_path());
+  const fs::path out = output.empty() ? streams.get_path() / "out" : output;
+  return finish(start(folder, arguments, streams.get_path(), out), streams.get_path());
 }
 
 ProgramResult interrupt_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, int signal,
-                              int milliseconds) {
+                              int milliseconds, int times) {
   const TestFolder streams;
-  streams.write("in", "");
-  const pid_t child = start(folder, arguments, streams.get_path());
+  const fs::path input = streams.get_path() / "in";
+  mkfifo(input.c_str(), 0600);
+  const int writer = open(input.c_str(), O_RDWR);
+  const pid_t child = start(folder, arguments, streams.get_path(), streams.get_path() / "out");
+  for (int wait = 0; wait < 5000 && !handles_signal(child, signal); ++wait) usleep(1000);
   usleep(static_cast<useconds_t>(milliseconds) * 1000);
-  kill(child, signal);
-  return finish(child, streams.get_path());
+  for (int k = 0; k < times; ++k) kill(child, signal);
+  const ProgramResult result = finish(child, streams.get_path());
+  close(writer);
+  return result;
 }
 
 TestFolder::TestFolder() {

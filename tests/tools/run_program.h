@@ -14,11 +14,13 @@ struct ProgramResult {
 
 /// Runs vqgas with these arguments in `folder`, standard input from `input`; standard output and error are files, as
 /// behind a pipe.
+/// @param output  where standard output goes instead, if not empty; it must exist
 ProgramResult run_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
-                        const std::string& input = "");
-/// Runs it and sends `signal` after `milliseconds`.
+                        const std::string& input = "", const std::filesystem::path& output = {});
+/// Runs it with a standard input that never ends, and sends `signal` so many times, `milliseconds` after the program
+/// began to handle it.
 ProgramResult interrupt_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
-                              int signal, int milliseconds);
+                              int signal, int milliseconds, int times);
 
 /// A folder of the running test's own, empty at first, removed with the object.
 class TestFolder {

@@ -21,11 +21,17 @@ struct SelectTexts {
   std::string mode = "any", camera, size = "960x540", rect, box;
 };
 
+/// One name for standard output.
+std::string name_standard_output(const std::string& path) {
+  const bool is_standard_output = path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
+  return is_standard_output ? "-" : path;
+}
+
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
   command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
       ->check(CLI::Range(1u, 1024u));
   command.add_flag("--quiet", options.quiet, "No progress, no messages");
-  command.add_option("--json", options.json, json_help)->type_name("FILE");
+  command.add_option("--json", options.json, json_help)->type_name("FILE")->transform(name_standard_output);
 }
 
 /// The checks of the library let NaN pass and tell ranges with 300 digits.

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/mesh_builder.h"
 #include "tools/vqgas/random.h"
 #include "vq_app_base/app_base.h"
@@ -132,7 +133,8 @@ class GrowTask final : public SysThreadTask {
     flags = counted | for_waiter;
   }
   void run(const uint&) override {
-    for (u64 strand = first_; strand < end_; ++strand) groom_.grow_strand(strand, out_ + strand * points_);
+    for (u64 strand = first_; strand < end_ && !is_interrupted(); ++strand)
+      groom_.grow_strand(strand, out_ + strand * points_);
     const uint grown = done_ += static_cast<uint>(end_ - first_);
     if (progress_ != nullptr) progress_->step(grown);
   }
@@ -200,6 +202,7 @@ CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, A
   }
   if (progress == nullptr) {
     for (const auto& task : tasks) task->run(0);
+    throw_if_interrupted();
     return data;
   }
   progress->begin_task("Grow", 1.0);
@@ -207,6 +210,7 @@ CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, A
   SysThreadTaskManager group(progress->get_application().get_thread_manager());
   for (const auto& task : tasks) group.add_task(task.get());
   group.wait_until_completed(true);
+  throw_if_interrupted();
   progress->end_task();
   return data;
 }

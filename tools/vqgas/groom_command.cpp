@@ -12,7 +12,6 @@
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/scene_flatten.h"
 #include "tools/vqgas/scene_load.h"
-#include "vq_app_base/app_base.h"
 #include "vq_geometry/poly_mesh.h"
 
 namespace {
@@ -39,15 +38,14 @@ GroomSettings complete_settings(const GroomOptions& options, double area) {
 }  // namespace
 
 void run_groom(const GroomOptions& options) {
-  check_output(options.output);
-  check_output(options.json);
+  check_outputs({options.output, options.json}, {options.file});
   PolyMesh mesh;
   create_mesh(options.file, mesh);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.file, "has no area that fur could grow on");
   const GroomSettings settings = complete_settings(options, surface.get_area());
 
-  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  StoppableApplication application(options.threads);
   const ProgressDisplay display(application, is_progress_wanted(options.quiet));
   AppProgressBar* progress = application.create_progress_bar("Groom");
   const auto begin = std::chrono::steady_clock::now();

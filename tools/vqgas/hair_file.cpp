@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -154,6 +153,7 @@ class HairReader {
     std::vector<float> piece(std::min<std::size_t>(count, 8192) * width);
     for (std::size_t first = 0; first < count && file_; first += 8192) {
       const std::size_t here = std::min<std::size_t>(count - first, 8192);
+      throw_if_interrupted();
       read_array(piece.data(), here * width);
       for (std::size_t k = 0; k < here; ++k) take(first + k, piece.data() + k * width);
     }
@@ -179,13 +179,13 @@ HairHeader make_header(const std::string& path, const CurveData& data, const std
 
 /// Writes `width` floats of each point, some thousands of points at a time.
 template <std::size_t width, class Give>
-void write_in_pieces(std::ofstream& file, const std::vector<CurvePoint<float>>& points, const Give& give) {
+void write_in_pieces(OutputFile& file, const std::vector<CurvePoint<float>>& points, const Give& give) {
   std::vector<float> piece;
-  for (std::size_t first = 0; first < points.size() && file; first += 8192) {
+  for (std::size_t first = 0; first < points.size(); first += 8192) {
     const std::size_t here = std::min<std::size_t>(points.size() - first, 8192);
     piece.resize(here * width);
     for (std::size_t k = 0; k < here; ++k) give(points[first + k], piece.data() + k * width);
-    file.write(reinterpret_cast<const char*>(piece.data()), static_cast<std::streamsize>(piece.size() * sizeof(float)));
+    file.write(piece.data(), piece.size() * sizeof(float));
   }
 }
 
@@ -208,22 +208,17 @@ HairSource read_hair(const std::string& path) {
 
 void write_hair(const std::string& path, const CurveData& data, const std::string& info) {
   const HairHeader header = make_header(path, data, info);
-  OutputFile output(path);
-  errno = 0;
-  std::ofstream file(output.get_temporary_path(), std::ios::binary);
-  file.write(reinterpret_cast<const char*>(&header), sizeof(header));
+  OutputFile file(path);
+  file.write(&header, sizeof(header));
   if (header.has(has_segments)) {
     std::vector<u16> segments;
     segments.reserve(data.curve_sizes.size());
     for (const u32 size : data.curve_sizes) segments.push_back(static_cast<u16>(size - 1));
-    file.write(reinterpret_cast<const char*>(segments.data()),
-               static_cast<std::streamsize>(segments.size() * sizeof(u16)));
+    file.write(segments.data(), segments.size() * sizeof(u16));
   }
   write_in_pieces<3>(file, data.points, [](const CurvePoint<float>& point, float* to) {
     to[0] = point.position.x, to[1] = point.position.y, to[2] = point.position.z;
   });
   write_in_pieces<1>(file, data.points, [](const CurvePoint<float>& point, float* to) { *to = 2.0f * point.radius; });
-  file.close();
-  if (!file) throw InputError(path, std::string("cannot be written: ") + std::strerror(errno));
-  output.commit();
+  file.commit();
 }

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/number_list.h"
 
 namespace {
@@ -29,6 +30,7 @@ HairSource read_hair_text(const std::string& path) {
   std::string line;
   bool in_strand = false, has_segment = false;
   for (std::size_t number = 1; std::getline(file, line); ++number) {
+    throw_if_interrupted();
     const std::string text = tidy(line);
     if (text.empty()) {
       in_strand &= line.find('#') != std::string::npos;  // a line of comment does not end the strand

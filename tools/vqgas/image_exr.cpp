@@ -3,8 +3,10 @@
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
 #include <ImfHeader.h>
+#include <ImfIO.h>
 #include <ImfOutputFile.h>
 
+#include <algorithm>
 #include <exception>
 
 #include "tools/vqgas/input_error.h"
@@ -12,7 +14,21 @@
 
 namespace {
 
-void write_channels(const std::string& path, const Picture& picture) {
+class ExrStream final : public Imf::OStream {
+ public:
+  ExrStream(OutputFile& file, const std::string& path) : OStream(path.c_str()), file_(file) {}
+
+  void write(const char bytes[], int size) override { file_.write(bytes, static_cast<std::size_t>(size)); }
+  std::uint64_t tellp() override { return static_cast<std::uint64_t>(std::ftell(file_.get_stream())); }
+  void seekp(std::uint64_t position) override {
+    if (std::fseek(file_.get_stream(), static_cast<long>(position), SEEK_SET) != 0) file_.fail();
+  }
+
+ private:
+  OutputFile& file_;
+};
+
+void write_channels(ExrStream& stream, const Picture& picture) {
   const int width = static_cast<int>(picture.width), height = static_cast<int>(picture.height);
   Imf::Header header(width, height);
   header.compression() = Imf::ZIP_COMPRESSION;
@@ -28,9 +44,9 @@ void write_channels(const std::string& path, const Picture& picture) {
       frame.insert(channel.name, Imf::Slice(type, base, 4, std::size_t{4} * picture.width));
     }
   }
-  Imf::OutputFile file(path.c_str(), header);
+  Imf::OutputFile file(stream, header);
   file.setFrameBuffer(frame);
-  file.writePixels(height);
+  for (int row = 0; row < height; row += 16) file.writePixels(std::min(16, height - row));
 }
 
 }  // namespace
@@ -38,9 +54,12 @@ void write_channels(const std::string& path, const Picture& picture) {
 void write_exr(const std::string& path, const Picture& picture) {
   OutputFile output(path);
   try {
-    write_channels(output.get_temporary_path(), picture);
+    ExrStream stream(output, path);
+    write_channels(stream, picture);
+  } catch (const InputError&) {
+    throw;
   } catch (const std::exception& error) {
-    throw InputError(path, std::string("cannot be written: ") + error.what());
+    output.fail(error.what());
   }
   output.commit();
 }

@@ -3,10 +3,7 @@
 #include <png.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstring>
 
-#include "tools/vqgas/input_error.h"
 #include "tools/vqgas/output_file.h"
 
 namespace {
@@ -31,11 +28,8 @@ void write_png(const std::string& path, const ScreenImage& image) {
   header.width = image.width;
   header.height = image.height;
   header.format = PNG_FORMAT_RGB;
-  std::FILE* file = std::fopen(output.get_temporary_path().c_str(), "wb");
-  if (file == nullptr) throw InputError(path, std::string("cannot be written: ") + std::strerror(errno));
-  const bool written = png_image_write_to_stdio(&header, file, 0, bytes.data(), 0, nullptr) != 0;
-  const bool closed = std::fclose(file) == 0;
-  if (!written) throw InputError(path, std::string("cannot be written: ") + header.message);
-  if (!closed) throw InputError(path, std::string("cannot be written: ") + std::strerror(errno));
+  errno = 0;
+  if (png_image_write_to_stdio(&header, output.get_stream(), 0, bytes.data(), 0, nullptr) == 0)
+    output.fail(errno != 0 ? "" : header.message);
   output.commit();
 }

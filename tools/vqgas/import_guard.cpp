@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,6 +10,7 @@
 #include <exception>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 
 namespace {
 
@@ -63,6 +65,17 @@ void* run(void* guarded) {
   return nullptr;
 }
 
+/// Waits a little. True when the thread has ended.
+bool join(pthread_t thread) {
+  constexpr long poll_nanoseconds = 20'000'000, second = 1'000'000'000;
+  timespec until = {};
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_nsec += poll_nanoseconds;
+  until.tv_sec += until.tv_nsec / second;
+  until.tv_nsec %= second;
+  return pthread_timedjoin_np(thread, nullptr, &until) == 0;
+}
+
 }  // namespace
 
 void run_import_guarded(const std::string& path, const std::function<void()>& work) {
@@ -77,6 +90,8 @@ void run_import_guarded(const std::string& path, const std::function<void()>& wo
   const bool is_started = pthread_create(&thread, &attributes, run, &guarded) == 0;
   pthread_attr_destroy(&attributes);
   if (!is_started) throw InputError(path, "asks for more memory than there is");
-  pthread_join(thread, nullptr);
+  while (!join(thread)) {
+    if (is_interrupted()) end_interrupted();  // nothing else stops code that is not this program's
+  }
   if (guarded.fault) std::rethrow_exception(guarded.fault);
 }

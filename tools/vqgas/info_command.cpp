@@ -6,13 +6,12 @@
 #include "tools/vqgas/info_report.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/scene_load.h"
-#include "vq_app_base/app_base.h"
 
 namespace {
 
 SceneReport examine(const std::string& file, const InfoOptions& options) {
   SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
-  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   display.set_unit("primitives");
   HeldMessages messages;
@@ -24,12 +23,15 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
 }  // namespace
 
 void run_info(const InfoOptions& options) {
-  check_output(options.json);
+  check_outputs({options.json}, options.files);
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
   for (const std::string& file : options.files) {
     const SceneReport report = examine(file, options);
     json.push_back(make_report_json(report));
-    if (options.json != "-" && !options.quiet) print_report(report);
+    throw_if_interrupted();
+    if (options.json == "-" || options.quiet) continue;
+    print_report(report);
+    flush_standard_output();
   }
   if (!options.json.empty())
     write_text_file(options.json, json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "vq_app_base/app_base.h"
+#include "tools/vqgas/interrupt.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
@@ -104,7 +104,10 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   report.threads = scene.get_application().get_thread_count();
   report.stages = std::move(stages);
   report.build_seconds = scene.get_build_seconds();
-  for (const SceneShape& shape : scene.get_shapes()) report.shapes.push_back(make_shape_report(shape));
+  for (const SceneShape& shape : scene.get_shapes()) {
+    throw_if_interrupted();
+    report.shapes.push_back(make_shape_report(shape));
+  }
   SceneExaminer examiner(report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
   for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);

@@ -8,18 +8,33 @@
 
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/output_file.h"
 
+namespace {
+
+/// Whatever goes wrong after a signal is a consequence of it.
+int report_fault(const char* fault, int exit_code) {
+  if (is_interrupted()) return report_interrupt();
+  std::fprintf(stderr, "vqgas: %s\n", fault);
+  return exit_code;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  install_interrupt_handler();
+  install_signal_handlers();
   try {
-    return run_command_line(argc, argv);
-  } catch (const InputError& error) {
-    std::fprintf(stderr, "vqgas: %s\n", error.what());
+    const int exit_code = run_command_line(argc, argv);
+    flush_standard_output();
+    return exit_code;
+  } catch (const Interrupted&) {
+    return report_interrupt();
+  } catch (const UsageError& error) {
+    return report_fault(error.what(), 2);
   } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "vqgas: there is not enough memory\n");
+    return report_fault("there is not enough memory", 1);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "vqgas: %s\n", error.what());
+    return report_fault(error.what(), 1);
   }
-  return 1;
 }

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 #include "vq_app_base/app_base.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
@@ -63,6 +64,7 @@ QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSet
     return shape.all_hits_structure != shape.structure;
   });
   if (has_all_hits) all_hits_objects_ = maker.make(source, true, nullptr);
+  throw_if_interrupted();
   build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   check_files(source.files);
 }
@@ -91,6 +93,7 @@ void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const HairSetti
     progress->begin_task("Build shape", static_cast<double>(get_weight(source)) / static_cast<double>(whole));
     add_shape(make_shape(ctx_, std::move(source), settings, progress), group_colors);
     progress->end_task();
+    throw_if_interrupted();  // a build that was stopped leaves an empty structure
   }
   progress->finish();
 }

@@ -1,6 +1,7 @@
 // What a camera is to frame: each shape as some hundred boxes a sample, carried to wherever objects show it.
 #include <cmath>
 
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/query_scene.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
@@ -108,6 +109,7 @@ std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
     const double time = motion_blur != nullptr ? motion_blur->get_time_sampling().get_sample_time(sample) : 0.0;
     SceneBoxes all(motion_blur != nullptr, time, boxes);
     for (const SceneShape& shape : shapes_) {
+      throw_if_interrupted();
       const uint share = std::max(1u, wanted / std::max(1u, shows[shape.geometry.get()]));
       all.set_shape_boxes(shape.geometry.get(), get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), share));
     }

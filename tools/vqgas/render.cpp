@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "tools/vqgas/interrupt.h"
 #include "vq_app_base/app_base.h"
 #include "vq_sys/sys_thread_task.h"
 #include "vq_sys/sys_thread_task_manager.h"
@@ -26,6 +27,7 @@ class TileTask final : public SysThreadTask {
   TileTask(RenderJob& job, const RenderTile& tile) : job_(job), tile_(tile) { flags = counted | for_waiter; }
 
   void run(const uint& thread_index) override {
+    if (is_interrupted()) return;
     std::unique_ptr<RenderThread>& thread = job_.threads[thread_index];
     if (thread == nullptr) {
       thread = std::make_unique<RenderThread>();
@@ -74,6 +76,7 @@ Picture render_picture(const QueryScene& scene, const RenderSettings& settings, 
   SysThreadTaskManager group(pool);
   for (const auto& task : tasks) group.add_task(task.get());
   group.wait_until_completed(true);
+  throw_if_interrupted();
 
   if (progress != nullptr) progress->end_task();
   for (const auto& thread : job.threads) {

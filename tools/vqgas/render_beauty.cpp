@@ -8,6 +8,7 @@
 // pixels wide is a surface like others. Between the two each sample is one or the other by chance.
 #include "tools/vqgas/daylight.h"
 #include "tools/vqgas/fiber_shading.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/random.h"
 #include "tools/vqgas/render.h"
 
@@ -56,7 +57,7 @@ class BeautyTile {
   }
 
   void render(PictureLayer& layer) {
-    for (uint sample = 0; sample < settings_.samples; ++sample) {
+    for (uint sample = 0; sample < settings_.samples && !is_interrupted(); ++sample) {
       trace_camera(sample);
       trace_shadows();
       trace_ambient();

@@ -14,7 +14,6 @@
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/render.h"
 #include "tools/vqgas/scene_load.h"
-#include "vq_app_base/app_base.h"
 
 namespace {
 
@@ -44,22 +43,40 @@ std::string get_png_name(const std::string& name, Layer layer, bool is_single) {
   return name.substr(0, name.size() - 3) + get_layer_name(layer) + ".png";
 }
 
-/// Writes what `outputs` name and returns the files' names.
-std::vector<std::string> write_pictures(const Picture& picture, const std::vector<std::string>& outputs,
-                                        const QueryScene& scene) {
-  std::vector<std::string> written;
-  for (const std::string& name : outputs) {
+/// A picture file: all layers (EXR), or one (PNG).
+struct PictureFile {
+  std::string name;
+  std::optional<Layer> layer;
+};
+
+std::vector<PictureFile> list_picture_files(const RenderOptions& options) {
+  std::vector<PictureFile> files;
+  for (const std::string& name : options.outputs) {
     if (name.ends_with(".exr")) {
-      write_exr(name, picture);
-      written.push_back(name);
+      files.push_back({name, std::nullopt});
       continue;
     }
-    for (const PictureLayer& layer : picture.layers) {
-      written.push_back(get_png_name(name, layer.layer, picture.layers.size() == 1));
-      write_png(written.back(), make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair()));
-    }
+    for (const Layer layer : options.layers)
+      files.push_back({get_png_name(name, layer, options.layers.size() == 1), layer});
   }
-  return written;
+  return files;
+}
+
+void check_render_outputs(const RenderOptions& options, const std::vector<PictureFile>& pictures) {
+  std::vector<std::string> outputs = {options.json};
+  for (const PictureFile& file : pictures) outputs.push_back(file.name);
+  check_outputs(outputs, options.files);
+}
+
+void write_pictures(const std::vector<PictureFile>& files, const Picture& picture, const QueryScene& scene) {
+  for (const PictureFile& file : files) {
+    if (!file.layer) {
+      write_exr(file.name, picture);
+      continue;
+    }
+    const PictureLayer& layer = *picture.find(*file.layer);
+    write_png(file.name, make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair()));
+  }
 }
 
 /// How many nodes and leaves the rays of the layer heat visited on average.
@@ -74,7 +91,7 @@ struct MeanVisits {
 
 nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
                                    const Picture& picture, const RayCounts& rays, double seconds,
-                                   const std::vector<std::string>& written) {
+                                   const std::vector<PictureFile>& written) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
   report["objects"] = scene.get_objects().objects.size();
@@ -96,21 +113,21 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
     report["shutter"] = {times.open, times.close};
     report["motion_samples"] = motion_blur->get_sample_count();
   }
-  report["written"] = written;
+  for (const PictureFile& file : written) report["written"].push_back(file.name);
   return report;
 }
 
 }  // namespace
 
 void run_render(const RenderOptions& options) {
-  for (const std::string& name : options.outputs) check_output(name);
-  check_output(options.json);
+  const std::vector<PictureFile> files = list_picture_files(options);
+  check_render_outputs(options, files);
   const SceneTimes times = get_times(options);
   SceneSource source = load_scene(options.files, times);
   for (ShapeSource& shape : source.shapes) {
     if (MeshSource* mesh = std::get_if<MeshSource>(&shape)) complete_normals(mesh->data, crease_degrees);
   }
-  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
@@ -132,13 +149,14 @@ void run_render(const RenderOptions& options) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   progress->finish();
 
-  const std::vector<std::string> written = write_pictures(picture, options.outputs, scene);
+  write_pictures(files, picture, scene);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = make_report(options, times, scene, picture, rays, seconds, written);
+    const nlohmann::ordered_json report = make_report(options, times, scene, picture, rays, seconds, files);
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
   }
   if (options.quiet || options.json == "-") return;
-  for (const std::string& name : written) std::printf("%s\n", name.c_str());
+  throw_if_interrupted();
+  for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
   std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
               options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
               1e-6 * static_cast<double>(rays.get_sum()) / seconds, application.get_thread_count(),

@@ -4,6 +4,7 @@
 
 #include "tools/vqgas/demo_scenes.h"
 #include "tools/vqgas/hair_file.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/scene_import.h"
 
 namespace {
@@ -38,6 +39,7 @@ void append(std::vector<T>& to, std::vector<T>& from) {
 SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times) {
   SceneSource scene;
   for (const std::string& name : names) {
+    throw_if_interrupted();
     SceneSource file = load_file(name, times);
     const auto shapes = static_cast<uint>(scene.shapes.size()), groups = static_cast<uint>(scene.groups.size());
     shift(file.objects, shapes, groups);

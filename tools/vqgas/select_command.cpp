@@ -10,7 +10,6 @@
 #include "tools/vqgas/render.h"
 #include "tools/vqgas/scene_load.h"
 #include "tools/vqgas/select_picture.h"
-#include "vq_app_base/app_base.h"
 
 namespace {
 
@@ -80,9 +79,8 @@ PictureRect SelectOptions::get_rect() const {
 }
 
 void run_select(const SelectOptions& options) {
-  check_output(options.json);
-  if (!options.output.empty()) check_output(options.output);
-  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  check_outputs({options.output, options.json}, options.files);
+  StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};

@@ -7,18 +7,19 @@
 #include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <tuple>
 
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/held_messages.h"
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/input_file.h"
 #include "tools/vqgas/number_list.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
 #include "tools/vqgas/query_scene.h"
 #include "tools/vqgas/scene_load.h"
 #include "tools/vqgas/trace_rays.h"
-#include "vq_app_base/app_base.h"
 #include "vq_sys/sys_thread_task.h"
 #include "vq_sys/sys_thread_task_manager.h"
 
@@ -43,6 +44,7 @@ class TraceTask final : public SysThreadTask {
   }
 
   void run(const uint&) override {
+    if (is_interrupted()) return;
     CtxShader shader;
     scene_.prepare(shader);
     GeometryRayPacket packet;
@@ -95,6 +97,7 @@ std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>
   SysThreadTaskManager group(scene.get_application().get_thread_manager());
   for (const auto& task : tasks) group.add_task(task.get());
   group.wait_until_completed(true);
+  throw_if_interrupted();
   std::vector<TraceHit> hits;
   for (const auto& task : tasks) hits.insert(hits.end(), task->hits.begin(), task->hits.end());
   return hits;
@@ -105,6 +108,7 @@ std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) 
   text += '\n';
   auto hit = hits.begin();
   for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    throw_if_interrupted();
     if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,,\n");
     for (; hit != hits.end() && hit->ray == ray; ++hit) {
       const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
@@ -130,6 +134,7 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
   report["rays"] = nlohmann::ordered_json::array();
   auto hit = hits.begin();
   for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    throw_if_interrupted();
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (; hit != hits.end() && hit->ray == ray; ++hit) {
       const GeometrySurfacePoint& point = hit->point;
@@ -154,7 +159,8 @@ std::vector<TraceRay> get_rays(const TraceOptions& options) {
   for (std::size_t k = 0; k < rays.size(); ++k) parse_trace_ray(options.rays[k], rays[k]);
   if (!rays.empty()) return rays;
   if (isatty(STDIN_FILENO) && !options.quiet) std::cerr << "Reading rays from the terminal, one a line:\n";
-  return read_trace_rays(std::cin, "standard input");
+  std::istringstream lines(read_standard_input());
+  return read_trace_rays(lines, "standard input");
 }
 
 /// From the earliest to the latest ray, sampled as closely as the shutter of a single frame is.
@@ -180,9 +186,11 @@ SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second
 }  // namespace
 
 void run_trace(const TraceOptions& options) {
-  check_output(options.json);
+  std::vector<std::string> inputs = {options.file};
+  if (options.rays.empty()) inputs.push_back("-");
+  check_outputs({options.json}, inputs);
   const std::vector<TraceRay> rays = get_rays(options);
-  AppBase application = options.threads == 0 ? AppBase() : AppBase(options.threads);
+  StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;

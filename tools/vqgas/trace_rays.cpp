@@ -1,6 +1,7 @@
 #include "tools/vqgas/trace_rays.h"
 
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/interrupt.h"
 #include "tools/vqgas/number_list.h"
 
 bool parse_trace_ray(const std::string& text, TraceRay& ray) {
@@ -28,6 +29,7 @@ std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& na
   std::string line;
   bool is_first = true;
   for (std::size_t number = 1; std::getline(input, line); ++number) {
+    throw_if_interrupted();
     const std::size_t begin = line.find_first_not_of(" \t\r");
     if (begin == std::string::npos || line[begin] == '#') continue;
     TraceRay ray;

@@ -1,0 +1,75 @@
+// Signals at many moments of each subcommand: what is left is the old file or a whole new one.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <nlohmann/json.hpp>
+#include <random>
+
+#include "tools/hair_bytes.h"
+#include "tools/image_file.h"
+#include "tools/run_program.h"
+
+namespace {
+
+bool is_whole(const TestFolder& folder, const std::string& name) {
+  const std::string bytes = folder.read(name);
+  if (name.ends_with(".json")) return nlohmann::json::accept(bytes);
+  if (name.ends_with(".exr")) return !read_exr(folder.get_path() / name).values.empty();
+  if (name.ends_with(".png")) return !read_png(folder.get_path() / name).rgb.empty();
+  return HairBytes().read(bytes);
+}
+
+/// A grid of quads that takes the importer some tenths of a second.
+std::string make_grid_obj(int side) {
+  std::string obj;
+  for (int k = 0; k < side * side; ++k)
+    obj.append("v ").append(std::to_string(k % side)).append(" ").append(std::to_string(k / side)).append(" 0\n");
+  for (int k = 0; k < side * (side - 1); ++k) {
+    if (k % side == side - 1) continue;
+    for (const int corner : {k + 1, k + 2, k + side + 2, k + side + 1})
+      obj.append(corner == k + 1 ? "f " : " ").append(std::to_string(corner));
+    obj += "\n";
+  }
+  return obj;
+}
+
+struct Call {
+  std::vector<std::string> arguments;
+  std::vector<std::string> outputs;
+};
+
+}  // namespace
+
+TEST(VqgasInterrupt, a_signal_leaves_the_old_file_or_a_whole_new_one) {
+  const std::vector<Call> calls = {
+      {{"info", "demo:fur", "demo:wind", "--json", "out.json"}, {"out.json"}},
+      {{"info", "grid.obj", "--json", "out.json"}, {"out.json"}},
+      {{"render", "demo:knot", "-o", "out.exr", "-o", "out.png", "--size", "1600x1200", "--layers", "beauty,depth"},
+       {"out.exr", "out.png", "out.depth.png"}},
+      {{"render", "demo:knot", "-o", "out.exr", "--size", "4000x3000", "--layers", "depth,normal"}, {"out.exr"}},
+      {{"groom", "demo:knot", "-o", "out.hair", "--strands", "4000000"}, {"out.hair"}},
+      {{"select", "demo:mills", "-o", "out.png", "--json", "out.json"}, {"out.json", "out.png"}},
+      {{"trace", "demo:knot", "--json", "out.json"}, {"out.json"}}};
+  std::mt19937 random(3);
+  const int signals[] = {SIGINT, SIGTERM, SIGHUP};
+  for (const Call& call : calls) {
+    int interrupted = 0;
+    for (int round = 0; round < 5; ++round) {
+      const int signal = signals[round % 3], times = 1 + round % 2;
+      const int milliseconds = static_cast<int>(random() % 150) + 200 * round;
+      SCOPED_TRACE(testing::PrintToString(call.arguments) + " after " + std::to_string(milliseconds) + " ms");
+      const TestFolder folder;
+      folder.write("grid.obj", make_grid_obj(400));
+      for (const std::string& name : call.outputs) folder.write(name, "old");
+      const std::vector<std::string> before = folder.list();
+      const ProgramResult result = interrupt_vqgas(folder.get_path(), call.arguments, signal, milliseconds, times);
+      interrupted += result.exit_code == 128 + signal;
+      EXPECT_TRUE(result.exit_code == 128 + signal || result.exit_code == 0) << result.exit_code;
+      EXPECT_EQ(result.err, result.exit_code == 0 ? "" : "vqgas: interrupted\n");
+      EXPECT_EQ(folder.list(), before) << "nothing unfinished remains";
+      for (const std::string& name : call.outputs)
+        EXPECT_TRUE((result.exit_code != 0 && folder.read(name) == "old") || is_whole(folder, name)) << name;
+    }
+    EXPECT_GT(interrupted, 0) << call.arguments[0];
+  }
+}
