@@ -22,10 +22,18 @@ void set_place(ModuleSceneItem& item, const ObjectSource& source, double frame) 
 }
 
 SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const {
+  std::size_t object_count = source.objects.size();
+  for (const std::vector<ObjectSource>& group : source.groups) object_count += group.size();
   std::vector<SceneObjects> groups;
-  for (const std::vector<ObjectSource>& group : source.groups)
-    groups.push_back(make_list(group, groups, for_all_hits, progress));
-  return make_list(source.objects, groups, for_all_hits, progress);
+  const auto make_part = [&](const std::vector<ObjectSource>& part) {
+    const double share = static_cast<double>(part.size()) / static_cast<double>(object_count);
+    if (progress != nullptr) progress->begin_task("Build scene tree", share);
+    SceneObjects made = make_list(part, groups, for_all_hits, progress);
+    if (progress != nullptr) progress->end_task();
+    return made;
+  };
+  for (const std::vector<ObjectSource>& group : source.groups) groups.push_back(make_part(group));
+  return make_part(source.objects);
 }
 
 SceneObjects SceneObjectMaker::make_list(const std::vector<ObjectSource>& sources,
