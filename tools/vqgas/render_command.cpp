@@ -131,8 +131,9 @@ void run_render(const RenderOptions& options) {
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
-  hair.is_asked_all_hits =
-      std::find(options.layers.begin(), options.layers.end(), Layer::count) != options.layers.end();
+  const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);
+  hair.has_all_hits_queries = counts > 0;
+  hair.has_nearest_queries = std::ssize(options.layers) > counts;
   QueryScene scene(application, std::move(source), hair, times.open);
   if (!options.quiet) messages.release();
   if (options.frame || options.shutter) {

@@ -44,13 +44,13 @@ SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSe
   const auto hair = std::make_shared<TubeMeshFast>();
   CoreString fault;
   if (!hair->create(std::move(data), fault)) throw InputError(source.name, fault.get_data());
-  const auto fur = make_fur(ctx, *hair, !settings.is_aligned_only, progress);
+  const auto fur = make_fur(ctx, *hair, settings.has_nearest_queries && !settings.is_aligned_only, progress);
   shape.geometry = hair;
   shape.hair = hair.get();
   shape.structure = shape.all_hits_structure = fur;
   shape.tree = &fur->get_tree();
   shape.point_count = hair->get_curves().get_point_count();
-  if (settings.is_asked_all_hits && shape.tree->oriented_count > 0)
+  if (settings.has_all_hits_queries && shape.tree->oriented_count > 0)
     shape.all_hits_structure = make_fur(ctx, *hair, false, progress);
   return shape;
 }

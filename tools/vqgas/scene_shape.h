@@ -18,9 +18,10 @@ class CtxEval;
 
 /// How hair is to be taken in.
 struct HairSettings {
-  bool is_linear = false;          ///< straight pieces from point to point instead of smooth curves
-  bool is_aligned_only = false;    ///< no oriented nodes, for comparison
-  bool is_asked_all_hits = false;  ///< all hits will be asked for, which needs nodes that are not oriented
+  bool is_linear = false;             ///< straight pieces from point to point instead of smooth curves
+  bool is_aligned_only = false;       ///< no oriented nodes, for comparison
+  bool has_nearest_queries = true;    ///< and any hits: oriented nodes serve them
+  bool has_all_hits_queries = false;  ///< they need nodes that are not oriented
 };
 
 struct SceneShape {

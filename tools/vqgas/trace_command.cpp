@@ -194,7 +194,8 @@ void run_trace(const TraceOptions& options) {
   ProgressDisplay display(application, is_progress_wanted(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
-  hair.is_asked_all_hits = options.all;
+  hair.has_nearest_queries = !options.all;
+  hair.has_all_hits_queries = options.all;
   const SceneTimes times = get_times(rays, options.frames_per_second);
   QueryScene scene(application, load_scene({options.file}, times), hair);
   if (!options.quiet) messages.release();
