@@ -1,5 +1,6 @@
 // Exit code 1 with one line for files that cannot be used, 2 for command lines that make no sense.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -50,6 +51,7 @@ std::vector<std::pair<std::string, std::string>> make_broken_hair() {
   add("default_sum", [](HairBytes& hair) { hair.arrays = 6, hair.default_segments = 0xFFFFFFFF; });
   add("no_segment", [](HairBytes& hair) { hair.arrays = 6, hair.hairs = 5; });
   add("no_thickness", [](HairBytes& hair) { hair.arrays = 3, hair.default_thickness = 0.0f; });
+  add("flat", [](HairBytes& hair) { hair.thickness.assign(hair.thickness.size(), 0.0f); });
   add("huge", [](HairBytes& hair) { hair.hairs = hair.points = 0xFFFFFFFF; });
   add("not_finite", [](HairBytes& hair) {
     for (auto& position : hair.positions) position[1] = NAN;
@@ -58,6 +60,7 @@ std::vector<std::pair<std::string, std::string>> make_broken_hair() {
   files.emplace_back("noise.hair", make_noise(4000));
   files.emplace_back("single.curves", "0 0 0 1\n\n1 0 0 1\n");
   files.emplace_back("blank.txt", "# nothing\n\n");
+  files.emplace_back("flat.curves", "0 0 0 0\n1 0 0 -1\n");
   return files;
 }
 
@@ -116,6 +119,11 @@ TEST(VqgasBadInput, counts_beyond_all_memory_are_not_believed) {
   const TestFolder folder;
   folder.write("huge.off", "OFF\n3000000000 3000000000 0\n0 0 0\n");
   expect_one_line(run_vqgas(folder.get_path(), {"info", "huge.off"}), "huge.off");
+  if (sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE) > 40l << 30) return;  // which would hold the fur
+  folder.write("cube.obj", make_cube_obj(1.0));
+  const std::vector<std::string> line = {"groom",     "cube.obj", "-o",       "fur.hair",
+                                         "--strands", "20000",    "--points", "65536"};
+  expect_one_line(run_vqgas(folder.get_path(), line), "cube.obj");
 }
 
 TEST(VqgasBadInput, outputs_that_cannot_be_written_are_told_before_the_work) {

@@ -1,12 +1,14 @@
 // tools/vqgas/groom_command.cpp
 #include <chrono>
 #include <cstdio>
+#include <new>
 #include <nlohmann/json.hpp>
 
 #include "tools/vqgas/command_line.h"
 #include "tools/vqgas/groom.h"
 #include "tools/vqgas/hair_file.h"
 #include "tools/vqgas/input_error.h"
+#include "tools/vqgas/memory_limit.h"
 #include "tools/vqgas/mesh_builder.h"
 #include "tools/vqgas/output_file.h"
 #include "tools/vqgas/progress_display.h"
@@ -35,6 +37,17 @@ GroomSettings complete_settings(const GroomOptions& options, double area) {
   return settings;
 }
 
+CurveData grow(const GroomOptions& options, const GroomSurface& surface, const GroomSettings& settings,
+               AppProgressBar* progress) {
+  try {
+    const MemoryLimit limit;
+    return grow_fur(surface, settings, progress);
+  } catch (const std::bad_alloc&) {
+    throw InputError(options.file, "would get " + std::to_string(settings.strands * settings.points) +
+                                       " points, more than there is memory for");
+  }
+}
+
 }  // namespace
 
 void run_groom(const GroomOptions& options) {
@@ -49,7 +62,7 @@ void run_groom(const GroomOptions& options) {
   const ProgressDisplay display(application, is_progress_wanted(options.quiet));
   AppProgressBar* progress = application.create_progress_bar("Groom");
   const auto begin = std::chrono::steady_clock::now();
-  const CurveData fur = grow_fur(surface, settings, progress);
+  const CurveData fur = grow(options, surface, settings, progress);
   progress->finish();
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   write_hair(options.output, fur, "vqgas groom " + options.file);

@@ -86,9 +86,6 @@ class HairReader {
     const u64 wanted = get_file_bytes(header_);
     if (bytes != wanted)
       fail("has " + std::to_string(bytes) + " bytes where its header asks for " + std::to_string(wanted));
-    // NaN compares false. Without any thickness hair could not be seen, and inventing one would be a guess.
-    if (!header_.has(has_thickness) && !(header_.default_thickness > 0.0f && std::isfinite(header_.default_thickness)))
-      fail("gives its strands no thickness");
   }
 
   /// Points per strand, whose sum is the number of points.
@@ -200,7 +197,14 @@ HairSource read_hair(const std::string& path) {
   check_input_file(path);
   try {
     const MemoryLimit limit;
-    return get_extension(path) == ".hair" ? HairReader(path).read() : read_hair_text(path);
+    HairSource source = get_extension(path) == ".hair" ? HairReader(path).read() : read_hair_text(path);
+    const std::vector<CurvePoint<float>>& points = source.data.points;
+    // Without any thickness hair could not be seen, and inventing one would be a guess. NaN compares false.
+    const bool is_visible = std::any_of(points.begin(), points.end(), [](const CurvePoint<float>& point) {
+      return point.radius > 0.0f && std::isfinite(point.radius);
+    });
+    if (!is_visible) throw InputError(path, "gives its strands no thickness");
+    return source;
   } catch (const std::bad_alloc&) {
     throw InputError(path, "asks for more memory than there is");
   }

@@ -19,7 +19,7 @@
 bool is_hair_file(const std::string& path);
 
 /// Reads a file of either form, by its name. Coordinates may be anything. Throws InputError when the file contradicts
-/// itself, has not the length that its header tells, or holds no segment.
+/// itself, has not the length that its header tells, holds no segment, or gives no point a positive thickness.
 HairSource read_hair(const std::string& path);
 
 /// Writes fibres at rest, at least one, in the binary form. `info` is a remark of at most 87 letters. Throws InputError
