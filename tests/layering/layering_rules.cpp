@@ -17,6 +17,11 @@ const std::vector<std::set<std::string>> host_groups{{"vq_core"},
                                                      {"vq_gas_base"},
                                                      {"vq_module"}};
 
+// The folders of the program. One may include the groups before its own; the members of one group are blind to each
+// other. main.cpp stands above them all.
+const std::vector<std::set<std::string>> program_groups{{"support"}, {"image"},  {"source"},   {"demo", "import"},
+                                                        {"scene"},   {"render"}, {"commands"}, {"main.cpp"}};
+
 // The stages inside gas/bvh, by rank. A file belongs to the stage of its longest matching name; stages of one rank are
 // blind to each other.
 struct BvhStage {
@@ -39,11 +44,11 @@ const BvhStage* find_stage(const std::string& path) {
   return best;
 }
 
-// Position in the host's order, or -1 for a library that the table does not know.
-int find_host_group(const std::string& path) {
-  const std::string library = path.substr(5, path.find('/', 5) - 5);
-  for (std::size_t group = 0; group < host_groups.size(); ++group)
-    if (host_groups[group].contains(library)) return static_cast<int>(group);
+// Position of the group that holds the part of `path` behind `start`, or -1 for one that the table does not know.
+int find_group(const std::vector<std::set<std::string>>& groups, const std::string& path, std::string_view start) {
+  const std::string name = path.substr(start.size(), path.find('/', start.size()) - start.size());
+  for (std::size_t group = 0; group < groups.size(); ++group)
+    if (groups[group].contains(name)) return static_cast<int>(group);
   return -1;
 }
 
@@ -52,10 +57,18 @@ std::string get_top(const std::string& path) { return path.substr(0, path.find('
 
 std::string find_host_fault(const std::string& from, const std::string& to) {
   if (!to.starts_with("host/")) return "the host knows only the host";
-  const int own = find_host_group(from), other = find_host_group(to);
+  const int own = find_group(host_groups, from, "host/"), other = find_group(host_groups, to, "host/");
   if (own < 0 || other < 0) return "a host library that is not in the layering table";
   if (get_folder(from) == get_folder(to) || other < own) return {};
   return "the host includes only the groups before its own";
+}
+
+std::string find_program_fault(const std::string& from, const std::string& to) {
+  constexpr std::string_view start = "tools/vqgas/";
+  const int own = find_group(program_groups, from, start), other = find_group(program_groups, to, start);
+  if (own < 0 || other < 0) return "a folder of the program that is not in the layering table";
+  if (get_folder(from) == get_folder(to) || other < own) return {};
+  return "a folder of the program includes only the groups before its own";
 }
 
 std::string find_bvh_fault(const std::string& from, const std::string& to) {
@@ -94,6 +107,7 @@ std::string find_layer_fault(const std::string& from, const std::string& to) {
     return other == "host" || other == own || is_structure_header(to) ? "" : "examples use public headers only";
   if (own != "gas" && own != "tools" && own != "bench" && own != "tests")
     return "a folder that the layering table does not know";
+  if (own == "tools" && other == "tools") return find_program_fault(from, to);
   return is_library_path(to) || own == other || (own == "tests" && other == "tools") ? "" : "nobody includes a program";
 }
 

@@ -158,7 +158,9 @@ TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {
   const std::pair<const char*, const char*> allowed[] = {{"host/vq_ctx/a.cpp", "host/vq_sys/b.h"},
                                                          {"gas/bvh/bvh_kernel_impl.h", "gas/bvh/bvh_layout.h"},
                                                          {"gas/gas_fur.cpp", "gas/bvh/bvh_kernel.h"},
-                                                         {"tests/tools/a.cpp", "tools/vqgas/a.h"}};
+                                                         {"tools/vqgas/scene/a.cpp", "tools/vqgas/import/b.h"},
+                                                         {"tools/vqgas/main.cpp", "tools/vqgas/commands/a.h"},
+                                                         {"tests/tools/a.cpp", "tools/vqgas/image/a.h"}};
   const std::pair<const char*, const char*> forbidden[] = {{"host/vq_sys/a.cpp", "host/vq_ctx/b.h"},
                                                            {"host/vq_unheard_of/a.cpp", "host/vq_core/b.h"},
                                                            {"host/vq_module/a.cpp", "gas/a.h"},
@@ -168,7 +170,10 @@ TEST(LayeringSelfCheck, knows_right_from_wrong_includes) {
                                                            {"gas/bvh/bvh_builder.cpp", "gas/bvh/bvh_kernel.h"},
                                                            {"gas/bvh/bvh_unheard_of.cpp", "gas/bvh/bvh_layout.h"},
                                                            {"gas/bvh/bvh_kernel.cpp", "gas/gas_fur.h"},
-                                                           {"tools/vqgas/a.cpp", "tests/support/a.h"},
+                                                           {"tools/vqgas/demo/a.cpp", "tests/support/a.h"},
+                                                           {"tools/vqgas/demo/a.cpp", "tools/vqgas/import/b.h"},
+                                                           {"tools/vqgas/image/a.h", "tools/vqgas/scene/b.h"},
+                                                           {"tools/vqgas/a.cpp", "tools/vqgas/image/b.h"},
                                                            {"examples/a.cpp", "gas/bvh/bvh_layout.h"}};
   for (const auto& [from, to] : allowed) EXPECT_EQ(find_layer_fault(from, to), "") << from << " -> " << to;
   for (const auto& [from, to] : forbidden) EXPECT_NE(find_layer_fault(from, to), "") << from << " -> " << to;

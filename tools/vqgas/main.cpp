@@ -6,10 +6,10 @@
 #include <exception>
 #include <new>
 
-#include "tools/vqgas/command_line.h"
-#include "tools/vqgas/input_error.h"
-#include "tools/vqgas/interrupt.h"
-#include "tools/vqgas/output_file.h"
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/interrupt.h"
+#include "tools/vqgas/support/output_file.h"
 
 namespace {
 

@@ -1,0 +1,331 @@
+#include "tools/vqgas/commands/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+
+#include "tools/vqgas/commands/trace_rays.h"
+#include "tools/vqgas/demo/demo_scenes.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/number_list.h"
+
+namespace {
+
+/// The options as text, before they are understood.
+struct RenderTexts {
+  std::string camera, size = "960x540", shutter;
+  std::vector<std::string> layers = {"beauty"};
+};
+
+struct SelectTexts {
+  std::string mode = "any", camera, size = "960x540", rect, box;
+};
+
+/// One name for standard output.
+std::string name_standard_output(const std::string& path) {
+  const bool is_standard_output = path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
+  return is_standard_output ? "-" : path;
+}
+
+void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
+  command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
+      ->check(CLI::Range(1u, 1024u));
+  command.add_flag("--quiet", options.quiet, "No progress, no messages");
+  command.add_option("--json", options.json, json_help)->type_name("FILE")->transform(name_standard_output);
+}
+
+/// The checks of the library let NaN pass and tell ranges with 300 digits.
+CLI::Validator make_number_check(const std::string& wanted, bool (*is_sound)(double), const std::string& mark) {
+  const auto check = [wanted, is_sound](const std::string& text) {
+    const std::vector<double> values = parse_numbers(text, ',');
+    return values.size() == 1 && is_sound(values[0]) ? std::string() : "'" + text + "' is not " + wanted;
+  };
+  return CLI::Validator(check, mark);
+}
+
+CLI::Validator is_finite_number() {
+  return make_number_check(
+      "a finite number", [](double value) { return std::isfinite(value); }, "");
+}
+
+CLI::Validator is_positive_number() {
+  return make_number_check(
+      "a positive number", [](double value) { return std::isfinite(value) && value > 0.0; }, "POSITIVE");
+}
+
+std::string get_file_help() {
+  return "Scene and mesh files (glTF, FBX, Collada, OBJ, PLY, STL, ...), hair files (.hair of the cyHair format; "
+         ".curves or .txt with x y z radius a line and an empty line between strands) or built-in scenes: demo:NAME "
+         "with NAME one of " +
+         list_demo_scenes();
+}
+
+void add_hair_options(CLI::App& command, HairSettings& hair) {
+  command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
+  command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
+}
+
+void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
+  command.add_option("--view", view, "Frame everything from here")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"front", "side", "top", "three-quarter"}));
+  command
+      .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
+      ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+}
+
+void add_rate_option(CLI::App& command, SceneOptions& options) {
+  command.add_option("--fps", options.frames_per_second, "Frames per second, for files that tell time in seconds")
+      ->capture_default_str()
+      ->check(is_positive_number());
+}
+
+void add_info(CLI::App& app, InfoOptions& options) {
+  CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command->add_option("--frame", options.frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
+  add_rate_option(*command, options);
+  add_hair_options(*command, options.hair);
+  add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
+  command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
+}
+
+void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
+  CLI::App* command = app.add_subcommand("render", "Render the files, together, to PNG and EXR pictures");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command
+      ->add_option("-o,--output", options.outputs, "NAME.png (one file a layer) or NAME.exr (all layers); repeatable")
+      ->required()
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  add_view_options(*command, options.view, texts.camera, texts.size);
+  command->add_option("--samples", options.samples, "Rays per pixel of beauty")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 65536u));
+  command->add_option("--layers", texts.layers, "Any of " + list_layers())
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->capture_default_str()
+      ->type_name("LAYER,...");
+  command
+      ->add_option("--frame", options.frame,
+                   "Show what moves at this frame; without it and a shutter, meshes and hair are shown at rest")
+      ->type_name("F")
+      ->check(is_finite_number());
+  command
+      ->add_option("--shutter", texts.shutter,
+                   "Blur what moves between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
+      ->type_name("OPEN,CLOSE");
+  command
+      ->add_option("--motion-samples", options.motion_samples,
+                   "Samples of motion over the shutter, at least; without it, as many as look smooth")
+      ->check(CLI::Range(2u, 1024u))
+      ->type_name("N");
+  add_rate_option(*command, options);
+  command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
+  add_hair_options(*command, options.hair);
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
+      "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png\n"
+      "  vqgas render bunny.obj fur.hair --layers beauty,heat -o furry.png");
+}
+
+void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
+  CLI::App* command = app.add_subcommand(
+      "trace", "Shoot single rays and print what they hit, as CSV with the header\n" + std::string(trace_csv_header));
+  command->add_option("FILE", options.file, get_file_help())->required();
+  command
+      ->add_option("--ray", options.rays, "A ray; repeatable. Without it rays are read from standard input, one a line")
+      ->allow_extra_args(false)
+      ->type_name("ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
+  command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
+  command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
+  add_rate_option(*command, options);
+  add_hair_options(*command, options.hair);
+  add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
+  command->footer(
+      "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number, shape by\n"
+      "shape in the order of the file, group the number of its shading group, u and v the barycentric weights of the\n"
+      "second and third corner of the triangle that was hit, nx,ny,nz the unit normal of the polygon as wound, path\n"
+      "the numbers of the object and of those in its groups. A miss is a row with the ray's number.\n"
+      "Of hair the primitive is the segment, u runs along it, v around it, and the normal points outwards.\n"
+      "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
+}
+
+void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
+  CLI::App* command = app.add_subcommand(
+      "select",
+      "List the scene's objects in a rectangle of a picture, or in a box, as CSV with the header\nobject,name");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command->add_option("--mode", texts.mode, "any: objects that the space touches; all: those that lie wholly in it")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"any", "all"}));
+  CLI::Option* rect =
+      command->add_option("--rect", texts.rect, "Rectangle of the picture, in pixels; without it the whole picture")
+          ->type_name("LEFT,TOP,RIGHT,BOTTOM");
+  CLI::Option* near =
+      command->add_option("--near", options.near, "Nothing less deep than this along the view")->capture_default_str();
+  CLI::Option* far = command->add_option("--far", options.far, "Nothing deeper than this along the view");
+  command->add_option("--box", texts.box, "Instead of a rectangle: a box in space")
+      ->type_name("x,y,z/x,y,z")
+      ->excludes(rect)
+      ->excludes(near)
+      ->excludes(far);
+  add_view_options(*command, options.view, texts.camera, texts.size);
+  command->add_option("-o,--output", options.output, "Picture that shows what was selected")->type_name("NAME.png");
+  command->add_option("--frame", options.frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
+  add_rate_option(*command, options);
+  add_hair_options(*command, options.hair);
+  add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
+  command->footer(
+      "Objects count from 0 in the order of the files. What deforms in built-in scenes is taken at rest.\n"
+      "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png");
+}
+
+void add_groom(CLI::App& app, GroomOptions& options) {
+  GroomSettings& settings = options.settings;
+  CLI::App* command = app.add_subcommand("groom", "Grow fur on a mesh and write it as a hair file");
+  command->add_option("MESH", options.file, "Scene or mesh file, or built-in scene, at rest")->required();
+  command->add_option("-o,--output", options.output, "Hair file, of the cyHair format")
+      ->required()
+      ->type_name("NAME.hair");
+  CLI::Option* strands =
+      command->add_option("--strands", settings.strands, "How many strands, whatever the mesh's size")
+          ->capture_default_str()
+          ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
+  command->add_option("--density", options.density, "Instead: strands per unit of area, in the mesh's own units")
+      ->check(is_positive_number())
+      ->excludes(strands);
+  const auto add_number = [&](const char* name, auto& value, const char* help, double low, double high) {
+    command->add_option(name, value, help)->capture_default_str()->check(CLI::Range(low, high));
+  };
+  add_number("--length", settings.length, "Of the longest strands, in diagonals of the mesh's box", 0.0, 1000.0);
+  add_number("--thickness", settings.thickness, "Diameter at the root, in diagonals; tips have a tenth", 0.0, 1000.0);
+  add_number("--points", settings.points, "Points of each strand; the segments between are one less", 2, 65536);
+  add_number("--curl", settings.curl, "Windings: 0 none, 1 tight locks", 0.0, 100.0);
+  add_number("--lean", settings.lean, "How far neighbours bend to the same side", 0.0, 100.0);
+  add_number("--gravity", settings.gravity, "How far strands hang down, towards -y", -100.0, 100.0);
+  add_number("--clump", settings.clump, "How far tufts draw together: 0 not at all, 1 in a point", 0.0, 1.0);
+  add_number("--seed", settings.seed, "Another number, other fur", 0, 4294967295.0);
+  command->add_flag("--flip", settings.is_flipped, "Grow against the normals: for meshes that are wound inside out");
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "Roots are spread evenly over the area. The same call writes the same bytes for any number of threads.\n"
+      "Example:\n  vqgas groom bunny.obj -o fur.hair --strands 200000 --length 0.04 --curl 0.5 --seed 7\n"
+      "  vqgas render bunny.obj fur.hair -o furry.png");
+}
+
+template <class Options>
+void read_size(const std::string& text, Options& options) {
+  const std::vector<double> values = parse_numbers(text, 'x');
+  const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
+  if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
+    throw UsageError("--size: '" + text + "' is not WIDTHxHEIGHT with sides from 1 to 16384");
+  options.width = static_cast<uint>(values[0]);
+  options.height = static_cast<uint>(values[1]);
+}
+
+void read_layers(const std::vector<std::string>& names, RenderOptions& options) {
+  options.layers.clear();
+  for (const std::string& name : names) {
+    Layer layer;
+    if (!find_layer(name, layer)) throw UsageError("--layers: there is no layer '" + name + "'");
+    if (std::find(options.layers.begin(), options.layers.end(), layer) == options.layers.end())
+      options.layers.push_back(layer);
+  }
+}
+
+void read_shutter(const std::string& text, RenderOptions& options) {
+  const std::vector<double> values = parse_numbers(text, ',');
+  const bool sound =
+      values.size() == 2 && std::isfinite(values[0]) && std::isfinite(values[1]) && values[0] <= values[1];
+  if (!sound) throw UsageError("--shutter: '" + text + "' is not OPEN,CLOSE with OPEN not after CLOSE");
+  options.shutter = Shutter{values[0], values[1]};
+}
+
+void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
+  read_size(texts.size, options);
+  read_layers(texts.layers, options);
+  if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
+  if (!texts.shutter.empty()) read_shutter(texts.shutter, options);
+  for (const std::string& output : options.outputs) {
+    if (!output.ends_with(".png") && !output.ends_with(".exr"))
+      throw UsageError("-o: '" + output + "' ends neither in .png nor in .exr");
+  }
+}
+
+void read_rect(const std::string& text, SelectOptions& options) {
+  const std::vector<double> v = parse_numbers(text, ',');
+  const bool sound = v.size() == 4 && std::isfinite(v[0] + v[1] + v[2] + v[3]) && v[0] < v[2] && v[1] < v[3];
+  if (!sound) throw UsageError("--rect: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM with a width and a height");
+  options.rect = PictureRect{v[0], v[1], v[2], v[3]};
+}
+
+void read_box(const std::string& text, SelectOptions& options) {
+  std::string numbers = text;
+  std::replace(numbers.begin(), numbers.end(), '/', ',');
+  const std::vector<double> v = parse_numbers(numbers, ',');
+  bool sound = v.size() == 6;
+  for (std::size_t axis = 0; sound && axis < 3; ++axis)
+    sound = std::isfinite(v[axis]) && std::isfinite(v[axis + 3]) && v[axis] <= v[axis + 3];
+  if (!sound) throw UsageError("--box: '" + text + "' is not x,y,z/x,y,z, the lower corner first");
+  options.box = GMathBbox3<double>({v[0], v[1], v[2]}, {v[3], v[4], v[5]});
+}
+
+void read_select_texts(const SelectTexts& texts, SelectOptions& options) {
+  read_size(texts.size, options);
+  options.wants_all = texts.mode == "all";
+  if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
+  if (!texts.rect.empty()) read_rect(texts.rect, options);
+  if (!texts.box.empty()) read_box(texts.box, options);
+  if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
+  if (!options.output.empty() && !options.output.ends_with(".png"))
+    throw UsageError("-o: '" + options.output + "' does not end in .png");
+}
+
+}  // namespace
+
+int run_command_line(int argc, char** argv) {
+  CLI::App app("Builds ray-tracing structures over meshes and hair and shows what they answer.", "vqgas");
+  app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
+  app.require_subcommand(1);
+  InfoOptions info;
+  RenderOptions render;
+  RenderTexts render_texts;
+  TraceOptions trace;
+  std::string format = "csv";
+  SelectOptions select;
+  SelectTexts select_texts;
+  GroomOptions groom;
+  add_info(app, info);
+  add_render(app, render, render_texts);
+  add_trace(app, trace, format);
+  add_select(app, select, select_texts);
+  add_groom(app, groom);
+  try {
+    app.parse(argc, argv);
+    if (app.got_subcommand("render")) read_render_texts(render_texts, render);
+    if (app.got_subcommand("select")) read_select_texts(select_texts, select);
+    check_trace_rays(trace.rays);
+    if (app.got_subcommand("groom") && !groom.output.ends_with(".hair"))
+      throw UsageError("-o: '" + groom.output + "' does not end in .hair");
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const UsageError& error) {
+    std::cerr << "vqgas: " << error.what() << "\nRun with --help for more information.\n";
+    return 2;
+  }
+  trace.as_json = format == "json";
+  if (app.got_subcommand("info")) run_info(info);
+  if (app.got_subcommand("render")) run_render(render);
+  if (app.got_subcommand("trace")) run_trace(trace);
+  if (app.got_subcommand("select")) run_select(select);
+  if (app.got_subcommand("groom")) run_groom(groom);
+  return 0;
+}

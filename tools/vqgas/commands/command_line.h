@@ -1,0 +1,89 @@
+// tools/vqgas/commands/command_line.h
+//
+// What the user asked for.
+#pragma once
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/vqgas/image/picture.h"
+#include "tools/vqgas/render/camera.h"
+#include "tools/vqgas/render/select_frustum.h"
+#include "tools/vqgas/scene/scene_shape.h"
+#include "tools/vqgas/source/groom.h"
+
+struct CommonOptions {
+  uint threads = 0;  ///< 0: as many as the machine runs at once
+  bool quiet = false;
+  std::string json;  ///< file for the report, "-" for standard output, empty for none
+};
+
+struct SceneOptions : CommonOptions {
+  HairSettings hair;
+  double frames_per_second = 24.0;
+};
+
+struct InfoOptions : SceneOptions {
+  std::vector<std::string> files;
+  double frame = 0.0;
+};
+
+struct Shutter {
+  double open = 0.0, close = 0.0;
+};
+
+struct RenderOptions : SceneOptions {
+  std::vector<std::string> files;
+  std::vector<std::string> outputs;
+  std::string view = "three-quarter";
+  std::optional<Camera> camera;
+  uint width = 960, height = 540;
+  uint samples = 16;
+  std::vector<Layer> layers = {Layer::beauty};
+  std::optional<double> frame;
+  std::optional<Shutter> shutter;  ///< counted from the frame
+  std::optional<uint> motion_samples;
+  bool has_floor = false;
+};
+
+struct TraceOptions : SceneOptions {
+  std::string file;
+  std::vector<std::string> rays;
+  bool all = false;
+  bool as_json = false;
+};
+
+struct SelectOptions : SceneOptions {
+  std::vector<std::string> files;
+  std::string output;
+  std::string view = "three-quarter";
+  std::optional<Camera> camera;
+  uint width = 960, height = 540;
+  std::optional<PictureRect> rect;
+  double near = 0.0, far = std::numeric_limits<double>::infinity();
+  std::optional<GMathBbox3<double>> box;  ///< instead of what the camera sees
+  bool wants_all = false;
+  double frame = 0.0;
+
+  /// The whole picture when nothing else was asked for.
+  PictureRect get_rect() const;
+};
+
+struct GroomOptions : CommonOptions {
+  std::string file, output;
+  GroomSettings settings;
+  std::optional<double> density;  ///< strands per unit of area, instead of settings.strands
+};
+
+/// Reads the command line and runs what it asks for.
+/// @return the program's exit code: 0; 2 for a command line that makes no sense
+/// Throws InputError for input that cannot be used.
+int run_command_line(int argc, char** argv);
+
+// The subcommands, each in a file of its own.
+void run_info(const InfoOptions& options);
+void run_render(const RenderOptions& options);
+void run_trace(const TraceOptions& options);
+void run_select(const SelectOptions& options);
+void run_groom(const GroomOptions& options);

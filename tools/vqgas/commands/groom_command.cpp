@@ -1,0 +1,83 @@
+// tools/vqgas/commands/groom_command.cpp
+#include <chrono>
+#include <cstdio>
+#include <new>
+#include <nlohmann/json.hpp>
+
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/import/hair_file.h"
+#include "tools/vqgas/scene/scene_flatten.h"
+#include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/source/groom.h"
+#include "tools/vqgas/source/mesh_builder.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/memory_limit.h"
+#include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/progress_display.h"
+#include "vq_geometry/poly_mesh.h"
+
+namespace {
+
+void create_mesh(const std::string& name, PolyMesh& mesh) {
+  MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
+  if (source.data.polygon_sizes.empty()) throw InputError(name, "holds no mesh that fur could grow on");
+  source.name = name;
+  create_groom_mesh(std::move(source), crease_degrees, mesh);
+}
+
+/// With the number of strands that the density asks for.
+GroomSettings complete_settings(const GroomOptions& options, double area) {
+  GroomSettings settings = options.settings;
+  // Points are counted in 32 bits by the file, and 3 s + 1 of them by whoever makes cubic segments of it.
+  const double most = std::floor(1.4e9 / options.settings.points);
+  const double strands = options.density ? *options.density * area : static_cast<double>(settings.strands);
+  if (!(strands >= 0.5)) throw InputError(options.file, "has too small an area for a strand at this density");
+  if (strands > most) throw InputError(options.file, "would get more than 1.4 thousand million points");
+  settings.strands = static_cast<u64>(std::llround(strands));
+  return settings;
+}
+
+CurveData grow(const GroomOptions& options, const GroomSurface& surface, const GroomSettings& settings,
+               AppProgressBar* progress) {
+  try {
+    const MemoryLimit limit;
+    return grow_fur(surface, settings, progress);
+  } catch (const std::bad_alloc&) {
+    throw InputError(options.file, "would get " + std::to_string(settings.strands * settings.points) +
+                                       " points, more than there is memory for");
+  }
+}
+
+}  // namespace
+
+void run_groom(const GroomOptions& options) {
+  check_outputs({options.output, options.json}, {options.file});
+  PolyMesh mesh;
+  create_mesh(options.file, mesh);
+  const GroomSurface surface(mesh);
+  if (surface.get_area() == 0.0) throw InputError(options.file, "has no area that fur could grow on");
+  const GroomSettings settings = complete_settings(options, surface.get_area());
+
+  StoppableApplication application(options.threads);
+  const ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  AppProgressBar* progress = application.create_progress_bar("Groom");
+  const auto begin = std::chrono::steady_clock::now();
+  const CurveData fur = grow(options, surface, settings, progress);
+  progress->finish();
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  write_hair(options.output, fur, "vqgas groom " + options.file);
+
+  const u64 segments = settings.strands * (settings.points - 1);
+  if (!options.json.empty()) {
+    const nlohmann::ordered_json report = {{"file", options.file},        {"written", options.output},
+                                           {"strands", settings.strands}, {"segments", segments},
+                                           {"area", surface.get_area()},  {"diagonal", surface.get_diagonal()},
+                                           {"seconds", seconds}};
+    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+  }
+  if (options.quiet || options.json == "-") return;
+  std::printf("%s\n%llu strands, %llu segments in %.2f s on %u threads; the mesh's area is %g, its diagonal %g\n",
+              options.output.c_str(), static_cast<unsigned long long>(settings.strands),
+              static_cast<unsigned long long>(segments), seconds, application.get_thread_count(), surface.get_area(),
+              surface.get_diagonal());
+}

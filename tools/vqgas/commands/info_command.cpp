@@ -1,0 +1,38 @@
+// tools/vqgas/commands/info_command.cpp
+#include <nlohmann/json.hpp>
+
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/info_report.h"
+#include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/output_file.h"
+
+namespace {
+
+SceneReport examine(const std::string& file, const InfoOptions& options) {
+  SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
+  StoppableApplication application(options.threads);
+  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  display.set_unit("primitives");
+  HeldMessages messages;
+  const QueryScene scene(application, std::move(source), options.hair, options.frame);
+  if (!options.quiet) messages.release();
+  return make_scene_report(file, scene, display.take_task_seconds());
+}
+
+}  // namespace
+
+void run_info(const InfoOptions& options) {
+  check_outputs({options.json}, options.files);
+  nlohmann::ordered_json json = nlohmann::ordered_json::array();
+  for (const std::string& file : options.files) {
+    const SceneReport report = examine(file, options);
+    json.push_back(make_report_json(report));
+    throw_if_interrupted();
+    if (options.json == "-" || options.quiet) continue;
+    print_report(report);
+    flush_standard_output();
+  }
+  if (!options.json.empty())
+    write_text_file(options.json, json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}

@@ -1,0 +1,90 @@
+#include <nlohmann/json.hpp>
+
+#include "tools/vqgas/commands/info_report.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+void add_tree(Json& json, const TreeReport& tree, const char* bytes_name) {
+  json["box"] = {{"min", {tree.bbox.min.x, tree.bbox.min.y, tree.bbox.min.z}},
+                 {"max", {tree.bbox.max.x, tree.bbox.max.y, tree.bbox.max.z}}};
+  json["nodes"] = {{"aligned", tree.statistics.aligned_nodes},
+                   {"quantized", tree.statistics.quantized_nodes},
+                   {"oriented", tree.statistics.oriented_nodes}};
+  json["leaves"] = tree.statistics.leaves;
+  json["depth"] = tree.statistics.depth;
+  json["children_per_node"] = tree.statistics.children_per_node;
+  json["surface_area_cost"] = tree.statistics.surface_area_cost;
+  Json& bytes = json[bytes_name];
+  for (const ArrayBytes& array : tree.arrays) bytes[array.name] = double(array.bytes) / std::max(tree.kept, 1u);
+  bytes["sum"] = double(get_sum(tree.arrays)) / std::max(tree.kept, 1u);
+  json["bytes"] = get_sum(tree.arrays);
+}
+
+void add_shape(Json& json, const ShapeReport& shape) {
+  json["kind"] = shape.is_hair ? "hair" : "mesh";
+  json["primitives"] = {
+      {"in_file", shape.primitives}, {"kept", shape.tree.kept}, {"dropped", shape.primitives - shape.tree.kept}};
+  json[shape.is_hair ? "points" : "vertices"] = shape.points;
+  json["groups"] = shape.groups;
+  if (shape.is_hair) {
+    json["strands"] = shape.strands;
+    json["shape"] = shape.is_cubic ? "cubic" : "linear";
+  }
+  add_tree(json, shape.tree, "bytes_per_primitive");
+  for (const ClusterCount& clusters : shape.clusters)
+    json["clusters"].push_back({{"wanted", clusters.wanted}, {"made", clusters.made}});
+}
+
+void add_build(Json& json, const SceneReport& report) {
+  const uint kept = report.get_kept_count();
+  for (const TaskSeconds& stage : report.stages)
+    json["stages"].push_back(
+        {{"stage", stage.task}, {"seconds", stage.seconds}, {"mprim_per_second", get_rate(kept, stage.seconds)}});
+  json["build"] = {{"seconds", report.build_seconds}, {"mprim_per_second", get_rate(kept, report.build_seconds)}};
+}
+
+Json make_objects(const ObjectsReport& report) {
+  Json json;
+  json["geometries"] = report.geometries;
+  json["primitives"] = report.primitives;
+  add_tree(json, report.tree, "bytes_per_cluster");
+  json["objects"] = Json::array();
+  for (const ObjectReport& object : report.objects) {
+    json["objects"].push_back({{"name", object.name},
+                               {"kind", object.is_group ? "group" : "geometry"},
+                               {"primitives", object.primitives},
+                               {"moves", object.is_moving},
+                               {"clusters", object.clusters}});
+    if (object.left_out != nullptr) json["objects"].back()["left_out"] = object.left_out;
+  }
+  return json;
+}
+
+}  // namespace
+
+Json make_report_json(const SceneReport& report) {
+  Json json = {{"file", report.file}};
+  if (report.is_plain) {
+    add_shape(json, report.shapes.front());
+    json["threads"] = report.threads;
+    add_build(json, report);
+    return json;
+  }
+  json["kind"] = "scene";
+  json["threads"] = report.threads;
+  add_build(json, report);
+  json["shapes"] = Json::array();
+  for (const ShapeReport& shape : report.shapes) {
+    Json& added = json["shapes"].emplace_back(Json{{"name", shape.name}, {"shown", shape.shown}});
+    add_shape(added, shape);
+  }
+  json["scene_tree"] = make_objects(report.whole);
+  json["groups"] = Json::array();
+  for (const ObjectsReport& group : report.groups) {
+    json["groups"].push_back(make_objects(group));
+    json["groups"].back()["name"] = group.name;
+  }
+  return json;
+}

@@ -1,0 +1,139 @@
+#include "tools/vqgas/commands/info_report.h"
+
+#include <algorithm>
+#include <map>
+
+#include "tools/vqgas/support/interrupt.h"
+#include "vq_module/module_combiner.h"
+#include "vq_module/module_geometry.h"
+
+namespace {
+
+std::vector<ArrayBytes> get_arrays(const GasBvh<4>& tree, u64 whole) {
+  return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
+          {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
+          {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
+          {"item order", tree.order != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
+          {"item weights", tree.item_words != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
+          {"tables and object", whole - tree.get_array_bytes()}};
+}
+
+TreeReport make_tree_report(const GasBvh<4>& tree, const GasObject& structure) {
+  return {bvh_compute_statistics(tree), tree.item_count, get_arrays(tree, structure.get_memory_size()),
+          structure.get_bbox()};
+}
+
+ShapeReport make_shape_report(const SceneShape& shape) {
+  ShapeReport report = {};
+  report.name = shape.name;
+  report.primitives = shape.geometry->get_primitive_count();
+  report.points = shape.point_count;
+  report.groups = shape.geometry->get_shading_groups().get_count();
+  if (shape.hair != nullptr) {
+    report.is_hair = true;
+    report.is_cubic = shape.hair->get_curves().get_shape() == CurveShape::cubic;
+    report.strands = shape.hair->get_curves().get_curve_count();
+  }
+  report.tree = make_tree_report(*shape.tree, *shape.structure);
+  for (const uint wanted : {16u, 64u, 1024u}) {
+    CoreVector<void*> clusters;
+    shape.structure->get_clusters(clusters, wanted, 0.5f);
+    report.clusters.push_back({wanted, clusters.get_count()});
+  }
+  return report;
+}
+
+/// Why an object without clusters in the tree is not there: the tree's own reasons, in its order.
+const char* get_reason(const ModuleSceneObject& object) {
+  if (object.get_primitive_count() == 0.0) return "empty";
+  if (!has_place(object)) return "singular matrix";
+  return "no clusters";
+}
+
+class SceneExaminer {
+ public:
+  explicit SceneExaminer(SceneReport& report) : report_(report) {}
+
+  ObjectsReport examine(const std::vector<std::shared_ptr<ModuleSceneObject>>& objects, const GasSceneTree& tree) {
+    ObjectsReport found = {};
+    found.tree = make_tree_report(tree.get_tree(), tree);
+    found.geometries = tree.get_geometry_count();
+    found.primitives = tree.get_primitive_count();
+    for (uint index = 0; index < objects.size(); ++index) {
+      const ModuleSceneObject& object = *objects[index];
+      const auto* group = dynamic_cast<const ModuleCombiner*>(&object);
+      const uint clusters = tree.get_cluster_count(index);
+      found.objects.push_back({object.get_name().get_data(), clusters, clusters == 0 ? get_reason(object) : nullptr,
+                               group != nullptr, (object.get_flags() & ModuleSceneObject::moving) != 0,
+                               object.get_primitive_count()});
+      if (group != nullptr) {
+        examine_group(*group);
+      } else {
+        Shown& entry = shown[static_cast<const ModuleGeometry&>(object).get_geometry()];
+        if (entry.count++ == 0) entry.name = object.get_name().get_data();
+      }
+    }
+    return found;
+  }
+
+  struct Shown {
+    uint count = 0;
+    std::string name;  // of the first object
+  };
+  std::map<const GeometryObject*, Shown> shown;
+
+ private:
+  void examine_group(const ModuleCombiner& group) {
+    const auto* tree = static_cast<const GasSceneTree*>(group.get_structure());
+    if (std::find(trees_.begin(), trees_.end(), tree) != trees_.end()) return;
+    trees_.push_back(tree);
+    ObjectsReport found = examine(group.get_objects(), *tree);
+    found.name = group.get_name().get_data();
+    report_.groups.push_back(std::move(found));
+  }
+
+  SceneReport& report_;
+  std::vector<const GasSceneTree*> trees_;
+};
+
+}  // namespace
+
+SceneReport make_scene_report(const std::string& file, const QueryScene& scene, std::vector<TaskSeconds>&& stages) {
+  SceneReport report = {};
+  report.file = file;
+  report.threads = scene.get_application().get_thread_count();
+  report.stages = std::move(stages);
+  report.build_seconds = scene.get_build_seconds();
+  for (const SceneShape& shape : scene.get_shapes()) {
+    throw_if_interrupted();
+    report.shapes.push_back(make_shape_report(shape));
+  }
+  SceneExaminer examiner(report);
+  report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
+  for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);
+  const std::string prefix = file + ":";
+  for (std::size_t k = 0; k < report.shapes.size(); ++k) {
+    ShapeReport& shape = report.shapes[k];
+    const SceneExaminer::Shown& shown = examiner.shown[scene.get_shapes()[k].geometry.get()];
+    shape.shown = shown.count;
+    shape.name = shape.name.starts_with(prefix) ? shape.name.substr(prefix.size()) : shown.name;
+  }
+  const ModuleSceneObject& first = *scene.get_objects().objects.front();
+  report.is_plain = report.shapes.size() == 1 && report.whole.objects.size() == 1 && !first.is_keyframed() &&
+                    !scene.is_animated(0) && first.get_global_matrix() == GMathMatrix4x4<double>();
+  return report;
+}
+
+uint SceneReport::get_kept_count() const {
+  uint count = 0;
+  for (const ShapeReport& shape : shapes) count += shape.tree.kept;
+  return count;
+}
+
+u64 get_sum(const std::vector<ArrayBytes>& arrays) {
+  u64 sum = 0;
+  for (const ArrayBytes& array : arrays) sum += array.bytes;
+  return sum;
+}
+
+double get_rate(uint primitives, double seconds) { return seconds > 0.0 ? 1e-6 * primitives / seconds : 0.0; }

@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <cctype>
+#include <cstdarg>
+#include <cstdio>
+
+#include "tools/vqgas/commands/info_report.h"
+
+namespace {
+
+void print_row(const char* name, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void print_row(const char* name, const char* format, ...) {
+  std::printf("  %-28s", name);
+  va_list arguments;
+  va_start(arguments, format);
+  std::vprintf(format, arguments);
+  va_end(arguments);
+  std::printf("\n");
+}
+
+void print_box(const GMathBbox3<double>& box) {
+  print_row("box", "(%g, %g, %g) to (%g, %g, %g)", box.min.x, box.min.y, box.min.z, box.max.x, box.max.y, box.max.z);
+}
+
+/// @param item  what the tree is over, in the singular
+void print_tree(const TreeReport& tree, const char* item) {
+  print_row("aligned nodes", "%11u", tree.statistics.aligned_nodes);
+  print_row("quantized nodes", "%11u", tree.statistics.quantized_nodes);
+  print_row("oriented nodes", "%11u", tree.statistics.oriented_nodes);
+  print_row("leaves", "%11u", tree.statistics.leaves);
+  print_row("depth", "%11u", tree.statistics.depth);
+  print_row("children per node", "%11.2f", tree.statistics.children_per_node);
+  print_row("surface-area cost", "%11.2f", tree.statistics.surface_area_cost);
+  if (tree.kept == 0) return;
+  std::printf("  bytes per %s\n", item);
+  for (const ArrayBytes& array : tree.arrays)
+    if (array.bytes != 0) print_row(array.name, "%11.2f", double(array.bytes) / tree.kept);
+  const u64 sum = get_sum(tree.arrays);
+  print_row("sum", "%11.2f  (%.2f MB)", double(sum) / tree.kept, 1e-6 * double(sum));
+}
+
+void print_shape(const ShapeReport& shape) {
+  if (shape.is_hair) {
+    print_row("strands", "%11u", shape.strands);
+    print_row("segments", "%11u  (%s)", shape.primitives, shape.is_cubic ? "cubic" : "linear");
+  }
+  print_row(shape.is_hair ? "segments kept" : "primitives kept", "%11u", shape.tree.kept);
+  print_row(shape.is_hair ? "segments dropped" : "primitives dropped", "%11u", shape.primitives - shape.tree.kept);
+  print_row(shape.is_hair ? "points, shading groups" : "vertices, shading groups", "%11u, %u", shape.points,
+            shape.groups);
+  print_box(shape.tree.bbox);
+  print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");
+  for (const ClusterCount& clusters : shape.clusters)
+    print_row(("clusters at " + std::to_string(clusters.wanted)).c_str(), "%11u", clusters.made);
+}
+
+void print_build(const SceneReport& report) {
+  const uint kept = report.get_kept_count();
+  std::printf("  build on %u thread%s\n", report.threads, report.threads == 1 ? "" : "s");
+  for (const TaskSeconds& stage : report.stages)
+    print_row(stage.task.c_str(), "%11.4f s %9.2f Mprim/s", stage.seconds, get_rate(kept, stage.seconds));
+  print_row("whole build", "%11.4f s %9.2f Mprim/s", report.build_seconds, get_rate(kept, report.build_seconds));
+}
+
+/// Names come from files; they must not end the row or steer the terminal.
+std::string make_printable(std::string name) {
+  std::replace_if(
+      name.begin(), name.end(), [](unsigned char letter) { return std::iscntrl(letter) != 0; }, '?');
+  return name;
+}
+
+/// So many rows of a list; the rest is told by number.
+constexpr std::size_t row_limit = 12;
+
+void print_rest(std::size_t count) {
+  if (count > row_limit) std::printf("  ... and %zu more, which --json lists\n", count - row_limit);
+}
+
+void print_shape_list(const std::vector<ShapeReport>& shapes) {
+  std::printf("  %5s %8s %10s %8s %9s %10s  shape\n", "", "shown", "primitives", "dropped", "MB", "area cost");
+  for (std::size_t k = 0; k < std::min(shapes.size(), row_limit); ++k) {
+    const ShapeReport& shape = shapes[k];
+    std::printf("  %5zu %8u %10u %8u %9.3f %10.2f  %s%s\n", k, shape.shown, shape.primitives,
+                shape.primitives - shape.tree.kept, 1e-6 * double(get_sum(shape.tree.arrays)),
+                shape.tree.statistics.surface_area_cost, make_printable(shape.name).c_str(),
+                shape.is_hair ? " (hair)" : "");
+  }
+  print_rest(shapes.size());
+}
+
+void print_object_list(const std::vector<ObjectReport>& objects) {
+  std::printf("  %5s %8s %10s %8s  object\n", "", "clusters", "primitives", "");
+  for (std::size_t k = 0; k < std::min(objects.size(), row_limit); ++k) {
+    const ObjectReport& object = objects[k];
+    std::printf("  %5zu %8u %10.0f %8s  %s%s\n", k, object.clusters, object.primitives,
+                object.left_out != nullptr ? "left out"
+                : object.is_moving         ? "moves"
+                                           : "",
+                make_printable(object.name).c_str(), object.is_group ? " (group)" : "");
+  }
+  print_rest(objects.size());
+  std::size_t left_out = 0;
+  for (std::size_t k = 0; k < objects.size(); ++k) {
+    if (objects[k].left_out == nullptr || ++left_out > row_limit) continue;
+    print_row("left out", "%5zu %s: %s", k, make_printable(objects[k].name).c_str(), objects[k].left_out);
+  }
+  print_rest(left_out);
+}
+
+std::size_t count_kept(const ObjectsReport& report) {
+  return static_cast<std::size_t>(std::count_if(report.objects.begin(), report.objects.end(),
+                                                [](const ObjectReport& object) { return object.left_out == nullptr; }));
+}
+
+void print_group_list(const std::vector<ObjectsReport>& groups) {
+  std::printf("  %5s %8s %8s %10s %8s %9s %10s  group\n", "", "objects", "left out", "primitives", "clusters", "MB",
+              "area cost");
+  for (std::size_t k = 0; k < std::min(groups.size(), row_limit); ++k) {
+    const ObjectsReport& group = groups[k];
+    const std::size_t kept = count_kept(group);
+    std::printf("  %5zu %8zu %8zu %10.0f %8u %9.3f %10.2f  %s\n", k, group.objects.size(), group.objects.size() - kept,
+                group.primitives, group.tree.kept, 1e-6 * double(get_sum(group.tree.arrays)),
+                group.tree.statistics.surface_area_cost, make_printable(group.name).c_str());
+  }
+  print_rest(groups.size());
+}
+
+void print_objects(const ObjectsReport& report) {
+  const std::size_t kept = count_kept(report);
+  print_row("objects kept, left out", "%11zu, %zu", kept, report.objects.size() - kept);
+  print_row("geometries as shown", "%11.0f", report.geometries);
+  print_row("primitives as shown", "%11.0f", report.primitives);
+  print_box(report.tree.bbox);
+  print_tree(report.tree, "cluster");
+}
+
+void print_scene(const SceneReport& report) {
+  u64 bytes = get_sum(report.whole.tree.arrays);
+  for (const ObjectsReport& group : report.groups) bytes += get_sum(group.tree.arrays);
+  for (const ShapeReport& shape : report.shapes) bytes += get_sum(shape.tree.arrays);
+  print_row("shapes, groups", "%11zu, %zu", report.shapes.size(), report.groups.size());
+  print_row("all structures", "%11.2f MB", 1e-6 * double(bytes));
+  print_build(report);
+  print_shape_list(report.shapes);
+  for (std::size_t k = 0; k < report.shapes.size() && report.shapes.size() <= 3; ++k) {
+    std::printf("shape %zu\n", k);
+    print_shape(report.shapes[k]);
+  }
+  std::printf("scene tree\n");
+  print_objects(report.whole);
+  print_object_list(report.whole.objects);
+  if (!report.groups.empty()) print_group_list(report.groups);
+}
+
+}  // namespace
+
+void print_report(const SceneReport& report) {
+  std::printf("%s\n", report.file.c_str());
+  if (report.is_plain) {
+    print_shape(report.shapes.front());
+    print_build(report);
+  } else {
+    print_scene(report);
+  }
+  std::printf("\n");
+}

@@ -1,0 +1,169 @@
+// tools/vqgas/commands/render_command.cpp
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/image/image_exr.h"
+#include "tools/vqgas/image/layer_display.h"
+#include "tools/vqgas/render/render.h"
+#include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/progress_display.h"
+
+namespace {
+
+SceneTimes get_times(const RenderOptions& options) {
+  const double frame = options.frame.value_or(0.0);
+  const Shutter shutter = options.shutter.value_or(Shutter());
+  return {frame + shutter.open, frame + shutter.close, options.motion_samples, options.frames_per_second};
+}
+
+RenderSettings make_settings(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene) {
+  RenderSettings settings;
+  settings.width = options.width;
+  settings.height = options.height;
+  settings.samples = options.samples;
+  settings.layers = options.layers;
+  settings.has_floor = options.has_floor;
+  settings.shutter_open = times.open;
+  settings.shutter_close = times.close;
+  const double aspect = double(options.width) / options.height;
+  settings.camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
+  return settings;
+}
+
+/// NAME.png for beauty, or for a single layer; NAME.LAYER.png for the others.
+std::string get_png_name(const std::string& name, Layer layer, bool is_single) {
+  if (layer == Layer::beauty || is_single) return name;
+  return name.substr(0, name.size() - 3) + get_layer_name(layer) + ".png";
+}
+
+/// A picture file: all layers (EXR), or one (PNG).
+struct PictureFile {
+  std::string name;
+  std::optional<Layer> layer;
+};
+
+std::vector<PictureFile> list_picture_files(const RenderOptions& options) {
+  std::vector<PictureFile> files;
+  for (const std::string& name : options.outputs) {
+    if (name.ends_with(".exr")) {
+      files.push_back({name, std::nullopt});
+      continue;
+    }
+    for (const Layer layer : options.layers)
+      files.push_back({get_png_name(name, layer, options.layers.size() == 1), layer});
+  }
+  return files;
+}
+
+void check_render_outputs(const RenderOptions& options, const std::vector<PictureFile>& pictures) {
+  std::vector<std::string> outputs = {options.json};
+  for (const PictureFile& file : pictures) outputs.push_back(file.name);
+  check_outputs(outputs, options.files);
+}
+
+void write_pictures(const std::vector<PictureFile>& files, const Picture& picture, const QueryScene& scene) {
+  for (const PictureFile& file : files) {
+    if (!file.layer) {
+      write_exr(file.name, picture);
+      continue;
+    }
+    const PictureLayer& layer = *picture.find(*file.layer);
+    write_png(file.name, make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair()));
+  }
+}
+
+/// How many nodes and leaves the rays of the layer heat visited on average.
+struct MeanVisits {
+  double nodes = 0.0, leaves = 0.0;
+  explicit MeanVisits(const PictureLayer& heat)
+      : nodes(get_mean(heat.channels[0])), leaves(get_mean(heat.channels[1])) {}
+  static double get_mean(const PictureChannel& channel) {
+    return std::accumulate(channel.values.begin(), channel.values.end(), 0.0) / double(channel.values.size());
+  }
+};
+
+nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
+                                   const Picture& picture, const RayCounts& rays, double seconds,
+                                   const std::vector<PictureFile>& written) {
+  nlohmann::ordered_json report;
+  report["files"] = options.files;
+  report["objects"] = scene.get_objects().objects.size();
+  report["primitives"] = scene.get_primitive_count();
+  report["kept"] = scene.get_kept_count();
+  report["threads"] = scene.get_application().get_thread_count();
+  report["build_seconds"] = scene.get_build_seconds();
+  report["picture"] = {{"width", options.width}, {"height", options.height}, {"samples", options.samples}};
+  for (const Layer layer : options.layers) report["layers"].push_back(get_layer_name(layer));
+  report["render_seconds"] = seconds;
+  report["rays"] = {
+      {"camera", rays.camera}, {"shadow", rays.shadow}, {"ambient", rays.ambient}, {"all_hits", rays.all_hits}};
+  report["mrays_per_second"] = seconds > 0.0 ? 1e-6 * static_cast<double>(rays.get_sum()) / seconds : 0.0;
+  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+    const MeanVisits visits(*heat);
+    report["visits_per_ray"] = {{"nodes", visits.nodes}, {"leaves", visits.leaves}};
+  }
+  if (const CtxMotionBlur* motion_blur = scene.get_motion_blur()) {
+    report["shutter"] = {times.open, times.close};
+    report["motion_samples"] = motion_blur->get_sample_count();
+  }
+  for (const PictureFile& file : written) report["written"].push_back(file.name);
+  return report;
+}
+
+}  // namespace
+
+void run_render(const RenderOptions& options) {
+  const std::vector<PictureFile> files = list_picture_files(options);
+  check_render_outputs(options, files);
+  const SceneTimes times = get_times(options);
+  SceneSource source = load_scene(options.files, times);
+  for (ShapeSource& shape : source.shapes) {
+    if (MeshSource* mesh = std::get_if<MeshSource>(&shape)) complete_normals(mesh->data, crease_degrees);
+  }
+  StoppableApplication application(options.threads);
+  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  HeldMessages messages;
+  HairSettings hair = options.hair;
+  const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);
+  hair.has_all_hits_queries = counts > 0;
+  hair.has_nearest_queries = std::ssize(options.layers) > counts;
+  QueryScene scene(application, std::move(source), hair, times.open);
+  if (!options.quiet) messages.release();
+  if (options.frame || options.shutter) {
+    scene.set_shutter(times);
+    scene.get_bbox();  // refits what moves, before the time of the rays is taken
+  }
+
+  const RenderSettings settings = make_settings(options, times, scene);
+  display.set_unit("pixels");
+  AppProgressBar* progress = application.create_progress_bar("Render");
+  RayCounts rays;
+  const auto begin = std::chrono::steady_clock::now();
+  const Picture picture = render_picture(scene, settings, progress, rays);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  progress->finish();
+
+  write_pictures(files, picture, scene);
+  if (!options.json.empty()) {
+    const nlohmann::ordered_json report = make_report(options, times, scene, picture, rays, seconds, files);
+    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+  }
+  if (options.quiet || options.json == "-") return;
+  throw_if_interrupted();
+  for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
+  std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
+              options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
+              1e-6 * static_cast<double>(rays.get_sum()) / seconds, application.get_thread_count(),
+              scene.get_build_seconds());
+  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+    const MeanVisits visits(*heat);
+    std::printf("heat: %.1f nodes and %.1f leaves visited per ray\n", visits.nodes, visits.leaves);
+  }
+}

@@ -1,0 +1,212 @@
+// tools/vqgas/commands/trace_command.cpp
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <tuple>
+
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/trace_rays.h"
+#include "tools/vqgas/scene/query_scene.h"
+#include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
+#include "tools/vqgas/support/number_list.h"
+#include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/progress_display.h"
+#include "vq_sys/sys_thread_task.h"
+#include "vq_sys/sys_thread_task_manager.h"
+
+namespace {
+
+struct TraceHit {
+  uint ray = 0;
+  uint primitive = 0, group = 0;  // in the scene
+  GeometryIntersection hit;
+  GeometrySurfacePoint point;
+  std::vector<uint> path;
+  const ModuleSceneObject* object = nullptr;  // innermost
+};
+
+/// A run of rays that one thread traces as a packet. Its hits are in order of ray, then distance, then path and
+/// primitive.
+class TraceTask final : public SysThreadTask {
+ public:
+  TraceTask(const QueryScene& scene, const std::vector<TraceRay>& rays, std::size_t first, std::size_t count, bool all)
+      : scene_(scene), rays_(rays), first_(first), count_(count), all_(all) {
+    flags = counted | for_waiter;
+  }
+
+  void run(const uint&) override {
+    if (is_interrupted()) return;
+    CtxShader shader;
+    scene_.prepare(shader);
+    GeometryRayPacket packet;
+    packet.resize(static_cast<uint>(count_));
+    for (uint k = 0; k < count_; ++k) {
+      const TraceRay& ray = rays_[first_ + k];
+      packet.set_ray(k, ray.origin, ray.direction, ray.tnear, ray.tfar, ray.time);
+    }
+    if (all_) {
+      scene_.find_all(shader, packet);
+      for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, scene_.get_hit(packet, hit.hit));
+    } else {
+      scene_.find_nearest(shader, packet);
+      for (uint k = 0; k < count_; ++k) {
+        if (const std::optional<SceneHit> hit = scene_.get_nearest(packet, k)) add(k, *hit);
+      }
+    }
+    std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
+      if (a.ray != b.ray) return a.ray < b.ray;
+      if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
+      return std::tie(a.path, a.primitive, a.hit.part) < std::tie(b.path, b.primitive, b.hit.part);
+    });
+  }
+
+  std::vector<TraceHit> hits;
+
+ private:
+  void add(uint ray, const SceneHit& found) {
+    TraceHit& hit = hits.emplace_back();
+    hit.ray = static_cast<uint>(first_) + ray;
+    hit.primitive = found.get_primitive();
+    hit.group = found.get_group();
+    hit.hit = *found.record;
+    hit.point = scene_.get_surface_point(found, rays_[first_ + ray].time);
+    for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
+    hit.object = found.path.back().object;
+  }
+
+  const QueryScene& scene_;
+  const std::vector<TraceRay>& rays_;
+  const std::size_t first_, count_;
+  const bool all_;
+};
+
+std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>& rays, bool all) {
+  constexpr std::size_t packet_size = 4096;
+  std::vector<std::unique_ptr<TraceTask>> tasks;
+  for (std::size_t first = 0; first < rays.size(); first += packet_size)
+    tasks.push_back(std::make_unique<TraceTask>(scene, rays, first, std::min(packet_size, rays.size() - first), all));
+  SysThreadTaskManager group(scene.get_application().get_thread_manager());
+  for (const auto& task : tasks) group.add_task(task.get());
+  group.wait_until_completed(true);
+  throw_if_interrupted();
+  std::vector<TraceHit> hits;
+  for (const auto& task : tasks) hits.insert(hits.end(), task->hits.begin(), task->hits.end());
+  return hits;
+}
+
+std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) {
+  std::string text = trace_csv_header;
+  text += '\n';
+  auto hit = hits.begin();
+  for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    throw_if_interrupted();
+    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,,\n");
+    for (; hit != hits.end() && hit->ray == ray; ++hit) {
+      const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
+      text += std::to_string(ray);
+      text.append(",").append(print_number(hit->hit.distance));
+      text.append(",").append(std::to_string(hit->primitive));
+      text.append(",").append(std::to_string(hit->group));
+      for (const double value : {hit->hit.u, hit->hit.v, n.x, n.y, n.z, p.x, p.y, p.z})
+        text.append(",").append(print_number(value));
+      for (std::size_t level = 0; level < hit->path.size(); ++level)
+        text.append(level == 0 ? "," : "/").append(std::to_string(hit->path[level]));
+      text += '\n';
+    }
+  }
+  return text;
+}
+
+/// {"file": ..., "rays": [{"ray": 0, "hits": [{...}, ...]}, ...]}
+std::string print_json(const std::string& file, const QueryScene& scene, const std::vector<TraceHit>& hits,
+                       std::size_t ray_count) {
+  nlohmann::ordered_json report;
+  report["file"] = file;
+  report["rays"] = nlohmann::ordered_json::array();
+  auto hit = hits.begin();
+  for (std::size_t ray = 0; ray < ray_count; ++ray) {
+    throw_if_interrupted();
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (; hit != hits.end() && hit->ray == ray; ++hit) {
+      const GeometrySurfacePoint& point = hit->point;
+      list.push_back({{"distance", hit->hit.distance},
+                      {"primitive", hit->primitive},
+                      {"group", hit->group},
+                      {"group_name", scene.get_group_name(hit->group).get_data()},
+                      {"object", hit->object->get_name().get_data()},
+                      {"path", hit->path},
+                      {"u", hit->hit.u},
+                      {"v", hit->hit.v},
+                      {"normal", {point.normal.x, point.normal.y, point.normal.z}},
+                      {"position", {point.position.x, point.position.y, point.position.z}}});
+    }
+    report["rays"].push_back({{"ray", ray}, {"hits", std::move(list)}});
+  }
+  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+std::vector<TraceRay> get_rays(const TraceOptions& options) {
+  std::vector<TraceRay> rays(options.rays.size());
+  for (std::size_t k = 0; k < rays.size(); ++k) parse_trace_ray(options.rays[k], rays[k]);
+  if (!rays.empty()) return rays;
+  if (isatty(STDIN_FILENO) && !options.quiet) std::cerr << "Reading rays from the terminal, one a line:\n";
+  std::istringstream lines(read_standard_input());
+  return read_trace_rays(lines, "standard input");
+}
+
+/// From the earliest to the latest ray, sampled as closely as the shutter of a single frame is.
+SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second) {
+  constexpr double samples_per_frame = 8.0, most_samples = 128.0;
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  double first = infinity, last = -infinity;
+  for (const TraceRay& ray : rays) {
+    if (!std::isfinite(ray.time)) continue;
+    first = std::min(first, ray.time);
+    last = std::max(last, ray.time);
+  }
+  SceneTimes times;
+  times.frames_per_second = frames_per_second;
+  if (!(first <= last)) return times;
+  times.open = first;
+  times.close = last;
+  times.samples =
+      1 + static_cast<uint>(std::clamp(std::ceil((last - first) * samples_per_frame), samples_per_frame, most_samples));
+  return times;
+}
+
+}  // namespace
+
+void run_trace(const TraceOptions& options) {
+  std::vector<std::string> inputs = {options.file};
+  if (options.rays.empty()) inputs.push_back("-");
+  check_outputs({options.json}, inputs);
+  const std::vector<TraceRay> rays = get_rays(options);
+  StoppableApplication application(options.threads);
+  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  HeldMessages messages;
+  HairSettings hair = options.hair;
+  hair.has_nearest_queries = !options.all;
+  hair.has_all_hits_queries = options.all;
+  const SceneTimes times = get_times(rays, options.frames_per_second);
+  QueryScene scene(application, load_scene({options.file}, times), hair);
+  if (!options.quiet) messages.release();
+  const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
+  if (wants_times) scene.set_shutter(times);
+  const std::vector<TraceHit> hits = trace(scene, rays, options.all);
+  const bool prints_json = options.as_json || options.json == "-";
+  if (!options.json.empty() || prints_json) {
+    const std::string text = print_json(options.file, scene, hits, rays.size());
+    if (!options.json.empty() && options.json != "-") write_text_file(options.json, text);
+    if (prints_json) write_text_file("-", text);
+  }
+  if (!prints_json) write_text_file("-", print_csv(hits, rays.size()));
+}

@@ -1,0 +1,27 @@
+// tools/vqgas/demo/demo_placing.h
+//
+// Where the objects of the built-in scenes stand and how they move.
+#pragma once
+#include <functional>
+#include <vector>
+
+#include "tools/vqgas/demo/demo_shapes.h"
+#include "vq_module/module_scene_item.h"
+
+using Matrix = GMathMatrix4x4<double>;
+
+Matrix move_to(const Point& place);
+/// Around the axis x, y or z (0, 1, 2), counter-clockwise when it points to the viewer.
+Matrix turn_around(uint axis, double angle);
+/// Negative factors mirror.
+Matrix scale_by(const Point& factors);
+/// Things that stand at height 0 lean: what is at height 1 moves by `x` and `z`.
+Matrix lean_by(double x, double z);
+/// Axes and origin of a frame.
+Matrix map_to(const Frame& frame);
+
+/// `steps` + 1 keys evenly over the times 0 to 1. Between keys entries are blended one by one, which shortens what
+/// turns: there is to be a key every few degrees.
+std::vector<ModuleMatrixKey> make_keys(uint steps, const std::function<Matrix(double)>& get_matrix);
+/// Stands still.
+inline std::vector<ModuleMatrixKey> stand_at(const Matrix& matrix) { return {{0.0, matrix}}; }

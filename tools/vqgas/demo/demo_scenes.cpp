@@ -1,0 +1,42 @@
+#include "tools/vqgas/demo/demo_scenes.h"
+
+#include "tools/vqgas/support/input_error.h"
+
+namespace {
+
+struct DemoScene {
+  const char* name;
+  SceneSource (*make)();
+};
+
+template <MeshSource (*make)()>
+SceneSource make_mesh_scene() {
+  SceneSource scene;
+  scene.add_object("", make());
+  return scene;
+}
+
+constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
+                                {"knot", make_mesh_scene<make_demo_knot>},
+                                {"terrain", make_mesh_scene<make_demo_terrain>},
+                                {"wave", make_mesh_scene<make_demo_wave>},
+                                {"jelly", make_mesh_scene<make_demo_jelly>},
+                                {"fur", make_demo_fur},
+                                {"strands", make_demo_strands},
+                                {"wind", make_demo_wind},
+                                {"mills", make_demo_mills}};
+
+}  // namespace
+
+SceneSource make_demo_scene(const std::string& name) {
+  for (const DemoScene& scene : scenes) {
+    if (name == scene.name) return scene.make();
+  }
+  throw InputError("demo:" + name, "no such scene; there are " + list_demo_scenes());
+}
+
+std::string list_demo_scenes() {
+  std::string list;
+  for (const DemoScene& scene : scenes) list += (list.empty() ? "" : ", ") + std::string(scene.name);
+  return list;
+}

@@ -1,0 +1,32 @@
+// tools/vqgas/demo/demo_scenes.h
+//
+// The built-in scenes: made by code, the same bytes every time, y up.
+#pragma once
+#include <string>
+
+#include "tools/vqgas/source/scene_source.h"
+
+/// The scene of that name. Throws InputError when there is none.
+SceneSource make_demo_scene(const std::string& name);
+/// All names, separated by commas.
+std::string list_demo_scenes();
+
+/// A trefoil knot as a tube of quads.
+MeshSource make_demo_knot();
+/// A mountain landscape of half a million triangles.
+MeshSource make_demo_terrain();
+/// A colonnade with a knot, gears, stars, spheres and a chain: polygons of 3 to 80 corners, many of them concave.
+MeshSource make_demo_gallery();
+/// A ring-shaped wave runs through a pond in which a ball floats. Moves over the times 0 to 1.
+MeshSource make_demo_wave();
+/// A cube of jelly that twists, sways and springs. Moves over the times 0 to 1.
+MeshSource make_demo_jelly();
+/// A creature with a thick patched fur.
+SceneSource make_demo_fur();
+/// Young fern, unrolling: a few large, curled, tapered tubes.
+SceneSource make_demo_strands();
+/// A meadow through which a gust runs. Moves over the times 0 to 1.
+SceneSource make_demo_wind();
+/// An island in the wind: mills, pinwheels, tulips, birds, sheep and boats, some thousand objects that share two dozen
+/// shapes. Moves over the times 0 to 1.
+SceneSource make_demo_mills();

@@ -1,8 +1,0 @@
-// tools/vqgas/hair_text.h
-#pragma once
-#include <string>
-
-#include "tools/vqgas/hair_source.h"
-
-/// Reads the text form of hair_file.h. Throws InputError with the number of the line that cannot be read.
-HairSource read_hair_text(const std::string& path);

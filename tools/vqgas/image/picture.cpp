@@ -1,0 +1,78 @@
+#include "tools/vqgas/image/picture.h"
+
+#include <array>
+#include <utility>
+
+namespace {
+
+struct LayerTraits {
+  const char* name;
+  std::vector<const char*> channels;
+  bool has_numbers;
+  float empty;
+};
+
+const LayerTraits& get_traits(Layer layer) {
+  static const std::array<LayerTraits, layer_count> traits = {{
+      {"beauty", {"R", "G", "B", "A"}, false, 0.0f},
+      {"depth", {"Z"}, false, no_depth},
+      {"normal", {"N.X", "N.Y", "N.Z"}, false, 0.0f},
+      {"position", {"P.X", "P.Y", "P.Z"}, false, 0.0f},
+      {"primitive", {"primitive"}, true, 0.0f},
+      {"group", {"group"}, true, 0.0f},
+      {"object", {"object"}, true, 0.0f},
+      {"instance-path", {"path.0", "path.1", "path.2", "path.3"}, true, 0.0f},
+      {"uv", {"UV.U", "UV.V"}, false, 0.0f},
+      {"motion", {"motion.X", "motion.Y"}, false, 0.0f},
+      {"heat", {"heat.nodes", "heat.leaves"}, false, 0.0f},
+      {"count", {"count"}, true, 0.0f},
+  }};
+  return traits[static_cast<std::size_t>(layer)];
+}
+
+}  // namespace
+
+const char* get_layer_name(Layer layer) { return get_traits(layer).name; }
+
+bool find_layer(std::string_view name, Layer& layer) {
+  for (uint index = 0; index < layer_count; ++index) {
+    if (name != get_layer_name(static_cast<Layer>(index))) continue;
+    layer = static_cast<Layer>(index);
+    return true;
+  }
+  return false;
+}
+
+std::string list_layers() {
+  std::string list;
+  for (uint index = 0; index < layer_count; ++index)
+    list += (index == 0 ? "" : ", ") + std::string(get_layer_name(static_cast<Layer>(index)));
+  return list;
+}
+
+Picture::Picture(uint width, uint height, const std::vector<Layer>& wanted) : width(width), height(height) {
+  const std::size_t pixel_count = std::size_t{width} * height;
+  for (const Layer layer : wanted) {
+    const LayerTraits& traits = get_traits(layer);
+    PictureLayer& added = layers.emplace_back();
+    added.layer = layer;
+    for (const char* name : traits.channels) {
+      PictureChannel& channel = added.channels.emplace_back();
+      channel.name = name;
+      if (traits.has_numbers) {
+        channel.numbers.assign(pixel_count, no_number);
+      } else {
+        channel.values.assign(pixel_count, traits.empty);
+      }
+    }
+  }
+}
+
+const PictureLayer* Picture::find(Layer layer) const {
+  for (const PictureLayer& present : layers) {
+    if (present.layer == layer) return &present;
+  }
+  return nullptr;
+}
+
+PictureLayer* Picture::find(Layer layer) { return const_cast<PictureLayer*>(std::as_const(*this).find(layer)); }

@@ -1,0 +1,50 @@
+// tools/vqgas/image/picture.h
+//
+// A rendered picture: layers of named channels, one value a pixel, rows from top to bottom.
+#pragma once
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vq_core/core_types.h"
+
+enum class Layer { beauty, depth, normal, position, primitive, group, object, instance_path, uv, motion, heat, count };
+inline constexpr uint layer_count = 12;
+
+/// The layer's name on the command line and in file names.
+const char* get_layer_name(Layer layer);
+/// False when there is no such layer.
+bool find_layer(std::string_view name, Layer& layer);
+/// All names, separated by commas.
+std::string list_layers();
+
+/// What number channels hold where the ray hits nothing.
+inline constexpr uint no_number = 0xFFFFFFFFu;
+/// What the depth channel holds where the ray hits nothing.
+inline constexpr float no_depth = std::numeric_limits<float>::infinity();
+
+/// Either values or numbers, width * height of them.
+struct PictureChannel {
+  std::string name;  ///< as in an EXR file
+  std::vector<float> values;
+  std::vector<uint> numbers;
+};
+
+struct PictureLayer {
+  Layer layer = Layer::beauty;
+  std::vector<PictureChannel> channels;
+};
+
+struct Picture {
+  uint width = 0, height = 0;
+  std::vector<PictureLayer> layers;
+
+  /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
+  /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
+  /// motion.Y, heat heat.nodes heat.leaves, count one number.
+  Picture(uint width, uint height, const std::vector<Layer>& wanted);
+  /// Null when the picture has no such layer.
+  PictureLayer* find(Layer layer);
+  const PictureLayer* find(Layer layer) const;
+};

@@ -1,0 +1,97 @@
+#include "tools/vqgas/import/import_guard.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <exception>
+
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/interrupt.h"
+
+namespace {
+
+constexpr std::size_t stack_bytes = std::size_t{56} << 20;  // sanitizers mistrust more than 64 MiB
+constexpr std::array<int, 4> breakdowns = {SIGSEGV, SIGBUS, SIGFPE, SIGABRT};
+
+const std::string* last_line = nullptr;  // what the handler writes
+
+/// Nothing of the broken thread can be trusted any more: no destructors, no buffers.
+void end_program(int) {
+  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, last_line->data(), last_line->size());
+  _exit(1);
+}
+
+/// While it lives, breakdowns end the program in a defined way.
+class BreakdownHandlers {
+ public:
+  BreakdownHandlers() {
+    struct sigaction action = {};
+    action.sa_handler = end_program;
+    action.sa_flags = SA_ONSTACK;  // the common stack may be what ran out
+    for (std::size_t k = 0; k < breakdowns.size(); ++k) sigaction(breakdowns[k], &action, &former_[k]);
+  }
+  ~BreakdownHandlers() {
+    for (std::size_t k = 0; k < breakdowns.size(); ++k) sigaction(breakdowns[k], &former_[k], nullptr);
+  }
+  BreakdownHandlers(const BreakdownHandlers&) = delete;
+  BreakdownHandlers& operator=(const BreakdownHandlers&) = delete;
+
+ private:
+  std::array<struct sigaction, breakdowns.size()> former_ = {};
+};
+
+struct GuardedWork {
+  const std::function<void()>& work;
+  std::exception_ptr fault;
+};
+
+void* run(void* guarded) {
+  GuardedWork& at = *static_cast<GuardedWork*>(guarded);
+  std::array<char, 64 * 1024> signal_stack;
+  stack_t stack = {}, former = {};
+  stack.ss_sp = signal_stack.data();
+  stack.ss_size = signal_stack.size();
+  sigaltstack(&stack, &former);
+  try {
+    at.work();
+  } catch (...) {
+    at.fault = std::current_exception();
+  }
+  sigaltstack(&former, nullptr);
+  return nullptr;
+}
+
+/// Waits a little. True when the thread has ended.
+bool join(pthread_t thread) {
+  constexpr long poll_nanoseconds = 20'000'000, second = 1'000'000'000;
+  timespec until = {};
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_nsec += poll_nanoseconds;
+  until.tv_sec += until.tv_nsec / second;
+  until.tv_nsec %= second;
+  return pthread_timedjoin_np(thread, nullptr, &until) == 0;
+}
+
+}  // namespace
+
+void run_import_guarded(const std::string& path, const std::function<void()>& work) {
+  const std::string line = "vqgas: " + path + ": the importer breaks down over it\n";
+  last_line = &line;
+  const BreakdownHandlers handlers;
+  GuardedWork guarded{work, nullptr};
+  pthread_attr_t attributes;
+  pthread_t thread;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, stack_bytes);
+  const bool is_started = pthread_create(&thread, &attributes, run, &guarded) == 0;
+  pthread_attr_destroy(&attributes);
+  if (!is_started) throw InputError(path, "asks for more memory than there is");
+  while (!join(thread)) {
+    if (is_interrupted()) end_interrupted();  // nothing else stops code that is not this program's
+  }
+  if (guarded.fault) std::rethrow_exception(guarded.fault);
+}

@@ -1,0 +1,150 @@
+#include "tools/vqgas/import/scene_import.h"
+
+#include <assimp/config.h>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <assimp/Importer.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <iostream>
+#include <new>
+
+#include "tools/vqgas/import/import_guard.h"
+#include "tools/vqgas/import/scene_mesh_reader.h"
+#include "tools/vqgas/import/scene_node_import.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
+#include "tools/vqgas/support/memory_limit.h"
+
+namespace {
+
+/// Whether the header of a PLY file names an element of strips: Assimp takes one for a list of polygons and returns a
+/// few wrong ones without a word.
+bool has_triangle_strips(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line;
+  if (!std::getline(file, line) || !line.starts_with("ply")) return false;
+  for (uint lines = 0; lines < 1000 && std::getline(file, line); ++lines) {
+    if (line.starts_with("element tristrips")) return true;
+    if (line.starts_with("end_header")) return false;
+  }
+  return false;
+}
+
+void check_file(const std::string& path) {
+  check_input_file(path);
+  if (has_triangle_strips(path))
+    throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
+}
+
+/// Importers' messages may run over several lines.
+std::string make_one_line(std::string text) {
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < ' ') c = ' ';
+  }
+  while (!text.empty() && text.back() == ' ') text.pop_back();
+  return text.empty() ? "cannot be read" : text;
+}
+
+/// Some importers chat on the program's own streams; while it lives they speak to nobody.
+class SilencedStreams {
+ public:
+  SilencedStreams() : out_(std::cout.rdbuf(&nobody_)), err_(std::cerr.rdbuf(&nobody_)) {}
+  ~SilencedStreams() {
+    std::cout.rdbuf(out_);
+    std::cerr.rdbuf(err_);
+  }
+  SilencedStreams(const SilencedStreams&) = delete;
+  SilencedStreams& operator=(const SilencedStreams&) = delete;
+
+ private:
+  struct Nobody : std::streambuf {
+    int overflow(int letter) override { return letter; }
+  };
+  Nobody nobody_;
+  std::streambuf* out_;
+  std::streambuf* err_;
+};
+
+bool has_extension(const std::string& path, std::initializer_list<const char*> list) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return std::find(list.begin(), list.end(), extension) != list.end();
+}
+
+/// Formats that know no nodes; where importers make some all the same, they stand for groups of faces.
+bool has_nodes(const std::string& path) {
+  return !has_extension(path, {".nff", ".obj", ".off", ".ply", ".raw", ".stl"});
+}
+
+/// The importer of MDL hands out the bones of a figure side by side, though each is placed relative to another.
+bool has_sound_bones(const std::string& path) { return !has_extension(path, {".mdl"}); }
+
+const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
+  importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
+  importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_BONEWEIGHTS);
+  const aiScene* scene = importer.ReadFile(path, has_sound_bones(path) ? 0u : uint{aiProcess_RemoveComponent});
+  if (scene == nullptr) {
+    const std::string fault = importer.GetErrorString();
+    if (fault.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
+    throw InputError(path, make_one_line(fault));
+  }
+  if (scene->mRootNode == nullptr || scene->mNumMeshes == 0) throw InputError(path, "holds no mesh");
+  return scene;
+}
+
+/// Everything as one mesh at rest.
+MeshSource read_flat(const std::string& path, const aiScene& scene) {
+  SceneMeshReader reader(path, scene);
+  struct Open {
+    const aiNode* node;
+    aiMatrix4x4 parent;
+  };
+  std::vector<Open> open = {{scene.mRootNode, aiMatrix4x4()}};
+  while (!open.empty()) {
+    const aiNode& node = *open.back().node;
+    const aiMatrix4x4 matrix = open.back().parent * node.mTransformation;
+    open.pop_back();
+    for (uint k = 0; k < node.mNumMeshes; ++k) reader.add(reader.get_mesh(node, k), matrix);
+    // Some importers announce more children than they attach.
+    for (uint k = node.mNumChildren; k-- > 0;) {
+      if (node.mChildren[k] != nullptr) open.push_back({node.mChildren[k], matrix});
+    }
+  }
+  if (!reader.has_polygon()) throw InputError(path, "holds no polygon");
+  return reader.finish();
+}
+
+SceneSource read_file(const std::string& path, const SceneTimes& times) {
+  const SilencedStreams silence;
+  Assimp::Importer importer;
+  const aiScene& scene = *read_scene(importer, path);
+  if (has_nodes(path)) return import_nodes(path, scene, times);
+  SceneSource source;
+  source.add_object("", read_flat(path, scene));
+  return source;
+}
+
+}  // namespace
+
+SceneSource import_scene(const std::string& path, const SceneTimes& times) {
+  check_file(path);
+  try {
+    SceneSource source;
+    run_import_guarded(path, [&] {
+      const MemoryLimit limit;
+      source = read_file(path, times);
+    });
+    return source;
+  } catch (const InputError&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw InputError(path, "asks for more memory than there is");
+  } catch (const std::exception& error) {
+    throw InputError(path, make_one_line(error.what()));
+  }
+}

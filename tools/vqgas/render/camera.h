@@ -1,0 +1,40 @@
+// tools/vqgas/render/camera.h
+#pragma once
+#include <string>
+#include <vector>
+
+#include "vq_gmath/gmath_bbox.h"
+#include "vq_gmath/gmath_ray.h"
+
+/// A pinhole camera.
+struct Camera {
+  GMathVec3<double> eye, target, up{0.0, 1.0, 0.0};
+  double field_of_view = 35.0;  ///< vertical, in degrees
+};
+
+/// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov". Throws UsageError.
+Camera parse_camera(const std::string& text);
+
+/// A camera that shows the whole of all boxes, y up, as large as it can. `view` is front (from +z), side (from +x), top
+/// (from +y) or three-quarter; anything else throws UsageError. `aspect` is width over height.
+Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect);
+
+/// The rays of a camera through a picture.
+class CameraRays {
+ public:
+  CameraRays(const Camera& camera, uint width, uint height);
+  /// The direction through picture point (x, y), in pixels from the upper left corner. Its component along the view is
+  /// 1, so that a distance along the ray is the depth.
+  GMathVec3<double> get_direction(double x, double y) const {
+    return forward_ + right_ * ((2.0 * x - width_) * scale_) + up_ * ((height_ - 2.0 * y) * scale_);
+  }
+  const GMathVec3<double>& get_eye() const { return eye_; }
+  /// Along the view, of unit length.
+  const GMathVec3<double>& get_forward() const { return forward_; }
+  /// The picture point where a point in front of the eye is seen; infinite or NaN for one level with the eye.
+  GMathVec2<double> get_picture_point(const GMathVec3<double>& point) const;
+
+ private:
+  GMathVec3<double> eye_, forward_, right_, up_;
+  double width_, height_, scale_;
+};

@@ -1,0 +1,251 @@
+#include "tools/vqgas/scene/query_scene.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/interrupt.h"
+#include "vq_app_base/app_base.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+namespace {
+
+const std::vector<Color>& get_group_colors_of(const ShapeSource& source) {
+  return std::visit([](const auto& shape) -> const std::vector<Color>& { return shape.group_colors; }, source);
+}
+
+/// A rough size, for progress.
+std::size_t get_weight(const ShapeSource& source) {
+  if (const MeshSource* mesh = std::get_if<MeshSource>(&source)) return mesh->data.polygon_vertices.size() + 1;
+  return 4 * std::get<HairSource>(source).data.points.size() + 1;
+}
+
+/// When the boxes of what moves are sampled.
+struct SampleTimes {
+  double first, last;
+  uint count;
+};
+
+/// Every `1 / parts` of a step of `own` from the sample before `open` to that after `close`, also before its first and
+/// after its last: so no bend of what has these samples lies between two of them. Nothing when they are too many.
+std::optional<SampleTimes> get_own_times(const GMathTimeSampling& own, double open, double close, uint wanted_steps) {
+  constexpr double most_steps = 255.0, rounding = 1e-9;
+  const double first = std::floor((open - own.get_begin()) / own.get_step() + rounding);
+  const double steps = std::ceil((close - own.get_begin()) / own.get_step() - rounding) - first;
+  if (!(steps <= most_steps)) return std::nullopt;
+  const uint whole = static_cast<uint>(steps), parts = whole > 0 ? (wanted_steps + whole - 1) / whole : 1;
+  const double begin = own.get_begin() + first * own.get_step();
+  return SampleTimes{begin, begin + steps * own.get_step(), whole * std::max(parts, 1u) + 1};
+}
+
+/// Evenly over the shutter, several to each of the shortest steps of what deforms, so that its bends are met closely.
+SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint wanted_steps) {
+  constexpr double most_steps = 255.0, steps_per_step = 4.0;
+  const double steps = std::fmin(steps_per_step * (times.close - times.open) / shortest_step, most_steps);
+  return {times.open, times.close, std::max(static_cast<uint>(steps), wanted_steps) + 1};
+}
+
+}  // namespace
+
+QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings, double frame)
+    : application_(application), factory_(application), ctx_(factory_) {
+  const auto begin = std::chrono::steady_clock::now();
+  note_keys(source.objects);
+  for (const std::vector<ObjectSource>& group : source.groups) note_keys(group);
+  for (const ObjectSource& object : source.objects) is_animated_.push_back(object.is_animated);
+  build_shapes(source.shapes, settings);
+  AppProgressBar* progress = application.create_progress_bar("Build scene");
+  const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, frame);
+  objects_ = maker.make(source, false, progress);
+  progress->finish();
+  const bool has_all_hits = std::any_of(shapes_.begin(), shapes_.end(), [](const SceneShape& shape) {
+    return shape.all_hits_structure != shape.structure;
+  });
+  if (has_all_hits) all_hits_objects_ = maker.make(source, true, nullptr);
+  throw_if_interrupted();
+  build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  check_files(source.files);
+}
+
+void QueryScene::check_files(const std::vector<SceneFile>& files) const {
+  auto shape = shapes_.begin();
+  for (const SceneFile& file : files) {
+    const auto end = shape + static_cast<std::ptrdiff_t>(file.shape_count);
+    const bool is_hair = shape != end && shape->hair != nullptr;
+    if (std::all_of(shape, end, [](const SceneShape& empty) { return empty.tree->is_empty(); }))
+      throw InputError(file.name,
+                       is_hair ? "holds no segment with finite points" : "holds no polygon with finite corners");
+    shape = end;
+  }
+  if (objects_.tree->get_tree().is_empty())
+    throw InputError(files.front().name, "holds no object with a place: all matrices are singular or not finite");
+}
+
+void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const HairSettings& settings) {
+  std::size_t whole = 0;
+  for (const ShapeSource& source : sources) whole += get_weight(source);
+  shapes_.reserve(sources.size());  // objects keep references
+  AppProgressBar* progress = application_.create_progress_bar("Build");
+  for (ShapeSource& source : sources) {
+    const std::vector<Color> group_colors = get_group_colors_of(source);
+    progress->begin_task("Build shape", static_cast<double>(get_weight(source)) / static_cast<double>(whole));
+    add_shape(make_shape(ctx_, std::move(source), settings, progress), group_colors);
+    progress->end_task();
+    throw_if_interrupted();  // a build that was stopped leaves an empty structure
+  }
+  progress->finish();
+}
+
+void QueryScene::add_shape(SceneShape&& shape, const std::vector<Color>& group_colors) {
+  shape.first_primitive = get_primitive_count();
+  shape.first_group = static_cast<uint>(group_colors_.size());
+  group_colors_.insert(group_colors_.end(), group_colors.begin(), group_colors.end());
+  // A source without names has one group all the same.
+  group_colors_.resize(shape.first_group + shape.geometry->get_shading_groups().get_count(), palette_color(0));
+  shapes_.push_back(std::move(shape));
+  shapes_by_geometry_[shapes_.back().geometry.get()] = &shapes_.back();
+}
+
+void QueryScene::note_keys(const std::vector<ObjectSource>& objects) {
+  for (const ObjectSource& object : objects) {
+    if (object.keys.size() < 2) continue;
+    for (const ModuleMatrixKey& key : object.keys) {
+      first_key_ = std::min(first_key_, key.time);
+      last_key_ = std::max(last_key_, key.time);
+    }
+  }
+}
+
+void QueryScene::set_shutter(const SceneTimes& times) {
+  constexpr uint smooth_steps = 8;  // what turns is to look round
+  const uint wanted_steps = times.samples ? *times.samples - 1 : smooth_steps;
+  const GMathTimeSampling* common = nullptr;
+  bool is_common = true;
+  double shortest_step = std::numeric_limits<double>::infinity();
+  for (const SceneShape& shape : shapes_) {
+    const GMathTimeSampling& own = shape.motion_sampling;
+    if (own.get_sample_count() < 2) continue;
+    if (common == nullptr) common = &own;
+    is_common = is_common && own.get_begin() == common->get_begin() && own.get_step() == common->get_step();
+    shortest_step = std::min(shortest_step, own.get_step());
+  }
+  std::optional<SampleTimes> found;
+  if (!(times.close > times.open)) {
+    found = SampleTimes{times.open, times.open, 1};
+  } else if (common != nullptr && is_common) {
+    // Nothing moves before all first samples and keys, nor after the last ones.
+    const bool has_keys = first_key_ < last_key_;
+    const double first = std::min(common->get_begin(), first_key_);
+    const double last = std::max(common->get_sample_time(common->get_sample_count() - 1), last_key_);
+    found = get_own_times(*common, std::clamp(times.open, first, last), std::clamp(times.close, first, last),
+                          has_keys || times.samples ? wanted_steps : 0);
+  }
+  if (!found) found = get_even_times(times, shortest_step, wanted_steps);
+  motion_blur_.emplace(found->first, found->last, found->count);
+  ctx_.set_motion_blur(&*motion_blur_);
+}
+
+bool QueryScene::has_hair() const {
+  return std::any_of(shapes_.begin(), shapes_.end(), [](const SceneShape& shape) { return shape.hair != nullptr; });
+}
+
+uint QueryScene::get_primitive_count() const {
+  if (shapes_.empty()) return 0;
+  return shapes_.back().first_primitive + shapes_.back().geometry->get_primitive_count();
+}
+
+uint QueryScene::get_kept_count() const {
+  uint count = 0;
+  for (const SceneShape& shape : shapes_) count += shape.tree->item_count;
+  return count;
+}
+
+const CoreString& QueryScene::get_group_name(uint group) const {
+  const auto after = std::find_if(shapes_.begin() + 1, shapes_.end(),
+                                  [&](const SceneShape& shape) { return shape.first_group > group; });
+  return after[-1].geometry->get_shading_groups()[group - after[-1].first_group];
+}
+
+GMathBbox3<double> QueryScene::get_bbox() const {
+  if (!motion_blur_) return objects_.tree->get_bbox();
+  GMathBbox3<double> box;
+  box.set_empty();
+  const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
+  for (uint sample = 0; sample < sampling.get_sample_count(); ++sample)
+    box.add(objects_.tree->get_bbox_at(ctx_, sampling.get_sample_time(sample)));
+  return box;
+}
+
+const CtxEval& QueryScene::get_thread_ctx() const {
+  const uint index = application_.get_thread_manager().get_index_of_current_thread();
+  return index < ctx_.get_thread_ctx_count() ? ctx_.get_or_create_thread_ctx(index) : ctx_;
+}
+
+void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, GeometryRayVisits* visits,
+                              bool wants_end_matrices) const {
+  if (packet.get_count() == 0) return;
+  GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
+  query.visits = visits;
+  query.settings.wants_motion_vectors = wants_end_matrices;
+  if (motion_blur_) {
+    objects_.tree->ray_hit_nearest_motion(get_thread_ctx(), shader, query);
+  } else {
+    objects_.tree->ray_hit_nearest_static(get_thread_ctx(), shader, query);
+  }
+}
+
+void QueryScene::find_all(CtxShader& shader, GeometryRayPacket& packet) const {
+  packet.get_hits().clear();
+  if (packet.get_count() == 0) return;
+  const GasSceneTree& tree = all_hits_objects_.tree != nullptr ? *all_hits_objects_.tree : *objects_.tree;
+  GeometryRaytraceCtx& query = packet.begin_all_hits(shading_);
+  if (motion_blur_) {
+    tree.ray_hit_motion(get_thread_ctx(), shader, query);
+  } else {
+    tree.ray_hit_static(get_thread_ctx(), shader, query);
+  }
+}
+
+void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vector<u8>& is_hit) const {
+  is_hit.assign(packet.get_count(), 0);
+  if (!has_hair()) {
+    find_all(shader, packet);
+    for (const GeometryHit& hit : packet.get_hits().get_hits()) is_hit[hit.ray] = 1;
+    return;
+  }
+  // Only the nearest hit sees through oriented nodes.
+  find_nearest(shader, packet);
+  for (uint ray = 0; ray < packet.get_count(); ++ray) is_hit[ray] = packet.get_nearest(ray).geometry != nullptr;
+}
+
+void QueryScene::find_in_frustum(CtxShader& shader, GeometryFrustumCtx& query) const {
+  query.shading = &shading_;
+  objects_.tree->frustum_hit(get_thread_ctx(), shader, query);
+}
+
+std::optional<SceneHit> QueryScene::get_nearest(GeometryRayPacket& packet, uint ray) const {
+  const GeometryIntersection& record = packet.get_nearest(ray);
+  if (record.geometry == nullptr) return std::nullopt;
+  return SceneHit{&record, packet.get_nearest_transform(ray), packet.get_nearest_path(ray),
+                  shapes_by_geometry_.at(record.geometry)};
+}
+
+SceneHit QueryScene::get_hit(GeometryRayPacket& packet, const GeometryIntersection& record) const {
+  const GeometryHitList& hits = packet.get_hits();
+  return {&record, hits.get_transform(record), hits.get_path(record), shapes_by_geometry_.at(record.geometry)};
+}
+
+GMathVec3<double> QueryScene::get_end_position(const SceneHit& hit, double time, double& end_time) const {
+  const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
+  uint sample = 0;
+  double fraction = 0.0;
+  sampling.get_span(time, sample, fraction);
+  end_time = sampling.get_sample_time(std::min(sample + 1, sampling.get_sample_count() - 1));
+  return geometry_get_end_position(*hit.record, hit.transform, end_time);
+}
+
+double QueryScene::get_shape_time(double time) const {
+  return motion_blur_ ? time : std::numeric_limits<double>::quiet_NaN();
+}

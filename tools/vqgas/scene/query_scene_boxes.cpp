@@ -1,0 +1,119 @@
+// What a camera is to frame: each shape as some hundred boxes a sample, carried to wherever objects show it.
+#include <cmath>
+
+#include "tools/vqgas/scene/query_scene.h"
+#include "tools/vqgas/support/interrupt.h"
+#include "vq_module/module_combiner.h"
+#include "vq_module/module_geometry.h"
+
+namespace {
+
+using Boxes = std::vector<GMathBbox3<double>>;
+using Matrix = GMathMatrix4x4<double>;
+
+/// Boxes of runs of segments. They do not depend on the tree, so that pictures with and without oriented nodes have the
+/// same view.
+template <CurveShape shape>
+void add_hair_boxes(const CurveSet& curves, double time, uint wanted, Boxes& boxes) {
+  const CurveSet::Place place = curves.get_place(time);
+  const uint count = curves.get_segment_count(), run = 1 + count / wanted;
+  for (uint first = 0; first < count; first += run) {
+    GMathBbox3<double> box;
+    box.set_empty();
+    for (uint segment = first; segment < std::min(first + run, count); ++segment) {
+      for (const CurvePoint<double>& point : curves.get_segment<shape>(segment, place).point) {
+        const double radius = std::fmax(point.radius, 0.0);
+        const GMathVec3<double> reach(radius, radius, radius);
+        const GMathVec3<double> low = point.position - reach, high = point.position + reach;
+        // The sum is finite when every value is; segments with others are not in the picture.
+        if (!std::isfinite(low.x + low.y + low.z + high.x + high.y + high.z)) continue;
+        box.add(low);
+        box.add(high);
+      }
+    }
+    if (box.min.x <= box.max.x) boxes.push_back(box);
+  }
+}
+
+/// In the shape's space. At rest without a description.
+Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMotionBlur* motion_blur, double time,
+                      uint wanted) {
+  Boxes boxes;
+  if (shape.hair != nullptr) {
+    const CurveSet& curves = shape.hair->get_curves();
+    if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, wanted, boxes);
+    if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, wanted, boxes);
+    return boxes;
+  }
+  CoreVector<void*> clusters;
+  shape.structure->get_clusters(clusters, wanted, 0.0f);
+  std::vector<GMathBbox3<float>> found(clusters.get_count());
+  if (motion_blur != nullptr) {
+    shape.structure->get_clusters_bboxes_at(ctx, time, clusters.as_array(), found.data());
+  } else {
+    shape.structure->get_clusters_bboxes(clusters.as_array(), found.data());
+  }
+  for (const GMathBbox3<float>& box : found) boxes.emplace_back(box);
+  return boxes;
+}
+
+/// How many objects show each shape, on all ways through the scene.
+using ShowCounts = std::unordered_map<const GeometryObject*, uint>;
+
+void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
+  if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
+    for (const auto& part : group->get_objects()) count_shows(*part, shows);
+  } else {
+    ++shows[static_cast<const ModuleGeometry&>(object).get_geometry()];
+  }
+}
+
+/// All that objects show at one time.
+class SceneBoxes {
+ public:
+  SceneBoxes(bool is_moving, double time, Boxes& boxes) : is_moving_(is_moving), time_(time), boxes_(boxes) {}
+
+  void set_shape_boxes(const GeometryObject* geometry, Boxes&& boxes) { shapes_[geometry] = std::move(boxes); }
+
+  void add(const ModuleSceneObject& object, const Matrix& around) {
+    const Matrix matrix = around * (is_moving_ ? object.get_global_matrix_at(time_) : object.get_global_matrix());
+    if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
+      for (const auto& part : group->get_objects()) add(*part, matrix);
+      return;
+    }
+    for (const GMathBbox3<double>& local : shapes_.at(static_cast<const ModuleGeometry&>(object).get_geometry())) {
+      GMathBbox3<double> box;
+      box.set_empty();
+      for (uint corner = 0; corner < 8; ++corner) box.add(matrix.transform_point(local.get_corner(corner)));
+      // Objects without a place are not in the picture.
+      if (box.get_extent().get_length() < std::numeric_limits<float>::max()) boxes_.push_back(box);
+    }
+  }
+
+ private:
+  const bool is_moving_;
+  const double time_;
+  Boxes& boxes_;
+  std::unordered_map<const GeometryObject*, Boxes> shapes_;
+};
+
+}  // namespace
+
+std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
+  constexpr uint wanted = 1024;  // of a shape, over all places that show it
+  ShowCounts shows;
+  for (const auto& object : objects_.objects) count_shows(*object, shows);
+  Boxes boxes;
+  const CtxMotionBlur* motion_blur = get_motion_blur();
+  for (uint sample = 0; sample < (motion_blur != nullptr ? motion_blur->get_sample_count() : 1); ++sample) {
+    const double time = motion_blur != nullptr ? motion_blur->get_time_sampling().get_sample_time(sample) : 0.0;
+    SceneBoxes all(motion_blur != nullptr, time, boxes);
+    for (const SceneShape& shape : shapes_) {
+      throw_if_interrupted();
+      const uint share = std::max(1u, wanted / std::max(1u, shows[shape.geometry.get()]));
+      all.set_shape_boxes(shape.geometry.get(), get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), share));
+    }
+    for (const auto& object : objects_.objects) all.add(*object, Matrix());
+  }
+  return boxes;
+}

@@ -1,0 +1,65 @@
+#include "tools/vqgas/scene/scene_shape.h"
+
+#include <utility>
+
+#include "gas/gas_fur.h"
+#include "gas/gas_geometry_bvh4.h"
+#include "tools/vqgas/support/input_error.h"
+#include "vq_geometry/poly_mesh.h"
+
+namespace {
+
+SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, AppProgressBar* progress) {
+  const auto mesh = std::make_shared<PolyMesh>();
+  const auto structure = std::make_shared<GasGeometryBvh4>();
+  CoreString fault;
+  if (!mesh->create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
+  structure->create(ctx, mesh.get(), mesh.get(), progress);
+  SceneShape shape;
+  shape.name = source.name;
+  shape.geometry = mesh;
+  shape.structure = shape.all_hits_structure = structure;
+  shape.tree = &structure->get_tree();
+  shape.point_count = mesh->get_vertex_count();
+  shape.motion_sampling = mesh->get_motion_sampling();
+  return shape;
+}
+
+std::shared_ptr<GasFur> make_fur(const CtxEval& ctx, const TubeMeshFast& hair, bool has_oriented_nodes,
+                                 AppProgressBar* progress) {
+  auto fur = std::make_shared<GasFur>();
+  fur->set_oriented_nodes(has_oriented_nodes);
+  fur->create(ctx, &hair, &hair, progress);
+  return fur;
+}
+
+SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSettings& settings,
+                           AppProgressBar* progress) {
+  CurveData& data = source.data;
+  if (data.basis == CurveBasis::linear && !settings.is_linear) make_smooth(data);
+  SceneShape shape;
+  shape.name = source.name;
+  const uint samples = static_cast<uint>(data.motion_points.size());
+  if (samples > 0) shape.motion_sampling = {data.motion_begin, data.motion_step, samples};
+  const auto hair = std::make_shared<TubeMeshFast>();
+  CoreString fault;
+  if (!hair->create(std::move(data), fault)) throw InputError(source.name, fault.get_data());
+  const auto fur = make_fur(ctx, *hair, settings.has_nearest_queries && !settings.is_aligned_only, progress);
+  shape.geometry = hair;
+  shape.hair = hair.get();
+  shape.structure = shape.all_hits_structure = fur;
+  shape.tree = &fur->get_tree();
+  shape.point_count = hair->get_curves().get_point_count();
+  if (settings.has_all_hits_queries && shape.tree->oriented_count > 0)
+    shape.all_hits_structure = make_fur(ctx, *hair, false, progress);
+  return shape;
+}
+
+}  // namespace
+
+SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const HairSettings& settings,
+                      AppProgressBar* progress) {
+  if (HairSource* hair = std::get_if<HairSource>(&source))
+    return make_hair_shape(ctx, std::move(*hair), settings, progress);
+  return make_mesh_shape(ctx, std::get<MeshSource>(std::move(source)), progress);
+}

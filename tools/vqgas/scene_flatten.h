@@ -1,7 +1,0 @@
-// tools/vqgas/scene_flatten.h
-#pragma once
-#include "tools/vqgas/scene_source.h"
-
-/// The scene's meshes, as its objects show them at `frame`, as one mesh at rest; hair and objects without a place are
-/// left out. Without polygons when nothing remains.
-MeshSource flatten_scene(const SceneSource& scene, double frame);

@@ -1,0 +1,24 @@
+#include "tools/vqgas/support/held_messages.h"
+
+#include <cstdio>
+
+HeldMessages::HeldMessages() {
+  former_ = CoreLogHandler::get_main().set_sink(
+      [this](const CoreString& message, const uint&) { messages_.emplace_back(message.get_view()); });
+}
+
+HeldMessages::~HeldMessages() { restore(); }
+
+void HeldMessages::release() {
+  restore();
+  for (std::string& message : messages_) {
+    while (message.ends_with('\n')) message.pop_back();
+    std::fprintf(stderr, "vqgas: %s\n", message.c_str());
+  }
+  messages_.clear();
+}
+
+void HeldMessages::restore() {
+  if (holding_) CoreLogHandler::get_main().set_sink(std::move(former_));
+  holding_ = false;
+}

@@ -1,0 +1,55 @@
+// tools/vqgas/support/output_file.h
+//
+// A file that appears whole or not at all: it is written under a temporary name in the same folder and renamed when it
+// is complete. Errors and interrupts remove the temporary file and leave the former one as it was. Devices and pipes
+// are written as they are.
+#pragma once
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/vqgas/support/interrupt.h"
+
+class OutputFile {
+ public:
+  /// Throws InputError when `path` is a folder, its folder is missing, or either cannot be written.
+  explicit OutputFile(const std::string& path);
+  /// Removes the file unless it was committed.
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  /// Where to write. Writing fails once the program is interrupted.
+  std::FILE* get_stream() const { return stream_; }
+  void write(const void* bytes, std::size_t size);
+  /// Completes the file. Throws Interrupted after a signal, and InputError when any write has failed.
+  void commit();
+  /// Throws Interrupted after a signal, else InputError.
+  /// @param fault  empty: what errno says
+  [[noreturn]] void fail(const std::string& fault = "") const;
+
+ private:
+  void open_temporary();
+  void discard();
+
+  const std::string name_;  // as given, for errors
+  std::string path_;        // links followed
+  std::string temporary_;   // empty for what is not renamed
+  std::unique_ptr<UnfinishedFile> unfinished_;
+  int descriptor_ = -1;
+  std::FILE* stream_ = nullptr;
+};
+
+/// Checks the files of a call before its work. No output may be an input or another output, by whatever path or link:
+/// throws UsageError. All outputs must be writable: throws InputError.
+/// @param outputs  "-" is standard output, which is always checked; empty names are passed over
+/// @param inputs   "-" is standard input
+void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
+
+/// Writes a whole text file; "-" is standard output. Throws InputError.
+void write_text_file(const std::string& path, std::string_view text);
+
+/// Throws InputError unless everything printed so far has reached standard output.
+void flush_standard_output();

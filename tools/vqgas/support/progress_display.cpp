@@ -1,0 +1,102 @@
+#include "tools/vqgas/support/progress_display.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+std::string print_span(double seconds) {
+  char text[32];
+  const long whole = std::lround(seconds);
+  if (whole < 60) {
+    std::snprintf(text, sizeof(text), "%ld s", whole);
+  } else {
+    std::snprintf(text, sizeof(text), "%ld min %02ld s", whole / 60, whole % 60);
+  }
+  return text;
+}
+
+std::string print_rate(double rate, const std::string& unit) {
+  char text[64];
+  if (rate >= 1e6) {
+    std::snprintf(text, sizeof(text), "%.2f M%s/s", rate * 1e-6, unit.c_str());
+  } else if (rate >= 1e3) {
+    std::snprintf(text, sizeof(text), "%.1f k%s/s", rate * 1e-3, unit.c_str());
+  } else {
+    std::snprintf(text, sizeof(text), "%.0f %s/s", rate, unit.c_str());
+  }
+  return text;
+}
+
+}  // namespace
+
+bool is_progress_wanted(bool quiet) { return !quiet && isatty(STDERR_FILENO) != 0; }
+
+ProgressDisplay::ProgressDisplay(AppBase& application, bool visible) : application_(application), visible_(visible) {
+  // Every report is taken, for the times of short tasks; the line itself is drawn ten times a second at most.
+  application_.set_progress_bar_hook([this](AppProgressBar& bar) {
+    bar.set_sink([this](const AppProgressReport& report) { receive(report); }, std::chrono::milliseconds(0));
+  });
+}
+
+ProgressDisplay::~ProgressDisplay() {
+  application_.set_progress_bar_hook({});
+  clear_line();
+}
+
+std::vector<TaskSeconds> ProgressDisplay::take_task_seconds() { return std::move(seconds_); }
+
+void ProgressDisplay::receive(const AppProgressReport& report) {
+  const Clock::time_point now = Clock::now();
+  if (!bar_open_) bar_begin_ = task_begin_ = last_draw_ = now;
+  bar_open_ = !report.is_finished;
+  keep_time(report, now);
+  if (!visible_) return;
+  if (report.is_finished) {
+    clear_line();
+  } else if (now - last_draw_ >= std::chrono::milliseconds(100)) {
+    last_draw_ = now;
+    draw(report, now);
+  }
+}
+
+void ProgressDisplay::keep_time(const AppProgressReport& report, Clock::time_point now) {
+  const std::string task = report.is_finished ? "" : report.task.get_data();
+  if (task == task_) return;
+  if (!task_.empty()) {
+    const auto place = std::find_if(seconds_.begin(), seconds_.end(), [&](const auto& s) { return s.task == task_; });
+    place->seconds += std::chrono::duration<double>(now - task_begin_).count();
+  }
+  const auto known = std::find_if(seconds_.begin(), seconds_.end(), [&](const auto& s) { return s.task == task; });
+  if (!task.empty() && known == seconds_.end()) seconds_.push_back({task, 0.0});
+  task_ = task;
+  task_begin_ = now;
+}
+
+void ProgressDisplay::draw(const AppProgressReport& report, Clock::time_point now) {
+  constexpr int width = 28;
+  const double elapsed = std::chrono::duration<double>(now - bar_begin_).count();
+  const int filled = static_cast<int>(report.fraction * width);
+  std::string line = "\r\033[K";
+  line += report.task.is_empty() ? report.title.get_data() : report.task.get_data();
+  line += " [" + std::string(static_cast<std::size_t>(filled), '#') +
+          std::string(static_cast<std::size_t>(width - filled), '.') + "] ";
+  line += std::to_string(static_cast<int>(report.fraction * 100.0)) + "%";
+  const double task_elapsed = std::chrono::duration<double>(now - task_begin_).count();
+  if (!unit_.empty() && report.step_position > 0 && task_elapsed > 0.0)
+    line += "  " + print_rate(report.step_position / task_elapsed, unit_);
+  if (report.fraction > 0.0) line += "  " + print_span(elapsed * (1.0 / report.fraction - 1.0)) + " left";
+  std::fputs(line.c_str(), stderr);
+  std::fflush(stderr);
+  line_drawn_ = true;
+}
+
+void ProgressDisplay::clear_line() {
+  if (!line_drawn_) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+  line_drawn_ = false;
+}
