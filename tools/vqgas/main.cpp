@@ -1,7 +1,7 @@
 // tools/vqgas/main.cpp
 //
-// Exit codes: 0 done; 1 something given cannot be used, told in one line on standard error; 2 the command line makes no
-// sense; 128 + the signal's number when interrupted.
+// Exit codes: 0 done; 1 an input cannot be used or an output cannot be written; 2 invalid command line; 128 + the
+// signal's number when interrupted. All but 0 print an error on standard error.
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -13,7 +13,7 @@
 
 namespace {
 
-/// Whatever goes wrong after a signal is a consequence of it.
+/// Errors after a signal are consequences of it.
 int report_fault(const char* fault, int exit_code) {
   if (is_interrupted()) return report_interrupt();
   std::fprintf(stderr, "vqgas: %s\n", fault);

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The options as text, before they are understood.
+/// Options as text, before they are parsed.
 struct RenderTexts {
   std::string camera, size = "960x540", shutter;
   std::vector<std::string> layers = {"beauty"};
@@ -21,7 +21,7 @@ struct SelectTexts {
   std::string mode = "any", camera, size = "960x540", rect, box;
 };
 
-/// One name for standard output.
+/// Replaces other names of standard output by "-".
 std::string name_standard_output(const std::string& path) {
   const bool is_standard_output = path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
   return is_standard_output ? "-" : path;
@@ -34,11 +34,11 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
   command.add_option("--json", options.json, json_help)->type_name("FILE")->transform(name_standard_output);
 }
 
-/// The checks of the library let NaN pass and tell ranges with 300 digits.
-CLI::Validator make_number_check(const std::string& wanted, bool (*is_sound)(double), const std::string& mark) {
-  const auto check = [wanted, is_sound](const std::string& text) {
+/// The library's own checks accept NaN and print ranges with 300 digits.
+CLI::Validator make_number_check(const std::string& kind, bool (*is_valid)(double), const std::string& mark) {
+  const auto check = [kind, is_valid](const std::string& text) {
     const std::vector<double> values = parse_numbers(text, ',');
-    return values.size() == 1 && is_sound(values[0]) ? std::string() : "'" + text + "' is not " + wanted;
+    return values.size() == 1 && is_valid(values[0]) ? std::string() : "'" + text + "' is not " + kind;
   };
   return CLI::Validator(check, mark);
 }
@@ -76,13 +76,13 @@ void add_view_options(CLI::App& command, std::string& view, std::string& camera,
 }
 
 void add_rate_option(CLI::App& command, SceneOptions& options) {
-  command.add_option("--fps", options.frames_per_second, "Frames per second, for files that tell time in seconds")
+  command.add_option("--fps", options.frames_per_second, "Frames per second, for files with times in seconds")
       ->capture_default_str()
       ->check(is_positive_number());
 }
 
 void add_info(CLI::App& app, InfoOptions& options) {
-  CLI::App* command = app.add_subcommand("info", "Build the structure over each file and tell what it looks like");
+  CLI::App* command = app.add_subcommand("info", "Build the structure over each file and report its statistics");
   command->add_option("FILE", options.files, get_file_help())->required();
   command->add_option("--frame", options.frame, "Frame at which objects stand")
       ->capture_default_str()
@@ -112,12 +112,12 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
       ->type_name("LAYER,...");
   command
       ->add_option("--frame", options.frame,
-                   "Show what moves at this frame; without it and a shutter, meshes and hair are shown at rest")
+                   "Show the scene at this frame; without it and a shutter, deforming meshes and hair are static")
       ->type_name("F")
       ->check(is_finite_number());
   command
       ->add_option("--shutter", texts.shutter,
-                   "Blur what moves between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
+                   "Motion blur between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
       ->type_name("OPEN,CLOSE");
   command
       ->add_option("--motion-samples", options.motion_samples,
@@ -184,7 +184,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
   add_hair_options(*command, options.hair);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
   command->footer(
-      "Objects count from 0 in the order of the files. What deforms in built-in scenes is taken at rest.\n"
+      "Objects count from 0 in the order of the files. Deforming shapes of built-in scenes are static.\n"
       "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png");
 }
 
@@ -195,13 +195,12 @@ void add_groom(CLI::App& app, GroomOptions& options) {
   command->add_option("-o,--output", options.output, "Hair file, of the cyHair format")
       ->required()
       ->type_name("NAME.hair");
-  CLI::Option* strands =
-      command->add_option("--strands", settings.strands, "How many strands, whatever the mesh's size")
-          ->capture_default_str()
-          ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
+  CLI::Option* count = command->add_option("--strands", settings.curves, "How many strands, whatever the mesh's size")
+                           ->capture_default_str()
+                           ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
   command->add_option("--density", options.density, "Instead: strands per unit of area, in the mesh's own units")
       ->check(is_positive_number())
-      ->excludes(strands);
+      ->excludes(count);
   const auto add_number = [&](const char* name, auto& value, const char* help, double low, double high) {
     command->add_option(name, value, help)->capture_default_str()->check(CLI::Range(low, high));
   };
@@ -209,10 +208,10 @@ void add_groom(CLI::App& app, GroomOptions& options) {
   add_number("--thickness", settings.thickness, "Diameter at the root, in diagonals; tips have a tenth", 0.0, 1000.0);
   add_number("--points", settings.points, "Points of each strand; the segments between are one less", 2, 65536);
   add_number("--curl", settings.curl, "Windings: 0 none, 1 tight locks", 0.0, 100.0);
-  add_number("--lean", settings.lean, "How far neighbours bend to the same side", 0.0, 100.0);
+  add_number("--lean", settings.lean, "How far neighbors bend to the same side", 0.0, 100.0);
   add_number("--gravity", settings.gravity, "How far strands hang down, towards -y", -100.0, 100.0);
   add_number("--clump", settings.clump, "How far tufts draw together: 0 not at all, 1 in a point", 0.0, 1.0);
-  add_number("--seed", settings.seed, "Another number, other fur", 0, 4294967295.0);
+  add_number("--seed", settings.seed, "Of the random numbers", 0, 4294967295.0);
   command->add_flag("--flip", settings.is_flipped, "Grow against the normals: for meshes that are wound inside out");
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(
@@ -243,9 +242,9 @@ void read_layers(const std::vector<std::string>& names, RenderOptions& options) 
 
 void read_shutter(const std::string& text, RenderOptions& options) {
   const std::vector<double> values = parse_numbers(text, ',');
-  const bool sound =
+  const bool valid =
       values.size() == 2 && std::isfinite(values[0]) && std::isfinite(values[1]) && values[0] <= values[1];
-  if (!sound) throw UsageError("--shutter: '" + text + "' is not OPEN,CLOSE with OPEN not after CLOSE");
+  if (!valid) throw UsageError("--shutter: '" + text + "' is not OPEN,CLOSE with OPEN not after CLOSE");
   options.shutter = Shutter{values[0], values[1]};
 }
 
@@ -262,8 +261,8 @@ void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
 
 void read_rect(const std::string& text, SelectOptions& options) {
   const std::vector<double> v = parse_numbers(text, ',');
-  const bool sound = v.size() == 4 && std::isfinite(v[0] + v[1] + v[2] + v[3]) && v[0] < v[2] && v[1] < v[3];
-  if (!sound) throw UsageError("--rect: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM with a width and a height");
+  const bool valid = v.size() == 4 && std::isfinite(v[0] + v[1] + v[2] + v[3]) && v[0] < v[2] && v[1] < v[3];
+  if (!valid) throw UsageError("--rect: '" + text + "' is not LEFT,TOP,RIGHT,BOTTOM with a width and a height");
   options.rect = PictureRect{v[0], v[1], v[2], v[3]};
 }
 
@@ -271,16 +270,16 @@ void read_box(const std::string& text, SelectOptions& options) {
   std::string numbers = text;
   std::replace(numbers.begin(), numbers.end(), '/', ',');
   const std::vector<double> v = parse_numbers(numbers, ',');
-  bool sound = v.size() == 6;
-  for (std::size_t axis = 0; sound && axis < 3; ++axis)
-    sound = std::isfinite(v[axis]) && std::isfinite(v[axis + 3]) && v[axis] <= v[axis + 3];
-  if (!sound) throw UsageError("--box: '" + text + "' is not x,y,z/x,y,z, the lower corner first");
+  bool valid = v.size() == 6;
+  for (std::size_t axis = 0; valid && axis < 3; ++axis)
+    valid = std::isfinite(v[axis]) && std::isfinite(v[axis + 3]) && v[axis] <= v[axis + 3];
+  if (!valid) throw UsageError("--box: '" + text + "' is not x,y,z/x,y,z, the lower corner first");
   options.box = GMathBbox3<double>({v[0], v[1], v[2]}, {v[3], v[4], v[5]});
 }
 
 void read_select_texts(const SelectTexts& texts, SelectOptions& options) {
   read_size(texts.size, options);
-  options.wants_all = texts.mode == "all";
+  options.is_all_mode = texts.mode == "all";
   if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
   if (!texts.rect.empty()) read_rect(texts.rect, options);
   if (!texts.box.empty()) read_box(texts.box, options);

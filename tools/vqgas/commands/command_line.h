@@ -1,6 +1,6 @@
 // tools/vqgas/commands/command_line.h
 //
-// What the user asked for.
+// Options of the subcommands.
 #pragma once
 #include <limits>
 #include <optional>
@@ -62,23 +62,23 @@ struct SelectOptions : SceneOptions {
   uint width = 960, height = 540;
   std::optional<PictureRect> rect;
   double near = 0.0, far = std::numeric_limits<double>::infinity();
-  std::optional<GMathBbox3<double>> box;  ///< instead of what the camera sees
-  bool wants_all = false;
+  std::optional<GMathBbox3<double>> box;  ///< instead of the camera's view
+  bool is_all_mode = false;
   double frame = 0.0;
 
-  /// The whole picture when nothing else was asked for.
+  /// The whole picture if no rectangle was given.
   PictureRect get_rect() const;
 };
 
 struct GroomOptions : CommonOptions {
   std::string file, output;
   GroomSettings settings;
-  std::optional<double> density;  ///< strands per unit of area, instead of settings.strands
+  std::optional<double> density;  ///< strands per unit of area, instead of settings.curves
 };
 
-/// Reads the command line and runs what it asks for.
-/// @return the program's exit code: 0; 2 for a command line that makes no sense
-/// Throws InputError for input that cannot be used.
+/// Parses the command line and runs its subcommand.
+/// @return the program's exit code: 0; 2 for an invalid command line, after an error message
+/// Throws InputError, UsageError and Interrupted.
 int run_command_line(int argc, char** argv);
 
 // The subcommands, each in a file of its own.

@@ -25,15 +25,15 @@ void create_mesh(const std::string& name, PolyMesh& mesh) {
   create_groom_mesh(std::move(source), crease_degrees, mesh);
 }
 
-/// With the number of strands that the density asks for.
+/// Converts a density to a number of curves and checks the number.
 GroomSettings complete_settings(const GroomOptions& options, double area) {
   GroomSettings settings = options.settings;
-  // Points are counted in 32 bits by the file, and 3 s + 1 of them by whoever makes cubic segments of it.
+  // The file counts points in 32 bits, and a reader that makes cubic segments has three times as many.
   const double most = std::floor(1.4e9 / options.settings.points);
-  const double strands = options.density ? *options.density * area : static_cast<double>(settings.strands);
-  if (!(strands >= 0.5)) throw InputError(options.file, "has too small an area for a strand at this density");
-  if (strands > most) throw InputError(options.file, "would get more than 1.4 thousand million points");
-  settings.strands = static_cast<u64>(std::llround(strands));
+  const double curves = options.density ? *options.density * area : static_cast<double>(settings.curves);
+  if (!(curves >= 0.5)) throw InputError(options.file, "has too small an area for a strand at this density");
+  if (curves > most) throw InputError(options.file, "would get more than 1.4 thousand million points");
+  settings.curves = static_cast<u64>(std::llround(curves));
   return settings;
 }
 
@@ -43,7 +43,7 @@ CurveData grow(const GroomOptions& options, const GroomSurface& surface, const G
     const MemoryLimit limit;
     return grow_fur(surface, settings, progress);
   } catch (const std::bad_alloc&) {
-    throw InputError(options.file, "would get " + std::to_string(settings.strands * settings.points) +
+    throw InputError(options.file, "would get " + std::to_string(settings.curves * settings.points) +
                                        " points, more than there is memory for");
   }
 }
@@ -59,7 +59,7 @@ void run_groom(const GroomOptions& options) {
   const GroomSettings settings = complete_settings(options, surface.get_area());
 
   StoppableApplication application(options.threads);
-  const ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  const ProgressDisplay display(application, is_progress_visible(options.quiet));
   AppProgressBar* progress = application.create_progress_bar("Groom");
   const auto begin = std::chrono::steady_clock::now();
   const CurveData fur = grow(options, surface, settings, progress);
@@ -67,17 +67,17 @@ void run_groom(const GroomOptions& options) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   write_hair(options.output, fur, "vqgas groom " + options.file);
 
-  const u64 segments = settings.strands * (settings.points - 1);
+  const u64 segments = settings.curves * (settings.points - 1);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = {{"file", options.file},        {"written", options.output},
-                                           {"strands", settings.strands}, {"segments", segments},
-                                           {"area", surface.get_area()},  {"diagonal", surface.get_diagonal()},
+    const nlohmann::ordered_json report = {{"file", options.file},       {"written", options.output},
+                                           {"strands", settings.curves}, {"segments", segments},
+                                           {"area", surface.get_area()}, {"diagonal", surface.get_diagonal()},
                                            {"seconds", seconds}};
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
   }
   if (options.quiet || options.json == "-") return;
   std::printf("%s\n%llu strands, %llu segments in %.2f s on %u threads; the mesh's area is %g, its diagonal %g\n",
-              options.output.c_str(), static_cast<unsigned long long>(settings.strands),
+              options.output.c_str(), static_cast<unsigned long long>(settings.curves),
               static_cast<unsigned long long>(segments), seconds, application.get_thread_count(), surface.get_area(),
               surface.get_diagonal());
 }

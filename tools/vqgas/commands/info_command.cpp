@@ -12,7 +12,7 @@ namespace {
 SceneReport examine(const std::string& file, const InfoOptions& options) {
   SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  ProgressDisplay display(application, is_progress_visible(options.quiet));
   display.set_unit("primitives");
   HeldMessages messages;
   const QueryScene scene(application, std::move(source), options.hair, options.frame);

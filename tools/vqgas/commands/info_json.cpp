@@ -34,7 +34,7 @@ void add_shape(Json& json, const ShapeReport& shape) {
   }
   add_tree(json, shape.tree, "bytes_per_primitive");
   for (const ClusterCount& clusters : shape.clusters)
-    json["clusters"].push_back({{"wanted", clusters.wanted}, {"made", clusters.made}});
+    json["clusters"].push_back({{"wanted", clusters.requested}, {"made", clusters.made}});
 }
 
 void add_build(Json& json, const SceneReport& report) {

@@ -35,18 +35,18 @@ ShapeReport make_shape_report(const SceneShape& shape) {
     report.strands = shape.hair->get_curves().get_curve_count();
   }
   report.tree = make_tree_report(*shape.tree, *shape.structure);
-  for (const uint wanted : {16u, 64u, 1024u}) {
+  for (const uint requested : {16u, 64u, 1024u}) {
     CoreVector<void*> clusters;
-    shape.structure->get_clusters(clusters, wanted, 0.5f);
-    report.clusters.push_back({wanted, clusters.get_count()});
+    shape.structure->get_clusters(clusters, requested, 0.5f);
+    report.clusters.push_back({requested, clusters.get_count()});
   }
   return report;
 }
 
-/// Why an object without clusters in the tree is not there: the tree's own reasons, in its order.
+/// Why the tree left out an object: its own checks, in its order.
 const char* get_reason(const ModuleSceneObject& object) {
   if (object.get_primitive_count() == 0.0) return "empty";
-  if (!has_place(object)) return "singular matrix";
+  if (!has_invertible_matrix(object)) return "singular matrix";
   return "no clusters";
 }
 

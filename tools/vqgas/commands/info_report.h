@@ -1,6 +1,6 @@
 // tools/vqgas/commands/info_report.h
 //
-// What `vqgas info` tells of a file.
+// The report of `vqgas info` on a file.
 #pragma once
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -16,10 +16,10 @@ struct ArrayBytes {
 };
 
 struct ClusterCount {
-  uint wanted, made;
+  uint requested, made;
 };
 
-/// A tree and what it costs.
+/// A tree, its statistics and its memory.
 struct TreeReport {
   BvhStatistics statistics;
   uint kept;  ///< items in it
@@ -28,11 +28,10 @@ struct TreeReport {
 };
 
 struct ShapeReport {
-  std::string name;  ///< its own in the file, else that of the first object that shows it
-
+  std::string name;  ///< in the file, else of the first object that shows it
   bool is_hair, is_cubic;
   uint primitives, points, groups, strands;
-  uint shown;  ///< how many objects show it, those in groups included once a group
+  uint shown;  ///< number of objects that show it; objects of a group count once
   TreeReport tree;
   std::vector<ClusterCount> clusters;
 };
@@ -40,17 +39,17 @@ struct ShapeReport {
 struct ObjectReport {
   std::string name;
   uint clusters;
-  const char* left_out;  ///< why; null when it is in the tree
+  const char* left_out;  ///< reason; null if it is in the tree
   bool is_group, is_moving;
   double primitives;
 };
 
-/// A scene: the whole, or one that objects show as a group.
+/// The whole scene, or a group.
 struct ObjectsReport {
-  std::string name;  ///< of the first object that shows it; none for the whole
+  std::string name;  ///< of the first object that shows the group; empty for the whole
   std::vector<ObjectReport> objects;
   TreeReport tree;
-  double geometries, primitives;  ///< as shown: what several objects show counts several times
+  double geometries, primitives;  ///< counted once for each object that shows them
 };
 
 struct SceneReport {
@@ -62,7 +61,7 @@ struct SceneReport {
   std::vector<TaskSeconds> stages;
   double build_seconds;
 
-  bool is_plain;  ///< one shape, shown once where it was made
+  bool is_plain;  ///< one shape, shown once with the identity matrix
   uint get_kept_count() const;
 };
 
@@ -71,7 +70,7 @@ u64 get_sum(const std::vector<ArrayBytes>& arrays);
 /// Millions of primitives a second.
 double get_rate(uint primitives, double seconds);
 
-/// Prints it as tables on standard output.
+/// Prints the report as tables on standard output.
 void print_report(const SceneReport& report);
-/// The same, and what tables leave out.
+/// The complete report; tables leave out parts of long lists.
 nlohmann::ordered_json make_report_json(const SceneReport& report);

@@ -21,7 +21,7 @@ void print_box(const GMathBbox3<double>& box) {
   print_row("box", "(%g, %g, %g) to (%g, %g, %g)", box.min.x, box.min.y, box.min.z, box.max.x, box.max.y, box.max.z);
 }
 
-/// @param item  what the tree is over, in the singular
+/// @param item  name of one item of the tree
 void print_tree(const TreeReport& tree, const char* item) {
   print_row("aligned nodes", "%11u", tree.statistics.aligned_nodes);
   print_row("quantized nodes", "%11u", tree.statistics.quantized_nodes);
@@ -50,7 +50,7 @@ void print_shape(const ShapeReport& shape) {
   print_box(shape.tree.bbox);
   print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");
   for (const ClusterCount& clusters : shape.clusters)
-    print_row(("clusters at " + std::to_string(clusters.wanted)).c_str(), "%11u", clusters.made);
+    print_row(("clusters at " + std::to_string(clusters.requested)).c_str(), "%11u", clusters.made);
 }
 
 void print_build(const SceneReport& report) {
@@ -61,14 +61,14 @@ void print_build(const SceneReport& report) {
   print_row("whole build", "%11.4f s %9.2f Mprim/s", report.build_seconds, get_rate(kept, report.build_seconds));
 }
 
-/// Names come from files; they must not end the row or steer the terminal.
+/// Replaces control characters of names from files, which could end the row or control the terminal.
 std::string make_printable(std::string name) {
   std::replace_if(
       name.begin(), name.end(), [](unsigned char letter) { return std::iscntrl(letter) != 0; }, '?');
   return name;
 }
 
-/// So many rows of a list; the rest is told by number.
+/// Longest list that is printed; of the rest only the number.
 constexpr std::size_t row_limit = 12;
 
 void print_rest(std::size_t count) {

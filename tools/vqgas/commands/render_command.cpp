@@ -79,7 +79,7 @@ void write_pictures(const std::vector<PictureFile>& files, const Picture& pictur
   }
 }
 
-/// How many nodes and leaves the rays of the layer heat visited on average.
+/// Mean number of nodes and leaves that a ray of the layer heat visits.
 struct MeanVisits {
   double nodes = 0.0, leaves = 0.0;
   explicit MeanVisits(const PictureLayer& heat)
@@ -128,7 +128,7 @@ void run_render(const RenderOptions& options) {
     if (MeshSource* mesh = std::get_if<MeshSource>(&shape)) complete_normals(mesh->data, crease_degrees);
   }
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
   const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);
@@ -138,7 +138,7 @@ void run_render(const RenderOptions& options) {
   if (!options.quiet) messages.release();
   if (options.frame || options.shutter) {
     scene.set_shutter(times);
-    scene.get_bbox();  // refits what moves, before the time of the rays is taken
+    scene.get_bbox();  // refits moving structures before the rays are timed
   }
 
   const RenderSettings settings = make_settings(options, times, scene);

@@ -15,7 +15,7 @@ namespace {
 
 std::vector<uint> select(const QueryScene& scene, const SelectOptions& options, const Camera& camera) {
   GeometryFrustumCtx query;
-  query.mode = static_cast<uint>(options.wants_all ? GeometryFrustumMode::all : GeometryFrustumMode::any);
+  query.mode = static_cast<uint>(options.is_all_mode ? GeometryFrustumMode::all : GeometryFrustumMode::any);
   if (options.box) {
     set_box_frustum(*options.box, query);
   } else {
@@ -29,7 +29,7 @@ std::vector<uint> select(const QueryScene& scene, const SelectOptions& options, 
   return objects;
 }
 
-/// A field of a CSV line: quoted where it must be (RFC 4180).
+/// A field of a CSV line, quoted if necessary (RFC 4180).
 std::string print_field(const std::string& text) {
   if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
@@ -48,7 +48,7 @@ std::string print_csv(const QueryScene& scene, const std::vector<uint>& selected
 std::string print_json(const SelectOptions& options, const QueryScene& scene, const std::vector<uint>& selected) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
-  report["mode"] = options.wants_all ? "all" : "any";
+  report["mode"] = options.is_all_mode ? "all" : "any";
   report["objects"] = scene.get_objects().objects.size();
   report["selected"] = nlohmann::ordered_json::array();
   for (const uint object : selected)
@@ -81,7 +81,7 @@ PictureRect SelectOptions::get_rect() const {
 void run_select(const SelectOptions& options) {
   check_outputs({options.output, options.json}, options.files);
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
   const QueryScene scene(application, load_scene(options.files, times), options.hair, options.frame);

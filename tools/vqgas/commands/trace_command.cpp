@@ -34,8 +34,7 @@ struct TraceHit {
   const ModuleSceneObject* object = nullptr;  // innermost
 };
 
-/// A run of rays that one thread traces as a packet. Its hits are in order of ray, then distance, then path and
-/// primitive.
+/// Traces consecutive rays as a packet. Sorts hits by ray, then distance, then path and primitive.
 class TraceTask final : public SysThreadTask {
  public:
   TraceTask(const QueryScene& scene, const std::vector<TraceRay>& rays, std::size_t first, std::size_t count, bool all)
@@ -163,7 +162,7 @@ std::vector<TraceRay> get_rays(const TraceOptions& options) {
   return read_trace_rays(lines, "standard input");
 }
 
-/// From the earliest to the latest ray, sampled as closely as the shutter of a single frame is.
+/// From the earliest to the latest time of the rays, with eight samples a frame.
 SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second) {
   constexpr double samples_per_frame = 8.0, most_samples = 128.0;
   constexpr double infinity = std::numeric_limits<double>::infinity();
@@ -191,7 +190,7 @@ void run_trace(const TraceOptions& options) {
   check_outputs({options.json}, inputs);
   const std::vector<TraceRay> rays = get_rays(options);
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_wanted(options.quiet));
+  ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   HairSettings hair = options.hair;
   hair.has_nearest_queries = !options.all;
@@ -199,14 +198,14 @@ void run_trace(const TraceOptions& options) {
   const SceneTimes times = get_times(rays, options.frames_per_second);
   QueryScene scene(application, load_scene({options.file}, times), hair);
   if (!options.quiet) messages.release();
-  const bool wants_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
-  if (wants_times) scene.set_shutter(times);
+  const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
+  if (has_times) scene.set_shutter(times);
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
-  const bool prints_json = options.as_json || options.json == "-";
-  if (!options.json.empty() || prints_json) {
+  const bool is_json_printed = options.as_json || options.json == "-";
+  if (!options.json.empty() || is_json_printed) {
     const std::string text = print_json(options.file, scene, hits, rays.size());
     if (!options.json.empty() && options.json != "-") write_text_file(options.json, text);
-    if (prints_json) write_text_file("-", text);
+    if (is_json_printed) write_text_file("-", text);
   }
-  if (!prints_json) write_text_file("-", print_csv(hits, rays.size()));
+  if (!is_json_printed) write_text_file("-", print_csv(hits, rays.size()));
 }

@@ -8,17 +8,17 @@
 
 inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path";
 
-/// One ray as the user gave it.
+/// A ray of the command line or of standard input.
 struct TraceRay {
   GMathVec3<double> origin, direction;
   double tnear = 0.0, tfar = DBL_MAX, time = 0.0;
   bool has_time = false;
 };
 
-/// Reads "ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]". False when it is anything else.
+/// Parses "ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]". False for any other text.
 bool parse_trace_ray(const std::string& text, TraceRay& ray);
-/// Throws UsageError when one of the command line's rays cannot be read.
+/// Throws UsageError when a ray of the command line cannot be parsed.
 void check_trace_rays(const std::vector<std::string>& texts);
-/// Reads one ray a line. Blank lines, lines that begin with # and a first line of column names are passed over. Throws
-/// InputError with the number of the line that cannot be read.
+/// Reads one ray a line. Skips blank lines, lines that begin with # and a first line of column names. Throws InputError
+/// with the number of the line that cannot be parsed, Interrupted after a signal.
 std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& name);

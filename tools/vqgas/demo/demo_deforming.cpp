@@ -7,7 +7,7 @@ namespace {
 
 constexpr double pi = std::numbers::pi;
 
-/// Where a vertex that rests at `p` is at time t.
+/// Position at time t of a vertex whose static position is `p`.
 using Motion = Point (*)(const Point& p, double t);
 
 double get_water_height(double distance, double t) {

@@ -22,8 +22,8 @@ uint choose_group(const Point& root) {
   return std::sin(6.5 * d.y + 2.2 * waver) > 0.25 ? 1 : 0;
 }
 
-/// Leaves out what would grow over the eyes, and gives each strand its group.
-void sort_strands(CurveData& fur) {
+/// Removes curves over the eyes, and sets the group of each of the others.
+void sort_curves(CurveData& fur) {
   CurveData kept;
   kept.group_names = {CoreString("fur sand"), CoreString("fur brown")};
   auto first = fur.points.begin();
@@ -52,7 +52,7 @@ HairSource make_fur() {
   PolyMesh mesh;
   create_groom_mesh(make_body(), 180.0, mesh);
   GroomSettings settings;
-  settings.strands = 64000;
+  settings.curves = 64000;
   settings.length = 0.085;
   settings.thickness = 0.0016;
   settings.lean = 0.65;
@@ -62,7 +62,7 @@ HairSource make_fur() {
   HairSource fur;
   fur.data = grow_fur(GroomSurface(mesh), settings, nullptr);
   fur.group_colors = {color_from_srgb(0xd8a868), color_from_srgb(0x8a5230)};
-  sort_strands(fur.data);
+  sort_curves(fur.data);
   return fur;
 }
 

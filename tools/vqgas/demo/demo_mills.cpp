@@ -1,6 +1,6 @@
 // tools/vqgas/demo/demo_mills.cpp
 //
-// An island in the wind. What turns or flaps by itself is a group, and thousands of objects show two dozen shapes:
+// An island in the wind. Objects with moving parts are groups; thousands of objects show two dozen shapes:
 //
 //   mill       tower, rotor (four sails)          boat   hull, sail
 //   pinwheel   pole, wheel                        sheep  body, wool, head
@@ -19,13 +19,13 @@ constexpr double degree = pi / 180.0;
 
 using Keys = std::vector<ModuleMatrixKey>;
 
-/// Turns around z by so much from time 0 to 1, with a key every few degrees.
+/// Turns around z by `angle` from time 0 to 1, with a key every few degrees.
 Keys spin(const Matrix& place, double begin, double turn) {
   const uint steps = 1 + static_cast<uint>(std::fabs(turn) / (4.0 * degree));
   return make_keys(steps, [&](double t) { return place * turn_around(2, begin + turn * t); });
 }
 
-/// How strongly the wind blows at a place and time: waves that run to the right.
+/// Strength of the wind at a point and time: waves that run to the right.
 double get_wind(double across, double near, double t) {
   const double wave = std::sin(0.75 * across - 0.35 * near - 4.0 * t + 0.6 * std::sin(0.5 * near));
   return 0.25 + 0.75 * std::pow(0.5 + 0.5 * wave, 2.0);
@@ -138,7 +138,7 @@ void MillsScene::add_pinwheels() {
   }
 }
 
-/// What stands at a place and leans with the wind.
+/// Keys of an object that leans with the wind.
 Keys sway(double across, double near, const Matrix& own, double strength) {
   const Matrix place = move_to(MillsLand::get_place(across, near));
   return make_keys(8, [&](double t) {

@@ -77,7 +77,7 @@ MeshSource make_mills_bird_wing() {
   };
   add_sheet(builder, 14, 4, place, [&](double u, double) { return u > 0.7 ? tip : feathers; });
   MeshSource source = builder.finish_unwelded();
-  // The wing turns at its root and bends along the way: its tip comes after.
+  // The wing turns at its root and bends along its length, its tip later than its root.
   add_motion(source, [](uint, const Point& p, double t) {
     const double way = -p.x, angle = 0.25 + 0.75 * std::cos(2.0 * pi * t - 3.5 * way);
     return Point(-way * std::cos(angle), p.y + way * std::sin(angle), p.z - 0.06 * way * std::sin(angle));
@@ -115,7 +115,7 @@ HairSource make_mills_wool() {
   PolyMesh mesh;
   create_groom_mesh(builder.finish(), 180.0, mesh);
   GroomSettings settings;
-  settings.strands = 2600;
+  settings.curves = 2600;
   settings.length = 0.055;
   settings.thickness = 0.012;
   settings.gravity = 0.2;

@@ -1,6 +1,6 @@
 // tools/vqgas/demo/demo_placing.h
 //
-// Where the objects of the built-in scenes stand and how they move.
+// Matrices of the objects of the built-in scenes, and their keys over time.
 #pragma once
 #include <functional>
 #include <vector>
@@ -15,13 +15,13 @@ Matrix move_to(const Point& place);
 Matrix turn_around(uint axis, double angle);
 /// Negative factors mirror.
 Matrix scale_by(const Point& factors);
-/// Things that stand at height 0 lean: what is at height 1 moves by `x` and `z`.
+/// Shears along the height: height 0 stays, height 1 moves by `x` and `z`.
 Matrix lean_by(double x, double z);
-/// Axes and origin of a frame.
+/// From the frame's space to the space that the frame is given in.
 Matrix map_to(const Frame& frame);
 
-/// `steps` + 1 keys evenly over the times 0 to 1. Between keys entries are blended one by one, which shortens what
-/// turns: there is to be a key every few degrees.
+/// `steps` + 1 keys evenly over the times 0 to 1. Matrices are blended entry by entry between keys, which shrinks
+/// turning objects: use a key every few degrees.
 std::vector<ModuleMatrixKey> make_keys(uint steps, const std::function<Matrix(double)>& get_matrix);
-/// Stands still.
+/// One key: static.
 inline std::vector<ModuleMatrixKey> stand_at(const Matrix& matrix) { return {{0.0, matrix}}; }

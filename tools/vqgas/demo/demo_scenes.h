@@ -1,6 +1,6 @@
 // tools/vqgas/demo/demo_scenes.h
 //
-// The built-in scenes: made by code, the same bytes every time, y up.
+// The built-in scenes, made by code, y up. The same call gives the same bytes.
 #pragma once
 #include <string>
 

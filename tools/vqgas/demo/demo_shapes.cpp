@@ -120,7 +120,7 @@ void add_lathe(MeshBuilder& builder, const Frame& frame, const std::vector<GMath
       here.push_back(
           builder.add_vertex(frame.map({radius * std::cos(angle), profile[row].y, -radius * std::sin(angle)})));
     }
-    here.resize(segments, here[0]);  // a pole stands for all its row
+    here.resize(segments, here[0]);  // the pole is every vertex of its row
     for (uint k = 0; row > 0 && k < segments; ++k) {
       const uint right = (k + 1) % segments, uv = first_uv + (row - 1) * (segments + 1) + k;
       std::vector<u32> vertices = {before[k], before[right], here[right], here[k]};

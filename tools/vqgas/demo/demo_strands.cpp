@@ -28,7 +28,7 @@ void add_frond(CurveData& data, const Frond& frond, uint group) {
     const double radius = frond.thickness * (1.0 - 0.8 * s) * swell;
     data.points.push_back({GMathVec3<float>(at), static_cast<float>(radius)});
     const double rolled = std::fmax(0.0, (s - 0.3) / 0.7);
-    // The way shortens as the turns tighten, so that the spiral closes without touching itself.
+    // Steps shorten as the turns tighten, so that the spiral closes without touching itself.
     const double step = frond.height / steps * (1.0 - 0.8 * rolled);
     heading += 2.0 * pi * frond.turns / (0.7 * steps) * (rolled > 0.0 ? 0.25 + 1.5 * rolled : 0.0);
     at += (up * std::cos(heading) + out * std::sin(heading) + side * (0.22 * frond.roll * rolled)).get_normalized() *

@@ -17,7 +17,7 @@ double get_ground(double x, double z) {
   return 0.14 * std::sin(1.3 * x + 0.4) * std::cos(1.1 * z) - 0.6 * std::pow(away, 4.0);
 }
 
-/// How strongly the wind presses at a place and time: waves that run along x.
+/// Strength of the wind at a point and time: waves that run along x.
 double get_wind(const Point& at, double t) {
   const double wave = std::sin(2.1 * at.x + 0.7 * std::sin(1.2 * at.z) - 5.0 * t);
   return 0.2 + 1.1 * std::pow(0.5 + 0.5 * wave, 2.0) + 0.1 * std::sin(7.0 * at.z + 11.0 * t + 3.0 * at.x);
@@ -28,7 +28,7 @@ struct Blade {
   double angle, length, stiffness;  // the side it leans to by itself
 };
 
-/// Where the blade's points are at time t: an arc that the wind bends along x and z.
+/// The blade's points at time t: an arc that the wind bends along x and z.
 void add_blade(std::vector<CurvePoint<float>>& points, const Blade& blade, double t, uint pieces, bool has_ear) {
   const double wind = get_wind(blade.root, t) * blade.stiffness;
   const Point push(0.95 * wind + 0.35 * std::cos(blade.angle), 0.0, 0.2 * wind + 0.35 * std::sin(blade.angle));

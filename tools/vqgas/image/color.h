@@ -1,6 +1,6 @@
 // tools/vqgas/image/color.h
 //
-// Colours as three linear values (1 is a white surface in full light) and the ways they reach a screen.
+// Colors as three linear values (1 is a white surface in full light), and their conversion for a screen.
 #pragma once
 #include <algorithm>
 #include <cmath>
@@ -22,17 +22,17 @@ inline float decode_srgb(float encoded) {
   const float x = std::clamp(encoded, 0.0f, 1.0f);
   return x <= 0.04045f ? x / 12.92f : std::pow((x + 0.055f) / 1.055f, 2.4f);
 }
-/// A colour given as 0xRRGGBB on the sRGB curve.
+/// A color given as 0xRRGGBB on the sRGB curve.
 Color color_from_srgb(unsigned int rgb);
 
 /// Compresses highlights like photographic film and leaves shadows nearly linear (Hable 2010, "Filmic Tonemapping").
 Color tone_map(const Color& linear);
 
-/// A ramp from dark blue over green and yellow to white for t in [0, 1]; lightness rises all the way, so it also reads
-/// without colour. On the sRGB curve already.
+/// A ramp from dark blue over green and yellow to white for t in [0, 1]; lightness increases monotonically, so it can
+/// be read without color. Returned on the sRGB curve.
 Color false_color(float t);
 
-/// Calm colours for shading groups, as surface colours.
+/// Surface colors for shading groups, not saturated.
 Color palette_color(unsigned int index);
-/// A saturated colour from a number, on the sRGB curve: neighbours differ strongly.
+/// A saturated color from a number, on the sRGB curve; consecutive numbers differ strongly.
 Color hash_color(unsigned int number);

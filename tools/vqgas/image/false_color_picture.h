@@ -4,6 +4,6 @@
 
 #include "tools/vqgas/image/image_png.h"
 
-/// Numbers as colours, with a bar below the picture that tells which colour is which number. `values` holds width *
-/// height numbers; negative ones are left in the colour of an empty background.
+/// Numbers as colors, with a legend below the picture. `values` holds width * height numbers; negative ones get the
+/// color of the background.
 ScreenImage make_false_color_picture(uint width, uint height, const std::vector<float>& values, std::string_view title);

@@ -39,7 +39,7 @@ void write_channels(ExrStream& stream, const Picture& picture) {
       const Imf::PixelType type = numbers ? Imf::UINT : Imf::FLOAT;
       const void* data = numbers ? static_cast<const void*>(channel.numbers.data()) : channel.values.data();
       header.channels().insert(channel.name, Imf::Channel(type));
-      // The library's record serves reading and writing alike, so it wants a pointer to changeable bytes.
+      // The library has one type for reading and writing, so its pointer is not const.
       char* base = static_cast<char*>(const_cast<void*>(data));
       frame.insert(channel.name, Imf::Slice(type, base, 4, std::size_t{4} * picture.width));
     }

@@ -6,7 +6,7 @@
 #include "tools/vqgas/image/color.h"
 #include "vq_core/core_types.h"
 
-/// Colours on the sRGB curve, rows from top to bottom.
+/// Colors on the sRGB curve, rows from top to bottom.
 struct ScreenImage {
   uint width = 0, height = 0;
   std::vector<Color> pixels;

@@ -50,7 +50,7 @@ Color show_number(const PictureLayer& layer, std::size_t pixel, const std::vecto
   return {encode_srgb(color.x), encode_srgb(color.y), encode_srgb(color.z)};
 }
 
-/// A colour of its own for each way through the scene.
+/// A different color for each instance path.
 Color show_path(const PictureLayer& layer, std::size_t pixel) {
   if (layer.channels[0].numbers[pixel] == no_number) return empty_color;
   uint mixed = 0;
@@ -104,8 +104,7 @@ ScreenImage show_position(const Picture& picture, const PictureLayer& layer) {
   });
 }
 
-/// Direction as hue, right being red, up yellow-green; length as brightness, of which slow motion gets more than its
-/// share.
+/// Direction as hue, right being red, up yellow-green; length as brightness, raised for slow motion.
 Color get_motion_color(double right, double down) {
   const double turn = std::atan2(-down, right), brightness = std::sqrt(std::fmin(1.0, std::hypot(right, down)));
   const auto channel = [&](double at) { return static_cast<float>(brightness * (0.5 + 0.5 * std::cos(turn - at))); };

@@ -3,8 +3,9 @@
 #include "tools/vqgas/image/image_png.h"
 #include "tools/vqgas/image/picture.h"
 
-/// A layer as people like to see it: beauty through a film curve, depth from light to dark, positions by their place
-/// in the picture's range, numbers as colours, heat and count in false colour with a legend. `group_colors` are the
-/// surface colours of the groups, `has_hair` decides what the legend of count says.
+/// Converts a layer for display: beauty through a film curve, depth from light to dark, positions relative to their
+/// range in the picture, numbers as colors, heat and count in false color with a legend.
+/// @param group_colors  surface colors by group number
+/// @param has_hair      the legend of count then also names segments
 ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer, const std::vector<Color>& group_colors,
                               bool has_hair);

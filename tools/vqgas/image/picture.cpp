@@ -50,9 +50,9 @@ std::string list_layers() {
   return list;
 }
 
-Picture::Picture(uint width, uint height, const std::vector<Layer>& wanted) : width(width), height(height) {
+Picture::Picture(uint width, uint height, const std::vector<Layer>& chosen) : width(width), height(height) {
   const std::size_t pixel_count = std::size_t{width} * height;
-  for (const Layer layer : wanted) {
+  for (const Layer layer : chosen) {
     const LayerTraits& traits = get_traits(layer);
     PictureLayer& added = layers.emplace_back();
     added.layer = layer;

@@ -19,9 +19,9 @@ bool find_layer(std::string_view name, Layer& layer);
 /// All names, separated by commas.
 std::string list_layers();
 
-/// What number channels hold where the ray hits nothing.
+/// Value of number channels where the ray hits nothing.
 inline constexpr uint no_number = 0xFFFFFFFFu;
-/// What the depth channel holds where the ray hits nothing.
+/// Value of the depth channel where the ray hits nothing.
 inline constexpr float no_depth = std::numeric_limits<float>::infinity();
 
 /// Either values or numbers, width * height of them.
@@ -43,7 +43,7 @@ struct Picture {
   /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
   /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
   /// motion.Y, heat heat.nodes heat.leaves, count one number.
-  Picture(uint width, uint height, const std::vector<Layer>& wanted);
+  Picture(uint width, uint height, const std::vector<Layer>& chosen);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);
   const PictureLayer* find(Layer layer) const;

@@ -88,7 +88,7 @@ class HairReader {
       fail("has " + std::to_string(bytes) + " bytes where its header asks for " + std::to_string(wanted));
   }
 
-  /// Points per strand, whose sum is the number of points.
+  /// Points of each curve; their sum is the number of points.
   std::vector<u32> read_sizes() {
     std::vector<u32> sizes;
     if (header_.has(has_segments)) {
@@ -96,7 +96,7 @@ class HairReader {
       read_array(segments.data(), segments.size());
       sizes.assign(segments.begin(), segments.end());
     } else {
-      // Before the many equal sizes are laid out.
+      // Before memory for the sizes is allocated.
       check_sum(u64{header_.hair_count} * (u64{header_.default_segments} + 1));
       sizes.assign(header_.hair_count, header_.default_segments);
     }
@@ -122,7 +122,7 @@ class HairReader {
     read_in_pieces<1>(points.size(), [&](std::size_t k, const float* t) { points[k].radius = 0.5f * *t; });
   }
 
-  /// White and black are what writers put where they have nothing to say.
+  /// White and black are the defaults of many writers and do not count as colors.
   Color read_color() {
     GMathVec3<double> sum;
     const u32 count = header_.has(has_colors) ? header_.point_count : 1;
@@ -144,7 +144,7 @@ class HairReader {
     file_.read(reinterpret_cast<char*>(to), static_cast<std::streamsize>(count * sizeof(T)));
   }
 
-  /// Hands on `count` records of `width` floats, some thousands at a time.
+  /// Reads `count` records of `width` floats, some thousands at a time, and calls `take(index, record)`.
   template <std::size_t width, class Take>
   void read_in_pieces(std::size_t count, const Take& take) {
     std::vector<float> piece(std::min<std::size_t>(count, 8192) * width);

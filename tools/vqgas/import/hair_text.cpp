@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Runs of blanks become single spaces; none is left at either end, nor anything from # on.
+/// Replaces blanks by single spaces, and removes them at both ends and a comment from # on.
 std::string tidy(const std::string& line) {
   std::string text;
   for (const char c : line.substr(0, line.find('#'))) {
@@ -28,12 +28,12 @@ HairSource read_hair_text(const std::string& path) {
   CurveData& data = source.data;
   std::ifstream file(path);
   std::string line;
-  bool in_strand = false, has_segment = false;
+  bool in_curve = false, has_segment = false;
   for (std::size_t number = 1; std::getline(file, line); ++number) {
     throw_if_interrupted();
     const std::string text = tidy(line);
     if (text.empty()) {
-      in_strand &= line.find('#') != std::string::npos;  // a line of comment does not end the strand
+      in_curve &= line.find('#') != std::string::npos;  // a comment line does not end the curve
       continue;
     }
     const std::vector<double> v = parse_numbers(text, ' ');
@@ -41,9 +41,9 @@ HairSource read_hair_text(const std::string& path) {
       throw InputError(path, "line " + std::to_string(number) + ": '" + text.substr(0, 60) + "' is not x y z radius");
     const GMathVec3<double> position(v[0], v[1], v[2]);
     data.points.push_back({GMathVec3<float>(position), static_cast<float>(v[3])});
-    if (!in_strand) data.curve_sizes.push_back(0);
+    if (!in_curve) data.curve_sizes.push_back(0);
     has_segment |= ++data.curve_sizes.back() >= 2;
-    in_strand = true;
+    in_curve = true;
   }
   if (!has_segment) throw InputError(path, "holds no strand of two points");
   data.group_names.emplace_back(std::filesystem::path(path).stem().c_str());

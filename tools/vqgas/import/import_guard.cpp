@@ -14,34 +14,34 @@
 
 namespace {
 
-constexpr std::size_t stack_bytes = std::size_t{56} << 20;  // sanitizers mistrust more than 64 MiB
-constexpr std::array<int, 4> breakdowns = {SIGSEGV, SIGBUS, SIGFPE, SIGABRT};
+constexpr std::size_t stack_bytes = std::size_t{56} << 20;  // sanitizers reject more than 64 MiB
+constexpr std::array<int, 4> crash_signals = {SIGSEGV, SIGBUS, SIGFPE, SIGABRT};
 
-const std::string* last_line = nullptr;  // what the handler writes
+const std::string* last_line = nullptr;  // written by the handler
 
-/// Nothing of the broken thread can be trusted any more: no destructors, no buffers.
+/// The crashed thread's data may be damaged: no destructors, no buffers.
 void end_program(int) {
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, last_line->data(), last_line->size());
   _exit(1);
 }
 
-/// While it lives, breakdowns end the program in a defined way.
-class BreakdownHandlers {
+/// Handles crash signals during its lifetime.
+class CrashHandlers {
  public:
-  BreakdownHandlers() {
+  CrashHandlers() {
     struct sigaction action = {};
     action.sa_handler = end_program;
-    action.sa_flags = SA_ONSTACK;  // the common stack may be what ran out
-    for (std::size_t k = 0; k < breakdowns.size(); ++k) sigaction(breakdowns[k], &action, &former_[k]);
+    action.sa_flags = SA_ONSTACK;  // the thread's stack may be full
+    for (std::size_t k = 0; k < crash_signals.size(); ++k) sigaction(crash_signals[k], &action, &former_[k]);
   }
-  ~BreakdownHandlers() {
-    for (std::size_t k = 0; k < breakdowns.size(); ++k) sigaction(breakdowns[k], &former_[k], nullptr);
+  ~CrashHandlers() {
+    for (std::size_t k = 0; k < crash_signals.size(); ++k) sigaction(crash_signals[k], &former_[k], nullptr);
   }
-  BreakdownHandlers(const BreakdownHandlers&) = delete;
-  BreakdownHandlers& operator=(const BreakdownHandlers&) = delete;
+  CrashHandlers(const CrashHandlers&) = delete;
+  CrashHandlers& operator=(const CrashHandlers&) = delete;
 
  private:
-  std::array<struct sigaction, breakdowns.size()> former_ = {};
+  std::array<struct sigaction, crash_signals.size()> former_ = {};
 };
 
 struct GuardedWork {
@@ -81,7 +81,7 @@ bool join(pthread_t thread) {
 void run_import_guarded(const std::string& path, const std::function<void()>& work) {
   const std::string line = "vqgas: " + path + ": the importer breaks down over it\n";
   last_line = &line;
-  const BreakdownHandlers handlers;
+  const CrashHandlers handlers;
   GuardedWork guarded{work, nullptr};
   pthread_attr_t attributes;
   pthread_t thread;
@@ -91,7 +91,7 @@ void run_import_guarded(const std::string& path, const std::function<void()>& wo
   pthread_attr_destroy(&attributes);
   if (!is_started) throw InputError(path, "asks for more memory than there is");
   while (!join(thread)) {
-    if (is_interrupted()) end_interrupted();  // nothing else stops code that is not this program's
+    if (is_interrupted()) end_interrupted();  // other libraries' code cannot be stopped
   }
   if (guarded.fault) std::rethrow_exception(guarded.fault);
 }

@@ -3,8 +3,8 @@
 #include <functional>
 #include <string>
 
-/// Runs `work`, which reads the file `path` with code that is not this program's, and waits for it. What it throws
-/// comes out of here. It has a thread with a stack of 56 MiB, so that files nested several times as deep as a common
-/// stack allows can be followed by recursion; and should it break down there all the same, by that or by a fault of its
-/// own, the program ends with exit code 1 and one line that names the file. One at a time.
+/// Runs `work`, which reads the file `path` with code of other libraries, waits for it and rethrows its exception. It
+/// runs on a thread with a stack of 56 MiB, so recursion can follow files nested several times as deep as a usual stack
+/// allows. If it crashes, the program ends with exit code 1 and one line that names the file; after a signal the
+/// program ends at once, since the thread cannot be stopped. One at a time.
 void run_import_guarded(const std::string& path, const std::function<void()>& work);

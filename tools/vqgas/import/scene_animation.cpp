@@ -9,12 +9,12 @@
 
 namespace {
 
-/// Morph targets beyond this are not of this world; a damaged count must not take the memory.
+/// More morph targets than any real file has; a damaged count must not exhaust the memory.
 constexpr uint most_morph_targets = 65536;
 
 bool is_finite(const AnimationVector& v) { return std::isfinite(v.x + v.y + v.z); }
 
-/// Not of length 1 when it cannot be.
+/// Of length 1, or not finite for a zero quaternion.
 AnimationQuaternion make_unit(AnimationQuaternion q) {
   const double length = std::sqrt(q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z);
   return {q.w / length, q.x / length, q.y / length, q.z / length};
@@ -41,7 +41,7 @@ AnimationVector blend(const AnimationCurve<AnimationVector>& curve, double frame
   return before->value * (1.0 - fraction) + after->value * fraction;
 }
 
-/// Some importers tell a node's mesh by its number among the node's, as "name*0".
+/// Removes the number of a mesh in its node, which some importers append as "name*0".
 std::string cut_mesh_number(const std::string& name) {
   const std::size_t star = name.find_last_of('*');
   const bool is_number =
@@ -117,7 +117,7 @@ double NodeMotion::get_bend(double begin, double end) const {
     for (uint axis = 0; axis < 3; ++axis) {
       if (a[axis] == b[axis]) continue;
       const double ratio = b[axis] / a[axis];
-      // Through zero there is no logarithm; as much as half a turn.
+      // A scale that changes its sign has no logarithm; it counts as half a turn.
       most = std::max(most, ratio > 0.0 ? std::min(std::abs(std::log(ratio)), std::numbers::pi) : std::numbers::pi);
     }
     bend += most;

@@ -1,6 +1,6 @@
 // tools/vqgas/import/scene_animation.h
 //
-// What moves in a file, as curves over frames: places of nodes, weights of morph targets.
+// The animation of a file, as curves over frames: matrices of nodes, weights of morph targets.
 #pragma once
 #include <assimp/anim.h>
 #include <assimp/quaternion.h>
@@ -13,8 +13,8 @@
 
 #include "vq_gmath/gmath_matrix.h"
 
-/// Keys in the order of their times, which are finite; where two have the same, the value jumps from one to the other.
-/// Before the first and after the last it stays.
+/// Keys in the order of their times, which are finite; at two keys of one time the value jumps. Constant before the
+/// first and after the last key.
 template <class T>
 struct AnimationCurve {
   struct Key {
@@ -24,23 +24,23 @@ struct AnimationCurve {
   std::vector<Key> keys;
 
   void sort();
-  /// The keys around `frame` and how far it is from the first to the second. Only with keys.
+  /// Finds the keys around `frame` and returns its fraction between them, 0 to 1. There must be a key.
   double find(double frame, const Key*& before, const Key*& after) const;
 };
 
 using AnimationVector = GMathVec3<double>;
 using AnimationQuaternion = aiQuaterniont<double>;
 
-/// A node's place relative to its parent's: rotations take the shortest way from key to key on the sphere, everything
-/// else straight lines. What a file leaves unkeyed is as in the node itself.
+/// A node's matrix relative to its parent over time: rotations are interpolated on the sphere the shortest way,
+/// positions and scales linearly. A channel without keys keeps the node's own value.
 class NodeMotion {
  public:
   NodeMotion(const aiNodeAnim& channel, const aiNode& node, double frames_per_tick);
 
   GMathMatrix4x4<double> get_matrix(double frame) const;
   void add_key_frames(std::vector<double>& frames) const;
-  /// How far the node turns, in radians, and how much it is scaled, as a logarithm, between two frames without a key of
-  /// it between them: by that much what is carried along leaves the straight line.
+  /// Sum of the rotation angle, in radians, and the logarithm of the scaling between two frames that have no key
+  /// between them: a measure of how far points leave straight lines.
   double get_bend(double begin, double end) const;
 
  private:
@@ -54,21 +54,21 @@ class NodeMotion {
 class MorphMotion {
  public:
   MorphMotion(const aiMeshMorphAnim& channel, double frames_per_tick);
-  /// The target's weight; `rest` for one without keys.
+  /// The target's weight at a frame; `rest` for a target without keys.
   double get_weight(uint target, double frame, double rest) const;
 
  private:
   std::vector<AnimationCurve<double>> weights_;
 };
 
-/// The animations of a file that are played: the first, and of the others those that move nothing which is moved
-/// already. So the many actions of one figure do not mix, and figures with an action each move all. Where a file does
-/// not tell how long a tick is, it is a frame.
+/// The animations of a file that are played: the first, and each other that moves no node of an animation already
+/// played. So the alternative actions of one figure are not mixed, and several figures with an action each all move.
+/// The default length of a tick is a frame.
 class SceneAnimation {
  public:
   SceneAnimation(const aiScene& scene, double frames_per_second);
 
-  // Nothing for what stands still.
+  // Empty or null for a static node or mesh.
   std::optional<NodeMotion> find_motion(const aiNode& node) const;
   const MorphMotion* find_morph(const aiNode& node, const aiMesh& mesh) const;
 

@@ -9,7 +9,7 @@ using Point = GMathVec3<double>;
 
 Point convert(const aiVector3D& v) { return {v.x, v.y, v.z}; }
 
-/// Calls `visit(bone, vertex, weight)` for what bones truly hold.
+/// Calls `visit(bone, vertex, weight)` for each valid weight.
 template <class Visit>
 void for_each_weight(const aiMesh& mesh, const Visit& visit) {
   for (uint bone = 0; bone < mesh.mNumBones; ++bone) {
@@ -58,7 +58,7 @@ void SceneDeformation::add_positions(const aiMesh& mesh, uint node, double frame
 
 void SceneDeformation::compute_morph(const aiMesh& mesh, uint node, double frame) {
   const MorphMotion* motion = animation_.find_morph(*nodes_.get_nodes()[node].source, mesh);
-  const bool is_relative = mesh.mMethod == aiMorphingMethod_MORPH_RELATIVE;  // targets are what is added
+  const bool is_relative = mesh.mMethod == aiMorphingMethod_MORPH_RELATIVE;  // targets are offsets
   for (uint target = 0; target < mesh.mNumAnimMeshes; ++target) {
     const aiAnimMesh* to = mesh.mAnimMeshes[target];
     if (to == nullptr || to->mVertices == nullptr || to->mNumVertices != mesh.mNumVertices) continue;

@@ -10,11 +10,11 @@
 #include "tools/vqgas/import/scene_nodes.h"
 #include "tools/vqgas/source/mesh_builder.h"
 
-/// The bones of a mesh, turned round: what holds each vertex.
+/// The bones of each vertex of a mesh.
 ///
 ///   influences of vertex v are [first[v]] … [first[v + 1] - 1]
 ///
-/// Weights are positive and add up to 1; a vertex that no bone holds has no influence.
+/// Weights are positive and sum to 1; a vertex without bones has no influences.
 struct SkinWeights {
   struct Influence {
     uint bone;
@@ -33,14 +33,13 @@ class SceneDeformation {
   static bool has_skin(const aiMesh& mesh) { return mesh.mNumBones > 0 && mesh.mBones != nullptr; }
   static bool has_morphs(const aiMesh& mesh) { return mesh.mNumAnimMeshes > 0 && mesh.mAnimMeshes != nullptr; }
 
-  /// Whether the file moves its bones or morph targets.
+  /// True if the file animates the mesh's bones or morph targets.
   bool is_animated(const aiMesh& mesh, uint node) const;
 
   /// Appends the vertices of a node's mesh at `frame`.
   /// @param worlds    of all nodes at that frame
-  /// @param in_world  in the world instead of in the node's space; bones need it, for they hold vertices in the world,
-  ///                  wherever the mesh's own node is. What no bone holds, and what is held by a bone that no node has
-  ///                  the name of, stays with the mesh's node.
+  /// @param in_world  in world space instead of the node's; required for bones, which move vertices in world space. A
+  ///                  vertex without bones, or with a bone that no node has the name of, moves with the mesh's node.
   void add_positions(const aiMesh& mesh, uint node, double frame, const std::vector<SceneNodes::Matrix>& worlds,
                      bool in_world, std::vector<GMathVec3<float>>& positions);
 
@@ -51,5 +50,5 @@ class SceneDeformation {
   const SceneAnimation& animation_;
   const SceneNodes& nodes_;
   std::map<const aiMesh*, SkinWeights> skins_;
-  std::vector<GMathVec3<double>> moved_;  ///< the vertices on their way
+  std::vector<GMathVec3<double>> moved_;  ///< scratch: the vertices of one mesh
 };

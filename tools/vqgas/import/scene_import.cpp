@@ -22,8 +22,8 @@
 
 namespace {
 
-/// Whether the header of a PLY file names an element of strips: Assimp takes one for a list of polygons and returns a
-/// few wrong ones without a word.
+/// True if the header of a PLY file has an element of triangle strips: Assimp reads it as a list of polygons and
+/// returns a few wrong ones without an error.
 bool has_triangle_strips(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::string line;
@@ -41,7 +41,7 @@ void check_file(const std::string& path) {
     throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
 }
 
-/// Importers' messages may run over several lines.
+/// Importers' messages may have several lines.
 std::string make_one_line(std::string text) {
   for (char& c : text) {
     if (static_cast<unsigned char>(c) < ' ') c = ' ';
@@ -50,10 +50,10 @@ std::string make_one_line(std::string text) {
   return text.empty() ? "cannot be read" : text;
 }
 
-/// Some importers chat on the program's own streams; while it lives they speak to nobody.
+/// Discards what importers print to std::cout and std::cerr during its lifetime.
 class SilencedStreams {
  public:
-  SilencedStreams() : out_(std::cout.rdbuf(&nobody_)), err_(std::cerr.rdbuf(&nobody_)) {}
+  SilencedStreams() : out_(std::cout.rdbuf(&null_buffer_)), err_(std::cerr.rdbuf(&null_buffer_)) {}
   ~SilencedStreams() {
     std::cout.rdbuf(out_);
     std::cerr.rdbuf(err_);
@@ -62,10 +62,10 @@ class SilencedStreams {
   SilencedStreams& operator=(const SilencedStreams&) = delete;
 
  private:
-  struct Nobody : std::streambuf {
+  struct NullBuffer : std::streambuf {
     int overflow(int letter) override { return letter; }
   };
-  Nobody nobody_;
+  NullBuffer null_buffer_;
   std::streambuf* out_;
   std::streambuf* err_;
 };
@@ -76,18 +76,18 @@ bool has_extension(const std::string& path, std::initializer_list<const char*> l
   return std::find(list.begin(), list.end(), extension) != list.end();
 }
 
-/// Formats that know no nodes; where importers make some all the same, they stand for groups of faces.
+/// False for formats without nodes; nodes that their importers make are groups of faces.
 bool has_nodes(const std::string& path) {
   return !has_extension(path, {".nff", ".obj", ".off", ".ply", ".raw", ".stl"});
 }
 
-/// The importer of MDL hands out the bones of a figure side by side, though each is placed relative to another.
-bool has_sound_bones(const std::string& path) { return !has_extension(path, {".mdl"}); }
+/// The importer of MDL returns all bones of a figure as siblings, though each is relative to another.
+bool has_valid_bones(const std::string& path) { return !has_extension(path, {".mdl"}); }
 
 const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   importer.SetPropertyBool(AI_CONFIG_IMPORT_NO_SKELETON_MESHES, true);
   importer.SetPropertyInteger(AI_CONFIG_PP_RVC_FLAGS, aiComponent_BONEWEIGHTS);
-  const aiScene* scene = importer.ReadFile(path, has_sound_bones(path) ? 0u : uint{aiProcess_RemoveComponent});
+  const aiScene* scene = importer.ReadFile(path, has_valid_bones(path) ? 0u : uint{aiProcess_RemoveComponent});
   if (scene == nullptr) {
     const std::string fault = importer.GetErrorString();
     if (fault.find("bad_alloc") != std::string::npos) throw std::bad_alloc();
@@ -97,7 +97,7 @@ const aiScene* read_scene(Assimp::Importer& importer, const std::string& path) {
   return scene;
 }
 
-/// Everything as one mesh at rest.
+/// The whole file as one static mesh.
 MeshSource read_flat(const std::string& path, const aiScene& scene) {
   SceneMeshReader reader(path, scene);
   struct Open {
@@ -110,7 +110,7 @@ MeshSource read_flat(const std::string& path, const aiScene& scene) {
     const aiMatrix4x4 matrix = open.back().parent * node.mTransformation;
     open.pop_back();
     for (uint k = 0; k < node.mNumMeshes; ++k) reader.add(reader.get_mesh(node, k), matrix);
-    // Some importers announce more children than they attach.
+    // Some importers count more children than they set.
     for (uint k = node.mNumChildren; k-- > 0;) {
       if (node.mChildren[k] != nullptr) open.push_back({node.mChildren[k], matrix});
     }

@@ -12,9 +12,9 @@ namespace {
 Color get_material_color(const aiMaterial& material, uint group) {
   aiColor3D diffuse;
   if (material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS) return palette_color(group);
-  // What importers put where a file is silent.
-  const aiColor3D untold(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
-  if (diffuse == untold || diffuse == white) return palette_color(group);
+  // Importers' defaults for materials without a color.
+  const aiColor3D importer_default(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
+  if (diffuse == importer_default || diffuse == white) return palette_color(group);
   const auto channel = [](float value) { return std::clamp(decode_srgb(value), 0.03f, 0.85f); };
   return {channel(diffuse.r), channel(diffuse.g), channel(diffuse.b)};
 }

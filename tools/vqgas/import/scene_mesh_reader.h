@@ -8,26 +8,26 @@
 
 #include "tools/vqgas/source/mesh_builder.h"
 
-/// Joins an importer's meshes to those of the program. Polygons keep their corners and the order of the file. A shading
-/// group is a material, or a mesh where materials have no names; its colour is the material's, or else that of its
-/// number in the file.
+/// Joins an importer's meshes to meshes of the program. Polygons keep their corners and the order of the file. A
+/// shading group is a material, or a mesh if materials have no names; its color is the material's, or one by its number
+/// in the file.
 class SceneMeshReader {
  public:
   SceneMeshReader(const std::string& path, const aiScene& scene) : path_(path), scene_(scene) {}
 
-  /// The number of a mesh of a node. Throws InputError when there is no such mesh.
+  /// The mesh of a node by its index there. Throws InputError when there is no such mesh.
   const aiMesh& get_mesh(const aiNode& node, uint index) const;
 
-  /// Appends a mesh to the one on its way, its vertices as they are or moved by `matrix`.
+  /// Appends a mesh, its vertices transformed by `matrix`.
   void add(const aiMesh& mesh, const aiMatrix4x4& matrix = {});
-  /// With its vertices at `positions` and no normals.
+  /// Appends a mesh with other vertex positions and without normals.
   void add(const aiMesh& mesh, const GMathVec3<float>* positions);
 
-  /// Hands out the mesh and begins another.
+  /// Returns the mesh and begins a new one.
   MeshSource finish();
   MeshSource finish_unwelded();
 
-  /// Whether any mesh had a polygon so far.
+  /// True if any mesh had a polygon so far.
   bool has_polygon() const { return has_polygon_; }
 
  private:

@@ -28,16 +28,16 @@ class NodeImporter {
       if (nodes_.get_nodes()[node].source->mNumMeshes > 0) read_node(node);
     }
     bake();
-    place();
+    set_keys();
     if (!reader_.has_polygon()) throw InputError(path_, "holds no polygon");
     return std::move(source_);
   }
 
  private:
-  /// A node whose meshes change their form: it has a shape of its own.
+  /// A node with deforming meshes, which has its own shape.
   struct Deforming {
     uint node, object;
-    bool in_world;  ///< the shape's vertices; else they are in the node's space
+    bool in_world;  ///< space of the shape's vertices: world or node
     std::vector<const aiMesh*> meshes;
     std::vector<std::vector<GMathVec3<float>>> samples;
   };
@@ -110,13 +110,13 @@ class NodeImporter {
     return add_shape(std::move(shape), *at.meshes.front());
   }
 
-  /// Gives the objects their matrices; those whose shape lies in the world have none.
-  void place() {
-    std::vector<u8> is_wanted(nodes_.get_nodes().size(), 0);
+  /// Sets the objects' matrices; a shape in world space has none.
+  void set_keys() {
+    std::vector<u8> is_needed(nodes_.get_nodes().size(), 0);
     for (const uint node : object_nodes_) {
-      if (node != core_invalid_index) is_wanted[node] = 1;
+      if (node != core_invalid_index) is_needed[node] = 1;
     }
-    std::vector<std::vector<ModuleMatrixKey>> keys = nodes_.compute_keys(is_wanted, times_);
+    std::vector<std::vector<ModuleMatrixKey>> keys = nodes_.compute_keys(is_needed, times_);
     for (std::size_t object = 0; object < object_nodes_.size(); ++object) {
       if (object_nodes_[object] != core_invalid_index)
         source_.objects[object].keys = std::move(keys[object_nodes_[object]]);
@@ -130,7 +130,7 @@ class NodeImporter {
   const SceneNodes nodes_;
   SceneDeformation deformation_;
   SceneSource source_;
-  std::vector<uint> object_nodes_;  ///< of each object the node that its place comes from, or none
+  std::vector<uint> object_nodes_;  ///< of each object the node of its matrices, or none
   std::map<std::vector<const aiMesh*>, uint> shapes_;
   std::vector<Deforming> deforming_;
 };

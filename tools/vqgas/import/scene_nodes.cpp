@@ -8,10 +8,10 @@ namespace {
 
 using Matrix = SceneNodes::Matrix;
 
-/// Between keys that are turned against each other by this angle a blended matrix shrinks by a thousandth.
+/// A blend of two matrices that differ by this rotation shrinks by a thousandth.
 constexpr double most_bend = 5.0 * std::numbers::pi / 180.0;
 
-/// Whether blending the keys around it gives `middle` as well, but for rounding.
+/// True if blending the keys around it gives `middle`, except for rounding.
 bool lies_between(const ModuleMatrixKey& before, const ModuleMatrixKey& middle, const ModuleMatrixKey& after) {
   const double fraction = (middle.time - before.time) / (after.time - before.time);
   for (uint k = 0; k < 16; ++k) {
@@ -33,7 +33,7 @@ void sort_unique(std::vector<double>& frames) {
   frames.erase(std::unique(frames.begin(), frames.end()), frames.end());
 }
 
-/// Leaves what lies within the times, and one frame before and one after.
+/// Keeps the frames within the times, one before and one after.
 void clip(std::vector<double>& frames, const SceneTimes& times) {
   auto first = std::upper_bound(frames.begin(), frames.end(), times.open);
   auto last = std::lower_bound(first, frames.end(), times.close);
@@ -66,7 +66,7 @@ SceneNodes::SceneNodes(const aiNode& root, const SceneAnimation& animation) {
     const aiNode* node;
     uint parent;
   };
-  // A list of its own instead of recursion: files may nest deeply.
+  // An explicit stack instead of recursion: files may nest deeply.
   std::vector<Open> open = {{&root, core_invalid_index}};
   while (!open.empty()) {
     const Open at = open.back();
@@ -79,7 +79,7 @@ SceneNodes::SceneNodes(const aiNode& root, const SceneAnimation& animation) {
     const bool is_first = by_name_.try_emplace(at.node->mName.C_Str(), index).second;
     if (is_first) node.motion = animation.find_motion(*at.node);
     node.is_moving = node.motion.has_value() || (at.parent != core_invalid_index && nodes_[at.parent].is_moving);
-    // Some importers announce more children than they attach.
+    // Some importers count more children than they set.
     for (uint k = at.node->mNumChildren; k-- > 0;) {
       if (at.node->mChildren[k] != nullptr) open.push_back({at.node->mChildren[k], index});
     }
@@ -100,8 +100,8 @@ void SceneNodes::compute_worlds(double frame, std::vector<Matrix>& worlds) const
   }
 }
 
-/// Into how many parts the time between two frames without keys between them is to be cut.
-uint SceneNodes::get_part_count(const std::vector<u8>& is_wanted, double begin, double end,
+/// Number of parts into which to divide the time between two frames that have no key between them.
+uint SceneNodes::get_part_count(const std::vector<u8>& is_needed, double begin, double end,
                                 std::vector<double>& bends) const {
   double most = 0.0;
   bends.assign(nodes_.size(), 0.0);
@@ -109,20 +109,20 @@ uint SceneNodes::get_part_count(const std::vector<u8>& is_wanted, double begin, 
     if (!nodes_[k].is_moving) continue;
     if (nodes_[k].parent != core_invalid_index) bends[k] = bends[nodes_[k].parent];
     if (nodes_[k].motion) bends[k] += nodes_[k].motion->get_bend(begin, end);
-    if (is_wanted[k] != 0) most = std::max(most, bends[k]);
+    if (is_needed[k] != 0) most = std::max(most, bends[k]);
   }
   return static_cast<uint>(std::clamp(std::ceil(most / most_bend), 1.0, double(most_frames)));
 }
 
-std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_wanted, const SceneTimes& times) const {
+std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_needed, const SceneTimes& times) const {
   const std::vector<double> samples = get_sample_frames(times);
   if (samples.size() < 2) return samples;
-  std::vector<u8> carries(is_wanted);
+  std::vector<u8> carries(is_needed);
   std::vector<double> file_frames;
   std::size_t moving_count = 1;
   for (std::size_t k = nodes_.size(); k-- > 0;) {
     if (carries[k] == 0) continue;
-    if (is_wanted[k] != 0 && nodes_[k].is_moving) ++moving_count;
+    if (is_needed[k] != 0 && nodes_[k].is_moving) ++moving_count;
     if (nodes_[k].parent != core_invalid_index) carries[nodes_[k].parent] = 1;
     if (nodes_[k].motion) nodes_[k].motion->add_key_frames(file_frames);
   }
@@ -134,7 +134,7 @@ std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_wanted, co
   for (std::size_t k = 0; k < file_frames.size() && frames.size() <= most; ++k) {
     frames.push_back(file_frames[k]);
     if (k + 1 == file_frames.size()) break;
-    const uint parts = get_part_count(is_wanted, file_frames[k], file_frames[k + 1], bends);
+    const uint parts = get_part_count(is_needed, file_frames[k], file_frames[k + 1], bends);
     const double step = (file_frames[k + 1] - file_frames[k]) / parts;
     for (uint part = 1; part < parts; ++part) {
       const double frame = file_frames[k] + step * part;
@@ -151,14 +151,14 @@ std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_wanted, co
   return frames;
 }
 
-std::vector<std::vector<ModuleMatrixKey>> SceneNodes::compute_keys(const std::vector<u8>& is_wanted,
+std::vector<std::vector<ModuleMatrixKey>> SceneNodes::compute_keys(const std::vector<u8>& is_needed,
                                                                    const SceneTimes& times) const {
   std::vector<std::vector<ModuleMatrixKey>> keys(nodes_.size());
   std::vector<Matrix> worlds;
-  for (const double frame : find_frames(is_wanted, times)) {
+  for (const double frame : find_frames(is_needed, times)) {
     compute_worlds(frame, worlds);
     for (std::size_t k = 0; k < nodes_.size(); ++k) {
-      if (is_wanted[k] != 0 && (nodes_[k].is_moving || keys[k].empty())) add_key(keys[k], {frame, worlds[k]});
+      if (is_needed[k] != 0 && (nodes_[k].is_moving || keys[k].empty())) add_key(keys[k], {frame, worlds[k]});
     }
   }
   for (std::vector<ModuleMatrixKey>& list : keys) {

@@ -1,6 +1,6 @@
 // tools/vqgas/import/scene_nodes.h
 //
-// The nodes of a file with their places in the world over time.
+// The nodes of a file with their world matrices over time.
 //
 //   nodes_   [node]   parents before children, otherwise in the order of the file
 #pragma once
@@ -17,40 +17,40 @@ struct SceneNode {
   uint parent = core_invalid_index;
   GMathMatrix4x4<double> rest;       ///< relative to the parent
   std::optional<NodeMotion> motion;  ///< instead of `rest`
-  bool is_moving = false;            ///< or one that it hangs from
+  bool is_moving = false;            ///< by itself or with a parent
 };
 
 class SceneNodes {
  public:
   using Matrix = GMathMatrix4x4<double>;
 
-  /// Names should be unique; of nodes with the same name the first is the one that a channel moves.
+  /// Names should be unique; a channel moves the first node of its name.
   SceneNodes(const aiNode& root, const SceneAnimation& animation);
 
   const std::vector<SceneNode>& get_nodes() const { return nodes_; }
-  /// The first node of that name, or none.
+  /// The first node of that name, or core_invalid_index.
   uint find(const aiString& name) const;
 
-  /// From each node to the world at `frame`.
+  /// World matrices of all nodes at `frame`.
   void compute_worlds(double frame, std::vector<Matrix>& worlds) const;
 
-  /// The places of the wanted nodes: a single key for what does not move in these times, else keys where the file has
-  /// them for the node or what it hangs from, at the samples of the shutter, and between where that turns or scales
-  /// much, for the host blends matrices entry by entry. Where that were more than `most_frames` for a node or
-  /// `most_keys` for all, frames in even steps replace the file's.
-  std::vector<std::vector<ModuleMatrixKey>> compute_keys(const std::vector<u8>& is_wanted,
+  /// World matrices of the needed nodes: one key for a node that is static in these times. Else a key at each key of
+  /// the node and its parents and at each sample of the shutter, and more where the node turns or scales much, since
+  /// the host blends matrices entry by entry. If that gives more than `most_frames` for a node or `most_keys` in all,
+  /// frames in even steps replace those of the file.
+  std::vector<std::vector<ModuleMatrixKey>> compute_keys(const std::vector<u8>& is_needed,
                                                          const SceneTimes& times) const;
   static constexpr std::size_t most_frames = 1024, most_keys = std::size_t{1} << 20;
 
  private:
-  std::vector<double> find_frames(const std::vector<u8>& is_wanted, const SceneTimes& times) const;
-  uint get_part_count(const std::vector<u8>& is_wanted, double begin, double end, std::vector<double>& bends) const;
+  std::vector<double> find_frames(const std::vector<u8>& is_needed, const SceneTimes& times) const;
+  uint get_part_count(const std::vector<u8>& is_needed, double begin, double end, std::vector<double>& bends) const;
 
   std::vector<SceneNode> nodes_;
   std::unordered_map<std::string, uint> by_name_;
 };
 
-/// The moments at which a shutter is sampled, ends included; one for a shutter that does not stay open.
+/// Sample times of a shutter, both ends included; one if it opens and closes at the same time.
 std::vector<double> get_sample_frames(const SceneTimes& times);
 
 GMathMatrix4x4<double> convert_matrix(const aiMatrix4x4& from);

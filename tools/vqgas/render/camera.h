@@ -15,7 +15,7 @@ struct Camera {
 /// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov". Throws UsageError.
 Camera parse_camera(const std::string& text);
 
-/// A camera that shows the whole of all boxes, y up, as large as it can. `view` is front (from +z), side (from +x), top
+/// A camera that frames all boxes as large as possible, y up. `view` is front (from +z), side (from +x), top
 /// (from +y) or three-quarter; anything else throws UsageError. `aspect` is width over height.
 Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect);
 
@@ -23,15 +23,15 @@ Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>
 class CameraRays {
  public:
   CameraRays(const Camera& camera, uint width, uint height);
-  /// The direction through picture point (x, y), in pixels from the upper left corner. Its component along the view is
-  /// 1, so that a distance along the ray is the depth.
+  /// Direction through picture point (x, y), in pixels from the upper left corner. Its component along the view is 1,
+  /// so a distance along the ray is a depth.
   GMathVec3<double> get_direction(double x, double y) const {
     return forward_ + right_ * ((2.0 * x - width_) * scale_) + up_ * ((height_ - 2.0 * y) * scale_);
   }
   const GMathVec3<double>& get_eye() const { return eye_; }
   /// Along the view, of unit length.
   const GMathVec3<double>& get_forward() const { return forward_; }
-  /// The picture point where a point in front of the eye is seen; infinite or NaN for one level with the eye.
+  /// Projects a point in front of the eye to the picture; infinite or NaN for a point in the plane of the eye.
   GMathVec2<double> get_picture_point(const GMathVec3<double>& point) const;
 
  private:

@@ -1,6 +1,6 @@
 // tools/vqgas/render/daylight.h
 //
-// The light of beauty pictures: a sun behind the viewer's left shoulder and a clear sky. No physics, only what looks
+// The light of beauty pictures: a sun behind the viewer's left shoulder and a clear sky. Not physical, chosen to look
 // natural.
 #pragma once
 #include "tools/vqgas/image/color.h"
@@ -11,8 +11,8 @@ struct Daylight {
   Color sun_color{2.05f, 1.86f, 1.58f};
 
   explicit Daylight(const Camera& camera);
-  /// A direction to a random point of the sun, which is drawn larger than it is for soft shadows.
+  /// A direction to a random point of the sun, which is larger than the real one for soft shadows.
   GMathVec3<double> sample_sun(double x, double y) const;
-  /// What a ray that leaves the scene sees: sky above, a dim ground below.
+  /// Color of a ray that leaves the scene: sky above, dim ground below.
   static Color get_sky(const GMathVec3<double>& direction);
 };

@@ -9,10 +9,10 @@
 
 namespace {
 
-/// Large enough that a packet's fixed costs are not felt, small enough that the last tiles end together.
+/// Large enough to hide the fixed cost of a packet, small enough that the last tiles end together.
 constexpr uint tile_size = 32;
 
-/// Everything that the tiles share. Threads are found by their index, which no two use at a time: no lock.
+/// Data shared by the tiles. Threads use the entry of their index, which no other uses at the same time: no lock.
 struct RenderJob {
   const QueryScene& scene;
   const RenderSettings& settings;

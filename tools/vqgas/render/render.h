@@ -1,8 +1,8 @@
 // tools/vqgas/render/render.h
 //
-// From a scene and a camera to a picture. The picture is cut into tiles, each a task for the thread pool; a thread
-// works with a shading context and packets of its own. Every pixel depends on its own place only, so that the picture
-// is the same for any number of threads.
+// Renders a scene with a camera to a picture. The picture is divided into tiles, each a task for the thread pool; each
+// thread has its own shading context and packets. Pixels do not depend on each other, so the picture is the same for
+// any number of threads.
 #pragma once
 #include <atomic>
 #include <vector>
@@ -13,21 +13,21 @@
 
 struct RenderSettings {
   uint width = 0, height = 0;
-  uint samples = 16;  ///< rays per pixel of beauty; the other layers show the middle of the pixel
+  uint samples = 16;  ///< rays per pixel of beauty; the other layers use one through its center
   std::vector<Layer> layers;
   Camera camera;
   double shutter_open = 0.0, shutter_close = 0.0;
   bool has_floor = false;  ///< beauty stands on an endless floor
 };
 
-/// How many rays were asked for what.
+/// Number of rays by purpose.
 struct RayCounts {
   u64 camera = 0, shadow = 0, ambient = 0, all_hits = 0;
   u64 get_sum() const { return camera + shadow + ambient + all_hits; }
   void add(const RayCounts& more);
 };
 
-/// What one thread needs to render tiles.
+/// Data of one thread for rendering tiles.
 struct RenderThread {
   CtxShader shader;
   GeometryRayPacket camera_rays, ambient_rays, shadow_rays;
@@ -38,20 +38,21 @@ struct RenderThread {
 struct RenderTile {
   uint left, top, right, bottom;
   uint get_pixel_count() const { return (right - left) * (bottom - top); }
-  // Ray r of the tile's packet belongs to the r-th pixel, row by row.
+  // Ray r of the tile's packet is that of its r-th pixel, row by row.
   uint get_x(uint ray) const { return left + ray % (right - left); }
   uint get_y(uint ray) const { return top + ray / (right - left); }
-  /// Into the channels of a picture `width` wide.
+  /// Index into the channels of a picture `width` wide.
   std::size_t get_pixel(uint ray, uint width) const { return std::size_t{get_y(ray)} * width + get_x(ray); }
 };
 
-/// Renders all wanted layers. `progress` steps once a pixel; null for none.
+/// Renders all layers of the settings. Throws Interrupted after a signal.
+/// @param progress  one step a pixel, or null
 Picture render_picture(const QueryScene& scene, const RenderSettings& settings, AppProgressBar* progress,
                        RayCounts& counts);
 
-/// Adds the samples of `beauty` to the picture's layer, for the pixels of one tile.
+/// Renders the layer beauty for the pixels of one tile; incomplete after a signal.
 void render_beauty(const QueryScene& scene, const RenderSettings& settings, const RenderTile& tile,
                    RenderThread& thread, PictureLayer& layer);
-/// Fills all layers but beauty, for the pixels of one tile.
+/// Renders all other layers for the pixels of one tile.
 void render_data_layers(const QueryScene& scene, const RenderSettings& settings, const RenderTile& tile,
                         RenderThread& thread, Picture& picture);

@@ -1,11 +1,11 @@
 // tools/vqgas/render/render_beauty.cpp
 //
 // Beauty: per sample one ray through a random point of the pixel, at a random time of the shutter; from the surface
-// that it sees one ray to the sun (any hit ends it) and one into the sky around the normal (nearest hit: what it finds
-// lends its colour). Each kind of ray goes to the structure as one packet for the whole tile.
+// point it hits, one ray to the sun (any hit is a shadow) and one around the normal (the nearest hit's color is
+// indirect light). All rays of one kind in a tile are one packet.
 //
-// Hair too thin for the picture to show its roundness scatters light as a whole fibre (fiber_shading.h); hair many
-// pixels wide is a surface like others. Between the two each sample is one or the other by chance.
+// Hair too thin to look round scatters light as a fiber (fiber_shading.h); hair many pixels wide is shaded as a
+// surface. In between each sample chooses one at random.
 #include "tools/vqgas/render/daylight.h"
 #include "tools/vqgas/render/fiber_shading.h"
 #include "tools/vqgas/render/render.h"
@@ -16,22 +16,22 @@ namespace {
 
 using Vector = GMathVec3<double>;
 
-/// A surface point that a camera ray sees, ready to be lit.
+/// A surface point hit by a camera ray, with its light so far.
 struct ShadePoint {
   uint ray = 0;  // of the camera packet
   Vector position, normal, face_normal, view;
   Color albedo;
   double time = 0.0;
-  float haze = 0.0f;    // how much of the sky's colour lies over it
-  Color light, gloss;   // gathered so far; what the surface colours, and what it does not
+  float haze = 0.0f;    // blend weight of the sky's color
+  Color light, gloss;   // light so far: multiplied by the albedo, and added as it is
   Vector sun, ambient;  // directions of its rays
   bool is_fiber = false;
-  Vector tangent;  // of a fibre
+  Vector tangent;  // of a fiber
   double fiber_radius = 0.0;
 };
 
 double get_fiber_radius(const CurveSet& curves, const GeometryIntersection& hit, double time) {
-  const double u = std::clamp(hit.u, 0.0, 1.0);  // beyond lie the round ends
+  const double u = std::clamp(hit.u, 0.0, 1.0);  // the round ends lie beyond
   const CurveSet::Place place = curves.get_place(time);
   const double radius = curves.get_shape() == CurveShape::linear
                             ? curves.get_segment<CurveShape::linear>(hit.primitive, place).get_ball(u).radius
@@ -78,7 +78,7 @@ class BeautyTile {
   }
 
  private:
-  /// A random number of the pixel's own, the same for all its samples.
+  /// A random number by pixel, the same for all its samples.
   double get_shift(uint ray, uint dimension) const {
     return random_unit(hash_bits(tile_.get_y(ray) * 65536u + tile_.get_x(ray)), dimension);
   }
@@ -154,7 +154,7 @@ class BeautyTile {
       point.fiber_radius *= std::cbrt(std::fabs(matrix.get_determinant()));
       point.tangent = matrix.transform_vector(point.tangent).get_normalized();
     }
-    // The margin that serves surfaces may be wider than a hair.
+    // The offset for surfaces may be wider than a hair.
     point.position = surface.position + point.face_normal * std::fmin(1e-5 * radius_, 0.02 * point.fiber_radius);
     const uint strand = hair.get_curves().get_curve(hit.primitive);
     point.albedo = point.albedo * static_cast<float>(0.75 + 0.5 * random_unit(strand, 21));
@@ -178,7 +178,7 @@ class BeautyTile {
     packet.resize(static_cast<uint>(points_.size()));
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
       const ShadePoint& point = points_[ray];
-      // A surface that faces away from the sun is dark without asking; its ray is closed.
+      // A surface that faces away from the sun is in shadow; its ray has an empty interval.
       const bool faces_sun =
           point.is_fiber || (point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0);
       const Vector origin = point.is_fiber ? get_sunny_side(point) : point.position;
@@ -191,8 +191,8 @@ class BeautyTile {
     }
   }
 
-  /// A fibre is lit as a whole, so its own far side does not shade it: where the sun's ray leaves the fibre that the
-  /// camera's ray met.
+  /// Origin of the shadow ray: where the ray to the sun leaves the fiber that the camera ray hit, so that the fiber
+  /// does not shadow itself.
   static Vector get_sunny_side(const ShadePoint& point) {
     const Vector axis = point.position - point.face_normal * point.fiber_radius;
     const Vector across = (point.sun - point.tangent * point.tangent.dot(point.sun)).get_normalized();
@@ -224,13 +224,13 @@ class BeautyTile {
     for (uint ray = 0; ray < packet.get_count(); ++ray) points_[ray].light += get_ambient_light(ray);
   }
 
-  /// Sky where the way is free; else a little of the colour of what stands in it, as light that it passes on.
+  /// The sky's color for a miss; else a part of the hit surface's color, as indirect light.
   Color get_ambient_light(uint ray) {
-    constexpr float passed_on = 0.3f;
+    constexpr float reflected_part = 0.3f;
     const GMathRay& source = thread_.ambient_rays.get_ray(ray);
     const std::optional<SceneHit> hit = scene_.get_nearest(thread_.ambient_rays, ray);
-    if (hit) return scene_.get_group_colors()[hit->get_group()] * passed_on;
-    if (settings_.has_floor && source.direction.y < 0.0) return floor_color * (2.0f * passed_on);
+    if (hit) return scene_.get_group_colors()[hit->get_group()] * reflected_part;
+    if (settings_.has_floor && source.direction.y < 0.0) return floor_color * (2.0f * reflected_part);
     return Daylight::get_sky(source.direction);
   }
 

@@ -17,7 +17,7 @@ void put_path(PictureLayer& layer, std::size_t pixel, std::span<const GeometryIn
   for (std::size_t level = 0; level < depth; ++level) layer.channels[level].numbers[pixel] = path[level].object_index;
 }
 
-/// What the nearest surface of a pixel says.
+/// Writes a layer's value of the nearest surface of a pixel.
 void put_surface(PictureLayer& layer, std::size_t pixel, const SceneHit& hit, const GeometrySurfacePoint& point) {
   switch (layer.layer) {
     case Layer::depth:
@@ -50,7 +50,7 @@ void put_surface(PictureLayer& layer, std::size_t pixel, const SceneHit& hit, co
   }
 }
 
-/// How far the point moves on the picture over the whole shutter, going on as it does at the ray's time.
+/// Motion of the point on the picture over the whole shutter, at its velocity at the ray's time.
 void put_motion(const QueryScene& scene, const RenderSettings& settings, const CameraRays& camera, double time,
                 const SceneHit& hit, const GeometrySurfacePoint& point, PictureLayer& layer, std::size_t pixel) {
   double end_time = 0.0;
@@ -58,7 +58,7 @@ void put_motion(const QueryScene& scene, const RenderSettings& settings, const C
   const double scale = end_time > time ? (settings.shutter_close - settings.shutter_open) / (end_time - time) : 0.0;
   const GMathVec2<double> from = camera.get_picture_point(point.position), to = camera.get_picture_point(end);
   const double x = (to.x - from.x) * scale, y = (to.y - from.y) * scale;
-  // What ends up level with the eye has no place on the picture.
+  // A point in the plane of the eye has no projection.
   if (std::isfinite(x) && std::isfinite(y)) put(layer, pixel, {x, y});
 }
 
@@ -104,10 +104,10 @@ void render_data_layers(const QueryScene& scene, const RenderSettings& settings,
     const double x = tile.get_x(ray) + 0.5, y = tile.get_y(ray) + 0.5;
     thread.camera_rays.set_ray(ray, camera.get_eye(), camera.get_direction(x, y), 0.0, DBL_MAX, time);
   }
-  bool wants_nearest = false;
+  bool has_nearest = false;
   for (PictureLayer& layer : picture.layers) {
     if (layer.layer == Layer::count) render_count(scene, tile, thread, layer, picture.width);
-    wants_nearest |= layer.layer != Layer::beauty && layer.layer != Layer::count;
+    has_nearest |= layer.layer != Layer::beauty && layer.layer != Layer::count;
   }
-  if (wants_nearest) render_nearest(scene, settings, tile, time, thread, picture);
+  if (has_nearest) render_nearest(scene, settings, tile, time, thread, picture);
 }

@@ -8,9 +8,9 @@ struct PictureRect {
   double left = 0.0, top = 0.0, right = 0.0, bottom = 0.0;
 };
 
-/// What a camera sees through the rectangle, from depth `near` to depth `far` along the view. An infinite `far` leaves
-/// the far end open.
+/// Adds the planes of a camera's view through the rectangle, from depth `near` to depth `far`. An infinite `far` adds
+/// no far plane.
 void set_camera_frustum(const CameraRays& camera, const PictureRect& rect, double near, double far,
                         GeometryFrustumCtx& query);
-/// The inside of a box.
+/// Adds the planes of a box.
 void set_box_frustum(const GMathBbox3<double>& box, GeometryFrustumCtx& query);

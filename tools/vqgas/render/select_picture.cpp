@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr Color background(0.13f, 0.14f, 0.16f), grey(0.37f, 0.37f, 0.37f), border(1.0f, 0.85f, 0.2f),
+constexpr Color background(0.13f, 0.14f, 0.16f), gray(0.37f, 0.37f, 0.37f), border(1.0f, 0.85f, 0.2f),
     chosen(1.0f, 0.5f, 0.1f);
 
 void draw_border(ScreenImage& image, const PictureRect& rect) {
@@ -41,7 +41,7 @@ ScreenImage make_select_picture(const Picture& picture, const Camera& camera, co
         rays.get_direction(double(pixel % picture.width) + 0.5, double(pixel / picture.width) + 0.5);
     const auto light = static_cast<float>(0.3 + 0.7 * std::fabs(normal.dot(view.get_normalized())));
     const bool is_selected = std::binary_search(selected.begin(), selected.end(), objects[pixel]);
-    image.pixels[pixel] = (is_selected ? mix(chosen, hash_color(objects[pixel]), 0.4f) : grey) * light;
+    image.pixels[pixel] = (is_selected ? mix(chosen, hash_color(objects[pixel]), 0.4f) : gray) * light;
   }
   if (rect) draw_border(image, *rect);
   return image;

@@ -7,7 +7,7 @@
 #include "tools/vqgas/image/picture.h"
 #include "tools/vqgas/render/select_frustum.h"
 
-/// The scene in grey, what was selected in colours of its own, the rectangle with a border.
+/// The scene in gray, selected objects in colors, the rectangle with a border.
 /// @param picture   with the layers object and normal
 /// @param selected  numbers of objects
 ScreenImage make_select_picture(const Picture& picture, const Camera& camera, const std::vector<uint>& selected,

@@ -16,35 +16,36 @@ const std::vector<Color>& get_group_colors_of(const ShapeSource& source) {
   return std::visit([](const auto& shape) -> const std::vector<Color>& { return shape.group_colors; }, source);
 }
 
-/// A rough size, for progress.
+/// Approximate build cost, for progress.
 std::size_t get_weight(const ShapeSource& source) {
   if (const MeshSource* mesh = std::get_if<MeshSource>(&source)) return mesh->data.polygon_vertices.size() + 1;
   return 4 * std::get<HairSource>(source).data.points.size() + 1;
 }
 
-/// When the boxes of what moves are sampled.
+/// Sample times of the boxes of moving shapes and objects.
 struct SampleTimes {
   double first, last;
   uint count;
 };
 
-/// Every `1 / parts` of a step of `own` from the sample before `open` to that after `close`, also before its first and
-/// after its last: so no bend of what has these samples lies between two of them. Nothing when they are too many.
-std::optional<SampleTimes> get_own_times(const GMathTimeSampling& own, double open, double close, uint wanted_steps) {
+/// Divides the steps of a shape's own sampling, from its sample before `open` to that after `close`, and continues them
+/// beyond its first and last sample: then each own sample is a sample. None when there would be too many.
+std::optional<SampleTimes> get_own_times(const GMathTimeSampling& own, double open, double close, uint least_steps) {
   constexpr double most_steps = 255.0, rounding = 1e-9;
   const double first = std::floor((open - own.get_begin()) / own.get_step() + rounding);
   const double steps = std::ceil((close - own.get_begin()) / own.get_step() - rounding) - first;
   if (!(steps <= most_steps)) return std::nullopt;
-  const uint whole = static_cast<uint>(steps), parts = whole > 0 ? (wanted_steps + whole - 1) / whole : 1;
+  const uint whole = static_cast<uint>(steps), parts = whole > 0 ? (least_steps + whole - 1) / whole : 1;
   const double begin = own.get_begin() + first * own.get_step();
   return SampleTimes{begin, begin + steps * own.get_step(), whole * std::max(parts, 1u) + 1};
 }
 
-/// Evenly over the shutter, several to each of the shortest steps of what deforms, so that its bends are met closely.
-SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint wanted_steps) {
+/// Evenly over the shutter, several in each of the shortest steps of the deforming shapes, so that their own samples
+/// are approximated closely.
+SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint least_steps) {
   constexpr double most_steps = 255.0, steps_per_step = 4.0;
   const double steps = std::fmin(steps_per_step * (times.close - times.open) / shortest_step, most_steps);
-  return {times.open, times.close, std::max(static_cast<uint>(steps), wanted_steps) + 1};
+  return {times.open, times.close, std::max(static_cast<uint>(steps), least_steps) + 1};
 }
 
 }  // namespace
@@ -102,7 +103,7 @@ void QueryScene::add_shape(SceneShape&& shape, const std::vector<Color>& group_c
   shape.first_primitive = get_primitive_count();
   shape.first_group = static_cast<uint>(group_colors_.size());
   group_colors_.insert(group_colors_.end(), group_colors.begin(), group_colors.end());
-  // A source without names has one group all the same.
+  // A source without group names has one group.
   group_colors_.resize(shape.first_group + shape.geometry->get_shading_groups().get_count(), palette_color(0));
   shapes_.push_back(std::move(shape));
   shapes_by_geometry_[shapes_.back().geometry.get()] = &shapes_.back();
@@ -119,8 +120,8 @@ void QueryScene::note_keys(const std::vector<ObjectSource>& objects) {
 }
 
 void QueryScene::set_shutter(const SceneTimes& times) {
-  constexpr uint smooth_steps = 8;  // what turns is to look round
-  const uint wanted_steps = times.samples ? *times.samples - 1 : smooth_steps;
+  constexpr uint smooth_steps = 8;  // so that turning objects look round
+  const uint least_steps = times.samples ? *times.samples - 1 : smooth_steps;
   const GMathTimeSampling* common = nullptr;
   bool is_common = true;
   double shortest_step = std::numeric_limits<double>::infinity();
@@ -135,14 +136,14 @@ void QueryScene::set_shutter(const SceneTimes& times) {
   if (!(times.close > times.open)) {
     found = SampleTimes{times.open, times.open, 1};
   } else if (common != nullptr && is_common) {
-    // Nothing moves before all first samples and keys, nor after the last ones.
+    // The scene is static before all first samples and keys, and after the last ones.
     const bool has_keys = first_key_ < last_key_;
     const double first = std::min(common->get_begin(), first_key_);
     const double last = std::max(common->get_sample_time(common->get_sample_count() - 1), last_key_);
     found = get_own_times(*common, std::clamp(times.open, first, last), std::clamp(times.close, first, last),
-                          has_keys || times.samples ? wanted_steps : 0);
+                          has_keys || times.samples ? least_steps : 0);
   }
-  if (!found) found = get_even_times(times, shortest_step, wanted_steps);
+  if (!found) found = get_even_times(times, shortest_step, least_steps);
   motion_blur_.emplace(found->first, found->last, found->count);
   ctx_.set_motion_blur(&*motion_blur_);
 }
@@ -184,11 +185,11 @@ const CtxEval& QueryScene::get_thread_ctx() const {
 }
 
 void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, GeometryRayVisits* visits,
-                              bool wants_end_matrices) const {
+                              bool has_end_matrices) const {
   if (packet.get_count() == 0) return;
   GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
   query.visits = visits;
-  query.settings.wants_motion_vectors = wants_end_matrices;
+  query.settings.wants_motion_vectors = has_end_matrices;
   if (motion_blur_) {
     objects_.tree->ray_hit_nearest_motion(get_thread_ctx(), shader, query);
   } else {
@@ -215,7 +216,7 @@ void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vec
     for (const GeometryHit& hit : packet.get_hits().get_hits()) is_hit[hit.ray] = 1;
     return;
   }
-  // Only the nearest hit sees through oriented nodes.
+  // Queries for all hits miss curves below oriented nodes.
   find_nearest(shader, packet);
   for (uint ray = 0; ray < packet.get_count(); ++ray) is_hit[ray] = packet.get_nearest(ray).geometry != nullptr;
 }

@@ -1,4 +1,4 @@
-// What a camera is to frame: each shape as some hundred boxes a sample, carried to wherever objects show it.
+// Boxes for framing by a camera: some hundred boxes a shape and sample, transformed by the objects that show it.
 #include <cmath>
 
 #include "tools/vqgas/scene/query_scene.h"
@@ -11,12 +11,12 @@ namespace {
 using Boxes = std::vector<GMathBbox3<double>>;
 using Matrix = GMathMatrix4x4<double>;
 
-/// Boxes of runs of segments. They do not depend on the tree, so that pictures with and without oriented nodes have the
+/// Boxes of consecutive segments. They do not depend on the tree, so pictures with and without oriented nodes have the
 /// same view.
 template <CurveShape shape>
-void add_hair_boxes(const CurveSet& curves, double time, uint wanted, Boxes& boxes) {
+void add_hair_boxes(const CurveSet& curves, double time, uint box_count, Boxes& boxes) {
   const CurveSet::Place place = curves.get_place(time);
-  const uint count = curves.get_segment_count(), run = 1 + count / wanted;
+  const uint count = curves.get_segment_count(), run = 1 + count / box_count;
   for (uint first = 0; first < count; first += run) {
     GMathBbox3<double> box;
     box.set_empty();
@@ -25,7 +25,7 @@ void add_hair_boxes(const CurveSet& curves, double time, uint wanted, Boxes& box
         const double radius = std::fmax(point.radius, 0.0);
         const GMathVec3<double> reach(radius, radius, radius);
         const GMathVec3<double> low = point.position - reach, high = point.position + reach;
-        // The sum is finite when every value is; segments with others are not in the picture.
+        // The sum is finite if every value is; other segments are not in the structure.
         if (!std::isfinite(low.x + low.y + low.z + high.x + high.y + high.z)) continue;
         box.add(low);
         box.add(high);
@@ -35,18 +35,18 @@ void add_hair_boxes(const CurveSet& curves, double time, uint wanted, Boxes& box
   }
 }
 
-/// In the shape's space. At rest without a description.
+/// In the shape's space; static if `motion_blur` is null.
 Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMotionBlur* motion_blur, double time,
-                      uint wanted) {
+                      uint box_count) {
   Boxes boxes;
   if (shape.hair != nullptr) {
     const CurveSet& curves = shape.hair->get_curves();
-    if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, wanted, boxes);
-    if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, wanted, boxes);
+    if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, box_count, boxes);
+    if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, box_count, boxes);
     return boxes;
   }
   CoreVector<void*> clusters;
-  shape.structure->get_clusters(clusters, wanted, 0.0f);
+  shape.structure->get_clusters(clusters, box_count, 0.0f);
   std::vector<GMathBbox3<float>> found(clusters.get_count());
   if (motion_blur != nullptr) {
     shape.structure->get_clusters_bboxes_at(ctx, time, clusters.as_array(), found.data());
@@ -57,7 +57,7 @@ Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMoti
   return boxes;
 }
 
-/// How many objects show each shape, on all ways through the scene.
+/// Number of instances of each shape, by all instance paths.
 using ShowCounts = std::unordered_map<const GeometryObject*, uint>;
 
 void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
@@ -68,7 +68,7 @@ void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
   }
 }
 
-/// All that objects show at one time.
+/// Collects the world boxes of objects at one time.
 class SceneBoxes {
  public:
   SceneBoxes(bool is_moving, double time, Boxes& boxes) : is_moving_(is_moving), time_(time), boxes_(boxes) {}
@@ -85,7 +85,7 @@ class SceneBoxes {
       GMathBbox3<double> box;
       box.set_empty();
       for (uint corner = 0; corner < 8; ++corner) box.add(matrix.transform_point(local.get_corner(corner)));
-      // Objects without a place are not in the picture.
+      // Objects whose matrix is not finite are not in the tree.
       if (box.get_extent().get_length() < std::numeric_limits<float>::max()) boxes_.push_back(box);
     }
   }
@@ -100,7 +100,7 @@ class SceneBoxes {
 }  // namespace
 
 std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
-  constexpr uint wanted = 1024;  // of a shape, over all places that show it
+  constexpr uint box_count = 1024;  // of a shape, over all its instances
   ShowCounts shows;
   for (const auto& object : objects_.objects) count_shows(*object, shows);
   Boxes boxes;
@@ -110,7 +110,7 @@ std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
     SceneBoxes all(motion_blur != nullptr, time, boxes);
     for (const SceneShape& shape : shapes_) {
       throw_if_interrupted();
-      const uint share = std::max(1u, wanted / std::max(1u, shows[shape.geometry.get()]));
+      const uint share = std::max(1u, box_count / std::max(1u, shows[shape.geometry.get()]));
       all.set_shape_boxes(shape.geometry.get(), get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), share));
     }
     for (const auto& object : objects_.objects) all.add(*object, Matrix());

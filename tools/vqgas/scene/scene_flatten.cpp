@@ -8,7 +8,7 @@ namespace {
 
 using Matrix = GMathMatrix4x4<double>;
 
-/// A mirrored polygon is wound the other way round.
+/// Reverses the winding of all polygons, for mirrored objects.
 void reverse_polygons(PolyMeshData& data) {
   std::size_t first = 0;
   const auto reverse = [&](std::vector<u32>& corners, std::size_t size) {
@@ -31,8 +31,8 @@ class Flattener {
   void add(const std::vector<ObjectSource>& objects, const Matrix& around) {
     for (const ObjectSource& object : objects) {
       ModuleSceneItem item((CoreString()));
-      set_place(item, object, frame_);
-      if (!has_place(item)) continue;
+      set_matrix(item, object, frame_);
+      if (!has_invertible_matrix(item)) continue;
       const Matrix matrix = around * item.get_global_matrix();
       if (object.shape == core_invalid_index) {
         add(scene_.groups[object.group], matrix);

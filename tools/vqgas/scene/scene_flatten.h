@@ -2,6 +2,6 @@
 #pragma once
 #include "tools/vqgas/source/scene_source.h"
 
-/// The scene's meshes, as its objects show them at `frame`, as one mesh at rest; hair and objects without a place are
-/// left out. Without polygons when nothing remains.
+/// Joins the scene's meshes, as its objects show them at `frame`, to one static mesh. Leaves out hair and objects whose
+/// matrix is not invertible. The mesh may have no polygons.
 MeshSource flatten_scene(const SceneSource& scene, double frame);

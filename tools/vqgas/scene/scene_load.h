@@ -5,6 +5,6 @@
 
 #include "tools/vqgas/source/scene_source.h"
 
-/// Reads mesh, scene and hair files, and makes built-in scenes where a name begins with "demo:". The objects of the
-/// files follow each other in the order of the names. What deforms is read for the given times. Throws InputError.
+/// Loads mesh, scene and hair files, and built-in scenes by names that begin with "demo:", as one scene. Objects are in
+/// the order of the names; moving files are sampled for the given times. Throws InputError, Interrupted.
 SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times);

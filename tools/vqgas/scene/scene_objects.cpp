@@ -8,17 +8,17 @@
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
-bool has_place(const ModuleSceneItem& item) {
+bool has_invertible_matrix(const ModuleSceneItem& item) {
   const double determinant = item.get_global_matrix().get_determinant();
   return determinant != 0.0 && std::isfinite(determinant);
 }
 
-void set_place(ModuleSceneItem& item, const ObjectSource& source, double frame) {
+void set_matrix(ModuleSceneItem& item, const ObjectSource& source, double frame) {
   const std::vector<ModuleMatrixKey>& keys = source.keys;
   if (keys.size() == 1) item.set_global_matrix(keys.front().matrix);
   if (keys.size() < 2) return;
   item.set_global_matrix_keys(keys, frame);
-  for (std::size_t k = 0; k < keys.size() && !has_place(item); ++k) item.evaluate(keys[k].time);
+  for (std::size_t k = 0; k < keys.size() && !has_invertible_matrix(item); ++k) item.evaluate(keys[k].time);
 }
 
 SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const {
@@ -66,6 +66,6 @@ std::shared_ptr<ModuleSceneObject> SceneObjectMaker::make_object(const ObjectSou
     const SceneObjects& group = groups[source.group];
     object = std::make_shared<ModuleCombiner>(name, group.objects, group.tree);
   }
-  set_place(*object, source, frame_);
+  set_matrix(*object, source, frame_);
   return object;
 }

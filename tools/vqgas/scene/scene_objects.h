@@ -1,6 +1,6 @@
 // tools/vqgas/scene/scene_objects.h
 //
-// From what a scene is made of to the host's scene objects and the tree over them.
+// From the sources of objects to the host's scene objects and the tree over them.
 #pragma once
 #include <memory>
 #include <vector>
@@ -15,23 +15,24 @@ struct SceneObjects {
   std::shared_ptr<GasSceneTree> tree;
 };
 
-/// Whether the item's matrix is finite and can be inverted: what has no place is left out of the tree.
-bool has_place(const ModuleSceneItem& item);
+/// True if the item's matrix is finite and invertible; the tree leaves out other objects.
+bool has_invertible_matrix(const ModuleSceneItem& item);
 
-/// Where the object is, and at rest where it is at `frame`. What has no place then, as what grows from nothing, stands
-/// at the first key where it has one: else the tree would be without it at all times.
-void set_place(ModuleSceneItem& item, const ObjectSource& source, double frame);
+/// Sets the item's keys, and its static matrix from `frame`. If that is not invertible, as for an object that grows
+/// from zero, the static matrix is that of the first invertible key: else the tree would leave the object out at all
+/// times.
+void set_matrix(ModuleSceneItem& item, const ObjectSource& source, double frame);
 
 class SceneObjectMaker {
  public:
-  /// What is given must outlive the maker, and `shapes` and the material of `links` all that it makes.
-  /// @param links      what every shading group is shaded with
-  /// @param frame      where objects that move stand for queries at rest
+  /// All arguments must outlive the maker; `shapes` and the material of `links` also all objects made.
+  /// @param links      of every shading group
+  /// @param frame      of the static matrices of moving objects
   SceneObjectMaker(AppBase& application, const std::vector<SceneShape>& shapes, const ShadingGroupLinks& links,
                    double frame)
       : application_(application), shapes_(shapes), links_(links), frame_(frame) {}
 
-  /// @param for_all_hits  over the shapes' structures for all hits
+  /// @param for_all_hits  use the shapes' structures for all hits
   SceneObjects make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const;
 
  private:

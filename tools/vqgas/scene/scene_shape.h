@@ -1,6 +1,6 @@
 // tools/vqgas/scene/scene_shape.h
 //
-// A geometry with the structure over it, which any number of objects show.
+// A geometry with its structure, which any number of objects show.
 //
 //   mesh   PolyMesh      GasGeometryBvh4
 //   hair   TubeMeshFast  GasFur
@@ -16,9 +16,9 @@
 class AppProgressBar;
 class CtxEval;
 
-/// How hair is to be taken in.
+/// How hair is built.
 struct HairSettings {
-  bool is_linear = false;             ///< straight pieces from point to point instead of smooth curves
+  bool is_linear = false;             ///< straight segments from point to point instead of smooth curves
   bool is_aligned_only = false;       ///< no oriented nodes, for comparison
   bool has_nearest_queries = true;    ///< and any hits: oriented nodes serve them
   bool has_all_hits_queries = false;  ///< they need nodes that are not oriented
@@ -28,18 +28,18 @@ struct SceneShape {
   std::string name;
   std::shared_ptr<const GeometryObject> geometry;
   std::shared_ptr<const GasClusterable> structure;
-  /// The structure to ask for all hits. Queries for all hits miss what lies below an oriented node, so hair has a
-  /// second structure for them when its settings announced them.
+  /// Structure for queries for all hits, which miss curves below oriented nodes: a second one without such nodes if the
+  /// settings of the hair have both kinds of queries, else the same.
   std::shared_ptr<const GasClusterable> all_hits_structure;
   const GasBvh<4>* tree = nullptr;     ///< of the structure
   const TubeMeshFast* hair = nullptr;  ///< the geometry; null for a mesh
-  uint point_count = 0;                ///< vertices of a mesh, points of hair as they are stored
-  GMathTimeSampling motion_sampling;   ///< when its motion samples are; one for a shape that does not deform
+  uint point_count = 0;                ///< vertices of a mesh, points of curves as they are stored
+  GMathTimeSampling motion_sampling;   ///< of its motion; one sample for a static shape
 
-  // Where the shape's own numbers begin among those of the scene.
+  // Numbers in the scene of the shape's first primitive and group.
   uint first_primitive = 0, first_group = 0;
 };
 
-/// Makes the structure on all threads of the bar's application. Throws InputError when the source is not sound; a shape
-/// of which nothing can be hit has an empty tree.
+/// Builds the structure on all threads of the bar's application. Throws InputError when the source is invalid; a shape
+/// without valid primitives has an empty tree.
 SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const HairSettings& settings, AppProgressBar* progress);

@@ -41,13 +41,13 @@ Vector get_noise(const Vector& at, uint seed) {
   return sum;
 }
 
-/// The nearest of points strewn one to a cell (Worley 1996): what the strands of a tuft gather around.
+/// The nearest of random points, one in each cell (Worley 1996): the center of a tuft.
 Vector find_tuft(const Vector& at, uint seed) {
   Vector nearest;
   double least = std::numeric_limits<double>::max();
-  for (int neighbour = 0; neighbour < 27; ++neighbour) {
-    const int x = int(std::floor(at.x)) + neighbour % 3 - 1, y = int(std::floor(at.y)) + neighbour / 3 % 3 - 1,
-              z = int(std::floor(at.z)) + neighbour / 9 - 1;
+  for (int neighbor = 0; neighbor < 27; ++neighbor) {
+    const int x = int(std::floor(at.x)) + neighbor % 3 - 1, y = int(std::floor(at.y)) + neighbor / 3 % 3 - 1,
+              z = int(std::floor(at.z)) + neighbor / 9 - 1;
     const Vector point = Vector(x + 0.5, y + 0.5, z + 0.5) + get_cell_vector(x, y, z, seed) * 0.5;
     const double distance = (point - at).get_length();
     if (distance < least) least = distance, nearest = point;
@@ -64,30 +64,30 @@ class Groom {
         length_(settings.length * surface.get_diagonal()),
         radius_(0.5 * settings.thickness * surface.get_diagonal()),
         noise_scale_(6.0 / surface.get_diagonal()) {
-    // About 40 strands a tuft; on a mesh that is thin like a wire cells still are to be counted in an int.
-    tuft_scale_ = std::min(std::sqrt(static_cast<double>(settings.strands) / (40.0 * surface.get_area())),
+    // About 40 curves a tuft; the second limit keeps cell numbers of a very thin mesh within an int.
+    tuft_scale_ = std::min(std::sqrt(static_cast<double>(settings.curves) / (40.0 * surface.get_area())),
                            1e8 / surface.get_diagonal());
   }
 
-  void grow_strand(u64 strand, CurvePoint<float>* points) const {
-    const uint own = hash_bits(static_cast<uint>(strand) ^ hash_bits(static_cast<uint>(strand >> 32) ^ seed_));
-    const double share = (static_cast<double>(strand) + random_unit(own, 0)) / static_cast<double>(settings_.strands);
+  void grow_curve(u64 curve, CurvePoint<float>* points) const {
+    const uint own = hash_bits(static_cast<uint>(curve) ^ hash_bits(static_cast<uint>(curve >> 32) ^ seed_));
+    const double share = (static_cast<double>(curve) + random_unit(own, 0)) / static_cast<double>(settings_.curves);
     GroomSurface::Root root = surface_.get_root(share, random_unit(own, 1), random_unit(own, 2));
     if (settings_.is_flipped) root.normal = -root.normal;
-    const Vector place = root.position - surface_.get_bbox().min;
-    const Vector own_way(random_unit(own, 3) - 0.5, random_unit(own, 4) - 0.5, random_unit(own, 5) - 0.5);
-    const Vector bend = (get_noise(place * noise_scale_, seed_) * 2.5 + own_way) * settings_.lean +
+    const Vector position = root.position - surface_.get_bbox().min;
+    const Vector own_lean(random_unit(own, 3) - 0.5, random_unit(own, 4) - 0.5, random_unit(own, 5) - 0.5);
+    const Vector bend = (get_noise(position * noise_scale_, seed_) * 2.5 + own_lean) * settings_.lean +
                         Vector(0.0, -2.0 * settings_.gravity, 0.0);
-    const Vector tuft = find_tuft(place * tuft_scale_, seed_) * (1.0 / tuft_scale_) - place;
+    const Vector tuft = find_tuft(position * tuft_scale_, seed_) * (1.0 / tuft_scale_) - position;
     const Vector to_tuft = tuft - root.normal * tuft.dot(root.normal);
     const double length = length_ * (2.0 + random_unit(own, 6)) / 3.0;
     const Winding winding(root.normal, settings_, length, random_unit(own, 7));
 
-    const uint pieces = settings_.points - 1;
+    const uint segments = settings_.points - 1;
     Vector center = root.position;
-    for (uint k = 0; k <= pieces; ++k) {
-      const double s = double(k) / pieces;
-      if (k > 0) center += get_direction(root.normal, bend * (s - 0.5 / pieces)) * (length / pieces);
+    for (uint k = 0; k <= segments; ++k) {
+      const double s = double(k) / segments;
+      if (k > 0) center += get_direction(root.normal, bend * (s - 0.5 / segments)) * (length / segments);
       const Vector at = center + to_tuft * (settings_.clump * s * std::sqrt(s)) + winding.get_offset(s);
       points[k] = {GMathVec3<float>(at), static_cast<float>(radius_ * (1.0 - 0.9 * s * s))};
     }
@@ -110,11 +110,11 @@ class Groom {
     }
   };
 
-  /// However far it bends, a strand does not turn back into the surface.
+  /// Limits the bend, so that the curve does not turn back into the surface.
   static Vector get_direction(const Vector& normal, const Vector& bend) {
-    const Vector way = normal + bend;
-    const double height = way.dot(normal), least = 0.2 * way.get_length();
-    return (height < least ? way + normal * (least - height) : way).get_normalized();
+    const Vector direction = normal + bend;
+    const double height = direction.dot(normal), least = 0.2 * direction.get_length();
+    return (height < least ? direction + normal * (least - height) : direction).get_normalized();
   }
 
   const GroomSurface& surface_;
@@ -124,7 +124,7 @@ class Groom {
   double tuft_scale_ = 1.0;
 };
 
-/// A run of strands.
+/// Grows consecutive curves.
 class GrowTask final : public SysThreadTask {
  public:
   GrowTask(const Groom& groom, u64 first, u64 end, uint points, CurvePoint<float>* out, AppProgressBar* progress,
@@ -133,8 +133,8 @@ class GrowTask final : public SysThreadTask {
     flags = counted | for_waiter;
   }
   void run(const uint&) override {
-    for (u64 strand = first_; strand < end_ && !is_interrupted(); ++strand)
-      groom_.grow_strand(strand, out_ + strand * points_);
+    for (u64 curve = first_; curve < end_ && !is_interrupted(); ++curve)
+      groom_.grow_curve(curve, out_ + curve * points_);
     const uint grown = done_ += static_cast<uint>(end_ - first_);
     if (progress_ != nullptr) progress_->step(grown);
   }
@@ -189,15 +189,15 @@ GroomSurface::Root GroomSurface::get_root(double share, double x, double y) cons
 }
 
 CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, AppProgressBar* progress) {
-  constexpr u64 strands_a_task = 4096;
+  constexpr u64 curves_a_task = 4096;
   CurveData data;
-  data.curve_sizes.assign(settings.strands, settings.points);
-  data.points.resize(settings.strands * settings.points);
+  data.curve_sizes.assign(settings.curves, settings.points);
+  data.points.resize(settings.curves * settings.points);
   const Groom groom(surface, settings);
   std::atomic<uint> done = 0;
   std::vector<std::unique_ptr<GrowTask>> tasks;
-  for (u64 first = 0; first < settings.strands; first += strands_a_task) {
-    const u64 end = std::min(first + strands_a_task, settings.strands);
+  for (u64 first = 0; first < settings.curves; first += curves_a_task) {
+    const u64 end = std::min(first + curves_a_task, settings.curves);
     tasks.push_back(std::make_unique<GrowTask>(groom, first, end, settings.points, data.points.data(), progress, done));
   }
   if (progress == nullptr) {
@@ -206,7 +206,7 @@ CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, A
     return data;
   }
   progress->begin_task("Grow", 1.0);
-  progress->set_step_count(static_cast<uint>(settings.strands));
+  progress->set_step_count(static_cast<uint>(settings.curves));
   SysThreadTaskManager group(progress->get_application().get_thread_manager());
   for (const auto& task : tasks) group.add_task(task.get());
   group.wait_until_completed(true);

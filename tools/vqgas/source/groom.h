@@ -1,8 +1,8 @@
 // tools/vqgas/source/groom.h
 //
-// Grows fur on a mesh: roots spread evenly over its surface, strands along its normals, bent by a slow noise, pulled
-// down, drawn together in tufts, curled, and tapered. Every strand depends on its number and the settings only, so that
-// the fur is the same for any number of threads.
+// Grows fur on a mesh: roots spread evenly over its surface, curves along its normals, bent by a low-frequency noise,
+// pulled down, clumped, curled, and tapered. Each curve depends on its number and the settings only, so the fur is the
+// same for any number of threads.
 #pragma once
 #include <vector>
 
@@ -13,11 +13,11 @@ class AppProgressBar;
 class PolyMesh;
 struct MeshSource;
 
-/// Makes the mesh that fur is to grow on; it grows along normals that are smooth where polygons meet at no more than
-/// `crease_degrees`. Throws InputError when the mesh is not sound.
+/// Creates the mesh for GroomSurface, with normals that are smooth where polygons meet at no more than
+/// `crease_degrees`. Throws InputError when the mesh is invalid.
 void create_groom_mesh(MeshSource&& source, double crease_degrees, PolyMesh& mesh);
 
-/// Where fur can grow: the triangles of a mesh that have an area. The mesh must outlive it.
+/// The triangles of a mesh that have an area: fur can grow there. The mesh must outlive it.
 class GroomSurface {
  public:
   explicit GroomSurface(const PolyMesh& mesh);
@@ -29,8 +29,8 @@ class GroomSurface {
   struct Root {
     GMathVec3<double> position, normal;
   };
-  /// The point at `share` (from 0 to 1) of the area, polygon after polygon; `x` and `y`, from 0 to 1, place it on its
-  /// triangle. The surface must have an area.
+  /// Selects a triangle at `share` (0 to 1) of the cumulative area, in polygon order, and the point of that triangle at
+  /// `x` and `y` (0 to 1). The surface must have an area.
   Root get_root(double share, double x, double y) const;
 
  private:
@@ -44,20 +44,20 @@ class GroomSurface {
 };
 
 struct GroomSettings {
-  u64 strands = 100000;
-  uint points = 8;            ///< of each strand, at least 2
-  double length = 0.05;       ///< of the longest strands, in diagonals of the mesh's box; the shortest have 2/3 of it
+  u64 curves = 100000;
+  uint points = 8;            ///< of each curve, at least 2
+  double length = 0.05;       ///< of the longest curves, in diagonals of the mesh's box; the shortest have 2/3 of it
   double thickness = 0.0004;  ///< diameter at the root, in diagonals; the tip has a tenth of it
   // Strengths, 0 for none:
-  double lean = 0.5;     ///< a slow noise bends strands to the side, neighbours alike
-  double gravity = 0.3;  ///< they bend down, towards -y
-  double clump = 0.3;    ///< the tips of a tuft draw together: 1 lets them meet
-  double curl = 0.2;     ///< they wind around their way
+  double lean = 0.5;     ///< bends curves to the side by a low-frequency noise, neighbors alike
+  double gravity = 0.3;  ///< bends curves down, towards -y
+  double clump = 0.3;    ///< moves the tips of a tuft together: at 1 they meet
+  double curl = 0.2;     ///< winds curves around their direction
   uint seed = 1;
   bool is_flipped = false;  ///< against the normals: for meshes wound inside out
 };
 
-/// The fur as straight pieces, in one shading group, named by nobody yet. Roots follow the order of the polygons.
+/// Grows linear curves in one unnamed shading group. Roots follow the order of the polygons. Throws Interrupted.
 /// @param surface   must have an area
-/// @param progress  gets the task "Grow", one step a strand, and lends its application's threads; null: one thread
+/// @param progress  gets the task "Grow", one step a curve; its application supplies the threads. Null: one thread
 CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, AppProgressBar* progress);

@@ -4,8 +4,8 @@ namespace {
 
 using Points = std::vector<CurvePoint<float>>;
 
-/// Where the curve would come from (or go on to) beyond `end`, its neighbour being `next`. A radius below 0 is kept: it
-/// makes the fibre taper evenly down to a radius of 0.
+/// Extrapolates the curve beyond its end point `end`, whose neighbor is `next`. A negative radius is kept: it makes the
+/// curve taper evenly down to a radius of 0.
 CurvePoint<float> mirror(const CurvePoint<float>& end, const CurvePoint<float>& next) {
   return {end.position * 2.0f - next.position, end.radius * 2.0f - next.radius};
 }

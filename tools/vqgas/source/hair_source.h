@@ -6,14 +6,14 @@
 #include "tools/vqgas/image/color.h"
 #include "vq_curve/curve_set.h"
 
-/// Hair on its way into the structure, with the colours of its groups. Readers and groom deliver straight pieces from
-/// point to point; make_smooth() bends them.
+/// Hair before its structure is built: curves, and the colors of their groups. Readers and groom make linear curves;
+/// make_smooth() converts them. Options and reports call a curve a strand.
 struct HairSource {
   CurveData data;
   std::vector<Color> group_colors;
-  std::string name;  ///< of the file: stands in errors
+  std::string name;  ///< of the file, for errors
 };
 
-/// Turns fibres of straight pieces into Catmull-Rom curves through all their points. Each gets one more point before
-/// its first and one behind its last, mirrored, so that its ends leave in the direction of the pieces there.
+/// Converts linear curves to Catmull-Rom curves through all their points. Each curve gets one more point before its
+/// first and after its last, mirrored, so that its end tangents follow its first and last straight segment.
 void make_smooth(CurveData& data);

@@ -19,7 +19,7 @@ struct PositionHash {
   }
 };
 
-/// -0 and +0 are one place.
+/// Maps -0 and +0 to the same bits.
 u32 get_bits(float value) { return std::bit_cast<u32>(value + 0.0f); }
 
 void weld_vertices(PolyMeshData& data) {

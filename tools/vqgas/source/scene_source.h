@@ -1,9 +1,9 @@
 // tools/vqgas/source/scene_source.h
 //
-// What a scene is made from: shapes, each built once, and objects that show them, any number of times.
+// A scene before its structures are built: shapes, each built once, and objects that show them, any number of times.
 //
 //   shapes   mesh or hair, ...
-//   groups   [object, ...], ...     scenes of their own, which objects show like shapes
+//   groups   [object, ...], ...     nested scenes, which objects show like shapes
 //   objects  object, ...            name, matrix over time, number of the shape or group that it shows
 #pragma once
 #include <optional>
@@ -21,13 +21,13 @@ struct ObjectSource {
   std::string name;
   uint shape = core_invalid_index;  ///< into SceneSource::shapes, or none
   uint group = core_invalid_index;  ///< else into SceneSource::groups: of a group's own objects an earlier one
-  /// From the object's space to that around it, over time in frames. A single one: it stands still; none: at the place
-  /// where it was made.
+  /// From the object's space to that of its group or the world, over time in frames. One key: static. No keys:
+  /// identity.
   std::vector<ModuleMatrixKey> keys = {};
-  bool is_animated = false;  ///< its file moves or deforms it, be it at other times than the scene was read for
+  bool is_animated = false;  ///< its file moves or deforms it, possibly at other times than those of the scene
 };
 
-/// Where a run of shapes comes from.
+/// The file of consecutive shapes.
 struct SceneFile {
   std::string name;
   std::size_t shape_count = 0;
@@ -39,16 +39,16 @@ struct SceneSource {
   std::vector<std::vector<ObjectSource>> groups;
   std::vector<ObjectSource> objects;
 
-  /// Adds a shape and an object that shows it where it was made.
+  /// Adds a shape, and an object that shows it with the identity matrix.
   void add_object(const std::string& name, ShapeSource&& shape) {
     objects.push_back({name, static_cast<uint>(shapes.size())});
     shapes.push_back(std::move(shape));
   }
 };
 
-/// The stretch of time that a scene is wanted for, in frames. Built-in scenes move from frame 0 to frame 1.
+/// The time interval of a call, in frames. Built-in scenes move from frame 0 to frame 1.
 struct SceneTimes {
   double open = 0.0, close = 0.0;
-  std::optional<uint> samples;      ///< of motion between the two, ends included; none: as the scene needs
-  double frames_per_second = 24.0;  ///< of files, which tell seconds
+  std::optional<uint> samples;      ///< motion samples from open to close, both included; none: as the scene needs
+  double frames_per_second = 24.0;  ///< converts the seconds of files
 };

@@ -1,6 +1,6 @@
 // tools/vqgas/support/held_messages.h
 //
-// Keeps back what the library logs while something is made, so that a failure is told in one line, its own.
+// Holds back the library's log messages during an operation, so that a failed one prints its own error line alone.
 #pragma once
 #include <string>
 #include <vector>
@@ -10,12 +10,12 @@
 class HeldMessages {
  public:
   HeldMessages();
-  /// Forgets what was not released.
+  /// Drops messages that were not released.
   ~HeldMessages();
   HeldMessages(const HeldMessages&) = delete;
   HeldMessages& operator=(const HeldMessages&) = delete;
 
-  /// Prints the messages to standard error, one a line, and holds no more back.
+  /// Prints the messages to standard error, one a line, and stops holding them back.
   void release();
 
  private:

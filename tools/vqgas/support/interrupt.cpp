@@ -13,7 +13,7 @@ namespace {
 
 constexpr char interrupted_line[] = "vqgas: interrupted\n";
 
-// What the handler uses. It may neither allocate nor lock, hence plain arrays and lock-free atomics.
+// State of the handler, which may neither allocate nor lock: plain arrays and lock-free atomics.
 std::atomic<int> arrived_signal{0};
 std::atomic<AppBase*> current_application{nullptr};
 std::atomic<int> running_handlers{0};
@@ -53,7 +53,7 @@ void install_signal_handlers() {
   struct sigaction action = {};
   action.sa_handler = receive_signal;
   sigemptyset(&action.sa_mask);
-  action.sa_flags = 0;  // no SA_RESTART: who waits for input or for a pipe's other end is to wake up
+  action.sa_flags = 0;  // no SA_RESTART: a blocked read or open of a pipe returns
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction former = {};
     sigaction(number, nullptr, &former);

@@ -1,30 +1,30 @@
 // tools/vqgas/support/interrupt.h
 //
-// Ctrl-C (SIGINT), SIGTERM and SIGHUP. The first signal only sets a flag, and asks the application's builds to stop;
-// long loops read the flag, and Interrupted carries the program out to main(), past every destructor. A second signal
-// ends the program at once.
+// Ctrl-C (SIGINT), SIGTERM and SIGHUP. The first signal sets a flag and requests the application to stop. Long loops
+// read the flag; the main thread then throws Interrupted, which main() catches. A second signal ends the program at
+// once.
 #pragma once
 #include <string>
 
 #include "vq_app_base/app_base.h"
 
-/// Thrown by throw_if_interrupted(). No std::exception, so that nobody takes it for a fault of a file.
+/// Thrown by throw_if_interrupted(). Not a std::exception, so no handler for errors of a file catches it.
 class Interrupted {};
 
-/// From now on the three signals work as described, except those that the program was started to ignore. Output into a
-/// closed pipe or beyond a limit becomes an error of that write.
+/// Installs the handlers, except for signals that the program was started to ignore. SIGPIPE and SIGXFSZ are ignored:
+/// writing to a closed pipe or beyond the file-size limit fails with an error.
 void install_signal_handlers();
 
 /// True once a signal has arrived. For any thread; costs one atomic read.
 bool is_interrupted();
-/// Not for tasks of the thread pool: they return early instead, and the thread that waits for them throws.
+/// Not for tasks of the thread pool: they return early, and the thread that waits for them throws.
 void throw_if_interrupted();
 /// Prints "vqgas: interrupted" and returns the exit code, 128 + the signal's number.
 int report_interrupt();
-/// Ends the program without destructors, for when another thread cannot be stopped. Removes unfinished files.
+/// Ends the program without destructors, for a thread that cannot be stopped. Removes unfinished files.
 [[noreturn]] void end_interrupted();
 
-/// The application of one call: a signal requests it to stop. One at a time.
+/// The application of one call; a signal requests it to stop. One at a time.
 class StoppableApplication : public AppBase {
  public:
   /// @param thread_count  0: as many as the machine runs at once
@@ -32,11 +32,11 @@ class StoppableApplication : public AppBase {
   ~StoppableApplication() override;
 };
 
-/// The name of an unfinished file, which a signal that ends the program at once removes.
+/// Registers the name of an unfinished file, which is removed when a signal ends the program at once.
 class UnfinishedFile {
  public:
   explicit UnfinishedFile(const std::string& path);
-  /// The file is removed by now, or no longer unfinished.
+  /// To be called after the file was removed or renamed.
   ~UnfinishedFile();
   UnfinishedFile(const UnfinishedFile&) = delete;
   UnfinishedFile& operator=(const UnfinishedFile&) = delete;

@@ -2,8 +2,8 @@
 #pragma once
 #include <sys/resource.h>
 
-/// While it lives the program may take half of the machine's memory more than it has, so that an importer which
-/// believes a damaged file's counts fails at once instead of dragging the machine down.
+/// During its lifetime the program may allocate at most half of the machine's memory in addition to what it has, so
+/// that an importer that trusts a damaged file's counts fails at once instead of exhausting the machine. One at a time.
 class MemoryLimit {
  public:
   MemoryLimit();

@@ -4,11 +4,11 @@
 #include <string_view>
 #include <vector>
 
-/// The pieces between separators, as they stand; an empty text is one empty piece.
+/// Splits at each separator; an empty text gives one empty piece.
 std::vector<std::string> split_text(std::string_view text, char separator);
 
-/// The numbers between separators, blanks around them ignored; inf and nan count as numbers. Empty when a piece is not
-/// a number.
+/// Parses the numbers between separators, ignoring blanks around them; inf and nan are numbers. Empty when a piece is
+/// not a number.
 std::vector<double> parse_numbers(std::string_view text, char separator);
 
 /// The shortest decimal text that reads back as the same double.

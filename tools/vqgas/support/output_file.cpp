@@ -15,8 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What `path` links to at last, be it missing, so that renaming replaces that and not the link. Links to open files,
-/// as /dev/stderr has them, are left as they are.
+/// Follows symbolic links, also to a missing file, so that renaming replaces the target and not the link. Stops at
+/// links to open files, as that of /dev/stderr.
 fs::path follow_links(fs::path path) {
   constexpr int most_links = 40;  // as many as the system follows
   std::error_code error;
@@ -46,7 +46,7 @@ int seek_descriptor(void* descriptor, off64_t* offset, int origin) {
 
 int close_descriptor(void* descriptor) { return close(*static_cast<int*>(descriptor)); }
 
-/// What makes a file one and the same under all its names. Of a missing file: its folder and its name in there.
+/// Equal for all names of one file. Of a missing file: its folder's numbers and its name.
 struct FileIdentity {
   dev_t device;
   ino_t number;
@@ -57,7 +57,7 @@ struct FileIdentity {
 struct NamedFile {
   std::string name;                      ///< as given
   std::string label;                     ///< for errors of other files
-  std::optional<FileIdentity> identity;  ///< none for what any number of outputs may share, as terminals
+  std::optional<FileIdentity> identity;  ///< none for devices, which several outputs may share
 };
 
 std::optional<FileIdentity> get_identity(const struct stat& status) {
@@ -90,7 +90,7 @@ void check_identity(const NamedFile& output, const std::vector<NamedFile>& other
   }
 }
 
-/// Pipes are not opened, for that would be the signal for their readers to begin.
+/// Does not open pipes: their readers would see an empty file.
 void check_writable(const std::string& path) {
   struct stat status = {};
   const bool is_special = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);

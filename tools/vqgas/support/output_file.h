@@ -1,8 +1,8 @@
 // tools/vqgas/support/output_file.h
 //
-// A file that appears whole or not at all: it is written under a temporary name in the same folder and renamed when it
-// is complete. Errors and interrupts remove the temporary file and leave the former one as it was. Devices and pipes
-// are written as they are.
+// Output files. A regular file is written under a temporary name in the same folder and renamed when it is complete;
+// after an error or a signal the temporary file is removed and the old file unchanged. Devices and pipes are written
+// directly.
 #pragma once
 #include <cstdio>
 #include <memory>
@@ -21,7 +21,7 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// Where to write. Writing fails once the program is interrupted.
+  /// To write to. Writing fails after a signal.
   std::FILE* get_stream() const { return stream_; }
   void write(const void* bytes, std::size_t size);
   /// Completes the file. Throws Interrupted after a signal, and InputError when any write has failed.
@@ -36,15 +36,15 @@ class OutputFile {
 
   const std::string name_;  // as given, for errors
   std::string path_;        // links followed
-  std::string temporary_;   // empty for what is not renamed
+  std::string temporary_;   // empty for devices and pipes
   std::unique_ptr<UnfinishedFile> unfinished_;
   int descriptor_ = -1;
   std::FILE* stream_ = nullptr;
 };
 
-/// Checks the files of a call before its work. No output may be an input or another output, by whatever path or link:
-/// throws UsageError. All outputs must be writable: throws InputError.
-/// @param outputs  "-" is standard output, which is always checked; empty names are passed over
+/// Checks the files of a call before its work. Throws UsageError when an output is the same file as an input or another
+/// output, by any path or link; InputError when an output cannot be written.
+/// @param outputs  "-" is standard output, which is always compared; empty names are skipped
 /// @param inputs   "-" is standard input
 void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs);
 

@@ -33,7 +33,7 @@ std::string print_rate(double rate, const std::string& unit) {
 
 }  // namespace
 
-bool is_progress_wanted(bool quiet) { return !quiet && isatty(STDERR_FILENO) != 0; }
+bool is_progress_visible(bool quiet) { return !quiet && isatty(STDERR_FILENO) != 0; }
 
 ProgressDisplay::ProgressDisplay(AppBase& application, bool visible) : application_(application), visible_(visible) {
   // Every report is taken, for the times of short tasks; the line itself is drawn ten times a second at most.

@@ -8,7 +8,7 @@
 
 #include "vq_app_base/app_base.h"
 
-/// How long the tasks of one name ran, those within them left out.
+/// Time spent in the tasks of one name, without their nested tasks.
 struct TaskSeconds {
   std::string task;
   double seconds = 0.0;
@@ -16,15 +16,15 @@ struct TaskSeconds {
 
 class ProgressDisplay {
  public:
-  /// Hooks itself into the application, which it must outlive. `visible`: draw the line on standard error.
+  /// Sets the application's progress bar hook; the application must outlive it. `visible`: draw on standard error.
   ProgressDisplay(AppBase& application, bool visible);
   ~ProgressDisplay();
   ProgressDisplay(const ProgressDisplay&) = delete;
   ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
-  /// What the steps of the coming bars are, for the rate: "pixels", say. Empty: no rate is shown.
+  /// Name of one step of the following bars, for the rate, e.g. "pixels". Empty: no rate is shown.
   void set_unit(const std::string& unit) { unit_ = unit; }
-  /// Seconds by task since the last call, in the order of their beginnings.
+  /// Seconds by task since the last call, in the order in which they began.
   std::vector<TaskSeconds> take_task_seconds();
 
  private:
@@ -43,5 +43,5 @@ class ProgressDisplay {
   std::vector<TaskSeconds> seconds_;
 };
 
-/// Whether to draw progress: standard error is a terminal and the user did not ask for quiet.
-bool is_progress_wanted(bool quiet);
+/// True if standard error is a terminal and `quiet` is not set.
+bool is_progress_visible(bool quiet);

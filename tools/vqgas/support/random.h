@@ -1,7 +1,7 @@
 // tools/vqgas/support/random.h
 //
-// Random numbers that depend on nothing but their place (pixel, sample, purpose): the same picture for any number of
-// threads and any order of the tiles.
+// Random numbers as functions of their arguments (pixel, sample, purpose): the same picture for any number of threads
+// and any order of the tiles.
 #pragma once
 #include <cmath>
 #include <numbers>
@@ -37,7 +37,7 @@ inline GMathVec3<double> sample_cosine(const GMathVec3<double>& normal, double x
   const double angle = 2.0 * std::numbers::pi * x;
   const double height = 1.0 - 2.0 * y;
   const double radius = std::sqrt(std::fmax(0.0, 1.0 - height * height));
-  // A uniform point of the unit sphere around the tip of the normal; opposite to it nothing is left of the sum.
+  // A uniform point of the unit sphere around the tip of the normal; the opposite point makes the sum zero.
   const GMathVec3<double> sum = normal + GMathVec3<double>(radius * std::cos(angle), height, radius * std::sin(angle));
   return sum.get_length() > 1e-9 ? sum.get_normalized() : normal;
 }
