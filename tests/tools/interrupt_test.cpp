@@ -54,12 +54,12 @@ TEST(VqgasInterrupt, a_signal_leaves_the_old_file_or_a_whole_new_one) {
   const int signals[] = {SIGINT, SIGTERM, SIGHUP};
   for (const Call& call : calls) {
     int interrupted = 0;
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 4; ++round) {
       const int signal = signals[round % 3], times = 1 + round % 2;
       const int milliseconds = static_cast<int>(random() % 150) + 200 * round;
       SCOPED_TRACE(testing::PrintToString(call.arguments) + " after " + std::to_string(milliseconds) + " ms");
       const TestFolder folder;
-      folder.write("grid.obj", make_grid_obj(400));
+      if (call.arguments[1] == "grid.obj") folder.write("grid.obj", make_grid_obj(400));
       for (const std::string& name : call.outputs) folder.write(name, "old");
       const std::vector<std::string> before = folder.list();
       const ProgramResult result = interrupt_vqgas(folder.get_path(), call.arguments, signal, milliseconds, times);
