@@ -72,8 +72,7 @@ class FrustumTraversal {
           }
           default: {
             const BvhNodeOriented& node = target_.tree.oriented[at.ref.index];
-            visit_child(node.child[lane], at.box,
-                        is_known(at) ? at.place : OrientedBox(node, lane).classify(query_));
+            visit_child(node.child[lane], at.box, is_known(at) ? at.place : OrientedBox(node, lane).classify(query_));
             break;
           }
         }

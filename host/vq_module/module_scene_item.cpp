@@ -10,6 +10,7 @@ namespace {
 
 /// (1 - fraction) a + fraction b, all sixteen entries.
 GMathMatrix4x4<double> blend(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b, double fraction) {
+  if (fraction == 0.0) return a;  // also where the next key is not finite
   GMathMatrix4x4<double> out;
   for (uint r = 0; r < 4; ++r)
     for (uint c = 0; c < 4; ++c) out.m[r][c] = (1.0 - fraction) * a.m[r][c] + fraction * b.m[r][c];

@@ -1,0 +1,195 @@
+// What a query owes its caller whatever it was used for before: times, kinds of hits, shading, counts, infinite boxes.
+#include <gtest/gtest.h>
+
+#include "support/box_query.h"
+#include "support/curve_check.h"
+#include "support/scene_worlds.h"
+#include "support/test_tree.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+
+PolyMeshData make_moving_soup() {
+  PolyMeshData data = make_soup(50, 3);
+  for (GMathVec3<float>& position : data.positions) position.z *= 0.01f;
+  data.motion_positions.assign(2, data.positions);
+  for (GMathVec3<float>& position : data.motion_positions[1]) position.z -= 5;
+  return data;
+}
+
+/// Asks again with the same context.
+double ask_again(GeometryRaytraceCtx& query, double time, const std::function<void()>& ask) {
+  const_cast<GeometryRayInterval*>(query.intervals)[0].time = time;
+  query.map->get_record(0) = GeometryIntersection();
+  ask();
+  return query.map->get_record(0).distance;
+}
+
+}  // namespace
+
+TEST(GasQueryRules, a_context_is_asked_again_at_other_times_and_at_rest) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.ctx.set_motion_blur(&blur);
+  world.shader.motion_blur = &blur;
+  const SceneShape moving(world, make_moving_soup()), still(world, make_soup(50, 3));
+  std::vector<SceneNode> nodes;
+  nodes.push_back(make_node(still, {{0.0, {}}, {1.0, make_translation({0, 0, -5})}}));
+  const auto scene = build_scene(world, nodes);
+  for (const GasObject* structure :
+       {static_cast<const GasObject*>(moving.structure.get()), static_cast<const GasObject*>(scene.get())}) {
+    const Vec center = Vec(still.data.positions[0] + still.data.positions[1] + still.data.positions[2]) * (1.0 / 3);
+    GeometryRayPacket packet;
+    packet.resize(1);
+    packet.set_ray(0, {center.x, center.y, 20}, {0, 0, -1}, 0, DBL_MAX, 0.5);
+    GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+    const auto ask_moving = [&] { structure->ray_hit_nearest_motion(world.ctx, world.shader, query); };
+    const auto ask_static = [&] { structure->ray_hit_nearest_static(world.ctx, world.shader, query); };
+    const double at_rest = ask_again(query, 0.0, ask_static);
+    ASSERT_LT(at_rest, 30.0);
+    EXPECT_NEAR(ask_again(query, 0.0, ask_moving), at_rest, 1e-6);
+    EXPECT_NEAR(ask_again(query, 1.0, ask_moving), at_rest + 5, 1e-6);
+    EXPECT_NEAR(ask_again(query, 0.4, ask_moving), at_rest + 2, 1e-6);
+    EXPECT_EQ(ask_again(query, 0.4, ask_static), at_rest);
+  }
+}
+
+TEST(GasQueryRules, a_context_of_the_other_kind_finds_nothing) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.shader.motion_blur = &blur;
+  const SceneShape shape(world, make_moving_soup());
+  const BuiltFur fur(world.ctx, make_hair(CurveBasis::linear, 60, 1));
+  std::vector<SceneNode> nodes;
+  nodes.push_back(make_node(shape));
+  const auto scene = build_scene(world, nodes);
+  GeometryRayPacket packet;
+  packet.resize(20);
+  for (uint k = 0; k < 20; ++k) packet.set_ray(k, {0.1 * k - 1, 0.05, 20}, {0, 0, -1});
+  for (const GasObject* structure :
+       {static_cast<const GasObject*>(shape.structure.get()), static_cast<const GasObject*>(&fur.structure),
+        static_cast<const GasObject*>(scene.get())}) {
+    structure->ray_hit_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    structure->ray_hit_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+    for (uint k = 0; k < 20; ++k) EXPECT_EQ(packet.get_nearest(k).geometry, nullptr);
+    structure->ray_hit_nearest_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    structure->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+    EXPECT_TRUE(packet.get_hits().get_hits().empty());
+  }
+}
+
+TEST(GasQueryRules, objects_without_a_shading_table_keep_the_query_s) {
+  struct PlainObject final : ModuleSceneObject {
+    explicit PlainObject(const GasObject* structure) : ModuleSceneObject("plain") {
+      set_structure(structure, get_whole_functions());
+    }
+    double get_geometry_count() const override { return 1; }
+    double get_primitive_count() const override { return 1; }
+  };
+  QueryWorld world;
+  const SceneShape shape(world, make_sphere(3));
+  PlainObject object(shape.structure.get());
+  ModuleSceneObject* objects[] = {&object};
+  GasSceneTree scene;
+  scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects, 1), nullptr);
+  EXPECT_NEAR(shoot(world, scene, {{0.1, 0.2, 5}, {0, 0, -1}}).distance, 4, 0.1);
+  GeometryFrustumCtx frustum;
+  frustum.shading = &world.shading;
+  scene.frustum_hit(world.ctx, world.shader, frustum);
+  EXPECT_EQ(frustum.result.hit_count, 1u);
+}
+
+TEST(GasQueryRules, wireframes_do_not_follow_a_context_into_a_scene) {
+  QueryWorld world;
+  PolyMeshData wires = make_sphere(2);
+  wires.render_mode = GeometryObject::render_mode_wireframe;
+  const SceneShape wireframe(world, wires), sphere(world, make_sphere(2));
+  std::vector<SceneNode> nodes;
+  nodes.push_back(make_node(sphere));
+  const auto scene = build_scene(world, nodes);
+  GeometryRayPacket packet;
+  packet.resize(1);
+  packet.set_ray(0, {0.1, 0.2, 5}, {0, 0, -1});
+  GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
+  uint filters = core_invalid_index;
+  query.hit_user = &filters;
+  query.hit_callback = [](GeometryRaytraceCtx& inner, const uint&, const GeometryIntersection&, void* user) {
+    if (inner.parent != nullptr)
+      *static_cast<uint*>(user) = static_cast<const GeometryRaytraceCtx*>(inner.parent)->get_filter_count();
+  };
+  wireframe.structure->ray_hit_static(world.ctx, world.shader, query);
+  scene->ray_hit_static(world.ctx, world.shader, query);
+  EXPECT_EQ(filters, 0u);
+}
+
+// All that is tested lies inside; what is not shaded lies outside, alone in its part of the tree.
+TEST(GasQueryRules, mode_all_counts_what_is_tested) {
+  QueryWorld world(4);
+  PolyMeshData data = make_sphere(2);
+  const uint polygons = static_cast<uint>(data.polygon_sizes.size());
+  const PolyMeshData away = transformed(make_sphere(2), 1.0f, {10, 0, 0});
+  const u32 first = static_cast<u32>(data.positions.size());
+  data.positions.insert(data.positions.end(), away.positions.begin(), away.positions.end());
+  for (const u32 vertex : away.polygon_vertices) data.polygon_vertices.push_back(first + vertex);
+  data.polygon_sizes.insert(data.polygon_sizes.end(), away.polygon_sizes.begin(), away.polygon_sizes.end());
+  data.group_names.assign(2, CoreString("group"));
+  data.polygon_groups.assign(polygons, 0);
+  data.polygon_groups.resize(2 * polygons, 1);
+  const BuiltMesh built(world, data);
+  for (const bool away_is_shaded : {false, true}) {
+    world.entries[1] = away_is_shaded ? &world.links[1] : nullptr;
+    world.shading = ShadingGroupTable(world.entries);
+    GeometryFrustumCtx query;
+    query.mode = static_cast<uint>(GeometryFrustumMode::all);
+    query.shading = &world.shading;
+    query.add_plane({{5, 0, 0}, {-1, 0, 0}});
+    built.structure.frustum_hit(world.ctx, world.shader, query);
+    EXPECT_EQ(query.result.outside, away_is_shaded ? 1 : 0);
+    EXPECT_EQ(query.result.hit_count, polygons);
+    EXPECT_EQ(query.result.total, away_is_shaded ? 2 * polygons : polygons);
+  }
+  // A group from a geometry that was not given has no primitives.
+  GasGeometryBvh4 grouped;
+  CoreBasicArray<uint> flags(2);
+  flags[0] = 2;
+  flags[1] = 1;
+  ASSERT_TRUE(grouped.create(world.ctx, &built.mesh, &built.mesh, nullptr, &built.mesh, flags, nullptr));
+  GeometryFrustumCtx query;
+  query.mode = static_cast<uint>(GeometryFrustumMode::all);
+  query.shading = &world.shading;
+  grouped.frustum_hit(world.ctx, world.shader, query);
+  EXPECT_EQ(query.result.total, 2 * polygons);
+  EXPECT_EQ(query.result.hit_count, 2 * polygons);
+}
+
+TEST(GasQueryRules, one_infinite_box_at_one_sample_hides_no_neighbour) {
+  std::vector<FloatBox> boxes;
+  std::vector<BoxRay> rays;
+  for (uint k = 0; k < 675; ++k) {
+    const GMathVec3<float> at{static_cast<float>(k % 27), static_cast<float>(k / 27), 0.0f};
+    boxes.push_back({at, at + GMathVec3<float>{0.5f, 0.5f, 0.5f}});
+    rays.push_back({Vec(at) + Vec(0.25, 0.25, 3), {0, 0, -1}});
+  }
+  for (const uint quantization_depth : {10u, 2u}) {
+    const GasBvh<4> tree = make_tree(boxes, {1.0f, 1, 1, quantization_depth});
+    for (const uint bounds : {1u, 8u, 9u, 18u, 63u}) {  // which of the six are infinite
+      std::vector<FloatBox> broken = boxes;
+      for (uint k = 0; k < 6; ++k)
+        if ((bounds >> k & 1) != 0) (k < 3 ? broken[300].min : broken[300].max)[k % 3] = k < 3 ? -HUGE_VALF : HUGE_VALF;
+      GasBvhMotion<4> motion;
+      ASSERT_TRUE(motion.set_samples(tree, 2));
+      ASSERT_TRUE(motion.update_sample(0, boxes, nullptr) && motion.update_sample(1, broken, nullptr));
+      BoxQuery query(rays);
+      for (const double fraction : {0.0, 0.4, 1.0}) {
+        query.run<BvhHits::all>(tree, &motion, [&](GeometryRaytraceCtx& asked) {
+          for (uint ray = 0; ray < asked.ray_count; ++ray) asked.spans[ray] = {0, 1, fraction, 0.0};
+        });
+        uint found = 0;
+        for (const LeafVisit& visit : query.visits) found += visit.items[0] == visit.first_ray ? 1 : 0;
+        EXPECT_EQ(found, 675u) << "bounds " << bounds << " at " << fraction << ", from " << quantization_depth;
+      }
+    }
+  }
+}

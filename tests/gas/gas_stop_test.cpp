@@ -1,0 +1,105 @@
+// A stop request ends builds and refits early: the structure is then empty (or answers at rest), its stages are closed,
+// and what follows once the request is cleared is as if nothing had happened.
+#include <gtest/gtest.h>
+
+#include "support/curve_check.h"
+#include "support/scene_worlds.h"
+#include "support/tree_oracle.h"
+
+namespace {
+
+PolyMeshData make_mesh() {
+  PolyMeshData data = make_soup(20000, 1, 0.05);
+  add_motion(data, 2, 0.0, 1.0, 1, true);
+  return data;
+}
+
+class GasStop : public testing::TestWithParam<uint> {
+ protected:
+  GasStop() : mesh(world, make_mesh()) {
+    CurveData curves = make_hair(CurveBasis::linear, 1500, 2);
+    add_motion(curves, 2, 0.0, 1.0, 2);
+    CoreString error;
+    EXPECT_TRUE(hair.create(std::move(curves), error));
+    for (uint k = 0; k < 40; ++k)
+      nodes.push_back(
+          make_node(mesh, {{0.0, make_translation({3.0 * k, 0, 0})}, {1.0, make_translation({0, 3.0 * k, 0})}}));
+    scene = build_scene(world, nodes);
+  }
+
+  /// Builds with a bar that asks to stop when the whole has come to `fraction`.
+  template <class Create>
+  void create_stopped_at(double fraction, const Create& create) {
+    AppProgressBar* bar = world.app.create_progress_bar("test");
+    CoreString open_task("none");
+    bar->set_sink(
+        [&](const AppProgressReport& report) {
+          if (report.fraction >= fraction) world.app.request_stop();
+          if (report.is_finished) open_task = report.task;
+        },
+        std::chrono::milliseconds(0));
+    if (fraction == 0.0) world.app.request_stop();
+    create(bar);
+    bar->finish();
+    EXPECT_TRUE(open_task.is_empty()) << open_task.get_data() << " is still open";
+  }
+
+  /// @param create  (structure, bar)
+  template <class Structure, class Create>
+  void check(const Create& create) {
+    Structure whole;
+    create(whole, nullptr);
+    ASSERT_GT(whole.get_tree().item_count, 30u);
+    const CtxMotionBlur blur(0.0, 1.0, 3);
+    uint stopped_count = 0;
+    for (const double fraction : {0.0, 0.1, 0.3, 0.5, 0.6, 0.8, 0.95, 1.0}) {
+      Structure structure;
+      create(structure, nullptr);
+      world.ctx.set_motion_blur(&blur);
+      create_stopped_at(fraction, [&](AppProgressBar* bar) { create(structure, bar); });
+      stopped_count += structure.get_tree().is_empty() ? 1 : 0;
+      // All or nothing.
+      EXPECT_TRUE(structure.get_tree().is_empty() ||
+                  find_tree_difference(structure.get_tree(), whole.get_tree()).empty());
+      GeometryRayPacket packet;
+      packet.resize(1);
+      packet.set_ray(0, {0, 0, 5}, {0, 0, -1});
+      structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+      EXPECT_TRUE(packet.get_nearest(0).geometry == nullptr || !structure.get_tree().is_empty());
+      EXPECT_EQ(structure.get_bbox_at(world.ctx, 1.0), structure.get_bbox()) << "a refit while a stop is requested";
+      world.app.clear_stop_request();
+      create(structure, nullptr);
+      EXPECT_EQ(find_tree_difference(structure.get_tree(), whole.get_tree()), "");
+      EXPECT_NE(structure.get_bbox_at(world.ctx, 1.0), structure.get_bbox());
+    }
+    EXPECT_GE(stopped_count, 4u);
+  }
+
+  QueryWorld world{8, GetParam()};
+  const SceneShape mesh;
+  TubeMeshFast hair;
+  std::vector<SceneNode> nodes;
+  std::shared_ptr<GasSceneTree> scene;
+};
+
+TEST_P(GasStop, leaves_an_empty_structure_and_closed_stages) {
+  check<GasGeometryBvh4>([&](GasGeometryBvh4& structure, AppProgressBar* bar) {
+    EXPECT_TRUE(structure.create(world.ctx, mesh.mesh.get(), mesh.mesh.get(), bar));
+  });
+  const CoreBasicArray<uint> flags(mesh.mesh->get_shading_groups().get_count());
+  check<GasGeometryBvh4>([&](GasGeometryBvh4& structure, AppProgressBar* bar) {
+    EXPECT_TRUE(structure.create(world.ctx, mesh.mesh.get(), mesh.mesh.get(), mesh.mesh.get(), nullptr, flags, bar));
+  });
+  check<GasFur>(
+      [&](GasFur& structure, AppProgressBar* bar) { EXPECT_TRUE(structure.create(world.ctx, &hair, &hair, bar)); });
+  check<GasSceneTree>([&](GasSceneTree& structure, AppProgressBar* bar) {
+    structure.create(world.app,
+                     CoreBasicArray<ModuleSceneObject*>::make_view(scene->get_objects().get_items(),
+                                                                   scene->get_objects().get_count()),
+                     bar);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, GasStop, testing::Values(1u, 3u));
+
+}  // namespace
