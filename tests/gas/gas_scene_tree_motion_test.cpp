@@ -70,13 +70,44 @@ struct TurningScene {
   std::shared_ptr<GasSceneTree> scene;
 };
 
-TEST(GasSceneTreeMotion, what_deforms_may_turn_and_grow_at_once) {
-  TurningScene turning(2);
+/// Single triangles that move by 1 within objects that turn by a right angle: nothing of their boxes is to spare.
+struct SwingingTriangles {
+  explicit SwingingTriangles(uint threads) : world(8, threads) {
+    PolyMeshData data = make_soup(1, 4, 4.0);
+    data.motion_positions.assign(2, data.positions);
+    for (GMathVec3<float>& position : data.motion_positions[1]) position.x += 1;
+    shape.emplace(world, std::move(data));
+    SceneMatrix turn;
+    turn.m[0][0] = turn.m[1][1] = 0;
+    turn.m[0][1] = -1;
+    turn.m[1][0] = 1;
+    SceneMaker maker(world, 5, SceneMotion::none);
+    for (uint k = 0; k < 30; ++k) {
+      const SceneMatrix a = maker.make_matrix();
+      nodes.push_back(make_node(*shape, {{0.0, a}, {1.0, a * turn}}));
+    }
+    scene = build_scene(world, nodes);
+  }
+
+  QueryWorld world;
+  std::optional<SceneShape> shape;
+  std::vector<SceneNode> nodes;
+  std::shared_ptr<GasSceneTree> scene;
+};
+
+template <class Scene>
+void check_between_samples() {
+  Scene moving(2);
   for (const uint samples : {2u, 3u, 5u}) {
     const CtxMotionBlur blur(0.0, 1.0, samples);
-    SceneCheck(turning.world, *turning.scene, turning.nodes, &blur)
-        .check(make_timed_rays(turning.world, turning.nodes, blur, {0.0, 0.13, 0.25, 0.4, 0.5, 0.6, 0.88, 1.0}, 1));
+    SceneCheck(moving.world, *moving.scene, moving.nodes, &blur)
+        .check(make_timed_rays(moving.world, moving.nodes, blur, {0.0, 0.13, 0.25, 0.4, 0.5, 0.6, 0.88, 1.0}, 1));
   }
+}
+
+TEST(GasSceneTreeMotion, what_deforms_may_turn_and_grow_at_once) {
+  check_between_samples<TurningScene>();
+  check_between_samples<SwingingTriangles>();
 }
 
 TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
