@@ -10,7 +10,7 @@ CtxGasTraversal::~CtxGasTraversal() { core_aligned_free(data_); }
 void* CtxGasTraversal::grow(std::size_t bytes) {
   core_aligned_free(data_);
   capacity_ = 0;
-  data_ = core_aligned_alloc(bytes, 64);
+  data_ = core_aligned_alloc(bytes, 64);  // no more, so that a sanitizer sees what goes beyond it
   if (data_ == nullptr) throw std::bad_alloc();
   capacity_ = bytes;
   return data_;
