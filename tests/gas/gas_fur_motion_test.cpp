@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "support/curve_check.h"
-#include "support/fake_geometry.h"
 #include "support/oriented_check.h"
 #include "support/test_scale.h"
 #include "vq_app_base/app_progress_bar.h"
@@ -115,74 +114,30 @@ TEST(GasFurMotion, oriented_nodes_are_refitted_alike_on_one_thread_and_on_many) 
   EXPECT_EQ(serial.get_bbox(1), parallel.get_bbox(1));
 }
 
-// So many that threads share the work.
+// So many that threads share the work. What stands still is measured whenever hair is built.
 TEST(GasFurMotion, measures_items_one_by_one_or_all_together_on_any_threads) {
   QueryWorld world(8, 4);
   CurveData data = make_hair(CurveBasis::bezier, 9000, 4, 0.3);
   add_motion(data, 3, 0.0, 0.5, 2);
   const BuiltFur built(world.ctx, data);
   const GMathLinearSpace3<float> space({0.6f, 0.8f, 0}, {-0.8f, 0.6f, 0}, {0, 0, 1});
-  const GMathLinearSpace3<double> wide(space);
   CoreBasicArray<uint> items(built.geometry.get_primitive_count());
-  for (uint k = 0; k < items.get_count(); ++k) items[k] = items.get_count() - 1 - k;
+  Boxes expected;
+  GMathBbox3<float> all;
+  for (uint k = 0; k < items.get_count(); ++k) {
+    items[k] = items.get_count() - 1 - k;
+    expected.emplace_back(
+        built.geometry.get_primitive_bbox_in_space_at(world.ctx, 0.3, GMathLinearSpace3<double>(space), items[k]));
+    all.add(expected.back());
+  }
   GasFur::ComputeSpaceBboxesData measured{&world.ctx, &built.geometry, 0.3};
-  for (const bool moving : {false, true}) {
-    Boxes expected;
-    GMathBbox3<float> all;
-    for (const uint item : items) {
-      expected.emplace_back(moving ? built.geometry.get_primitive_bbox_in_space_at(world.ctx, 0.3, wide, item)
-                                   : built.geometry.get_primitive_bbox_in_space(world.ctx, wide, item));
-      all.add(expected.back());
-    }
-    for (SysThreadManager* threads : {static_cast<SysThreadManager*>(nullptr), &world.app.get_thread_manager()}) {
-      Boxes boxes(items.get_count());
-      (moving ? GasFur::compute_space_bboxes_at : GasFur::compute_space_bboxes)(items, space, boxes.data(), &measured,
-                                                                                threads);
-      EXPECT_EQ(boxes, expected);
-      EXPECT_EQ((moving ? GasFur::compute_space_bbox_at : GasFur::compute_space_bbox)(items, space, &measured, threads),
-                all);
-    }
+  for (SysThreadManager* threads : {static_cast<SysThreadManager*>(nullptr), &world.app.get_thread_manager()}) {
+    Boxes boxes(items.get_count());
+    GasFur::compute_space_bboxes_at(items, space, boxes.data(), &measured, threads);
+    EXPECT_EQ(boxes, expected);
+    EXPECT_EQ(GasFur::compute_space_bbox_at(items, space, &measured, threads), all);
   }
   EXPECT_TRUE(GasFur::compute_space_bbox({}, space, &measured, nullptr).is_empty());
-}
-
-TEST(GasFurMotion, boxes_are_blended_between_the_samples_around_a_time) {
-  QueryWorld world;
-  const BuiltFur built(world.ctx, make_moving_hair(40, 2, 4)), still(world.ctx, make_hair(CurveBasis::linear, 20, 1));
-  EXPECT_EQ(built.structure.get_bbox_at(world.ctx, 0.5), built.structure.get_bbox());  // no description
-  const CtxMotionBlur two(0.0, 1.0, 2), closed(0.0, 0.0, 1);
-  const auto begin = built.geometry.get_bbox_at(world.ctx, 0.0), end = built.geometry.get_bbox_at(world.ctx, 1.0);
-  CoreBasicArray<void*> whole(1);
-  whole[0] = nullptr;
-  for (const CtxMotionBlur* blur : {&two, &closed, &two}) {
-    world.ctx.set_motion_blur(blur);
-    for (const double time : {-1.0, 0.0, 0.3, 1.0, 7.0}) {
-      const GMathBbox3<double> box = built.structure.get_bbox_at(world.ctx, time);
-      const double f = blur == &closed ? 0.0 : std::clamp(time, 0.0, 1.0);
-      EXPECT_LT((box.min - begin.min * (1 - f) - end.min * f).get_length(), 1e-6);
-      EXPECT_LT((box.max - begin.max * (1 - f) - end.max * f).get_length(), 1e-6);
-      GMathBbox3<float> of_cluster;
-      built.structure.get_clusters_bboxes_at(world.ctx, time, whole, &of_cluster);
-      EXPECT_EQ(GMathBbox3<double>(of_cluster), box);
-    }
-  }
-  EXPECT_EQ(still.structure.get_bbox_at(world.ctx, 0.5), still.structure.get_bbox());
-}
-
-TEST(GasFurMotion, boxes_that_turn_bad_on_the_way_stay_where_they_rest) {
-  QueryWorld world;
-  FakeGeometry geometry;
-  geometry.add_row(12);
-  geometry.moves = true;
-  geometry.boxes_at_any_time = geometry.boxes;
-  geometry.boxes_at_any_time[0].min.x = NAN;
-  geometry.boxes_at_any_time[3].max.y = HUGE_VAL;
-  std::swap(geometry.boxes_at_any_time[11].min.x, geometry.boxes_at_any_time[11].max.x);
-  GasFur structure;
-  ASSERT_TRUE(structure.create(world.ctx, &geometry, &geometry, nullptr));
-  const CtxMotionBlur blur(0.0, 1.0, 2);
-  world.ctx.set_motion_blur(&blur);
-  EXPECT_EQ(structure.get_bbox_at(world.ctx, 0.5), structure.get_bbox());
 }
 
 }  // namespace

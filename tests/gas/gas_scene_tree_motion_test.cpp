@@ -21,9 +21,9 @@ SceneMatrix make_scaled(double scale, const Vec& way = {}) {
 }
 
 /// Rays at the scene as it is halfway, each at one of the times.
-std::vector<TestRay> make_timed_rays(const QueryWorld& world, const std::vector<SceneNode>& nodes,
-                                     const CtxMotionBlur& blur, const std::vector<double>& times, uint seed) {
-  std::vector<TestRay> rays = make_rays(FlatScene(world, nodes, &blur, 0.5).data, scaled(3000, 800), seed);
+std::vector<TestRay> make_timed_rays(const std::vector<SceneNode>& nodes, const CtxMotionBlur& blur,
+                                     const std::vector<double>& times, uint seed) {
+  std::vector<TestRay> rays = make_rays(FlatScene(nodes, &blur, 0.5).data, scaled(800, 400), seed);
   for (uint k = 0; k < rays.size(); ++k) rays[k].time = times[k % times.size()];
   return rays;
 }
@@ -44,7 +44,7 @@ TEST(GasSceneTreeMotion, hits_what_the_flattened_scene_hits_at_the_same_moment) 
         std::vector<double> fitting = is_short ? std::vector<double>{0.25, 0.5, 0.61, 0.75} : times;
         if (is_short && motion == SceneMotion::rigid) fitting = times;
         if (blur == &closed && motion == SceneMotion::deforming) fitting = {0.4};
-        SceneCheck(world, *scene, nodes, blur).check(make_timed_rays(world, nodes, *blur, fitting, seed));
+        SceneCheck(world, *scene, nodes, blur).check(make_timed_rays(nodes, *blur, fitting, seed));
       }
     }
   }
@@ -101,7 +101,7 @@ void check_between_samples() {
   for (const uint samples : {2u, 3u, 5u}) {
     const CtxMotionBlur blur(0.0, 1.0, samples);
     SceneCheck(moving.world, *moving.scene, moving.nodes, &blur)
-        .check(make_timed_rays(moving.world, moving.nodes, blur, {0.0, 0.13, 0.25, 0.4, 0.5, 0.6, 0.88, 1.0}, 1));
+        .check(make_timed_rays(moving.nodes, blur, {0.0, 0.13, 0.25, 0.4, 0.5, 0.6, 0.88, 1.0}, 1));
   }
 }
 
@@ -218,6 +218,20 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   EXPECT_EQ(refits, 15u);
 }
 
+TEST(GasSceneTreeMotion, clusters_are_asked_for_with_the_override_of_their_instance) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  const SceneShape sphere(world, make_sphere(1));
+  std::vector<SceneNode> nodes;
+  for (uint k = 0; k < 2; ++k) nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, make_translation({0, 0, 8})}}));
+  nodes[1].replaced = std::make_shared<GeometryOverride>();
+  cluster_calls.watched = nodes[1].replaced.get();
+  cluster_calls.overridden = 0;
+  world.ctx.set_motion_blur(&blur);
+  build_scene(world, nodes)->get_bbox_at(world.ctx, 0.5);
+  EXPECT_EQ(cluster_calls.overridden, 0b1111u);  // lists, boxes at rest and at a time, weights
+}
+
 TEST(GasSceneTreeMotion, boxes_are_those_of_the_clusters_at_the_samples_and_blended_between) {
   TurningScene turning(5);
   QueryWorld& world = turning.world;
@@ -319,7 +333,7 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
 TEST(GasSceneTreeMotion, many_threads_start_on_one_stale_slot) {
   for (const uint pool : {1u, 3u}) {
     QueryWorld world(8, pool);
-    PolyMeshData data = make_sphere(1);
+    PolyMeshData data = make_sphere(4);  // so many that threads share the boxes
     add_motion(data, 2, 0.0, 1.0, 1, true);
     const SceneShape shape(world, std::move(data));
     std::vector<SceneNode> nodes(2);
@@ -332,7 +346,11 @@ TEST(GasSceneTreeMotion, many_threads_start_on_one_stale_slot) {
     const auto scene = build_scene(world, nodes);
     const CtxMotionBlur blur(0.0, 1.0, 3);
     // A refit lasts so long that all others come to wait for it.
-    world.app.set_progress_bar_hook([](AppProgressBar&) { std::this_thread::sleep_for(std::chrono::milliseconds(2)); });
+    std::atomic<uint> refits{0};
+    world.app.set_progress_bar_hook([&](AppProgressBar&) {
+      ++refits;
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    });
     for (uint round = 0; round < scaled(40, 20); ++round) {
       cluster_calls.boxes_at = 0;
       std::atomic<uint> ready{0};
@@ -358,6 +376,7 @@ TEST(GasSceneTreeMotion, many_threads_start_on_one_stale_slot) {
       for (std::thread& thread : threads) thread.join();
       // The meshes of the inner scenes and that of the outer, once a sample.
       ASSERT_EQ(cluster_calls.boxes_at, 3 * (2 * 3 + 1u));
+      ASSERT_EQ(refits, 4 * (round + 1)) << "the mesh, the inner scenes and the outer";
       scene->dirty_motion_blur();
       for (SceneNode& node : nodes) const_cast<GasObject*>(node.object->get_structure())->dirty_motion_blur();
       shape.structure->dirty_motion_blur();

@@ -56,7 +56,7 @@ std::vector<Ball> sample(CurveBasis basis, const Ball (&points)[4], uint count, 
   return balls;
 }
 
-CurveOracle::Segment make_segment(CurveBasis basis, const Ball (&points)[4], uint count, double more) {
+CurveOracle::Segment make_segment(CurveBasis basis, const Ball (&points)[4], uint count) {
   CurveOracle::Segment segment;
   double size = 0.0, finite = 0.0, radius = 0.0;
   for (uint k = 0; k < count; ++k) {
@@ -78,7 +78,6 @@ CurveOracle::Segment make_segment(CurveBasis basis, const Ball (&points)[4], uin
     if (segment.band <= 1e-3 * radius || pieces == 512 || count == 2) break;
   }
   if (basis == CurveBasis::bspline || basis == CurveBasis::catmull_rom) segment.band += 0x1p-22 * (size + radius);
-  segment.band += more * radius;
   segment.around.position = segment.balls[segment.balls.size() / 2].position;
   for (const Ball& ball : segment.balls)
     segment.around.radius = std::max(
@@ -173,14 +172,14 @@ Crossing find_crossing(const CurveOracle::Segment& segment, const Vec& origin, c
 
 }  // namespace
 
-CurveOracle::CurveOracle(const CurveData& data, double time, double more) {
+CurveOracle::CurveOracle(const CurveData& data, double time) {
   const uint count = data.basis == CurveBasis::linear ? 2 : 4, step = data.basis == CurveBasis::bezier ? 3 : 1;
   std::size_t first = 0;
   for (const u32 size : data.curve_sizes) {
     for (u32 at = 0; at + count <= size; at += step) {
       Ball points[4];
       for (uint k = 0; k < count; ++k) points[k] = get_input_point(data, first + at + k, time);
-      segments_.push_back(make_segment(data.basis, points, count, more));
+      segments_.push_back(make_segment(data.basis, points, count));
     }
     first += size;
   }

@@ -30,10 +30,8 @@ class CurveOracle {
     Ball around;              ///< holds all
   };
 
-  /// The fibres at `time`: input points are linear between their samples and stay outside them; NaN: at rest. The band
-  /// is wider by `more` of the largest radius of a segment.
-  explicit CurveOracle(const CurveData& data, double time = std::numeric_limits<double>::quiet_NaN(),
-                       double more = 0.0);
+  /// The fibres at `time`: input points are linear between their samples and stay outside them; NaN: at rest.
+  explicit CurveOracle(const CurveData& data, double time = std::numeric_limits<double>::quiet_NaN());
 
   const std::vector<Segment>& get_segments() const { return segments_; }
   /// Where the ray's interval, from its origin on, first crosses the surface of the segment.

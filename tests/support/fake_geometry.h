@@ -2,6 +2,7 @@
 //
 // A geometry made of boxes that a test writes down, whatever they are. A ray hits a primitive where it enters its box.
 #pragma once
+#include <set>
 #include <vector>
 
 #include "vq_ctx/ctx_eval.h"
@@ -60,9 +61,11 @@ class FakeGeometry final : public GeometryObject {
       query.push_intersection(ctx, shader, r, hit);
     }
   }
-  /// Boxes that reach the frustum count; what is asked for is only whether the structure asks.
-  void frustum_hit_primitive(const CtxEval&, CtxShader&, GeometryFrustumCtx& query, const uint&) const override {
+  /// Every primitive counts; what matters is only which ones the structure asks for.
+  void frustum_hit_primitive(const CtxEval&, CtxShader&, GeometryFrustumCtx& query,
+                             const uint& primitive) const override {
     ++query.result.hit_count;
+    if (query.geometry == this) frustum_asked.insert(primitive);
   }
   GeometrySurfacePoint get_surface_point(const GeometryIntersection&, const double&) const override { return {}; }
 
@@ -72,6 +75,7 @@ class FakeGeometry final : public GeometryObject {
   bool moves = false;                  ///< the answer for the whole geometry
   GMathVec3<double> velocity;          ///< of all boxes
   std::vector<Box> boxes_at_any_time;  ///< when set, what is answered for any time
+  mutable std::set<uint> frustum_asked;
 
  private:
   CoreArray<CoreString> group_names_;

@@ -24,7 +24,7 @@ inline void ask_rays(QueryWorld& world, const GasObject& structure, GeometryRayP
                      const std::vector<TestRay>& rays, const RayQuery& how = {}) {
   packet.resize(static_cast<uint>(rays.size()));
   for (uint k = 0; k < rays.size(); ++k)
-    packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear, rays[k].tfar, rays[k].time);
+    packet.set_ray(k, rays[k].origin, rays[k].direction, rays[k].tnear, rays[k].tfar, rays[k].time, rays[k].type);
   GeometryRaytraceCtx& query = how.nearest ? packet.begin_nearest(world.shading) : packet.begin_all_hits(world.shading);
   if (how.adjust) how.adjust(query);
   world.shader.motion_blur = how.motion_blur;

@@ -10,10 +10,12 @@
 
 #include "support/random_values.h"
 #include "vq_geometry/poly_mesh.h"
+#include "vq_gmath/gmath_ray.h"
 
 struct TestRay {
   GMathVec3<double> origin, direction;
   double tnear = 0.0, tfar = DBL_MAX, time = 0.0;
+  GMathRay::Type type = GMathRay::camera;
 };
 
 inline std::string describe(const TestRay& ray) {

@@ -1,8 +1,7 @@
 // tests/support/scene_check.h
 //
-// Compares what a scene answers with what the same scene answers as one flat mesh. Where they differ, the ray must
-// graze a polygon (the flat mesh is rounded to single precision, and both structures cull in it) or meet two at one
-// distance.
+// Compares what a scene answers to rays with what testing every polygon in the world says, in long double; and what it
+// answers to frustums with what each object answers as a mesh of its own.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -23,18 +22,35 @@ class SceneCheck {
 
   /// Nearest and all hits of the rays, each at its own time.
   void check(const std::vector<TestRay>& rays) {
-    ask_rays(world_, scene_, packet_, rays, {true, blur_});
-    ask_rays(world_, scene_, all_packet_, rays, {false, blur_});
-    std::map<double, std::vector<TestRay>> moments;
-    for (const TestRay& ray : rays) moments[ray.time];
-    for (auto& moment : moments) {
-      const FlatScene flat(world_, nodes_, blur_, moment.first);
-      GeometryRayPacket expected;
-      ask_rays(world_, flat.built.structure, expected, rays);
-      for (uint k = 0; k < rays.size(); ++k)
-        if (rays[k].time == moment.first) compare_nearest(flat, rays[k], k, expected.get_nearest(k));
-      ask_rays(world_, flat.built.structure, expected, rays, {.nearest = false});
-      compare_all(flat, rays, moment.first, expected);
+    GeometryRayPacket packet, all_packet;
+    ask_rays(world_, scene_, packet, rays, {true, blur_});
+    ask_rays(world_, scene_, all_packet, rays, {false, blur_});
+    std::map<double, FlatScene> moments;
+    std::vector<std::map<uint, OracleHit>> truth;
+    for (const TestRay& ray : rays)
+      truth.push_back(moments.try_emplace(ray.time, nodes_, blur_, ray.time).first->second.get_truth(ray, graze));
+    std::vector<std::map<uint, uint>> reports(rays.size());
+    GeometryHitList& hits = all_packet.get_hits();
+    for (const GeometryHit& at : hits.get_hits()) {
+      const TestRay& ray = rays[at.ray];
+      ++reports[at.ray][check_hit(moments.at(ray.time), truth[at.ray], ray, at.hit, hits.get_transform(at.hit),
+                                  hits.get_path(at.hit))];
+    }
+    for (uint k = 0; k < rays.size() && !testing::Test::HasFailure(); ++k) {
+      const FlatScene& flat = moments.at(rays[k].time);
+      const GeometryIntersection& hit = packet.get_nearest(k);
+      long double nearest = rays[k].tfar;
+      for (const auto& [polygon, sure] : truth[k]) {
+        // A diagonal of a large polygon belongs to two triangles.
+        EXPECT_LE(reports[k][polygon], flat.polygons[polygon].corners.size() > 3 ? 2u : 1u) << describe(rays[k]);
+        if (sure.answer != SureAnswer::hit) continue;
+        EXPECT_GT(reports[k][polygon], 0u) << describe(rays[k]) << " polygon " << polygon;
+        nearest = std::min(nearest, sure.t + 4096 * sure.tolerance);
+      }
+      EXPECT_LE(hit.distance, nearest) << describe(rays[k]);
+      if (hit.geometry == nullptr) continue;
+      ++hit_count;
+      check_hit(flat, truth[k], rays[k], hit, packet.get_nearest_transform(k), packet.get_nearest_path(k));
     }
     EXPECT_GT(hit_count, rays.size() / 8);
   }
@@ -48,9 +64,9 @@ class SceneCheck {
       std::set<uint> expected;
       std::vector<GMathVec3<double>> points;
       for (uint index = 0; index < nodes_.size(); ++index) {
-        const FlatScene flat(world_, nodes_, nullptr, 0.0, index);
+        const BuiltMesh alone(world_, FlatScene(nodes_, nullptr, 0.0, index).data);
         GeometryFrustumCtx single;
-        ask(flat.built.structure, single, planes, mode);
+        ask(alone.structure, single, planes, mode);
         const bool counts = mode == GeometryFrustumMode::all ? single.result.hit_count == single.result.total
                                                              : single.result.hit_count > 0;
         if (counts) expected.insert(index);
@@ -80,29 +96,15 @@ class SceneCheck {
     structure.frustum_hit(world_.ctx, world_.shader, query);
   }
 
-  static OracleHit get_truth(const FlatScene& flat, const TestRay& ray, uint polygon) {
-    return oracle_intersect({Long3(ray.origin), Long3(ray.direction), -HUGE_VALL, HUGE_VALL},
-                            flat.polygons[polygon].corners);
-  }
-  static bool is_close(const OracleHit& truth, const TestRay& ray) {
-    if (std::isnan(truth.t) || truth.edge_distance <= graze) return true;
-    const long double tolerance = get_flat_tolerance(truth);
-    const long double begin = std::max(ray.tnear, 0.0);
-    return std::fabs(truth.t - begin) <= tolerance || std::fabs(truth.t - ray.tfar) <= tolerance;
-  }
-  /// Of a distance to a polygon whose corners were rounded to single precision.
-  static long double get_flat_tolerance(const OracleHit& truth) {
-    return truth.tolerance * 0x1p29L + 1e-5L * std::fabs(truth.t);
-  }
-
   /// The polygon of a hit of the scene. Its distance, place and normal must be those of the polygon in the world.
-  uint check_hit(const FlatScene& flat, const TestRay& ray, const GeometryIntersection& hit,
-                 const GeometryHitTransform* transform, std::span<const GeometryIntersectionPathElement> path) {
+  uint check_hit(const FlatScene& flat, const std::map<uint, OracleHit>& truths, const TestRay& ray,
+                 const GeometryIntersection& hit, const GeometryHitTransform* transform,
+                 std::span<const GeometryIntersectionPathElement> path) {
     ObjectPath indices;
     for (const GeometryIntersectionPathElement& element : path) indices.push_back(element.object_index);
     const uint found = flat.find(indices, hit.primitive);
-    EXPECT_NE(found, core_invalid_index) << "primitive " << hit.primitive;
-    if (found == core_invalid_index || transform == nullptr) return core_invalid_index;
+    EXPECT_TRUE(truths.contains(found)) << describe(ray) << " hit " << found << " of " << indices[0];
+    if (!truths.contains(found) || transform == nullptr) return core_invalid_index;
     const FlatPolygon& polygon = flat.polygons[found];
     for (uint level = 0; level < path.size(); ++level) {
       // Elements are packed, so that no reference can be had to a member.
@@ -111,9 +113,8 @@ class SceneCheck {
     }
     EXPECT_EQ(hit.geometry, polygon.nodes.back()->shape->mesh.get());
     EXPECT_EQ(hit.level, 0u);
-    const OracleHit truth = get_truth(flat, ray, found);
+    const OracleHit& truth = truths.at(found);
     if (std::isnan(truth.t)) return found;
-    EXPECT_TRUE(truth.answer != SureAnswer::missed || truth.edge_distance <= graze) << "not on the polygon";
     const long double tolerance = truth.tolerance * 4096;
     EXPECT_NEAR(hit.distance, static_cast<double>(truth.t), static_cast<double>(tolerance));
     const double time = blur_ != nullptr ? ray.time : std::nan("");
@@ -127,49 +128,6 @@ class SceneCheck {
     const Long3 turned(transform->matrix.get_inverse().transform_normal_transposed(point.normal));
     EXPECT_GT(turned.get_normalized().dot(normal.get_normalized()), 1 - 1e-9L);
     return found;
-  }
-
-  void compare_nearest(const FlatScene& flat, const TestRay& ray, uint k, const GeometryIntersection& expected) {
-    const GeometryIntersection& hit = packet_.get_nearest(k);
-    const uint other = expected.geometry != nullptr ? expected.primitive : core_invalid_index;
-    uint found = core_invalid_index;
-    if (hit.geometry != nullptr) {
-      found = check_hit(flat, ray, hit, packet_.get_nearest_transform(k), packet_.get_nearest_path(k));
-      ASSERT_NE(found, core_invalid_index) << "ray " << k;
-      ++hit_count;
-    }
-    if (found == other) return;
-    const bool ours_is_nearer =
-        other == core_invalid_index || (found != core_invalid_index && hit.distance < expected.distance);
-    const OracleHit truth = get_truth(flat, ray, ours_is_nearer ? found : other);
-    const long double tolerance = get_flat_tolerance(truth);
-    const bool tie = found != core_invalid_index && other != core_invalid_index &&
-                     std::fabs(hit.distance - expected.distance) <= 2 * tolerance;
-    EXPECT_TRUE(tie || is_close(truth, ray))
-        << "ray " << k << " at time " << ray.time << ": polygon " << found << " at " << hit.distance << ", flat "
-        << other << " at " << expected.distance << " of object "
-        << flat.polygons[ours_is_nearer ? found : other].path[0];
-  }
-
-  void compare_all(const FlatScene& flat, const std::vector<TestRay>& rays, double time, GeometryRayPacket& expected) {
-    // How often each ray meets each polygon, here more often, there less.
-    std::map<std::pair<uint, uint>, int> balance;
-    GeometryHitList& hits = all_packet_.get_hits();
-    for (const GeometryHit& hit : hits.get_hits()) {
-      if (rays[hit.ray].time != time) continue;
-      const uint found = check_hit(flat, rays[hit.ray], hit.hit, hits.get_transform(hit.hit), hits.get_path(hit.hit));
-      ASSERT_NE(found, core_invalid_index);
-      ++balance[{hit.ray, found}];
-    }
-    for (const GeometryHit& hit : expected.get_hits().get_hits())
-      if (rays[hit.ray].time == time) --balance[{hit.ray, hit.hit.primitive}];
-    for (const auto& [key, count] : balance) {
-      const auto [k, polygon] = key;
-      // A diagonal of a large polygon belongs to two triangles.
-      if (count == 0 || flat.polygons[polygon].corners.size() > 3) continue;
-      EXPECT_TRUE(is_close(get_truth(flat, rays[k], polygon), rays[k]))
-          << "ray " << k << " at time " << time << " polygon " << polygon << " balance " << count;
-    }
   }
 
   /// Each point of one list has one of the other at its place. Clusters give the vertices that they share once each.
@@ -188,5 +146,4 @@ class SceneCheck {
   const GasObject& scene_;
   const std::vector<SceneNode>& nodes_;
   const CtxMotionBlur* blur_;
-  GeometryRayPacket packet_, all_packet_;
 };

@@ -56,8 +56,14 @@ inline SceneMatrix make_translation(const GMathVec3<double>& way) {
 /// What scenes asked of their objects' clusters, in all.
 struct ClusterCalls {
   std::atomic<uint> lists{0}, boxes{0}, boxes_at{0};
+  std::atomic<uint> overridden{0};  ///< a bit for each function that was called with `watched`
+  const GeometryOverride* watched = nullptr;
   uint count = 0;  ///< as asked for the first time
   float ratio = 0;
+
+  void note(uint function, const GeometryOverride* replaced) {
+    if (replaced == watched) overridden |= 1u << function;
+  }
 };
 inline ClusterCalls cluster_calls;
 
@@ -74,18 +80,22 @@ inline const ModuleClusterFunctions& get_counted_functions() {
           cluster_calls.count = count;
           cluster_calls.ratio = ratio;
         }
+        cluster_calls.note(0, replaced);
         get(object).get_clusters(object, replaced, clusters, count, ratio);
       },
       [](ModuleSceneObject* object, GeometryOverride* replaced, const Handles& clusters, GMathBbox3<float>* boxes) {
         ++cluster_calls.boxes;
+        cluster_calls.note(1, replaced);
         get(object).get_clusters_bboxes(object, replaced, clusters, boxes);
       },
       [](ModuleSceneObject* object, GeometryOverride* replaced, const CtxEval& ctx, const double& time,
          const Handles& clusters, GMathBbox3<float>* boxes) {
         ++cluster_calls.boxes_at;
+        cluster_calls.note(2, replaced);
         get(object).get_clusters_bboxes_at(object, replaced, ctx, time, clusters, boxes);
       },
       [](ModuleSceneObject* object, GeometryOverride* replaced, const Handles& clusters, float* weights) {
+        cluster_calls.note(3, replaced);
         get(object).get_clusters_weights(object, replaced, clusters, weights);
       }};
   return functions;
@@ -201,23 +211,52 @@ struct FlatPolygon {
   std::vector<Long3> corners;  ///< in the world
 };
 
-/// A scene at one moment as one mesh, its vertices rounded to single precision, and a structure over that.
+/// All polygons of a scene at one moment, carried into the world.
 class FlatScene {
   using Matrix = GMathMatrix4x4<long double>;
   const CtxMotionBlur* blur_;
   double time_;
   std::map<std::pair<ObjectPath, uint>, uint> places_;
+  struct Object {
+    std::size_t first, end;
+    std::vector<Long3> bounds;
+  };
+  std::vector<Object> objects_;
 
  public:
   std::vector<FlatPolygon> polygons;
-  BuiltMesh built;
-  const PolyMeshData& data = built.data;
+  PolyMeshData data;  ///< the same as one mesh, rounded to single precision
 
   /// @param blur  whose samples the matrices are blended between; null: at rest
   /// @param only  the one outermost object that is wanted
-  FlatScene(const QueryWorld& world, const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time,
-            uint only = core_invalid_index)
-      : blur_(blur), time_(time), built(world, flatten(nodes, only)) {}
+  FlatScene(const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time, uint only = core_invalid_index)
+      : blur_(blur), time_(time) {
+    for (uint index = 0; index < nodes.size(); ++index)
+      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), FlatPolygon());
+    for (uint k = 0; k < polygons.size(); ++k) {
+      places_[{polygons[k].path, polygons[k].primitive}] = k;
+      std::vector<GMathVec3<float>> corners;
+      for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
+      add_loose_polygon(data, corners);
+    }
+  }
+
+  /// How a ray meets each polygon that it does not surely miss.
+  /// @param graze  so near an edge, in units in the last place of single precision, a miss is not sure either
+  std::map<uint, OracleHit> get_truth(const TestRay& ray, long double graze) const {
+    // A ray begins at its origin even if its interval begins before it.
+    const OracleRay asked{Long3(ray.origin), Long3(ray.direction), std::max(ray.tnear, 0.0), ray.tfar};
+    std::map<uint, OracleHit> truth;
+    for (const Object& object : objects_) {
+      if (is_far_from(asked, object.bounds)) continue;
+      for (std::size_t k = object.first; k < object.end; ++k) {
+        OracleHit hit = oracle_intersect(asked, polygons[k].corners);
+        if (hit.edge_distance > 0 && hit.edge_distance <= graze) hit.answer = SureAnswer::close;
+        if (hit.answer != SureAnswer::missed) truth[static_cast<uint>(k)] = hit;
+      }
+    }
+    return truth;
+  }
 
   uint find(const ObjectPath& path, uint primitive) const {
     const auto found = places_.find({path, primitive});
@@ -239,19 +278,6 @@ class FlatScene {
   }
 
  private:
-  PolyMeshData flatten(const std::vector<SceneNode>& nodes, uint only) {
-    for (uint index = 0; index < nodes.size(); ++index)
-      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), FlatPolygon());
-    PolyMeshData out;
-    for (uint k = 0; k < polygons.size(); ++k) {
-      places_[{polygons[k].path, polygons[k].primitive}] = k;
-      std::vector<GMathVec3<float>> corners;
-      for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
-      add_loose_polygon(out, corners);
-    }
-    return out;
-  }
-
   void add(const SceneNode& node, uint index, const Matrix& outer, FlatPolygon polygon) {
     polygon.path.push_back(index);
     polygon.nodes.push_back(&node);
@@ -262,11 +288,15 @@ class FlatScene {
     for (uint k = 0; k < node.children.size(); ++k) add(node.children[k], k, inner, polygon);
     if (node.shape == nullptr) return;
     polygon.primitive = 0;
+    GMathBbox3<long double> box;
+    const std::size_t first = polygons.size();
     for (const auto& corners : blur_ ? get_all_corners(node.shape->data, time_) : get_all_corners(node.shape->data)) {
       polygon.corners.clear();
       for (const Long3& corner : corners) polygon.corners.push_back(inner.transform_point(corner));
+      for (const Long3& corner : polygon.corners) box.add(corner);
       polygons.push_back(polygon);
       ++polygon.primitive;
     }
+    objects_.push_back({first, polygons.size(), {box.min, box.max}});
   }
 };

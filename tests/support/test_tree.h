@@ -60,20 +60,21 @@ inline GasBvh<4> make_node_by_hand(std::initializer_list<FloatBox> boxes) {
 
 /// In each node the last lane is the next node, 0.76 of its size per axis (0.44 of the volume), and three small leaves
 /// lie in the far corner. For a ray from the near corner they wait on the stack while it goes down to the last node.
-inline GasBvh<4> make_chain(uint depth) {
+/// With `height` 0 all is flat along z.
+inline GasBvh<4> make_chain(uint depth, float height = 1.0f) {
   GasBvh<4> tree;
   tree.allocate_items(3 * depth + 1, false);
   tree.allocate_nodes(depth, 0, 0);
   float size = 1.0f;
-  tree.box = {{0, 0, 0}, {1, 1, 1}};
+  tree.box = {{0, 0, 0}, {1, 1, height}};
   for (uint level = 0; level < depth; ++level, size *= 0.76f) {
     BvhNodeAligned& node = tree.aligned[level];
     const float inner = size * 0.76f, corner = size * 0.99f;
     for (uint lane = 0; lane < 3; ++lane) {
-      node.lanes.set_lane(lane, {{corner, corner, corner}, {size, size, size}});
+      node.lanes.set_lane(lane, {{corner, corner, corner * height}, {size, size, size * height}});
       node.child[lane] = {3 * level + lane, 1 | BvhChildRef::leaf_bit};
     }
-    node.lanes.set_lane(3, {{0, 0, 0}, {inner, inner, inner}});
+    node.lanes.set_lane(3, {{0, 0, 0}, {inner, inner, inner * height}});
     node.child[3] = level + 1 < depth ? BvhChildRef{level + 1, 4} : BvhChildRef{3 * depth, 1 | BvhChildRef::leaf_bit};
   }
   std::iota(tree.order, tree.order + tree.item_count, 0u);

@@ -90,11 +90,12 @@ TEST(BvhClusters, hold_every_item_once_for_any_count) {
 
 // Each power of four gives one level more, until the chain's node is smaller than a thousandth of the root: at depth 9,
 // where 0.76 to the power of 27 is 0.0006. The deepest node is handed out lane by lane; those above it leave three
-// leaves each, which come after it, marked as standing beside something expanded.
+// leaves each, which come after it, marked as standing beside something expanded. What a flat root has is its one face:
+// 0.76 to the power of 26 is 0.0008, at depth 13.
 TEST(BvhClusters, go_down_by_the_count_and_stop_at_a_thousandth) {
-  const GasBvh<4> tree = make_chain(20);
+  const GasBvh<4> chain = make_chain(20), flat = make_chain(20, 0.0f);
   constexpr u64 beside_expanded = u64{1} << 48;
-  const auto expect_cut = [&](uint count, uint deepest) {
+  const auto expect_cut = [&](const GasBvh<4>& tree, uint count, uint deepest) {
     std::vector<u64> expected;
     for (uint lane = 0; lane < 4; ++lane) expected.push_back(make_cluster(deepest, lane));
     for (uint level = deepest; level-- > 0;)
@@ -103,11 +104,12 @@ TEST(BvhClusters, go_down_by_the_count_and_stop_at_a_thousandth) {
   };
   uint deepest = 0;
   for (uint count = 4; count <= 65536; count *= 4, ++deepest) {
-    expect_cut(count, deepest);
-    expect_cut(count * 4 - 1, deepest);
+    expect_cut(chain, count, deepest);
+    expect_cut(chain, count * 4 - 1, deepest);
   }
-  expect_cut(1u << 18, 8);
-  expect_cut(0xFFFFFFFFu, 8);
+  expect_cut(chain, 1u << 18, 8);
+  expect_cut(chain, 0xFFFFFFFFu, 8);
+  expect_cut(flat, 0xFFFFFFFFu, 12);
 }
 
 // By hand: a node is cut when its children leave more than three tenths of one of its measures empty.

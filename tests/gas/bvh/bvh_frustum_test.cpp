@@ -63,6 +63,18 @@ TEST(BvhFrustum, any_ends_early_and_only_mode_all_ignores_the_cluster) {
   EXPECT_TRUE(ask(tree, any, {}, make_cluster(0, 4)).empty());
 }
 
+// Four inner nodes in every node: three wait at each level.
+TEST(BvhFrustum, a_full_tree_fits_its_stack) {
+  std::vector<FloatBox> boxes;
+  for (uint k = 0; k < 128 * 128; ++k) {
+    const float x = static_cast<float>(k % 128), y = static_cast<float>(k / 128);
+    boxes.push_back({{x, y, 0}, {x + 1, y + 1, 1}});
+  }
+  const GasBvh<4> tree = make_tree(boxes);
+  ASSERT_EQ(tree.max_depth, 7u);
+  EXPECT_EQ(ask(tree, points).size(), boxes.size());
+}
+
 TEST(BvhFrustum, answers_for_empty_trees_root_leaves_and_broken_planes) {
   EXPECT_TRUE(ask(make_tree({}), all).empty());
   EXPECT_EQ(ask(make_tree(make_box_scene(BoxKind::uniform, 3, 3).boxes, make_params(4, 10, 4)), all).size(), 3u);

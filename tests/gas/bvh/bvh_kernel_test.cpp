@@ -182,6 +182,11 @@ TEST(BvhKernel, walks_only_the_active_range_and_restores_it) {
   EXPECT_TRUE(nobody.visits.empty());
   query.run<BvhHits::nearest>(GasBvh<4>());
   EXPECT_TRUE(query.visits.empty());
+  query.run<BvhHits::nearest>(root_leaf, nullptr, [](GeometryRaytraceCtx& ctx) {
+    ctx.first_ray = 4;  // the range is inclusive
+    ctx.last_ray = 3;
+  });
+  EXPECT_TRUE(query.visits.empty());
 }
 
 TEST(BvhKernel, a_stop_flag_ends_its_ray_only) {

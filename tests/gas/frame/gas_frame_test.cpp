@@ -52,6 +52,17 @@ TEST(GasClass, one_entry_destroys_objects_and_arrays_of_any_class) {
   EXPECT_EQ(destroyed, (std::vector<int>{102, 2, 101, 1, 100, 0}));
 }
 
+TEST(GasMemory, a_drift_of_more_than_a_twentieth_is_reported) {
+  const Probe structure;
+  GasMemoryAccount account;
+  account.reset(1000);
+  account.update(0, 52, structure);  // 52 of 1052
+  EXPECT_EQ(structure.get_memory_advert_count(), 0u);
+  account.update(0, 1, structure);  // 53 of 1053
+  EXPECT_EQ(structure.get_memory_advert_count(), 1u);
+  EXPECT_EQ(account.get_advertised_size(), 1053u);
+}
+
 // Growing from 1 in steps of 1, each report multiplies what was advertised by 20/19 at least.
 TEST(GasMemory, many_threads_report_each_drift_once) {
   const Probe structure;
