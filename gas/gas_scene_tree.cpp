@@ -281,5 +281,5 @@ void GasSceneTree::build_tree(const AppBase& app, const CoreArray<GMathBbox3<flo
   split_ctx.item_weights = weight_bits.get_items();
   split_ctx.application = &app;
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
-  tree.drop_item_words();  // a scene is not cut into clusters
+  tree.drop_item_weight_bits();  // a scene is not cut into clusters
 }

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Sets up the records of `worker_count` threads and how their node indices are told apart.
+/// Sets up the state of `worker_count` threads, with a tag for the node indices of each.
 template <class Split>
 void init_workers(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, uint worker_count) {
   build.workers.resize(worker_count);
@@ -28,7 +28,7 @@ void init_workers(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, ui
   }
 }
 
-/// The threads that may take part: those of the progress bar's application, if the calling thread is one of them.
+/// The threads of the progress bar's application, if the calling thread is one of them; else null.
 SysThreadManager* find_threads(AppProgressBar* progress) {
   if (progress == nullptr) return nullptr;
   SysThreadManager& threads = progress->get_application().get_thread_manager();
@@ -62,7 +62,7 @@ void split_items(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, con
   }
   init_workers(build, split_ctx, threads->get_thread_count());
   build.threads = threads;
-  SysThreadTaskManager tasks(*threads);  // goes first, and takes back what still waits
+  SysThreadTaskManager tasks(*threads);  // destroyed first, and then drops tasks that did not start
   build.tasks = &tasks;
   BvhSubtreeBuilder<Split>(build, threads->get_index_of_current_thread()).build_subtree(root, 0, {}, root_set);
   tasks.wait_until_completed(true);
@@ -81,7 +81,7 @@ void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_
   } else {
     std::iota(tree.order, tree.order + count, 0u);
   }
-  if (tree.item_words != nullptr) std::copy_n(source.item_weights, count, tree.item_words);
+  if (tree.item_weight_bits != nullptr) std::copy_n(source.item_weights, count, tree.item_weight_bits);
 
   GasBvhSplitCtx split_ctx = source;
   split_ctx.order = tree.order;
@@ -119,8 +119,8 @@ void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, 
                           const BvhBuildParams& params, AppProgressBar* progress) {
   if (frozen) return;
   clear();
-  parameter0 = params.item_cost;
-  parameter3 = params.quantization_depth;
+  uniform_item_weight = params.item_cost;
+  quantization_depth = params.quantization_depth;
   try {
     build_tree<Split>(*this, source, item_order, count, params, progress);
   } catch (...) {

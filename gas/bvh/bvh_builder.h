@@ -8,7 +8,7 @@
 //   finalize  thread pools -> three final arrays     bvh_finalize.h
 //
 // During the build a reference's index is local to the thread that made the node, with the thread's number in its top
-// bits (the tag), so that threads number their nodes without asking each other. Finalize replaces every such index.
+// bits (the tag), so that threads number their nodes without synchronization. Finalize replaces every such index.
 #pragma once
 #include <memory>
 #include <vector>
@@ -22,7 +22,7 @@ class AppProgressBar;
 class SysThreadManager;
 class SysThreadTaskManager;
 
-/// What one build thread owns. Never shared, so nothing here is locked.
+/// The nodes and counters of one build thread. Not shared: no lock.
 struct BvhBuildThreadPools {
   BvhNodePool<BvhNodeAligned> aligned;
   BvhNodePool<BvhNodeQuantized> quantized;
@@ -39,11 +39,11 @@ struct BvhBuildThreadState : BvhBuildThreadPools {
   std::vector<std::unique_ptr<GasTask>> tasks;  ///< made by this thread, alive until the build ends
 };
 
-/// Where the reference to a subtree is to be written: the root, or one slot of the parent.
+/// The slot that receives the reference to a subtree: the root, or one lane of the parent.
 struct BvhBuildPlace {
   BvhChildRef* ref = nullptr;             ///< root, or slot of an aligned or oriented parent
-  BvhNodeQuantized* quantized = nullptr;  ///< else the parent, and
-  uint lane = 0;                          ///< its slot
+  BvhNodeQuantized* quantized = nullptr;  ///< the parent when it is quantized
+  uint lane = 0;                          ///< lane of the quantized parent
 
   void store(BvhChildRef value) const {
     if (quantized != nullptr) {
@@ -66,5 +66,5 @@ struct BvhBuildCtx {
   AppProgressBar* progress = nullptr;
 };
 
-/// Sets above this many items hand their children to other threads; smaller ones are built where they are.
+/// Children of a set above this many items become tasks; children of smaller sets are built on the same thread.
 inline constexpr uint bvh_task_items = 4096;

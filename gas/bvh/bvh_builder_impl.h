@@ -12,10 +12,10 @@
 #include "vq_app_base/app_progress_bar.h"
 #include "vq_sys/sys_thread_task_manager.h"
 
-/// Passed down: may this subtree's aligned nodes be quantized, and is its parent quantized already?
+/// State passed from a node to its children.
 struct BvhBuildFlags {
-  bool may_quantize = true;
-  bool below_quantized = false;
+  bool may_quantize = true;      ///< false below an oriented node
+  bool below_quantized = false;  ///< the parent is quantized
 };
 
 /// Up to four sets that will become the children of one node.
@@ -31,7 +31,7 @@ struct BvhChildSets {
     }
     return best;
   }
-  /// By decreasing area, so that the lane order is the order of likely hits. Equal areas keep their order.
+  /// Larger children first: a ray hits them with a higher probability. Stable.
   void sort_by_decreasing_area() {
     for (uint lane = 1; lane < count; ++lane) {
       for (uint at = lane; at > 0 && set[at].area > set[at - 1].area; --at) std::swap(set[at], set[at - 1]);
@@ -39,7 +39,7 @@ struct BvhChildSets {
   }
 };
 
-/// One large child subtree. The driver waits for the whole group, so `build` and the parent outlive every task.
+/// Builds one large child subtree. The driver waits for all tasks, so `build` and the parent outlive each of them.
 template <uint width>
 template <class Split>
 class GasBvh<width>::BuildTask final : public GasTask {
@@ -49,7 +49,7 @@ class GasBvh<width>::BuildTask final : public GasTask {
       : build_(build), place_(place), depth_(depth), pass_(pass), set_(set) {}
 
  private:
-  /// Touches worker `thread_index`'s own pools and one slot that no other task writes: no lock needed.
+  /// Writes the pools of worker `thread_index` and one slot that no other task writes: no lock.
   void work(const uint& thread_index) override;
 
   BvhBuildCtx<Split>& build_;
@@ -64,8 +64,8 @@ class BvhSubtreeBuilder {
  public:
   BvhSubtreeBuilder(BvhBuildCtx<Split>& build, uint worker) : build_(build), worker_(build.workers[worker]) {}
 
-  /// Builds the subtree over `set` and stores its reference at `place`. Throws when memory runs out or the application
-  /// asks to stop: the whole build is then given up.
+  /// Builds the subtree over `set` and stores its reference at `place`. Throws std::bad_alloc, and
+  /// AppStopped when the application requests a stop; the build then ends.
   void build_subtree(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set) {
     worker_.split_ctx.check_stop();
     BvhChildSets children;
@@ -84,7 +84,8 @@ class BvhSubtreeBuilder {
   }
 
  private:
-  /// Splits the set, then the largest part, until there are four or none will split. False when not even the set will.
+  /// Splits the set, then repeatedly the largest part, until there are four parts or none can be split. False when the
+  /// set itself is not split.
   bool split_children(BvhChildSets& children, bool& aligned, uint depth) {
     SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
     while (children.count < 4) {
@@ -103,8 +104,8 @@ class BvhSubtreeBuilder {
     return children.count > 1;
   }
 
-  /// A frame near the end of the float range has no finite step, so nothing could be told apart in it: such a node
-  /// stays aligned, unless its parent is quantized already and so has a frame of finite step itself.
+  /// A frame near the end of the float range has an infinite quantization step. Such a node stays aligned, unless its
+  /// parent is quantized: the parent's frame is larger and has a finite step.
   bool is_quantized(uint depth, BvhBuildFlags flags, const GMathBbox3<float>& frame) const {
     if (depth + 1 < build_.quantization_depth || !flags.may_quantize) return false;
     if (flags.below_quantized) return true;
@@ -140,8 +141,8 @@ class BvhSubtreeBuilder {
       build_child({&node.child[lane], nullptr, 0}, depth, {true, false}, set, children.set[lane]);
   }
 
-  /// Each child's box is replaced by the one that decoding gives, so that everything built inside it sees the box that
-  /// a ray will see. An aligned parent is told of the longer frame when the tree is finalized.
+  /// Each child's box is replaced by the decoded one, so that its descendants are quantized against the box that a ray
+  /// decodes. Finalize writes the enlarged frame into an aligned parent.
   void build_quantized(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set,
                        BvhChildSets& children) {
     BvhNodeQuantized& node = new_node(worker_.quantized, BvhChildRef::quantized_bit, children.count, place);
@@ -159,8 +160,8 @@ class BvhSubtreeBuilder {
       build_child({nullptr, &node, lane}, depth, {true, true}, set, children.set[lane]);
   }
 
-  /// Each child gets the frame in which its items' box is tight. No child is quantized: a lane is not a box along the
-  /// world's axes, which is what a quantized child would be decoded against.
+  /// Each lane is the tight box of its items in a frame of their own. No child is quantized: a quantized child is
+  /// decoded against a box along the world's axes, which an oriented lane is not.
   void build_oriented(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
     if constexpr (requires { worker_.split.refit(worker_.split_ctx, children.set[0], nullptr); }) {
       BvhNodeOriented& node = new_node(worker_.oriented, BvhChildRef::oriented_bit, children.count, place);
@@ -182,7 +183,7 @@ class BvhSubtreeBuilder {
     }
   }
 
-  /// In place, or as a task when the parent's set is large. A task never waits for its children.
+  /// Builds the child on this thread, or as a task when the parent's set is large. A task never waits for its children.
   void build_child(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& parent,
                    const GasBvhSplitSetGeom& child) {
     using Task = typename GasBvh<4>::template BuildTask<Split>;

@@ -9,10 +9,10 @@
 
 namespace {
 
-constexpr float min_share = 0.001f;   // of the root: smaller subtrees are not cut any further
-constexpr float max_coverage = 0.7f;  // children that fill their parent this much make it stay whole
+constexpr float min_share = 0.001f;   // of the root's size: smaller subtrees are not divided
+constexpr float max_coverage = 0.7f;  // a node that its children fill to this share stays whole
 
-/// Volume and face areas of a box, inverted extents counting as 0: the measures by which boxes are compared.
+/// Volume and face areas of a box, an inverted extent as 0.
 struct Measures {
   float value[4];  ///< volume, then the faces xy, yz, xz
 
@@ -27,7 +27,7 @@ struct Measures {
   }
 };
 
-/// Smallest of part / whole over the measures in which the whole is not 0. A whole without volume counts as filled.
+/// Smallest of part / whole over the measures in which the whole is not 0. A whole without volume gives the ratio 1.
 float get_smallest_ratio(const float (&part)[4], const Measures& whole) {
   float smallest = whole.value[0] > 0.0f ? part[0] / whole.value[0] : 1.0f;
   for (uint k = 1; k < 4; ++k) {
@@ -77,7 +77,7 @@ class Clustering {
   }
 
  private:
-  /// Appends handles that cover the node, or says that it should stay whole.
+  /// Appends handles that cover the node. False, and none appended, when it should stay one cluster.
   bool expand(BvhChildRef ref, const GMathBbox3<float>& box, uint depth) {
     const BvhNodeAligned& node = tree_.aligned[ref.index];
     uint expanded = 0;
@@ -117,14 +117,14 @@ class Clustering {
 };
 
 float get_tree_weight(const GasBvh<4>& tree) {
-  if (tree.item_words == nullptr) return static_cast<float>(tree.item_count) * tree.parameter0;
+  if (tree.item_weight_bits == nullptr) return static_cast<float>(tree.item_count) * tree.uniform_item_weight;
   double sum = 0.0;
-  for (u32 item = 0; item < tree.item_count; ++item) sum += std::bit_cast<float>(tree.item_words[item]);
+  for (u32 item = 0; item < tree.item_count; ++item) sum += std::bit_cast<float>(tree.item_weight_bits[item]);
   return static_cast<float>(sum);
 }
 
 /// Weights of all subtrees, filled from the leaves up: a child's index is above its parent's of the same kind, but
-/// kinds may alternate, so the order comes from a walk.
+/// kinds may alternate, so that the order must come from a traversal.
 class SubtreeWeights {
  public:
   explicit SubtreeWeights(const GasBvh<4>& tree)
@@ -157,10 +157,10 @@ class SubtreeWeights {
   float get(BvhChildRef ref) {
     if (ref.get_count() == 0) return 0.0f;
     if (!ref.is_leaf()) return get_entry(ref);
-    if (tree_.item_words == nullptr) return static_cast<float>(ref.get_count()) * tree_.parameter0;
+    if (tree_.item_weight_bits == nullptr) return static_cast<float>(ref.get_count()) * tree_.uniform_item_weight;
     float sum = 0.0f;
     for (uint k = 0; k < ref.get_count(); ++k)
-      sum += std::bit_cast<float>(tree_.item_words[tree_.order[ref.index + k]]);
+      sum += std::bit_cast<float>(tree_.item_weight_bits[tree_.order[ref.index + k]]);
     return sum;
   }
 
@@ -218,7 +218,7 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
 }
 
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights) {
-  std::optional<SubtreeWeights> subtrees;  // a walk over the tree, which the whole tree's weight does without
+  std::optional<SubtreeWeights> subtrees;  // a traversal; the weight of the whole tree does not need it
   for (uint k = 0; k < clusters.get_count(); ++k) {
     const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
     if (!start.is_root && !subtrees) subtrees.emplace(tree);

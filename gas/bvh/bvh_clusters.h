@@ -1,8 +1,8 @@
 // gas/bvh/bvh_clusters.h
 //
-// Cutting a tree into clusters: a few subtrees that together hold every item once. The cut goes down while subtrees are
-// large, and stops where a node's children together fill it almost as much as it fills itself: there a finer cut would
-// buy nothing. A handle names one lane of one aligned node (BvhClusterHandle); null stands for the whole tree.
+// Clusters: a few subtrees that together hold every item once. A subtree is divided further while it is large and its
+// children leave much of it empty; where they fill it, smaller clusters would not be tighter. A handle names one lane
+// of one aligned node (BvhClusterHandle); null is the whole tree.
 //
 //   root --expanded--> child kept whole beside expanded siblings    handle, second byte 1
 //                      child expanded --> none of its own expanded  a handle per lane, second byte 0
@@ -12,8 +12,8 @@
 #include "vq_core/core_array.h"
 
 /// Appends handles that cover the tree: about `count` of them, never more than 4 to the power of floor(log4 count). An
-/// empty tree appends nothing, and so does one for whose handles there is no memory; a tree that is not worth cutting,
-/// one null handle. Cost: O(handles).
+/// empty tree appends nothing, and so does one when there is no memory for the handles; a tree that is not worth
+/// dividing appends one null handle. Cost: O(handles).
 void bvh_get_clusters(const GasBvh<4>& tree, uint count, CoreVector<void*>& clusters);
 
 /// One box per handle: the named lane's, or the whole tree's for a null handle. A handle that names no node of the tree
@@ -25,6 +25,6 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
                                 float fraction, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes);
 
 /// One weight per handle: the sum over its items of their own weights, or of the tree's uniform one. A handle that
-/// names nothing weighs 0; subtrees weigh 1 where there is no memory. Cost: O(nodes), once for all handles, unless they
-/// are all null.
+/// names no node has weight 0. Without memory for the sums, subtrees have weight 1. Cost: O(nodes) once for all
+/// handles, less if all are null.
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights);

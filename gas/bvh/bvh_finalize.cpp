@@ -26,7 +26,8 @@ class Finalizer {
   }
 
  private:
-  /// Copies the node of a tagged reference to the next place of its kind and returns the final reference. Leaves stay.
+  /// Copies the node of a tagged reference to the end of the array of its kind and returns the final reference. Leaves
+  /// do not change.
   BvhChildRef move_node(BvhChildRef ref) {
     const BvhKind kind = ref.get_kind();
     if (kind == BvhKind::leaf) return ref;

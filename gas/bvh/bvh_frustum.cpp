@@ -1,4 +1,4 @@
-// How a frustum walks a tree: any order will do, so the stack is plain; what lies wholly inside needs no more tests.
+// Frustum traversal. The order of visits does not matter; a subtree inside all planes is not tested again.
 #include <new>
 
 #include "gas/bvh/bvh_kernel.h"
@@ -14,11 +14,10 @@ namespace {
 struct FrustumEntry {
   BvhChildRef ref;
   GMathBbox3<float> box;
-  GeometryBoxPlace place;  ///< inside or outside: and so is everything in the box
+  GeometryBoxPlace place;  ///< inside or outside holds for the whole subtree
 };
 
-/// The box of an oriented lane as a corner and three edges. It was made larger than its items by more than its frame
-/// was rounded.
+/// The box of an oriented lane as a corner and three edges. Its slack is larger than the rounding of its frame.
 struct OrientedBox {
   GMathVec3<double> corner, edges[3];
 
@@ -88,7 +87,7 @@ class FrustumTraversal {
   GeometryBoxPlace classify(const GMathBbox3<float>& box) const { return query_.classify(box); }
   static bool is_known(const FrustumEntry& at) { return at.place != GeometryBoxPlace::straddling; }
 
-  /// @param box  what a quantized child is decoded against
+  /// @param box  a quantized child is decoded against it
   void visit_child(BvhChildRef ref, const GMathBbox3<float>& box, GeometryBoxPlace place) {
     const bool all_count = query_.mode == static_cast<uint>(GeometryFrustumMode::all);
     if (place == GeometryBoxPlace::outside && (!all_count || query_.result.outside != 0)) return;

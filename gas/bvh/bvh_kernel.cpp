@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Gives the query its active range back.
+/// Restores the query's active range.
 class ActiveRangeScope {
  public:
   explicit ActiveRangeScope(GeometryRaytraceCtx& query)
@@ -25,7 +25,7 @@ class ActiveRangeScope {
   const uint first_, last_;
 };
 
-/// A query that was begun for the nearest hit has a record a ray, one for all hits a flag word a ray.
+/// A nearest-hit query has one record per ray, an all-hits query one flag word per ray.
 template <BvhHits hits>
 bool is_begun_for(const GeometryRaytraceCtx& query) {
   return hits == BvhHits::nearest ? query.is_nearest() : !query.is_nearest() && query.ray_flags != nullptr;
@@ -57,7 +57,7 @@ template <BvhHits hits, BvhTime time, BvhVisits visits>
 void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
                    GeometryRaytraceCtx& query) {
   if (target.tree.oriented_count > 0) {
-    // Queries for all hits have no oriented test, on purpose; see gas_fur.h for what that means to callers.
+    // Queries for all hits have no oriented test, on purpose; gas_fur.h states the consequence for callers.
     constexpr BvhKinds kinds = hits == BvhHits::nearest ? BvhKinds::all : BvhKinds::oriented_taken_as_aligned;
     traverse_rays<hits, time, visits, kinds>(target, start, ctx, shader, query);
   } else if (target.tree.quantized_count == 0) {

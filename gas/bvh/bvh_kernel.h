@@ -1,14 +1,14 @@
 // gas/bvh/bvh_kernel.h
 //
-// How rays walk a tree. One loop, compiled for each way a query can differ:
+// Ray traversal. One loop, compiled for each variant of a query:
 //
 //   hits     all: every leaf in the ray's interval        nearest: nearer children first, the interval shrinks
-//   time     still: boxes as built                        moving: boxes blended between two motion samples
+//   time     still: static boxes, as built                moving: boxes blended between two motion samples
 //   visits   uncounted                                    counted: nodes and leaves per ray, for pictures and tuning
 //   kinds    aligned nodes alone                          8-bit nodes among them, oriented ones too
 //
-// A kernel knows planes and references; what a leaf holds is its leaf function's affair. Queries only read the tree, so
-// any number of threads may run kernels at once, each with its own CtxShader and query.
+// A kernel knows only planes and references; leaf callbacks test the items. Queries only read the tree, so that any
+// number of threads may run kernels at once, each with its own CtxShader and query.
 #pragma once
 #include "gas/bvh/gas_bvh.h"
 #include "gas/bvh/gas_bvh_motion.h"
@@ -19,40 +19,40 @@ class CtxShader;
 class GeometryFrustumCtx;
 class GeometryRaytraceCtx;
 
-/// Called with the items of a leaf that the query's active rays reach.
+/// Leaf callback: receives the items of a leaf that the query's active rays reach. `user` is the pointer given with it.
 using BvhRayLeafFunction = void (*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, const CoreBasicArray<uint>& leaf,
                                     void* user);
 using BvhFrustumLeafFunction = void (*)(const CtxEval&, CtxShader&, GeometryFrustumCtx&,
                                         const CoreBasicArray<uint>& leaf, void* user);
 
-/// What a structure does with its leaves, in this order.
+/// The leaf callbacks of one structure, in this order.
 struct BvhLeafFunctions {
-  BvhRayLeafFunction ray = nullptr;
-  BvhRayLeafFunction nearest = nullptr;
-  void* ray_user = nullptr;
+  BvhRayLeafFunction ray = nullptr;      ///< all-hits queries
+  BvhRayLeafFunction nearest = nullptr;  ///< nearest-hit queries
+  void* ray_user = nullptr;              ///< passed to both
   BvhFrustumLeafFunction frustum = nullptr;
   void* frustum_user = nullptr;
 };
 
 enum class BvhHits { all, nearest };
 
-/// What one query traverses.
+/// What one query traverses: tree, motion samples, leaf callbacks.
 struct BvhTarget {
   const GasBvh<4>& tree;
-  const GasBvhMotion<4>* motion;  ///< refitted samples of the tree, or null for the boxes at rest
+  const GasBvhMotion<4>* motion;  ///< refitted samples of the tree, or null for static boxes
   const BvhLeafFunctions& leaf;
 };
 
-/// Walks every ray of the query's active range through the tree and calls the leaf function for each leaf reached, with
-/// the active range narrowed to the ray. A tree that is one leaf has it called once, for the whole range. Starts at the
-/// query's cluster when that names a node of this tree; a handle that is tagged as one but names none hits nothing, and
-/// neither does a query that was begun for the other kind of hits. Leaves the active range as it was, also when a leaf
-/// function throws.
+/// Traverses the tree with every ray of the query's active range and calls the leaf callback for each leaf reached,
+/// with the active range narrowed to that ray. If the start is a leaf, the callback is called once, for the whole
+/// range. Starts at the query's cluster, or at the root. No hits for a cluster handle that names no node of this tree,
+/// and for a query that was begun for the other kind of hits. The active range is restored, also when a callback
+/// throws.
 ///
-/// Boxes are tested in single precision, the ray rounded outwards, so that none slips between two boxes that meet; an
-/// interval's end is at most the largest finite float. In a nearest
-/// query subtrees behind the recorded hit are skipped, one at the very distance is not. Does not allocate once the
-/// thread's scratch has grown to the tree's depth; before, it may throw std::bad_alloc. Sources: Kay, Kajiya 1986
+/// Boxes are tested in single precision with the ray rounded outwards, so that no ray passes between two boxes that
+/// meet. The end of an interval is clamped to the largest finite float. A nearest query skips subtrees behind the
+/// recorded hit, but not those at the same distance. Allocates only while the thread's scratch is smaller than the
+/// tree's depth requires, and may then throw std::bad_alloc. Sources: Kay, Kajiya 1986
 /// (slabs); Dammertz, Hanika, Keller 2008 (four-wide, nearest first).
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query);
@@ -60,8 +60,8 @@ void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader,
 extern template void bvh_ray_hit<BvhHits::all>(const BvhTarget&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
 extern template void bvh_ray_hit<BvhHits::nearest>(const BvhTarget&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&);
 
-/// Calls the frustum leaf function for every leaf whose box is not wholly behind one of the query's planes. Boxes
-/// wholly inside have their subtrees taken without further tests. Mode any ends when the query says it has seen enough.
-/// Mode all covers the whole tree whatever cluster the query names, and goes on into subtrees behind a plane until the
-/// query is marked: only the leaf function knows whether an item there counts.
+/// Calls the frustum leaf function for every leaf whose box is not wholly behind one of the query's planes. A
+/// subtree whose box is inside all planes is visited without further tests. Mode any ends when result.finished is set.
+/// Mode all ignores the query's cluster and visits subtrees behind a plane too, until result.outside is set: only the
+/// leaf callback knows whether an item there is visible to the query.
 void bvh_frustum_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query);

@@ -3,15 +3,15 @@
 // The traversal loop and its steps. Included by bvh_kernel.cpp, which instantiates every variant once.
 //
 //   bvh_load_ray            the ray in single precision, rounded outwards
-//   traverse_ray            pops what waits, nearest on top
+//   traverse_ray            pops entries from the stack, nearest first
 //     descend               from node to nearest hit child, down to a leaf
 //       bvh_pick_planes     near and far planes of four children as stored,
 //       bvh_decode_planes   or from 8 bits;
 //       bvh_blend_lanes     those of two motion samples blended in time
 //       bvh_test_lanes      four slab tests at once;
-//       bvh_test_oriented   four boxes that each have a frame of their own
-//       take_nearest        orders the hit children; the others wait on the stack
-//     visit_leaf            the structure's leaf function
+//       bvh_test_oriented   four oriented boxes, each in its own frame
+//       take_nearest        continues with the nearest hit child, pushes the others
+//     visit_leaf            the structure's leaf callback
 //
 // The loop is bound by the latency of these dependent steps and by mispredicted branches, then by cache misses; hence
 // planes picked by an offset per axis rather than by a blend, the pair of hit children ordered without a branch, and
@@ -29,7 +29,7 @@
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
 enum class BvhVisits { uncounted, counted };
-/// Which inner nodes a tree can hold, and how they are taken.
+/// The kinds of inner nodes in the tree, and how oriented references are read.
 enum class BvhKinds {
   aligned,                    ///< a tree without 8-bit nodes, as all small ones are, needs no boxes on the stack
   aligned_and_quantized,      ///< 8-bit nodes too
@@ -37,7 +37,7 @@ enum class BvhKinds {
   oriented_taken_as_aligned,  ///< oriented references lead to the aligned node of the same index
 };
 
-/// A child that waits for its turn. Its box matters only to quantized nodes, which are decoded against it; a moving ray
+/// A child to be visited later. The box is read only for quantized nodes, which are decoded against it; a moving ray
 /// needs it at both samples, because 8-bit planes of different frames cannot be blended before they are decoded.
 template <BvhTime time>
 struct BvhStackEntry {
@@ -45,17 +45,17 @@ struct BvhStackEntry {
   GMathBbox3<float> box[time == BvhTime::moving ? 2 : 1];
   float distance;
 };
-/// Where oriented references are taken as aligned ones a path may lead anywhere, back to its own beginning too: it goes
-/// on only to aligned nodes behind the last one on it.
+/// When oriented references are read as aligned ones, a path can form a cycle. To end it, a path continues only to
+/// aligned nodes of a higher index than the last one.
 template <BvhTime time>
 struct BvhGuardedStackEntry : BvhStackEntry<time> {
-  u32 first_allowed = 0;  ///< lowest index of an aligned node that may follow
+  u32 first_allowed = 0;  ///< lowest index of an aligned node that may be visited
 };
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
 
-/// Where the memory of a reference lies, by its three kind bits: base, bytes per index, and how far the second cache
-/// line is that is worth having. An oriented node has two more. A table, because a branch on the kind would be
-/// mispredicted as often as not.
+/// Address of a referenced node or leaf, by the reference's three kind bits: base, bytes per index, and the offset of a
+/// second cache line to prefetch. (An oriented node has two more lines.) A table, because a branch on the kind would be
+/// mispredicted half of the time.
 struct BvhPrefetchTable {
   struct Row {
     std::uintptr_t base;
@@ -112,7 +112,7 @@ class BvhTraversal {
         stack_(stack.data()),
         stack_end_(stack.data() + stack.size()) {}
 
-  /// Walks ray `ray` from `start`, which is a node.
+  /// Traverses the tree with ray `ray` from `start`, which is an inner node.
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
     float limit = bvh_clamp_limit(query_.get_limit(ray));
@@ -141,7 +141,7 @@ class BvhTraversal {
   }
 
  private:
-  /// Of everything at the ray's time.
+  /// A box around the whole tree at both motion samples of the ray.
   GMathBbox3<float> get_bounds(uint ray) const {
     if constexpr (time == BvhTime::still) return tree_.box;
     GMathBbox3<float> bounds = motion_->get_bbox(query_.spans[ray].first);
@@ -163,11 +163,12 @@ class BvhTraversal {
     return at;
   }
 
-  /// Follows the nearest hit child down to a leaf; its siblings wait on the stack. False when a node's children are all
-  /// missed.
+  /// Descends to a leaf by the nearest hit child of each node and pushes the siblings. False when all children of a
+  /// node are missed.
   [[gnu::always_inline]] bool descend(const BvhRay& ray, Entry& at, Entry*& top) {  // as a call: 10 to 18 % slower
     for (;;) {
-      // Aligned first, as most nodes are; of curves most are oriented.
+      // Oriented first when the tree has such nodes, as most are in trees over curves; then aligned, the most frequent
+      // kind.
       const u32 kind = at.ref.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
       if (kinds == BvhKinds::all && (at.ref.word & BvhChildRef::oriented_bit)) {
         if (!step_oriented(ray, at, top)) return false;
@@ -216,7 +217,7 @@ class BvhTraversal {
     count_node();
     const u32 index = at.ref.index;
     const BvhNodeQuantized& node = tree_.quantized[index];
-    const uint used_lanes = (1u << at.ref.get_count()) - 1;  // in a flat frame an unused lane decodes to a point
+    const uint used_lanes = (1u << at.ref.get_count()) - 1;  // in a frame of extent 0 an unused lane is not inverted
     SimdF entry;
     uint mask;
     if constexpr (time == BvhTime::still) {
@@ -227,7 +228,7 @@ class BvhTraversal {
       mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
     }
     const auto get_child = [&](uint lane) { return node.get_child(lane); };
-    // The child's frame is decoded from this node's own, which `at` still holds while siblings are pushed.
+    // A copy of this node's frame: take_nearest() overwrites `at`.
     GMathBbox3<float> frame[time == BvhTime::still ? 1 : 2];
     std::copy(std::begin(at.box), std::end(at.box), frame);
     const auto write_box = [&](Entry& to, uint lane) {
@@ -281,7 +282,7 @@ class BvhTraversal {
     const uint second = static_cast<uint>(std::countr_zero(mask));
     mask &= mask - 1;
     if (mask == 0) {
-      // Which one is nearer is a coin toss that no predictor learns: no branch.
+      // No branch: which child is nearer is unpredictable.
       const bool first_is_nearer = distance[first] < distance[second];
       const uint nearer = first_is_nearer ? first : second;
       const uint farther = first ^ second ^ nearer;
@@ -314,7 +315,7 @@ class BvhTraversal {
     return true;
   }
 
-  /// The stack was sized from the tree's depth, so there is always room on a path that leads down.
+  /// The stack's size is computed from the tree's depth: it overflows only on a guarded path, which may be longer.
   template <class GetChild, class WriteBox>
   void push(Entry*& top, uint lane, const float (&distance)[4], const GetChild& get_child, const WriteBox& write_box) {
     if (is_guarded && top == stack_end_) return;
@@ -325,7 +326,7 @@ class BvhTraversal {
     to.distance = distance[lane];
   }
 
-  /// False when the ray has seen enough.
+  /// Calls the leaf callback. False when the ray is ended by its stop flag.
   bool visit_leaf(BvhChildRef leaf, uint ray) {
     if constexpr (visits == BvhVisits::counted) ++query_.visits[ray].leaves;
     range_.set_view(tree_.order + leaf.index, leaf.get_count());

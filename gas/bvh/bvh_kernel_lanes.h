@@ -1,14 +1,14 @@
 // gas/bvh/bvh_kernel_lanes.h
 //
-// What a ray meets of four children: the ray in single precision, planes as the nodes hold them, and the two tests.
+// Box tests of one ray against four children: the ray in single precision, the planes as stored, and the two tests.
 //
 //   bvh_load_ray            the ray, rounded outwards
 //   bvh_pick_planes         near and far planes of four children as stored,
 //   bvh_decode_planes       or from 8 bits;
 //   bvh_blend_lanes         those of two motion samples blended in time
 //   bvh_test_lanes          four slab tests at once
-//   bvh_load_oriented_ray   the ray not inverted, from its point nearest to the origin,
-//   bvh_test_oriented       and four slab tests in frames of the lanes' own
+//   bvh_load_oriented_ray   origin and direction, from the ray's point nearest to the world's origin
+//   bvh_test_oriented       four slab tests, each in the frame of its lane
 //
 // Included by bvh_kernel_impl.h only.
 #pragma once
@@ -22,20 +22,20 @@
 
 enum class BvhTime { still, moving };
 
-/// One ray in single precision, as the node test wants it. Origin and inverse direction are rounded once towards an
-/// earlier entry and once towards a later exit, far enough that no rounding in the slab test can part a ray from a box
-/// that it touches (Ize 2013, "Robust BVH Ray Traversal"): rays aimed at an edge or a vertex would otherwise slip
-/// between the two boxes that meet there, several in a hundred on a mesh of flat boxes.
+/// One ray in single precision for the node test. Origin and inverse direction are stored twice: moved towards an
+/// earlier entry, and towards a later exit. The slack covers all rounding of the slab test, so that a ray never misses
+/// a box that it touches (Ize 2013, "Robust BVH Ray Traversal"). Without it, several percent of the rays aimed at an
+/// edge or a vertex of a mesh with flat boxes miss both boxes that meet there.
 struct BvhRay {
   SimdF near_origin[3], near_inverse[3];
   SimdF far_origin[3], far_inverse[3];
   SimdF t_near, t_far;
-  uint near_plane[3], far_plane[3];  ///< which of the six planes the ray meets first and last, per axis
+  uint near_plane[3], far_plane[3];  ///< index of the plane that the ray crosses first and last, per axis
   uint sample[2];                    ///< moving: the two motion samples around the ray's time
-  SimdF sample_weight[2];            ///< moving: their shares
+  SimdF sample_weight[2];            ///< moving: their blend weights
 };
 
-/// Planes of four boxes in the order in which the ray meets them.
+/// Planes of four boxes, sorted by the sign of the ray's direction.
 struct BvhLanes {
   SimdF near[3], far[3];
   SimdF min_x, max_x;
@@ -53,14 +53,14 @@ inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
   axes[2] = broadcast<2>(v);
 }
 
-/// How far blending between two samples may move a plane of a box within the bounds: two rounded weights, two products
-/// and a sum lose at most 2^-22 of the larger plane, however small the other or the result.
+/// Largest rounding error of a blended plane, per axis: two rounded weights, two products and a sum are wrong by at
+/// most 2^-22 of the plane with the larger magnitude.
 inline SimdF bvh_get_blend_slack(const GMathBbox3<float>& bounds) {
   const auto get_reach = [&](uint axis) { return std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis])); };
   return SimdF(get_reach(0), get_reach(1), get_reach(2), 0.0f) * SimdF(0x1p-22f);
 }
 
-// As a call, which it would become with so many callers, it made short rays 8 % slower.
+// Inlined: as a call it makes short rays 8 % slower.
 /// @param bounds  moving: holds the whole tree at both samples around the ray's time
 template <BvhTime time>
 [[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit,
@@ -72,11 +72,11 @@ template <BvhTime time>
     return SimdF(static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z), 0.0f);
   };
   const SimdF origin = pack(record.origin), inverse = pack(record.inverse);
-  // Along the direction, so that the ray meets near planes earlier and far planes later. An infinite origin stays one.
+  // Along the direction: near planes are met earlier, far planes later. An infinite origin stays infinite.
   SimdF distance_slack = min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f);
   if constexpr (time == BvhTime::moving) distance_slack = distance_slack + bvh_get_blend_slack(bounds);
   const SimdF slack = copy_sign(distance_slack, inverse);
-  // Behind the origin a smaller factor would mean a later entry; there the origin's slack must do.
+  // For negative distances a smaller factor would give a later entry: no slack on the inverse, only on the origin.
   const float inverse_slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
   bvh_spread(origin + slack, out.near_origin);
   bvh_spread(origin - slack, out.far_origin);
@@ -152,22 +152,21 @@ inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry)
     entry = max((box.near[axis] - ray.near_origin[axis]) * ray.near_inverse[axis], entry);
     exit = min((box.far[axis] - ray.far_origin[axis]) * ray.far_inverse[axis], exit);
   }
-  // Only a NaN ray needs the second term: it passes every slab, and an unused lane would lead it back to node 0. A lane
-  // whose planes are NaN, as infinite ones are when they are blended or decoded, is no unused lane.
+  // The second term is for rays with a NaN: they pass every slab, and the reference 0 of an unused lane would lead back
+  // to node 0. NaN planes (infinite ones after blending or decoding) do not make a lane unused.
   return ((entry <= exit) & is_not_greater(box.min_x, box.max_x)).get_bits();
 }
 
-/// The same ray as oriented lanes want it: not inverted, because each lane has axes of its own, and starting where it
-/// is nearest to the world's origin. From there no term of the test is larger than the distance from the origin to what
-/// the ray meets, by which the lanes' boxes were made larger than their items (bvh_oriented.h), however far the ray's
-/// own origin and the rest of the tree may be.
+/// The ray for oriented lanes. The direction is not inverted, because each lane has its own axes. The start is the
+/// ray's point nearest to the world's origin: then no term of the test exceeds the distance of the box from the origin,
+/// and the slack of the lanes (bvh_oriented.h) covers the rounding however far away the ray's own origin is.
 struct BvhOrientedRay {
   SimdF origin[3], direction[3];
-  SimdF t_near, t_far;  ///< from the new start
-  SimdF start;          ///< distance of the new start, rounded down
-  double exact_start;
+  SimdF t_near, t_far;  ///< distances from the new start
+  SimdF start;          ///< ray distance of the new start, rounded down
+  double exact_start;   ///< not rounded
 
-  /// @param distance  along the ray as it was
+  /// @param distance  from the original origin
   void set_limit(double distance) {
     const double limit = distance - exact_start;
     t_far = SimdF(bvh_clamp_limit(limit + std::fabs(limit) * 0x1p-23));
@@ -177,7 +176,7 @@ struct BvhOrientedRay {
 inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, double tnear, double limit) {
   const auto round_down = [](double t) { return SimdF(static_cast<float>(t - std::fabs(t) * 0x1p-23)); };
   BvhOrientedRay out;
-  // In double precision, in which the items' own tests take the ray from where it comes.
+  // Double precision: the items are tested against the original ray in double precision, too.
   out.exact_start = -ray.origin.dot(ray.direction) / ray.direction.dot(ray.direction);
   const GMathVec3<double> origin = ray.origin + ray.direction * out.exact_start;
   for (uint axis = 0; axis < 3; ++axis) {
@@ -190,13 +189,13 @@ inline BvhOrientedRay bvh_load_oriented_ray(const GMathBasicRay<double>& ray, do
   return out;
 }
 
-/// One row of the frames of four lanes: where the ray is between two planes of it.
+/// The distances at which a ray crosses two parallel planes, for one axis of four lane frames.
 struct BvhOrientedSlab {
   SimdF near, far;
   SimdF speed;  ///< magnitude of the ray's direction along the row
 };
 
-/// Planes at `low` and `high`; the unit cube's are at 0 and 1.
+/// The planes are at `low` and `high` in the lane's frame; 0 and 1 for the unit cube.
 /// @param row  coefficients of x, y, z, then the offset
 inline BvhOrientedSlab bvh_cross_slab(const float (*row)[4], const SimdF& low, const SimdF& high,
                                       const BvhOrientedRay& ray) {
@@ -209,7 +208,7 @@ inline BvhOrientedSlab bvh_cross_slab(const float (*row)[4], const SimdF& low, c
   return {min(t_low, t_high), max(t_low, t_high), abs(d)};
 }
 
-/// Where the box of a lane lies in the lane's own frame: the unit cube, or blended between two motion samples.
+/// The box of a lane in the lane's frame: the unit cube when static, blended between two motion samples when moving.
 struct BvhUnitCubes {
   SimdF get_low(uint /*row*/) const { return SimdF(0.0f); }
   SimdF get_high(uint /*row*/) const { return SimdF(1.0f); }

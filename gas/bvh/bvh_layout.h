@@ -8,7 +8,7 @@
 //   BvhNodeOriented   224 B, array aligned to 32   one affine frame per lane, then 4 references
 //
 // Children fill the first lanes. An unused lane is an inverted box (min > max) with reference 0: no ray hits it.
-// Written by bvh_builder.h, refitted by gas_bvh_motion.h, walked by bvh_kernel.h. Sources: Dammertz, Hanika,
+// Written by bvh_builder.h, refitted by gas_bvh_motion.h, traversed by bvh_kernel.h. Sources: Dammertz, Hanika,
 // Keller 2008 (four-wide); Ylitie, Karras, Laine 2017 (8-bit boxes); Woop et al. 2014 (oriented boxes).
 #pragma once
 #include <cfloat>
@@ -19,7 +19,7 @@
 
 enum class BvhKind { aligned, quantized, oriented, leaf };
 
-/// Handle to one child: a node of any kind, or a leaf. All zero is the empty slot.
+/// Reference to one child: a node of any kind, or a leaf. All bits zero: an empty slot.
 struct BvhChildRef {
   u32 index = 0;  ///< into the array of its kind; of a leaf, first position in the item order
   u32 word = 0;   ///< bits 0-7 count of children or items, then one bit per kind (below)
@@ -62,11 +62,11 @@ struct alignas(64) BvhNodeAligned {
   BvhChildRef child[4];
 };
 
-/// Its planes are in 255ths of the frame that the parent's lane box is.
+/// Planes in units of 1/255 of the frame: the lane's box in the parent.
 struct alignas(16) BvhNodeQuantized {
   BvhLaneBytes lanes;
-  u32 child_index[4];  ///< the children's references, taken apart: index here,
-  u16 child_word[4];   ///< and the word's low half here
+  u32 child_index[4];  ///< index of each child reference
+  u16 child_word[4];   ///< low 16 bits of its word
 
   constexpr BvhChildRef get_child(uint lane) const { return {child_index[lane], child_word[lane]}; }
   constexpr void set_child(uint lane, BvhChildRef ref) {
@@ -86,7 +86,7 @@ static_assert(offsetof(BvhNodeAligned, child) == 96 && offsetof(BvhNodeOriented,
 static_assert(offsetof(BvhNodeQuantized, child_index) == 24 && offsetof(BvhNodeQuantized, child_word) == 40);
 static_assert(alignof(BvhNodeAligned) == 64 && alignof(BvhNodeQuantized) == 16 && alignof(BvhNodeOriented) == 32);
 
-/// A handle that names one child of one aligned node, as clusters are handed out:
+/// A cluster handle: names one child of one aligned node.
 ///
 ///   63 .. 56   55 .. 48                                47 .. 32   31 .. 0
 ///   tag 0xBC   1: kept whole beside expanded siblings   lane       index of the aligned node

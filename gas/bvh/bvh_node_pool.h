@@ -1,7 +1,7 @@
 // gas/bvh/bvh_node_pool.h
 //
-// Where one build thread puts the nodes it makes until their number is known. Blocks of doubling size, so that a node
-// never moves (children on other threads write into it) and finding node i takes one bit scan:
+// The nodes made by one build thread, until finalize copies them. Blocks of doubling size, so that a node never moves
+// (tasks on other threads write into it) and finding node i takes one bit scan:
 //
 //   block 0: 64 nodes   block 1: 64   block 2: 128   block 3: 256 ...   node i is in block bit_width(i / 64)
 #pragma once

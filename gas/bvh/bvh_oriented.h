@@ -5,9 +5,9 @@
 //   u = row . x + offset          box in `space`: min .. max along three axes of unit length, extents e = max - min
 //   rows = inverse of the matrix whose columns are axis_i e_i          offset = - row . (sum of axis_i min_i)
 //
-// Builder and refit share the inverse. It is worked out in double precision, where the cofactors of even the flattest
-// box do not vanish, and rounded once. Both make boxes larger by all that rounding may take from a point of the box, so
-// that tests against them need no tolerance.
+// Builder and refit share the inverse. It is computed in double precision, in which the cofactors of very flat boxes do
+// not underflow, and rounded once. Both enlarge the boxes by the largest rounding error (slack), so that the tests need
+// no tolerance.
 #pragma once
 #include <algorithm>
 #include <cmath>
@@ -15,9 +15,8 @@
 #include "gas/bvh/bvh_layout.h"
 #include "vq_gmath/gmath_linear_space.h"
 
-/// Three vectors to the three vectors whose dot products with them are 1 for each with its own and 0 with the others:
-/// the rows of the inverse of the matrix whose columns they are, and the columns of the inverse when they are its rows.
-/// By cofactors over the determinant, which must not be 0.
+/// Inverse of the 3x3 matrix with the columns `from`: `to` receives its rows. (Given rows, it receives columns.) By
+/// cofactors divided by the determinant, which must not be 0.
 inline void bvh_invert(const GMathVec3<double> (&from)[3], GMathVec3<double> (&to)[3]) {
   const GMathVec3<double> cofactors = from[1].cross(from[2]);
   const double scale = 1.0 / from[0].dot(cofactors);
@@ -30,13 +29,13 @@ inline GMathVec3<double> bvh_get_row(const BvhNodeOriented& node, uint lane, uin
   return {node.rows[4 * row][lane], node.rows[4 * row + 1][lane], node.rows[4 * row + 2][lane]};
 }
 
-/// How far from a lane's box rounding may find a point of it, by the point's distance from the origin. The ray test
-/// takes the ray from its point nearest to the origin, so that no term exceeds that distance, and rounds at most some
-/// 20 times by 2^-24 of it; a moving ray some 30 times, that the frame was rounded included.
+/// Slack of a lane's box, relative to the distance of its items from the world's origin. The ray test starts at the
+/// ray's point nearest to the origin, so that no term exceeds that distance. It rounds at most about 20 times by 2^-24
+/// of it, for a moving ray about 30 times, the rounding of the frame included.
 inline constexpr double bvh_oriented_slack = 0x1p-19;
 
-/// Items farther from the origin stay out of oriented lanes: measured along axes of their own, or multiplied in the ray
-/// test, such coordinates may leave the range of floats.
+/// Items farther from the origin than this are not put into oriented lanes: rotated, or multiplied in the ray test,
+/// their coordinates could exceed the range of floats.
 inline constexpr double bvh_most_oriented_reach = 5e36;
 
 /// The distance from the origin to the farthest corner of a box.
@@ -46,8 +45,8 @@ inline double bvh_get_reach(const GMathBbox3<float>& box) {
   return corner.get_length();
 }
 
-/// Makes lane `lane` the frame of `box`, measured along `space`, for items no farther than `reach` from the origin. No
-/// extent may be 0.
+/// Writes the frame of `box`, whose coordinates are along `space`, into lane `lane`. `reach` is the largest distance of
+/// an item from the origin. No extent may be 0.
 inline void bvh_set_oriented_lane(BvhNodeOriented& node, uint lane, const GMathLinearSpace3<float>& space,
                                   const GMathBbox3<float>& box, double reach) {
   const double slack = bvh_oriented_slack * reach;

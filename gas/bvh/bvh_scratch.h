@@ -1,10 +1,10 @@
 // gas/bvh/bvh_scratch.h
 //
-// The memory in which one traversal keeps its stack.
+// Memory for the stack of one traversal.
 #pragma once
 #include "vq_ctx/ctx_shader.h"
 
-/// The thread's next free traversal scratch, taken for as long as this lives. Throws std::bad_alloc.
+/// Holds the thread's next free traversal scratch for its lifetime. Throws std::bad_alloc.
 class BvhScratch {
  public:
   explicit BvhScratch(CtxShader& shader) : shader_(shader), scratch_(shader.new_gas_traversal()) {}

@@ -1,16 +1,16 @@
 // gas/bvh/bvh_start.h
 //
-// Where a query or a cluster's box begins: at the root, or at the child that a cluster handle names.
+// The subtree that a query traverses: the whole tree, or a cluster.
 #pragma once
 #include "gas/bvh/gas_bvh.h"
 
-/// Where a query enters a tree: the root, or one lane of an aligned node when `cluster` is tagged as a handle of a
-/// four-wide tree. `ref` is empty when the handle names no node of this tree.
+/// Start of a traversal: the root, or one lane of an aligned node when `cluster` is tagged as a cluster handle. `ref`
+/// is empty when the handle names no node of this tree.
 struct BvhStart {
   BvhChildRef ref;
   GMathBbox3<float> box;
-  u32 node = 0;   ///< of a cluster: the aligned node, and
-  uint lane = 0;  ///< its lane
+  u32 node = 0;   ///< cluster: index of the aligned node
+  uint lane = 0;  ///< cluster: lane of that node
   bool is_root = true;
 };
 BvhStart bvh_find_start(const GasBvh<4>& tree, u64 cluster);

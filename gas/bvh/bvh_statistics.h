@@ -1,6 +1,6 @@
 // gas/bvh/bvh_statistics.h
 //
-// What a built tree looks like, in numbers: for reports, for tests, and for judging a split strategy.
+// Statistics of a built tree: for reports, for tests, and to compare split strategies.
 #pragma once
 #include "gas/bvh/gas_bvh.h"
 
@@ -16,5 +16,5 @@ struct BvhStatistics {
   double surface_area_cost = 0.0;
 };
 
-/// Walks the whole tree. Cost: O(nodes + items).
+/// Visits the whole tree. Cost: O(nodes + items).
 BvhStatistics bvh_compute_statistics(const GasBvh<4>& tree);

@@ -22,19 +22,19 @@ void copy(T* to, const T* from, std::size_t count) {
 
 template <uint width>
 GasBvh<width>::GasBvh(const GasBvh& other) {
-  if (!allocate_items(other.item_count, other.item_words != nullptr) ||
+  if (!allocate_items(other.item_count, other.item_weight_bits != nullptr) ||
       !allocate_nodes(other.aligned_count, other.quantized_count, other.oriented_count)) {
     clear();
     return;
   }
   copy(order, other.order, item_count);
-  if (item_words != nullptr) copy(item_words, other.item_words, item_count);
+  if (item_weight_bits != nullptr) copy(item_weight_bits, other.item_weight_bits, item_count);
   copy(aligned, other.aligned, aligned_count);
   copy(quantized, other.quantized, quantized_count);
   copy(oriented, other.oriented, oriented_count);
-  parameter0 = other.parameter0;
+  uniform_item_weight = other.uniform_item_weight;
   max_depth = other.max_depth;
-  parameter3 = other.parameter3;
+  quantization_depth = other.quantization_depth;
   frozen = other.frozen;
   copied_ = true;
   root = other.root;
@@ -73,14 +73,14 @@ void GasBvh<width>::swap(GasBvh& other) noexcept {
   std::swap(quantized, other.quantized);
   std::swap(oriented, other.oriented);
   std::swap(order, other.order);
-  std::swap(item_words, other.item_words);
+  std::swap(item_weight_bits, other.item_weight_bits);
   std::swap(item_count, other.item_count);
-  std::swap(parameter0, other.parameter0);
+  std::swap(uniform_item_weight, other.uniform_item_weight);
   std::swap(aligned_count, other.aligned_count);
   std::swap(quantized_count, other.quantized_count);
   std::swap(oriented_count, other.oriented_count);
   std::swap(max_depth, other.max_depth);
-  std::swap(parameter3, other.parameter3);
+  std::swap(quantization_depth, other.quantization_depth);
   std::swap(frozen, other.frozen);
   std::swap(root, other.root);
   std::swap(box, other.box);
@@ -94,13 +94,13 @@ void GasBvh<width>::clear() {
     core_aligned_free(quantized);
     core_aligned_free(oriented);
     core_aligned_free(order);
-    core_aligned_free(item_words);
+    core_aligned_free(item_weight_bits);
   }
   aligned = nullptr;
   quantized = nullptr;
   oriented = nullptr;
   order = nullptr;
-  item_words = nullptr;
+  item_weight_bits = nullptr;
   item_count = aligned_count = quantized_count = oriented_count = max_depth = 0;
   frozen = 0;
   copied_ = false;
@@ -111,21 +111,21 @@ void GasBvh<width>::clear() {
 template <uint width>
 u64 GasBvh<width>::get_array_bytes() const {
   return u64{aligned_count} * sizeof(Aligned) + u64{quantized_count} * sizeof(Quantized) +
-         u64{oriented_count} * sizeof(Oriented) + u64{item_count} * sizeof(u32) * (item_words != nullptr ? 2 : 1);
+         u64{oriented_count} * sizeof(Oriented) + u64{item_count} * sizeof(u32) * (item_weight_bits != nullptr ? 2 : 1);
 }
 
 template <uint width>
-bool GasBvh<width>::allocate_items(uint count, bool with_item_words) {
+bool GasBvh<width>::allocate_items(uint count, bool with_item_weight_bits) {
   if (!allocate(order, count, alignof(u32))) return false;
-  if (with_item_words && !allocate(item_words, count, alignof(u32))) return false;
+  if (with_item_weight_bits && !allocate(item_weight_bits, count, alignof(u32))) return false;
   item_count = count;
   return true;
 }
 
 template <uint width>
-void GasBvh<width>::drop_item_words() {
-  if (!frozen || copied_) core_aligned_free(item_words);
-  item_words = nullptr;
+void GasBvh<width>::drop_item_weight_bits() {
+  if (!frozen || copied_) core_aligned_free(item_weight_bits);
+  item_weight_bits = nullptr;
 }
 
 template <uint width>

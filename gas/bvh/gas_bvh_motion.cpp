@@ -127,7 +127,8 @@ GMathBbox3<float> GasBvhMotion<width>::make_frame(Scratch& scratch, BvhChildRef 
   return scratch.quantized[child.index] = bvh_make_frame(scratch.quantized[child.index]);
 }
 
-/// First to last: a quantized child's frame becomes the box that a ray will decode for it, before its own turn comes.
+/// First to last: each parent stores the decoded box of a quantized child as the child's frame before the child is
+/// processed.
 template <uint width>
 void GasBvhMotion<width>::quantize_lanes(Scratch& scratch, uint sample, std::span<const GMathBbox3<float>> item_boxes,
                                          AppProgressBar* progress) {

@@ -9,7 +9,7 @@
 //   root       [sample 0] .. [sample S-1]                                     24 B boxes
 //
 // A tree without oriented nodes is refitted from its items' boxes alone (gas_bvh_motion.cpp); oriented lanes keep their
-// axes and have their items measured anew along them (gas_bvh_motion_unaligned.cpp).
+// axes, and their items are measured again along them (gas_bvh_motion_oriented.cpp).
 //
 // Filled here, bottom-up (Wald, Boulos, Shirley 2007, "Ray Tracing Deformable Scenes Using Dynamic BVHs"); read by
 // bvh_kernel.h.
@@ -24,8 +24,8 @@
 class AppProgressBar;
 class SysThreadManager;
 
-/// How the owner of a tree measures items along the axes of a space (of unit length) at the sample that is being
-/// written: the box around all of them. Called on several threads at once.
+/// Callback to the owner of a tree: returns the box around `items`, measured along the axes of `space` (unit length) at
+/// the motion sample being written. Called on several threads at once.
 struct BvhSampleMeasure {
   using Function = GMathBbox3<float> (*)(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space,
                                          void* owner, SysThreadManager* threads);
@@ -43,10 +43,11 @@ class GasBvhMotion {
   GasBvhMotion& operator=(const GasBvhMotion&) = delete;
   ~GasBvhMotion() { clear(); }
 
-  /// Frees everything and lets go of the tree.
+  /// Frees everything and drops the reference to the tree.
   void clear();
-  /// Follows `tree` with room for `sample_count` samples, whose contents are undefined until updated; an empty tree or
-  /// no samples take no room. False when there is no memory: the object is then clear.
+  /// Allocates `sample_count` samples for `tree`, which must outlive this object or the next clear(). The samples are
+  /// undefined until updated. Nothing is allocated for an empty tree or 0 samples. False when there is no memory: the
+  /// object is then clear.
   bool set_samples(const GasBvh<width>& tree, uint sample_count);
 
   /// Refits every node box to the items' boxes at one motion sample. The topology stays as built; boxes change
@@ -54,19 +55,20 @@ class GasBvhMotion {
   ///
   /// @param sample      sample to write, in [0, get_sample_count())
   /// @param item_boxes  indexed by item (not by leaf position); not inverted
-  /// @param progress    gets as many steps as there are aligned nodes and twice the quantized ones, or null
-  /// @return true when the sample was written. On false its former boxes stay: the tree is empty (silent), or it holds
+  /// @param progress    gets one step per aligned and two per quantized node; or null
+  /// @return true when the sample was written. On false its previous boxes stay: the tree is empty (silent), or it
+  /// holds
   ///         oriented nodes or `sample` is out of range (logged at level 1).
-  /// Throws std::bad_alloc, and AppStopped when the bar's application asks to stop; the sample is then undefined.
+  /// Throws std::bad_alloc, and AppStopped when the bar's application requests a stop; the sample is then undefined.
   /// Threads: one call per object at a time, and no query may read the object meanwhile.
   /// Cost: O(nodes + items) time; scratch of one float box per node.
   bool update_sample(uint sample, std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
 
   /// The same for any tree, oriented nodes included.
   ///
-  /// @param measure   asked for the box of every oriented lane's items along the lane's axes
-  /// @param progress  its application also lends the threads on which 1024 oriented nodes and more are refitted; null:
-  ///                  everything on the calling thread, with the same result
+  /// @param measure   called for every oriented lane, with the lane's items and axes
+  /// @param progress  1024 oriented nodes and more are refitted on the threads of its application; null: everything on
+  ///                  the calling thread, with the same result
   /// @return as update_sample(); false and a message of its own for a sample out of range
   /// Cost: O(nodes + items), and each item measured once for every oriented node above it; scratch of a box and a range
   /// of positions per node.
@@ -89,7 +91,7 @@ class GasBvhMotion {
 
  private:
   struct Scratch;
-  struct UNodesUpdate;
+  struct OrientedUpdate;
   GMathBbox3<float> get_child_box(const Scratch& scratch, BvhChildRef child,
                                   std::span<const GMathBbox3<float>> item_boxes) const;
   static GMathBbox3<float> make_frame(Scratch& scratch, BvhChildRef child);
@@ -101,7 +103,7 @@ class GasBvhMotion {
                       AppProgressBar* progress);
   void fit_nodes_of_all_kinds(Scratch& scratch, std::span<const BvhChildRef> parents_first, uint sample,
                               std::span<const GMathBbox3<float>> item_boxes, AppProgressBar* progress);
-  void update_unodes(const UNodesUpdate& update, AppProgressBar* progress);
+  void update_oriented_nodes(const OrientedUpdate& update, AppProgressBar* progress);
 
   const GasBvh<width>* tree_ = nullptr;
   BvhLanePlanes* aligned_ = nullptr;   ///< aligned to 16
@@ -113,8 +115,8 @@ class GasBvhMotion {
 
 extern template class GasBvhMotion<4>;
 
-/// (1 - fraction) a + fraction b, bound by bound, in single precision. Exactly a or b at their own ends, also where the
-/// other one is not finite.
+/// (1 - fraction) a + fraction b, bound by bound, in single precision. Exactly a for fraction 0 and b for fraction 1,
+/// also when the other one is not finite.
 inline GMathBbox3<float> bvh_blend_boxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, float fraction) {
   if (fraction == 0.0f || fraction == 1.0f) return fraction == 0.0f ? a : b;
   GMathBbox3<float> out;

@@ -1,6 +1,6 @@
 // gas/bvh/gas_bvh_motion_scratch.h
 //
-// What one refit needs while it runs. Only the sources of gas_bvh_motion include this.
+// Temporary data of one refit. Included only by the sources of gas_bvh_motion.
 #pragma once
 #include "gas/bvh/gas_bvh_motion.h"
 #include "gas/frame/gas_guard.h"
@@ -18,7 +18,7 @@ struct GasBvhMotion<width>::Scratch {
   CoreAlignedArray<GMathBbox3<float>> aligned, quantized, oriented;
 };
 
-/// Steps a bar that may be missing, once per node visited, and looks whether its application asks to stop.
+/// Reports one step per node to a progress bar, which may be null, and checks for a stop request.
 class BvhNodeSteps {
  public:
   BvhNodeSteps(AppProgressBar* progress, uint first) : progress_(progress), position_(first) {}

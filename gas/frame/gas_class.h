@@ -1,7 +1,7 @@
 // gas/frame/gas_class.h
 //
-// How the library's classes make themselves known to the host: each has a record with its name, its base's record and
-// one destructor entry that serves them all.
+// Class records of the library's classes for the host: name, record of the base class, and a destructor entry that is
+// the same for all.
 #pragma once
 #include "vq_core/core_class_info.h"
 

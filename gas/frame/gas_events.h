@@ -1,8 +1,8 @@
 // gas/frame/gas_events.h
 //
-// The host's events as this library knows them. Every event of the host's table is declared once when the library is
-// loaded, so that a name or number that differs from the host's shows at load time and not when the event is raised;
-// source files declare the few that they use beside their classes.
+// The host's events. Every event of the host's table is declared when the library is loaded, so that a name or number
+// that differs from the host's is found at load time and not when the event is raised. Source files also declare the
+// events that they use.
 #pragma once
 #include <span>
 

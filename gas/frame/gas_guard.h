@@ -1,12 +1,12 @@
 // gas/frame/gas_guard.h
 //
-// How failures travel inside the library: as exceptions, up to the border.
+// Errors inside the library are exceptions; they end at its interface.
 //
-//   deep inside   gas_need(has_memory), AppBase::check_stop(), the host's containers       throw
-//   border        public functions, query callbacks, the tasks of a stage                  gas_try() ends them
+//   internal    gas_need(has_memory), AppBase::check_stop(), the host's containers       throw
+//   interface   public functions, query callbacks, the tasks of a stage                  gas_try() catches
 //
-// So nothing leaves the library, nothing ends the process on any thread, and the code between needs no error paths:
-// what it holds is released by its owners on the way out.
+// No exception leaves the library or ends a thread, and the code between needs no error paths: destructors release its
+// resources.
 #pragma once
 #include <new>
 
@@ -15,10 +15,10 @@
 enum class GasOutcome {
   done,
   failed,   ///< no memory, or an exception of the host's
-  stopped,  ///< the application asked for it
+  stopped,  ///< by request of the application
 };
 
-/// Throws when an allocation that reports by its result was refused.
+/// Throws std::bad_alloc if `has_memory`, the result of an allocation, is false.
 inline void gas_need(bool has_memory) {
   if (!has_memory) throw std::bad_alloc();
 }
@@ -36,13 +36,13 @@ GasOutcome gas_try(const Work& work) noexcept {
   }
 }
 
-/// Throws what gas_try() ended elsewhere, on another thread say.
+/// Throws the exception that gas_try() caught, for example on another thread.
 inline void gas_rethrow(GasOutcome outcome) {
   if (outcome == GasOutcome::stopped) throw AppStopped();
   gas_need(outcome == GasOutcome::done);
 }
 
-/// For loops over items: every so often throws AppStopped when the application asks to stop.
+/// For loops over items: at every 1024th index, throws AppStopped after a stop request of the application.
 inline void gas_check_stop(const AppBase& application, uint index) {
   if ((index & 1023u) == 0) application.check_stop();
 }

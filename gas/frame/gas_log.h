@@ -1,7 +1,7 @@
 // gas/frame/gas_log.h
 //
-// Messages of the library through the host's main log handler. The level is tested first: the text is put together only
-// when somebody will read it.
+// Messages of the library through the host's main log handler. The level is tested first: the text is built only if
+// the message is shown.
 #pragma once
 #include "gas/frame/gas_guard.h"
 #include "vq_core/core_log.h"
@@ -9,8 +9,8 @@
 inline constexpr uint gas_log_error = 1;
 inline constexpr uint gas_log_warning = 2;
 
-/// Logs what `write` puts into the stream it is given, when the handler lets messages of `level` through. A message
-/// that cannot be written is left out.
+/// Calls write(stream) and logs the text, if the handler's level admits messages of `level`. A message is dropped when
+/// there is no memory for it.
 template <class Write>
 void gas_log(uint level, const Write& write) noexcept {
   gas_try([&] {

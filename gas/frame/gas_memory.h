@@ -1,7 +1,7 @@
 // gas/frame/gas_memory.h
 //
-// Sizes that change behind the host's back, because something grows lazily during queries, and are reported when they
-// have drifted by more than a twentieth.
+// Memory that grows during queries. The host is notified when the size differs by more than 5 % from the one last
+// reported.
 #pragma once
 #include <atomic>
 
@@ -11,14 +11,14 @@ class ResourceData;
 
 class GasMemoryAccount {
  public:
-  /// Both counters become `size`: nothing is reported.
+  /// Sets both counters to `size`, without a report.
   void reset(u64 size);
   u64 get_current_size() const { return current_size_.load(std::memory_order_relaxed); }
   u64 get_advertised_size() const { return advertised_size_.load(std::memory_order_relaxed); }
 
-  /// Something of `structure` grew (or shrank) from old_size to new_size. Calls advert_memory_changed() when the total
-  /// differs from the size last reported by more than a twentieth of the total. Thread-safe; of several threads that
-  /// notice the same drift, one reports it.
+  /// Records that a part of `structure` changed from old_size to new_size bytes. Calls advert_memory_changed() when the
+  /// total differs from the size last reported by more than 5 % of the total. Thread-safe; one of several threads
+  /// reports a change.
   void update(u64 old_size, u64 new_size, const ResourceData& structure);
 
  private:

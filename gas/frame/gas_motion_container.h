@@ -1,14 +1,14 @@
 // gas/frame/gas_motion_container.h
 //
-// What a structure keeps per motion-blur slot of the host: records made on demand, at addresses that stay.
+// The motion data of a structure, one record per motion-blur slot of the host, made on demand at stable addresses.
 //
 //   block_ --> { slots[ ] } --> MotionData { lock, stamp, ... }      readers: two acquire loads, no lock
-//              replaced blocks wait on retired_ until no query can be reading them
+//              replaced blocks stay on retired_ until no query can be reading them
 //
 // The number of slots changes while queries run, so a longer array is published as one new block; the block it replaces
-// may still be in a reader's hands and is freed only when the structure is rebuilt or destroyed. That happens only when
-// there are more slots than ever before. When there are fewer, the records beyond free what they computed, for their
-// descriptions no longer exist, and stay as empty shells for the next description that takes the slot.
+// may still be in use by a reader and is freed only when the structure is rebuilt or destroyed. A new block is made
+// only for more slots than ever before. With fewer slots, the records above the count free their data, because their
+// descriptions no longer exist; the empty records remain for the next description that takes the slot.
 #pragma once
 #include <atomic>
 #include <memory>
@@ -21,7 +21,7 @@
 #include "vq_sys/sys_thread_lock.h"
 
 /// `Data` begins with a SysThreadLock `lock` and has an atomic `stamp` (0: never computed), clear(), and a constructor
-/// from the owner. It may have a static note_slots(const Owner&), which is told when records were made or freed.
+/// from the owner. An optional static note_slots(const Owner&) is called after the number of slots changed.
 template <class Data, class Owner>
 class GasMotionContainer {
  public:
@@ -30,19 +30,19 @@ class GasMotionContainer {
   GasMotionContainer(const GasMotionContainer&) = delete;
   GasMotionContainer& operator=(const GasMotionContainer&) = delete;
 
-  /// The record of the description's slot, made if need be. Thread-safe; locks only when the host's slot count changed.
-  /// Throws std::bad_alloc, and the records are as before.
-  Data& get(const CtxMotionBlur& motion_blur) {
+  /// The record of the description's slot, created if missing. Thread-safe; locks only when the host's slot count has
+  /// changed. Throws std::bad_alloc, and then changes nothing.
+  Data& get_or_create(const CtxMotionBlur& motion_blur) {
     follow_slot_count();
     return *block_.load(std::memory_order_acquire)->slots[motion_blur.get_slot()];
   }
 
-  /// Makes a record for each of the host's slots, or as many as there is memory for.
+  /// Creates a record for each of the host's slots; does nothing when there is no memory.
   void follow_slots() noexcept {
     gas_try([&] { follow_slot_count(); });
   }
 
-  /// Makes every record stale and frees what it computed. No query may be running.
+  /// Makes every record stale and frees its data. No query may be running.
   void invalidate() {
     const SysThreadLockGuard guard(lock_);
     retired_.clear();
@@ -52,7 +52,7 @@ class GasMotionContainer {
     }
   }
 
-  /// Makes every record stale; what was computed stays until it is replaced, unless its description is gone.
+  /// Makes every record stale. Its data stays until it is replaced, unless the description no longer exists.
   void make_stale() {
     follow_slots();
     const SysThreadLockGuard guard(lock_);
@@ -96,15 +96,15 @@ class GasMotionContainer {
     auto block = std::make_unique<Block>();
     if (current_) block->slots = current_->slots;
     while (block->slots.size() < count) block->slots.push_back(std::make_shared<Data>(owner_));
-    retired_.reserve(retired_.size() + 1);  // what may throw comes before what readers see
+    retired_.reserve(retired_.size() + 1);  // may throw: before the block is published
     block_.store(block.get(), std::memory_order_release);
     if (current_) retired_.push_back(std::move(current_));
     current_ = std::move(block);
   }
 
-  /// Since the slots were counted, a new description may have taken this one, and its queries use the record. They
-  /// refit under the record's lock, and the description raised the count before: so either they come after the
-  /// clearing, or the count shows them here.
+  /// A new description may have taken the slot since the slots were counted, and its queries use the record. The new
+  /// description raises the slot count first; its queries refit under the record's lock. So they either refit after
+  /// this release, or the count read here includes the slot.
   static void release_unless_used(Data& data, uint slot) {
     const SysThreadLockGuard guard(data.lock);
     if (slot >= CtxMotionBlur::get_slot_count()) release(data);

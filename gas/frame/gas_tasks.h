@@ -1,7 +1,7 @@
 // gas/frame/gas_tasks.h
 //
-// The pattern of every parallel stage: a range is cut into slices, each slice is a task, all are waited for, and the
-// caller reads the results back in the order of the slices.
+// Parallel stages: a range is divided into slices, each slice is a task, the caller waits for all tasks and reads the
+// results in the order of the slices.
 #pragma once
 #include <algorithm>
 #include <vector>
@@ -12,20 +12,20 @@
 #include "vq_sys/sys_thread_task.h"
 #include "vq_sys/sys_thread_task_manager.h"
 
-/// How many items each of the tasks gets when `count` items are cut into about four slices per thread: at least 1.
+/// Items per slice when `count` items are divided into about four slices per thread: at least 1.
 inline uint gas_get_slice_length(uint count, uint thread_count) {
   const u64 slices = u64{4} * thread_count;
   const u64 length = (count + slices - 1) / slices;
   return length > 0 ? static_cast<uint>(length) : 1;
 }
 
-/// How many slices of `length` cover `count` items.
+/// The number of slices of `length` items that cover `count` items.
 inline uint gas_get_slice_count(uint count, uint length) {
   return static_cast<uint>((u64{count} + length - 1) / length);
 }
 
-/// Base of the library's tasks: counted by who waits, and free to run on the waiting thread too. What a task throws
-/// stays with it until its stage is over.
+/// Base of the library's tasks: waited for, and allowed to run on the waiting thread. An exception is kept as the
+/// task's outcome until the stage ends.
 class GasTask : public SysThreadTask {
  public:
   GasTask() { flags = counted | for_waiter; }
@@ -41,7 +41,8 @@ class GasTask : public SysThreadTask {
   GasOutcome outcome_ = GasOutcome::done;
 };
 
-/// Runs an array of tasks on the application's threads, waits for all, and throws what the first of them threw.
+/// Runs an array of tasks on the application's threads, waits for all, and throws the exception of the first that
+/// failed.
 template <class Tasks>
 void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
   for (auto& task : tasks) manager.add_task(&task);
@@ -49,9 +50,9 @@ void gas_run_tasks(SysThreadTaskManager& manager, Tasks& tasks) {
   for (const auto& task : tasks) gas_rethrow(task.get_outcome());
 }
 
-/// Gives each task of an array a slice of `length` of the `count` items as its `first` and `end`, lets prepare(task)
-/// fill in the rest, runs them all as gas_run_tasks() does.
-/// @param tasks  gas_get_slice_count() of them, or none, which do nothing
+/// Sets `first` and `end` of each task to its slice of `length` of the `count` items, calls prepare(task) for the other
+/// members, and runs the tasks with gas_run_tasks().
+/// @param tasks  gas_get_slice_count() tasks; an empty array does nothing
 template <class Tasks, class Prepare>
 void gas_run_slices_in(Tasks& tasks, SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
   uint first = 0;
@@ -63,8 +64,8 @@ void gas_run_slices_in(Tasks& tasks, SysThreadTaskManager& manager, uint count, 
   gas_run_tasks(manager, tasks);
 }
 
-/// The same with tasks of its own.
-/// @return the tasks in the order of their slices, with what they found
+/// The same with an array of tasks that it creates.
+/// @return the tasks in the order of their slices, with their results
 template <class Task, class Prepare>
 std::vector<Task> gas_run_slices(SysThreadTaskManager& manager, uint count, uint length, const Prepare& prepare) {
   std::vector<Task> tasks(gas_get_slice_count(count, length));

@@ -100,7 +100,7 @@ const Record* GasBvhStructure<Self, Base, Record>::refit_if_stale(const CtxEval&
                                                                   const CtxMotionBlur& motion_blur) const {
   const Record* refitted = nullptr;
   gas_try([&] {
-    Record& record = motion_data.get(motion_blur);
+    Record& record = motion_data.get_or_create(motion_blur);
     if (!record.is_current(motion_blur)) update_record(ctx, motion_blur, record);
     if (record.is_current(motion_blur) && record.refit.get_sample_count() > 0) refitted = &record;
   });

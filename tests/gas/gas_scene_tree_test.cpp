@@ -163,7 +163,7 @@ TEST(GasSceneTree, a_single_object_decides_how_it_is_cut) {
     sphere.structure->get_clusters(clusters, count, ratio);
     ASSERT_EQ(clusters.get_count(), scene->get_cluster_count(0));
     EXPECT_GT(clusters.get_count(), 50u);
-    EXPECT_EQ(scene->get_tree().item_words, nullptr);  // only the build reads the weights
+    EXPECT_EQ(scene->get_tree().item_weight_bits, nullptr);  // only the build reads the weights
   }
   cluster_calls.lists = 0;
   GasSceneTree scene;

@@ -54,7 +54,7 @@ inline GasBvh<4> make_node_by_hand(std::initializer_list<FloatBox> boxes) {
   }
   tree.root = {0, count};
   tree.max_depth = 1;
-  tree.parameter0 = 1.0f;
+  tree.uniform_item_weight = 1.0f;
   return tree;
 }
 

@@ -287,11 +287,14 @@ std::string find_tree_difference(const GasBvh<4>& a, const GasBvh<4>& b) {
   if (a.item_count != b.item_count || a.aligned_count != b.aligned_count || a.quantized_count != b.quantized_count ||
       a.oriented_count != b.oriented_count)
     return "counts";
-  if (a.max_depth != b.max_depth || a.parameter0 != b.parameter0 || a.parameter3 != b.parameter3) return "parameters";
+  if (a.max_depth != b.max_depth || a.uniform_item_weight != b.uniform_item_weight ||
+      a.quantization_depth != b.quantization_depth)
+    return "parameters";
   if (!(a.root == b.root) || std::memcmp(&a.box, &b.box, sizeof(a.box)) != 0) return "root";
-  if ((a.item_words == nullptr) != (b.item_words == nullptr)) return "item words are missing";
+  if ((a.item_weight_bits == nullptr) != (b.item_weight_bits == nullptr)) return "item weights are missing";
   if (!are_same_bytes(a.order, b.order, a.item_count)) return "order";
-  if (a.item_words != nullptr && !are_same_bytes(a.item_words, b.item_words, a.item_count)) return "item words";
+  if (a.item_weight_bits != nullptr && !are_same_bytes(a.item_weight_bits, b.item_weight_bits, a.item_count))
+    return "item weights";
   if (!are_same_bytes(a.aligned, b.aligned, a.aligned_count)) return "aligned nodes";
   if (!are_same_bytes(a.quantized, b.quantized, a.quantized_count)) return "quantized nodes";
   if (!are_same_bytes(a.oriented, b.oriented, a.oriented_count)) return "oriented nodes";

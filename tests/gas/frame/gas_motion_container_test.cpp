@@ -34,7 +34,7 @@ Shutter open_shutter() { return std::make_unique<CtxMotionBlur>(0.0, 1.0, 2); }
 
 /// As a structure does it: tested without the lock, again under it.
 Record& refit(Container& container, const CtxMotionBlur& shutter) {
-  Record& record = container.get(shutter);
+  Record& record = container.get_or_create(shutter);
   if (record.stamp.load(std::memory_order_acquire) == shutter.get_stamp()) return record;
   const SysThreadLockGuard guard(record.lock);
   if (record.stamp.load(std::memory_order_relaxed) == shutter.get_stamp()) return record;
@@ -67,11 +67,11 @@ TEST(GasMotionContainer, grows_and_shrinks_with_the_slots) {
     Record& first = refit(container, *a);
     Record& third = refit(container, *c);
     EXPECT_NE(&first, &third);
-    EXPECT_EQ(container.get(*b).stamp, 0u);
+    EXPECT_EQ(container.get_or_create(*b).stamp, 0u);
     EXPECT_EQ(count_records(container), 3u);
 
     c.reset();
-    EXPECT_EQ(&container.get(*a), &first) << "no record moves";
+    EXPECT_EQ(&container.get_or_create(*a), &first) << "no record moves";
     EXPECT_EQ(count_records(container), 2u);
     EXPECT_EQ(third.stamp, 0u) << "what a removed record computed is freed at once";
     EXPECT_EQ(third.words[0], 0u);

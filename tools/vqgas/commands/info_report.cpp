@@ -14,7 +14,7 @@ std::vector<ArrayBytes> get_arrays(const GasBvh<4>& tree, u64 whole) {
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
           {"item order", tree.order != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
-          {"item weights", tree.item_words != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
+          {"item weights", tree.item_weight_bits != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
           {"tables and object", whole - tree.get_array_bytes()}};
 }
 

@@ -1,6 +1,6 @@
-// The refit of trees with oriented nodes. Kinds alternate freely in such a tree, so nodes are fitted in the order of a
-// walk; the lanes of oriented nodes, which depend on more than their children's boxes, are measured apart and in
-// parallel.
+// Refit of trees with oriented nodes. Node kinds alternate in such a tree, so that the order of nodes comes from a
+// traversal. The lanes of oriented nodes depend on the items, not only on the children's boxes; they are measured in a
+// second, parallel pass.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr uint parallel_nodes = 1024;      // oriented; from here on they are refitted in tasks
-constexpr uint least_nodes_of_task = 512;  // fewer are refitted faster than a thread wakes up
+constexpr uint parallel_nodes = 1024;      // from this many oriented nodes on, tasks refit them
+constexpr uint least_nodes_of_task = 512;  // refitting fewer takes less time than starting a thread
 
 BvhChildRef get_child(const GasBvh<4>& tree, BvhChildRef parent, uint lane) {
   switch (parent.get_kind()) {
@@ -45,7 +45,7 @@ std::vector<BvhChildRef> list_parents_first(const GasBvh<4>& tree) {
   return list;
 }
 
-/// Positions of the item order that a subtree covers.
+/// The positions in the item order that belong to a subtree.
 struct ItemRange {
   u32 begin = 0, end = 0;
 };
@@ -79,9 +79,9 @@ class ItemRanges {
 
 }  // namespace
 
-/// What all tasks of one update share.
+/// Shared input of all tasks of one update.
 template <uint width>
-struct GasBvhMotion<width>::UNodesUpdate {
+struct GasBvhMotion<width>::OrientedUpdate {
   GasBvhMotion& motion;
   uint sample;
   const Scratch& scratch;
@@ -101,7 +101,7 @@ struct GasBvhMotion<width>::UNodesUpdate {
     if ((node & 15u) == 0) progress->get_application().check_stop();  // a node's lanes may hold many items
   }
 
-  /// The items' box along the lane's axes, in the units in which the lane's box at rest is the unit cube.
+  /// The items' box along the lane's axes, in units in which the lane's static box is the unit cube.
   GMathBbox3<float> measure_lane(uint node, uint lane, BvhChildRef child) const {
     const BvhNodeOriented& at = motion.tree_->oriented[node];
     GMathVec3<double> edges[3];
@@ -119,10 +119,10 @@ struct GasBvhMotion<width>::UNodesUpdate {
     const double reach = bvh_get_reach(motion.get_child_box(scratch, child, item_boxes));
     GMathBbox3<float> out;
     for (uint axis = 0; axis < 3; ++axis) {
-      // Items that rest far away bring an offset that is the larger term.
+      // For items whose static position is far away the offset is the larger term.
       const double offset = at.rows[4 * axis + 3][lane];
       const double slack = bvh_oriented_slack * std::max(reach * inverse_length[axis], std::fabs(offset));
-      // A lane that is blended or tested beyond the float range would be NaN, and seem to be missed.
+      // Blended or tested beyond the float range, a plane would be NaN and the box would be missed.
       constexpr double most = std::numeric_limits<float>::max() / 4;
       const double low = box.min[axis] * inverse_length[axis] + offset - slack;
       const double high = box.max[axis] * inverse_length[axis] + offset + slack;
@@ -133,11 +133,11 @@ struct GasBvhMotion<width>::UNodesUpdate {
   }
 };
 
-/// The lanes of a run of oriented nodes. Writes their blocks only, which no other task does.
+/// Refits the lanes of oriented nodes `first` to `end` - 1. Writes only their blocks: no lock.
 template <uint width>
 class GasBvhMotion<width>::UpdateUNodesTask final : public GasTask {
  public:
-  const UNodesUpdate* update = nullptr;
+  const OrientedUpdate* update = nullptr;
   uint first = 0, end = 0;
   AppProgressBar* progress = nullptr;
   uint first_step = 0;
@@ -148,7 +148,7 @@ class GasBvhMotion<width>::UpdateUNodesTask final : public GasTask {
 };
 
 template <uint width>
-void GasBvhMotion<width>::update_unodes(const UNodesUpdate& update, AppProgressBar* progress) {
+void GasBvhMotion<width>::update_oriented_nodes(const OrientedUpdate& update, AppProgressBar* progress) {
   const uint node_count = tree_->oriented_count;
   const uint thread_count = update.threads != nullptr ? update.threads->get_thread_count() : 1;
   const uint slice = std::max((node_count + 8 * thread_count - 1) / (8 * thread_count), least_nodes_of_task);
@@ -225,15 +225,15 @@ bool GasBvhMotion<width>::update_sample_unaligned(uint sample, std::span<const G
   if (tree_->oriented_count > 0) {
     ItemRanges ranges(*tree_, parents_first);
     SysThreadManager* threads = progress != nullptr ? &progress->get_application().get_thread_manager() : nullptr;
-    update_unodes({*this, sample, scratch, item_boxes, ranges, measure, threads}, progress);
+    update_oriented_nodes({*this, sample, scratch, item_boxes, ranges, measure, threads}, progress);
   }
   root_boxes_[sample] = get_child_box(scratch, tree_->root, item_boxes);
   quantize_lanes(scratch, sample, item_boxes, progress);
   return true;
 }
 
-// The class is instantiated where it is built for aligned trees, which does not see these.
-template void GasBvhMotion<4>::update_unodes(const UNodesUpdate&, AppProgressBar*);
+// gas_bvh_motion.cpp instantiates the class, but does not see these definitions.
+template void GasBvhMotion<4>::update_oriented_nodes(const OrientedUpdate&, AppProgressBar*);
 template void GasBvhMotion<4>::fit_nodes_of_all_kinds(Scratch&, std::span<const BvhChildRef>, uint,
                                                       std::span<const GMathBbox3<float>>, AppProgressBar*);
 template bool GasBvhMotion<4>::update_sample_unaligned(uint, std::span<const GMathBbox3<float>>,
