@@ -1,5 +1,5 @@
-// A piece of a fibre lies behind a plane when all its control balls do. Where that decides nothing the piece is halved
-// (de Casteljau), so that fibres which pass a corner of the frustum are told from fibres that reach into it.
+// A piece of a curve is behind a plane when all its control balls are. If that gives no decision, the piece is halved
+// (de Casteljau), which distinguishes curves that pass a corner of the frustum from curves that enter it.
 #include "vq_curve/curve_frustum.h"
 
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -23,7 +23,7 @@ bool reaches(const Ball& ball, const GeometryPlane& plane) {
 
 Ball get_middle(const Ball& a, const Ball& b) { return {(a.position + b.position) * 0.5, (a.radius + b.radius) * 0.5}; }
 
-/// Leaves the first half in `segment` and returns the second.
+/// Halves `segment`: it becomes the first half; returns the second.
 template <CurveShape shape>
 CurveSegment<shape> halve(CurveSegment<shape>& segment) {
   constexpr uint last = CurveSegment<shape>::point_count - 1;
@@ -63,7 +63,7 @@ template <CurveShape shape>
 bool curve_lies_in_frustum(const CurveSegment<shape>& segment, const GeometryFrustumData& frustum) {
   if (!gmath_is_valid_box(curve_get_bbox(segment))) return false;
   return all_planes(frustum, [&](const GeometryPlane& plane) {
-    // How far the solid reaches along the plane's normal is the size of a box that has the normal for an axis.
+    // The box with the plane's normal as its axis gives the extent of the solid along the normal.
     const GMathLinearSpace3<double> space(plane.normal, plane.normal, plane.normal);
     return curve_get_bbox_in_space(segment, space).min.x + plane.offset >= 0.0;
   });

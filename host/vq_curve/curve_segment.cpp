@@ -26,8 +26,8 @@ Ball get_sum(const Ball (&ball)[4], const double (&weight)[4]) {
   return sum;
 }
 
-/// The angle of (x, y) in whole turns, 0 included and 1 not; off by less than 1e-13. Every hit needs one, and the
-/// library's arctangent takes as long as the rest of naming it.
+/// The angle of (x, y) in turns, in [0, 1), with an error below 1e-13. Every hit needs one, and std::atan2 would double
+/// the cost of computing u and v.
 double get_turn(double x, double y) {
   const double across = std::abs(x), up = std::abs(y);
   const double low = std::min(across, up), high = std::max(across, up);
@@ -48,20 +48,21 @@ double get_turn(double x, double y) {
   return turn < 1.0 ? turn : 0.0;
 }
 
-/// The coordinate axis that `v` goes along least.
+/// The coordinate axis most perpendicular to `v`.
 Vec get_least_axis(const Vec& v) {
   const Vec size(std::abs(v.x), std::abs(v.y), std::abs(v.z));
   return size.x <= size.y && size.x <= size.z ? Vec(1, 0, 0) : size.y <= size.z ? Vec(0, 1, 0) : Vec(0, 0, 1);
 }
 
-/// The direction of what of `v` lies across `axis`, a unit vector; zero when nothing does.
+/// The unit vector along the component of `v` perpendicular to `axis`; zero when there is none.
 Vec get_across(const Vec& v, const Vec& axis) {
   const Vec across = (v - axis * v.dot(axis)).get_normalized();
-  return (across - axis * across.dot(axis)).get_normalized();  // of a small rest, rounding leaves much along the axis
+  return (across - axis * across.dot(axis))
+      .get_normalized();  // again, because rounding of a small component is not perpendicular
 }
 
-/// Where side[0] of the frames points, as far as the tangent lets it: for a curve in a plane the plane's normal, which
-/// no tangent comes near.
+/// The direction for side[0] of all frames, before projection across the tangent: for a planar curve the normal of the
+/// plane, which is perpendicular to all tangents.
 template <CurveShape shape>
 Vec get_side_hint(const CurveSegment<shape>& segment) {
   constexpr uint last = CurveSegment<shape>::point_count - 1;
@@ -73,18 +74,18 @@ Vec get_side_hint(const CurveSegment<shape>& segment) {
     for (const Vec& normal : {a.cross(b), a.cross(chord), b.cross(chord)}) {
       if (normal.dot(normal) > best.dot(best)) best = normal;
     }
-    // What rounding leaves of a straight fibre's normal may point anywhere, along the fibre too.
+    // The normal of a straight segment is only rounding and may have any direction, also along the segment.
     const double size = a.dot(a) + b.dot(b) + chord.dot(chord);
     if (best.dot(best) > 1e-24 * size * size) return best;
   }
   return get_least_axis(chord);
 }
 
-/// Square of the least sine between the hint and a tangent at which what lies across is more than rounding.
+/// Smallest squared sine between hint and tangent at which the perpendicular component is more than rounding.
 constexpr double least_across2 = 1e-12;
 
-/// The step along the curve at `u` with its change of radius. Where the curve stands still, the step that it takes
-/// next; if the radius changes meanwhile, `jump` tells how.
+/// The derivative of the curve at `u`. Where it is 0, the next difference of control points that is not; `jump` is then
+/// the change of the radius before it.
 template <CurveShape shape>
 Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
   constexpr uint last = CurveSegment<shape>::point_count - 1;
@@ -102,8 +103,9 @@ Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
 
 constexpr double circle_tolerance = 1e-8;  // in radii
 
-/// A direction in one number between -1 and 0: the angle around the fibre in the upper 26 bits of its 52, so that it is
-/// minus that angle in turns to 1e-8, and how far it leans from the tangent in the lower, where 0 is left out.
+/// A direction as one number between -1 and 0. The upper 26 bits of the fraction are the angle around the curve, so
+/// that the number is minus that angle in turns to 1e-8. The lower 26 bits are the angle from the tangent; 0 is not
+/// used.
 constexpr double direction_steps = 0x1p26, lean_step = std::numbers::pi / (direction_steps - 2.0);
 
 double pack_direction(double turn, double lean) {
@@ -118,8 +120,8 @@ void unpack_direction(double packed, double& turn, double& lean) {
   lean = ((-packed * direction_steps - steps) * direction_steps - 1.0) * lean_step;
 }
 
-/// The name of a point that does not lie on the circle of the ball on which the ray test found it: on the cap of the
-/// end beside that ball, or anywhere on the ball, where the curve stands still or u is not exact.
+/// u and v of a point that is not on the circle of its ball: on the round end beside that ball, or anywhere on the ball
+/// where the derivative is 0 or u is not exact.
 template <CurveShape shape>
 GMathVec2<double> get_uv_off_circle(const CurveSegment<shape>& segment, double u, const Vec& normal) {
   const double end = u < 0.5 ? 0.0 : 1.0, sign = u < 0.5 ? -1.0 : 1.0;
@@ -143,7 +145,7 @@ GMathVec2<double> get_uv_off_circle(const CurveSegment<shape>& segment, double u
 double get_maximum(double a, double b, double c, double d) {
   const double ends = std::max(a, d);
   if (b <= ends && c <= ends) return ends;
-  // The derivative over three is p + 2 q u + r u^2; only the root at which it falls can be a maximum.
+  // The derivative divided by 3 is p + 2 q u + r u^2; only the root with a negative slope can be a maximum.
   const double p = b - a, q = (c - b) - p, r = (d - c) - (c - b) - q;
   const double root = std::sqrt(std::max(0.0, q * q - p * r));
   const double u = q <= 0.0 ? p / (root - q) : -(q + root) / r;
@@ -152,7 +154,7 @@ double get_maximum(double a, double b, double c, double d) {
   return std::max(ends, v * v * (v * a + 3.0 * u * b) + u * u * (3.0 * v * c + u * d));
 }
 
-/// Largest of the numbers that go with the control points.
+/// Largest value over the segment of the polynomial with these control values.
 template <CurveShape shape>
 double get_largest(const double (&value)[CurveSegment<shape>::point_count]) {
   if constexpr (shape == CurveShape::linear)
@@ -213,11 +215,12 @@ GMathVec2<double> curve_get_uv(const CurveSegment<shape>& segment, double u, con
   const Ball step = segment.get_ball_derivative(u);
   const Vec& way = step.position;
   const double way2 = way.dot(way), normal2 = normal.dot(normal), rise = normal.dot(way);
-  // How far along the fibre the point lies off the ball's circle, and the circle's radius, both times the way's length.
+  // Distance of the point from the ball's circle along the curve, and radius of the circle squared, both scaled by the
+  // length of the derivative.
   const double off = rise + step.radius * std::sqrt(normal2);
   const double round2 = normal2 * (way2 - step.radius * step.radius);
   if (u > 0.0 && u < 1.0 && off * off <= circle_tolerance * circle_tolerance * round2) {
-    // The angle as the frame would give it; that no vector has unit length scales both coordinates alike.
+    // The angle that the frame would give. No vector is normalized: this scales both coordinates equally.
     const Vec hint = get_side_hint(segment), across = way.cross(hint);
     const double x = way2 * normal.dot(hint) - rise * hint.dot(way);
     const double y = std::sqrt(way2) * normal.dot(across);
@@ -249,10 +252,10 @@ template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space) {
   constexpr uint count = CurveSegment<shape>::point_count;
   GMathBbox3<double> box;
-  double poison = 0.0;  // NaN when a value is NaN or infinite: comparisons alone would lose it
+  double poison = 0.0;  // NaN when a value is NaN or infinite, which comparisons alone would ignore
   for (uint axis = 0; axis < 3; ++axis) {
     double below[count], above[count];
-    const double scale = space.axis[axis].get_length();  // axes that were rounded are not quite of unit length
+    const double scale = space.axis[axis].get_length();  // rounded axes are not exactly of unit length
     for (uint k = 0; k < count; ++k) {
       const double place = space.axis[axis].dot(segment.point[k].position);
       const double radius = get_radius(segment.point[k]) * scale;
@@ -281,7 +284,7 @@ GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment) {
   if (along == Vec()) along = bend.get_normalized();
   if (!(along.dot(along) > 0.5)) return {};
   const Vec across = bend - along * bend.dot(along);
-  // What rounding leaves of a straight fibre's bend may point anywhere, along the fibre too.
+  // The bend of a straight segment is only rounding and may have any direction, also along the segment.
   const bool bent = across.dot(across) > 1e-24 * std::max(bend.dot(bend), chord.dot(chord));
   const Vec second = get_across(bent ? across : get_least_axis(along), along);
   return {along, second, along.cross(second)};

@@ -1,14 +1,15 @@
 // host/vq_curve/curve_segment.h
 //
-// One piece of a fibre as a solid: the union of the balls whose centres run along a curve while their radii change.
+// A segment of a curve as a solid: the union of balls whose centers and radii are polynomials in u.
 //
-//   linear   two balls and what lies between them (a cone with round ends)         points 0 and 1
-//   cubic    a Bézier curve of centres and, of the same degree, of radii           points 0 to 3
+//   linear   a cone with round ends                                                control points 0 and 1
+//   cubic    Bézier, for centers and radii                                         control points 0 to 3
 //
-// u runs from 0 at the first end to 1 at the last. On the round ends it goes beyond: -h on the first end and 1 + h on
-// the last, h being how high a point lies over the end's rim (0 on the rim, 1 at the very tip). v is the angle around
-// the fibre in whole turns, 0 included and 1 not. Where the curve stands still a whole ball may show: then v is below
-// 0, minus the angle to 1e-8 turns, and its last bits say how far the normal leans. See curve_get_surface_point().
+// u is 0 at the first end and 1 at the last. On the round ends it is -h (first end) or 1 + h (last end), where h is the
+// height of the point above the rim of the end: 0 on the rim, 1 at the tip. v is the angle around the curve in turns,
+// in [0, 1). Where the derivative of the curve is 0, any point of the ball may be on the surface: then v is negative,
+// minus the angle to 1e-8 turns, and its lowest bits hold the angle between normal and tangent. See
+// curve_get_surface_point().
 #pragma once
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
@@ -16,7 +17,7 @@
 
 enum class CurveShape { linear, cubic };
 
-/// A ball: a control point of a fibre. Radii below 0 count as 0.
+/// A control point of a curve: a ball. Negative radii are read as 0.
 template <class T>
 struct CurvePoint {
   GMathVec3<T> position;
@@ -32,7 +33,7 @@ struct CurveSegment {
 
   /// Centre and radius at `u` in [0, 1].
   CurvePoint<double> get_ball(double u) const;
-  /// How they change with u.
+  /// Their derivatives in u.
   CurvePoint<double> get_ball_derivative(double u) const;
 };
 
@@ -41,33 +42,33 @@ struct CurveHit {
   double u = 0.0, v = 0.0;
 };
 
-/// Where the ray's line crosses the solid's surface first within [t_near, t_far): where it enters or, from inside,
-/// where it leaves. False when it does not, and for segments and rays with a NaN or infinite value. Double precision
-/// throughout, about the point of the ray nearest to the segment's first point, so that nothing is lost far away. A
-/// segment whose radii are all 0 is hit by nothing. No allocation.
+/// Finds the first point in [t_near, t_far) where the ray crosses the surface: the entry or, from inside, the exit.
+/// False without one, and for segments and rays with a NaN or infinite value. Computed in double precision relative to
+/// the ray's point nearest to the segment, so that distant segments keep their precision. A segment whose radii are all
+/// 0 is never hit. No allocation.
 template <CurveShape shape>
 bool curve_hit_segment(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, double t_near,
                        double t_far, CurveHit& hit);
 
-/// The box of the solid along the axes of `space`; `curve_get_bbox` along the world's. Exact but for rounding: of a
-/// cubic the extremes of the curve itself, not of its control points, are looked for where that matters. Not a valid
-/// box when a coordinate or a radius is NaN or infinite.
+/// The box of the solid along the axes of `space`; `curve_get_bbox` along the world's. Tight, except for
+/// rounding: of a cubic, the extremes of the curve itself and not of its control points. Not a valid box when a
+/// coordinate or a radius is NaN or infinite.
 template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space);
 template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox(const CurveSegment<shape>& segment);
 
-/// A frame along the segment: the first axis from its first to its last point, the second towards where it bends.
+/// A frame along the segment: the first axis from its first to its last point, the second in the direction of its bend.
 template <CurveShape shape>
 GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment);
 
 struct CurveSurfacePoint {
   GMathVec3<double> position;
   GMathVec3<double> normal;   ///< unit length, outwards
-  GMathVec3<double> tangent;  ///< unit length, along the fibre as u grows
+  GMathVec3<double> tangent;  ///< unit length, along the curve as u grows
 };
-/// The point of the surface that a hit's u and v name; it lies where the ray met the segment, but for some 1e-7 of the
-/// radius. v = 0 points along the normal of the plane in which a cubic's control points bend most, or towards the axis
-/// that a straight segment follows least; it turns continuously along the segment.
+/// The point of the surface with the parameters u and v of a hit; within about 1e-7 radii of the ray's crossing. v = 0
+/// is the direction of the normal of the plane in which a cubic's control points bend most; for a straight segment the
+/// coordinate axis most perpendicular to it. This direction changes continuously along the segment.
 template <CurveShape shape>
 CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v);

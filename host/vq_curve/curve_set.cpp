@@ -21,7 +21,7 @@ u32 count_segments(CurveBasis basis, u32 points) {
   return basis == CurveBasis::bezier ? (points - 1) / 3 : points - 3;
 }
 
-/// How far the first points of neighbouring segments are apart.
+/// Number of points from one segment's first point to the next one's.
 u32 get_point_step(CurveShape shape) { return shape == CurveShape::linear ? 1 : 3; }
 
 u64 count_stored_points(const CurveData& data) {
@@ -33,7 +33,7 @@ u64 count_stored_points(const CurveData& data) {
   return points;
 }
 
-/// The first fault of the input as a sentence; null without one.
+/// A sentence about the first error of the input; null without one.
 const char* find_fault(const CurveData& data) {
   u64 points = 0;
   for (const u32 size : data.curve_sizes) points += size;
@@ -60,19 +60,19 @@ const char* find_fault(const CurveData& data) {
   return nullptr;
 }
 
-/// Bézier points of a span as sums of the input's four, in sixths.
+/// Bézier points of a segment as weighted sums of four input points, in sixths.
 using BasisWeights = double[4][4];
 constexpr BasisWeights bspline_weights = {{1, 4, 1, 0}, {0, 4, 2, 0}, {0, 2, 4, 0}, {0, 1, 4, 1}};
 constexpr BasisWeights catmull_rom_weights = {{0, 6, 0, 0}, {-1, 6, 1, 0}, {0, 1, 6, -1}, {0, 0, 6, 0}};
 
-/// A NaN stays.
+/// 0 for a negative radius; NaN stays.
 float cut_radius(float radius) { return radius < 0.0f ? 0.0f : radius; }
 
 Point blend(const Point* points, const double (&weights)[4]) {
   GMathVec3<double> position;
   double radius = 0.0;
   for (uint k = 0; k < 4; ++k) {
-    if (weights[k] == 0.0) continue;  // a NaN there is no concern of this point
+    if (weights[k] == 0.0) continue;  // a NaN with weight 0 must not reach this point
     position += GMathVec3<double>(points[k].position) * weights[k];
     radius += points[k].radius * weights[k];
   }
@@ -80,9 +80,9 @@ Point blend(const Point* points, const double (&weights)[4]) {
   return {GMathVec3<float>(sixth), cut_radius(static_cast<float>(radius / 6.0))};
 }
 
-/// Calls `write` with the points to be stored of a fibre of `segments` segments, in order.
+/// Calls `write` with the points to be stored of a curve of `segments` segments, in order.
 template <class Write>
-void convert_fibre(CurveBasis basis, const Point* points, u32 segments, const Write& write) {
+void convert_curve(CurveBasis basis, const Point* points, u32 segments, const Write& write) {
   if (segments == 0) return;
   if (basis == CurveBasis::linear || basis == CurveBasis::bezier) {
     const u32 last = segments * get_point_step(get_basis_shape(basis));
@@ -95,11 +95,11 @@ void convert_fibre(CurveBasis basis, const Point* points, u32 segments, const Wr
     for (uint k = 1; k < 4; ++k) write(blend(points + segment, weights[k]));
 }
 
-/// Writes every `stride`-th place of `to`.
-void convert_fibres(const CurveData& data, const std::vector<Point>& points, Point* to, std::size_t stride) {
+/// Writes to every `stride`-th element of `to`.
+void convert_curves(const CurveData& data, const std::vector<Point>& points, Point* to, std::size_t stride) {
   const Point* from = points.data();
   for (const u32 size : data.curve_sizes) {
-    convert_fibre(data.basis, from, count_segments(data.basis, size), [&](const Point& point) {
+    convert_curve(data.basis, from, count_segments(data.basis, size), [&](const Point& point) {
       *to = point;
       to += stride;
     });
@@ -163,13 +163,13 @@ bool CurveSet::store(CurveData&& data) {
   if (std::all_of(data.curve_groups.begin(), data.curve_groups.end(), [](u32 group) { return group == 0; }))
     data.curve_groups = {};
   curve_groups_ = std::move(data.curve_groups);
-  if (!store_fibres(data)) return false;
+  if (!store_curves(data)) return false;
 
   const std::size_t points = count_stored_points(data), samples = data.motion_points.size();
   if (!allocate(points_, points) || !allocate(motion_points_, points * samples)) return false;
-  convert_fibres(data, data.points, points_.get(), 1);
+  convert_curves(data, data.points, points_.get(), 1);
   for (std::size_t sample = 0; sample < samples && points > 0; ++sample)
-    convert_fibres(data, data.motion_points[sample], motion_points_.get() + sample, samples);
+    convert_curves(data, data.motion_points[sample], motion_points_.get() + sample, samples);
   if (has_motion())
     motion_sampling_ = GMathTimeSampling(data.motion_begin, data.motion_step, static_cast<uint>(samples));
   if (points > 0) point_cloud_ = GeometryPointCloud(&points_[0].position, get_point_count(), sizeof(Point));
@@ -180,7 +180,7 @@ bool CurveSet::store(CurveData&& data) {
   return true;
 }
 
-bool CurveSet::store_fibres(const CurveData& data) {
+bool CurveSet::store_curves(const CurveData& data) {
   if (!allocate(curve_segment_, curve_count_) || !allocate(segment_point_, common_length_ != 0 ? 0 : segment_count_) ||
       !allocate(segment_groups_, curve_groups_.empty() ? 0 : segment_count_))
     return false;
@@ -212,7 +212,8 @@ void CurveSet::find_group_motion() {
 }
 
 uint CurveSet::get_curve(uint segment) const {
-  // Fibres without segments begin where the next one does: the last that begins at or before the segment holds it.
+  // A curve without segments has the same first segment as the next one: take the last curve that begins at or before
+  // the segment.
   const u32* after = std::upper_bound(curve_segment_.begin(), curve_segment_.end(), segment);
   return static_cast<uint>(after - curve_segment_.begin()) - 1;
 }
@@ -225,9 +226,9 @@ u64 CurveSet::get_array_bytes() const {
          group_names_.get_count() * sizeof(CoreString);
 }
 
-CurveSet::Place CurveSet::get_place(double time) const {
+CurveSet::MotionBlend CurveSet::get_motion_blend(double time) const {
   if (!has_motion() || std::isnan(time)) return {};
-  Place place{.rest = false, .step = motion_sampling_.get_sample_count() > 1 ? 1u : 0u};
-  motion_sampling_.get_span(time, place.first, place.fraction);
-  return place;
+  MotionBlend blend{.rest = false, .step = motion_sampling_.get_sample_count() > 1 ? 1u : 0u};
+  motion_sampling_.get_span(time, blend.first, blend.fraction);
+  return blend;
 }

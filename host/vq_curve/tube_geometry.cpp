@@ -39,11 +39,11 @@ template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::unite_segments(uint primitive, double time,
                                                       const GMathLinearSpace3<double>& space) const {
   const SegmentRange segments = get_segments(primitive);
-  const CurveSet::Place place = curves_.get_place(time);
+  const CurveSet::MotionBlend blend = curves_.get_motion_blend(time);
   GMathBbox3<double> out;
   with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
     for (uint segment = segments.first; segment < segments.end; ++segment)  // a NaN box adds nothing
-      out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, place), space));
+      out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, blend), space));
   });
   const GMathVec3<double> none(nan_time, nan_time, nan_time);
   return out.is_empty() ? GMathBbox3<double>(none, none) : out;
@@ -78,7 +78,7 @@ template <TubePrimitive kind>
 GMathLinearSpace3<double> TubeGeometry<kind>::get_primitive_space(const CtxEval& /*ctx*/, const uint& primitive) const {
   const SegmentRange segments = get_segments(primitive);
   if (segments.first == segments.end) return {};
-  // Four of the primitive's points, evenly spread, stand for all of them: of a single cubic they are its own.
+  // Four evenly spaced points approximate the primitive; of a single cubic they are its own control points.
   const uint first = curves_.get_first_point(segments.first);
   const uint last = curves_.get_first_point(segments.end - 1) + get_last_point(curves_.get_shape());
   CurveSegment<CurveShape::cubic> whole;
@@ -107,7 +107,7 @@ void TubeGeometry<kind>::test_rays(const CtxEval& ctx, CtxShader& shader, Geomet
     for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
       if (!query.is_nearest() && query.is_stopped(ray)) continue;
       if (index == segments.first) ++query.counter;
-      if (moving) segment = curves_.get_segment<shape>(index, curves_.get_place(query.spans[ray].time));
+      if (moving) segment = curves_.get_segment<shape>(index, curves_.get_motion_blend(query.spans[ray].time));
       CurveHit hit;
       if (curve_hit_segment(query.get_ray(ray), segment, query.get_tnear(ray), query.get_limit(ray), hit))
         query.push_intersection(ctx, shader, ray, {hit.distance, hit.u, hit.v, primitive, index - segments.first});
@@ -147,9 +147,9 @@ void TubeGeometry<kind>::mark_points(GeometryFrustumCtx& query, SegmentRange seg
 template <TubePrimitive kind>
 CurveSurfacePoint TubeGeometry<kind>::compute_surface_point(const GeometryIntersection& hit, double time) const {
   const uint segment = get_segments(hit.primitive).first + hit.part;
-  const CurveSet::Place place = curves_.get_place(time);
+  const CurveSet::MotionBlend blend = curves_.get_motion_blend(time);
   return with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
-    return curve_get_surface_point(curves_.get_segment<shape>(segment, place), hit.u, hit.v);
+    return curve_get_surface_point(curves_.get_segment<shape>(segment, blend), hit.u, hit.v);
   });
 }
 
@@ -168,4 +168,4 @@ GMathVec3<double> TubeGeometry<kind>::get_tangent(const GeometryIntersection& hi
 }
 
 template class TubeGeometry<TubePrimitive::segment>;
-template class TubeGeometry<TubePrimitive::fibre>;
+template class TubeGeometry<TubePrimitive::curve>;

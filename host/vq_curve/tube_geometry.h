@@ -1,16 +1,16 @@
 // host/vq_curve/tube_geometry.h
 //
-// Fibres as a geometry. What a primitive is, is decided at compile time:
+// Curves as a geometry. The kind of primitive is a template parameter:
 //
 //   segment   TubeMeshFast   one segment; a hit's part is 0
-//   fibre     TubeMesh       all segments of a fibre; a hit's part is the segment within the fibre
+//   curve     TubeMesh       all segments of a curve; a hit's part is the segment within the curve
 #pragma once
 #include "vq_curve/curve_set.h"
 #include "vq_geometry/geometry_object.h"
 
 class CtxMotionBlur;
 
-enum class TubePrimitive { segment, fibre };
+enum class TubePrimitive { segment, curve };
 
 template <TubePrimitive kind>
 class TubeGeometry : public GeometryObject {
@@ -18,7 +18,7 @@ class TubeGeometry : public GeometryObject {
   TubeGeometry(const TubeGeometry&) = delete;
   TubeGeometry& operator=(const TubeGeometry&) = delete;
 
-  /// Replaces the fibres; as CurveSet::create().
+  /// Replaces the curves; as CurveSet::create().
   bool create(CurveData&& data, CoreString& error) { return curves_.create(std::move(data), error); }
   const CurveSet& get_curves() const { return curves_; }
 
@@ -34,9 +34,9 @@ class TubeGeometry : public GeometryObject {
   bool has_motion() const override { return curves_.has_motion(); }
   bool has_shading_group_motion(const uint& group) const override { return curves_.has_group_motion(group); }
 
-  // Boxes hold the solid and are rounded outwards to single precision, so that converting them loses nothing. Segments
-  // with a NaN or infinite value count for nothing; NaN for a primitive that has no others. A NaN time stands for the
-  // fibres at rest, here and below. Boxes at a time have room for motion samples between those of the context's motion
+  // Boxes contain the solid and are rounded outwards to single precision, so that converting them is exact. Segments
+  // with a NaN or infinite value are left out; the box is NaN without other segments. A NaN time means the curves at
+  // rest, here and below. Boxes at a time are enlarged for motion keys between the samples of the context's motion
   // blur.
   GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
   GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
@@ -49,15 +49,15 @@ class TubeGeometry : public GeometryObject {
   /// Along the primitive at rest; the world's axes for one without segments.
   GMathLinearSpace3<double> get_primitive_space(const CtxEval& ctx, const uint& primitive) const override;
 
-  /// One hit a segment and ray: the first crossing of the segment's surface within the ray's interval.
+  /// At most one hit per segment and ray: the first crossing of the segment's surface within the ray's interval.
   void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                          const uint& primitive) const override;
-  /// Modes any and all look at the solid, at rest; points and vertices mark the control points inside.
+  /// Modes any and all test the solid at rest; points and vertices mark the control points inside.
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                              const uint& primitive) const override;
-  /// The normal points away from the fibre; uv holds (u, |v|, 0) with u counted along the whole fibre from 0 to 1.
+  /// The normal points away from the curve; uv holds (u, |v|, 0) with u counted along the whole curve from 0 to 1.
   GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
-  /// The direction of the fibre at a hit, of unit length: what fibre shading models want.
+  /// The direction of the curve at a hit, of unit length, for hair shading models.
   GMathVec3<double> get_tangent(const GeometryIntersection& hit, const double& time) const;
 
   /// The control points at rest.
@@ -76,7 +76,7 @@ class TubeGeometry : public GeometryObject {
   }
   GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space,
                                   const CtxMotionBlur* motion_blur) const;
-  /// The box of the solid as it is at `time`, not rounded; NaN without a valid segment.
+  /// The box of the solid at `time`, not rounded; NaN without a valid segment.
   GMathBbox3<double> unite_segments(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
   CurveSurfacePoint compute_surface_point(const GeometryIntersection& hit, double time) const;
   template <CurveShape shape>

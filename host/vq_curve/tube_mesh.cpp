@@ -11,6 +11,6 @@ const CoreClassInfo& TubeMesh::class_info() {
 }
 
 double TubeMesh::get_build_parameter() const {
-  const double segments = get_curves().get_segment_count(), fibres = get_curves().get_curve_count();
-  return 8.0 * std::max(segments / std::max(fibres, 1.0), 1.0);
+  const double segments = get_curves().get_segment_count(), curves = get_curves().get_curve_count();
+  return 8.0 * std::max(segments / std::max(curves, 1.0), 1.0);
 }

@@ -1,18 +1,18 @@
 // host/vq_curve/tube_mesh.h
 //
-// Few and large fibres: cables, pipes, branches. One primitive is a whole fibre, tested segment by segment. For
-// structures that index heavy primitives by their world boxes.
+// Few and large curves: cables, pipes, branches. One primitive is a whole curve, tested segment by segment. For
+// structures with boxes along the world's axes.
 #pragma once
 #include "vq_curve/tube_geometry.h"
 
-class TubeMesh final : public TubeGeometry<TubePrimitive::fibre> {
+class TubeMesh final : public TubeGeometry<TubePrimitive::curve> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
-  /// No fibres.
+  /// No curves.
   TubeMesh() = default;
 
-  /// Eight triangles a segment, of as many segments as a fibre has on average.
+  /// A segment costs about eight triangles; times the mean number of segments per curve.
   double get_build_parameter() const override;
 };

@@ -1,7 +1,7 @@
 // host/vq_curve/tube_mesh_fast.h
 //
-// Hair and fur: many thin fibres. One primitive is one segment of a fibre, a solid with round ends (curve_segment.h),
-// so that a structure with oriented boxes can follow the fibre. Primitives run through the fibres in order.
+// Hair and fur: many thin curves. One primitive is one segment of a curve, a solid with round ends (curve_segment.h),
+// for a structure with oriented boxes. Primitives are numbered along the curves, curve by curve.
 #pragma once
 #include "vq_curve/tube_geometry.h"
 
@@ -10,7 +10,7 @@ class TubeMeshFast final : public TubeGeometry<TubePrimitive::segment> {
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
-  /// No fibres.
+  /// No curves.
   TubeMeshFast() = default;
 
   /// A segment costs about eight triangles.

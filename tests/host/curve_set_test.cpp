@@ -43,10 +43,10 @@ struct Tubes {
     EXPECT_TRUE(segments.create(CurveData(data), error) && fibres.create(CurveData(data), error)) << error.get_data();
   }
   Ball get_ball(uint segment, double u, double time = NAN) const {
-    const CurveSet::Place place = curves.get_place(time);
+    const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
     if (curves.get_shape() == CurveShape::linear)
-      return curves.get_segment<CurveShape::linear>(segment, place).get_ball(u);
-    return curves.get_segment<CurveShape::cubic>(segment, place).get_ball(u);
+      return curves.get_segment<CurveShape::linear>(segment, blend).get_ball(u);
+    return curves.get_segment<CurveShape::cubic>(segment, blend).get_ball(u);
   }
   TubeMeshFast segments;
   TubeMesh fibres;

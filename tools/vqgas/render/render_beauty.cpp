@@ -32,10 +32,10 @@ struct ShadePoint {
 
 double get_fiber_radius(const CurveSet& curves, const GeometryIntersection& hit, double time) {
   const double u = std::clamp(hit.u, 0.0, 1.0);  // the round ends lie beyond
-  const CurveSet::Place place = curves.get_place(time);
+  const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
   const double radius = curves.get_shape() == CurveShape::linear
-                            ? curves.get_segment<CurveShape::linear>(hit.primitive, place).get_ball(u).radius
-                            : curves.get_segment<CurveShape::cubic>(hit.primitive, place).get_ball(u).radius;
+                            ? curves.get_segment<CurveShape::linear>(hit.primitive, blend).get_ball(u).radius
+                            : curves.get_segment<CurveShape::cubic>(hit.primitive, blend).get_ball(u).radius;
   return std::fmax(radius, 0.0);
 }
 

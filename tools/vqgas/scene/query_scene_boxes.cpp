@@ -15,13 +15,13 @@ using Matrix = GMathMatrix4x4<double>;
 /// same view.
 template <CurveShape shape>
 void add_hair_boxes(const CurveSet& curves, double time, uint box_count, Boxes& boxes) {
-  const CurveSet::Place place = curves.get_place(time);
+  const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
   const uint count = curves.get_segment_count(), run = 1 + count / box_count;
   for (uint first = 0; first < count; first += run) {
     GMathBbox3<double> box;
     box.set_empty();
     for (uint segment = first; segment < std::min(first + run, count); ++segment) {
-      for (const CurvePoint<double>& point : curves.get_segment<shape>(segment, place).point) {
+      for (const CurvePoint<double>& point : curves.get_segment<shape>(segment, blend).point) {
         const double radius = std::fmax(point.radius, 0.0);
         const GMathVec3<double> reach(radius, radius, radius);
         const GMathVec3<double> low = point.position - reach, high = point.position + reach;
