@@ -11,7 +11,7 @@ GasSceneTree::QueryScope::QueryScope(const GasSceneTree&, CtxShader& shader, Geo
 }
 
 BvhLeafFunctions GasSceneTree::get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const {
-  return data != nullptr ? data->get_leaf_functions(query.settings.wants_motion_vectors) : leaf_functions;
+  return data != nullptr ? data->get_leaf_functions(query.settings.compute_motion_vectors) : leaf_functions;
 }
 
 template <class Query>

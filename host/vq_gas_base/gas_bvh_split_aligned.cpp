@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Whether the set, small enough for a leaf, is better left whole. `cut_cost` is the choice's.
+/// True if the set may be a leaf and costs no more as one. `cut_cost` is GasBvhSplitChoice::cost.
 bool is_cheaper_whole(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, float cut_cost, float padding) {
   if (set.count > ctx.max_leaf) return false;
   return gas_bvh_split_whole_cost(ctx, set) <=
@@ -22,7 +22,7 @@ bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasB
   const float padding = gas_bvh_split_padding(set.box);
   const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first});
   const GasBvhSplitChoice choice = sorted.find(padding);
-  if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, nullptr);
+  if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, nullptr);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
   gas_bvh_split_fill_halves(set, sorted.cut(choice), left, right);
   return true;
@@ -35,13 +35,13 @@ bool GasBvhSplitAligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& se
   if (set.count < 2) return false;
   if (set.count <= GasBvhSplitSorted::most_items) return split_sorted(ctx, set, left, right);
   if (!item_bins_.resize_for_overwrite(set.count) || !moved_.resize_for_overwrite(set.count))
-    return gas_bvh_split_heap(ctx, set, left, right, threads);
+    return gas_bvh_split_fallback(ctx, set, left, right, threads);
 
   const GasBvhSplitWorldBoxes boxes{ctx.item_boxes, ctx.order + set.first};
   GasBvhSplitBinned binned(ctx, set, boxes, item_bins_.get_items(), threads);
   const float padding = gas_bvh_split_padding(set.box);
   const GasBvhSplitChoice choice = binned.find(padding);
-  if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, threads);
+  if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, threads);
   if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
   gas_bvh_split_fill_halves(set, binned.cut(choice, moved_.get_items()), left, right);
   return true;

@@ -1,7 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_binned.h
 //
-// The search for large sets: items fall into bins, and planes lie between bins. Two passes over the items to
-// find the best of them and one to make it.
+// The split search for large sets: items are counted in bins, and the planes are between bins. Two passes over the
+// items find the best plane, a third partitions them.
 #pragma once
 #include "vq_core/core_memory.h"
 #include "vq_gas_base/gas_bvh_split_bins.h"
@@ -11,7 +11,7 @@
 template <class Boxes>
 class GasBvhSplitBinned {
  public:
-  /// @param item_bins  [set.count] scratch, in use until the cut
+  /// @param item_bins  [set.count] scratch, in use until cut()
   /// @param threads    null: all on this thread
   GasBvhSplitBinned(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes,
                     GasBvhSplitItemBins* item_bins, SysThreadManager* threads);
@@ -22,11 +22,11 @@ class GasBvhSplitBinned {
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved);
 
  private:
-  /// From here on finer bins pay.
+  /// From this number of items on more bins are used.
   static constexpr uint many_items = 4096;
   static constexpr uint few_bins = 16, many_bins = GasBvhSplitBins::most_bins;
 
-  /// One chunk of a set that is being cut on several threads.
+  /// One chunk of a set that is split on several threads.
   struct Chunk {
     GasBvhSplitBins bins;
     uint left_before;  ///< how many items of the chunks before it go left
@@ -35,8 +35,8 @@ class GasBvhSplitBinned {
   GasBvhSplitBox unite_center_sums() const;
   void fill_bins(const GasBvhSplitGrid& grid);
   void partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved);
-  uint deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at, uint right_at,
-            uint* moved) const;
+  uint partition_chunk(const GasBvhSplitChoice& choice, uint first, uint chunk_count, uint left_at, uint right_at,
+                       uint* moved) const;
 
   const GasBvhSplitCtx& ctx_;
   uint* order_;
@@ -48,7 +48,7 @@ class GasBvhSplitBinned {
   CoreAlignedArray<Chunk> chunks_;  ///< only with threads
 };
 
-/// The bins with their weights as the search wants them.
+/// The bins as slots of gas_bvh_split_search().
 struct GasBvhSplitBinSlots {
   const GasBvhSplitBins& bins;
   bool weighted;
@@ -126,12 +126,12 @@ GasBvhSplitSides GasBvhSplitBinned<Boxes>::cut(const GasBvhSplitChoice& choice, 
 }
 
 /// Copies the items of one chunk to `moved`, those that go left from `left_at` on and the others from `right_at` on,
-/// each in their former order, and returns where the next left one goes. Written without a branch, which would be
-/// guessed wrong for every other item.
+/// each in their former order, and returns where the next left one goes. Without a branch, which would be
+/// mispredicted for half of the items.
 template <class Boxes>
-uint GasBvhSplitBinned<Boxes>::deal(const GasBvhSplitChoice& choice, uint first, uint deal_count, uint left_at,
-                                    uint right_at, uint* moved) const {
-  for (uint k = first; k < first + deal_count; ++k) {
+uint GasBvhSplitBinned<Boxes>::partition_chunk(const GasBvhSplitChoice& choice, uint first, uint chunk_count,
+                                               uint left_at, uint right_at, uint* moved) const {
+  for (uint k = first; k < first + chunk_count; ++k) {
     const uint is_left = item_bins_[k].bin[choice.axis] < choice.plane ? 1 : 0;
     moved[right_at ^ ((left_at ^ right_at) & (0u - is_left))] = order_[k];
     left_at += is_left;
@@ -146,7 +146,7 @@ void GasBvhSplitBinned<Boxes>::partition(const GasBvhSplitChoice& choice, uint l
   if (threads_ == nullptr) {
     uint left_at = 0;
     gas_split_for_each_chunk(ctx_, count_, nullptr, [&](uint /*chunk*/, uint first, uint chunk_count) {
-      left_at = deal(choice, first, chunk_count, left_at, left_count + (first - left_at), moved);
+      left_at = partition_chunk(choice, first, chunk_count, left_at, left_count + (first - left_at), moved);
     });
   } else {
     uint left_before = 0;
@@ -156,7 +156,7 @@ void GasBvhSplitBinned<Boxes>::partition(const GasBvhSplitChoice& choice, uint l
     }
     gas_split_for_each_chunk(ctx_, count_, threads_, [&](uint chunk, uint first, uint chunk_count) {
       const uint before = chunks_[chunk].left_before;
-      deal(choice, first, chunk_count, before, left_count + (first - before), moved);
+      partition_chunk(choice, first, chunk_count, before, left_count + (first - before), moved);
     });
   }
   gas_split_for_each_chunk(ctx_, count_, threads_, [&](uint /*chunk*/, uint first, uint chunk_count) {

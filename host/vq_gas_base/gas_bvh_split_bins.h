@@ -1,17 +1,17 @@
 // host/vq_gas_base/gas_bvh_split_bins.h
 //
-// The bins of one set, or of one chunk of it: for each axis a row of equally wide slots between the smallest and the
-// largest centre, each with the box, the number and the weight of the items whose centres fall in it.
+// The bins of one set, or of one chunk of it: for each axis equally wide intervals between the smallest and the largest
+// center, each with the box, the number and the weight of the items whose centers are in it.
 #pragma once
 #include <algorithm>
 
 #include "vq_gas_base/gas_bvh_split_items.h"
 
-/// Where centres fall. Of an axis along which all centres are equal, or not finite, every item falls in bin 0.
+/// Maps centers to bins. On an axis on which all centers are equal, or one is not finite, every item is in bin 0.
 struct GasBvhSplitGrid {
   SimdF origin{0.0f}, scale{0.0f}, last{0.0f};
   uint bin_count = 0;
-  bool is_flat = true;  ///< on all three axes: there is nothing to cut
+  bool is_flat = true;  ///< on all three axes: no split by bins is possible
 
   GasBvhSplitGrid() = default;
   GasBvhSplitGrid(const GasBvhSplitBox& center_sums, uint bin_count);
@@ -30,7 +30,7 @@ struct GasBvhSplitBins {
   double weights[3][most_bins] = {};  ///< all 0 when every item weighs the same
   uint counts[3][most_bins] = {};
 
-  /// Adds the set's items at positions from `first` on and leaves in `item_bins` where each of them fell.
+  /// Adds the set's items at positions from `first` on and stores the bins of each in `item_bins`.
   /// @param order      the set's items
   /// @param item_bins  [position]
   template <class Boxes>
@@ -49,8 +49,8 @@ template <class Boxes>
 void GasBvhSplitBins::add_items(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid& grid, const Boxes& item_boxes,
                                 const uint* order, uint first, uint count, GasBvhSplitItemBins* item_bins) {
   constexpr uint ahead = 12;
-  // Block by block, first where the items fall and then what that adds: were the bins' addresses still being worked out
-  // when they are written, every next bin read would have to wait for them.
+  // Per block, first compute the bins of all items, then add the items. In one loop each read of a bin would wait for
+  // the address of the bin written before it.
   constexpr uint block_items = 64;
   const uint last = first + count;
   for (uint block = first; block < last; block += block_items) {

@@ -1,7 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_chunks.h
 //
-// Large sets are worked on in chunks whose size never depends on the number of threads. Each chunk leaves its own
-// result and the results are combined in the order of the chunks, so that sums come out the same in every bit.
+// Large sets are processed in chunks whose size does not depend on the number of threads. Each chunk has its own
+// result, and the results are combined in the order of the chunks, so that sums are the same in every bit.
 #pragma once
 #include <algorithm>
 #include <atomic>
@@ -14,7 +14,7 @@
 #include "vq_sys/sys_thread_task_manager.h"
 
 inline constexpr uint gas_split_chunk_items = 16384;
-/// Below this the threads' start costs more than they save.
+/// Below this number of items, starting the threads takes longer than they save.
 inline constexpr uint gas_split_parallel_items = 65536;
 
 inline uint gas_split_chunk_count(uint item_count) {
@@ -25,7 +25,7 @@ inline bool gas_split_is_parallel(uint item_count, SysThreadManager* threads) {
   return threads != nullptr && item_count >= gas_split_parallel_items && threads->get_max_thread_count() >= 2;
 }
 
-/// Takes chunks off the shared counter until none is left or the application asks to stop.
+/// Processes chunks from a shared counter until none is left or the application requests a stop.
 template <class Function>
 class GasSplitChunkTask final : public SysThreadTask {
  public:
@@ -63,7 +63,7 @@ void gas_split_for_each_chunk(const GasBvhSplitCtx& ctx, uint item_count, SysThr
     }
     return;
   }
-  // Memory is busy long before this many threads are.
+  // More threads do not help: memory bandwidth limits the loop.
   constexpr uint most_tasks = 16;
   const uint task_count = std::min({most_tasks, threads->get_max_thread_count(), chunk_count});
   std::atomic<uint> next = 0;

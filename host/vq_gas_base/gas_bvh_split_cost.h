@@ -1,12 +1,12 @@
 // host/vq_gas_base/gas_bvh_split_cost.h
 //
-// The price of a cut, shared by the binned and the exact search. Both lay the items along each axis in a row of slots
-// (bins there, single items here) and ask for the best plane between two slots. The three axes are priced at once:
+// The cost of a split, for the binned and the exact search. Both divide the items along each axis into slots (bins, or
+// single items) and search the best plane between two slots. The three axes are evaluated at once:
 //
 //   GasBvhSplitBox   lanes x, y, z, -                   the two corners of one box
 //   areas, costs     lanes along x, along y, along z, - one number for each axis of the cut
 //
-// The fourth lane holds nothing of meaning throughout.
+// The fourth lane is unused.
 #pragma once
 #include <bit>
 #include <limits>
@@ -20,7 +20,7 @@ struct GasBvhSplitBox {
   SimdF high{std::numeric_limits<float>::lowest()};
 
   static GasBvhSplitBox load(const GMathBbox3<float>& box) {
-    // The second load starts at min z and so ends with the box: what lies behind the last box is not ours to read.
+    // The second load starts at min z and ends with the box: memory behind the last box may not be readable.
     const float* values = reinterpret_cast<const float*>(&box);
     return {SimdF::load_unaligned(values), rotate_lanes(SimdF::load_unaligned(values + 2))};
   }
@@ -38,20 +38,20 @@ struct GasBvhSplitBox {
     low = min(point, low);
     high = max(point, high);
   }
-  /// Twice the centre: order and distance are all that the search needs of it.
+  /// Twice the center: the search needs only order and relative distances.
   SimdF get_center_sum() const { return low + high; }
 };
 
-/// The best cut of a set: the slots of `axis` below `plane` go left, the others right.
+/// The best split of a set: the slots of `axis` below `plane` go left, the others right.
 struct GasBvhSplitChoice {
-  float cost = std::numeric_limits<float>::infinity();  ///< area x weight, both sides; infinite: there is no cut
+  float cost = std::numeric_limits<float>::infinity();  ///< sum of area x weight over both sides; infinite: no split
   uint axis = 0;
   uint plane = 0;
   bool is_found() const { return cost < std::numeric_limits<float>::infinity(); }
 };
 
-/// Added to every extent before areas are priced. Items along a line have boxes of no area at all: priced at 0, every
-/// cut would be as good as any other, and taking the first would peel the set off slice by slice.
+/// Added to every extent in the areas of the cost. Boxes of items along a line have no area: all splits would cost 0,
+/// and the first plane would always be chosen, which separates one slot at a time.
 inline float gas_bvh_split_padding(const GMathBbox3<float>& set_box) {
   const GMathVec3<float> extent = set_box.get_extent();
   const float largest =
@@ -59,7 +59,7 @@ inline float gas_bvh_split_padding(const GMathBbox3<float>& set_box) {
   return largest * 1e-6f;
 }
 
-/// Half the padded surface of one box per axis of the cut.
+/// Half the padded surface of three boxes, one per axis of the split.
 inline SimdF gas_bvh_split_areas(const GasBvhSplitBox (&boxes)[3], const SimdF& padding) {
   SimdF dx = boxes[0].high - boxes[0].low;
   SimdF dy = boxes[1].high - boxes[1].low;
@@ -72,8 +72,8 @@ inline SimdF gas_bvh_split_areas(const GasBvhSplitBox (&boxes)[3], const SimdF& 
   return (dy + dz) * dx + dy * dz;
 }
 
-/// Prices every plane of the three axes from both ends and returns the cheapest; of equals that of the lowest axis,
-/// then the lowest plane. A plane with an empty side or without a finite price is no choice.
+/// Computes the cost of every plane of the three axes and returns the cheapest; of equal costs the lowest axis, then
+/// the lowest plane. Planes with an empty side or without a finite cost are not chosen.
 ///
 /// @param slots      get_box(axis, slot), and get_weights(slot) with one lane per axis: 0 for an empty slot
 /// @param slot_count at least 2, at most `most_slots`
@@ -96,8 +96,8 @@ GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, floa
     for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, plane - 1));
     weight = weight + slots.get_weights(plane - 1);
     const SimdF cost = gas_bvh_split_areas(side, pad) * weight + right_cost[plane];
-    // An empty side is an infinite box that weighs 0: NaN, which loses here. A side of which some bound was NaN may
-    // come out negative.
+    // An empty side costs inf * 0 = NaN, which never compares as cheaper. A side with a NaN bound may have a negative
+    // cost.
     const auto better = (best_cost > cost) & (zero <= cost);
     best_cost = select(better, cost, best_cost);
     best_plane = select(better, SimdF(static_cast<float>(plane)), best_plane);
@@ -112,8 +112,8 @@ GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, floa
   return choice;
 }
 
-/// What an item weighs in the choice of a plane. Nothing is free to test, and were it so (weight 0, or less, or NaN)
-/// then all planes would be equal: see the padding.
+/// The weight of an item in the cost. At least 0.001, also for a negative or NaN weight: with weights of 0 all planes
+/// would have the same cost.
 inline float gas_bvh_split_weight(const GasBvhSplitCtx& ctx, uint item) {
   if (ctx.item_weights == nullptr) return 1.0f;
   const float weight = std::bit_cast<float>(ctx.item_weights[item]);

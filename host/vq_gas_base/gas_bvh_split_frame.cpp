@@ -5,12 +5,12 @@
 
 namespace {
 
-/// More than this many items do not turn the mean noticeably.
+/// More items do not change the mean noticeably.
 constexpr uint most_samples = 64;
 
 using Vec = GMathVec3<double>;
 
-/// A sum of outer products v v^T. Where v or -v is meant makes no difference, so directions need no common sense.
+/// A sum of outer products v v^T. v and -v give the same product, so that the sign of a direction does not matter.
 struct Scatter {
   double xx = 0.0, yy = 0.0, zz = 0.0, xy = 0.0, xz = 0.0, yz = 0.0;
 
@@ -26,13 +26,13 @@ struct Scatter {
   Vec apply(const Vec& v) const {
     return {xx * v.x + xy * v.y + xz * v.z, xy * v.x + yy * v.y + yz * v.z, xz * v.x + yz * v.y + zz * v.z};
   }
-  /// Each square doubles how far the largest eigenvalue is ahead of the others.
+  /// Scaled to trace 1 and squared: squares the ratio of the largest eigenvalue to the others.
   Scatter get_square() const {
     const double scale = 1.0 / get_trace();
     const Vec x = Vec(xx, xy, xz) * scale, y = Vec(xy, yy, yz) * scale, z = Vec(xz, yz, zz) * scale;
     return {x.dot(x), y.dot(y), z.dot(z), x.dot(y), x.dot(z), y.dot(z)};
   }
-  /// The direction that the vectors follow best; 0 without vectors.
+  /// The eigenvector of the largest eigenvalue: the mean direction of the vectors. 0 without vectors.
   Vec get_main_axis() const {
     Scatter power = *this;
     for (uint k = 0; k < 6; ++k) power = power.get_square();
@@ -50,7 +50,7 @@ Vec get_any_perpendicular(const Vec& v) {
 }
 
 /// @param x       unit length
-/// @param second  the second axis, as far as it is at right angles to the first
+/// @param second  its component at right angles to `x` becomes the second axis
 GMathLinearSpace3<float> make_space(const Vec& x, const Vec& second) {
   Vec y = second + x * -x.dot(second);
   const double length = y.get_length();
@@ -98,7 +98,7 @@ SetScatter::SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
 Vec SetScatter::get_widest(const Vec& x) const {
   const Vec u = get_any_perpendicular(x), v = x.cross(u), along_u = ends.apply(u), along_v = ends.apply(v);
   const double uu = u.dot(along_u), uv = u.dot(along_v), vv = v.dot(along_v);
-  // Of a single straight item, or of several one behind the other, nothing but rounding is left.
+  // A single straight item, or several in one line, spread only by rounding.
   if (!(uu + vv > 1e-9 * ends.get_trace())) return bend;
   const double angle = 0.5 * std::atan2(2.0 * uv, uu - vv);
   return u * std::cos(angle) + v * std::sin(angle);

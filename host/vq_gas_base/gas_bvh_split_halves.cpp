@@ -29,12 +29,12 @@ void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, 
   gas_bvh_split_fill_halves(set, sides, left, right);
 }
 
-bool gas_bvh_split_heap(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                        GasBvhSplitSetGeom& right, SysThreadManager* threads) {
+bool gas_bvh_split_fallback(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                            GasBvhSplitSetGeom& right, SysThreadManager* threads) {
   if (set.count <= ctx.max_leaf) return false;
   uint* order = ctx.order + set.first;
-  // Boxes without a finite area go to the right: one of them makes every price infinite, and halving would mix up all
-  // the others that are with it.
+  // Boxes without a finite area go to the right: a single one makes every cost infinite, and halving would leave it
+  // among the others.
   const auto is_bounded = [&ctx](uint item) { return std::isfinite(ctx.item_boxes[item].get_half_area()); };
   const uint bounded = static_cast<uint>(std::partition(order, order + set.count, is_bounded) - order);
   const uint left_count = bounded == 0 || bounded == set.count ? set.count / 2 : bounded;

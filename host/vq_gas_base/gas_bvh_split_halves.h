@@ -1,38 +1,38 @@
 // host/vq_gas_base/gas_bvh_split_halves.h
 //
-// What becomes of a set once a cut has been chosen, or when there is none.
+// Carries out the chosen split of a set, or the fallback when there is none.
 #pragma once
 #include "vq_gas_base/gas_bvh_split_cost.h"
 
-/// The two sides of a cut, with their boxes in the space in which it was found.
+/// The two sides of a split, with their boxes in the space of the search.
 struct GasBvhSplitSides {
   uint left_count = 0;
   GasBvhSplitBox left, right;
 };
 
-/// The two ranges of a set with these boxes along the world's axes. Neither has been refitted.
+/// Writes range, box and area of both halves; `sides` has boxes along the world's axes. Marks both as not refitted.
 void gas_bvh_split_fill_halves(const GasBvhSplitSetGeom& set, const GasBvhSplitSides& sides, GasBvhSplitSetGeom& left,
                                GasBvhSplitSetGeom& right);
 
-/// Cuts the range as it stands.
+/// Splits the range in its current order, after `left_count` items.
 void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, uint left_count,
                       GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, SysThreadManager* threads);
 
-/// The last resort, for sets that offer no cut: equal centres, or no finite price. Such items lie on top of each other,
-/// where a cut saves nothing, so they stay together if they may and are halved if not.
-/// @return false when they stay together
-bool gas_bvh_split_heap(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                        GasBvhSplitSetGeom& right, SysThreadManager* threads);
+/// The fallback for sets without a split: equal centers, or no finite cost. Splitting such items saves nothing, so they
+/// become a leaf if there are at most max_leaf, else the range is halved.
+/// @return false when they become a leaf
+bool gas_bvh_split_fallback(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                            GasBvhSplitSetGeom& right, SysThreadManager* threads);
 
-/// What testing the whole set costs, one item after the other.
+/// Cost of the set as a leaf: all its items.
 float gas_bvh_split_whole_cost(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set);
 
-/// What an item of weight 1 costs.
+/// Cost of an item of weight 1.
 inline float gas_bvh_split_unit_cost(const GasBvhSplitCtx& ctx) {
   return (ctx.item_weights != nullptr ? 1.0f : ctx.item_cost) * ctx.item_cost_scale;
 }
 
-/// Half the surface of a box of which every extent is so much longer.
+/// Half the surface of the box with `padding` added to every extent.
 inline float gas_bvh_split_padded_area(const GMathBbox3<float>& box, float padding) {
   return GMathBbox3<float>(box.min, box.max + GMathVec3<float>(padding, padding, padding)).get_half_area();
 }

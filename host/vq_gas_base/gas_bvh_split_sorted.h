@@ -1,13 +1,13 @@
 // host/vq_gas_base/gas_bvh_split_sorted.h
 //
-// The exact search for small sets: every item is a slot of its own, in order of its centre.
+// The exact split search for small sets: one slot per item, sorted by its center.
 #pragma once
 #include "vq_gas_base/gas_bvh_split_halves.h"
 #include "vq_gas_base/gas_bvh_split_items.h"
 
 class GasBvhSplitSorted {
  public:
-  /// Sets this small are cut between single items rather than bins.
+  /// Sets of at most this many items are searched between single items instead of bins.
   static constexpr uint most_items = 16;
 
   template <class Boxes>
@@ -19,7 +19,7 @@ class GasBvhSplitSorted {
   /// Puts the set's items in their new order.
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved = nullptr) const;
 
-  // What the search asks of slots.
+  // The interface of slots for gas_bvh_split_search().
   const GasBvhSplitBox& get_box(uint axis, uint rank) const { return boxes_[order_[rank][axis]]; }
   SimdF get_weights(uint rank) const {
     return {weights_[order_[rank][0]], weights_[order_[rank][1]], weights_[order_[rank][2]], 0.0f};
@@ -30,13 +30,13 @@ class GasBvhSplitSorted {
   float weights_[most_items];
   uint items_[most_items];
   u8 order_[most_items][4];  ///< [rank][axis]: position in `items_`
-  uint* range_;              ///< of the set in the order of all items
+  uint* range_;              ///< the set's range of the order array
   uint count_;
   bool is_flat_;
 };
 
-/// Ranks by counting, for each pair, who comes first: quadratic, but without a branch and on three axes at once. Of
-/// equal centres the one that stands first in the set comes first.
+/// The rank of an item is the number of items before it, counted over all pairs: quadratic, but without a branch and on
+/// three axes at once. Equal centers keep the order of the set.
 template <class Boxes>
 GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes)
     : range_(ctx.order + set.first), count_(set.count) {
@@ -47,7 +47,7 @@ GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSpli
     items_[k] = range_[k];
     boxes_[k] = item_boxes.load(k);
     weights_[k] = gas_bvh_split_weight(ctx, items_[k]);
-    // A NaN would come first and last at once and the ranks would repeat.
+    // A NaN compares false with everything, so that two items would get the same rank.
     centers[k] = max(boxes_[k].get_center_sum(), lowest);
     center_sums.add(centers[k]);
     SimdF rank(static_cast<float>(k));

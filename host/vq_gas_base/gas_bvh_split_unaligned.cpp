@@ -11,11 +11,11 @@
 
 namespace {
 
-/// Items that agree less than this have boxes in their mean space that are no better than those along the world's axes:
-/// on grooms of every kind a lower limit finds nothing more, one of 0.8 makes rays visit 2 % more nodes.
+/// Below this agreement, boxes in the items' mean space are no smaller than those along the world's axes. On all grooms
+/// tested a lower limit gives no better trees; with 0.8, rays visit 2 % more nodes.
 constexpr float least_agreement = 0.65f;
-/// Larger sets are so wide that the way their items run makes no difference to their boxes; rays through a million
-/// fibres visit as many nodes with this limit as without it.
+/// In larger sets the direction of the items does not affect the size of the box: rays through a million curves visit
+/// as many nodes with this limit as without it.
 constexpr uint most_oriented_items = 16384;
 
 CoreBasicArray<uint> get_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
@@ -27,36 +27,36 @@ GasBvhSplitCapsule get_capsule(const GasBvhSplitCtx& ctx, uint position) {
   return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]);
 }
 
-/// What a set costs, whole or cut, once a ray has entered it.
-class Prices {
+/// Expected cost of a set for a ray that has entered it, as a leaf or split.
+class Costs {
  public:
-  Prices(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, bool aligned, float padding)
+  Costs(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, bool aligned, float padding)
       : unit_(gas_bvh_split_unit_cost(ctx)),
         whole_(gas_bvh_split_whole_cost(ctx, set)),
         area_(gas_bvh_split_padded_area(set.refitted ? set.space_box : set.box, padding)),
-        // What an oriented node costs more is paid once for the up to three cuts that make the node.
+        // Up to three splits make one node: each is charged a third of the additional cost of an oriented node.
         oriented_node_(ctx.aligned_cost + (ctx.oriented_cost - ctx.aligned_cost) * (1.0f / 3.0f)),
         aligned_node_(aligned ? ctx.aligned_cost : oriented_node_) {}
 
   float get_whole() const { return whole_; }
-  /// @param cut_cost  area x weight, both sides; infinite: there is no cut
+  /// @param cut_cost  sum of area x weight over both sides; infinite: no split
   float get_aligned(float cut_cost) const { return aligned_node_ + get_items(cut_cost); }
   float get_oriented(float cut_cost) const { return oriented_node_ + get_items(cut_cost); }
 
  private:
-  /// A side may be larger than the box by which the set is entered, but a ray does not visit it more often for that.
+  /// A side may be larger than the box by which the set is entered, but it is not visited more often than the set.
   float get_items(float cut_cost) const {
     const float items = cut_cost / area_ * unit_;
     return items < whole_ || items == std::numeric_limits<float>::infinity() ? items : whole_;
   }
 
-  float unit_;   ///< of an item of weight 1
-  float whole_;  ///< all items, one after the other
+  float unit_;   ///< cost of an item of weight 1
+  float whole_;  ///< as a leaf
   float area_;   ///< of the box by which a ray enters
   float oriented_node_, aligned_node_;
 };
 
-/// Raises what is less than `least` to that, on both sides alike.
+/// Enlarges an extent below `least` to `least`, equally on both sides.
 void widen(GMathBbox3<float>& box, uint axis, float least) {
   if (box.max[axis] - box.min[axis] >= least) return;
   const float center = box.min[axis] * 0.5f + box.max[axis] * 0.5f;
@@ -64,19 +64,19 @@ void widen(GMathBbox3<float>& box, uint axis, float least) {
   box.max[axis] = std::max(box.max[axis], center + least * 0.5f);
 }
 
-/// Makes sure that the frame of the box can be inverted in single precision and that it means something then.
+/// Clamps and enlarges the box so that its frame is finite and invertible in single precision.
 void make_invertible(GMathBbox3<float>& box) {
   constexpr float most = 1e37f, least = 1e-18f;
   float largest = 0.0f, farthest = 0.0f;
   for (uint axis = 0; axis < 3; ++axis) {
-    // Also where a bound is NaN, or the box is inverted for want of items.
+    // Also for NaN bounds, and for the inverted box of a set without items.
     box.min[axis] = box.min[axis] >= -most ? std::min(box.min[axis], most) : -most;
     box.max[axis] = box.max[axis] <= most ? std::max(box.max[axis], -most) : most;
     if (box.max[axis] < box.min[axis]) box.min[axis] = box.max[axis] = 0.0f;
     largest = std::max(largest, box.max[axis] - box.min[axis]);
     farthest = std::max({farthest, -box.min[axis], box.max[axis]});
   }
-  // A little more than what is promised, for the rounding of the bounds.
+  // Slightly more than required, because the bounds are rounded.
   for (uint axis = 0; axis < 3; ++axis) widen(box, axis, std::max({largest * 1.1e-6f, farthest * 0x1.2p-20f, least}));
 }
 
@@ -87,49 +87,49 @@ bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCt
                                     GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned,
                                     SysThreadManager* threads) {
   const float padding = gas_bvh_split_padding(set.box);
-  const Prices prices(ctx, set, aligned, padding);
+  const Costs costs(ctx, set, aligned, padding);
   const bool may_be_leaf = set.count <= ctx.max_leaf;
   auto search = make_search(GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first}, item_bins_);
   const GasBvhSplitChoice choice = search.find(padding);
-  const float price = prices.get_aligned(choice.cost);
+  const float aligned_cut_cost = costs.get_aligned(choice.cost);
 
   if (fill_space_boxes(ctx, set)) {
     auto oriented_search = make_search(GasBvhSplitSpaceBoxes{space_boxes_.get_items()}, oriented_item_bins_);
     const GasBvhSplitChoice oriented_choice = oriented_search.find(padding);
-    const float oriented_price = prices.get_oriented(oriented_choice.cost);
-    if (oriented_choice.is_found() && oriented_price < price) {
-      if (may_be_leaf && prices.get_whole() <= oriented_price) return false;
+    const float oriented_cut_cost = costs.get_oriented(oriented_choice.cost);
+    if (oriented_choice.is_found() && oriented_cut_cost < aligned_cut_cost) {
+      if (may_be_leaf && costs.get_whole() <= oriented_cut_cost) return false;
       const GasBvhSplitSides sides = oriented_search.cut(oriented_choice, moved_.get_items());
       gas_bvh_split_at(ctx, set, sides.left_count, left, right, threads);
       aligned = false;
       return true;
     }
   }
-  if (!choice.is_found()) return gas_bvh_split_heap(ctx, set, left, right, threads);
-  if (may_be_leaf && prices.get_whole() <= price) return false;
+  if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, threads);
+  if (may_be_leaf && costs.get_whole() <= aligned_cut_cost) return false;
   gas_bvh_split_fill_halves(set, search.cut(choice, moved_.get_items()), left, right);
   return true;
 }
 
-/// There is one cut only. In an oriented node each of the two gets the box of its own space.
+/// Two items: there is only one split. In an oriented node each item gets the box of its own space.
 bool GasBvhSplitUnaligned::split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                       GasBvhSplitSetGeom& right, bool& aligned) {
   gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
   const float padding = gas_bvh_split_padding(set.box);
-  const Prices prices(ctx, set, aligned, padding);
+  const Costs costs(ctx, set, aligned, padding);
   const float weights[2] = {gas_bvh_split_weight(ctx, ctx.order[set.first]),
                             gas_bvh_split_weight(ctx, ctx.order[set.first + 1])};
-  float price = prices.get_aligned(gas_bvh_split_padded_area(left.box, padding) * weights[0] +
-                                   gas_bvh_split_padded_area(right.box, padding) * weights[1]);
+  float aligned_cut_cost = costs.get_aligned(gas_bvh_split_padded_area(left.box, padding) * weights[0] +
+                                             gas_bvh_split_padded_area(right.box, padding) * weights[1]);
   if (may_orient(ctx)) {
-    const float oriented_price = prices.get_oriented(get_capsule(ctx, set.first).get_half_area() * weights[0] +
-                                                     get_capsule(ctx, set.first + 1).get_half_area() * weights[1]);
-    if (oriented_price < price) {
-      price = oriented_price;
+    const float oriented_cut_cost = costs.get_oriented(get_capsule(ctx, set.first).get_half_area() * weights[0] +
+                                                       get_capsule(ctx, set.first + 1).get_half_area() * weights[1]);
+    if (oriented_cut_cost < aligned_cut_cost) {
+      aligned_cut_cost = oriented_cut_cost;
       aligned = false;
     }
   }
-  return ctx.max_leaf < 2 || !(prices.get_whole() <= price);
+  return ctx.max_leaf < 2 || !(costs.get_whole() <= aligned_cut_cost);
 }
 
 bool GasBvhSplitUnaligned::may_orient(const GasBvhSplitCtx& ctx) {
@@ -160,9 +160,9 @@ bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& 
     return split_by(make_sorted, ctx, set, left, right, aligned, nullptr);
   }
   for (CoreVector<GasBvhSplitItemBins>* item_bins : {&item_bins_, &oriented_item_bins_}) {
-    if (!item_bins->resize_for_overwrite(set.count)) return gas_bvh_split_heap(ctx, set, left, right, threads);
+    if (!item_bins->resize_for_overwrite(set.count)) return gas_bvh_split_fallback(ctx, set, left, right, threads);
   }
-  if (!moved_.resize_for_overwrite(set.count)) return gas_bvh_split_heap(ctx, set, left, right, threads);
+  if (!moved_.resize_for_overwrite(set.count)) return gas_bvh_split_fallback(ctx, set, left, right, threads);
   const auto make_binned = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& item_bins) {
     return GasBvhSplitBinned(ctx, set, boxes, item_bins.get_items(), threads);
   };

@@ -13,8 +13,8 @@ void call(GasQueryCallback<Query> callback, const GasObject* object, const CtxEv
   if (callback != nullptr) callback(object, ctx, shader, query);
 }
 
-/// A query that a structure puts to another shares the spans of the outermost one, which always gets its own: its rays'
-/// times may have been changed in place since they were last asked.
+/// A nested query shares the spans of the outermost one. The outermost query always computes its spans again, because
+/// the caller may have changed the times of the rays since the last query.
 void prepare_spans(const CtxShader& shader, GeometryRaytraceCtx& query) {
   const CtxMotionBlur* motion_blur = shader.motion_blur;
   if (motion_blur == nullptr) {

@@ -34,7 +34,7 @@ void GeometryFrustumData::transform(const GMathMatrix4x4<double>& inverse, const
 void GeometryFrustumCtx::clear_results() {
   result = GeometryFrustumResult();
   points_->clear();
-  forget_objects();
+  clear_objects();
 }
 
 bool GeometryFrustumCtx::add_plane(const GeometryPlane& plane) {
@@ -52,14 +52,14 @@ void GeometryFrustumCtx::push_point_cloud_vertex(const GMathVec3<double>& positi
 
 void GeometryFrustumCtx::add_object(const uint& index) {
   set_decided(index);
-  if (places_[index] != ObjectPlace::listed) objects_.push_back(index);
-  places_[index] = ObjectPlace::listed;
+  if (object_states_[index] != ObjectState::listed) objects_.push_back(index);
+  object_states_[index] = ObjectState::listed;
 }
 
 void GeometryFrustumCtx::set_decided(const uint& index) {
-  if (index >= places_.size()) places_.resize(std::size_t{index} + 1);
-  if (places_[index] != ObjectPlace::unknown) return;
-  places_[index] = ObjectPlace::decided;
+  if (index >= object_states_.size()) object_states_.resize(std::size_t{index} + 1);
+  if (object_states_[index] != ObjectState::unknown) return;
+  object_states_[index] = ObjectState::decided;
   decided_.push_back(index);
 }
 
@@ -69,11 +69,11 @@ void GeometryFrustumCtx::begin_nested(GeometryFrustumCtx& outer, const GMathMatr
   transform(inverse, matrix);
   result = GeometryFrustumResult();
   points_ = outer.points_;
-  forget_objects();
+  clear_objects();
 }
 
-void GeometryFrustumCtx::forget_objects() {
-  for (const uint index : decided_) places_[index] = ObjectPlace::unknown;
+void GeometryFrustumCtx::clear_objects() {
+  for (const uint index : decided_) object_states_[index] = ObjectState::unknown;
   decided_.clear();
   objects_.clear();
 }

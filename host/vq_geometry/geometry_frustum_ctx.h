@@ -1,9 +1,9 @@
 // host/vq_geometry/geometry_frustum_ctx.h
 //
-// A frustum query: what lies inside a set of planes. Modes:
+// A frustum query: finds the geometry inside a set of planes. Modes:
 //
-//   0 any        does anything touch the frustum?     hit_count counts, finished may end the query
-//   1 all        is everything inside?                hit_count == total; outside is set by whatever is not
+//   0 any        does anything touch the frustum?     hit_count > 0; finished = 1 ends the query
+//   1 all        is everything inside?                hit_count == total; outside = 1 for anything not inside
 //   2 points     the positions of the points inside   push_point
 //   3 vertices   the point-cloud vertices inside      push_point_cloud_vertex
 #pragma once
@@ -25,20 +25,20 @@ struct GeometryPlane {
   GeometryPlane(const GMathVec3<double>& point, const GMathVec3<double>& normal)
       : point(point), normal(normal), offset(-normal.dot(point)) {}
   double measure(const GMathVec3<double>& p) const { return normal.dot(p) + offset; }
-  /// The same plane in another space, that `inverse` leads to and `matrix` back from. A point measures the same in
-  /// both.
+  /// The same plane in another space. `inverse` transforms into that space, `matrix` back. measure() gives the same
+  /// value in both spaces.
   GeometryPlane get_transformed(const GMathMatrix4x4<double>& inverse, const GMathMatrix4x4<double>& matrix) const {
     return {inverse.transform_point(point), matrix.transform_normal_transposed(normal)};
   }
 };
 
-/// The ten bytes that a nested query clears and its caller folds into its own.
+/// Result of a query. A nested query starts with a cleared one, which its caller then adds to its own.
 #pragma pack(push, 1)
 struct GeometryFrustumResult {
-  uint hit_count = 0;
-  uint total = 0;
-  u8 finished = 0;
-  u8 outside = 0;
+  uint hit_count = 0;  ///< mode any: primitives or objects that touch; mode all: those that are inside
+  uint total = 0;      ///< mode all: visible primitives or objects in all
+  u8 finished = 0;     ///< mode any: 1 ends the query
+  u8 outside = 0;      ///< mode all: 1 when something is not inside
 };
 #pragma pack(pop)
 static_assert(sizeof(GeometryFrustumResult) == 10);
@@ -49,67 +49,70 @@ enum class GeometryBoxPlace { outside, straddling, inside };
 struct GeometryFrustumData {
   static constexpr uint plane_capacity = 8;
 
-  GeometryPlane planes[plane_capacity];  ///< the sides
-  uint plane_count = 0;
-  GeometryPlane end_planes[2];  ///< near and far
-  uint end_plane_count = 0;
+  GeometryPlane planes[plane_capacity];  ///< side planes
+  uint plane_count = 0;                  ///< number of side planes
+  GeometryPlane end_planes[2];           ///< near and far plane
+  uint end_plane_count = 0;              ///< number of end planes
 
-  uint mode = 0;  ///< a GeometryFrustumMode; other values do nothing
-  uint kind = 0;  ///< ray type that visibility masks are asked for
-  uint shading_group_offset = 0;
-  uint identification2 = 0;
-  uint depth = 0;
-  uint instance = 0;
-  u64 cluster = 0;
-  const ShadingGroupTable* shading = nullptr;
-  GeometryIntersectionPath* path = nullptr;
-  const GeometryObject* geometry = nullptr;
-  uint shading_group = 0;
-  uint current_instance = 0;
-  GeometryFrustumResult result;
+  uint mode = 0;                               ///< a GeometryFrustumMode; other values do nothing
+  uint kind = 0;                               ///< ray type (GMathRay::Type) for visibility masks
+  uint shading_group_offset = 0;               ///< added to a geometry's group number: index into `shading`
+  uint identification2 = 0;                    ///< number of the outermost instance
+  uint depth = 0;                              ///< instancing depth
+  uint instance = 0;                           ///< number of the instance within its bundle
+  u64 cluster = 0;                             ///< handle of the cluster that is queried; 0: the whole structure
+  const ShadingGroupTable* shading = nullptr;  ///< null: nothing is shaded, so nothing is found
+  GeometryIntersectionPath* path = nullptr;    ///< objects entered so far; null in the outermost query
+  const GeometryObject* geometry = nullptr;    ///< of the primitive being tested
+  uint shading_group = 0;                      ///< of the primitive being tested
+  uint current_instance = 0;                   ///< `instance` of the primitive being tested
+  GeometryFrustumResult result;                ///< written by the query
 
-  /// Carries all planes into the space that `inverse` leads to and `matrix` back from.
+  /// Transforms all planes into another space. `inverse` transforms points into that space, `matrix` back.
   void transform(const GMathMatrix4x4<double>& inverse, const GMathMatrix4x4<double>& matrix);
 };
 
 struct GeometryFrustumVertex {
-  GMathVec3<double> position;
-  const GeometryObject* geometry = nullptr;
-  uint index = 0;
+  GMathVec3<double> position;                ///< in the space of the structure that found it
+  const GeometryObject* geometry = nullptr;  ///< null in mode points
+  uint index = 0;                            ///< of the vertex in the geometry's point cloud
 };
 
 class GeometryFrustumCtx : public GeometryFrustumData {
  public:
-  /// Forgets what was found, so that the same can be asked again. What a query finds is added to what was found before.
+  /// Removes all results. Without it, a query adds its results to the previous ones.
   void clear_results();
-  /// Adds a side plane. False when all places are taken.
+  /// Adds a side plane. False when there are plane_capacity planes already.
   bool add_plane(const GeometryPlane& plane);
 
   /// Mode 2: appends a position.
   void push_point(const GMathVec3<double>& position);
   /// Mode 3: appends a point-cloud vertex with its position.
   void push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry, const uint& index);
-  /// Scene queries of modes 0 and 1: lists object `index` of the scene, once however often it is added.
+  /// Scene queries of modes 0 and 1: adds object `index` of the scene to the list of found objects, once.
   void add_object(const uint& index);
-  /// Notes that object `index` need not be looked at again in this query; one that was added need not either.
+  /// Marks object `index` as decided: this query does not test it again. add_object() marks it, too.
   void set_decided(const uint& index);
-  bool is_decided(const uint& index) const { return index < places_.size() && places_[index] != ObjectPlace::unknown; }
+  bool is_decided(const uint& index) const {
+    return index < object_states_.size() && object_states_[index] != ObjectState::unknown;
+  }
 
-  /// Becomes the query that `outer` puts to what lies in the space that `inverse` leads to and `matrix` back from:
-  /// described as `outer` is, but with nothing found and no objects listed; points go to the list of `outer`. Does not
-  /// allocate.
+  /// Makes this the nested query of `outer` in another space: the same description with transformed planes, a cleared
+  /// result and no objects; points are added to the list of `outer`. `inverse` transforms points into the other space,
+  /// `matrix` back. Does not allocate.
   void begin_nested(GeometryFrustumCtx& outer, const GMathMatrix4x4<double>& inverse,
                     const GMathMatrix4x4<double>& matrix);
 
-  /// Where a box lies: outside when one plane has it wholly behind itself, inside when no plane cuts it. A box near a
-  /// frustum's corner may count as straddling though it is outside. A NaN bound straddles.
+  /// Position of a box: outside when it is behind one of the planes, inside when it is in front of all, else
+  /// straddling. A box near a corner of the frustum may be outside and still give straddling. A NaN bound gives
+  /// straddling.
   GeometryBoxPlace classify(const GMathBbox3<float>& box) const;
   bool contains(const GMathVec3<double>& point) const;
 
   std::vector<GeometryFrustumVertex>& get_points() { return *points_; }
   const std::vector<uint>& get_objects() const { return objects_; }
 
-  std::vector<u8> mask;  ///< modes 2 and 3: one byte a point of the geometry's cloud; grows, never shrinks
+  std::vector<u8> mask;  ///< modes 2 and 3: one byte per point of the geometry's cloud, 1: inside; grows, never shrinks
   uint point_count = 0;  ///< modes 2 and 3: points of the geometry's cloud
 
   GeometryFrustumCtx() = default;
@@ -117,12 +120,12 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   GeometryFrustumCtx& operator=(const GeometryFrustumCtx&) = delete;
 
  private:
-  void forget_objects();
+  void clear_objects();
 
   std::vector<GeometryFrustumVertex> own_points_;
   std::vector<GeometryFrustumVertex>* points_ = &own_points_;
   std::vector<uint> objects_;
-  enum class ObjectPlace : u8 { unknown, decided, listed };
-  std::vector<ObjectPlace> places_;  ///< per object, to find doubles by
-  std::vector<uint> decided_;        ///< those that are not unknown
+  enum class ObjectState : u8 { unknown, decided, listed };
+  std::vector<ObjectState> object_states_;  ///< indexed by object
+  std::vector<uint> decided_;               ///< objects whose state is not unknown
 };

@@ -1,23 +1,22 @@
 // host/vq_geometry/geometry_hit_surface.h
 //
-// Where a recorded hit lies in the caller's space: what the geometry knows of the point, carried up by the record's
-// transform.
+// The surface point of a recorded hit in the caller's space: the geometry's surface point, transformed with the
+// record's transform.
 #pragma once
 #include "vq_geometry/geometry_intersection.h"
 #include "vq_geometry/geometry_object.h"
 
-/// Position, normals and texture coordinates of a hit in the space of the query's caller. Normals keep to the side of
-/// the surface that the geometry gives them, also through a mirroring transform: the face, as wound after mirroring,
-/// then has the other.
+/// Position, normals and texture coordinates of a hit in the space of the query's caller. Normals stay on
+/// the side of the surface that the geometry gives them. A mirroring transform reverses the winding, but not this side.
 /// @param hit        of a geometry, not an empty record
 /// @param transform  the record's own, from the packet or the list of hits; null: the geometry's space is the caller's.
-///                   Normals mean nothing when it cannot be inverted
-/// @param time       of the ray; NaN or ignored by what does not move
+///                   Normals are undefined when it is not invertible
+/// @param time       of the ray; ignored by static geometry, which may be given NaN
 GeometrySurfacePoint geometry_get_hit_surface(const GeometryIntersection& hit, const GeometryHitTransform* transform,
                                               const double& time);
 
-/// Where the point that was hit has moved by the end of the ray's motion span, in the caller's space: with the position
-/// of the hit itself, the two ends of its motion vector. A transform without vectors counts as standing still.
+/// The position of the hit point at the end of the ray's motion span, in the caller's space. The motion vector goes
+/// from the hit's position to this one. A transform without vectors is static.
 /// @param end_time  of the span: the time of the sample GeometryRaySpan::second
 GMathVec3<double> geometry_get_end_position(const GeometryIntersection& hit, const GeometryHitTransform* transform,
                                             const double& end_time);

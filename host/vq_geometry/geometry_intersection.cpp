@@ -4,7 +4,7 @@
 
 bool GeometryNearestHits::grow_nested() try {
   transforms_.resize(records_.size());
-  // What the former paths held is not needed: the packet grew, so a new query has begun.
+  // The old paths are not copied: the packet grew, so a new query has begun.
   if (path_count_ < records_.size()) paths_ = std::make_unique<GeometryIntersectionPath[]>(records_.size());
   path_count_ = records_.size();
   return true;
@@ -12,11 +12,11 @@ bool GeometryNearestHits::grow_nested() try {
   return false;
 }
 
-void GeometryIntersectionMap::note_path(const uint& ray, const GeometryIntersectionPath& path) {
+void GeometryIntersectionMap::record_path(const uint& ray, const GeometryIntersectionPath& path) {
   records_[ray].path = hits_->reserve_nested() && hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
 }
 
-GeometryHitTransform& GeometryIntersectionMap::begin_lift(uint ray) {
+GeometryHitTransform& GeometryIntersectionMap::begin_transform(uint ray) {
   GeometryIntersection& record = records_[ray];
   record.level = level_;
   GeometryHitTransform& transform = hits_->get_transforms()[ray];
@@ -27,16 +27,16 @@ GeometryHitTransform& GeometryIntersectionMap::begin_lift(uint ray) {
   return transform;
 }
 
-void GeometryIntersectionMap::lift(uint ray, const GMathMatrix4x4<double>& matrix) {
-  GeometryHitTransform& transform = begin_lift(ray);
+void GeometryIntersectionMap::apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix) {
+  GeometryHitTransform& transform = begin_transform(ray);
   transform.matrix = matrix * transform.matrix;
   if (transform.has_vectors) transform.matrix2 = matrix * transform.matrix2;
 }
 
-void GeometryIntersectionMap::lift(uint ray, const GMathMatrix4x4<double>& matrix,
-                                   const GMathMatrix4x4<double>& matrix2) {
-  GeometryHitTransform& transform = begin_lift(ray);
-  // What did not move inside is at the end of the span where it is now.
+void GeometryIntersectionMap::apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix,
+                                           const GMathMatrix4x4<double>& matrix2) {
+  GeometryHitTransform& transform = begin_transform(ray);
+  // Without vectors the inner transform is static: the same at the end of the span.
   transform.matrix2 = matrix2 * (transform.has_vectors ? transform.matrix2 : transform.matrix);
   transform.has_vectors = true;
   transform.matrix = matrix * transform.matrix;
@@ -51,7 +51,7 @@ void GeometryHitList::append(uint ray, const GeometryIntersection& hit, const GM
   hits_.back().hit.transform = static_cast<uint>(transforms_.size() - 1);
 }
 
-void GeometryHitList::note_path(const GeometryIntersectionPath& path) {
+void GeometryHitList::record_path(const GeometryIntersectionPath& path) {
   const auto elements = path.get_elements();
   paths_.push_back({path_elements_.size(), path.get_count()});
   path_elements_.insert(path_elements_.end(), elements.begin(), elements.end());

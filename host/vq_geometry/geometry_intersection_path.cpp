@@ -15,7 +15,7 @@ bool GeometryIntersectionPath::reserve(uint capacity) {
     wanted *= 2;
   }
   const std::size_t bytes = std::size_t{wanted} * sizeof(GeometryIntersectionPathElement);
-  // The inline elements are no block of the heap, so the first growth copies; later ones may grow in place.
+  // The inline elements are not on the heap: the first growth copies them, later ones may extend the block.
   const bool was_inline = elements_ == inline_elements_;
   auto* grown =
       static_cast<GeometryIntersectionPathElement*>(was_inline ? std::malloc(bytes) : std::realloc(elements_, bytes));
@@ -27,7 +27,7 @@ bool GeometryIntersectionPath::reserve(uint capacity) {
 }
 
 bool GeometryIntersectionPath::grow_and_add(const GeometryIntersectionPathElement& element) {
-  const GeometryIntersectionPathElement added = element;  // it may be one of this path's own
+  const GeometryIntersectionPathElement added = element;  // it may be an element of this path
   if (!reserve(count_ + 1)) return false;
   elements_[count_++] = added;
   return true;

@@ -1,10 +1,10 @@
 // host/vq_geometry/geometry_intersection_path.h
 //
-// The objects through which a query has descended, outermost first. Every nesting level appends one element.
+// The objects that a query has entered, outermost first. Every nesting level appends one element.
 //
 //   GeometryIntersectionPathElement   0  u32 object index   4  ModuleSceneObject*   12  GeometryOverride*     20 bytes
 //
-// Four elements fit into the path itself, which is deeper than scenes usually nest; beyond them the storage doubles.
+// Four elements are stored in the path itself, more than most scenes nest; beyond, the capacity doubles on the heap.
 #pragma once
 #include <span>
 
@@ -13,7 +13,7 @@
 struct Material;
 class ModuleSceneObject;
 
-/// What an instance replaces of the object that it shows.
+/// The attributes of an object that its instance replaces.
 struct GeometryOverride {
   bool has_render_mode = false;
   uint render_mode = 0;
@@ -47,8 +47,8 @@ class GeometryIntersectionPath {
   /// The innermost element; null while the path is empty.
   const GeometryIntersectionPathElement* get_last() const { return count_ == 0 ? nullptr : elements_ + count_ - 1; }
 
-  /// Appends an element. False, with the path as it was, when there is no memory. Allocates only when the path gets
-  /// longer than it ever was.
+  /// Appends an element. False, with the path unchanged, when there is no memory. Allocates only when the path gets
+  /// longer than ever before.
   bool add(const GeometryIntersectionPathElement& element) {
     if (count_ == capacity_) return grow_and_add(element);
     elements_[count_++] = element;
@@ -56,7 +56,7 @@ class GeometryIntersectionPath {
   }
   /// Becomes a copy of `parent`. False, with an empty path, when there is no memory.
   bool copy_from(const GeometryIntersectionPath& parent);
-  /// Takes the innermost element off. The path must not be empty.
+  /// Removes the innermost element. The path must not be empty.
   void remove_last() { --count_; }
   /// Drops the elements and keeps the memory.
   void remove_all() { count_ = 0; }

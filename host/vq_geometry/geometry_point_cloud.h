@@ -1,6 +1,6 @@
 // host/vq_geometry/geometry_point_cloud.h
 //
-// The points of a geometry, as frustum queries collect them: a view, the geometry owns the positions.
+// The points of a geometry for frustum queries: a view, the geometry owns the positions.
 #pragma once
 #include <cstddef>
 
@@ -10,7 +10,7 @@
 class GeometryPointCloud {
  public:
   GeometryPointCloud() = default;
-  /// Shows `count` positions, `stride` bytes apart, that belong to somebody else and must outlive the cloud.
+  /// A view of `count` positions, `stride` bytes apart. They must outlive the cloud.
   GeometryPointCloud(const GMathVec3<float>* positions, uint count, uint stride = sizeof(GMathVec3<float>))
       : positions_(reinterpret_cast<const u8*>(positions)), count_(count), stride_(stride) {}
 

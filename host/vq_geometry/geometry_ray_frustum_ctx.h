@@ -1,7 +1,7 @@
 // host/vq_geometry/geometry_ray_frustum_ctx.h
 //
-// A query of beams: rays with a cross-section, as wide as a pixel or a lens. For each beam the nearest item that lies
-// in it is wanted.
+// A query of beams: rays with a cross-section, as wide as a pixel or a lens. It finds the nearest item inside each
+// beam.
 //
 //   perspective                  c1           parallel    c1 --------------->
 //                           .--' |                        |
@@ -11,10 +11,9 @@
 //                           '--. |                        |
 //                                c0                       c0 --------------->
 //
-// Each of the four corners runs along a straight line, a point at t = 0 and a way per unit of t, and so does the beam's
-// centre. At each t the corners lie in the plane through the centre across the beam, in ring order. A linear map keeps
-// all that, and t with it, so a beam is carried into another space line by line; only the plane's normal is carried as
-// normals are.
+// Center and corners each move along a straight line: an origin at t = 0 and a direction per unit of t. At each t the
+// corners are in one plane with the center, across the beam, in ring order. An affine map preserves all this, and t. So
+// a beam is transformed line by line; only the normal of the planes is transformed as a normal.
 #pragma once
 #include <type_traits>
 
@@ -24,43 +23,43 @@
 class ModuleSceneObject;
 
 struct GeometryRayFrustumBeam {
-  GMathVec3<double> origin, direction;  ///< the centre; directions need not be of unit length: t is in units of them
-  GMathVec3<double> normal;             ///< of the planes across the beam; its length means nothing
+  GMathVec3<double> origin, direction;  ///< of the center; t is in units of the directions, which may have any length
+  GMathVec3<double> normal;             ///< of the planes across the beam; any length
   GMathVec3<double> corner_origins[4];  ///< in ring order
   GMathVec3<double> corner_directions[4];
   double tnear = 0.0, tfar = 0.0;
 
-  /// A beam that widens from its origin. Directions to corners count, lengths do not: each is brought to where it meets
-  /// the planes across the beam at the same t as the centre. False, with the beam as it was, when the direction is zero
-  /// or not finite, or a corner does not lead forwards.
+  /// A beam that widens from its origin. Only the directions of `to_corners` are used: they are scaled so that they
+  /// meet the planes across the beam at the same t as the center. False, with the beam unchanged, when the direction is
+  /// zero or not finite, or a corner does not point forwards.
   bool set_perspective(const GMathVec3<double>& new_origin, const GMathVec3<double>& new_direction,
                        const GMathVec3<double> (&to_corners)[4], double new_tnear, double new_tfar);
-  /// A beam of the same width everywhere. Of the offsets from the centre to the corners only what lies across the beam
-  /// counts. False, with the beam as it was, when the direction is zero or not finite.
+  /// A beam of constant width. The offsets from the center to the corners are projected across the beam. False, with
+  /// the beam unchanged, when the direction is zero or not finite.
   bool set_parallel(const GMathVec3<double>& new_origin, const GMathVec3<double>& new_direction,
                     const GMathVec3<double> (&offsets)[4], double new_tnear, double new_tfar);
-  /// The same beam in another space, that `inverse` leads to and `matrix` back from.
+  /// The same beam in another space. `inverse` transforms points into that space, `matrix` back.
   GeometryRayFrustumBeam get_transformed(const GMathMatrix4x4<double>& inverse,
                                          const GMathMatrix4x4<double>& matrix) const;
 };
 
 /// The nearest item of one beam so far.
 struct GeometryRayFrustumRecord {
-  double t = 0.0;                   ///< the beam's tfar while nothing was found
-  double weight = 0.0;              ///< what the item covers of the beam
-  uint index = core_invalid_index;  ///< of the item; none: nothing was found
-  u64 object = 0;                   ///< the query's object value when it was found
+  double t = 0.0;                   ///< center distance of the item; the beam's tfar while nothing was found
+  double weight = 0.0;              ///< share of the beam that the item covers
+  uint index = core_invalid_index;  ///< of the item; invalid: nothing was found
+  u64 object = 0;                   ///< GeometryRayFrustumData::object when it was found
 };
 
-/// Trivially copyable: a structure over structures copies it for each object that it enters.
+/// Trivially copyable: a scene tree copies it for each object that it enters.
 struct GeometryRayFrustumData {
-  const GeometryRayFrustumBeam* beams = nullptr;
-  GeometryRayFrustumRecord* records = nullptr;  ///< one a beam; the same in all spaces
+  const GeometryRayFrustumBeam* beams = nullptr;  ///< [frustum_count]
+  GeometryRayFrustumRecord* records = nullptr;    ///< [frustum_count] the same in all spaces
   uint frustum_count = 0;
-  uint current = 0;   ///< the beam that is being asked for
-  uint kind = 0;      ///< ray type that visibility masks are asked for
-  double edge = 1.0;  ///< above 0: the border, on which items weigh less, is 0.5 / edge of the beam's width
-  u64 object = 0;     ///< in whose name items are found; within a scene object, its address
+  uint current = 0;   ///< index of the beam being queried
+  uint kind = 0;      ///< ray type (GMathRay::Type) for visibility masks
+  double edge = 1.0;  ///< above 0: items in the border of the beam, 0.5 / edge of its width, have less weight
+  u64 object = 0;     ///< copied to the records; within a scene object its address
 };
 static_assert(std::is_trivially_copyable_v<GeometryRayFrustumData>);
 
@@ -71,15 +70,15 @@ class GeometryRayFrustumCtx : public GeometryRayFrustumData {
   GeometryRayFrustumCtx(const GeometryRayFrustumCtx&) = delete;
   GeometryRayFrustumCtx& operator=(const GeometryRayFrustumCtx&) = delete;
 
-  /// Prepares a query of `count` beams: nothing is found yet.
+  /// Prepares a query of `count` beams and clears their records.
   void begin(const GeometryRayFrustumBeam* new_beams, GeometryRayFrustumRecord* new_records, uint count);
   uint get_frustum_count() const { return frustum_count; }
-  /// Makes beam `frustum`, below get_frustum_count(), the current one; what was found for it stays. To be called before
-  /// anything below is asked.
+  /// Makes beam `frustum`, below get_frustum_count(), the current one; its record stays. To be called before the
+  /// functions below.
   void init(const uint& frustum) { current = frustum; }
-  /// Becomes the query that `outer` puts to `scene_object` for its current beam: that one alone, as number 0, in the
-  /// space that `inverse` leads to and `matrix` back from. What is found in it is found for the beam of `outer`. Kind
-  /// and edge are those of `outer`.
+  /// Makes this the nested query of `outer` on `scene_object`, for the current beam of `outer` only, which becomes
+  /// number 0, transformed into the object's space (`inverse` into it, `matrix` back). It writes the record of the beam
+  /// of `outer`. Kind and edge are those of `outer`.
   void init_local(const GeometryRayFrustumCtx& outer, const GMathMatrix4x4<double>& inverse,
                   const GMathMatrix4x4<double>& matrix, ModuleSceneObject* scene_object);
 
@@ -88,11 +87,11 @@ class GeometryRayFrustumCtx : public GeometryRayFrustumData {
   GeometryRayFrustumRecord& get_record() { return records[current]; }
   const GMathVec3<double>& get_origin() const { return get_beam().origin; }
   const GMathVec3<double>& get_direction() const { return get_beam().direction; }
-  /// Of the plane across the beam through any point. With it the plane through p meets the beam's centre at
-  /// t = ((p - origin) . normal) / (direction . normal), in every space the same.
+  /// The normal of the planes across the beam. The plane through p contains the beam's center at
+  /// t = ((p - origin) . normal) / (direction . normal), the same in every space.
   const GMathVec3<double>& get_plane_normal() const { return get_beam().normal; }
   double get_tnear() const { return get_beam().tnear; }
-  /// Where an item must lie below: what was found last, or the end of the beam.
+  /// Exclusive end of the interval of t: the nearest item so far, or the end of the beam.
   double get_tfar() const { return records[current].t; }
   /// The cross-section at `t`.
   void get_corners(const double& t, GMathVec3<double> (&corners)[4]) const;

@@ -36,7 +36,7 @@ void GeometryRayPacket::begin(const ShadingGroupTable& shading) {
   query_ = GeometryRaytraceCtx();
   query_.rays = reinterpret_cast<const u8*>(rays_.data());
   query_.ray_count = count_;
-  // The range is inclusive, so that of an empty packet begins behind its end.
+  // The range is inclusive: an empty one has first_ray > last_ray.
   query_.first_ray = count_ == 0 ? 1 : 0;
   query_.last_ray = count_ == 0 ? 0 : count_ - 1;
   query_.intervals = intervals_.data();
@@ -49,7 +49,7 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_nearest(const ShadingGroupTable& s
   begin(shading);
   map_ = GeometryIntersectionMap(nearest_, 0);
   for (uint ray = 0; ray < count_; ++ray) {
-    // Only what says "no hit": a hit writes all the rest.
+    // Only the fields that mean "no hit": a hit writes the others.
     GeometryIntersection& record = map_.get_record(ray);
     record.distance = rays_[ray].tfar;
     record.geometry = nullptr;

@@ -1,6 +1,6 @@
 // host/vq_geometry/geometry_ray_packet.h
 //
-// Everything that a program needs to ask one structure about a packet of rays:
+// Memory and set-up of a query with a packet of rays:
 //
 //   GeometryRayPacket packet;
 //   packet.resize(1);
@@ -8,7 +8,7 @@
 //   structure.ray_hit_nearest_static(ctx, shader, packet.begin_nearest(shading));
 //   if (packet.get_nearest(0).geometry != nullptr) ...
 //
-// Rays stay as they are between queries; begin_* copies their intervals and resets what the query writes.
+// Rays keep their values between queries; begin_* copies their intervals and clears the results.
 #pragma once
 #include <vector>
 
@@ -22,12 +22,12 @@ class GeometryRayPacket {
   GeometryRayPacket(const GeometryRayPacket&) = delete;
   GeometryRayPacket& operator=(const GeometryRayPacket&) = delete;
 
-  /// Sets how many rays the next query has. The memory grows and never shrinks; rays that were there keep their values.
+  /// Sets how many rays the next query has. The memory grows and never shrinks; existing rays keep their values.
   void resize(uint count);
   uint get_count() const { return count_; }
 
-  /// For reading, and for changing the interval, time, extent or type. Directions are changed with set(), which keeps
-  /// the inverse in step.
+  /// For reading, and for changing the interval, time, extent or type. Change directions with set(), which also updates
+  /// the inverse.
   GMathRay& get_ray(uint ray) { return rays_[ray]; }
   const GMathRay& get_ray(uint ray) const { return rays_[ray]; }
   /// `direction` need not be of unit length: distances are in units of it.
@@ -35,20 +35,20 @@ class GeometryRayPacket {
                double tfar = DBL_MAX, double time = 0.0, GMathRay::Type type = GMathRay::camera);
 
   /// Ends a ray of an all-hits query after `max_hits` hits or when the weights of its hits add up to `opacity_stop`.
-  /// Holds for the queries begun from now on; without a call no ray is ended.
+  /// Applies to queries begun after this call; without a rule no ray ends early.
   void set_stop_rule(uint max_hits, double opacity_stop = DBL_MAX);
   void remove_stop_rule() { has_stop_rule_ = false; }
 
-  /// Prepares a query for the nearest hit of each ray. The context is the packet's own and may be adjusted (filters,
-  /// settings) before it is handed to a structure. Does not allocate when the packet was used at this size before.
+  /// Prepares a query for the nearest hit of each ray. The packet owns the context; the caller may change filters
+  /// and settings before the query. Does not allocate when the packet was used at this size before.
   GeometryRaytraceCtx& begin_nearest(const ShadingGroupTable& shading);
   /// The same for all hits of each ray.
   GeometryRaytraceCtx& begin_all_hits(const ShadingGroupTable& shading);
 
   /// The nearest hit of a ray. When nothing was hit its geometry is null, its distance the ray's tfar, its primitive
-  /// none, and the rest undefined.
+  /// core_invalid_index, and the rest undefined.
   const GeometryIntersection& get_nearest(uint ray) { return nearest_.get_records()[ray]; }
-  /// From the space of the hit's geometry to the caller's: null stands for the same space.
+  /// From the space of the hit's geometry to the caller's; null: identity.
   const GeometryHitTransform* get_nearest_transform(uint ray);
   /// The objects through which a ray's nearest hit was found, outermost first; empty for a query of one structure
   /// alone. Valid until the next query.

@@ -30,7 +30,7 @@ bool GeometryRaytraceCtx::has_filter(GeometryFilterFunction function) const {
 
 bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray,
                                         const GeometryCandidate& candidate) {
-  // The interval comes first: filters may cost a texture look-up, and they cannot bring an outside hit back.
+  // The interval is tested first: a filter may read a texture, and cannot accept a hit outside of the interval.
   if (!(candidate.distance >= get_tnear(ray) && candidate.distance < get_limit(ray))) return false;
   GeometryIntersection hit;
   write_hit(hit, candidate);
@@ -40,7 +40,7 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
   }
   if (!is_nearest()) return append_hit(ray, hit);
   map->get_record(ray) = hit;
-  if (path != nullptr) map->note_path(ray, *path);
+  if (path != nullptr) map->record_path(ray, *path);
   return true;
 }
 
@@ -51,7 +51,7 @@ bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit) 
       hits->append(ray, hit, compose_matrices(*this, ray));
     else
       hits->append(ray, hit);
-    if (path != nullptr) hits->note_path(*path);
+    if (path != nullptr) hits->record_path(*path);
     appended = hits->get_hits().back().hit;
   }
   if (hit_callback != nullptr) hit_callback(*this, ray, appended, hit_user);

@@ -1,10 +1,11 @@
 // host/vq_geometry/geometry_raytrace_ctx.h
 //
-// A ray query: a packet of rays and everything that structures, leaf functions and primitive tests pass along.
+// A ray query: a packet of rays, and the state that structures, leaf callbacks and primitive tests share.
 //
 //   per ray, own to each nesting level      rays (strided records that begin with a GMathBasicRay), matrices
-//   per ray, shared by all nesting levels   intervals, spans, ray_flags, nearest records   (index r is the same ray in
-//   all)
+//   per ray, shared by all nesting levels   intervals, spans, ray_flags, nearest records
+//
+// Index r is the same ray in all of these arrays.
 //
 // GeometryRaytraceData is trivially copyable and small: a bundle copies it whole for each instance it enters.
 // GeometryRaytraceCtx adds the filters, which belong to one query and are not carried to nested ones, and functions.
@@ -22,136 +23,137 @@ class GeometryRaytraceCtx;
 struct GeometryPlane;
 struct GeometryRaytraceFilter;
 
-/// Interval and kind of one ray: the same numbers in every space.
+/// Interval, time and type of one ray: the same in every space.
 struct GeometryRayInterval {
-  double tnear = 0.0;
-  double tfar = DBL_MAX;
-  double time = 0.0;
-  double extent = 0.0;  ///< radius around the ray, used by lookups
-  uint type = GMathRay::camera;
+  double tnear = 0.0;            ///< hits from here on,
+  double tfar = DBL_MAX;         ///< and before here, in units of the ray's direction
+  double time = 0.0;             ///< in the unit of the motion keys
+  double extent = 0.0;           ///< radius around the ray, used by lookups
+  uint type = GMathRay::camera;  ///< a GMathRay::Type
   uint pad = 0;
 };
 static_assert(sizeof(GeometryRayInterval) == 40);
 
 /// The two motion samples around a ray's time: (1 - fraction) of `first` and fraction of `second`.
 struct GeometryRaySpan {
-  uint first = 0;
-  uint second = 0;
-  double fraction = 0.0;
-  double time = 0.0;
+  uint first = 0;         ///< motion sample at or before the time
+  uint second = 0;        ///< the next motion sample; `first` when there is only one
+  double fraction = 0.0;  ///< in [0, 1]
+  double time = 0.0;      ///< the ray's
 };
 static_assert(sizeof(GeometryRaySpan) == 24);
 
-/// What one ray of an all-hits query has gathered so far.
+/// Hits accepted so far for one ray of an all-hits query.
 struct GeometryRayTally {
-  double weight = 0.0;
+  double weight = 0.0;  ///< sum of their weights
   uint hit_count = 0;
 };
 
-/// How much of a structure one ray has walked through.
+/// Nodes and leaves that one ray has visited.
 struct GeometryRayVisits {
   uint nodes = 0;
   uint leaves = 0;
 };
 
-/// Local space to the parent's, per ray: they differ when the instance moves.
+/// The matrix from local space to the parent's, for one ray: the rays' times differ, and so do the matrices of a moving
+/// instance.
 struct GeometryRayMatrix {
   GMathMatrix4x4<double> matrix;
-  u8 flag = 0;  ///< the host's; cleared with every new matrix
+  u8 flag = 0;  ///< for use by the host; set to 0 with every new matrix
   u8 pad[7] = {0, 0, 0, 0, 0, 0, 0};
 };
 static_assert(sizeof(GeometryRayMatrix) == 136);
 
-/// Asked for each candidate hit. False rejects it; it may change the hit's weight.
+/// Callback for each candidate hit. False rejects the hit. May change the hit's weight.
 using GeometryFilterFunction = bool (*)(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, GeometryIntersection&,
                                         const GeometryRaytraceFilter&);
 
 struct GeometryRaytraceFilter {
   GeometryFilterFunction function = nullptr;
-  double a = 0.0, b = 0.0;
-  u8 nearest = 0;
-  const void* user = nullptr;
+  double a = 0.0, b = 0.0;     ///< parameters of the function
+  u8 nearest = 0;              ///< 1: pushed by a nearest-hit leaf callback
+  const void* user = nullptr;  ///< further data of the function
 };
 
-/// Called for each hit that an all-hits query has accepted. May set bit 0 of the ray's flag word to end the ray.
+/// Callback for each accepted hit of an all-hits query. May set bit 0 of the ray's flag word to end the ray.
 using GeometryHitCallback = void (*)(GeometryRaytraceCtx&, const uint& ray, const GeometryIntersection&, void* user);
 
-/// What a primitive test found; the query adds the rest.
+/// Result of a primitive test. The query adds the other values of the record.
 struct GeometryCandidate {
-  double distance = 0.0;
+  double distance = 0.0;  ///< along the ray, in units of its direction
   double u = 0.0, v = 0.0;
   uint primitive = 0;
-  uint part = 0;
+  uint part = 0;  ///< as in GeometryIntersection
 };
 
-/// Asked before a primitive is tested. False leaves the primitive out for the whole active range.
+/// Callback before a primitive is tested. False skips the primitive for the whole active range.
 using GeometryPrimitiveFilter = bool (*)(const GeometryRaytraceCtx&, const uint& primitive, void* user);
 
-/// How hits are to be evaluated.
+/// Settings of a query, the same at all nesting levels.
 struct GeometryRaytraceSettings {
-  bool wants_motion_vectors = false;
-  bool allow_matte = true;
-  uint max_hits = 0xFFFFFFFFu;    ///< all-hits: a ray ends after this many (needs tallies)
-  double opacity_stop = DBL_MAX;  ///< all-hits: a ray ends when its hits' weights add up to this (needs tallies)
+  bool compute_motion_vectors = false;  ///< also record the transforms at the end of the ray's motion span
+  bool allow_matte = true;              ///< matte objects set GeometryRaytraceData::matte
+  uint max_hits = 0xFFFFFFFFu;          ///< all-hits: a ray ends after this many (needs tallies)
+  double opacity_stop = DBL_MAX;        ///< all-hits: a ray ends at this sum of hit weights (needs tallies)
 };
 
 struct GeometryRaytraceData {
   // Rays. The active range is inclusive; kernels narrow it to one ray and restore it.
-  const u8* rays = nullptr;
-  uint ray_stride = sizeof(GMathRay);
-  uint ray_count = 0;
-  uint first_ray = 0;
-  uint last_ray = 0;
+  const u8* rays = nullptr;            ///< [ray_count] records that begin with a GMathBasicRay, in this level's space
+  uint ray_stride = sizeof(GMathRay);  ///< bytes from one record to the next
+  uint ray_count = 0;                  ///< rays in the packet
+  uint first_ray = 0;                  ///< active range, first
+  uint last_ray = 0;                   ///< active range, last
 
-  // Shared by all nesting levels.
-  const GeometryRayInterval* intervals = nullptr;
-  GeometryRaySpan* spans = nullptr;
-  u64* ray_flags = nullptr;             ///< bit 0: end this ray (all-hits queries)
-  GeometryRayTally* tallies = nullptr;  ///< what each ray has gathered, for the stop rules; null: no stop rule
-  GeometryRayVisits* visits = nullptr;  ///< set: structures count what they walk through, at some cost
-  uint span_stamp = 0;                  ///< stamp of the motion-blur description that `spans` were written for
+  // Arrays with one entry per ray, shared by all nesting levels.
+  const GeometryRayInterval* intervals = nullptr;  ///< never null in a query
+  GeometryRaySpan* spans = nullptr;                ///< motion spans, valid while span_stamp is not 0; null: static only
+  u64* ray_flags = nullptr;                        ///< bit 0: end this ray (all-hits queries)
+  GeometryRayTally* tallies = nullptr;  ///< hits per ray, for max_hits and opacity_stop; null: neither applies
+  GeometryRayVisits* visits = nullptr;  ///< set: structures count visited nodes and leaves, which costs time
+  uint span_stamp = 0;                  ///< CtxMotionBlur::get_stamp() that `spans` belong to; 0: static query
 
-  // Local to parent matrices of a nested query; null in the outermost.
-  GeometryRayMatrix* matrices = nullptr;
-  GeometryRayMatrix* matrices2 = nullptr;
-  bool matrices2_used = false;
+  // Matrices of a nested query, one per ray; null in the outermost query.
+  GeometryRayMatrix* matrices = nullptr;   ///< local space to the parent's, at the ray's time
+  GeometryRayMatrix* matrices2 = nullptr;  ///< the same at the end of the ray's motion span
+  bool matrices2_used = false;             ///< matrices2 are set
 
   // Identification.
-  uint shading_group_offset = 0;
-  uint identification2 = 0;  ///< number of the outermost instance
-  uint depth = 0;
-  uint instance = 0;
-  u64 cluster = 0;  ///< restricts the query to one cluster of the structure; 0: the whole
+  uint shading_group_offset = 0;  ///< added to a geometry's group number: index into `shading`
+  uint identification2 = 0;       ///< number of the outermost instance
+  uint depth = 0;                 ///< instancing depth, written to each record
+  uint instance = 0;              ///< number of the instance within its bundle
+  u64 cluster = 0;                ///< handle of the cluster that is queried; 0: the whole structure
 
-  // The primitive being tested.
-  const GeometryObject* geometry = nullptr;
-  uint shading_group = 0;
-  uint current_instance = 0;
-  const Material* material = nullptr;
-  const ShadingVariablesCtx* shading_variables = nullptr;
-  double hit_weight = 1.0;
-  uint counter = 0;                            ///< primitives tested since a structure last set it to 0
-  const ShadingGroupTable* shading = nullptr;  ///< null: nothing is shaded, so nothing is hit
+  // The primitive being tested; set by leaf callbacks.
+  const GeometryObject* geometry = nullptr;                ///< that the primitive belongs to
+  uint shading_group = 0;                                  ///< of the primitive, with shading_group_offset added
+  uint current_instance = 0;                               ///< `instance` as written to the records
+  const Material* material = nullptr;                      ///< of the group, or the override material
+  const ShadingVariablesCtx* shading_variables = nullptr;  ///< of the group
+  double hit_weight = 1.0;                                 ///< weight of a hit before filters: 1 is opaque
+  uint counter = 0;                                        ///< primitives tested since a structure last set it to 0
+  const ShadingGroupTable* shading = nullptr;              ///< null: nothing is shaded, so nothing is hit
 
-  GeometryPrimitiveFilter primitive_filter = nullptr;
-  void* primitive_filter_user = nullptr;
-  GeometryHitCallback hit_callback = nullptr;
-  void* hit_user = nullptr;
-  GeometryRaytraceSettings settings;
-  double object_distance = 0.0;  ///< hits nearer than this belong to the object that emitted the ray
+  GeometryPrimitiveFilter primitive_filter = nullptr;  ///< null: every primitive is tested
+  void* primitive_filter_user = nullptr;               ///< passed to primitive_filter
+  GeometryHitCallback hit_callback = nullptr;          ///< all-hits queries; null: none
+  void* hit_user = nullptr;                            ///< passed to hit_callback
+  GeometryRaytraceSettings settings;                   ///< copied to nested queries
+  double object_distance = 0.0;  ///< smallest tnear: skips hits on the object that emitted the ray
 
-  GeometryIntersectionMap* map = nullptr;  ///< set: a nearest query
-  GeometryHitList* hits = nullptr;         ///< set: an all-hits query
-  u64 user_word = 0;
-  const GeometryPlane* planes = nullptr;
-  u64 plane_count = 0;
-  u64 plane_user = 0;
+  GeometryIntersectionMap* map = nullptr;  ///< set: a nearest-hit query, which writes these records
+  GeometryHitList* hits = nullptr;  ///< all-hits query: receives the hits; may be null when there is a hit_callback
+  u64 user_word = 0;                ///< for use by the host; copied to nested queries
+  const GeometryPlane* planes = nullptr;  ///< for use by the host, as the two below; cleared in nested queries
+  u64 plane_count = 0;                    ///< number of `planes`
+  u64 plane_user = 0;                     ///< further data for `planes`
 
-  u8 matte = 0;
-  u64 flags = 0;
-  GeometryIntersectionPath* path = nullptr;  ///< the objects descended through so far; null in the outermost
-  const GeometryRaytraceData* parent = nullptr;
-  uint level = 0;
+  u8 matte = 0;                                  ///< 1: the hit object is matte
+  u64 flags = 0;                                 ///< for use by the host; bit 0 is cleared in nested queries
+  GeometryIntersectionPath* path = nullptr;      ///< objects entered so far; null in the outermost query
+  const GeometryRaytraceData* parent = nullptr;  ///< query one level up; null in the outermost query
+  uint level = 0;                                ///< nesting level; 0 is the outermost query
 };
 static_assert(std::is_trivially_copyable_v<GeometryRaytraceData> && sizeof(GeometryRaytraceData) <= 320);
 
@@ -162,38 +164,39 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   const GMathBasicRay<double>& get_ray(uint ray) const {
     return *reinterpret_cast<const GMathBasicRay<double>*>(rays + std::size_t{ray} * ray_stride);
   }
-  /// Not below object_distance, which is 0 unless somebody sets it: hits behind the origin do not count.
+  /// Start of the ray's interval: at least object_distance, which is 0 by default, so that nothing behind the origin is
+  /// hit.
   double get_tnear(const uint& ray) const {
     const double tnear = intervals[ray].tnear;
     return tnear < object_distance ? object_distance : tnear;
   }
   double get_tfar(const uint& ray) const { return intervals[ray].tfar; }
   bool is_nearest() const { return map != nullptr; }
-  /// Where a hit must lie below: the nearest hit so far, or the ray's tfar in an all-hits query.
+  /// Exclusive end of the ray's interval: the distance of the nearest hit so far; in an all-hits query the ray's tfar.
   double get_limit(const uint& ray) const { return is_nearest() ? map->get_path(ray).distance : get_tfar(ray); }
   bool is_stopped(uint ray) const { return (ray_flags[ray] & 1u) != 0; }
 
-  /// Offers a candidate hit. Runs the filters, last pushed first, on candidates within the interval; the others are
-  /// rejected unasked. Nearest: replaces the ray's record when tnear <= distance < the record's. All hits: appends it
-  /// when tnear <= distance < tfar, then asks the hit callback and the settings whether the ray ends. Returns whether
-  /// the hit was accepted.
+  /// Adds a candidate hit. Candidates outside of the ray's interval are rejected; on the others the filters run, last
+  /// pushed first. Nearest: replaces the ray's record when tnear <= distance < the record's. All hits: appends the hit
+  /// when tnear <= distance < tfar, calls the hit callback, and sets the ray's stop flag when the settings require it.
+  /// Returns true if the hit was accepted.
   bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate) {
     if (is_nearest() && filter_count_ == 0) {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
-      if (path != nullptr) map->note_path(ray, *path);
+      if (path != nullptr) map->record_path(ray, *path);
       return true;
     }
     return push_filtered(ctx, shader, ray, candidate);
   }
 
-  /// Whether `primitive` of the current geometry may be tested at all: asked before its ray test.
+  /// True if `primitive` of the current geometry may be tested. To be called before its ray test.
   bool apply_primitive_filters(const uint& primitive) const {
     return primitive_filter == nullptr || primitive_filter(*this, primitive, primitive_filter_user);
   }
 
-  /// False when all places are taken: the filter then does not run.
+  /// False when there are filter_capacity filters already; the filter is then not added.
   bool push_filter(const GeometryRaytraceFilter& filter);
   void pop_filter() { --filter_count_; }
   void remove_filters() { filter_count_ = 0; }
@@ -204,7 +207,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   bool push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray, const GeometryCandidate& candidate);
   bool append_hit(uint ray, const GeometryIntersection& hit);
 
-  /// Small writes only: most records are soon replaced by a nearer hit.
+  /// Writes few bytes: most records are soon replaced by a nearer hit.
   void write_hit(GeometryIntersection& record, const GeometryCandidate& candidate) const {
     record.distance = candidate.distance;
     record.u = candidate.u;

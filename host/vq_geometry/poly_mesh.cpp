@@ -17,7 +17,7 @@ namespace {
 
 constexpr double nan_time = std::numeric_limits<double>::quiet_NaN();
 
-/// Corners and vertices are counted in 32 bits, and three triangle corners a polygon corner must be, too.
+/// Limit of the number of corners: triangle corners, up to three per polygon corner, are counted in 32 bits.
 constexpr std::size_t most_corners = core_invalid_index / 3;
 
 bool fail(CoreString& error, const CoreString& sentence) {
@@ -95,7 +95,7 @@ u64 get_bytes(const std::vector<T>& items) {
   return items.capacity() * sizeof(T);
 }
 
-/// A triangle list of a polygon of `size` corners.
+/// Number of triangles of a polygon of `size` corners.
 u32 get_triangle_count(u32 size) { return size < 3 ? 0 : size - 2; }
 
 }  // namespace
@@ -247,27 +247,27 @@ u64 PolyMesh::get_memory_size() const {
   return bytes;
 }
 
-PolyMesh::MotionPlace PolyMesh::get_motion_place(double time) const {
-  MotionPlace place;
-  place.rest = !has_motion() || std::isnan(time);
-  if (place.rest) return place;
-  motion_sampling_.get_span(time, place.first, place.fraction);
-  place.step = motion_sampling_.get_sample_count() > 1 ? 1 : 0;
-  return place;
+PolyMesh::MotionBlend PolyMesh::get_motion_blend(double time) const {
+  MotionBlend blend;
+  blend.rest = !has_motion() || std::isnan(time);
+  if (blend.rest) return blend;
+  motion_sampling_.get_span(time, blend.first, blend.fraction);
+  blend.step = motion_sampling_.get_sample_count() > 1 ? 1 : 0;
+  return blend;
 }
 
 GMathVec3<double> PolyMesh::get_position_at(double time, uint vertex) const {
-  return get_moved_position(get_motion_place(time), vertex);
+  return get_moved_position(get_motion_blend(time), vertex);
 }
 
 GMathBbox3<double> PolyMesh::compute_bbox(uint primitive, double time) const {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const GMathBbox3<double> invalid({nan, nan, nan}, {nan, nan, nan});
   if (!is_polygon_valid(primitive)) return invalid;
-  const MotionPlace place = get_motion_place(time);
+  const MotionBlend blend = get_motion_blend(time);
   GMathBbox3<double> box;
   for (uint corner = get_first_corner(primitive); corner < get_first_corner(primitive + 1); ++corner) {
-    const GMathVec3<double> position = get_moved_position(place, polygon_vertices_[corner]);
+    const GMathVec3<double> position = get_moved_position(blend, polygon_vertices_[corner]);
     if (std::isnan(position.x) || std::isnan(position.y) || std::isnan(position.z)) return invalid;
     box.add(position);
   }

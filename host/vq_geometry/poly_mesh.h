@@ -1,6 +1,6 @@
 // host/vq_geometry/poly_mesh.h
 //
-// A mesh of polygons. One primitive is one polygon, by its number in the input; its triangles are the parts of it.
+// A mesh of polygons. One primitive is one polygon, numbered as in the input; the parts of a hit are its triangles.
 //
 //   positions_          [vertex]                   at rest
 //   motion_positions_   [vertex * samples + k]     the samples of a vertex lie next to each other
@@ -8,8 +8,8 @@
 //
 //   only triangles      corners of polygon p are 3p, 3p + 1, 3p + 2; the four arrays below do not exist
 //   otherwise           first_corner_ [polygon + 1], first_triangle_ [polygon + 1]
-//                       triangle_vertices_ [3 * triangle]     vertices, what a ray test reads
-//                       triangle_corners_  [3 * triangle]     corners, what normals and UV maps are looked up by
+//                       triangle_vertices_ [3 * triangle]     vertices, read by ray tests
+//                       triangle_corners_  [3 * triangle]     corners, index into corner_normals and UV maps
 //
 // Ray test: poly_mesh_ray.cpp. Frustum test: poly_mesh_frustum.cpp. Points on the surface: poly_mesh_surface.cpp.
 #pragma once
@@ -21,7 +21,7 @@
 #include "vq_geometry/geometry_uv_map.h"
 #include "vq_gmath/gmath_time_sampling.h"
 
-/// What a mesh is made from. Coordinates may be anything, NaN and infinity included; indices must be in range.
+/// Input of PolyMesh::create(). Coordinates may be NaN or infinite; indices must be in range.
 struct PolyMeshData {
   std::vector<GMathVec3<float>> positions;  ///< at rest
   std::vector<u32> polygon_sizes;           ///< corners per polygon; fewer than 3: kept as an invalid primitive
@@ -50,10 +50,10 @@ class PolyMesh final : public GeometryObject {
   PolyMesh(const PolyMesh&) = delete;
   PolyMesh& operator=(const PolyMesh&) = delete;
 
-  /// Replaces the mesh. Nothing may read it meanwhile. O(corners), and about O(n log n) for a polygon of n corners. A
+  /// Replaces the mesh. No other thread may use it. O(corners), and about O(n log n) for a polygon of n corners. A
   /// polygon whose edges cross is cut into triangles that may overlap and reach outside of it; see
   /// poly_mesh_triangulate.h.
-  /// @return false, with one sentence in `error` and the mesh as it was, when sizes disagree or an index is out of
+  /// @return false, with one sentence in `error` and the mesh unchanged, when sizes disagree or an index is out of
   ///         range; false with an empty mesh when there is no memory
   bool create(PolyMeshData&& data, CoreString& error);
 
@@ -65,13 +65,13 @@ class PolyMesh final : public GeometryObject {
     return polygon_groups_.empty() ? 0 : polygon_groups_[primitive];
   }
   bool has_motion() const override { return motion_positions_.get_count() != 0; }
-  /// Whether a motion sample of a vertex of the group's polygons differs from its position at rest.
+  /// True if a motion sample of a vertex of the group's polygons differs from its position at rest.
   bool has_shading_group_motion(const uint& group) const override;
 
   /// NaN for a polygon with fewer than three corners or a NaN coordinate.
   GMathBbox3<double> get_primitive_bbox(const CtxEval& ctx, const uint& primitive) const override;
-  /// Around the vertices as they are at `time`, with room for motion samples between those of the context's motion
-  /// blur; a NaN time stands for the mesh at rest.
+  /// The box of the vertices at `time`, enlarged for motion keys between the samples of the context's motion blur. NaN:
+  /// the mesh at rest.
   GMathBbox3<double> get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                            const uint& primitive) const override;
   GMathBbox3<double> get_bbox(const CtxEval& /*ctx*/) const override { return bbox_; }
@@ -80,7 +80,7 @@ class PolyMesh final : public GeometryObject {
                          const uint& primitive) const override;
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                              const uint& primitive) const override;
-  /// A NaN time stands for the mesh at rest. Vertex normals are the input's at all times.
+  /// NaN: the mesh at rest. Vertex normals are the input's at all times.
   GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
 
   /// The vertices at rest.
@@ -108,13 +108,13 @@ class PolyMesh final : public GeometryObject {
 
   uint get_vertex_count() const { return static_cast<uint>(positions_.get_count()); }
   const GMathVec3<float>& get_position(uint vertex) const { return positions_[vertex]; }
-  /// Where a vertex is at `time`; a NaN time stands for the mesh at rest.
+  /// The position of a vertex at `time`; NaN: at rest.
   GMathVec3<double> get_position_at(double time, uint vertex) const;
 
   /// The polygon's first corner among all corners; `polygon` may be get_polygon_count().
   uint get_first_corner(uint polygon) const { return is_all_triangles() ? 3 * polygon : first_corner_[polygon]; }
   bool is_all_triangles() const { return !first_corner_; }
-  /// How many triangles a polygon has; part k of a hit is triangle k.
+  /// The number of triangles of a polygon; part k of a hit is triangle k.
   uint get_part_count(uint polygon) const {
     return is_all_triangles() ? 1 : first_triangle_[polygon + 1] - first_triangle_[polygon];
   }
@@ -125,25 +125,25 @@ class PolyMesh final : public GeometryObject {
   }
   /// The three corners of a triangle, among all corners.
   GMathVec3<u32> get_part_corners(uint polygon, uint part) const;
-  /// When the mesh's motion samples are.
+  /// The times of the motion samples.
   const GMathTimeSampling& get_motion_sampling() const { return motion_sampling_; }
 
  private:
-  /// Which positions hold at a time: those at rest, or two motion samples blended.
-  struct MotionPlace {
+  /// How positions at a time are computed: the positions at rest, or a blend of two motion samples.
+  struct MotionBlend {
     bool rest = true;
     uint first = 0;
     uint step = 0;  ///< from the first to the second sample: 0 with a single one
     double fraction = 0.0;
   };
 
-  MotionPlace get_motion_place(double time) const;
-  GMathVec3<double> get_moved_position(const MotionPlace& place, uint vertex) const {
-    if (place.rest) return GMathVec3<double>(positions_[vertex]);
+  MotionBlend get_motion_blend(double time) const;
+  GMathVec3<double> get_moved_position(const MotionBlend& blend, uint vertex) const {
+    if (blend.rest) return GMathVec3<double>(positions_[vertex]);
     const GMathVec3<float>* sample =
-        motion_positions_.get() + std::size_t{vertex} * motion_sampling_.get_sample_count() + place.first;
-    return GMathVec3<double>(sample[0]) * (1.0 - place.fraction) +
-           GMathVec3<double>(sample[place.step]) * place.fraction;
+        motion_positions_.get() + std::size_t{vertex} * motion_sampling_.get_sample_count() + blend.first;
+    return GMathVec3<double>(sample[0]) * (1.0 - blend.fraction) +
+           GMathVec3<double>(sample[blend.step]) * blend.fraction;
   }
   bool store(PolyMeshData&& data);
   bool store_polygons(const PolyMeshData& data);

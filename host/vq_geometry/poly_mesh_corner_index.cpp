@@ -13,10 +13,10 @@ void PolyMeshCornerIndex::build(const std::vector<Point>& points) {
   split(points, 1, 0, leaf_count_);
   active_.assign(count, 0);
   points_.resize(count);
-  place_.resize(count);
-  for (u32 place = 0; place < count; ++place) {
-    points_[place] = points[order_[place]];
-    place_[order_[place]] = place;
+  position_.resize(count);
+  for (u32 position = 0; position < count; ++position) {
+    points_[position] = points[order_[position]];
+    position_[order_[position]] = position;
   }
 }
 
@@ -44,8 +44,8 @@ void PolyMeshCornerIndex::split(const std::vector<Point>& points, u32 node, u32 
 }
 
 void PolyMeshCornerIndex::set_active(u32 point, bool active) {
-  const u32 place = place_[point];
-  if ((active_[place] != 0) == active) return;
-  active_[place] = active;
-  for (u32 node = leaf_count_ + get_leaf(place); node > 0; node /= 2) nodes_[node].active += active ? 1 : -1;
+  const u32 position = position_[point];
+  if ((active_[position] != 0) == active) return;
+  active_[position] = active;
+  for (u32 node = leaf_count_ + get_leaf(position); node > 0; node /= 2) nodes_[node].active += active ? 1 : -1;
 }

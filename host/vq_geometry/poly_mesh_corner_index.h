@@ -1,6 +1,6 @@
 // host/vq_geometry/poly_mesh_corner_index.h
 //
-// A k-d tree over points of the plane, some of which are active: is an active one in a triangle? A complete binary tree
+// A k-d tree over 2D points, some of which are active. It finds an active point in a triangle. A complete binary tree
 // of leaves with about eight points each; node n has the children 2n and 2n + 1, the root is node 1.
 #pragma once
 #include <algorithm>
@@ -17,9 +17,9 @@ class PolyMeshCornerIndex {
   void build(const std::vector<Point>& points);
   /// O(log n).
   void set_active(u32 point, bool active);
-  /// Whether `test(point)` holds for a point in or near the counter-clockwise triangle: asks, until one does, all
-  /// active points that are in its box and in it by the signs of (b - a) x (p - a) as computed, and some others. Thin
-  /// triangles far across the points cost O(sqrt n), small ones O(log n).
+  /// True if test(point) is true for an active point in the counter-clockwise triangle. Calls `test`, until it returns
+  /// true, for all active points inside by the computed signs of (b - a) x (p - a), and for some others in the box.
+  /// Thin triangles far across the points cost O(sqrt n), small ones O(log n).
   template <class Test>
   bool find(const Point& a, const Point& b, const Point& c, const Test& test) const;
 
@@ -32,16 +32,16 @@ class PolyMeshCornerIndex {
   };
   struct Triangle;
 
-  /// Place of the leaf's first point.
+  /// Position of the leaf's first point.
   u32 get_begin(u32 leaf) const { return static_cast<u32>(u64{leaf} * order_.size() / leaf_count_); }
-  /// The leaf that holds a place: the last that does not begin behind it.
-  u32 get_leaf(u32 place) const { return static_cast<u32>(((u64{place} + 1) * leaf_count_ - 1) / order_.size()); }
+  /// The leaf that contains a position: the last that begins at or before it.
+  u32 get_leaf(u32 position) const { return static_cast<u32>(((u64{position} + 1) * leaf_count_ - 1) / order_.size()); }
   void split(const std::vector<Point>& points, u32 node, u32 first_leaf, u32 leaves);
 
-  std::vector<u32> order_;     // points, leaf by leaf; a point's place is where it stands here
-  std::vector<Point> points_;  // by place
-  std::vector<u8> active_;     // by place
-  std::vector<u32> place_;     // by point
+  std::vector<u32> order_;     // point numbers, leaf by leaf; the index here is the point's position
+  std::vector<Point> points_;  // by position
+  std::vector<u8> active_;     // by position
+  std::vector<u32> position_;  // by point
   std::vector<Node> nodes_;
   u32 leaf_count_ = 1;
 };
@@ -58,8 +58,8 @@ struct PolyMeshCornerIndex::Triangle {
   bool is_in_box(const Point& point) const {
     return point.x >= min.x && point.x <= max.x && point.y >= min.y && point.y <= max.y;
   }
-  /// No point of the node's box is in the triangle. Rounding is monotone, so that a turn at the box's outermost corner,
-  /// computed as it is for a point, is none too small for any point of the box.
+  /// True only if no point of the node's box is in the triangle. Rounding is monotone: the value computed for the
+  /// outermost corner of the box is not below that of any point of the box.
   bool surely_misses(const Node& node) const {
     if (node.max.x < min.x || node.min.x > max.x || node.max.y < min.y || node.min.y > max.y) return true;
     for (uint k = 0; k < 3; ++k) {
@@ -75,7 +75,7 @@ struct PolyMeshCornerIndex::Triangle {
 template <class Test>
 bool PolyMeshCornerIndex::find(const Point& a, const Point& b, const Point& c, const Test& test) const {
   const Triangle triangle(a, b, c);
-  u32 stack[33] = {1};  // one node a level waits, and the last two
+  u32 stack[33] = {1};  // one node per level, and the last two
   for (u32 count = 1; count > 0;) {
     const u32 at = stack[--count];
     if (nodes_[at].active == 0 || triangle.surely_misses(nodes_[at])) continue;
@@ -85,8 +85,8 @@ bool PolyMeshCornerIndex::find(const Point& a, const Point& b, const Point& c, c
       continue;
     }
     const u32 leaf = at - leaf_count_;
-    for (u32 place = get_begin(leaf); place < get_begin(leaf + 1); ++place)
-      if (active_[place] != 0 && triangle.is_in_box(points_[place]) && test(order_[place])) return true;
+    for (u32 position = get_begin(leaf); position < get_begin(leaf + 1); ++position)
+      if (active_[position] != 0 && triangle.is_in_box(points_[position]) && test(order_[position])) return true;
   }
   return false;
 }

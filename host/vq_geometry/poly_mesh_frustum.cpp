@@ -1,5 +1,5 @@
-// Polygons against the planes of a frustum. A triangle touches the frustum when something of it is left after clipping
-// it by every plane (Sutherland, Hodgman 1974, "Reentrant polygon clipping").
+// Frustum test of polygons. A triangle touches the frustum when a part of it remains after clipping it by every plane
+// (Sutherland, Hodgman 1974, "Reentrant polygon clipping").
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/poly_mesh.h"
 

@@ -1,8 +1,8 @@
-// Rays against polygons: the watertight test of Woop, Benthin, Wald 2013, "Watertight Ray/Triangle Intersection", in
+// Ray test of polygons: the watertight test of Woop, Benthin, Wald 2013, "Watertight Ray/Triangle Intersection", in
 // double precision. The space is sheared so that the ray becomes the z axis; a triangle is then hit when its three edge
 // functions agree in sign at the origin. The products in an edge function round monotonically, so that the sign of the
-// difference is right or zero, and two triangles see their common edge with opposite signs: no ray slips between them.
-// A zero belongs to both. Triangles of one polygon then offer the point once; those of two polygons offer it each.
+// difference is right or zero, and two triangles get opposite signs for their common edge: no ray passes between them.
+// A zero is a hit of both. Two triangles of one polygon then give one hit, those of two polygons one each.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// Component `axis`, read by its place: a chain of comparisons would cost more than the arithmetic.
+/// Component `axis`, read by its address: operator[] compares, which would cost more than the arithmetic.
 template <class T>
 inline double load_axis(const GMathVec3<T>& v, uint axis) {
   static_assert(sizeof(v) == 3 * sizeof(T));
@@ -56,9 +56,9 @@ struct ShearedVertex {
 /// Twice the area between the origin and the edge from a to b. Exactly the negative for the edge from b to a.
 inline double get_edge_function(const ShearedVertex& a, const ShearedVertex& b) { return a.x * b.y - a.y * b.x; }
 
-/// Where the ray's line meets the triangle. Edges and corners belong to the triangle, both faces count, a triangle seen
-/// edge-on is missed. Whether the distance is within the ray's interval is left to push_intersection(). A NaN anywhere
-/// gives false or a NaN distance, which no interval holds.
+/// Intersects the ray's line with the triangle. Edges and corners belong to the triangle, both faces can be hit, a
+/// triangle seen edge-on is missed. push_intersection() tests the ray's interval. A NaN anywhere gives false or a NaN
+/// distance, which is in no interval.
 template <class T>
 inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
                          const GMathVec3<T>& position_c, GeometryCandidate& hit) {
@@ -66,7 +66,7 @@ inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, 
   const double weight_a = get_edge_function(c, b);
   const double weight_b = get_edge_function(a, c);
   const double weight_c = get_edge_function(b, a);
-  // One branch instead of six that no predictor can guess.
+  // One branch instead of six unpredictable ones.
   const double least = std::min(std::min(weight_a, weight_b), weight_c);
   const double most = std::max(std::max(weight_a, weight_b), weight_c);
   if (least < 0.0 && most > 0.0) return false;
@@ -81,7 +81,7 @@ inline bool hit_triangle(const ShearedRay& ray, const GMathVec3<T>& position_a, 
   return true;
 }
 
-/// Whether an edge function may have been zero: surely not, when false.
+/// False only if no edge function was zero.
 bool may_be_on_edge(const GeometryCandidate& hit) {
   return hit.u == 0.0 || hit.v == 0.0 || hit.u + hit.v > 1.0 - 1e-14;
 }
@@ -90,8 +90,8 @@ bool has_vertex(const u32* triangle, u32 vertex) {
   return triangle[0] == vertex || triangle[1] == vertex || triangle[2] == vertex;
 }
 
-/// Whether both triangles, given by their vertices, hold one edge or one vertex that the ray's line meets exactly.
-/// Edge functions depend on the edge alone, so that both triangles see the same zero.
+/// True if both triangles, given by their vertices, share an edge or a vertex that the ray's line meets exactly. Edge
+/// functions depend on the edge alone, so that both triangles get the same zero.
 template <class GetPosition>
 bool share_met_edge(const ShearedRay& ray, const u32* triangle, const u32* other, const GetPosition& get_position) {
   for (uint k = 0; k < 3; ++k) {
@@ -104,9 +104,9 @@ bool share_met_edge(const ShearedRay& ray, const u32* triangle, const u32* other
   return false;
 }
 
-/// Whether one of the `part` triangles before `triangle` in the polygon has offered the same point: the ray meets
-/// exactly what they share. No tolerance on distances could tell: at a flat angle rounding moves the two apart without
-/// bound. Searched backwards, because around a corner the neighbor often comes just before.
+/// True if one of the `part` triangles before `triangle` in the polygon has given a hit at the same point: the ray
+/// meets the shared edge or vertex exactly. A tolerance on distances would not do: at a flat angle rounding may
+/// separate the two distances without bound. Searched backwards, because the neighbor is often the triangle before.
 template <class GetPosition>
 [[gnu::noinline]] bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const ShearedRay& sheared,
                                           const u32* triangle, uint part, const GetPosition& get_position) {
@@ -132,7 +132,7 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
     GeometryCandidate hit;
     if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
       continue;
-    // On an inner edge the ray meets the triangles on both sides, at one point of the polygon: one hit.
+    // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
     if (part != 0 && may_be_on_edge(hit) && is_already_offered(query, ray, sheared, vertices, part, get_position))
       continue;
     hit.primitive = primitive;
@@ -150,8 +150,8 @@ void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, Geometry
     if (!query.is_nearest() && query.is_stopped(ray)) continue;
     ++query.counter;
     if (moving) {
-      const MotionPlace place = get_motion_place(query.spans[ray].time);
-      test_ray(ctx, shader, query, primitive, ray, [&](u32 vertex) { return get_moved_position(place, vertex); });
+      const MotionBlend blend = get_motion_blend(query.spans[ray].time);
+      test_ray(ctx, shader, query, primitive, ray, [&](u32 vertex) { return get_moved_position(blend, vertex); });
     } else {
       test_ray(ctx, shader, query, primitive, ray,
                [&](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; });

@@ -1,5 +1,4 @@
-// What is asked of a recorded hit: the point on the surface, its normals and texture coordinates, and how near it lies
-// to an edge.
+// Evaluation of a recorded hit: surface point, normals, texture coordinates, and proximity to an edge.
 #include <algorithm>
 #include <cmath>
 
@@ -14,7 +13,7 @@ Vec interpolate(const Vec& a, const Vec& b, const Vec& c, const GeometryIntersec
   return a * (1.0 - hit.u - hit.v) + b * hit.u + c * hit.v;
 }
 
-/// The values that an index per corner refers to, interpolated at the hit.
+/// Values with one index per corner, interpolated at the hit.
 Vec interpolate(const std::vector<GMathVec3<float>>& values, const std::vector<u32>& corner_indices,
                 const GMathVec3<u32>& corners, const GeometryIntersection& hit) {
   const auto get = [&](u32 corner) { return Vec(values[corner_indices[corner]]); };
@@ -24,11 +23,11 @@ Vec interpolate(const std::vector<GMathVec3<float>>& values, const std::vector<u
 double get_segment_distance(const Vec& p, const Vec& a, const Vec& b) {
   const Vec edge = b - a;
   const double square = edge.dot(edge);
-  const double place = square > 0.0 ? std::clamp((p - a).dot(edge) / square, 0.0, 1.0) : 0.0;
-  return (p - (a + edge * place)).get_length();
+  const double parameter = square > 0.0 ? std::clamp((p - a).dot(edge) / square, 0.0, 1.0) : 0.0;
+  return (p - (a + edge * parameter)).get_length();
 }
 
-/// Whether the point, taken along the triangle's normal, lies in the triangle.
+/// True if the point, projected along the triangle's normal, is in the triangle.
 bool is_over_triangle(const Vec& p, const Vec (&corner)[3]) {
   const Vec normal = (corner[1] - corner[0]).cross(corner[2] - corner[0]);
   for (uint k = 0; k < 3; ++k) {
@@ -40,7 +39,7 @@ bool is_over_triangle(const Vec& p, const Vec (&corner)[3]) {
 
 /// The visible edges of a polygon, for distances to the nearest of them.
 struct VisibleEdges {
-  std::vector<Vec> ends;  // two an edge
+  std::vector<Vec> ends;  // two per edge
 
   double get_distance(const Vec& p) const {
     double nearest = HUGE_VAL;
@@ -59,10 +58,10 @@ GMathVec3<u32> PolyMesh::get_part_corners(uint polygon, uint part) const {
 }
 
 GeometrySurfacePoint PolyMesh::get_surface_point(const GeometryIntersection& hit, const double& time) const {
-  const MotionPlace place = get_motion_place(time);
+  const MotionBlend blend = get_motion_blend(time);
   const u32* vertices = get_part_vertices(hit.primitive, hit.part);
-  const Vec a = get_moved_position(place, vertices[0]), b = get_moved_position(place, vertices[1]),
-            c = get_moved_position(place, vertices[2]);
+  const Vec a = get_moved_position(blend, vertices[0]), b = get_moved_position(blend, vertices[1]),
+            c = get_moved_position(blend, vertices[2]);
   const GMathVec3<u32> corners = get_part_corners(hit.primitive, hit.part);
   GeometrySurfacePoint point;
   point.position = interpolate(a, b, c, hit);
@@ -80,8 +79,8 @@ double PolyMesh::get_edge_proximity(const GeometryIntersection& hit) const {
                                                       : get_polygon_edge_proximity(hit);
 }
 
-/// An edge is as far as the weight of the corner opposite to it. The point farthest from n edges has the weight 1 / n
-/// towards each.
+/// The distance from an edge is the barycentric weight of the opposite corner. At the point farthest from n edges it is
+/// 1 / n for each.
 double PolyMesh::get_triangle_edge_proximity(const GeometryIntersection& hit) const {
   const double weights[3] = {1.0 - hit.u - hit.v, hit.u, hit.v};
   const GMathVec3<u32> corners = get_part_corners(hit.primitive, hit.part);
@@ -114,14 +113,14 @@ double PolyMesh::get_polygon_edge_proximity(const GeometryIntersection& hit) con
   return farthest > 0.0 ? std::clamp(1.0 - distance / farthest, 0.0, 1.0) : 1.0;
 }
 
-/// Some points of the polygon, among them one that is far from its edges: corners, which are when few edges are
-/// visible, centres of triangles, and the centre of the whole where that lies inside.
+/// Some points of the polygon, among them one far from its visible edges: corners (far when few edges are visible),
+/// centers of triangles, and the center of the polygon if it is inside.
 std::vector<GMathVec3<double>> PolyMesh::get_inner_points(uint polygon) const {
-  constexpr uint most = 32;  // of each kind: a polygon may have thousands of corners, and every hit asks
+  constexpr uint most = 32;  // of each kind: a polygon may have thousands of corners, and this runs for every hit
   const uint parts = get_part_count(polygon), count = get_polygon_vertex_count(polygon);
   std::vector<Vec> points;
   for (uint k = 0; k < count; k += 1 + count / most) points.emplace_back(positions_[get_polygon_vertex(polygon, k)]);
-  Vec centre;
+  Vec center;
   double area = 0.0;
   const auto get_triangle = [&](uint part, Vec(&corner)[3]) {
     const u32* vertices = get_part_vertices(polygon, part);
@@ -132,15 +131,15 @@ std::vector<GMathVec3<double>> PolyMesh::get_inner_points(uint polygon) const {
   for (uint part = 0; part < parts; ++part) {
     const Vec middle = get_triangle(part, corner);
     const double part_area = (corner[1] - corner[0]).cross(corner[2] - corner[0]).get_length();
-    centre += middle * part_area;
+    center += middle * part_area;
     area += part_area;
     if (part % (1 + parts / most) == 0) points.push_back(middle);
   }
-  centre = centre * (area > 0.0 ? 1.0 / area : 0.0);
+  center = center * (area > 0.0 ? 1.0 / area : 0.0);
   for (uint part = 0; part < parts; ++part) {
     get_triangle(part, corner);
-    if (!is_over_triangle(centre, corner)) continue;
-    points.push_back(centre);
+    if (!is_over_triangle(center, corner)) continue;
+    points.push_back(center);
     break;
   }
   return points;

@@ -48,13 +48,13 @@ void PolyMeshTriangulator::mark_reflex(Corner& corner) const {
 bool PolyMeshTriangulator::is_inside(const Corner& a, const Corner& b, const Corner& c, const Corner& p,
                                      Rule rule) const {
   const auto is_at = [&](const Corner& corner) { return p.x == corner.x && p.y == corner.y; };
-  if (is_at(a) || is_at(b) || is_at(c)) return false;  // the two banks of a cut that joins a hole to the outline
+  if (is_at(a) || is_at(b) || is_at(c)) return false;  // duplicate corners where an edge joins a hole to the outline
   const double turns[3] = {get_turn(a, b, p), get_turn(b, c, p), get_turn(c, a, p)};
   const double smallest = std::min({turns[0], turns[1], turns[2]});
   return rule == Rule::strict ? smallest >= 0.0 : smallest > 0.0;
 }
 
-/// Only reflex corners can lie in the way: the corner of the polygon nearest to the ear's tip always is one.
+/// Only reflex corners need a test: if any corner is in the ear, the one nearest to the ear's tip is reflex.
 bool PolyMeshTriangulator::is_ear(const Corner& corner, Rule rule) {
   const Corner& a = corners_[corner.previous];
   const Corner& c = corners_[corner.next];
@@ -67,8 +67,8 @@ bool PolyMeshTriangulator::is_ear(const Corner& corner, Rule rule) {
   return true;
 }
 
-/// The next ear from `corner` on. A polygon with crossing or touching edges may have none by the strict rule; it is
-/// then asked for less and less.
+/// The next ear from `corner` on. A polygon with crossing or touching edges may have none by the strict rule; then
+/// weaker rules are tried.
 bool PolyMeshTriangulator::find_ear(u32& corner) {
   for (u32 k = 0; k < left_; ++k, corner = corners_[corner].next) {
     Corner& at = corners_[corner];
@@ -87,15 +87,15 @@ void PolyMeshTriangulator::clip(u32 corner, std::vector<u32>& triangles) {
   triangles.insert(triangles.end(), {previous, corner, next});
   corners_[previous].next = next;
   corners_[next].previous = previous;
-  for (const u32 neighbour : {previous, next}) {
-    mark_reflex(corners_[neighbour]);
-    corners_[neighbour].ear = Ear::unknown;
+  for (const u32 neighbor : {previous, next}) {
+    mark_reflex(corners_[neighbor]);
+    corners_[neighbor].ear = Ear::unknown;
   }
   --left_;
 }
 
 u32 PolyMeshTriangulator::clip_small(std::vector<u32>& triangles) {
-  budget_ = 16.0 * left_ * left_;  // sound polygons need about two tests of every corner against every other
+  budget_ = 16.0 * left_ * left_;  // simple polygons need about two tests per pair of corners
   u32 corner = 1;                  // a fan around corner 0 where all corners are convex
   while (left_ > 3 && find_ear(corner) && budget_ > 0.0) {
     clip(corner, triangles);

@@ -10,7 +10,8 @@
 #include "vq_gmath/gmath_scalar.h"
 #include "vq_gmath/gmath_vec.h"
 
-/// Newell's normal: its length is twice the polygon's area, and it does not mind concave corners or a warped surface.
+/// Newell's normal: its length is twice the polygon's area. Concave corners and polygons that are not planar are
+/// allowed.
 GMathVec3<double> poly_mesh_get_newell_normal(const std::vector<GMathVec3<double>>& points);
 
 /// Keeps its memory from polygon to polygon. One thread at a time.
@@ -32,7 +33,7 @@ class PolyMeshTriangulator {
   struct Corner {
     double x = 0.0, y = 0.0;
     u32 previous = 0, next = 0;
-    u32 ticket = 0;  // of a large polygon: the place in a queue that counts
+    u32 ticket = 0;  // of a large polygon: the corner's only valid queue entry
     Ear ear = Ear::unknown;
     bool reflex = false;
   };
@@ -46,7 +47,7 @@ class PolyMeshTriangulator {
   bool is_inside(const Corner& a, const Corner& b, const Corner& c, const Corner& p, Rule rule) const;
   bool find_ear(u32& corner);
   void clip(u32 corner, std::vector<u32>& triangles);
-  /// Clips what can be clipped and returns a corner that is left.
+  /// Clips ears while there are any and returns a remaining corner.
   u32 clip_small(std::vector<u32>& triangles);
   u32 clip_large(std::vector<u32>& triangles);
   void enqueue(u32 corner, Rule rule);
@@ -55,9 +56,9 @@ class PolyMeshTriangulator {
   static double get_turn(const Corner& a, const Corner& b, const Corner& c);
 
   std::vector<Corner> corners_;
-  u32 left_ = 0;         // corners that are not clipped yet
+  u32 left_ = 0;         // corners not clipped yet
   double budget_ = 0.0;  // point tests that may still be spent
   PolyMeshCornerIndex index_;
-  std::deque<Waiting> queues_[3];  // one a rule
+  std::deque<Waiting> queues_[3];  // one per rule
   u32 last_ticket_ = 0;
 };

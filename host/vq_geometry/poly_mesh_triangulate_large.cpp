@@ -1,23 +1,22 @@
-// Ears of large polygons. As for small ones, but corners wait in a queue to be tested instead of being passed over
-// again and again, and reflex corners in the way are looked up in a k-d tree. Clipping makes only the two neighbors'
-// tests out of date; they go to the end of the queue, so that every second corner of a convex run is clipped and
-// triangles grow evenly.
+// Ear clipping of large polygons. Corners to be tested are in a queue, and a k-d tree finds the reflex corners inside
+// an ear. Clipping invalidates only the tests of the two neighbors; they go to the end of the queue, so that every
+// second corner of a convex part is clipped and the triangles have similar sizes.
 #include "vq_geometry/poly_mesh_triangulate.h"
 
 namespace {
 
-/// The corners of a polygon whose edges touch or cross may have to be tested anew; sound ones take one sweep.
+/// The corners of a polygon whose edges touch or cross may need several sweeps; simple polygons need one.
 constexpr uint most_sweeps = 8;
 
 }  // namespace
 
-/// Corners to be tested by a rule, each in one place: the last at which it was put.
+/// Adds a corner to the queue of a rule. Only its last entry is valid.
 void PolyMeshTriangulator::enqueue(u32 corner, Rule rule) {
   corners_[corner].ticket = ++last_ticket_;
   queues_[static_cast<uint>(rule)].push_back({corner, last_ticket_});
 }
 
-/// By the strictest rule that has a corner waiting.
+/// Takes the next corner from the strictest rule that has one.
 bool PolyMeshTriangulator::dequeue(u32& corner, Rule& rule) {
   for (const Rule next : {Rule::strict, Rule::touching, Rule::flat}) {
     std::deque<Waiting>& queue = queues_[static_cast<uint>(next)];
@@ -44,12 +43,12 @@ bool PolyMeshTriangulator::is_ear_of_large(u32 corner, Rule rule) const {
 }
 
 u32 PolyMeshTriangulator::clip_large(std::vector<u32>& triangles) {
-  std::vector<PolyMeshCornerIndex::Point> places;
+  std::vector<PolyMeshCornerIndex::Point> projected;
   for (const Corner& corner : corners_) {
     if (!gmath_isfinited(corner.x) || !gmath_isfinited(corner.y)) return 0;
-    places.push_back({corner.x, corner.y});
+    projected.push_back({corner.x, corner.y});
   }
-  index_.build(places);
+  index_.build(projected);
   for (u32 k = 0; k < left_; ++k) index_.set_active(k, corners_[k].reflex);
   last_ticket_ = 0;
   u32 corner = 0;

@@ -309,7 +309,7 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
         packet.resize(1);
         packet.set_ray(0, {0.03, 0.02, -50}, {0, 0, 1}, 0, DBL_MAX, time);
         GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
-        query.settings.wants_motion_vectors = true;
+        query.settings.compute_motion_vectors = true;
         scene->ray_hit_nearest_motion(world.ctx, world.shader, query);
         const GeometryHitTransform* transform = packet.get_nearest_transform(0);
         ASSERT_NE(transform, nullptr);

@@ -189,7 +189,7 @@ void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, Geom
   if (packet.get_count() == 0) return;
   GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
   query.visits = visits;
-  query.settings.wants_motion_vectors = has_end_matrices;
+  query.settings.compute_motion_vectors = has_end_matrices;
   if (motion_blur_) {
     objects_.tree->ray_hit_nearest_motion(get_thread_ctx(), shader, query);
   } else {
