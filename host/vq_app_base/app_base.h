@@ -1,6 +1,6 @@
 // host/vq_app_base/app_base.h
 //
-// The application as libraries see it: its threads, its progress bars and the user's wish to stop.
+// The application: its threads, its progress bars and the stop request of the user.
 #pragma once
 #include <atomic>
 #include <functional>
@@ -20,9 +20,9 @@ class AppBase {
   /// Receives each new progress bar before its creator does, to set a sink on it.
   using ProgressBarHook = std::function<void(AppProgressBar&)>;
 
-  /// As many threads as the machine runs at once.
+  /// One thread per hardware thread of the machine.
   AppBase();
-  /// @param thread_count threads in all, the calling one included; brought into the thread manager's bounds
+  /// @param thread_count threads in all, the calling one included; clamped to the thread manager's range
   explicit AppBase(uint thread_count);
   /// Destroys the bars that were never finished.
   virtual ~AppBase();
@@ -32,21 +32,21 @@ class AppBase {
   SysThreadManager& get_thread_manager() const { return thread_manager_; }
   uint get_thread_count() const { return thread_manager_.get_thread_count(); }
   uint get_max_thread_count() const { return thread_manager_.get_max_thread_count(); }
-  /// Caps the number of threads for which work is cut.
+  /// Limits the number of threads that work is divided for.
   void set_max_thread_count(uint count) { thread_manager_.set_max_thread_count(count); }
 
   /// A new bar, which lives until its finish(). Never null; throws std::bad_alloc. Thread-safe.
   AppProgressBar* create_progress_bar(const CoreString& title);
-  /// Sets who receives new bars; an empty hook for nobody. The hook is called on the thread that creates the bar, and
+  /// Sets the callback that receives new bars; empty: none. The hook is called on the thread that creates the bar, and
   /// on several threads at once if several create bars. Thread-safe.
   void set_progress_bar_hook(ProgressBarHook hook);
 
-  /// Asks all long operations to end early: builds then leave an empty structure. Holds until it is cleared.
+  /// Requests all long operations to end early: builds then leave an empty structure. Valid until it is cleared.
   /// Thread-safe, and safe in a signal handler.
   void request_stop() { stop_requested_.store(true, std::memory_order_relaxed); }
   void clear_stop_request() { stop_requested_.store(false, std::memory_order_relaxed); }
   bool is_stop_requested() const { return stop_requested_.load(std::memory_order_relaxed); }
-  /// What a long operation calls at least every few milliseconds: throws AppStopped when it should end.
+  /// To be called by long operations at least every few milliseconds: throws AppStopped after a stop request.
   void check_stop() const {
     if (is_stop_requested()) throw AppStopped();
   }
@@ -55,7 +55,7 @@ class AppBase {
   friend class AppProgressBar;
   void remove_progress_bar(AppProgressBar* bar);
 
-  // A constant application still lends its threads; the manager guards itself.
+  // Mutable: a const application gives access to its threads. The manager is thread-safe.
   mutable SysThreadManager thread_manager_;
   std::atomic<bool> stop_requested_ = false;
   std::mutex mutex_;  // guards what follows

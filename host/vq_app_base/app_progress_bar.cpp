@@ -7,9 +7,9 @@
 
 namespace {
 
-/// Positions at which a task's steps are looked at. Finer than any display, yet rare beside millions of steps, whose
-/// threads would otherwise fight over one word.
-constexpr uint looks_per_task = 1024;
+/// Updates of the shared progress per task. Finer than any display, and few compared to millions of steps, for which
+/// threads would otherwise contend for one cache line.
+constexpr uint updates_per_task = 1024;
 
 }  // namespace
 
@@ -46,7 +46,7 @@ void AppProgressBar::advance(uint position) {
     const std::lock_guard<std::mutex> guard(mutex_);
     if (open_.empty()) return;
     OpenTask& task = open_.back();
-    if (std::min(position, task.step_count) <= task.position) return;  // another thread came further meanwhile
+    if (std::min(position, task.step_count) <= task.position) return;  // another thread has set a larger position
     task.position = std::min(position, task.step_count);
     raise_progress();
     update_next_position();
@@ -97,8 +97,8 @@ void AppProgressBar::update_next_position() {
   u64 next = never;
   if (!open_.empty() && open_.back().position < open_.back().step_count) {
     const OpenTask& task = open_.back();
-    const uint stride = std::max(task.step_count / looks_per_task, 1u);
-    next = std::min(u64(task.position) + stride, u64(task.step_count));  // the last position is always looked at
+    const uint stride = std::max(task.step_count / updates_per_task, 1u);
+    next = std::min(u64(task.position) + stride, u64(task.step_count));  // the last position always updates
   }
   next_position_.store(next, std::memory_order_relaxed);
 }
@@ -117,7 +117,7 @@ void AppProgressBar::report(bool is_finished) noexcept try {
   if (is_finished)
     sink_lock.lock();
   else if (!sink_lock.try_lock())
-    return;  // another thread is telling; no thread that works waits for a terminal
+    return;  // another thread is reporting; worker threads do not wait for a sink
   if (!sink_) return;
   const Clock::time_point now = Clock::now();
   if (!is_finished && now - last_report_ < interval_) return;
@@ -126,5 +126,5 @@ void AppProgressBar::report(bool is_finished) noexcept try {
   const AppProgressReport report = make_report(is_finished);
   lock.unlock();
   sink_(report);
-} catch (...) {  // the work does not fail because nobody can be told of it
+} catch (...) {  // a failed report does not end the work
 }

@@ -1,7 +1,7 @@
 // host/vq_app_base/app_progress_bar.h
 //
-// Progress of one long operation, told as nested tasks with weights. A task's share of the whole is its weight times
-// its parent's share; it starts where the tasks before it ended and fills with its steps:
+// Progress of one long operation, reported as nested tasks with weights. A task's share of the whole is its weight
+// times its parent's share; it starts where the tasks before it ended and fills with its steps:
 //
 //   |0 ------------------------------ operation ------------------------------ 1|
 //   |------- boxes, 0.5 -------|--------------- tree, 0.5 ----------------------|
@@ -21,7 +21,7 @@
 
 class AppBase;
 
-/// What a sink is told.
+/// One report to a sink.
 struct AppProgressReport {
   CoreString title;
   CoreString task;     ///< name of the innermost task, empty outside any
@@ -31,7 +31,7 @@ struct AppProgressReport {
   bool is_finished;    ///< the last report of this bar
 };
 
-/// A task as it was opened, for programs and tests that want to know what an operation did.
+/// A task as it was opened, for the log of an operation.
 struct AppProgressTask {
   CoreString name;
   double weight;  ///< as given
@@ -56,8 +56,8 @@ class AppProgressBar {
   void begin_task(const CoreString& name, const double& weight);
   /// Steps of the innermost task; its position goes back to 0. 0 means that it has none and fills when it ends.
   void set_step_count(const uint& count);
-  /// Tells that the innermost task has come to `position` of its step count. The largest position counts. Thread-safe;
-  /// costs one read of a shared value, and more only about a thousand times a task.
+  /// Sets the position of the innermost task, from 0 to its step count. A smaller one than before is ignored.
+  /// Thread-safe; costs one read of a shared value, and more only about a thousand times a task.
   void step(const uint& position) {
     if (position >= next_position_.load(std::memory_order_relaxed)) advance(position);
   }
@@ -68,7 +68,7 @@ class AppProgressBar {
   /// Fraction of the whole in [0, 1]; never falls. Thread-safe.
   double get_progress() const;
 
-  /// Sets who is told, at most once per `interval` and once at the end. Thread-safe.
+  /// Sets the sink, which is called at most once per `interval`, and once at the end. Thread-safe.
   void set_sink(Sink sink, std::chrono::milliseconds interval = std::chrono::milliseconds(100));
   /// Every task opened so far, in order. Thread-safe.
   std::vector<AppProgressTask> get_task_log() const;
@@ -94,12 +94,12 @@ class AppProgressBar {
   void raise_progress();
   void update_next_position();
   AppProgressReport make_report(bool is_finished) const;
-  /// Tells the sink when it is time; the mutex is not held.
+  /// Calls the sink if the interval has passed; the mutex is not held.
   void report(bool is_finished) noexcept;
 
   AppBase& application_;
   const CoreString title_;
-  std::atomic<u64> next_position_ = never;  // smallest step position that is worth looking at
+  std::atomic<u64> next_position_ = never;  // smallest step position that updates the progress
 
   mutable std::mutex mutex_;  // guards what follows
   std::vector<OpenTask> open_;

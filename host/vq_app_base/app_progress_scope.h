@@ -1,6 +1,6 @@
 // host/vq_app_base/app_progress_scope.h
 //
-// Progress of code that may have been given no bar. Scopes close what they opened, on every way out.
+// Progress of code whose bar may be null. Scopes close their task in the destructor.
 #pragma once
 #include "vq_app_base/app_progress_bar.h"
 
@@ -23,7 +23,7 @@ class AppProgressScope {
   AppProgressBar* progress_;
 };
 
-/// A bar of its own for work that nobody waits for in particular, finished when this goes.
+/// Creates a bar for work that was given none; the destructor finishes it.
 class AppOwnProgress {
  public:
   AppOwnProgress(AppBase& application, const char* title) noexcept;

@@ -23,7 +23,7 @@
 #include "vq_core/core_memory.h"
 #include "vq_core/core_types.h"
 
-/// Raw storage of items and what is done to runs of them; plain records are moved as bytes.
+/// Storage of items, and operations on runs of them; plain records are moved as bytes.
 template <class T>
 struct CoreItems {
   static constexpr bool is_plain = std::is_trivially_copyable_v<T>;
@@ -50,7 +50,7 @@ struct CoreItems {
   }
 };
 
-/// What CoreBasicArray and CoreArray share: a run of items of an exact size, owned or viewed.
+/// Base of CoreBasicArray and CoreArray: a run of items, owned or viewed.
 template <class T>
 class CoreArrayBase {
  public:
@@ -74,7 +74,7 @@ class CoreArrayBase {
 
   uint get_count() const { return count_; }
   bool is_empty() const { return count_ == 0; }
-  /// True when the items belong to somebody else. They must outlive the view.
+  /// True when the array does not own its items. They must outlive the view.
   bool is_view() const { return items_ && owned_ == 0; }
   T* get_items() { return items_; }
   const T* get_items() const { return items_; }
@@ -91,7 +91,7 @@ class CoreArrayBase {
   const T* begin() const { return items_; }
   const T* end() const { return items_ + count_; }
 
-  /// Changes the size, keeping the first min(old, new) items; new ones are value-initialised (numbers and pointers 0).
+  /// Changes the size, keeping the first min(old, new) items; new ones are value-initialized (numbers and pointers 0).
   /// A view turns into an owned array. False when there is no memory.
   bool resize(uint count) {
     if (count == 0) {
@@ -116,7 +116,7 @@ class CoreArrayBase {
     owned_ = 1;
     return true;
   }
-  /// Drops the items and shows `count` items of somebody else's.
+  /// Drops the items and becomes a view of `count` others.
   void set_view(T* items, uint count) {
     release();
     items_ = items;
@@ -167,7 +167,7 @@ class CoreBasicArray : public CoreArrayBase<T> {
 
  public:
   using CoreArrayBase<T>::CoreArrayBase;
-  /// A view to read from. The items are somebody else's and must outlive it.
+  /// A read-only view. The items must outlive it.
   static const CoreBasicArray make_view(const T* items, uint count) {
     CoreBasicArray view;
     view.set_view(const_cast<T*>(items), count);
@@ -252,7 +252,7 @@ class CoreVector {
   }
   /// Makes room for `capacity` items in all. False when there is no memory.
   bool reserve(uint capacity) { return capacity <= capacity_ || set_capacity(capacity); }
-  /// Changes the count; new items are value-initialised. Grows to exactly `count`. False when there is no memory.
+  /// Changes the count; new items are value-initialized. Grows to exactly `count`. False when there is no memory.
   bool resize(uint count) {
     if (!reserve(count)) return false;
     if (count > count_)
@@ -269,11 +269,11 @@ class CoreVector {
     count_ = count;
     return true;
   }
-  /// Gives back the memory beyond the count. Keeps what it has when the smaller block cannot be had.
+  /// Frees the memory beyond the count. Does nothing when there is no memory for the smaller block.
   void shrink_to_fit() {
     if (count_ < capacity_) set_capacity(count_);
   }
-  /// Takes one item out; those behind it move up.
+  /// Removes one item; those behind it move forward.
   void remove(uint index) {
     CORE_ASSERT(index < count_);
     std::move(items_ + index + 1, items_ + count_, items_ + index);

@@ -63,7 +63,7 @@ class CoreBaseObject : public CoreBaseType {
   static const CoreClassInfo& class_info();
 };
 
-/// Adds one untyped tag for the program that embeds the host. It is carried along, never followed or freed.
+/// Adds one untyped tag for the program that embeds the host. It is stored, never dereferenced or freed.
 class CoreCustomData : public CoreBaseObject {
  public:
   const CoreClassInfo& get_class_info() const override;

@@ -11,7 +11,7 @@ struct Registry {
   std::vector<CoreClassInfo*> records;
 };
 
-// Built on first use, because class records are made by static initialisers of any library in any order; never
+// Built on first use, because class records are made by static initializers of any library in any order; never
 // destroyed, because objects that die after this library's own statics still ask for their records.
 Registry& get_registry() {
   static Registry& registry = *new Registry;

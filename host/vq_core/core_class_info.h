@@ -15,7 +15,7 @@ class CoreClassInfo {
   using Destructor = bool (*)(void* object, const bool& is_array);
 
   /// Creates and registers the record of a class derived from `base`. Every call makes a new record: call it once per
-  /// class. `reserved` is not used. Thread-safe, and callable from static initialisers.
+  /// class. `reserved` is not used. Thread-safe, and callable from static initializers.
   static CoreClassInfo& new_class(const char* name, Destructor destructor, const CoreClassInfo& base, void* reserved);
   /// As new_class(), for the class at the top of the hierarchy.
   static CoreClassInfo& new_root_class(const char* name, Destructor destructor);

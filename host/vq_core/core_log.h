@@ -1,6 +1,6 @@
 // host/vq_core/core_log.h
 //
-// Messages for people. Levels: 0 silent, 1 errors, 2 warnings, 3 information, 4 debug. A message of level L is let
+// Log messages. Levels: 0 silent, 1 errors, 2 warnings, 3 information, 4 debug. A message of level L is let
 // through when the handler's level is at least L. Building a text costs more than testing the level, so callers test
 // first:
 //
@@ -30,7 +30,7 @@ class CoreLogHandler {
   void set_level(uint level) { level_.store(level, std::memory_order_relaxed); }
   /// Hands the message to the sink when the level lets it through. Thread-safe.
   void log(const CoreString& message, const uint& level);
-  /// Replaces the sink and returns the former one; an empty sink stands for standard error. Thread-safe.
+  /// Replaces the sink and returns the former one; an empty sink means standard error. Thread-safe.
   Sink set_sink(Sink sink);
 
  private:

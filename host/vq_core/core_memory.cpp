@@ -16,8 +16,7 @@ void* core_aligned_alloc(std::size_t bytes, std::size_t alignment) noexcept {
   void* block = nullptr;
   if (posix_memalign(&block, alignment, bytes) != 0) return nullptr;
 #if defined(MADV_HUGEPAGE)
-  // Only whole large pages: the rest of the last one keeps small pages, so no memory is spent beyond what is used. A
-  // refusal changes nothing but speed.
+  // Only whole large pages: the remainder uses small pages, so that no memory is wasted. A failure only affects speed.
   if (large) madvise(block, bytes & ~(core_large_page_bytes - 1), MADV_HUGEPAGE);
 #endif
   return block;

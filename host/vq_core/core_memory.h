@@ -1,7 +1,7 @@
 // host/vq_core/core_memory.h
 //
-// Aligned blocks of memory. Node and sample arrays are walked at random by every ray, so a block of 2 MiB and more is
-// laid on 2 MiB boundaries and offered to the system for large pages: fewer address translations miss.
+// Aligned blocks of memory. Every ray reads node and sample arrays at random, so blocks of 2 MiB and more are aligned
+// to 2 MiB and marked for large pages: fewer TLB misses.
 #pragma once
 #include <cstddef>
 #include <limits>
@@ -11,7 +11,7 @@
 #include "vq_core/core_assert.h"
 #include "vq_core/core_types.h"
 
-/// Blocks of at least this size are aligned to it and offered for large pages.
+/// Blocks of at least this size are aligned to it and marked for large pages.
 inline constexpr std::size_t core_large_page_bytes = std::size_t(2) << 20;
 
 /// Allocates `bytes` bytes whose address is a multiple of `alignment`. The contents are undefined.
@@ -31,7 +31,7 @@ class CoreAlignedArray {
 
  public:
   CoreAlignedArray() = default;
-  /// When the memory cannot be had the array is empty: test with operator bool.
+  /// Empty when there is no memory: test with operator bool.
   explicit CoreAlignedArray(std::size_t count, std::size_t alignment = alignof(T)) noexcept {
     if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) return;
     if (alignment < alignof(T)) alignment = alignof(T);

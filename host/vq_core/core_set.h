@@ -1,6 +1,6 @@
 // host/vq_core/core_set.h
 //
-// A set that keeps the order in which its items were added, so that a walk over it is the same in every run.
+// A set that keeps the order in which its items were added, so that iterating over it is the same in every run.
 #pragma once
 #include <unordered_map>
 

@@ -12,5 +12,5 @@ using u16 = std::uint16_t;
 using u32 = std::uint32_t;
 using u64 = std::uint64_t;
 
-/// The index that stands for "none": no thread index, no primitive.
+/// The invalid index: no thread, no primitive.
 inline constexpr uint core_invalid_index = 0xFFFFFFFFu;

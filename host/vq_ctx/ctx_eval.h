@@ -1,10 +1,10 @@
 // host/vq_ctx/ctx_eval.h
 //
-// The evaluation context: in whose name geometry is asked for its boxes. Two kinds:
+// The evaluation context: application, thread index, time and motion blur under which geometry is evaluated. Two kinds:
 //
-//   top-level    thread index core_invalid_index; owns one table with a place per thread of the application, guests
-//                included, filled when a thread first needs its own
-//   a thread's   thread index i below the table's size; the same table
+//   top-level    thread index core_invalid_index; owns a table with one entry per thread of the application, guests
+//                included, created when a thread first needs its context
+//   per thread   thread index i below the table's size; refers to the same table
 //
 // A context is used by one thread at a time; entry i of the table is made and used only by the thread that currently
 // owns index i, so the table needs no lock.
@@ -33,14 +33,14 @@ class CtxEval {
   uint get_thread_ctx_count() const;
   /// The context of thread `index`, or null while it has none. `index` below get_thread_ctx_count().
   CtxEval* get_thread_ctx(const uint& index) const;
-  /// Makes the context of thread `index`, with this context's motion blur and time. Only the owner of the index may
-  /// call it, once.
+  /// Creates the context of thread `index`, with this context's motion blur and time. To be called once, by the thread
+  /// with that index.
   CtxEval& create_thread_ctx(const uint& index) const;
-  /// The context of thread `index`, made when missing. It has this context's motion blur and time, also when it was
-  /// made earlier, under a description that may be gone. Only the owner of the index may call it.
+  /// The context of thread `index`, created when missing. Motion blur and time are copied from this context at each
+  /// call. To be called by the thread with that index.
   CtxEval& get_or_create_thread_ctx(const uint& index) const;
 
-  /// Null without motion blur: structures then answer with their boxes at rest.
+  /// Null without motion blur: structures then return their static boxes.
   const CtxMotionBlur* get_motion_blur() const { return motion_blur_; }
   void set_motion_blur(const CtxMotionBlur* motion_blur) { motion_blur_ = motion_blur; }
   double get_time() const { return time_; }

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Which slots are taken. A function-local object: descriptions may be made by static initialisers.
+/// Which slots are taken. A function-local object: descriptions may be made by static initializers.
 struct SlotRegistry {
   std::mutex mutex;
   std::vector<bool> taken;

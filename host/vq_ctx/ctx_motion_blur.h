@@ -1,8 +1,8 @@
 // host/vq_ctx/ctx_motion_blur.h
 //
-// One description of a shutter: the times at which everything that moves is sampled. Each living description holds a
-// slot (a small number, reused after its death) and a stamp (never 0, never reused): a structure keeps what it computed
-// per slot and knows by the stamp whether that still holds.
+// A description of a shutter: the times of the motion samples. Each description has a slot (a small number, reused
+// after its destruction) and a stamp (never 0, never reused). A structure stores motion data per slot and compares the
+// stamp to find out if the data is current.
 //
 // A description must not change while queries use it.
 #pragma once
@@ -20,7 +20,7 @@ class CtxMotionBlur {
   CtxMotionBlur(const CtxMotionBlur&) = delete;
   CtxMotionBlur& operator=(const CtxMotionBlur&) = delete;
 
-  /// New sample times, and so a new stamp. No query may be using this description.
+  /// Changes the sample times and the stamp. No query may be using this description.
   void set_shutter(double open, double close, uint sample_count);
 
   /// One more than the highest slot in use. Thread-safe, no lock.
@@ -33,8 +33,8 @@ class CtxMotionBlur {
   double get_sample_step() const { return sampling_.get_step(); }
   const GMathTimeSampling& get_time_sampling() const { return sampling_; }
 
-  /// Writes the motion span of each ray in the context's active range from the ray's time, and notes this
-  /// description's stamp in the context. Defined by vq_geometry, which owns the records.
+  /// Writes the motion span of each ray in the context's active range from the ray's time, and sets
+  /// the context's span_stamp to this description's stamp. Defined in vq_geometry, which defines the records.
   void init_raytrace_ctx(GeometryRaytraceCtx& query) const;
 
  private:

@@ -1,6 +1,6 @@
 // host/vq_ctx/ctx_shader.h
 //
-// The shading context: everything mutable that one render thread needs for its queries. Never shared between threads.
+// The shading context: the mutable state of one render thread for its queries. Not shared between threads.
 #pragma once
 #include <memory>
 #include <vector>
@@ -12,7 +12,7 @@ struct GasNestedQueryCtx;
 struct Material;
 class ShadingVariablesCtx;
 
-/// Scratch of one traversal: bytes that grow to the largest request and stay.
+/// Scratch memory of one traversal: grows to the largest request and is kept.
 class CtxGasTraversal {
  public:
   CtxGasTraversal() = default;
@@ -20,8 +20,8 @@ class CtxGasTraversal {
   CtxGasTraversal(const CtxGasTraversal&) = delete;
   CtxGasTraversal& operator=(const CtxGasTraversal&) = delete;
 
-  /// At least `bytes` bytes, aligned to 64. Their contents do not survive the next call. Throws std::bad_alloc, and
-  /// then has none.
+  /// At least `bytes` bytes, aligned to 64. Their contents do not survive the next call. Throws std::bad_alloc; the
+  /// scratch is then empty.
   void* reserve(std::size_t bytes) { return bytes <= capacity_ ? data_ : grow(bytes); }
 
  private:
@@ -37,18 +37,18 @@ class CtxShader {
   CtxShader(const CtxShader&) = delete;
   CtxShader& operator=(const CtxShader&) = delete;
 
-  /// The thread's next free scratch; nested queries hold several at once. Given back last taken, first returned.
-  /// Allocates only when the nesting grows deeper than ever before; throws std::bad_alloc, and then takes none.
+  /// The thread's next free scratch; nested queries use several at once. To be freed in reverse order. Allocates only
+  /// when queries nest deeper than ever before; throws std::bad_alloc, and then nothing is taken.
   CtxGasTraversal& new_gas_traversal() {
     return traversals_in_use_ < traversals_.size() ? *traversals_[traversals_in_use_++] : add_gas_traversal();
   }
   void free_gas_traversal(CtxGasTraversal& traversal);
 
-  const CtxMotionBlur* motion_blur = nullptr;  ///< the same as the query's and the evaluation context's
-  bool visibility_override = false;            ///< object flags may then force or forbid visibility
-  double hit_threshold = 0.0;
-  const Material* override_material = nullptr;
-  const ShadingVariablesCtx* shading_variables = nullptr;
+  const CtxMotionBlur* motion_blur = nullptr;              ///< the same as the query's and the evaluation context's
+  bool visibility_override = false;                        ///< apply forced_hidden and forced_visible of objects
+  double hit_threshold = 0.0;                              ///< for use by the host
+  const Material* override_material = nullptr;             ///< replaces the materials of all groups; or null
+  const ShadingVariablesCtx* shading_variables = nullptr;  ///< for use by the host
 
   /// The chain of nested query records, one per instancing depth, owned by the library through `nested_release`.
   GasNestedQueryCtx* nested_first = nullptr;

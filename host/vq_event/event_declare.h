@@ -1,6 +1,6 @@
 // host/vq_event/event_declare.h
 //
-// How a source file declares, at load time, the events it uses:
+// Declaration, at load time, of the events that a source file uses:
 //
 //   namespace {
 //   const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GEOMETRY_DIRTY};

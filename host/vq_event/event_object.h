@@ -1,6 +1,6 @@
 // host/vq_event/event_object.h
 //
-// An object that tells listeners about events.
+// An object that notifies listeners of events.
 #pragma once
 #include "vq_core/core_array.h"
 #include "vq_core/core_base_type.h"
@@ -11,7 +11,7 @@ class EventObject : public CoreCustomData {
   using Listener = void (*)(EventObject& sender, const uint& event, void* user);
 
   EventObject() = default;
-  /// Listeners listen to one object, not to its value: a copy starts without any, and assigning keeps one's own.
+  /// Listeners belong to the object: a copy starts without any, and assigning keeps its own.
   EventObject(const EventObject& other) : CoreCustomData(other) {}
   EventObject& operator=(const EventObject& other);
 

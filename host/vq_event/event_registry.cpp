@@ -12,7 +12,7 @@ struct Registry {
   std::unordered_map<uint, std::string> names;
 };
 
-// Built on first use: names are registered by static initialisers of any library in any order.
+// Built on first use: names are registered by static initializers of any library in any order.
 Registry& get_registry() {
   static Registry& registry = *new Registry;
   return registry;

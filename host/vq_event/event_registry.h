@@ -6,7 +6,7 @@
 
 /// Registers an event name under its hash. True when the hash is new or known under the same name, false when another
 /// name holds it already (that one stays). A null name is refused with false. Thread-safe, and callable from static
-/// initialisers.
+/// initializers.
 bool event_debug_collisions(const uint& hash, const char* name);
 
 /// How many names are registered. Thread-safe.

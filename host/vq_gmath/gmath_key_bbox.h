@@ -1,7 +1,7 @@
 // host/vq_gmath/gmath_key_bbox.h
 //
-// Boxes at the samples of a shutter, of something that moves in straight lines between keys of its own. A query blends
-// the boxes of two samples in a straight line, too; a key between them may stick out:
+// Boxes at the samples of a shutter, for a shape that moves linearly between its own keys. A query blends the boxes of
+// two samples linearly; a key between them may be outside of the blended box:
 //
 //   upper bound         key           d   how far the bound at the key lies above the line from a to b;
 //                     .'   '.   ^         of several keys the largest
@@ -17,7 +17,7 @@
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_time_sampling.h"
 
-/// How far the bounds of boxes at keys lie outside of boxes blended in a straight line; 0 where they do not.
+/// Largest distance of the bounds at keys outside of the linearly blended bounds; 0 where they are inside.
 struct GMathBboxSurplus {
   GMathVec3<double> below, above;
 
@@ -29,7 +29,7 @@ struct GMathBboxSurplus {
       add(above[axis], first.max[axis], last.max[axis], key.max[axis], fraction);
     }
   }
-  /// The bounds that grow are rounded outwards to single precision, so that converting them loses nothing.
+  /// Bounds that grow are rounded outwards to single precision, so that converting them is exact.
   GMathBbox3<double> grow(GMathBbox3<double> box) const {
     for (uint axis = 0; axis < 3; ++axis) {
       if (below[axis] > 0.0) box.min[axis] = gmath_round_towards(box.min[axis] - below[axis], -1.0);
@@ -39,7 +39,7 @@ struct GMathBboxSurplus {
   }
 
  private:
-  /// What rounding leaves of straight motion counts as none. NaN and infinity count for nothing.
+  /// Differences of the size of rounding errors, NaN and infinity are ignored.
   static void add(double& surplus, double first, double last, double key, double fraction) {
     const double noise = 0x1p-40 * std::max({std::fabs(first), std::fabs(last), std::fabs(key)});
     const double deficit = key - (first * (1.0 - fraction) + last * fraction);
@@ -47,7 +47,7 @@ struct GMathBboxSurplus {
   }
 };
 
-/// What the boxes at the ends of the spans next to `time` lack at the keys in them. `box` is the one at `time`.
+/// The surplus of the keys in the spans next to `time`. `box` is the box at `time`.
 template <class GetBox>
 [[gnu::noinline]] GMathBboxSurplus gmath_get_key_surplus(const GMathTimeSampling& shutter,
                                                          const GMathTimeSampling& keys, double time,
@@ -76,11 +76,10 @@ template <class GetBox>
   return surplus;
 }
 
-/// The box at `time` of something whose motion is linear between the samples of `keys` and constant outside: such that,
-/// with `time` at each sample of `shutter` in turn, the boxes of neighboring samples blended in a straight line hold it
-/// at all times between them. Between two samples the box at that time, grown by what that span's keys need. Exactly
-/// `get_box(time)` where no key lies strictly between samples next to `time`, where the motion is straight, for a NaN
-/// time and for a null `shutter`.
+/// The box at `time` of a shape whose motion is linear between the samples of `keys` and constant outside. The boxes at
+/// two neighboring samples of `shutter`, blended linearly, contain the shape at all times between them. For a time
+/// between two samples: the box at that time, enlarged for the keys of that span. Exactly `get_box(time)` if no key is
+/// strictly between the samples next to `time`, for linear motion, for a NaN time and for a null `shutter`.
 ///
 /// @param get_box  (time) -> GMathBbox3<double>, not rounded to single precision
 /// Cost: one box where `keys` are the samples of `shutter`; else some divisions, and for a span with keys a box for

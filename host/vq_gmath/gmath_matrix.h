@@ -30,7 +30,7 @@ struct GMathMatrix4x4 {
             m[2][0] * v.x + m[2][1] * v.y + m[2][2] * v.z};
   }
   /// The transposed upper 3x3 applied to a normal. With M from object to world, it takes a world plane's normal to
-  /// object space; with the inverse of M, an object normal to world space. Not normalised.
+  /// object space; with the inverse of M, an object normal to world space. Not normalized.
   constexpr GMathVec3<T> transform_normal_transposed(const GMathVec3<T>& n) const {
     return {m[0][0] * n.x + m[1][0] * n.y + m[2][0] * n.z, m[0][1] * n.x + m[1][1] * n.y + m[2][1] * n.z,
             m[0][2] * n.x + m[1][2] * n.y + m[2][2] * n.z};

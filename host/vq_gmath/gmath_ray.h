@@ -1,14 +1,14 @@
 // host/vq_gmath/gmath_ray.h
 //
-// Rays. GMathBasicRay is the part that every space has its own copy of:
+// Rays. GMathBasicRay is the part that differs between spaces:
 //
 //   0  origin     3 double
-//   24 direction  3 double      not normalised: a distance t means origin + t direction in every space
+//   24 direction  3 double      not normalized: a distance t means origin + t direction in every space
 //   48 inverse    3 double      1 / direction, component by component
 //   72 negative   3 u8          1 where the direction's component is below 0
 //   75 pad        5             80 bytes in all
 //
-// GMathRay adds what is one number in all spaces: type, interval, time, extent.
+// GMathRay adds the values that are the same in all spaces: type, interval, time, extent.
 #pragma once
 #include <cfloat>
 
@@ -32,7 +32,7 @@ struct GMathBasicRay {
       negative[axis] = direction[axis] < T(0);
     }
   }
-  /// This ray = `source` through `matrix`: the origin as a point, the direction as a vector that is not normalised,
+  /// This ray = `source` through `matrix`: the origin as a point, the direction as a vector that is not normalized,
   /// so that distances along the ray are the same in both spaces.
   constexpr void transform(const GMathBasicRay& source, const GMathMatrix4x4<T>& matrix) {
     set(matrix.transform_point(source.origin), matrix.transform_vector(source.direction));
@@ -42,12 +42,12 @@ struct GMathBasicRay {
 static_assert(sizeof(GMathBasicRay<double>) == 80);
 
 struct GMathRay : GMathBasicRay<double> {
-  /// What a ray is for. Visibility masks have one bit a type; types from 32 on share the bits, modulo 32.
+  /// The purpose of a ray. Visibility masks have one bit per type, modulo 32.
   enum Type : uint { camera = 0, shadow = 1, reflection = 2, refraction = 3, diffuse = 4, subsurface = 5, lookup = 6 };
 
   Type type = camera;
-  double tnear = 0.0;
-  double tfar = DBL_MAX;
-  double time = 0.0;
-  double extent = 0.0;
+  double tnear = 0.0;     ///< start of the interval, in units of the direction
+  double tfar = DBL_MAX;  ///< end of the interval
+  double time = 0.0;      ///< in the unit of the motion keys
+  double extent = 0.0;    ///< radius around the ray, used by lookups
 };

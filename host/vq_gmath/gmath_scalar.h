@@ -1,6 +1,6 @@
 // host/vq_gmath/gmath_scalar.h
 //
-// Questions about single numbers.
+// Tests of single numbers.
 #pragma once
 #include <bit>
 

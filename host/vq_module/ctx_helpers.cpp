@@ -21,7 +21,7 @@ bool CtxHelpers::filter_wireframes_callback(const CtxEval& /*ctx*/, CtxShader& /
                                             const GeometryRaytraceFilter& filter) {
   const double proximity = hit.geometry->get_edge_proximity(hit);
   if (proximity < filter.a) return false;
-  // A band of no width is all edge.
+  // A band of width 0 contains only the edge.
   const double place = filter.a < 1.0 ? (proximity - filter.a) / (1.0 - filter.a) : 1.0;
   hit.weight *= filter.b + (1.0 - filter.b) * place;
   return true;

@@ -1,7 +1,6 @@
 // host/vq_module/ctx_helpers.h
 //
-// Small services for query leaves: the links of a shading group, and the filters that structures push around their
-// primitive tests.
+// Helpers for leaf callbacks: the links of a shading group, and the hit filters that structures use.
 #pragma once
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
@@ -17,17 +16,17 @@ struct CtxHelpers {
     return query.shading == nullptr ? nullptr : query.shading->get_links(group);
   }
 
-  /// Whether what `element` shows is matte: the instance makes it so, or the object is.
+  /// True if the object of `element`, or its instance, is matte.
   static bool is_matte_object(const GeometryRaytraceCtx& query, const GeometryIntersectionPathElement& element);
 
-  /// Hit filter: rejects hits where the clip map of the hit's shading group is transparent. The map is looked up at the
+  /// Hit filter: rejects hits where the clip map of the hit's shading group is transparent. The map is read at the
   /// hit's first UV coordinates. Hits of groups without a clip map pass.
   static bool filter_clip_map_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                        GeometryIntersection& hit, const GeometryRaytraceFilter& filter);
 
-  /// Hit filter: leaves only the bands along visible polygon edges. With e the hit's edge proximity, hits with e below
-  /// filter.a are rejected; the others keep filter.b of their weight at the band's inner border, all of it on the edge,
-  /// and shares in proportion between.
+  /// Hit filter: keeps only bands along visible polygon edges. With e the hit's edge proximity, hits with e below
+  /// filter.a are rejected; the weight of the others is multiplied by a factor that is filter.b at the band's inner
+  /// border and rises linearly in e to 1 on the edge.
   static bool filter_wireframes_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                          GeometryIntersection& hit, const GeometryRaytraceFilter& filter);
 };

@@ -1,7 +1,7 @@
 // host/vq_module/module_geometry.h
 //
-// A geometry in the scene: shape and structure, which many objects may share, and what is the object's own: materials,
-// visible shading groups.
+// A geometry object of a scene: shape and structure, which several objects may share, and the object's own materials
+// and visible shading groups.
 #pragma once
 #include <memory>
 #include <vector>
@@ -16,17 +16,17 @@ class ModuleGeometry : public ModuleSceneObject {
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
-  /// @param geometry   what the structure was built over; null: no groups, no primitives. Its groups have the empty
+  /// @param geometry   the geometry of the structure; null: no groups, no primitives. Its groups have the empty
   ///                   material: nothing is hit before set_shading_group()
-  /// @param structure  answers for the geometry; null: the object cannot be hit
-  /// @param functions  how the structure is cut, all four there; must live as long as the object
+  /// @param structure  built over the geometry; null: the object cannot be hit
+  /// @param functions  clusters of the structure, none of the four null; must outlive the object
   ModuleGeometry(const CoreString& name, std::shared_ptr<const GeometryObject> geometry,
                  std::shared_ptr<const GasObject> structure, const ModuleClusterFunctions& functions);
   ModuleGeometry(const ModuleGeometry&) = delete;
   ModuleGeometry& operator=(const ModuleGeometry&) = delete;
 
-  /// What the geometry's group `group` is shaded with. Not while anything reads the object. A group beyond the
-  /// geometry's is ignored.
+  /// Sets the links of shading group `group`. Not to be called while another thread reads the object. A group that the
+  /// geometry does not have is ignored.
   void set_shading_group(uint group, const ShadingGroupLinks& links);
   /// Groups that are not visible cannot be hit. All are visible at first.
   void set_shading_group_visibility(uint group, bool visible);
@@ -47,6 +47,6 @@ class ModuleGeometry : public ModuleSceneObject {
   std::shared_ptr<const GeometryObject> geometry_;
   std::shared_ptr<const GasObject> owned_structure_;
   std::vector<ShadingGroupLinks> links_;
-  std::vector<const ShadingGroupLinks*> entries_;  ///< what the table shows: null for a group that is not visible
+  std::vector<const ShadingGroupLinks*> entries_;  ///< entries of the table: null for a group that is not visible
   ShadingGroupTable table_;
 };

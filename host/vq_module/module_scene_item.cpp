@@ -46,7 +46,7 @@ void ModuleSceneItem::set_global_matrix_keys(std::vector<ModuleMatrixKey> keys, 
   if (keys.empty()) return;
   std::stable_sort(keys.begin(), keys.end(),
                    [](const ModuleMatrixKey& a, const ModuleMatrixKey& b) { return a.time < b.time; });
-  // Unique keeps the first of equals; seen from behind, that is the last.
+  // std::unique keeps the first of equal keys: in reverse order the last one.
   const auto first = std::unique(keys.rbegin(), keys.rend(), [](const ModuleMatrixKey& a, const ModuleMatrixKey& b) {
                        return a.time == b.time;
                      }).base();

@@ -1,6 +1,6 @@
 // host/vq_module/module_scene_item.h
 //
-// Something with a place in the scene: a matrix from its own space to the world, still or keyframed.
+// An item with a transform: a matrix from its own space to the world, static or with keys.
 #pragma once
 #include <vector>
 
@@ -24,22 +24,21 @@ class ModuleSceneItem : public CoreBaseObject {
 
   /// Object to world, as last set or evaluated.
   const GMathMatrix4x4<double>& get_global_matrix() const { return matrix_; }
-  /// World to object. Infinite or NaN entries when the matrix cannot be inverted.
+  /// World to object. Infinite or NaN entries when the matrix is not invertible.
   const GMathMatrix4x4<double>& get_inv_global_matrix() const { return inverse_; }
   /// The matrix at `time`: entry by entry linear between the keys around it, the first or last key's outside, the first
-  /// key's for NaN. Without keys the still matrix. Thread-safe.
+  /// key's for NaN. Without keys the static matrix. Thread-safe.
   GMathMatrix4x4<double> get_global_matrix_at(const double& time) const;
   bool is_keyframed() const { return keys_.size() > 1; }
 
-  // Not while anything reads the item.
+  // Setters. Not to be called while another thread reads the item.
 
-  /// Stands still from now on.
+  /// Makes the item static.
   void set_global_matrix(const GMathMatrix4x4<double>& matrix);
-  /// Moves from now on, and stands where it is at `time`. Keys are sorted by time; of those with equal times the last
-  /// counts, those whose time is not finite are left out. A single key makes the item stand still there. Without keys
-  /// the item stays as it is.
+  /// Replaces the keys and evaluates the matrix at `time`. Keys are sorted by time; of keys with equal times the last
+  /// one is used, keys with a time that is not finite are left out. One key: static. No keys: nothing changes.
   void set_global_matrix_keys(std::vector<ModuleMatrixKey> keys, double time);
-  /// Brings the current matrix to `time`; nothing for an item that stands still.
+  /// Evaluates the matrix at `time`; does nothing without keys.
   void evaluate(double time);
 
  private:

@@ -12,7 +12,7 @@
 
 namespace {
 
-/// While it lives, the shader sees the material that the innermost instance puts in place of the object's own.
+/// For its lifetime, the override material of the innermost instance is the shader's override material.
 class OverrideMaterialScope {
  public:
   OverrideMaterialScope(CtxShader& shader, const GeometryIntersectionPath* path)
@@ -30,7 +30,7 @@ class OverrideMaterialScope {
   const Material* former_;
 };
 
-/// A still query may be asked under motion blur too; it must not find one half of a scene at rest and one moving.
+/// True in a motion query. A static query may run while the shader has motion blur: then all objects must be static.
 bool has_spans(const CtxShader& shader, const GeometryRaytraceCtx& query) {
   return shader.motion_blur != nullptr && query.span_stamp == shader.motion_blur->get_stamp();
 }
@@ -75,29 +75,29 @@ GMathBbox3<double> ModuleSceneObject::get_local_bbox() const {
   return structure_ != nullptr ? structure_->get_bbox() : GMathBbox3<double>();
 }
 
-/// Asks the structure, if there is one, as the object's own.
-template <class Query, class Ask>
-void ModuleSceneObject::ask(CtxShader& shader, Query& query, const Ask& ask) const {
+/// Calls `run` with the structure, if there is one, with the object's shading table and override material.
+template <class Query, class Run>
+void ModuleSceneObject::query_structure(CtxShader& shader, Query& query, const Run& run) const {
   if (structure_ == nullptr) return;
   if (const ShadingGroupTable* table = get_shading_table(); table != nullptr) query.shading = table;
   const OverrideMaterialScope material(shader, query.path);
-  ask(*structure_);
+  run(*structure_);
 }
 
 void ModuleSceneObject::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
-  ask(shader, query, [&](const GasObject& structure) {
+  query_structure(shader, query, [&](const GasObject& structure) {
     if (has_spans(shader, query)) return structure.ray_hit_motion(ctx, shader, query);
     structure.ray_hit_static(ctx, shader, query);
   });
 }
 
 void ModuleSceneObject::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
-  ask(shader, query, [&](const GasObject& structure) {
+  query_structure(shader, query, [&](const GasObject& structure) {
     if (has_spans(shader, query)) return structure.ray_hit_nearest_motion(ctx, shader, query);
     structure.ray_hit_nearest_static(ctx, shader, query);
   });
 }
 
 void ModuleSceneObject::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
-  ask(shader, query, [&](const GasObject& structure) { structure.frustum_hit(ctx, shader, query); });
+  query_structure(shader, query, [&](const GasObject& structure) { structure.frustum_hit(ctx, shader, query); });
 }

@@ -1,10 +1,10 @@
 // host/vq_module/module_scene_object.h
 //
-// What a scene is made of: an item that rays can hit. It owns no structure by itself; it knows the one that answers for
-// it and how that is cut into clusters:
+// An object of a scene: an item that rays can hit. It refers to its structure, and to functions that divide the
+// structure into clusters:
 //
 //   scene tree -- clusters, boxes, weights --> ModuleClusterFunctions --> the object's structure
-//              -- rays in the object's space --> ray_hit() ...        --> the same, still or moving
+//              -- rays in the object's space --> ray_hit() ...        --> the same, static or motion queries
 #pragma once
 #include "vq_core/core_array.h"
 #include "vq_gmath/gmath_bbox.h"
@@ -20,7 +20,8 @@ class ModuleSceneObject;
 class ShadingGroupTable;
 struct GeometryOverride;
 
-/// How an object's structure is cut. Handles mean something to the structure only; boxes are in the object's space.
+/// Callbacks for the clusters of an object's structure. Only the structure can read handles; boxes are in the object's
+/// space.
 /// Called on several threads at once, for different objects, which may share one structure.
 struct ModuleClusterFunctions {
   void (*get_clusters)(ModuleSceneObject*, GeometryOverride*, CoreVector<void*>& clusters, const unsigned int& count,
@@ -29,7 +30,7 @@ struct ModuleClusterFunctions {
                               GMathBbox3<float>* boxes) = nullptr;
   void (*get_clusters_bboxes_at)(ModuleSceneObject*, GeometryOverride*, const CtxEval&, const double& time,
                                  const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) = nullptr;
-  /// May be null: all clusters weigh 1.
+  /// Null: all clusters have weight 1.
   void (*get_clusters_weights)(ModuleSceneObject*, GeometryOverride*, const CoreBasicArray<void*>& clusters,
                                float* weights) = nullptr;
 };
@@ -43,19 +44,19 @@ class ModuleSceneObject : public ModuleSceneItem {
   enum Flag : uint {
     forced_hidden = 0x80,     ///< hidden under the shader's override, unless forced visible
     moving = 0x2000,          ///< matrix or shape changes over time
-    has_mask = 0x4000,        ///< the visibility mask counts; without it only for lookups
+    has_mask = 0x4000,        ///< the visibility mask applies; without this bit only to lookups
     forced_visible = 0x8000,  ///< visible under the shader's override, whatever the mask
   };
 
   explicit ModuleSceneObject(const CoreString& name) : ModuleSceneItem(name) {}
 
-  /// `moving` is the object's own affair, whatever was set.
+  /// The bit `moving` is computed from keys and shape; set_flag() has no effect on it.
   uint get_flags() const {
     return (flags_ & ~uint{moving}) | (is_keyframed() || has_moving_shape() ? uint{moving} : 0u);
   }
   /// Bit t: visible to rays of type t (modulo 32).
   uint get_visibility_mask() const { return visibility_mask_; }
-  /// Whether rays of type `type` see an object with these flags and this mask.
+  /// True if rays of type `type` can hit an object with these flags and this mask.
   /// @param visibility_override  the shader's
   static bool is_visible(uint flags, uint mask, uint type, bool visibility_override) {
     if ((flags & has_mask) == 0 && type != GMathRay::lookup) return true;
@@ -70,10 +71,10 @@ class ModuleSceneObject : public ModuleSceneItem {
   double get_raytrace_distance() const { return raytrace_distance_; }
   bool is_matte() const { return matte_; }
   const ModuleClusterFunctions& get_cluster_functions() const { return *cluster_functions_; }
-  /// What answers for the object; null for one that cannot be hit.
+  /// The structure that is queried for the object; null: the object cannot be hit.
   const GasObject* get_structure() const { return structure_; }
 
-  // Not while anything reads the object.
+  // Setters. Not to be called while another thread reads the object.
   void set_flag(Flag flag, bool set) { flags_ = set ? flags_ | flag : flags_ & ~uint{flag}; }
   void set_visibility_mask(uint mask) { visibility_mask_ = mask; }
   void set_raytrace_distance(double distance) { raytrace_distance_ = distance; }
@@ -87,32 +88,30 @@ class ModuleSceneObject : public ModuleSceneItem {
   /// The structure's box, in the object's space; empty without a structure.
   GMathBbox3<double> get_local_bbox() const;
 
-  // Queries in the object's space: they go to the structure, rays to its moving side when the query has their spans
-  // under the shader's motion blur, as a query has that came through the moving side of a scene.
-  // The query is given the object's shading table, and keeps it; an object without a table leaves the query's. While
-  // the query runs, the material of the last override on its path is the shader's override material. Threads: as the
-  // structure's.
+  // Queries in the object's space, passed to the structure. Ray queries with motion spans of the shader's motion blur
+  // (nested in a motion query of a scene) call the structure's motion form, others the static form. They set
+  // query.shading to the object's table, if it has one, and do not restore it. During the query the override material
+  // of the path's last element is the shader's override material. Threads: as for the structure.
   void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
-  /// One cluster, the whole: what structures that cannot be cut are asked through. Its handle is null, its box the
-  /// structure's (rounded outwards), its weight 1. A structure with an empty box has none.
+  /// Functions for structures without clusters: one cluster for the whole. Its handle is null, its box the structure's
+  /// (rounded outwards), its weight 1. A structure with an empty box has no cluster.
   static const ModuleClusterFunctions& get_whole_functions();
 
  protected:
-  /// What the object is hit through. Both must outlive it.
+  /// Sets structure and cluster functions. Both must outlive the object.
   void set_structure(const GasObject* structure, const ModuleClusterFunctions& functions) {
     structure_ = structure;
     cluster_functions_ = &functions;
   }
-  /// The table that primitives of the object's own groups are looked up in; null for an object whose parts bring
-  /// theirs.
+  /// The table of the object's own shading groups; null for an object whose parts have their own tables.
   virtual const ShadingGroupTable* get_shading_table() const { return nullptr; }
 
  private:
-  template <class Query, class Ask>
-  void ask(CtxShader& shader, Query& query, const Ask& ask) const;
+  template <class Query, class Run>
+  void query_structure(CtxShader& shader, Query& query, const Run& run) const;
 
   const GasObject* structure_ = nullptr;
   const ModuleClusterFunctions* cluster_functions_ = &get_whole_functions();

@@ -1,6 +1,6 @@
 // host/vq_of/of_object.h
 //
-// An item with a behaviour: its module, which evaluates it.
+// An item with a behavior: its module, which evaluates it.
 #pragma once
 #include "vq_of/of_item.h"
 
@@ -13,7 +13,7 @@ class OfObject : public OfItem {
   const CoreClassInfo& get_class_info() const override;
   static const CoreClassInfo& class_info();
 
-  /// Null for an object without behaviour. The module is not the object's own: who makes it frees it.
+  /// Null for an object without behavior. The object does not own the module.
   ModuleBase* get_module() const { return module_; }
   void set_module(ModuleBase* module) { module_ = module; }
 

@@ -1,6 +1,6 @@
 // host/vq_of/of_object_factory.h
 //
-// The way from an evaluation to its application.
+// Gives an evaluation context access to its application.
 #pragma once
 
 class AppBase;

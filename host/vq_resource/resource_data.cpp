@@ -28,7 +28,7 @@ ResourceData::~ResourceData() {
   if (get_memory_advert_count() == 0) return;
   ChangedResources& changed = get_changed();
   const std::lock_guard<std::mutex> guard(changed.mutex);
-  if (is_noted_) std::erase(changed.resources, this);
+  if (is_listed_) std::erase(changed.resources, this);
 }
 
 u64 ResourceData::get_memory_size() const { return sizeof(ResourceData); }
@@ -53,8 +53,8 @@ void ResourceData::advert_memory_changed() const {
   memory_advert_count_.fetch_add(1, std::memory_order_relaxed);
   ChangedResources& changed = get_changed();
   const std::lock_guard<std::mutex> guard(changed.mutex);
-  if (is_noted_) return;
-  is_noted_ = true;
+  if (is_listed_) return;
+  is_listed_ = true;
   changed.resources.push_back(this);
 }
 
@@ -64,9 +64,9 @@ CoreVector<ResourceMemoryReport> ResourceData::collect_memory_reports() {
     ChangedResources& changed = get_changed();
     const std::lock_guard<std::mutex> guard(changed.mutex);
     resources.swap(changed.resources);
-    for (const ResourceData* resource : resources) resource->is_noted_ = false;
+    for (const ResourceData* resource : resources) resource->is_listed_ = false;
   }
-  // Asked outside the lock: a size may need a lock under which another thread tells of a change right now.
+  // Not under the lock: get_memory_size() may take a lock that another thread holds while it reports a change.
   CoreVector<ResourceMemoryReport> reports;
   reports.reserve(static_cast<uint>(resources.size()));
   for (const ResourceData* resource : resources) reports.add({resource, resource->get_memory_size()});

@@ -1,7 +1,7 @@
 // host/vq_resource/resource_data.h
 //
-// Data that the host keeps, shares and accounts for. Its virtual functions follow those of the root class in the order
-// in which they stand here.
+// Data that the host owns, shares and counts the memory of. The order of the virtual functions is part of the
+// interface.
 #pragma once
 #include <atomic>
 
@@ -10,7 +10,7 @@
 
 class ResourceData;
 
-/// One resource that told of a change of its memory, and the bytes it holds now.
+/// One resource that reported a change of its memory, and its present size in bytes.
 struct ResourceMemoryReport {
   const ResourceData* resource;
   u64 memory_size;
@@ -19,7 +19,7 @@ struct ResourceMemoryReport {
 class ResourceData : public EventObject {
  public:
   ResourceData() = default;
-  /// A copy has told nothing yet; assigning leaves what was told.
+  /// Reports of changes belong to the object: a copy starts without any, and assigning keeps its own.
   ResourceData(const ResourceData& other) : EventObject(other) {}
   ResourceData& operator=(const ResourceData& other);
   ~ResourceData() override;
@@ -28,24 +28,24 @@ class ResourceData : public EventObject {
   const CoreClassInfo& get_class_info() const override;
   static const CoreClassInfo& class_info();
 
-  /// Tells equal resources from different ones: by default every object is its own.
+  /// Equal keys mean equal resources. By default every object has its own key.
   virtual u64 get_hash_key() const;
   virtual bool is_serializable() const;
   /// Appends the resource's bytes. False, and nothing appended, when it is not serializable.
   virtual bool serialize(CoreVector<u8>& bytes) const;
-  /// Restores the resource from serialize()'s bytes. False, and nothing changed, when that cannot be.
+  /// Restores the resource from serialize()'s bytes. False, and nothing changed, when this is not possible.
   virtual bool deserialize(const CoreBasicArray<u8>& bytes);
 
-  /// Notes that the memory held has changed. It never asks for the size: callers may hold locks that
-  /// get_memory_size() takes. Thread-safe.
+  /// Reports that the size of the memory has changed. Does not call get_memory_size(): callers may hold locks that it
+  /// takes. Thread-safe.
   void advert_memory_changed() const;
   /// How often advert_memory_changed() was called. Thread-safe.
   uint get_memory_advert_count() const { return memory_advert_count_.load(std::memory_order_relaxed); }
-  /// Every resource that told of a change since the last call, in the order of telling, with the bytes it holds now.
+  /// All resources that reported a change since the last call, in the order of the reports, with their present sizes.
   /// Not to be called while a resource is being destroyed or while a lock is held that get_memory_size() takes.
   static CoreVector<ResourceMemoryReport> collect_memory_reports();
 
  private:
   mutable std::atomic<uint> memory_advert_count_ = 0;
-  mutable bool is_noted_ = false;  // in the list of changed resources; guarded by its lock
+  mutable bool is_listed_ = false;  // in the list of changed resources; guarded by its lock
 };

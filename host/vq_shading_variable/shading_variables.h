@@ -1,6 +1,6 @@
 // host/vq_shading_variable/shading_variables.h
 //
-// What a shading group is linked to, and the table from a scene-wide group number to its links.
+// The links of a shading group, and the table from a scene-wide group number to its links.
 //
 //   ShadingGroupTable   entries[count] --> ShadingGroupLinks { material, variables, clip_map }   (null: not shaded)
 //
@@ -11,20 +11,20 @@
 
 #include "vq_core/core_types.h"
 
-/// What a query needs to know of a material.
+/// The properties of a material that queries use.
 struct Material {
   double transparency = 0.0;  ///< 0 opaque, 1 clear
-  uint kind_mask = 0;         ///< bit per ray type: rays of that type see the transparency
+  uint kind_mask = 0;         ///< one bit per ray type: the transparency applies to rays of that type
 };
 
 /// Named values that shading networks read. Queries only carry a pointer to it.
 class ShadingVariablesCtx {
  public:
-  /// The one used where links give none. Lives as long as the program.
+  /// The default where links give none. Exists as long as the program.
   static const ShadingVariablesCtx& get_default_ctx();
 };
 
-/// A grid of opacities over the unit square of UV: 0 cuts the surface away. Nearest texel, repeated outside.
+/// A grid of opacities over the unit square of UV: 0 removes the surface. Nearest texel, repeated outside.
 class ClipMap {
  public:
   /// `texels` is row-major, width * height opacities in [0, 255]; anything else makes an opaque map.
@@ -41,7 +41,7 @@ struct ShadingGroupLinks {
   const ShadingVariablesCtx* variables = nullptr;
   const ClipMap* clip_map = nullptr;
 
-  /// The material of a group that is deliberately not there.
+  /// The material of a group that cannot be hit, by choice of the scene.
   static const Material* const material_empty;
 };
 

@@ -1,6 +1,6 @@
 // host/vq_simd/simd_float_plain.h
 //
-// The plain C++ form of SimdF: the meaning that the other forms must match in every bit.
+// The plain C++ implementation of SimdF: the other implementation must give the same bits.
 #pragma once
 #include <cmath>
 #include <cstring>

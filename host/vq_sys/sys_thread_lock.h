@@ -1,7 +1,7 @@
 // host/vq_sys/sys_thread_lock.h
 //
-// The lock that records shared between threads carry as a member. It belongs to the record's place in memory, not to
-// its value: a copied record gets a fresh, open lock, and assigning a record leaves the lock as it is.
+// A lock as a member of records that threads share. It is not part of the record's value: a copied record gets a new,
+// unlocked lock, and assigning a record does not change the lock.
 #pragma once
 #include <mutex>
 

@@ -1,6 +1,6 @@
 // host/vq_sys/sys_thread_manager.h
 //
-// A pool of worker threads and the numbers of the threads that use it. Seen from one manager with n threads:
+// A pool of worker threads, and the indices of the threads that use it. In a manager with n threads:
 //
 //   0            the thread that created the manager
 //   1 .. n-1     its workers
@@ -8,9 +8,9 @@
 //   0xFFFFFFFF   any other thread outside such a wait
 //
 // Several managers may live at once and one thread may be known to several of them: index 0 to each manager it created,
-// a worker to one, a guest to another. get_index_of_current_thread() answers for one manager and is always exact.
-// The static get_current_thread_index() answers without naming one: the index under which the thread runs its present
-// task, else its worker index, else 0 when it created a manager that still lives. Inside a task both agree.
+// a worker to one, a guest to another. get_index_of_current_thread() gives the index in one manager. The static
+// get_current_thread_index() has no manager: it gives the index of the task that the thread is running, else its worker
+// index, else 0 if the thread created a manager that still exists. Inside a task both are equal.
 #pragma once
 #include <atomic>
 #include <condition_variable>
@@ -29,8 +29,8 @@ class SysThreadManager {
   static constexpr uint guest_count = 64;
   static constexpr uint most_threads = 1024;
 
-  /// Starts `thread_count` - 1 workers. The count is brought into [1, most_threads]; where the system refuses a thread
-  /// the pool does with those it has.
+  /// Starts `thread_count` - 1 workers. The count is clamped to [1, most_threads]. If the system refuses a thread, the
+  /// pool has fewer.
   explicit SysThreadManager(uint thread_count);
   /// Stops the workers. Every task group of this manager must be gone.
   ~SysThreadManager();
@@ -39,7 +39,7 @@ class SysThreadManager {
 
   /// Threads that run tasks: the creator and the workers.
   uint get_thread_count() const { return thread_count_; }
-  /// The thread count, or less where set_max_thread_count() says so: the number to cut work for.
+  /// The thread count, or the limit of set_max_thread_count() if it is lower: the number of threads to divide work for.
   uint get_max_thread_count() const;
   void set_max_thread_count(uint count) { max_thread_count_.store(count, std::memory_order_relaxed); }
   /// One past the largest index a task may run under: the size of a table with an entry per thread.
@@ -53,7 +53,7 @@ class SysThreadManager {
  private:
   friend class SysThreadTaskManager;
 
-  /// States on its thread, for its lifetime, that the thread acts under `index` of `manager`. Scopes nest.
+  /// For its lifetime, the current thread has the index `index` in `manager`. Scopes nest.
   struct IndexScope {
     IndexScope(const SysThreadManager* manager, uint index);
     ~IndexScope();
@@ -63,10 +63,10 @@ class SysThreadManager {
     uint index;
     const IndexScope* outer;
   };
-  /// How many living managers a thread has created; also tells that thread from all others.
+  /// The number of existing managers that a thread has created; the pointer identifies the thread.
   using CreatorToken = std::shared_ptr<std::atomic<uint>>;
 
-  /// The calling thread's; null before it creates a manager, so that asking needs no memory.
+  /// The calling thread's token; null before it creates a manager, so that a query does not allocate.
   static CreatorToken& get_creator_token();
   void run_worker(uint index);
   /// A free guest index, core_invalid_index when all are taken. The mutex is held.
@@ -80,8 +80,8 @@ class SysThreadManager {
   std::atomic<uint> max_thread_count_;
   std::vector<std::thread> workers_;
 
-  // Guards everything below and the queues of all groups of this manager. Tasks are coarse, so one mutex is not felt,
-  // and a group's queue and its place in the list of groups with work always change together.
+  // Guards everything below and the queues of all groups of this manager. Tasks are long, so that one mutex is not a
+  // bottleneck, and a group's queue changes together with the list of groups with work.
   std::mutex mutex_;
   std::condition_variable work_added_;
   SysThreadTaskManager* oldest_with_work_ = nullptr;  // workers serve the oldest group first

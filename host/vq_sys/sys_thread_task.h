@@ -15,7 +15,8 @@ class SysThreadTask {
   /// and for the manager's creator, beyond for a guest. No two threads run under one index at a time.
   virtual void run(const uint& thread_index) = 0;
 
-  /// The two marks above. A task class sets both (0x0101) in its constructor; it may not change them once added.
+  /// The flags above. A task class sets both (0x0101) in its constructor; they must not change after the task was
+  /// added.
   unsigned short flags = 0;
 
  private:

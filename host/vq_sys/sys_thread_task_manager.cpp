@@ -52,7 +52,7 @@ void SysThreadTaskManager::wait_until_completed(const bool& help) {
     if (index == core_invalid_index) {
       index = manager_.borrow_guest_index();
       if (index == core_invalid_index) {
-        // More guests than indices. Their leaving does not signal this group, so look again from time to time.
+        // More guests than indices. A freed index does not signal this group: poll.
         changed_.wait_for(lock, std::chrono::milliseconds(1));
         continue;
       }
@@ -78,7 +78,7 @@ bool SysThreadTaskManager::run_next(std::unique_lock<std::mutex>& lock, uint ind
   const bool counted = (task->flags & SysThreadTask::counted) != 0;
   ++running_;
   lock.unlock();
-  // Also when the task throws for want of memory: the group would wait for it for ever.
+  // In a destructor, so that it also runs when the task throws: else the group would wait forever.
   struct Ended {
     SysThreadTaskManager& group;
     std::unique_lock<std::mutex>& lock;
@@ -87,7 +87,7 @@ bool SysThreadTaskManager::run_next(std::unique_lock<std::mutex>& lock, uint ind
       lock.lock();
       --group.running_;
       if (counted) --group.pending_;
-      // Signalled under the lock: once it opens, a waiter may destroy this group.
+      // Signaled under the lock: once it opens, a waiter may destroy this group.
       if (group.pending_ == 0 || group.running_ == 0) group.changed_.notify_all();
     }
   } const ended{*this, lock, counted};
@@ -115,7 +115,7 @@ void SysThreadTaskManager::drop_queue() {
   unlink();
 }
 
-// Few groups have work at a time: a walk from the oldest finds the place.
+// Few groups have work at a time: a linear search from the oldest is fast enough.
 void SysThreadTaskManager::link() {
   SysThreadTaskManager** place = &manager_.oldest_with_work_;
   while (*place != nullptr && (*place)->age_ < age_) place = &(*place)->newer_;

@@ -1,8 +1,8 @@
 // host/vq_sys/sys_thread_task_manager.h
 //
-// A group of tasks that one caller adds and waits for. A thread that waits runs queued tasks of this very group and of
-// no other. Both halves matter: it may hold a lock on which every worker is blocked, and then nobody else could run its
-// tasks; and a task of another group might want that same lock, which this thread could never give it.
+// A group of tasks that one caller adds and waits for. A waiting thread runs queued tasks of this group only. It must
+// run them: it may hold a lock on which every worker is blocked, and then no other thread could. It must not run tasks
+// of another group: such a task might wait for the same lock, which would be a deadlock.
 #pragma once
 #include <condition_variable>
 #include <mutex>
@@ -23,13 +23,12 @@ class SysThreadTaskManager {
   uint get_thread_count() const;
   uint get_max_thread_count() const;
 
-  /// Queues a task, which stays the caller's and must live until it has run or was dropped; it waits in one queue at a
-  /// time. Null is ignored. Needs no memory and so never fails. Thread-safe; a running task may add tasks to its own
-  /// group.
+  /// Queues a task. The caller owns it; it must exist until it has run or was dropped, and be in one queue at a time.
+  /// Null is ignored. Never allocates and never fails. Thread-safe; a running task may add tasks to its own group.
   void add_task(SysThreadTask* task);
   /// Returns when no counted task is queued or running. With `help` the calling thread runs tasks of the group
-  /// meanwhile: under its own index, or as a guest. Without it the thread only waits, unless there are no workers, for
-  /// then nobody else would run them. Not to be called from a task of the same group. Thread-safe.
+  /// meanwhile: under its own index, or as a guest. Without it the thread only waits, except in a manager without
+  /// workers, where no other thread would run them. Not to be called from a task of the same group. Thread-safe.
   void wait_until_completed(const bool& help);
   /// Drops every queued task that has not started, and any added from now on; running tasks go on. Thread-safe.
   void shutdown();
