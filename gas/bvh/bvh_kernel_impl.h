@@ -34,7 +34,7 @@ enum class BvhKinds {
   aligned,                    ///< a tree without 8-bit nodes, as all small ones are, needs no boxes on the stack
   aligned_and_quantized,      ///< 8-bit nodes too
   all,                        ///< and oriented ones
-  oriented_taken_as_aligned,  ///< oriented references lead to the aligned node of the same index
+  oriented_taken_as_aligned,  ///< an oriented reference is read as the aligned node of the same index
 };
 
 /// A child to be visited later. The box is read only for quantized nodes, which are decoded against it; a moving ray

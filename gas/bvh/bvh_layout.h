@@ -1,7 +1,7 @@
 // gas/bvh/bvh_layout.h
 //
 // Memory layout of the four-wide tree. A tree is one flat array per node kind and one array of item
-// indices; every link is a BvhChildRef. Nothing here owns memory or knows what an item is.
+// indices; every link is a BvhChildRef. Nothing here owns memory or depends on the kind of item.
 //
 //   BvhNodeAligned    128 B, array aligned to 64   six float planes x 4 lanes, then 4 references
 //   BvhNodeQuantized   48 B, array aligned to 16   the planes in 8 bits, relative to the parent's lane box

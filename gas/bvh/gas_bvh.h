@@ -76,7 +76,7 @@ class GasBvh {
   void clear();
   /// Bytes of all arrays, without the object itself.
   u64 get_array_bytes() const;
-  /// Allocates the order array, and the per-item array when wanted; contents undefined. False when there is no memory.
+  /// Allocates the order array, and item_weight_bits if requested; contents undefined. False when there is no memory.
   bool allocate_items(uint count, bool with_item_weight_bits);
   /// Frees item_weight_bits. Only the build and the weights of clusters read it.
   void drop_item_weight_bits();

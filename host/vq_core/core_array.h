@@ -123,7 +123,7 @@ class CoreArrayBase {
     count_ = items ? count : 0;
     owned_ = 0;
   }
-  /// Drops the items and owns a copy of `count` others, which may lie in this array. False when there is no memory.
+  /// Replaces the items by a copy of `count` others, which may be items of this array. False when there is no memory.
   bool assign(const T* items, uint count) {
     T* copied = nullptr;
     if (count > 0) {

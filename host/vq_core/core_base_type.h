@@ -1,6 +1,6 @@
 // host/vq_core/core_base_type.h
 //
-// The root of every class that the host knows by name, and the two links above it:
+// The root of all classes with a class record, and the two classes derived from it:
 //
 //   CoreBaseType <- CoreBaseObject <- CoreCustomData <- EventObject <- ResourceData <- ...
 //
@@ -14,7 +14,7 @@
 //   ^ allocated block         ^ written by the   ^ the array's address
 //                               compiler
 //
-// operator new[] notes how many bytes the compiler asked for, so the element size is
+// operator new[] stores the number of bytes that the compiler requested, so the element size is
 // (bytes - 8) / count and every element can be reached and destroyed through its virtual destructor.
 #pragma once
 #include <cstddef>

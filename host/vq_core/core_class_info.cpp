@@ -12,7 +12,7 @@ struct Registry {
 };
 
 // Built on first use, because class records are made by static initializers of any library in any order; never
-// destroyed, because objects that die after this library's own statics still ask for their records.
+// destroyed, because objects destroyed after this library's statics still use their records.
 Registry& get_registry() {
   static Registry& registry = *new Registry;
   return registry;

@@ -84,13 +84,18 @@ Vec get_side_hint(const CurveSegment<shape>& segment) {
 /// Smallest squared sine between hint and tangent at which the perpendicular component is more than rounding.
 constexpr double least_across2 = 1e-12;
 
-/// The derivative of the curve at `u`. Where it is 0, the next difference of control points that is not; `jump` is then
-/// the change of the radius before it.
+/// A direction along the curve, with the change of the radius.
+struct CurveStep {
+  Ball ball;
+  double jump = 0.0;  ///< where the derivative of the center is 0: the change of the radius there
+};
+
+/// The derivative of the curve at `u`. Where it is 0, the next difference of control points that is not.
 template <CurveShape shape>
-Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
+CurveStep get_step(const CurveSegment<shape>& segment, double u) {
   constexpr uint last = CurveSegment<shape>::point_count - 1;
   Ball step = segment.get_ball_derivative(u);
-  jump = 0.0;
+  double jump = 0.0;
   for (uint k = 2; k <= last && step.position == Vec(); ++k) {
     if (jump == 0.0) jump = step.radius;
     if (u < 0.5)
@@ -98,7 +103,7 @@ Ball get_step(const CurveSegment<shape>& segment, double u, double& jump) {
     else
       step = get_difference(segment.point[last], segment.point[last - k]);
   }
-  return step;
+  return {step, jump};
 }
 
 constexpr double circle_tolerance = 1e-8;  // in radii
@@ -195,8 +200,7 @@ template <CurveShape shape>
 CurveFrame curve_get_frame(const CurveSegment<shape>& segment, double u) {
   CurveFrame frame;
   frame.ball = segment.get_ball(u);
-  double jump;
-  const Ball step = get_step(segment, u, jump);
+  const auto [step, jump] = get_step(segment, u);
   const double length = step.position.get_length();
   frame.tangent = length > 0.0 ? step.position * (1.0 / length) : Vec(1, 0, 0);
   if (jump != 0.0)

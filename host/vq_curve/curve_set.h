@@ -4,7 +4,7 @@
 //
 //   points_          [point]                  ball: x, y, z, radius (16 B); 3 s + 1 for a curve of s cubic segments,
 //                                             s + 1 for s linear ones
-//   motion_points_   [point * samples + k]    the samples of a point lie next to each other
+//   motion_points_   [point * samples + k]    the samples of a point are adjacent
 //   segment_point_   [segment]                first point of the segment; absent when all curves have equally many
 //                                             segments: a division is then faster than another memory access
 //   segment_groups_  [segment]                shading group; absent when all curves are of group 0

@@ -140,7 +140,7 @@ uint GasBvhSplitBinned<Boxes>::partition_chunk(const GasBvhSplitChoice& choice, 
   return left_at;
 }
 
-/// Stable, so that a chunk knows where its items go from the counts of the chunks before it.
+/// Stable: the counts of the chunks before a chunk give the positions of its items.
 template <class Boxes>
 void GasBvhSplitBinned<Boxes>::partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved) {
   if (threads_ == nullptr) {

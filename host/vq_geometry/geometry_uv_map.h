@@ -1,6 +1,6 @@
 // host/vq_geometry/geometry_uv_map.h
 //
-// A UV map with indices of its own: neighboring polygons may share a vertex and still have different texture
+// A UV map with its own indices: neighboring polygons may share a vertex and still have different texture
 // coordinates there (a seam).
 //
 //   corner_positions[corner] --> positions[]      corners run through the polygons in order, as the mesh stores them

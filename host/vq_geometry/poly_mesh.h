@@ -3,7 +3,7 @@
 // A mesh of polygons. One primitive is one polygon, numbered as in the input; the parts of a hit are its triangles.
 //
 //   positions_          [vertex]                   at rest
-//   motion_positions_   [vertex * samples + k]     the samples of a vertex lie next to each other
+//   motion_positions_   [vertex * samples + k]     the samples of a vertex are adjacent
 //   polygon_vertices_   [corner]                   corners run through the polygons in order
 //
 //   only triangles      corners of polygon p are 3p, 3p + 1, 3p + 2; the four arrays below do not exist

@@ -23,7 +23,7 @@ class PolyMeshTriangulator {
   /// Writes points.size() - 2 triangles of three corner numbers each, wound as the polygon; nothing for fewer than
   /// three corners. Collinear and coincident corners give triangles without area, so that every edge of the polygon is
   /// an edge of a triangle. What cannot be clipped (crossing edges, NaN) becomes a fan: the triangles' areas, negative
-  /// for one that is turned over, still add up to the polygon's, but triangles may overlap and reach outside of it.
+  /// for one of opposite winding, still add up to the polygon's, but triangles may overlap and reach outside of it.
   /// O(n^2) up to 256 corners; beyond, O(n log n) for most and about O(n sqrt n) at worst.
   void triangulate(std::vector<u32>& triangles);
 
@@ -57,7 +57,7 @@ class PolyMeshTriangulator {
 
   std::vector<Corner> corners_;
   u32 left_ = 0;         // corners not clipped yet
-  double budget_ = 0.0;  // point tests that may still be spent
+  double budget_ = 0.0;  // remaining point tests
   PolyMeshCornerIndex index_;
   std::deque<Waiting> queues_[3];  // one per rule
   u32 last_ticket_ = 0;

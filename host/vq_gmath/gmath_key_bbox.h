@@ -3,7 +3,7 @@
 // Boxes at the samples of a shutter, for a shape that moves linearly between its own keys. A query blends the boxes of
 // two samples linearly; a key between them may be outside of the blended box:
 //
-//   upper bound         key           d   how far the bound at the key lies above the line from a to b;
+//   upper bound         key           d   distance of the bound at the key above the line from a to b;
 //                     .'   '.   ^         of several keys the largest
 //                   .'       '. |d    Both ends grow by d. The line then holds the bound at every key, and so
 //              a  .' - - - - - '.     everywhere: between keys, the bound of a union of straight motions bends
