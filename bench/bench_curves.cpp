@@ -113,7 +113,8 @@ void walk_nodes(benchmark::State& state, uint node_count, const Step& step) {
   }
   const GeometryRaytraceCtx& query = packet.begin_nearest(fur.world.shading);
   std::vector<BvhRay> rays;
-  for (uint k = 0; k < ray_count; ++k) rays.push_back(bvh_load_ray<BvhTime::still>(query, k, 1e30f));
+  for (uint k = 0; k < ray_count; ++k)
+    rays.push_back(bvh_load_ray<BvhTime::still>(query, k, 1e30f, fur.get_tree().box));
   uint next = 0;
   for (auto _ : state) {
     SimdF entry;
