@@ -1,10 +1,16 @@
 #include "gas/gas_clusterable.h"
 
 #include "gas/frame/gas_class.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
 
 namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_DESTROY};
+
 // Known to the host by name from the moment the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasClusterable::class_info();
+
 }  // namespace
 
 const CoreClassInfo& GasClusterable::class_info() {

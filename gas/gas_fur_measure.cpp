@@ -7,10 +7,14 @@
 #include "gas/frame/gas_tasks.h"
 #include "gas/gas_fur.h"
 #include "vq_app_base/app_progress_bar.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
 #include "vq_geometry/geometry_object.h"
 #include "vq_sys/sys_thread_manager.h"
 
 namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_GEOMETRY_CHANGE};
 
 constexpr uint parallel_measures = 16384;  // fewer are measured in a space faster than threads wake up
 

@@ -1,8 +1,12 @@
 #include "gas/gas_module_clusters.h"
 
 #include "gas/gas_clusterable.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
 
 namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_DESTROY};
 
 const GasClusterable& get_clusterable(const ModuleSceneObject* object) {
   return *static_cast<const GasClusterable*>(object->get_structure());

@@ -9,9 +9,13 @@
 #include "gas/structure/gas_world_bbox.h"
 #include "vq_app_base/app_progress_scope.h"
 #include "vq_ctx/ctx_motion_blur.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
 #include "vq_module/module_scene_object.h"
 
 namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_GAS_MOTION_DIRTY};
 
 /// The boxes of all leaves at three samples in a row, in their objects' spaces, and those in the world at the middle
 /// one.

@@ -4,7 +4,15 @@
 #include "gas/structure/gas_world_bbox.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_ctx/ctx_shader.h"
+#include "vq_event/event_declare.h"
+#include "vq_event/event_table.h"
 #include "vq_module/module_scene_object.h"
+
+namespace {
+
+const EventDeclaration declared_events[] = {EVT_ID_DESTROY};
+
+}  // namespace
 
 GasSceneTree::QueryScope::QueryScope(const GasSceneTree&, CtxShader& shader, GeometryRaytraceCtx&, BvhHits) {
   GasNestedScope::forget_rays(shader);

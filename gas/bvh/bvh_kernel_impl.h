@@ -53,14 +53,13 @@ struct BvhGuardedStackEntry : BvhStackEntry<time> {
 };
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
 
-/// Address of a referenced node or leaf, by the reference's three kind bits: base, bytes per index, and the offset of a
-/// second cache line to prefetch. (An oriented node has two more lines.) A table, because a branch on the kind would be
-/// mispredicted half of the time.
+/// Address of a referenced node or leaf, by the reference's three kind bits: base, bytes per index, and the offsets of
+/// the other cache lines to prefetch. A table, because a branch on the kind would be mispredicted half of the time.
 struct BvhPrefetchTable {
   struct Row {
     std::uintptr_t base;
     u32 stride;
-    u32 second;
+    u32 second, third, fourth;  ///< where there are fewer lines, the last one again
   };
   Row rows[8];
 
@@ -70,26 +69,32 @@ struct BvhPrefetchTable {
       const BvhChildRef ref{0, bits << 8};
       switch (ref.get_kind()) {
         case BvhKind::aligned:
-          rows[bits] = {address(tree.aligned), sizeof(BvhNodeAligned), 64};
+          rows[bits] = {address(tree.aligned), sizeof(BvhNodeAligned), 64, 64, 64};
           break;
         case BvhKind::quantized:
-          rows[bits] = {address(tree.quantized), sizeof(BvhNodeQuantized), 32};
+          rows[bits] = {address(tree.quantized), sizeof(BvhNodeQuantized), 32, 32, 32};
           break;
         case BvhKind::oriented:
-          rows[bits] = {address(tree.oriented), sizeof(BvhNodeOriented), 64};
+          rows[bits] = {address(tree.oriented), sizeof(BvhNodeOriented), 64, 128, 192};
           break;
         case BvhKind::leaf:
-          rows[bits] = {address(tree.order), sizeof(u32), 0};
+          rows[bits] = {address(tree.order), sizeof(u32), 0, 0, 0};
           break;
       }
     }
   }
-  /// The first two cache lines: a whole aligned node, both halves of a quantized one, a leaf's first item.
+  /// A whole aligned node, both halves of a quantized one, a leaf's first item; where there are any, a whole oriented
+  /// one.
+  template <bool has_oriented>
   void prefetch(BvhChildRef ref) const {
     const Row& row = rows[ref.word >> 8 & 7];
     const std::uintptr_t at = row.base + u64{ref.index} * row.stride;
     simd_prefetch(at);
     simd_prefetch(at + row.second);
+    if constexpr (has_oriented) {
+      simd_prefetch(at + row.third);
+      simd_prefetch(at + row.fourth);
+    }
   }
 };
 
@@ -273,7 +278,7 @@ class BvhTraversal {
     mask &= mask - 1;
     if (mask == 0) {
       at.ref = get_child(first);
-      prefetch_.prefetch(at.ref);
+      prefetch(at.ref);
       write_box(at, first);
       return true;
     }
@@ -288,7 +293,7 @@ class BvhTraversal {
       const uint farther = first ^ second ^ nearer;
       push(top, farther, distance, get_child, write_box);
       at.ref = get_child(nearer);
-      prefetch_.prefetch(at.ref);
+      prefetch(at.ref);
       write_box(at, nearer);
       return true;
     }
@@ -310,7 +315,7 @@ class BvhTraversal {
     }
     for (uint k = 0; k + 1 < count; ++k) push(top, order[k], distance, get_child, write_box);
     at.ref = get_child(order[count - 1]);
-    prefetch_.prefetch(at.ref);
+    prefetch(at.ref);
     write_box(at, order[count - 1]);
     return true;
   }
@@ -321,7 +326,7 @@ class BvhTraversal {
     if (is_guarded && top == stack_end_) return;
     Entry& to = *top++;
     to.ref = get_child(lane);
-    prefetch_.prefetch(to.ref);
+    prefetch(to.ref);
     write_box(to, lane);
     to.distance = distance[lane];
   }
@@ -333,6 +338,8 @@ class BvhTraversal {
     leaf_function_(ctx_, shader_, query_, range_, leaf_user_);
     return hits == BvhHits::nearest || !query_.is_stopped(ray);
   }
+
+  void prefetch(BvhChildRef ref) const { prefetch_.template prefetch<kinds == BvhKinds::all>(ref); }
 
   void count_node() {
     if constexpr (visits == BvhVisits::counted) ++query_.visits[query_.first_ray].nodes;

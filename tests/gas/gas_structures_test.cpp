@@ -37,7 +37,9 @@ class GasStructures : public testing::Test {
     world.ctx.set_motion_blur(&blur);
     const u64 at_rest = structure.get_memory_size();
     EXPECT_GE(at_rest, sizeof(Structure) + structure.get_tree().get_array_bytes());
+    const uint reports = structure.get_memory_advert_count();
     structure.get_bbox_at(world.ctx, 0.5);
+    EXPECT_GT(structure.get_memory_advert_count(), reports);
     const u64 nodes = u64{structure.get_tree().aligned_count} + structure.get_tree().oriented_count;
     ASSERT_GE(nodes, 50u);
     EXPECT_GE(structure.get_memory_size(), at_rest + 3 * 96 * nodes);
