@@ -76,7 +76,8 @@ void GasBboxSurplus::raise(const GasBboxSurplus& other) {
 GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMathMatrix4x4<double>& matrix0,
                                       const GMathBbox3<float>& box1, const GMathMatrix4x4<double>& matrix1) {
   GasBboxSurplus surplus;
-  if (box0.is_empty() || box1.is_empty()) return surplus;
+  // Most objects are rigid: their boxes do not change.
+  if (box0 == box1 || box0.is_empty() || box1.is_empty()) return surplus;
   const GMathBbox3<double> a(bring_into_bounds(box0)), b(bring_into_bounds(box1));
   for (uint row = 0; row < 3; ++row) {
     for (uint axis = 0; axis < 3; ++axis) {
