@@ -67,9 +67,9 @@ const CoreClassInfo& GasFur::class_info() {
   return info;
 }
 
-GasFur::GasFur() = default;
+GasFur::GasFur() : GasBvhGeometry(this) {}
 
-GasFur::GasFur(const GasFur& other) : GasBvhGeometry(other) { *this = other; }
+GasFur::GasFur(const GasFur& other) : GasBvhGeometry(other, this) { *this = other; }
 
 GasFur& GasFur::operator=(const GasFur& other) {
   if (this == &other) return *this;

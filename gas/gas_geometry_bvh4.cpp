@@ -76,9 +76,9 @@ const CoreClassInfo& GasGeometryBvh4::class_info() {
   return info;
 }
 
-GasGeometryBvh4::GasGeometryBvh4() = default;
+GasGeometryBvh4::GasGeometryBvh4() : GasBvhGeometry(this) {}
 
-GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(other) {
+GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(other, this) {
   if (!is_whole_copy_of(other)) clear();
 }
 

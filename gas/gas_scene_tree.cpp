@@ -51,13 +51,13 @@ const CoreClassInfo& GasSceneTree::class_info() {
   return info;
 }
 
-GasSceneTree::GasSceneTree() {
+GasSceneTree::GasSceneTree() : GasBvhStructure(this) {
   install_callbacks(true);
   leaf_functions = {leaf_ray_hit_static_callback, leaf_ray_hit_nearest_static_callback, this, leaf_frustum_hit_callback,
                     this};
 }
 
-GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasBvhStructure(other) { *this = other; }
+GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasBvhStructure(other, this) { *this = other; }
 
 GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   if (this == &other) return *this;

@@ -27,6 +27,8 @@ class GasBvhGeometry : public GasBvhStructure<Self, Base> {
 
  protected:
   friend class GasBvhStructure<Self, Base>;
+  using GasBvhStructure<Self, Base>::GasBvhStructure;
+  GasBvhGeometry(const GasBvhGeometry& other, Self* self) : GasBvhStructure<Self, Base>(other, self) {}
 
   /// The structure's base geometry is the query's current one, its wireframes filtered.
   struct QueryScope {

@@ -77,9 +77,11 @@ class GasBvhStructure : public Base {
   const GasBvh<4>& get_tree() const { return tree; }
 
  protected:
-  GasBvhStructure();
+  /// @param self  this object as the structure that it becomes: not to be cast before that is made
+  explicit GasBvhStructure(Self* self);
   /// Copies have a deep copy of the tree and no motion data.
-  GasBvhStructure(const GasBvhStructure& other);
+  GasBvhStructure(const GasBvhStructure& other, Self* self);
+  GasBvhStructure(const GasBvhStructure& other) = delete;
   GasBvhStructure& operator=(const GasBvhStructure& other);
   ~GasBvhStructure() override;
 

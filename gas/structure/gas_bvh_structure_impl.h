@@ -25,12 +25,12 @@ struct GasMotionSpan {
 };
 
 template <class Self, class Base, class Record>
-GasBvhStructure<Self, Base, Record>::GasBvhStructure() : motion_data(static_cast<Self*>(this)) {}
+GasBvhStructure<Self, Base, Record>::GasBvhStructure(Self* self) : motion_data(self) {}
 
 template <class Self, class Base, class Record>
-GasBvhStructure<Self, Base, Record>::GasBvhStructure(const GasBvhStructure& other)
-    : Base(other), tree(other.tree), leaf_functions(other.leaf_functions), motion_data(static_cast<Self*>(this)) {
-  leaf_functions.ray_user = leaf_functions.frustum_user = &self();
+GasBvhStructure<Self, Base, Record>::GasBvhStructure(const GasBvhStructure& other, Self* self)
+    : Base(other), tree(other.tree), leaf_functions(other.leaf_functions), motion_data(self) {
+  leaf_functions.ray_user = leaf_functions.frustum_user = self;
 }
 
 template <class Self, class Base, class Record>
