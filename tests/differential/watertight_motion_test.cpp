@@ -1,7 +1,6 @@
 // Timed rays at the vertices of closed surfaces that move, each aimed at where its vertex is at the ray's time: the
 // surface must stop it there. The boxes that a timed ray meets are blended between two samples, and rounding in the
-// blend may part them: with a slack for stored planes only, one ray in six thousand of a sphere at rest passed, and one
-// in sixteen where it travels a hundred radii.
+// blend may part them: with a slack for stored planes only, rays pass.
 #include <gtest/gtest.h>
 
 #include "support/ray_query.h"
