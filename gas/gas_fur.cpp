@@ -3,7 +3,7 @@
 #include <limits>
 
 #include "gas/frame/gas_class.h"
-#include "gas/frame/gas_tasks.h"
+#include "gas/structure/gas_bboxes_at.h"
 #include "gas/structure/gas_bvh_geometry_impl.h"
 #include "gas/structure/gas_leaf.h"
 #include "vq_event/event_declare.h"
@@ -251,43 +251,18 @@ void GasFur::leaf_frustum_hit_callback(const CtxEval& ctx, CtxShader& shader, Ge
   }
 }
 
-/// Boxes of a slice of the primitives at one sample time.
-class GasFur::MotionBboxTask final : public GasTask {
+/// Boxes of a slice of the primitives at one sample time, in pieces short enough for a user who asks to stop.
+class GasFur::MotionBboxTask final : public GasBboxesAtTask<GasFur> {
  public:
-  const CtxEval* ctx = nullptr;
-  const GeometryObject* geometry = nullptr;
-  double time = 0.0;
-  uint first = 0, end = 0;
-  GMathBbox3<float>* boxes = nullptr;
-
-  void work(const uint& thread_index) override {
-    measure(ctx->get_or_create_thread_ctx(thread_index), *geometry, time, first, end, boxes);
-  }
-
-  /// In pieces short enough for a user who asks to stop.
-  static void measure(const CtxEval& ctx, const GeometryObject& geometry, double time, uint first, uint end,
-                      GMathBbox3<float>* boxes) {
+  void measure(const CtxEval& thread_ctx) const override {
     constexpr uint piece_length = 4096;
     for (uint piece = first; piece < end; piece += piece_length) {
-      ctx.get_application().check_stop();
-      compute_bboxes_at(ctx, &geometry, time, piece, std::min(piece + piece_length, end), boxes, nullptr);
+      thread_ctx.get_application().check_stop();
+      compute_bboxes_at(thread_ctx, structure->geometry, time, piece, std::min(piece + piece_length, end), boxes,
+                        nullptr);
     }
   }
 };
-
-void GasFur::compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const {
-  SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
-  const uint thread_count = manager.get_max_thread_count();
-  if (primitive_count < parallel_primitives || thread_count < 2)
-    return MotionBboxTask::measure(ctx, *geometry, time, 0, primitive_count, boxes);
-  gas_run_slices<MotionBboxTask>(manager, primitive_count, gas_get_slice_length(primitive_count, thread_count),
-                                 [&](MotionBboxTask& task) {
-                                   task.ctx = &ctx;
-                                   task.geometry = geometry;
-                                   task.time = time;
-                                   task.boxes = boxes;
-                                 });
-}
 
 void GasFur::update_samples(const CtxEval& query_ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
   ComputeSpaceBboxesData measured{&query_ctx, geometry, 0.0};
@@ -297,7 +272,7 @@ void GasFur::update_samples(const CtxEval& query_ctx, const CtxMotionBlur& motio
       query_ctx, motion_blur, data, primitive_count, box_share,
       [&](double time, GMathBbox3<float>* boxes) {
         measured.time = time;
-        compute_all_bboxes_at(query_ctx, time, boxes);
+        gas_compute_bboxes_at<MotionBboxTask>(query_ctx, *this, primitive_count, time, boxes);
       },
       [&](uint sample, std::span<const GMathBbox3<float>> boxes, AppProgressBar* progress) {
         return data.refit.update_sample_unaligned(sample, boxes, {measure_at, &measured}, progress);

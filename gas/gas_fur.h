@@ -124,7 +124,6 @@ class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
   u64 get_own_bytes() const { return u64{group_primitive_counts.get_count()} * sizeof(uint); }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
-  void compute_all_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
     return GMathBbox3<double>(bvh_blend_boxes(a, b, static_cast<float>(fraction)));
   }

@@ -1,7 +1,7 @@
 #include "gas/gas_geometry_bvh4.h"
 
 #include "gas/frame/gas_class.h"
-#include "gas/frame/gas_tasks.h"
+#include "gas/structure/gas_bboxes_at.h"
 #include "gas/structure/gas_bvh_geometry_impl.h"
 #include "gas/structure/gas_leaf.h"
 #include "vq_event/event_declare.h"
@@ -18,8 +18,6 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 // Known to the host by name from the moment the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBvh4::class_info();
-
-constexpr uint parallel_primitives = 1024;  // from here on boxes at a time are computed in tasks
 
 /// (1 - fraction) a + fraction b in double precision, rounded to single. A call of its own: where the caller widens the
 /// result in the same function, g++ 12 packs both conversions of the last two bounds into none.
@@ -158,18 +156,11 @@ void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
 }
 
 /// Boxes of a slice of the primitives at one sample time.
-class GasGeometryBvh4::GetLeafBboxesAtTask final : public GasTask {
+class GasGeometryBvh4::GetLeafBboxesAtTask final : public GasBboxesAtTask<GasGeometryBvh4> {
  public:
-  const GasGeometryBvh4* structure = nullptr;
-  const CtxEval* ctx = nullptr;
-  double time = 0.0;
-  uint first = 0, end = 0;
-  GMathBbox3<float>* boxes = nullptr;
-
-  void work(const uint& thread_index) override {
-    const CtxEval& thread_ctx = ctx->get_or_create_thread_ctx(thread_index);
+  void measure(const CtxEval& thread_ctx) const override {
     for (uint position = first; position < end; ++position) {
-      gas_check_stop(ctx->get_application(), position - first);
+      gas_check_stop(thread_ctx.get_application(), position - first);
       boxes[position] = structure->compute_bbox_at(thread_ctx, time, position);
     }
   }
@@ -183,30 +174,13 @@ GMathBbox3<float> GasGeometryBvh4::compute_bbox_at(const CtxEval& ctx, double ti
   return GMathBbox3<float>(gmath_is_valid_box(box) ? box : object.get_primitive_bbox(ctx, primitive));
 }
 
-void GasGeometryBvh4::compute_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const {
-  SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
-  const uint thread_count = manager.get_max_thread_count();
-  if (kept_count < parallel_primitives || thread_count < 2) {
-    for (uint position = 0; position < kept_count; ++position) {
-      gas_check_stop(ctx.get_application(), position);
-      boxes[position] = compute_bbox_at(ctx, time, position);
-    }
-    return;
-  }
-  gas_run_slices<GetLeafBboxesAtTask>(manager, kept_count, gas_get_slice_length(kept_count, thread_count),
-                                      [&](GetLeafBboxesAtTask& task) {
-                                        task.structure = this;
-                                        task.ctx = &ctx;
-                                        task.time = time;
-                                        task.boxes = boxes;
-                                      });
-}
-
 void GasGeometryBvh4::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
   const double box_share = 0.5 / ctx.get_application().get_max_thread_count();
   refit_from_boxes(
       ctx, motion_blur, data, kept_count, box_share,
-      [&](double time, GMathBbox3<float>* boxes) { compute_bboxes_at(ctx, time, boxes); },
+      [&](double time, GMathBbox3<float>* boxes) {
+        gas_compute_bboxes_at<GetLeafBboxesAtTask>(ctx, *this, kept_count, time, boxes);
+      },
       [&](uint sample, std::span<const GMathBbox3<float>> boxes, AppProgressBar* progress) {
         return data.refit.update_sample(sample, boxes, progress);
       });

@@ -66,7 +66,6 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
   u64 get_own_bytes() const { return get_primitive_array_bytes(); }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
-  void compute_bboxes_at(const CtxEval& ctx, double time, GMathBbox3<float>* boxes) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 };
