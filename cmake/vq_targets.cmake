@@ -8,6 +8,11 @@ function(vq_add_library name)
   add_library(${name} SHARED ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC ${ARG_LINK} Threads::Threads PRIVATE vq_options)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/host)
+  # A symbol of a library that is missing in the link list is an error here and not in the program that loads this one.
+  # Sanitizers leave their own symbols to the program.
+  if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT VQ_SANITIZE)
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+  endif()
 endfunction()
 
 # vq_add_program(NAME SOURCES a.cpp … LINK library …): a program under bin/.
