@@ -5,7 +5,6 @@
 #include <array>
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -17,6 +16,7 @@ constexpr char interrupted_line[] = "vqgas: interrupted\n";
 std::atomic<int> arrived_signal{0};
 std::atomic<AppBase*> current_application{nullptr};
 std::atomic<int> running_handlers{0};
+std::atomic<bool> is_reported{false};
 struct FileSlot {
   std::atomic<bool> is_taken{false};
   std::atomic<bool> is_set{false};
@@ -30,13 +30,18 @@ void write_error(const char* text, std::size_t size) {
   [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, size);
 }
 
+/// Once: a second signal may arrive after the main thread has written the line.
+void write_interrupted_line() {
+  if (!is_reported.exchange(true)) write_error(interrupted_line, sizeof(interrupted_line) - 1);
+}
+
 [[noreturn]] void end_at_once(int signal_number) {
   for (const FileSlot& file : unfinished_files) {
     if (file.is_set.load()) unlink(file.path.data());
   }
   constexpr char clear_line[] = "\r\033[K";
   if (isatty(STDERR_FILENO)) write_error(clear_line, sizeof(clear_line) - 1);
-  write_error(interrupted_line, sizeof(interrupted_line) - 1);
+  write_interrupted_line();
   _exit(128 + signal_number);
 }
 
@@ -70,7 +75,7 @@ void throw_if_interrupted() {
 }
 
 int report_interrupt() {
-  std::fputs(interrupted_line, stderr);
+  write_interrupted_line();
   return 128 + arrived_signal.load();
 }
 
