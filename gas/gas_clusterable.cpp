@@ -8,7 +8,7 @@ namespace {
 
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY};
 
-// Known to the host by name from the moment the library is loaded.
+// Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasClusterable::class_info();
 
 }  // namespace

@@ -15,23 +15,23 @@ template class GasBvhGeometry<GasFur, GasClusterable>;
 
 namespace {
 
-constexpr uint parallel_primitives = 1024;  // from here on boxes and spaces are computed in tasks
+constexpr uint parallel_primitives = 1024;  // from this number on boxes and spaces are computed in tasks
 
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEGIN, EVT_ID_GAS_BUILD_END,
                                             EVT_ID_GAS_MOTION_DIRTY};
 
-// Known to the host by name from the moment the library is loaded.
+// Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasFur::class_info();
 
-/// How much of a ray of this type a hit on the material stops. Camera rays weigh nothing and shadow rays everything:
-/// for those the host's shading decides what a fibre lets through.
+/// The weight of a hit on the material for a ray of this type: the share of light it stops. 0 for camera rays and 1 for
+/// shadow rays: for these the host's shading computes what a curve transmits.
 double get_hit_weight(const Material* material, uint type) {
   if (type == GMathRay::camera) return 0.0;
   if (type == GMathRay::shadow || material == nullptr) return 1.0;
   return (material->kind_mask >> (type & 31u) & 1u) != 0 ? 1.0 - material->transparency : 1.0;
 }
 
-// What the split strategy calls.
+// Callbacks of the split strategy.
 GMathBbox3<float> measure_set(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space, void* owner,
                               SysThreadManager* threads) {
   return GasFur::compute_space_bbox(items, space, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
@@ -42,13 +42,13 @@ void measure_items(const CoreBasicArray<uint>& items, const GMathLinearSpace3<fl
   GasFur::compute_space_bboxes(items, space, boxes, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
 }
 
-/// What the refit asks for the boxes of oriented lanes.
+/// Callback of the refit, for the boxes of oriented lanes.
 GMathBbox3<float> measure_at(const CoreBasicArray<uint>& items, const GMathLinearSpace3<float>& space, void* owner,
                              SysThreadManager* threads) {
   return GasFur::compute_space_bbox_at(items, space, static_cast<GasFur::ComputeSpaceBboxesData*>(owner), threads);
 }
 
-/// Any leaf of more than one primitive.
+/// True if a leaf has more than one primitive.
 bool has_large_leaf(const GasBvh<4>& tree) {
   const auto is_large = [](BvhChildRef ref) { return ref.is_leaf() && ref.get_count() > 1; };
   bool found = is_large(tree.root);
@@ -95,10 +95,10 @@ void GasFur::clear() {
 struct GasFur::Primitives {
   CoreAlignedArray<GMathBbox3<float>> boxes;
   CoreAlignedArray<GMathLinearSpace3<float>> spaces;
-  CoreVector<uint> valid;  ///< in increasing order: what the tree is built over
+  CoreVector<uint> valid;  ///< the primitives with finite boxes, in increasing order; the items of the tree
 };
 
-/// Boxes and spaces of a slice of the primitives at rest.
+/// Computes static boxes and spaces of a slice of the primitives.
 class GasFur::StaticBboxTask final : public GasTask {
  public:
   const CtxEval* ctx = nullptr;
@@ -112,7 +112,7 @@ class GasFur::StaticBboxTask final : public GasTask {
     measure(ctx->get_or_create_thread_ctx(thread_index), *geometry, first, end, *primitives, valid, progress);
   }
 
-  /// In pieces short enough for a user who asks to stop.
+  /// In pieces, so that a stop request takes effect after at most 16384 primitives.
   static void measure(const CtxEval& ctx, const GeometryObject& geometry, uint first, uint end, Primitives& primitives,
                       CoreVector<uint>& valid, AppProgressBar* progress) {
     constexpr uint piece_length = 16384;
@@ -193,7 +193,8 @@ void GasFur::build_tree(const CtxEval& build_ctx, const Primitives& primitives, 
                                    progress);
 }
 
-/// A group that the geometry does not name can be hit, if the query's table knows it, but not counted.
+/// A primitive in a group that the geometry does not list can be hit if the query's table has links for the group, but
+/// it is not counted for frustum queries.
 void GasFur::count_groups() {
   const uint group_count = geometry->get_shading_groups().get_count();
   group_primitive_counts = CoreBasicArray<uint>(group_count);
@@ -219,7 +220,7 @@ void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, Geometr
   };
   gas_test_primitive(query, geometry, primitive, group, describe, [&] {
     const double outer_weight = query.hit_weight;
-    // One ray but for a tree that is a single leaf, which gets the whole packet; the rays may be of different types.
+    // Usually one ray. A tree that is a single leaf gets the whole packet, whose rays may be of different types.
     const uint first = query.first_ray, last = query.last_ray;
     for (uint ray = first; ray <= last && ray < query.ray_count; ++ray) {
       query.first_ray = query.last_ray = ray;
@@ -251,7 +252,8 @@ void GasFur::leaf_frustum_hit_callback(const CtxEval& ctx, CtxShader& shader, Ge
   }
 }
 
-/// Boxes of a slice of the primitives at one sample time, in pieces short enough for a user who asks to stop.
+/// Computes the boxes of a slice of the primitives at one sample time, in pieces: a stop request takes effect after at
+/// most 4096 primitives.
 class GasFur::MotionBboxTask final : public GasBboxesAtTask<GasFur> {
  public:
   void measure(const CtxEval& thread_ctx) const override {
@@ -266,7 +268,7 @@ class GasFur::MotionBboxTask final : public GasBboxesAtTask<GasFur> {
 
 void GasFur::update_samples(const CtxEval& query_ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {
   ComputeSpaceBboxesData measured{&query_ctx, geometry, 0.0};
-  // Most of the time goes into the oriented lanes, which have each primitive measured once a level.
+  // Most of the time goes into oriented lanes: every primitive is measured for each oriented node above it.
   constexpr double box_share = 0.1;
   refit_from_boxes(
       query_ctx, motion_blur, data, primitive_count, box_share,

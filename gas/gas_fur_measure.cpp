@@ -1,4 +1,4 @@
-// How the curve structure measures primitives: the geometry answers for boxes and spaces one primitive at a time.
+// Measures the primitives of GasFur: the geometry computes boxes and spaces, one primitive at a time.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -16,7 +16,7 @@ namespace {
 
 const EventDeclaration declared_events[] = {EVT_ID_GEOMETRY_CHANGE};
 
-constexpr uint parallel_measures = 16384;  // fewer are measured in a space faster than threads wake up
+constexpr uint parallel_measures = 16384;  // fewer are measured faster than threads wake up
 
 bool is_finite(const GMathBbox3<float>& box) {
   for (uint axis = 0; axis < 3; ++axis) {
@@ -30,7 +30,7 @@ const CtxEval& get_own_ctx(const CtxEval& ctx) {
   return index < ctx.get_thread_ctx_count() ? ctx.get_or_create_thread_ctx(index) : ctx;
 }
 
-/// Part of a range of items.
+/// A slice of the items.
 template <class Function>
 class MeasureTask final : public GasTask {
  public:
@@ -39,7 +39,7 @@ class MeasureTask final : public GasTask {
   void work(const uint& /*thread_index*/) override { (*function)(first, end, part); }
 };
 
-/// Calls function(first, end, part) for parts of `count` items that are `slice` long, on the threads.
+/// Calls function(first, end, part) for slices of `count` items in tasks; `part` is the number of the slice.
 template <class Function>
 void run_in_parts(uint count, uint slice, SysThreadManager& threads, const Function& function) {
   SysThreadTaskManager manager(threads);
@@ -53,13 +53,13 @@ bool is_parallel(uint count, const SysThreadManager* threads) {
   return threads != nullptr && count >= parallel_measures && threads->get_max_thread_count() >= 2;
 }
 
-/// What is known of items that cannot be measured for want of memory.
+/// The box used if there is no memory to measure items: the largest finite one.
 GMathBbox3<float> get_everything() {
   constexpr float most = std::numeric_limits<float>::max();
   return {{-most, -most, -most}, {most, most, most}};
 }
 
-/// The union of measure(ctx, item) over all items.
+/// The union of measure(ctx, item) for all items.
 template <class Measure>
 GMathBbox3<float> unite(const CoreBasicArray<uint>& items, const GasFur::ComputeSpaceBboxesData& data,
                         SysThreadManager* threads, const Measure& measure) {

@@ -17,7 +17,7 @@ namespace {
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GEOMETRY_CHANGE, EVT_ID_GEOMETRY_TOPOLOGY_CHANGE,
                                             EVT_ID_GEOMETRY_SHADING_GROUP_CHANGE};
 
-// Known to the host by name from the moment the library is loaded.
+// Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBase::class_info();
 
 constexpr uint from_alt = 1, also_from_extra = 2;  // a group's flag bits
@@ -39,7 +39,7 @@ const CoreClassInfo& GasGeometryBase::class_info() {
   return info;
 }
 
-/// Which primitives each object is asked for.
+/// The primitives to measure, for each object.
 struct GasGeometryBase::ObjectLists {
   struct List {
     const GeometryObject* object = nullptr;
@@ -52,7 +52,7 @@ struct GasGeometryBase::ObjectLists {
   }
 };
 
-/// One slice of one list. Writes where the slice would stand if nothing were dropped.
+/// Measures a slice of a list. Writes to the positions that the slice has if no primitive is dropped.
 class GasGeometryBase::BboxTask final : public GasTask {
  public:
   const CtxEval* ctx = nullptr;
@@ -71,7 +71,7 @@ class GasGeometryBase::BboxTask final : public GasTask {
   }
 };
 
-/// compute_bboxes() in pieces short enough for a user who asks to stop.
+/// compute_bboxes() in pieces, so that a stop request takes effect after at most 16384 primitives.
 uint GasGeometryBase::compute_slice(const CtxEval& ctx, const GeometryObject& object, const uint* indices,
                                     uint first_step, uint count, GMathBbox3<float>* boxes, uint* kept,
                                     AppProgressBar* progress) {
@@ -107,7 +107,7 @@ bool GasGeometryBase::init_primitives(const CtxEval& ctx, const GeometryObject* 
                                       CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress) {
   const uint group_count = new_base_geometry->get_shading_groups().get_count();
   const bool grouped = new_alt_geometry != nullptr || new_extra_geometry != nullptr;
-  // Before anything is stored: a refused call must leave a structure that still answers for its former geometry.
+  // Before anything is stored: if the call is refused, the structure still needs its former geometries.
   if (grouped && group_flags.get_count() != group_count) return false;
 
   base_geometry = new_base_geometry;
@@ -155,7 +155,7 @@ bool GasGeometryBase::is_whole_copy_of(const GasGeometryBase& other) const {
          primitives.get_count() == other.primitives.get_count();
 }
 
-/// One geometry supplies everything: all primitives in their own order.
+/// One geometry supplies all primitives, in their own order.
 void GasGeometryBase::list_all(const CtxEval& ctx, ObjectLists& lists, AppProgressBar* progress) {
   const uint count = base_geometry->get_primitive_count();
   const AppProgressScope stage(progress, "List primitives", 0.2, count);
@@ -183,8 +183,8 @@ void GasGeometryBase::sort_by_group(const CtxEval& ctx, std::vector<CoreVector<u
   }
 }
 
-/// Each group's flags say which geometry supplies it; the lists are in group order. A group whose flags name a geometry
-/// that was not given has no primitives there.
+/// The flags of each group select the geometries that supply it; the lists are in group order. A group whose flags
+/// select a geometry that is null has no primitives there.
 void GasGeometryBase::list_by_groups(const CtxEval& ctx, ObjectLists& lists, const CoreBasicArray<uint>& group_flags,
                                      AppProgressBar* progress) {
   const uint group_count = group_flags.get_count();
@@ -258,7 +258,7 @@ void GasGeometryBase::compute_parallel(const CtxEval& ctx, const ObjectLists& li
   }
   gas_run_tasks(manager, tasks);
 
-  // Each slice's kept primitives move down over what earlier slices dropped; memmove, for they may overlap.
+  // Closes the gaps that dropped primitives left; memmove, because source and destination may overlap.
   uint end = 0;
   for (uint k = 0, task = 0; k < 3; ++k) {
     for (; task < task_ends[k]; ++task) {

@@ -1,13 +1,12 @@
 // gas/gas_geometry_base.h
 //
-// What the mesh structures share: turning the host's geometry into a tree builder's input. Every usable primitive gets
-// one position, where its box and its index stand:
+// Shared by the mesh structures: makes a tree builder's input from the host's geometry. Every usable primitive gets one
+// position, the index of its box and of its number in the arrays:
 //
 //   position   0 .. geometry_count-1 | .. geometry_alt_end-1 | ..
 //   owner      geometry              | alt_geometry          | extra_geometry
 //
-// Flags per shading group say where its primitives come from: bit 0, from alt_geometry instead of geometry; bit 1, from
-// extra_geometry as well.
+// One flag word per shading group. Bit 0: alt_geometry replaces geometry. Bit 1: extra_geometry adds its primitives.
 #pragma once
 #include <vector>
 
@@ -23,18 +22,24 @@ class GasGeometryBase : public GasClusterable {
 
   class BboxTask;
 
-  /// Asks `object` for the box of each of the `count` primitives in `indices`. Those whose six bounds are finite and in
-  /// order are written, rounded to single precision, one after the other to `boxes`, with their indices to `kept`; the
-  /// others are dropped. Steps the bar to first_step + 1 + position after each. Returns how many were kept.
+  /// Computes the boxes of `count` primitives of `object`, rounded to single precision. A primitive whose box is not
+  /// finite or inverted is dropped; the others are stored without gaps. Any number of threads, each with its own
+  /// context. O(count).
+  /// @param indices     [count] primitives
+  /// @param first_step  the bar is stepped to first_step + 1, first_step + 2, ...
+  /// @param boxes       [count], the first of them written: those of the kept primitives
+  /// @param kept        [count], the first of them written: the numbers of the kept primitives
+  /// @param progress    may be null
+  /// @return number of kept primitives
   static uint compute_bboxes(const CtxEval& ctx, const GeometryObject& object, const uint* indices,
                              const uint& first_step, const uint& count, GMathBbox3<float>* boxes, uint* kept,
                              AppProgressBar* progress);
 
-  /// Kept primitives, all owners together. 0 before the structure was built.
+  /// Number of primitives in the tree, of all owners. 0 before the first build. Thread-safe between builds, O(1).
   uint get_kept_count() const { return kept_count; }
-  /// Primitives that were asked for; what is missing in get_kept_count() had no usable box.
+  /// Number of primitives of the last create(). Those not in get_kept_count() had no usable box.
   uint get_candidate_count() const { return candidate_count; }
-  /// Whether anything in the structure moves. If not, queries with times answer as those at rest, at the same speed.
+  /// True if a geometry has motion. If not, motion queries return the static hits at the speed of static queries.
   bool get_has_motion() const { return has_motion; }
 
  protected:
@@ -44,38 +49,36 @@ class GasGeometryBase : public GasClusterable {
   GasGeometryBase& operator=(const GasGeometryBase&) = default;
   GasGeometryBase& operator=(GasGeometryBase&&) = default;
 
-  /// Fills the fields below and `boxes`, one box per kept primitive. In slices on the application's threads,
-  /// and dropped primitives are then reported once, as a warning; with a context that is one thread's own on the
-  /// calling thread, and silently. Throws std::bad_alloc, and AppStopped when the application asks to stop.
-  /// @param group_flags  one word per shading group of base_geometry; looked at only when there is a third or fourth
-  ///                     geometry
-  /// @return false, with everything as it was, when group_flags has another size; true otherwise, also when no
-  ///         primitive is left
+  /// Fills the fields below and `boxes`, one box per kept primitive. With a top-level context in tasks on the
+  /// application's threads, and dropped primitives are logged once as a warning; with the context of one thread on the
+  /// calling thread, without a warning. Throws std::bad_alloc, and AppStopped if the application requests a stop.
+  /// @param group_flags  [shading group of base_geometry]; read only if alt_geometry or extra_geometry is given
+  /// @return false, with nothing changed, if group_flags has another size; else true, also if no primitive is left
   bool init_primitives(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
                        const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
                        const CoreBasicArray<uint>& group_flags, CoreVector<GMathBbox3<float>>& boxes,
                        AppProgressBar* progress);
 
-  /// Who owns the primitive at `position`.
+  /// The geometry that owns the primitive at `position`.
   const GeometryObject* get_owner(uint position) const {
     if (position < geometry_count) return geometry;
     return position < geometry_alt_end ? alt_geometry : extra_geometry;
   }
   uint get_primitive(uint position) const { return primitives.is_empty() ? position : primitives[position]; }
-  /// Whether `position` is its primitive's own index for all primitives of base_geometry.
+  /// True if every primitive of base_geometry was kept at the position that equals its number.
   bool is_identity_order() const;
-  /// Of both arrays.
+  /// Bytes of group_primitive_counts and primitives.
   u64 get_primitive_array_bytes() const;
   void clear_primitives();
-  /// False when there was no memory for a copy's arrays.
+  /// False if there was no memory to copy an array of `other`.
   bool is_whole_copy_of(const GasGeometryBase& other) const;
 
   const GeometryObject* base_geometry = nullptr;  ///< defines primitives and shading groups
   const GeometryObject* geometry = nullptr;
   const GeometryObject* alt_geometry = nullptr;
   const GeometryObject* extra_geometry = nullptr;
-  CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] candidates; a group taken twice counts twice
-  CoreBasicArray<uint> primitives;              ///< index of the primitive at each position
+  CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] candidates; with extra_geometry counted twice
+  CoreBasicArray<uint> primitives;              ///< [position] primitive; empty: the position is the primitive
   uint geometry_count = 0;
   uint geometry_alt_end = 0;
   u8 has_motion = 0;

@@ -16,14 +16,14 @@ namespace {
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEGIN, EVT_ID_GAS_BUILD_END,
                                             EVT_ID_GAS_MOTION_DIRTY};
 
-// Known to the host by name from the moment the library is loaded.
+// Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBvh4::class_info();
 
-/// (1 - fraction) a + fraction b in double precision, rounded to single. A call of its own: where the caller widens the
-/// result in the same function, g++ 12 packs both conversions of the last two bounds into none.
+/// (1 - fraction) a + fraction b in double precision, rounded to single. Not inlined: if the caller converts the result
+/// back to double in the same function, g++ 12 drops the rounding of the last two bounds.
 [[gnu::noinline]] GMathBbox3<float> blend_in_double(const GMathBbox3<float>& a, const GMathBbox3<float>& b,
                                                     double fraction) {
-  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // also where the other one is infinite
+  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // exact, also if the other is infinite
   const auto blend = [&](double x, double y) { return static_cast<float>(x * (1.0 - fraction) + y * fraction); };
   GMathBbox3<float> box;
   for (uint axis = 0; axis < 3; ++axis) {
@@ -44,14 +44,14 @@ struct GasGeometryBvh4::Leaf {
     if constexpr (indexed) primitive = structure.primitives[position];
     if constexpr (many_owners) owner = structure.get_owner(position);
   }
-  /// The scene-wide group.
+  /// Number of the group in the whole scene.
   uint get_group(uint offset) const {
     return one_group ? offset : owner->get_primitive_shading_group(primitive) + offset;
   }
 
   static void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                       const CoreBasicArray<uint>& leaf, void* user) {
-    // The tree is built with one primitive a leaf.
+    // Every leaf of this tree has one primitive.
     const Leaf at(*static_cast<const GasGeometryBvh4*>(user), *leaf.get_items());
     gas_test_primitive(
         query, at.owner, at.primitive, at.get_group(query.shading_group_offset), [](const ShadingGroupLinks&) {},
@@ -95,7 +95,7 @@ void GasGeometryBvh4::clear() {
 
 bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_geometry,
                              const GeometryObject* new_geometry, AppProgressBar* progress) {
-  // Flags are looked at only when there is a third or fourth geometry.
+  // Flags are read only if alt_geometry or extra_geometry is given.
   return create(ctx, new_base_geometry, new_geometry, nullptr, nullptr, CoreBasicArray<uint>(), progress);
 }
 
@@ -136,8 +136,8 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
 }
 
-/// Whether every primitive is in group 0, so that leaves need not ask. The primitives are asked one by one: a geometry
-/// of one group may still name others, which the query's table then knows or not.
+/// True if every primitive is in group 0: leaves then need no lookup. Checks each primitive, because a geometry that
+/// lists one group may still return others.
 bool GasGeometryBvh4::is_one_group(const CtxEval& ctx) const {
   for (uint position = 0; position < kept_count; ++position) {
     gas_check_stop(ctx.get_application(), position);
@@ -155,7 +155,7 @@ void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
   leaf_functions = is_one_group(ctx) ? choose.operator()<true>() : choose.operator()<false>();
 }
 
-/// Boxes of a slice of the primitives at one sample time.
+/// Computes the boxes of a slice of the primitives at one sample time.
 class GasGeometryBvh4::GetLeafBboxesAtTask final : public GasBboxesAtTask<GasGeometryBvh4> {
  public:
   void measure(const CtxEval& thread_ctx) const override {
@@ -170,7 +170,7 @@ GMathBbox3<float> GasGeometryBvh4::compute_bbox_at(const CtxEval& ctx, double ti
   const GeometryObject& object = *get_owner(position);
   const uint primitive = get_primitive(position);
   const GMathBbox3<double> box = object.get_primitive_bbox_at(ctx, time, primitive);
-  // A primitive is in the tree because its box at rest was usable, and it never drops out for what it does later.
+  // The primitive is in the tree because its static box was valid; that box replaces an invalid one at this time.
   return GMathBbox3<float>(gmath_is_valid_box(box) ? box : object.get_primitive_bbox(ctx, primitive));
 }
 

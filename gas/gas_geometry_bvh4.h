@@ -1,14 +1,13 @@
 // gas/gas_geometry_bvh4.h
 //
-// The structure over a mesh: an axis-aligned four-wide tree with one primitive a leaf. This file is wiring: boxes from
-// gas_geometry_base.h, the tree and its kernels from gas/bvh, and leaf functions that find a leaf's primitive and let
-// its geometry test it.
+// The structure over a mesh: an axis-aligned four-wide tree with one primitive per leaf. gas_geometry_base.h supplies
+// the boxes, gas/bvh the tree and its kernels, the geometry tests its primitives. Here they are connected:
 //
 //   leaf -> position -> primitive, owner -> shading of its group -> owner's ray test -> the query's push_intersection
 //
-// Under motion blur the tree is refitted to the boxes at the description's sample times and rays see them blended in
-// between. A primitive is surely found while it moves in a straight line from sample to sample, and at times within
-// the shutter.
+// Under motion blur the tree is refitted to the boxes at the sample times of the description; rays see boxes blended
+// between two samples. A primitive is always found if it moves in straight lines between samples and the ray's time is
+// within the shutter.
 #pragma once
 #include "gas/gas_geometry_base.h"
 #include "gas/structure/gas_bvh_geometry.h"
@@ -19,43 +18,42 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
   GasGeometryBvh4();
-  /// A copy has a deep copy of the tree and no motion data; it answers queries as the source does. Without memory it is
-  /// empty.
+  /// Copies the tree, but no motion data; the copy answers queries as the source does. Empty if there is no memory.
   GasGeometryBvh4(const GasGeometryBvh4& other);
   GasGeometryBvh4& operator=(const GasGeometryBvh4& other);
   ~GasGeometryBvh4() override;
 
   class GetLeafBboxesAtTask;
 
-  /// Builds the structure over the primitives of up to three geometries, replacing whatever it held. The geometries
-  /// must outlive it. Primitives without a usable box (not finite, or inverted) are left out; a build by
-  /// a top-level context reports them once through the log. A structure of which nothing is left is empty and answers
-  /// every query with nothing.
+  /// Builds the structure over the primitives of up to three geometries and replaces its former content. The geometries
+  /// must outlive it. Primitives whose box is not finite or inverted are left out; with a top-level context one warning
+  /// is logged. Without primitives the structure is empty: queries find nothing.
   ///
-  /// @param ctx             asks the geometries for their boxes, on the threads of its application
+  /// @param ctx             evaluates the boxes, on the threads of its application
   /// @param base_geometry   defines the primitives and their shading groups; not null
   /// @param geometry        supplies boxes and tests of the groups whose flag bit 0 is clear; not null
   /// @param alt_geometry    supplies the groups whose flag bit 0 is set; may be null
-  /// @param extra_geometry  supplies a second copy of the groups whose flag bit 1 is set; may be null
-  /// @param group_flags     one word per shading group; must have that size when there is a third or fourth geometry
-  /// @param progress        gets two tasks of weight 0.5 and lends the threads of its application to the tree's build;
-  ///                        null: no progress, and the tree is built on the calling thread
-  /// @return false, and the structure as it was, when group_flags has the wrong size. True otherwise: also when memory
-  ///         ran out (reported through the log) or the application asked to stop, and the structure is then empty
-  /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
+  /// @param extra_geometry  adds its own primitives of the groups whose flag bit 1 is set; may be null
+  /// @param group_flags     [shading group]; read only if alt_geometry or extra_geometry is given
+  /// @param progress        gets two tasks of weight 0.5; the tree is built on the threads of its application. Null: no
+  ///                        progress, the tree is built on the calling thread
+  /// @return false, and the structure unchanged, if group_flags has the wrong size; else true. The structure is empty
+  ///         if there was no memory (a warning is logged) or the application requested a stop
+  /// Threads: one call at a time, no query meanwhile. Same input, same tree, for any number of threads.
   /// Cost: O(n log n) time. The tree takes 66 bytes a triangle on a mesh of 70 thousand and 35 on one of 870 thousand:
+  /// only nodes from the tenth level on are quantized. Under motion blur each sample adds its boxes.
   /// only nodes from the tenth level on are stored in the small form. Under motion blur each sample adds its boxes.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
               const CoreBasicArray<uint>& group_flags, AppProgressBar* progress);
-  /// The same with one geometry for all groups. An ordinary mesh is passed as both.
+  /// The same with one geometry for all groups; usually the same as `base_geometry`.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               AppProgressBar* progress);
 
  private:
   friend GasBvhGeometry;
   friend GasBvhStructure;
-  /// A leaf's primitive and the geometry that owns it. Each layout looks up only what it must.
+  /// A leaf's primitive and the geometry that owns it. Each variant looks up only what can differ between leaves.
   template <bool indexed, bool many_owners, bool one_group>
   struct Leaf;
 

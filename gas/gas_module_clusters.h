@@ -1,9 +1,10 @@
 // gas/gas_module_clusters.h
 //
-// How the host's scene objects let their structures be cut: the table for objects over structures of this library.
+// Connects the host's scene objects to the clusters of this library's structures.
 #pragma once
 #include "vq_module/module_scene_object.h"
 
-/// For objects whose structure is a GasClusterable: forwards to it. Other structures stay whole; an object without a
-/// structure has no clusters. Lives as long as the program.
+/// The cluster functions for an object over `structure`: those of the structure if it is a GasClusterable, else those
+/// that make it one cluster. An object without a structure has no clusters. The result lives as long as the program.
+/// Thread-safe, O(1).
 const ModuleClusterFunctions& gas_get_cluster_functions(const GasObject* structure);

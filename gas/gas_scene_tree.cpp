@@ -21,24 +21,24 @@ namespace {
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEGIN, EVT_ID_GAS_BUILD_END,
                                             EVT_ID_GAS_MOTION_DIRTY};
 
-// Known to the host by name from the moment the library is loaded.
+// Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasSceneTree::class_info();
 
-/// How objects are cut. A single one decides by itself.
-struct ClusterWishes {
+/// Arguments of get_clusters() for all objects. With a count of 0 a single object is one cluster.
+struct ClusterRequest {
   uint count = 0;
   float ratio = 0.0f;
-  explicit ClusterWishes(uint object_count)
+  explicit ClusterRequest(uint object_count)
       : count(object_count > 1 ? 1024 : 0), ratio(object_count > 1 ? 0.3f : 0.0f) {}
 };
 
-/// Whether a finite place and no flattening can be had from the matrix.
-bool is_placed(const GMathMatrix4x4<double>& matrix) {
+/// True if the matrix is finite and invertible.
+bool is_invertible(const GMathMatrix4x4<double>& matrix) {
   const double determinant = matrix.get_determinant();
   return determinant != 0.0 && gmath_isfinited(determinant);
 }
 
-/// Tasks for at most four slices a thread, each of the same length.
+/// Length of a slice: at most four slices per thread.
 uint get_slice_length(const AppBase& app, uint count) {
   const uint task_count = std::min(4 * app.get_max_thread_count(), count);
   return task_count > 0 ? (count + task_count - 1) / task_count : 1;
@@ -101,7 +101,7 @@ u64 GasSceneTree::get_own_bytes() const {
          u64{leaf_objects.get_count()} * (sizeof(void*) + sizeof(uint));
 }
 
-/// Every refit is reported, however small.
+/// Reports every refit, however small.
 void GasSceneTree::report_growth(u64 /*old_size*/, u64 /*new_size*/) const {
   gas_try([&] { advert_memory_changed(); });
 }
@@ -117,12 +117,12 @@ CoreBasicArray<void*> GasSceneTree::get_object_clusters(uint accepted) const {
   return CoreBasicArray<void*>::make_view(leaf_clusters.get_items() + first_leaves[accepted], cluster_counts[accepted]);
 }
 
-/// Asks a slice of the objects for their clusters. Writes only their own lists.
+/// Gets the clusters of a slice of the objects. Writes only the lists of these objects.
 class GasSceneTree::GasSceneTreeCheckTask final : public GasTask {
  public:
   const GasSceneTree* scene = nullptr;
   CoreVector<void*>* lists = nullptr;  ///< [object]
-  ClusterWishes wishes{0};
+  ClusterRequest request{0};
   const AppBase* app = nullptr;
   uint first = 0, end = 0;
   AppProgressBar* progress = nullptr;
@@ -131,16 +131,16 @@ class GasSceneTree::GasSceneTreeCheckTask final : public GasTask {
     for (uint index = first; index < end; ++index) {
       app->check_stop();
       ModuleSceneObject* object = scene->objects[index];
-      if (object != nullptr && object->get_primitive_count() != 0.0 && is_placed(object->get_global_matrix())) {
-        object->get_cluster_functions().get_clusters(object, scene->get_override(index), lists[index], wishes.count,
-                                                     wishes.ratio);
+      if (object != nullptr && object->get_primitive_count() != 0.0 && is_invertible(object->get_global_matrix())) {
+        object->get_cluster_functions().get_clusters(object, scene->get_override(index), lists[index], request.count,
+                                                     request.ratio);
       }
       if (progress != nullptr) progress->step(index + 1);
     }
   }
 };
 
-/// World boxes and weights of the leaves of a slice of the accepted objects, and sums over these objects.
+/// Computes world boxes and weights of the leaves of a slice of the accepted objects, and sums over these objects.
 class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
  public:
   const GasSceneTree* scene = nullptr;
@@ -173,7 +173,7 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
 
 void GasSceneTree::create(const AppBase& app, const CoreBasicArray<ModuleSceneObject*>& new_objects,
                           const CoreBasicArray<GeometryOverride*>& new_overrides, AppProgressBar* progress) {
-  // Without memory for the new ones the former must not stay: they may be gone.
+  // Without memory for the new objects the former ones are removed too: they may no longer exist.
   if (!objects.assign(new_objects.get_items(), new_objects.get_count()) ||
       !overrides.assign(new_overrides.get_items(), new_overrides.get_count())) {
     objects.remove_all();
@@ -222,7 +222,7 @@ void GasSceneTree::check_objects(const AppBase& app, ClusterLists& lists, AppPro
   gas_run_slices_in(tasks, manager, count, length, [&](GasSceneTreeCheckTask& task) {
     task.scene = this;
     task.lists = lists.get_items();
-    task.wishes = ClusterWishes(objects.get_count());
+    task.request = ClusterRequest(objects.get_count());
     task.app = &app;
     task.progress = progress;
   });
@@ -281,5 +281,5 @@ void GasSceneTree::build_tree(const AppBase& app, const CoreArray<GMathBbox3<flo
   split_ctx.item_weights = weight_bits.get_items();
   split_ctx.application = &app;
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
-  tree.drop_item_weight_bits();  // a scene is not cut into clusters
+  tree.drop_item_weight_bits();  // only clusters need them, and a scene has none
 }

@@ -2,20 +2,20 @@
 //
 // The structure over a scene: a four-wide tree whose leaves are clusters of the objects' own structures.
 //
-//   objects[ ]            as the caller gave them, null entries allowed
-//   object_indices[a]     accepted object a  -> its place in objects[ ]
-//   cluster_counts[a]                        -> how many leaves it has
-//   first_leaves[a]                          -> the first of them
-//   leaf_clusters[leaf]   -> the object's handle of the cluster      leaves of one object lie next to each other
-//   leaf_objects[leaf]    -> accepted object
+//   objects[ ]            as passed to create(), null entries included
+//   object_indices[a]     index in objects[ ] of accepted object a
+//   cluster_counts[a]     number of its leaves
+//   first_leaves[a]       the first of them; the leaves of one object are adjacent
+//   leaf_clusters[leaf]   the object's handle of the cluster
+//   leaf_objects[leaf]    accepted object
 //
-// A query that reaches a leaf goes on in the object's space, in a nested record of the thread, restricted to the
-// cluster. Distances are the same in all spaces, because directions are carried over without being normalised. Under
-// motion blur the tree is refitted to the objects' matrices and boxes at the description's sample times, and each ray
-// gets its object's matrix blended, entry by entry, to its own time.
+// At a leaf the query continues in the object's space, in a nested record of the thread, restricted to the cluster.
+// Distances are the same in all spaces, because directions are transformed but not normalized. Under motion blur the
+// tree is refitted to the objects' matrices and boxes at the sample times of the description; each ray gets the
+// object's matrix blended, entry by entry, to its own time.
 //
-// Boxes are blended in straight lines too. Where a shape deforms within an object that turns they grow so far that the
-// blend holds everything in between (gas_world_bbox.h).
+// World boxes are blended linearly too. Where a shape deforms while its object turns they are enlarged, so that the
+// blend holds all positions between two samples (gas_world_bbox.h).
 #pragma once
 #include "gas/structure/gas_bvh_structure.h"
 #include "vq_core/core_array.h"
@@ -37,10 +37,10 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
-  /// An empty scene, which answers every query with nothing.
+  /// An empty scene: queries find nothing.
   GasSceneTree();
-  /// A copy has deep copies of the arrays and the tree and no motion data; it answers queries as the source does.
-  /// Without memory it is empty.
+  /// Copies the arrays and the tree, but no motion data; the copy answers queries as the source does. Empty if there is
+  /// no memory.
   GasSceneTree(const GasSceneTree& other);
   GasSceneTree& operator=(const GasSceneTree& other);
   ~GasSceneTree() override;
@@ -49,34 +49,36 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   class GasSceneTreeBboxTask;
   class UpdateObjectMotionTask;
 
-  /// Builds the tree, replacing whatever it held. Objects, overrides and the objects' structures must outlive it. Left
-  /// out without a word are null objects, objects without primitives, objects whose matrix is singular or not finite,
-  /// and objects without clusters. Where memory runs out (reported through the log), or the application asks to stop,
-  /// the scene is empty.
+  /// Builds the tree and replaces its former content. Objects, overrides and the objects' structures must outlive it.
+  /// Left out without a message: null objects, objects without primitives, objects whose matrix is not invertible or
+  /// not finite, and objects without clusters. The scene is empty if there was no memory (a warning is logged) or the
+  /// application requested a stop.
   ///
-  /// @param app        lends its threads
-  /// @param overrides  what instances replace of their objects, by the objects' indices; entries may be null, and
-  ///                   missing ones count as null
-  /// @param progress   gets "check objects" (0.4) and twice "create tree" (0.3 each), and lends the threads of its
-  ///                   application to the tree's build; null: no progress, and the tree is built on the calling thread
-  /// Threads: one call at a time, and not while queries run. Same input, same tree, for any number of threads.
+  /// @param app        runs the tasks
+  /// @param objects    null entries are allowed
+  /// @param overrides  [object] attributes that an instance replaces; null or missing entries replace nothing
+  /// @param progress   gets "check objects" (0.4) and twice "create tree" (0.3 each); the tree is built on the threads
+  ///                   of its application. Null: no progress, the tree is built on the calling thread
+  /// Threads: one call at a time, no query meanwhile. Same input, same tree, for any number of threads.
+  /// Cost: O(n log n) time over n clusters, plus the clusters and weights of each object. The tree and its
+  /// arrays take 53 bytes a cluster in a scene of 260 thousand.
   void create(const AppBase& app, const CoreBasicArray<ModuleSceneObject*>& objects,
               const CoreBasicArray<GeometryOverride*>& overrides, AppProgressBar* progress);
   void create(const AppBase& app, const CoreBasicArray<ModuleSceneObject*>& objects, AppProgressBar* progress);
 
-  /// As given to create().
+  /// The objects as passed to create(). Like all getters below: thread-safe between builds, O(1) unless said.
   const CoreArray<ModuleSceneObject*>& get_objects() const { return objects; }
-  /// Sums over the accepted objects. As doubles: they may pass 2^32 many times over.
+  /// Sums over the accepted objects; doubles, because nested instances may exceed 2^32 many times.
   const double& get_geometry_count() const { return geometry_count; }
   const double& get_primitive_count() const { return primitive_count; }
 
-  /// How many clusters the object at `index` has in the tree; 0 for one that was left out. O(accepted objects).
+  /// Number of clusters of the object at `index` in the tree; 0 if it was left out. O(log accepted objects).
   uint get_cluster_count(uint index) const;
 
  private:
   friend GasBvhStructure;
   friend GasSceneTreeMotion;
-  /// The clusters of each object, while the tree is made.
+  /// The clusters of each object, during the build.
   using ClusterLists = CoreArray<CoreVector<void*>>;
 
   void create(const AppBase& app, AppProgressBar* progress);
@@ -96,7 +98,7 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   /// The clusters of an accepted object.
   CoreBasicArray<void*> get_object_clusters(uint accepted) const;
 
-  /// Rays that were carried into objects for another query are not those of this one.
+  /// Starts a query: forgets the rays that nested records have cached for another query.
   struct QueryScope {
     QueryScope(const GasSceneTree&, CtxShader& shader, GeometryRaytraceCtx& query, BvhHits hits);
   };
@@ -131,15 +133,15 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   void leaf_ray_hit_nearest_motion_vectors(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                            GeometryRaytraceCtx& query, MotionData& data) const;
 
-  // The query that `parent` puts to the object of a leaf: with the parent's rays in the object's space; with each ray
-  // in the object's space at its own time. The record must have room for the parent's rays.
+  // The nested query of `parent` for the object of a leaf, with the parent's rays in the object's space; the motion
+  // form transforms each ray at its own time. `ray_ctx` must have room for the parent's rays.
   GeometryRaytraceCtx& get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
                                      const unsigned int& leaf) const;
   GeometryRaytraceCtx& get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
                                             const unsigned int& leaf, const MotionData& data) const;
   GasNestedTarget get_target(const unsigned int& leaf, const GMathRay::Type& type) const;
-  /// Calls query(object, type, record) for the object of a leaf, in a nested record with room for the parent's rays,
-  /// unless the object is hidden from the parent's rays.
+  /// Calls query(object, type, ray_ctx) for the object of a leaf, with a nested record that has room for the parent's
+  /// rays. Does nothing if the object is invisible to the parent's rays or there is no memory for the record.
   template <class Query>
   void enter_object(const unsigned int& leaf, CtxShader& shader, GeometryRaytraceCtx& parent, const Query& query) const;
 

@@ -1,5 +1,4 @@
-// A scene under motion blur: matrices and boxes of its objects at the description's sample times, and the tree refitted
-// to them.
+// Motion blur of a scene: matrices and boxes of its objects at the sample times, and the tree refitted to them.
 #include "gas/gas_scene_tree_motion.h"
 
 #include <algorithm>
@@ -17,8 +16,7 @@ namespace {
 
 const EventDeclaration declared_events[] = {EVT_ID_GAS_MOTION_DIRTY};
 
-/// The boxes of all leaves at three samples in a row, in their objects' spaces, and those in the world at the middle
-/// one.
+/// The boxes of all leaves: in object space at three consecutive samples, in world space at the middle one.
 struct LeafBoxes {
   CoreAlignedArray<GMathBbox3<float>> local[3];  ///< [sample modulo 3][leaf]
   CoreAlignedArray<GMathBbox3<float>> world;     ///< [leaf]
@@ -28,7 +26,7 @@ struct LeafBoxes {
     for (CoreAlignedArray<GMathBbox3<float>>& boxes : local) {
       boxes = CoreAlignedArray<GMathBbox3<float>>(leaf_count);
       is_complete = is_complete && boxes;
-      // What a module that supplies no boxes leaves there.
+      // Stays if a module supplies no boxes.
       if (boxes) std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
     }
     gas_need(is_complete);
@@ -37,8 +35,8 @@ struct LeafBoxes {
 
 }  // namespace
 
-/// One object. For each sample in turn it is measured at the next one too, since its world boxes depend on how it moves
-/// on both sides. Writes its matrices and its leaves' boxes only.
+/// Measures one object at one sample and at the next: world boxes depend on the motion on both sides of a sample.
+/// Writes only the matrices of this object and the boxes of its leaves.
 class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
  public:
   const CtxEval* ctx = nullptr;
@@ -51,7 +49,7 @@ class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
   GMathMatrix4x4<double>* matrices = nullptr;  ///< [sample]
   uint sample = 0;
   double time = 0.0;       ///< of `sample`
-  double next_time = 0.0;  ///< of the one after it
+  double next_time = 0.0;  ///< of `sample` + 1
   AppProgressBar* progress = nullptr;
   uint step = 0;
 
@@ -75,7 +73,7 @@ class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
   bool is_moving() const { return (object->get_flags() & ModuleSceneObject::moving) != 0; }
 
   void measure(const CtxEval& thread_ctx, uint at, double at_time) const {
-    // A thread's context was made when the thread first needed one, under another description or under none.
+    // A thread's own context may still have another motion-blur description, or none.
     CtxEval object_ctx(thread_ctx);
     object_ctx.set_motion_blur(motion_blur);
     object_ctx.set_time(ctx->get_time());
@@ -89,7 +87,7 @@ class GasSceneTree::UpdateObjectMotionTask final : public GasTask {
     }
   }
 
-  /// Between sample `first` and the next one.
+  /// Between samples `first` and `first` + 1.
   GasBboxSurplus get_surplus(uint first, uint cluster) const {
     if (!is_moving()) return {};
     return gas_get_motion_surplus(local[first % 3][cluster], matrices[first], local[(first + 1) % 3][cluster],
@@ -121,7 +119,7 @@ void GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
     task.matrices = &data.matrices[std::size_t{accepted} * sample_count];
     task.progress = progress.get();
   }
-  // Added up rather than multiplied, so that a scene and a bundle in it sample at the same times in every bit.
+  // Added, not multiplied: a nested scene computes its sample times in the same way, so both are equal in every bit.
   double time = motion_blur.get_frame_begin();
   for (uint sample = 0; sample < sample_count; ++sample) {
     const double next_time = time + motion_blur.get_sample_step();
@@ -145,10 +143,10 @@ void GasSceneTree::update_samples(const CtxEval& ctx, const CtxMotionBlur& motio
 
 namespace {
 
-/// Each product in double precision, rounded to single before the sum. A call of its own: where the caller widens the
-/// result in the same function, g++ 12 drops the roundings.
+/// Each product in double precision, rounded to single before the sum. Not inlined: if the caller converts the result
+/// back to double in the same function, g++ 12 drops the roundings.
 [[gnu::noinline]] float blend_bound(float a, float b, double fraction) {
-  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // also where the other one is infinite
+  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // exact, also if the other is infinite
   return static_cast<float>((1.0 - fraction) * a) + static_cast<float>(fraction * b);
 }
 

@@ -1,6 +1,6 @@
 // gas/gas_scene_tree_motion.h
 //
-// What the scene keeps per motion-blur slot. Only its own sources include this.
+// The motion data of a scene, one record per motion-blur slot. Included by the scene's own sources only.
 #pragma once
 #include "gas/frame/gas_guard.h"
 #include "gas/gas_scene_tree.h"
@@ -14,21 +14,21 @@ struct GasSceneTreeMotion : GasRefitRecord<GasSceneTree> {
     matrices.reset();
     matrices_sample_count = 0;
   }
-  /// The host is told of every slot that comes or goes.
+  /// Called when the number of slots changed: reports it to the host.
   static void note_slots(const GasSceneTree& owner) {
     gas_try([&] { owner.advert_memory_changed(); });
   }
   u64 get_array_bytes() const { return refit.get_array_bytes() + matrices.get_bytes(); }
-  /// Object to world of accepted object `accepted` at a sample.
+  /// Object-to-world matrix of an accepted object at a sample.
   const GMathMatrix4x4<double>& get_matrix(uint accepted, uint sample) const {
     return matrices[std::size_t{accepted} * matrices_sample_count + sample];
   }
-  /// What the kernels call at a leaf of a moving query.
-  BvhLeafFunctions get_leaf_functions(bool wants_vectors) const {
+  /// Leaf callbacks of a motion query.
+  BvhLeafFunctions get_leaf_functions(bool with_vectors) const {
     auto* user = const_cast<GasSceneTreeMotion*>(this);
     return {GasSceneTree::leaf_ray_hit_motion_callback,
-            wants_vectors ? GasSceneTree::leaf_ray_hit_nearest_motion_vectors_callback
-                          : GasSceneTree::leaf_ray_hit_nearest_motion_callback,
+            with_vectors ? GasSceneTree::leaf_ray_hit_nearest_motion_vectors_callback
+                         : GasSceneTree::leaf_ray_hit_nearest_motion_callback,
             user, GasSceneTree::leaf_frustum_hit_callback, owner};
   }
 

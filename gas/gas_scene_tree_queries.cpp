@@ -1,4 +1,4 @@
-// A scene's leaves: the query goes on in the space of one object, restricted to one cluster of its structure.
+// The leaves of a scene: the query continues in the space of one object, restricted to one cluster of its structure.
 #include "gas/gas_scene_tree_motion.h"
 #include "gas/structure/gas_nested_query.h"
 #include "gas/structure/gas_world_bbox.h"
@@ -115,7 +115,7 @@ void GasSceneTree::leaf_ray_hit_nearest_motion_vectors(const unsigned int& leaf,
     local.matrices2 = ray_ctx.end_matrices.get();
     local.matrices2_used = true;
     gas_for_each_ray(query, [&](uint ray) {
-      // The span's second sample is the first again when there is only one.
+      // With a single sample, `second` is that one.
       ray_ctx.end_matrices[ray].matrix = data.get_matrix(leaf_objects[leaf], query.spans[ray].second);
       ray_ctx.end_matrices[ray].flag = 0;
     });
@@ -132,7 +132,7 @@ void GasSceneTree::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx
   ModuleSceneObject& object = *objects[index];
   const auto mode = static_cast<GeometryFrustumMode>(query.mode);
   const bool lists_objects = mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all;
-  // An object's first leaf speaks for all of it in mode all; in mode any one that touches is enough.
+  // Mode all: the first leaf of an object decides for the whole object. Mode any: one leaf inside is enough.
   if (lists_objects && query.is_decided(index)) return;
   if (!object.is_visible(query.kind, shader.visibility_override)) return;
   const GasNestedScope scope(shader);
@@ -155,7 +155,7 @@ void GasSceneTree::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx
     }
     if (!listed) return;
     query.add_object(index);
-    ++query.result.hit_count;  // a scene around this one counts it
+    ++query.result.hit_count;  // an outer scene reads it
     return;
   }
   std::vector<GeometryFrustumVertex>& points = query.get_points();

@@ -52,8 +52,8 @@ struct BvhTarget {
 /// Boxes are tested in single precision with the ray rounded outwards, so that no ray passes between two boxes that
 /// meet. The end of an interval is clamped to the largest finite float. A nearest query skips subtrees behind the
 /// recorded hit, but not those at the same distance. Allocates only while the thread's scratch is smaller than the
-/// tree's depth requires, and may then throw std::bad_alloc. Sources: Kay, Kajiya 1986
-/// (slabs); Dammertz, Hanika, Keller 2008 (four-wide, nearest first).
+/// tree's depth requires, and may then throw std::bad_alloc. Sources: Kay, Kajiya 1986 (slabs); Dammertz, Hanika,
+/// Keller 2008 (four-wide, nearest first).
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query);
 

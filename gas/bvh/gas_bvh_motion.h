@@ -56,8 +56,7 @@ class GasBvhMotion {
   /// @param sample      sample to write, in [0, get_sample_count())
   /// @param item_boxes  indexed by item (not by leaf position); not inverted
   /// @param progress    gets one step per aligned and two per quantized node; or null
-  /// @return true when the sample was written. On false its previous boxes stay: the tree is empty (silent), or it
-  /// holds
+  /// @return true when the sample was written. On false its previous boxes stay: the tree is empty (silent), or it has
   ///         oriented nodes or `sample` is out of range (logged at level 1).
   /// Throws std::bad_alloc, and AppStopped when the bar's application requests a stop; the sample is then undefined.
   /// Threads: one call per object at a time, and no query may read the object meanwhile.

@@ -1,7 +1,7 @@
 // gas/structure/gas_bvh_geometry.h
 //
-// What structures over the primitives of geometries add to gas_bvh_structure.h: clusters of the tree, the modes of a
-// frustum query, the base geometry as the query's current one, and a refit from boxes of all primitives.
+// Shared by the structures over the primitives of geometries, in addition to gas_bvh_structure.h: clusters, frustum
+// modes, the current geometry of a query, and a refit from the boxes of all primitives.
 //
 // `Self` has the fields base_geometry, geometry, group_primitive_counts and has_motion. `Base` is derived from
 // GasClusterable. The bodies are in gas_bvh_geometry_impl.h.
@@ -30,7 +30,7 @@ class GasBvhGeometry : public GasBvhStructure<Self, Base> {
   using GasBvhStructure<Self, Base>::GasBvhStructure;
   GasBvhGeometry(const GasBvhGeometry& other, Self* self) : GasBvhStructure<Self, Base>(other, self) {}
 
-  /// The structure's base geometry is the query's current one, its wireframes filtered.
+  /// During a ray query: makes base_geometry the current geometry and filters it if it is a wireframe.
   struct QueryScope {
     QueryScope(const Self& structure, CtxShader& /*shader*/, GeometryRaytraceCtx& query, BvhHits hits)
         : wireframes(structure.base_geometry, query, hits) {}
@@ -44,10 +44,10 @@ class GasBvhGeometry : public GasBvhStructure<Self, Base> {
   void report_growth(u64 old_size, u64 new_size) const { this->memory_account.update(old_size, new_size, *this); }
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
-  /// Refits every sample of a description. Throws when it cannot.
-  /// @param box_count       items of the tree's box arrays
-  /// @param box_share       how much of a sample's work the boxes are, for the progress bar
-  /// @param compute_bboxes  (time, boxes): writes the item boxes at a time
+  /// Refits every sample of a description. Throws std::bad_alloc or AppStopped.
+  /// @param box_count       number of item boxes
+  /// @param box_share       share of a sample's time that the boxes take, for the progress bar
+  /// @param compute_bboxes  (time, boxes): writes the item boxes at `time`
   /// @param update_sample   (sample, boxes, progress) -> bool: refits one sample
   template <class ComputeBboxes, class UpdateSample>
   void refit_from_boxes(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data, uint box_count,

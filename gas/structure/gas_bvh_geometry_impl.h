@@ -1,6 +1,6 @@
 // gas/structure/gas_bvh_geometry_impl.h
 //
-// The bodies of gas_bvh_geometry.h. Included by the sources of the structures, which instantiate them.
+// Definitions of gas_bvh_geometry.h. Included by the source of each structure, which instantiates them.
 #pragma once
 #include "gas/bvh/bvh_clusters.h"
 #include "gas/structure/gas_bvh_geometry.h"

@@ -1,6 +1,6 @@
 // gas/structure/gas_bvh_structure_impl.h
 //
-// The bodies of gas_bvh_structure.h. Included by the sources of the structures, which instantiate them.
+// Definitions of gas_bvh_structure.h. Included by the source of each structure, which instantiates them.
 #pragma once
 #include <algorithm>
 
@@ -13,7 +13,7 @@
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
-/// The two samples that a time lies between. The second is the first again when there is only one.
+/// The two samples around a time. With a single sample both are that one.
 struct GasMotionSpan {
   uint first = 0, second = 0;
   double fraction = 0.0;
@@ -118,18 +118,19 @@ template <class Self, class Base, class Record>
 void GasBvhStructure<Self, Base, Record>::update_record(const CtxEval& ctx, const CtxMotionBlur& motion_blur,
                                                         Record& record) const {
   const SysThreadLockGuard guard(record.lock);
-  // Another thread may have done it while this one waited.
+  // Another thread may have refitted the record while this one waited for the lock.
   if (record.stamp.load(std::memory_order_relaxed) == motion_blur.get_stamp()) return;
   const u64 old_size = record.get_array_bytes();
   const GasOutcome outcome = gas_try([&] {
-    // Geometries make room for what they do between the samples of the description that they are asked under.
+    // Geometries enlarge boxes by their motion between the samples of the context's description, so it must be this
+    // one.
     CtxEval refit_ctx(ctx);
     refit_ctx.set_motion_blur(&motion_blur);
     self().update_samples(refit_ctx, motion_blur, record);
   });
   if (outcome != GasOutcome::done) record.clear();
   self().report_growth(old_size, record.get_array_bytes());
-  // A record that was stopped stays stale; one without memory is not tried again by every ray.
+  // After a stop request the record stays stale. Without memory it is marked current, or every ray would try again.
   const uint stamp = outcome == GasOutcome::stopped ? 0 : motion_blur.get_stamp();
   record.stamp.store(stamp, std::memory_order_release);  // publishes the boxes just written
 }
@@ -156,7 +157,7 @@ void GasBvhStructure<Self, Base, Record>::answer_motion(const GasObject* object,
   if (motion_blur != nullptr && query.spans != nullptr && !structure.tree.is_empty())
     record = structure.refit_if_stale(ctx, *motion_blur);
   if (record == nullptr) {
-    query.span_stamp = 0;  // primitives are tested at rest too
+    query.span_stamp = 0;  // the primitive tests are static too
   } else if (query.span_stamp != motion_blur->get_stamp()) {
     motion_blur->init_raytrace_ctx(query);
   }

@@ -7,7 +7,7 @@
 
 namespace {
 
-/// The total that a query of mode all compares its hits with.
+/// Adds to the total with which a query of mode all compares its hits.
 void count_testable_primitives(const CoreBasicArray<uint>& group_counts, GeometryFrustumCtx& query) {
   for (uint group = 0; group < group_counts.get_count(); ++group) {
     if (gas_is_shaded(CtxHelpers::get_shading(query, group + query.shading_group_offset)))

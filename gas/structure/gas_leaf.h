@@ -1,7 +1,7 @@
 // gas/structure/gas_leaf.h
 //
-// What a leaf does around the test of each primitive: looks up the shading of the primitive's group, makes the
-// primitive the query's current one, and pushes the filter of its clip map.
+// The steps of a leaf before the test of a primitive: looks up the shading of its group, makes it the query's current
+// primitive, and pushes the filter of its clip map.
 #pragma once
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_object.h"
@@ -9,12 +9,12 @@
 #include "vq_module/ctx_helpers.h"
 #include "vq_shading_variable/shading_variables.h"
 
-/// Whether primitives with these links can be hit.
+/// True if primitives with these links can be hit.
 inline bool gas_is_shaded(const ShadingGroupLinks* links) {
   return links != nullptr && links->material != ShadingGroupLinks::material_empty;
 }
 
-/// Filters by the clip map of the links, if they have one, for as long as it lives.
+/// While it exists, hits are filtered by the clip map of the links, if there is one.
 class GasClipMapScope {
  public:
   GasClipMapScope(const ShadingGroupLinks& links, GeometryRaytraceCtx& query)
@@ -32,8 +32,9 @@ class GasClipMapScope {
   bool pushed_;
 };
 
-/// Calls describe(links) and test() for a primitive that can be hit; the query's primitive filter is asked in between.
-/// @param group  of the whole scene
+/// Tests a primitive unless its group is not shaded or the query's primitive filter rejects it. Calls describe(links)
+/// before the filter and test() after it.
+/// @param group  number of the shading group in the whole scene
 template <class Describe, class Test>
 inline void gas_test_primitive(GeometryRaytraceCtx& query, const GeometryObject* owner, uint primitive, uint group,
                                const Describe& describe, const Test& test) {
@@ -48,7 +49,7 @@ inline void gas_test_primitive(GeometryRaytraceCtx& query, const GeometryObject*
   test();
 }
 
-/// The same for a frustum, with the primitive's own test.
+/// The same for a frustum query; the owner tests the primitive.
 inline void gas_test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                                const GeometryObject* owner, uint primitive, uint group) {
   if (!gas_is_shaded(CtxHelpers::get_shading(query, group))) return;

@@ -32,7 +32,7 @@ void GasNestedScope::make_record(GasNestedQueryCtx*& slot) const {
   shader_.nested_release = release_chain;
 }
 
-// The record is used again and again by leaves of every kind, so that all that a leaf does not set must be cleared.
+// The record is reused by leaves of every kind: every field must be set.
 GeometryRaytraceCtx& GasRayCtx::begin_query(GeometryRaytraceCtx& parent, const GasNestedTarget& target) {
   GeometryRaytraceCtx& local = query;
   local.rays = reinterpret_cast<const u8*>(rays.get());
@@ -56,7 +56,7 @@ GeometryRaytraceCtx& GasRayCtx::begin_query(GeometryRaytraceCtx& parent, const G
   local.instance = 0;
   local.cluster = target.cluster;
   local.geometry = nullptr;
-  local.shading = parent.shading;  // stays for objects without a table of their own
+  local.shading = parent.shading;  // for objects without their own table
   local.remove_filters();
   local.primitive_filter = nullptr;
   local.hit_weight = 1.0;

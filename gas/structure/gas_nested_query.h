@@ -1,20 +1,20 @@
 // gas/structure/gas_nested_query.h
 //
-// What a thread needs to query one structure from within the leaf of another. A thread has one record per nesting
-// depth, linked from its CtxShader:
+// Nested queries: within a leaf of one structure, a thread queries another structure. A thread has one record per
+// nesting depth, linked from its CtxShader:
 //
 //   CtxShader --first--> [depth 1] --next--> [depth 2] --next--> ...      made on first use, freed with the CtxShader
-//             --current----------------------^                            moved down by a leaf, back up when it is done
+//             --current----------------------^                            one deeper during a leaf, then back
 //
-// A record serves queries of every kind, one at a time:
+// A record serves queries of any kind, one at a time:
 //
 //   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray]
 //   frustums   planes, results and lists | path
-//   beams      the outer query's current beam, which is all that an inner query asks for
+//   beams      the current beam of the outer query; the inner query needs nothing else
 //
-// Per ray of the outer query it has a ray in the inner space and a matrix back to the outer one. Rays keep their
-// numbers: ray r of the inner query is ray r of the outer, and what is the same in all spaces (intervals, spans, stop
-// flags, hits) is shared. Arrays grow to the outer query's rays and stay.
+// For each ray of the outer query it holds the ray in the inner space and the inner-to-outer matrix. Rays keep their
+// numbers in the inner query. Data that is the same in all spaces (intervals, spans, stop flags, hits) is shared.
+// Arrays grow to the number of rays of the outer query and are kept.
 #pragma once
 #include "vq_core/core_memory.h"
 #include "vq_ctx/ctx_shader.h"
@@ -23,25 +23,24 @@
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
-/// What a leaf enters: an object of a scene, an instance of a bundle.
+/// What a leaf refers to: an object of a scene.
 struct GasNestedTarget {
-  uint key = 0;     ///< names the space among all that the structure's leaves lead to
+  uint key = 0;     ///< identifies the inner space among all that the structure's leaves refer to
   u64 cluster = 0;  ///< of the inner structure
-  double distance;  ///< rays that the object emits do not hit it nearer than this
+  double distance;  ///< smallest tnear inside: skips hits on the object that emitted the ray
   GeometryIntersectionPathElement element;
 };
 
-/// The ray side of a record.
+/// The part of a record for ray queries.
 struct GasRayCtx {
   GeometryRaytraceCtx query;
-  GeometryIntersectionMap map;  ///< the outer nearest hits as seen from this depth
+  GeometryIntersectionMap map;  ///< the outer nearest hits, mapped to this depth
   GeometryIntersectionPath path;
   CoreAlignedArray<GMathBasicRay<double>> rays;
-  CoreAlignedArray<GeometryRayMatrix> matrices;  ///< inner space to outer
-  CoreAlignedArray<GeometryRayMatrix>
-      end_matrices;  ///< the same at the end of each ray's motion span; only for vectors
+  CoreAlignedArray<GeometryRayMatrix> matrices;      ///< inner space to outer
+  CoreAlignedArray<GeometryRayMatrix> end_matrices;  ///< at the end of each ray's motion span; only for vectors
 
-  /// Room for the rays of `parent` and what their nearest hits bring along. False when there is no memory.
+  /// Makes room for the rays of `parent` and for the paths of its nearest hits. False if there is no memory.
   bool reserve(GeometryRaytraceCtx& parent) {
     const uint count = parent.ray_count;
     if (parent.map != nullptr && !parent.map->reserve_nested()) return false;
@@ -49,11 +48,11 @@ struct GasRayCtx {
   }
   bool reserve_end_matrices(uint ray_count);
 
-  /// Fills `query` for what `parent` has to ask of the target: everything but rays and matrices.
+  /// Sets all of `query` from `parent` and the target, except rays and matrices.
   GeometryRaytraceCtx& begin_query(GeometryRaytraceCtx& parent, const GasNestedTarget& target);
 
-  // The one active ray that was last carried into a space in the query that is going on: leaves of one object often
-  // follow each other, and their rays are the same.
+  // Cache of the last single ray that was transformed in this query: leaves of one object often follow each other, and
+  // their rays are the same.
   bool is_ray_cached(const GeometryRaytraceData& parent, uint key) const {
     return has_cached_ray_ && cached_key_ == key && cached_ray_ == parent.first_ray;
   }
@@ -76,10 +75,10 @@ struct GasNestedQueryCtx {
   GeometryFrustumCtx frustum;
   GeometryIntersectionPath frustum_path;
   GeometryRayFrustumCtx ray_frustum;
-  GasNestedQueryCtx* next = nullptr;  ///< one deeper; null until needed
+  GasNestedQueryCtx* next = nullptr;  ///< one depth further; null until needed
 };
 
-/// Makes the thread's next deeper record current for as long as it lives. Inline, as every leaf takes one.
+/// While it exists, the thread's next deeper record is the current one. Inline, because every leaf needs it.
 class GasNestedScope {
  public:
   explicit GasNestedScope(CtxShader& shader) : shader_(shader), outer_(shader.nested_current) {
@@ -92,10 +91,10 @@ class GasNestedScope {
   GasNestedScope(const GasNestedScope&) = delete;
   GasNestedScope& operator=(const GasNestedScope&) = delete;
 
-  /// Null when there is no memory for a record.
+  /// Null if there is no memory for a record.
   GasNestedQueryCtx* get() const { return record_; }
 
-  /// To be called when a query begins whose leaves will take records: what these have cached is of another query.
+  /// Call at the start of a query whose leaves use records: clears the rays that these cached for another query.
   static void forget_rays(CtxShader& shader) {
     GasNestedQueryCtx* record = shader.nested_current != nullptr ? shader.nested_current->next : shader.nested_first;
     if (record != nullptr) record->ray.forget_ray();
@@ -109,12 +108,12 @@ class GasNestedScope {
   GasNestedQueryCtx* record_;
 };
 
-/// Calls function(r) for every ray of the query's active range.
+/// Calls function(ray) for every ray in the query's active range.
 template <class Function>
 inline void gas_for_each_ray(const GeometryRaytraceData& query, const Function& function) {
   for (uint ray = query.first_ray; ray <= query.last_ray && ray < query.ray_count; ++ray) function(ray);
 }
 
-/// `path` becomes the parent's and one element more. Where there is no memory for a path it is shorter.
+/// Sets `path` to the parent's path and one more element; to a shorter path if there is no memory.
 void gas_extend_path(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent,
                      const GeometryIntersectionPathElement& element);

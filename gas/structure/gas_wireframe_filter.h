@@ -1,14 +1,14 @@
 // gas/structure/gas_wireframe_filter.h
 //
-// Geometries in the render mode of wireframes are hit along their edges only: a filter of the query sees to that.
+// Geometries in wireframe mode are hit along their edges only, by a filter of the query.
 #pragma once
 #include "gas/bvh/bvh_kernel.h"
 
 class GeometryObject;
 
-/// Makes a structure's base geometry the query's current one and, for as long as it lives, filters what lies between
-/// its edges when the geometry is a wireframe, the last override on the query's path leaves it one, and the query does
-/// not filter already. Without a free place among the filters it is hit whole.
+/// While it exists, base_geometry is the query's current geometry; if its render mode is wireframe, hits off its edges
+/// are filtered. No filter is pushed if the last override of the query's path sets another mode or the query already
+/// has the filter. If the query's filters are full, the surface is hit as a whole.
 class GasWireframeScope {
  public:
   GasWireframeScope(const GeometryObject* base_geometry, GeometryRaytraceCtx& query, BvhHits hits);

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// The extents of boxes within these bounds, and of what is around them, are finite.
+/// Bounds within this limit have finite extents, also those of the boxes around them.
 constexpr float outermost = std::numeric_limits<float>::max() / 4;
 
 GMathBbox3<float> bring_into_bounds(GMathBbox3<float> box) {
@@ -17,9 +17,9 @@ GMathBbox3<float> bring_into_bounds(GMathBbox3<float> box) {
   return box;
 }
 
-/// Of the eight transformed corners. A corner is a sum of products, and a rounded sum grows with its terms: so the
-/// least corner is, in every bit but for the signs of zeros, the sum of the lesser products. A sum that is not finite
-/// says nothing.
+/// The extremes of the eight transformed corners. A corner is a sum of products, and a rounded sum does not decrease if
+/// a term increases. So the smallest corner is the sum of the smaller products: equal in every bit, except for the
+/// signs of zeros. If a sum is not finite, the result is not valid.
 GMathBbox3<double> get_corner_extremes(const GMathBbox3<float>& box, const GMathMatrix4x4<double>& matrix) {
   GMathBbox3<double> extremes;
   for (uint row = 0; row < 3; ++row) {
@@ -47,7 +47,7 @@ bool is_finite(const GMathBbox3<double>& box) {
 GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMathMatrix4x4<double>& matrix,
                                      const GasBboxSurplus& surplus) {
   constexpr float infinity = std::numeric_limits<float>::infinity();
-  const GMathBbox3<float> bounded = bring_into_bounds(local);  // infinity times a zero of the matrix would be NaN
+  const GMathBbox3<float> bounded = bring_into_bounds(local);  // infinity times 0 in the matrix would be NaN
   GMathBbox3<double> extremes = get_corner_extremes(bounded, matrix);
   extremes.min = extremes.min - surplus.low;
   extremes.max = extremes.max + surplus.high;
@@ -72,18 +72,19 @@ void GasBboxSurplus::raise(const GasBboxSurplus& other) {
 }
 
 // A corner's coordinate is a sum of products m b of a matrix entry and a bound. Between the samples m and b both change
-// in straight lines, and their product is that of the samples, blended, less f (1 - f) dm db; f (1 - f) is at most 1/4.
+// linearly; at the fraction f their product is the blend of the products at the samples, minus f (1 - f) dm db, and
+// f (1 - f) is at most 1/4.
 GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMathMatrix4x4<double>& matrix0,
                                       const GMathBbox3<float>& box1, const GMathMatrix4x4<double>& matrix1) {
   GasBboxSurplus surplus;
-  // Most objects are rigid: their boxes do not change.
+  // The usual case: the boxes of a rigid object do not change.
   if (box0 == box1 || box0.is_empty() || box1.is_empty()) return surplus;
   const GMathBbox3<double> a(bring_into_bounds(box0)), b(bring_into_bounds(box1));
   for (uint row = 0; row < 3; ++row) {
     for (uint axis = 0; axis < 3; ++axis) {
       const double turn = (matrix1.m[row][axis] - matrix0.m[row][axis]) * 0.25;
       const double of_min = turn * (b.min[axis] - a.min[axis]), of_max = turn * (b.max[axis] - a.max[axis]);
-      // Zero comes first: it stays where a product is NaN.
+      // 0 is the first argument, so it is the result if a product is NaN.
       surplus.low[row] += std::max({0.0, of_min, of_max});
       surplus.high[row] += std::max({0.0, -of_min, -of_max});
     }
