@@ -1,4 +1,4 @@
-// Who is hit? One mesh, one ray, and everything around them that a first query needs.
+// What does a ray hit first? One mesh, one ray, and everything that a first query needs.
 #include <cstdio>
 
 #include "gas/gas_geometry_bvh4.h"
@@ -10,14 +10,14 @@
 #include "vq_of/of_object_factory.h"
 
 int main() {
-  // An application lends its threads. A context says in whose name geometry is asked. A shading context holds all that
-  // one thread changes while it queries.
+  // The application owns the worker threads. The evaluation context is passed to geometry when it computes boxes and
+  // samples. The shading context holds all data that one thread changes while it queries.
   OfApp app;
   OfObjectFactory factory(app);
   const CtxEval ctx(factory);
   CtxShader shader;
 
-  // The unit square at z = 0, cut along its diagonal: two polygons, so two primitives.
+  // The unit square at z = 0, divided along its diagonal: two polygons, so two primitives.
   PolyMeshData data;
   data.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
   data.polygon_sizes = {3, 3};
@@ -33,14 +33,14 @@ int main() {
   GasGeometryBvh4 structure;
   structure.create(ctx, &mesh, &mesh, nullptr);
 
-  // A shading group without a material cannot be hit. A mesh that names no groups has one, number 0.
+  // Primitives of a shading group without a material are not hit. A mesh without named groups has group 0.
   const Material material;
   ShadingGroupLinks links;
   links.material = &material;
   const ShadingGroupLinks* const entries[] = {&links};
   const ShadingGroupTable shading(entries);
 
-  // Rays are asked in packets; this one holds a single ray, straight down.
+  // Rays are queried in packets; this one holds a single ray, straight down.
   GeometryRayPacket packet;
   packet.resize(1);
   packet.set_ray(0, /*origin=*/{0.25, 0.75, 2}, /*direction=*/{0, 0, -1});
@@ -51,7 +51,7 @@ int main() {
     std::printf("nothing is hit\n");
     return 1;
   }
-  // A hit is a few numbers; what a picture needs to know of the place is worked out on demand.
+  // A hit holds a few numbers. Position, normals and texture coordinates are computed on request.
   const GeometrySurfacePoint point = hit.geometry->get_surface_point(hit, /*time=*/0.0);
   std::printf("polygon %u at distance %g, position (%g, %g, %g), normal (%g, %g, %g)\n", hit.primitive, hit.distance,
               point.position.x, point.position.y, point.position.z, point.normal.x, point.normal.y, point.normal.z);

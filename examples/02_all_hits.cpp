@@ -1,10 +1,10 @@
-// How much of it is in the way? An X-ray: the thickness of a hollow box along a row of parallel rays.
+// What does a ray hit at all? An X-ray: the thickness of a hollow box along ten parallel rays.
 #include "examples/example_world.h"
 
 int main() {
   ExampleWorld world;
 
-  // A box of side 4 with a cavity of side 2. The cavity's squares are turned over, so that everywhere a normal points
+  // A box of side 4 with a cavity of side 2. The cavity's squares are wound the other way, so that every normal points
   // out of the material.
   PolyMeshData data;
   add_box(data, {0, 0, 0}, {4, 4, 4});
@@ -25,8 +25,8 @@ int main() {
   for (uint ray = 0; ray < ray_count; ++ray) packet.set_ray(ray, {0.5 * ray - 0.25, 2, 10}, {0, 0, -1});
   structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
 
-  // Hits come in no particular order, and need none here: where a ray leaves the material its distance counts, where it
-  // enters the distance is taken off.
+  // Hits are unsorted, and the sum needs no order: add the distance where a ray leaves the material, subtract it where
+  // the ray enters.
   double thickness[ray_count] = {};
   uint surfaces[ray_count] = {};
   for (const GeometryHit& found : packet.get_hits().get_hits()) {
@@ -39,12 +39,13 @@ int main() {
   for (uint ray = 0; ray < ray_count; ++ray) {
     const double x = packet.get_ray(ray).origin.x;
     std::printf("x = %5.2f   %u surfaces   thickness %g\n", x, surfaces[ray], thickness[ray]);
-    const bool in_box = x > 0 && x<4, in_cavity = x> 1 && x < 3;
-    expect(surfaces[ray] == (in_cavity ? 4u : in_box ? 2u : 0u), "two surfaces a box");
-    expect(thickness[ray] == (in_cavity ? 2.0 : in_box ? 4.0 : 0.0), "the cavity is not counted");
+    const bool in_box = x > 0 && x < 4;
+    const bool in_cavity = x > 1 && x < 3;
+    expect(surfaces[ray] == (in_cavity ? 4u : in_box ? 2u : 0u), "two surfaces per box");
+    expect(thickness[ray] == (in_cavity ? 2.0 : in_box ? 4.0 : 0.0), "thickness without the cavity");
   }
 
-  // Whoever only wants to know whether two surfaces lie in the way may say so: the rays end there.
+  // To know only whether there are two surfaces along a ray, end each ray after two hits.
   packet.set_stop_rule(/*max_hits=*/2);
   structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
   std::printf("%zu hits when each ray ends after two\n", packet.get_hits().get_hits().size());

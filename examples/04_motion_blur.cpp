@@ -1,12 +1,12 @@
-// Where is it at that moment? A box slides along x while the shutter is open; each ray has a time of its own.
+// Where is a moving mesh at the time of each ray? A box moves along x while the shutter is open.
 #include "examples/example_world.h"
 #include "vq_ctx/ctx_motion_blur.h"
 
 int main() {
   ExampleWorld world;
 
-  // A unit box at rest. Two samples of its motion, at times 0 and 1: it slides from x = 0 to x = 4. Between the samples
-  // every vertex moves in a straight line; a mesh that bends has more samples.
+  // A unit box, and two samples of its motion, at times 0 and 1: it moves from x = 0 to x = 4. Between samples every
+  // vertex moves in a straight line; a mesh on a curved path needs more samples.
   PolyMeshData data;
   add_box(data, {0, 0, 0}, {1, 1, 1});
   data.motion_positions.resize(2, data.positions);
@@ -18,13 +18,13 @@ int main() {
   GasGeometryBvh4 structure;
   structure.create(world.ctx, &mesh, &mesh, nullptr);
 
-  // The shutter: the times at which the structure's boxes are sampled. It is told to both contexts.
+  // The shutter: the times at which the structure samples its boxes. Both contexts refer to it.
   const CtxMotionBlur shutter(/*open=*/0.0, /*close=*/1.0, /*sample_count=*/2);
   world.ctx.set_motion_blur(&shutter);
   world.shader.motion_blur = &shutter;
 
-  // Five places, each looked at at five times. The first query under a shutter refits the structure's boxes; those that
-  // follow, on any thread, find them ready.
+  // Five positions, with a ray at each of five times. The first query under a shutter refits the structure's boxes;
+  // later queries, on any thread, use them.
   constexpr uint steps = 5;
   GeometryRayPacket packet;
   packet.resize(steps * steps);
@@ -35,28 +35,29 @@ int main() {
   structure.ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
 
   std::printf("   time 0 .25 .5 .75 1    blurred\n");
-  for (uint place = 0; place < steps; ++place) {
+  for (uint row = 0; row < steps; ++row) {
     uint hits = 0;
-    std::printf("x = %.1f  ", 0.5 + place);
+    std::printf("x = %.1f  ", 0.5 + row);
     for (uint step = 0; step < steps; ++step) {
-      const bool is_hit = packet.get_nearest(place * steps + step).geometry != nullptr;
+      const bool is_hit = packet.get_nearest(row * steps + step).geometry != nullptr;
       std::printf("%c  ", is_hit ? '#' : '.');
       hits += is_hit;
-      expect(is_hit == (place == step), "the box covers place k at time k / 4");
+      expect(is_hit == (row == step), "the box covers position k at time k / 4");
     }
     std::printf("  %.0f %%\n", 100.0 * hits / steps);
   }
 
-  // A surface point is asked for at the time of its ray.
+  // The surface point of a hit is computed at the time of its ray.
   const GeometryIntersection& hit = packet.get_nearest(2 * steps + 2);
   const GeometrySurfacePoint point = mesh.get_surface_point(hit, /*time=*/0.5);
   const GMathBbox3<double> box = structure.get_bbox_at(world.ctx, 0.5);
   std::printf("at time 0.5 the box spans x = %g to %g; ray %u hit it at x = %g\n", box.min.x, box.max.x, 2 * steps + 2,
               point.position.x);
-  expect(box.min.x == 2.0 && box.max.x == 3.0 && point.position == GMathVec3<double>(2.5, 0.5, 1), "half way");
+  expect(box.min.x == 2.0 && box.max.x == 3.0 && point.position == GMathVec3<double>(2.5, 0.5, 1),
+         "the box is half way at time 0.5");
 
-  // Without motion the same rays see the mesh at rest, whatever their times.
+  // A static query finds the static mesh, whatever the times of the rays.
   structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
   for (uint ray = 0; ray < packet.get_count(); ++ray)
-    expect((packet.get_nearest(ray).geometry != nullptr) == (ray < steps), "at rest the box is at x = 0");
+    expect((packet.get_nearest(ray).geometry != nullptr) == (ray < steps), "the static box is at x = 0");
 }

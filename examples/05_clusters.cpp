@@ -1,5 +1,5 @@
-// Where is it, roughly? A structure cut into clusters: boxes and weights from which a level above makes its own leaves,
-// and queries that stay within one cluster.
+// Which parts does a structure have? Clusters: subtrees with boxes and weights, which another structure can take as its
+// leaves, and queries restricted to one cluster.
 #include <cmath>
 #include <cstdint>
 
@@ -35,7 +35,7 @@ int main() {
   GasGeometryBvh4 structure;
   structure.create(world.ctx, &mesh, &mesh, nullptr);
 
-  // The ratio matters to other structures only.
+  // This structure ignores the ratio.
   CoreVector<void*> clusters;
   structure.get_clusters(clusters, /*count=*/16, /*ratio=*/0.5f);
   std::vector<GMathBbox3<float>> boxes(clusters.get_count());
@@ -51,12 +51,12 @@ int main() {
     all.add(GMathBbox3<double>(boxes[k]));
     weight += weights[k];
   }
-  expect(clusters.get_count() > 1 && clusters.get_count() <= 16, "at most as many as were asked for");
-  expect(all == structure.get_bbox(), "together they span the structure");
-  expect(weight == side * side * mesh.get_build_parameter(), "together they hold everything once");
+  expect(clusters.get_count() > 1 && clusters.get_count() <= 16, "not more clusters than requested");
+  expect(all == structure.get_bbox(), "the clusters have the box of the structure");
+  expect(weight == side * side * mesh.get_build_parameter(), "the clusters hold every primitive once");
 
-  // One grazing ray, first against the whole, then against each cluster alone: the nearest of the parts is the
-  // whole's.
+  // A ray that grazes the surface, first against the whole structure, then against each cluster: the nearest of the
+  // clusters' hits is the structure's hit.
   GeometryRayPacket packet;
   packet.resize(1);
   packet.set_ray(0, {-0.1, 0.3, 0.06}, {1, 0.3, -0.03});
@@ -64,16 +64,16 @@ int main() {
   const GeometryIntersection whole = packet.get_nearest(0);
 
   double nearest = DBL_MAX;
-  uint answering = 0;
+  uint hit_clusters = 0;
   for (void* const cluster : clusters) {
     GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
     query.cluster = reinterpret_cast<std::uintptr_t>(cluster);
     structure.ray_hit_nearest_static(world.ctx, world.shader, query);
     if (packet.get_nearest(0).geometry == nullptr) continue;
     nearest = std::fmin(nearest, packet.get_nearest(0).distance);
-    ++answering;
+    ++hit_clusters;
   }
-  std::printf("nearest hit at %.4f, in all and in the parts; clusters that the ray hits: %u\n", whole.distance,
-              answering);
-  expect(answering > 1 && whole.geometry != nullptr && nearest == whole.distance, "the parts miss nothing");
+  std::printf("nearest hit at %.4f, of the structure and of its clusters; clusters with a hit: %u\n", whole.distance,
+              hit_clusters);
+  expect(hit_clusters > 1 && whole.geometry != nullptr && nearest == whole.distance, "the clusters miss nothing");
 }

@@ -1,11 +1,11 @@
-// My primitives are not polygons. A geometry of one's own, spheres here, gives boxes, groups and tests; the structure
+// How do I add primitives of my own? A GeometryObject, here of spheres, supplies boxes, groups and tests; the structure
 // over it is the same as over a mesh.
 #include <cmath>
 
 #include "examples/example_world.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
-/// Everything is const: many threads ask at once, each with its own contexts.
+/// All functions are const and thread-safe: many threads call them at once, each with its own contexts.
 class Spheres final : public GeometryObject {
  public:
   struct Sphere {
@@ -26,8 +26,8 @@ class Spheres final : public GeometryObject {
     return {center - reach, center + reach};
   }
 
-  /// Solves |origin + t direction - center| = radius for each active ray and offers both crossings. The query knows the
-  /// ray's interval and whether it wants the nearest or all. Longitude and height serve as the hit's u and v.
+  /// Solves |origin + t direction - center| = radius for each active ray and pushes both hits. The query checks them
+  /// against the ray's interval and keeps the nearest or all. A hit's u is the longitude, v the height.
   void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                          const uint& primitive) const override {
     const auto& [center, radius] = spheres_[primitive];
@@ -35,17 +35,17 @@ class Spheres final : public GeometryObject {
       const auto& ray = query.get_ray(r);
       const GMathVec3<double> offset = ray.origin - center;
       const double a = ray.direction.dot(ray.direction), b = offset.dot(ray.direction);
-      const double root = std::sqrt(b * b - a * (offset.dot(offset) - radius * radius));  // NaN: the ray passes by
+      const double root = std::sqrt(b * b - a * (offset.dot(offset) - radius * radius));  // NaN: the ray misses
       for (const double distance : {(-b - root) / a, (-b + root) / a}) {
-        if (std::isnan(distance) || query.is_stopped(r)) break;  // stopped: an all-hits query has seen enough
+        if (std::isnan(distance) || query.is_stopped(r)) break;  // stopped: no more hits are needed for this ray
         const GMathVec3<double> normal = (offset + ray.direction * distance) * (1.0 / radius);
         query.push_intersection(ctx, shader, r, {distance, std::atan2(normal.y, normal.x), normal.z, primitive, 0});
       }
     }
   }
 
-  /// The sphere's box stands for it: near a corner of the frustum the answer is on the careful side. Spheres have no
-  /// vertices, so the modes that collect them are not asked here.
+  /// Tests the sphere's box instead of the sphere: near an edge of the frustum it may count a sphere that is outside.
+  /// Modes points and vertices need a point cloud, which spheres do not have.
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader&, GeometryFrustumCtx& query,
                              const uint& primitive) const override {
     const bool all = query.mode == static_cast<uint>(GeometryFrustumMode::all);
@@ -83,8 +83,9 @@ int main() {
   const GeometryIntersection& hit = packet.get_nearest(0);
   const GMathVec3<double> position = row.get_surface_point(hit, 0.0).position;
   std::printf("sphere %u at distance %g, x = %g\n", hit.primitive, hit.distance, position.x);
-  expect(hit.geometry == &row && hit.primitive == 0 && hit.distance == 4 && std::fabs(position.x + 1) < 1e-12, "first");
+  expect(hit.geometry == &row && hit.primitive == 0 && hit.distance == 4 && std::fabs(position.x + 1) < 1e-12,
+         "the first sphere, from outside");
   structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
-  std::printf("%zu crossings in all\n", packet.get_hits().get_hits().size());
-  expect(packet.get_hits().get_hits().size() == 6, "two a sphere");
+  std::printf("%zu hits in all\n", packet.get_hits().get_hits().size());
+  expect(packet.get_hits().get_hits().size() == 6, "two hits per sphere");
 }

@@ -1,5 +1,5 @@
-// From many threads? A picture in text, its rows drawn by the application's threads, then by threads of our own. What
-// is shared is only read; what is changed, each thread has for itself: a shading context, a packet, a context.
+// How do I query from many threads? A picture in text: its rows are drawn by the application's threads, then by threads
+// of our own. Shared data is only read; each thread has its own shading context, evaluation context and packet.
 #include <atomic>
 #include <cmath>
 #include <string>
@@ -14,7 +14,7 @@ namespace {
 constexpr uint width = 64, height = 24;
 using Picture = std::vector<std::string>;
 
-/// One row of a view from the front: the nearer the surface, the darker the letter.
+/// Draws one row of a view from the front: the nearer the surface, the darker the letter.
 std::string draw_row(const CtxEval& ctx, CtxShader& shader, const ExampleWorld& world, const GasObject& structure,
                      uint row) {
   GeometryRayPacket packet;
@@ -28,7 +28,7 @@ std::string draw_row(const CtxEval& ctx, CtxShader& shader, const ExampleWorld& 
   return line;
 }
 
-/// A task of the application's threads. Each thread finds its own context in the table of the caller's.
+/// A task for the application's threads. Each thread takes its own context from the table of the top-level context.
 struct RowTask final : SysThreadTask {
   RowTask() { flags = counted | for_waiter; }
   void run(const uint& thread_index) override {
@@ -38,7 +38,7 @@ struct RowTask final : SysThreadTask {
   const ExampleWorld* world = nullptr;
   const GasObject* structure = nullptr;
   uint row = 0;
-  std::string* line = nullptr;  ///< nobody else writes it: no lock
+  std::string* line = nullptr;  ///< written by this task only: no lock
 };
 
 }  // namespace
@@ -46,7 +46,7 @@ struct RowTask final : SysThreadTask {
 int main() {
   ExampleWorld world;
   PolyMeshData data;
-  for (uint k = 0; k < 40; ++k) {  // a spiral stair
+  for (uint k = 0; k < 40; ++k) {  // spiral stairs
     const float angle = 0.35f * k, x = 2.5f * std::cos(angle), z = 2.5f * std::sin(angle), y = -2.6f + 0.13f * k;
     add_box(data, {x - 0.6f, y - 0.15f, z - 0.6f}, {x + 0.6f, y + 0.15f, z + 0.6f});
   }
@@ -65,7 +65,7 @@ int main() {
     tasks[row].line = &pooled[row];
     group.add_task(&tasks[row]);
   }
-  group.wait_until_completed(/*help=*/true);  // this thread draws rows too
+  group.wait_until_completed(/*help=*/true);  // meanwhile this thread draws rows too
   for (const std::string& line : pooled) std::printf("%s\n", line.c_str());
 
   Picture own(height);
@@ -80,8 +80,8 @@ int main() {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  expect(own == pooled, "the answers do not depend on who asks");
+  expect(own == pooled, "the picture does not depend on the threads");
   uint drawn = 0;
   for (const std::string& line : own) drawn += line != std::string(width, ' ');
-  expect(drawn > height / 2, "there is something to see");
+  expect(drawn > height / 2, "most rows show a stair");
 }

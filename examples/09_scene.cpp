@@ -1,5 +1,5 @@
-// Which object is hit? A scene of objects that share structures, each with a matrix of its own, one of them moving; and
-// the same scene as one object of another.
+// Which object does a ray hit? A scene of objects that share structures, each with its own matrix, one of them moving;
+// then the same scene as an object of another scene.
 #include <cmath>
 
 #include "examples/example_world.h"
@@ -14,7 +14,7 @@ namespace {
 using Matrix = GMathMatrix4x4<double>;
 using Object = std::shared_ptr<ModuleSceneObject>;
 
-/// Stretched along each axis, then moved.
+/// A scale along each axis, then a translation.
 Matrix make_matrix(const GMathVec3<double>& scale, const GMathVec3<double>& place) {
   Matrix matrix;
   for (uint axis = 0; axis < 3; ++axis) {
@@ -36,7 +36,7 @@ struct Shape {
   std::shared_ptr<GasGeometryBvh4> structure = std::make_shared<GasGeometryBvh4>();
 };
 
-/// Materials, visibility and the matrix are the object's own.
+/// Each object has its own materials, visibility and matrix.
 Object make_object(const ExampleWorld& world, const char* name, const Shape& shape, const Matrix& matrix) {
   auto object = std::make_shared<ModuleGeometry>(CoreString(name), shape.mesh, shape.structure,
                                                  gas_get_cluster_functions(shape.structure.get()));
@@ -59,7 +59,7 @@ std::shared_ptr<GasSceneTree> make_scene(const ExampleWorld& world, const std::v
 int main() {
   ExampleWorld world;
   const Shape cube(world, {-1, -1, -1}, {1, 1, 1}), slab(world, {-20, -20, -1}, {20, 20, 0});
-  // Two cubes over one structure, one of them long and mirrored.
+  // Two cubes share one structure; one of them is stretched and mirrored.
   const std::vector<Object> objects = {
       make_object(world, "ground", slab, Matrix()),
       make_object(world, "small cube", cube, make_matrix({0.5, 0.5, 0.5}, {-4, 0, 0.5})),
@@ -68,8 +68,8 @@ int main() {
   const auto scene = make_scene(world, objects);
   std::printf("%g geometries, %g polygons\n", scene->get_geometry_count(), scene->get_primitive_count());
 
-  // Straight down, at the small cube, at the far end of the long one and beside both. Objects bring their materials, so
-  // that the query's own table is not asked.
+  // Straight down: onto the small cube, onto the far end of the long one, and beside both. Objects have their own
+  // materials, so the query's table is not read.
   GeometryRayPacket packet;
   packet.resize(3);
   const double places[] = {-4, 6.5, 0};
@@ -78,7 +78,7 @@ int main() {
   const char* expected[] = {"small cube", "long cube", "ground"};
   const double heights[] = {1, 2, 0};
   for (uint ray = 0; ray < 3; ++ray) {
-    // The path names the object; the transform leads from the space of its mesh into the world.
+    // The path holds the objects that the ray entered; the transform is mesh space to world space.
     const GeometryIntersection& hit = packet.get_nearest(ray);
     expect(hit.geometry != nullptr, "every ray hits something");
     const ModuleSceneObject* object = packet.get_nearest_path(ray).back().object;
@@ -89,8 +89,8 @@ int main() {
     expect(object->get_name() == CoreString(expected[ray]) && std::fabs(point.z - heights[ray]) < 1e-12, expected[ray]);
   }
 
-  // The small cube now slides from x = -4 to x = 0 while the shutter is open. The tree is as it was; the first query
-  // under a shutter refits it. Had the scene been asked under this shutter before, it would want dirty_motion_blur().
+  // The small cube now moves from x = -4 to x = 0 while the shutter is open. The tree is unchanged; the first query
+  // under a shutter refits it. After earlier queries under this shutter, dirty_motion_blur() would be needed here.
   objects[1]->set_global_matrix_keys(
       {{0.0, objects[1]->get_global_matrix()}, {1.0, make_matrix({0.5, 0.5, 0.5}, {0, 0, 0.5})}}, /*time=*/0.0);
   const CtxMotionBlur shutter(/*open=*/0.0, /*close=*/1.0, /*sample_count=*/2);
@@ -101,10 +101,11 @@ int main() {
   for (uint ray = 0; ray < 3; ++ray) {
     const ModuleSceneObject* object = packet.get_nearest_path(ray).back().object;
     std::printf("x = -2 at time %.1f: %s\n", 0.5 * ray, object->get_name().get_data());
-    expect((object == objects[1].get()) == (ray == 1), "it passes there half way");
+    expect((object == objects[1].get()) == (ray == 1), "the small cube is at x = -2 at time 0.5");
   }
 
-  // A scene is an object too. Two of the same, the second upside down above the first: each has its own path.
+  // A scene can be an object too. Two instances of the same scene, the second upside down above the first, have
+  // different paths.
   std::vector<Object> both;
   for (const Matrix& matrix : {Matrix(), make_matrix({1, 1, -1}, {0, 0, 30})}) {
     both.push_back(std::make_shared<ModuleCombiner>(CoreString("scene"), objects, scene));
@@ -116,6 +117,7 @@ int main() {
   const auto path = packet.get_nearest_path(0);
   std::printf("upwards: object %u of object %u at distance %g\n", path[1].object_index, path[0].object_index,
               packet.get_nearest(0).distance);
-  expect(path.size() == 2 && path[0].object_index == 1 && path[1].object_index == 2, "the long cube overhead");
+  expect(path.size() == 2 && path[0].object_index == 1 && path[1].object_index == 2,
+         "the long cube of the upper scene");
   expect(std::fabs(packet.get_nearest(0).distance - 18) < 1e-12, "its top, at height 28");
 }

@@ -1,7 +1,7 @@
 // examples/example_world.h
 //
-// What 01_nearest_hit.cpp spells out and every later example needs too: an application, contexts, one opaque material
-// for shading group 0; and the box of which most examples make their meshes.
+// Shared by the examples after 01_nearest_hit.cpp, which writes it out in full: an application, contexts, one opaque
+// material for shading group 0, and a function that adds a box to a mesh.
 #pragma once
 #include <cstdio>
 #include <cstdlib>
@@ -26,10 +26,10 @@ struct ExampleWorld {
   ShadingGroupTable shading{entries};
 };
 
-/// Each example is a test as well: it ends with status 1 when what it was to show is not so.
-inline void expect(bool so, const char* what) {
-  if (so) return;
-  std::printf("not so: %s\n", what);
+/// Each example is also a test: it ends with status 1 if a result is not as stated.
+inline void expect(bool is_true, const char* what) {
+  if (is_true) return;
+  std::printf("failed: %s\n", what);
   std::exit(1);
 }
 
@@ -45,9 +45,9 @@ inline void add_box(PolyMeshData& mesh, const GMathVec3<float>& min, const GMath
   }
 }
 
-/// Makes a mesh that must be sound.
+/// Creates a mesh from valid data.
 inline void create_mesh(PolyMesh& mesh, PolyMeshData&& data) {
   CoreString error;
-  const bool is_sound = mesh.create(std::move(data), error);
-  expect(is_sound, error.get_data());
+  const bool is_valid = mesh.create(std::move(data), error);
+  expect(is_valid, error.get_data());
 }
