@@ -37,23 +37,23 @@ u64 count_stored_points(const CurveData& data) {
 const char* find_fault(const CurveData& data) {
   u64 points = 0;
   for (const u32 size : data.curve_sizes) points += size;
-  if (points != data.points.size()) return "The sizes of the fibres do not add up to the number of points.";
+  if (points != data.points.size()) return "The sizes of the curves do not add up to the number of points.";
   if (std::max<u64>({points, count_stored_points(data), data.curve_sizes.size(), data.motion_points.size()}) >=
       core_invalid_index)
-    return "There are too many fibres, points or motion samples.";
+    return "There are too many curves, points or motion samples.";
   const auto is_torn = [](u32 size) { return size >= 4 && size % 3 != 1; };
   if (data.basis == CurveBasis::bezier && std::any_of(data.curve_sizes.begin(), data.curve_sizes.end(), is_torn))
-    return "A Bézier fibre must have one point more than a multiple of three.";
+    return "A Bézier curve must have one point more than a multiple of three.";
 
   const std::vector<u32>& groups = data.curve_groups;
   const std::size_t group_count = std::max<std::size_t>(data.group_names.size(), 1);
-  if (!groups.empty() && groups.size() != data.curve_sizes.size()) return "There must be one shading group per fibre.";
+  if (!groups.empty() && groups.size() != data.curve_sizes.size()) return "There must be one shading group per curve.";
   if (std::any_of(groups.begin(), groups.end(), [&](u32 group) { return group >= group_count; }))
-    return "A fibre refers to a shading group that does not exist.";
+    return "A curve refers to a shading group that does not exist.";
 
   const auto fits = [&](const std::vector<Point>& sample) { return sample.size() == points; };
   if (!std::all_of(data.motion_points.begin(), data.motion_points.end(), fits))
-    return "Every motion sample must have as many points as the fibres.";
+    return "Every motion sample must have as many points as the curves.";
   if (data.motion_points.size() < 2) return nullptr;
   if (!gmath_isfinited(data.motion_begin) || !gmath_isfinited(data.motion_step) || data.motion_step <= 0.0)
     return "The motion samples must begin at a finite time and follow each other in positive steps.";
@@ -126,7 +126,7 @@ bool CurveSet::create(CurveData&& data, CoreString& error) {
   } catch (const std::bad_alloc&) {
   }
   clear();
-  error = "There is not enough memory for the fibres.";
+  error = "There is not enough memory for the curves.";
   return false;
 }
 

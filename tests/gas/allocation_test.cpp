@@ -116,7 +116,7 @@ TEST(Allocation, structures_take_none_once_their_motion_is_refitted) {
 
   CurveData data;
   data.basis = CurveBasis::bspline;
-  for (uint k = 0; k < 500; ++k) add_fibre(data, {{8.0 * k, 0.0, 0.0}, {0.5, 1.0, 0.9}, 2.0, 0.1, 0.3});
+  for (uint k = 0; k < 500; ++k) add_curve(data, {{8.0 * k, 0.0, 0.0}, {0.5, 1.0, 0.9}, 2.0, 0.1, 0.3});
   add_motion(data, 2, 0.0, 1.0, 1, true);
   const BuiltFur fur(world.ctx, data);
   ASSERT_GT(fur.structure.get_tree().oriented_count, 0u);

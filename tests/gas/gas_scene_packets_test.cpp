@@ -73,7 +73,7 @@ struct CombinedScene {
     return tree;
   }
 
-  /// Rays at fibres, at vertices and between them, as they are at rest, of all types but lookups.
+  /// Rays at curves, at vertices and between them, as they are at rest, of all types but lookups.
   std::vector<TestRay> make_timed_rays(uint count) const {
     PolyMeshData targets;
     for (const auto& shown : outer) {

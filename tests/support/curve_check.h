@@ -1,6 +1,6 @@
 // tests/support/curve_check.h
 //
-// Compares what a structure answers for fibres with what testing every segment gives.
+// Compares what a structure answers for curves with what testing every segment gives.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include "vq_core/core_log.h"
 #include "vq_curve/tube_mesh_fast.h"
 
-/// Fibres with a structure over them.
+/// Curves with a structure over them.
 struct BuiltFur {
   BuiltFur(const CtxEval& ctx, const CurveData& source, bool oriented = true, AppProgressBar* progress = nullptr)
       : data(source) {

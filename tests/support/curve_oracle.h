@@ -1,6 +1,6 @@
 // tests/support/curve_oracle.h
 //
-// What a ray surely hits of fibres and what it surely misses, found by testing every segment in double. A segment is
+// What a ray surely hits of curves and what it surely misses, found by testing every segment in double. A segment is
 // cut into short pieces whose centres and radii are taken as linear, so that each is the hull of two balls: a convex
 // solid that the ray meets in one interval, looked for by narrowing down. This is done twice, with solids a little too
 // thin and a little too thick. Where both agree on how the ray crosses the surface first, the true crossing lies
@@ -30,7 +30,7 @@ class CurveOracle {
     Ball around;              ///< holds all
   };
 
-  /// The fibres at `time`: input points are linear between their samples and stay outside them; NaN: at rest.
+  /// The curves at `time`: input points are linear between their samples and stay outside them; NaN: at rest.
   explicit CurveOracle(const CurveData& data, double time = std::numeric_limits<double>::quiet_NaN());
 
   const std::vector<Segment>& get_segments() const { return segments_; }

@@ -1,6 +1,6 @@
 // tests/support/curve_scenes.h
 //
-// Fibres made by formula or by seed, pleasant and nasty ones, and rays at them.
+// Curves made by formula or by seed, pleasant and nasty ones, and rays at them.
 #pragma once
 #include <limits>
 #include <string>
@@ -15,15 +15,15 @@ struct CurveScene {
   CurveData data;
 };
 
-/// How a fibre is drawn: from `root`, `length` along its direction, winding around it.
-struct FibreShape {
+/// How a curve is drawn: from `root`, `length` along its direction, winding around it.
+struct TestCurve {
   GMathVec3<double> root, direction;
   double length = 0.8, curl = 0.0, radius = 0.01;
   uint points = 7;
 };
 
 /// Radii fall to a half towards the tip.
-inline void add_fibre(CurveData& data, const FibreShape& shape) {
+inline void add_curve(CurveData& data, const TestCurve& shape) {
   const GMathVec3<double> along = shape.direction.get_normalized();
   const GMathVec3<double> side =
       along.cross(std::fabs(along.x) < 0.5 ? GMathVec3<double>(1, 0, 0) : GMathVec3<double>(0, 1, 0)).get_normalized();
@@ -37,21 +37,21 @@ inline void add_fibre(CurveData& data, const FibreShape& shape) {
   data.curve_sizes.push_back(shape.points);
 }
 
-/// Fibres anywhere in the cube of half width 1; their directions differ from (1, 2, 3) by up to `spread` per axis.
-inline CurveData make_hair(CurveBasis basis, uint fibres, uint seed, double curl = 0.0, double spread = 3.0,
+/// Curves anywhere in the cube of half width 1; their directions differ from (1, 2, 3) by up to `spread` per axis.
+inline CurveData make_hair(CurveBasis basis, uint curve_count, uint seed, double curl = 0.0, double spread = 3.0,
                            double radius = 0.01, uint points = 7) {
   RandomValues random(seed);
   CurveData data;
   data.basis = basis;
-  for (uint k = 0; k < fibres; ++k) {
+  for (uint k = 0; k < curve_count; ++k) {
     const GMathVec3<double> root = random.get_vec();
-    add_fibre(data, {root, GMathVec3<double>(1, 2, 3) + random.get_vec(spread), 0.8, curl * random.get(0.2, 1.0),
+    add_curve(data, {root, GMathVec3<double>(1, 2, 3) + random.get_vec(spread), 0.8, curl * random.get(0.2, 1.0),
                      radius * random.get(0.5, 1.5), points});
   }
   return data;
 }
 
-/// Tufts of parallel fibres, each smaller and nearer to the origin than the one before: the tree over them is deep,
+/// Tufts of parallel curves, each smaller and nearer to the origin than the one before: the tree over them is deep,
 /// with 8-bit nodes around oriented ones.
 inline CurveData make_tufts(uint tufts, uint seed) {
   RandomValues random(seed);
@@ -60,7 +60,7 @@ inline CurveData make_tufts(uint tufts, uint seed) {
     const double size = std::pow(0.99, tuft % 1000);
     const GMathVec3<double> root = random.get_vec(size), direction = random.get_vec();
     for (uint k = 0; k < 12; ++k)
-      add_fibre(data, {root + random.get_vec(0.01 * size), direction, 0.1 * size, 0.0, 0.0005 * size, 3});
+      add_curve(data, {root + random.get_vec(0.01 * size), direction, 0.1 * size, 0.0, 0.0005 * size, 3});
   }
   return data;
 }
@@ -69,7 +69,7 @@ inline void transform(CurveData& data, double scale, const GMathVec3<double>& sh
   for (auto& p : data.points) p.position = GMathVec3<float>(GMathVec3<double>(p.position) * scale + shift);
 }
 
-/// Samples in which whole fibres fly and their points tremble; the first is as at rest when `from_rest`.
+/// Samples in which whole curves fly and their points tremble; the first is as at rest when `from_rest`.
 inline void add_motion(CurveData& data, uint samples, double begin, double step, uint seed, bool from_rest = false) {
   RandomValues random(seed);
   data.motion_begin = begin;
@@ -89,21 +89,21 @@ inline void add_motion(CurveData& data, uint samples, double begin, double step,
   }
 }
 
-/// About `fibres` fibres each.
-inline std::vector<CurveScene> make_curve_scenes(uint fibres, uint seed) {
+/// About `curve_count` curves each.
+inline std::vector<CurveScene> make_curve_scenes(uint curve_count, uint seed) {
   constexpr float nan = std::numeric_limits<float>::quiet_NaN(), infinity = std::numeric_limits<float>::infinity();
   std::vector<CurveScene> scenes = {
-      {"curly bspline", make_hair(CurveBasis::bspline, fibres, seed, 0.1)},
-      {"curly catmull-rom", make_hair(CurveBasis::catmull_rom, fibres, seed + 1, 0.1)},
-      {"wild bezier", make_hair(CurveBasis::bezier, fibres, seed + 2, 0.3)},
-      {"linear", make_hair(CurveBasis::linear, fibres, seed + 3, 0.1)},
-      {"bundle", make_hair(CurveBasis::linear, fibres, seed + 4, 0.0, 0.1)},
-      {"crossing", make_hair(CurveBasis::bezier, fibres, seed + 5, 0.0, 0.05)},
+      {"curly bspline", make_hair(CurveBasis::bspline, curve_count, seed, 0.1)},
+      {"curly catmull-rom", make_hair(CurveBasis::catmull_rom, curve_count, seed + 1, 0.1)},
+      {"wild bezier", make_hair(CurveBasis::bezier, curve_count, seed + 2, 0.3)},
+      {"linear", make_hair(CurveBasis::linear, curve_count, seed + 3, 0.1)},
+      {"bundle", make_hair(CurveBasis::linear, curve_count, seed + 4, 0.0, 0.1)},
+      {"crossing", make_hair(CurveBasis::bezier, curve_count, seed + 5, 0.0, 0.05)},
       {"one", make_hair(CurveBasis::bezier, 1, seed + 6, 0.2, 3.0, 0.1, 4)},
       {"thick", make_hair(CurveBasis::bspline, 20, seed + 7, 0.1, 3.0, 0.2)},
-      {"huge", make_hair(CurveBasis::linear, fibres, seed + 8)},
-      {"far away", make_hair(CurveBasis::bezier, fibres, seed + 9, 0.1)},
-      {"bad", make_hair(CurveBasis::bspline, fibres, seed + 10, 0.1)},
+      {"huge", make_hair(CurveBasis::linear, curve_count, seed + 8)},
+      {"far away", make_hair(CurveBasis::bezier, curve_count, seed + 9, 0.1)},
+      {"bad", make_hair(CurveBasis::bspline, curve_count, seed + 10, 0.1)},
   };
   for (std::size_t k = 0; k < scenes[5].data.points.size(); k += 14)
     for (std::size_t p = k; p < std::min(k + 7, scenes[5].data.points.size()); ++p)
@@ -111,22 +111,22 @@ inline std::vector<CurveScene> make_curve_scenes(uint fibres, uint seed) {
   transform(scenes[8].data, 1e5, {});
   transform(scenes[9].data, 1.0, {1000, -500, 700});
   RandomValues random(seed);
-  for (uint k = 0; k < fibres; ++k) {
+  for (uint k = 0; k < curve_count; ++k) {
     auto& point = scenes[10].data.points[random.get_index(static_cast<uint>(scenes[10].data.points.size()))];
     (k % 2 == 0 ? point.position[k % 3] : point.radius) = k % 4 < 2 ? nan : infinity;
   }
   CurveScene line{"collinear", {}}, same{"coincident", {}}, points{"points", {}};
-  for (uint k = 0; k < fibres; ++k) {
-    add_fibre(line.data, {GMathVec3<double>(1, 1, 0) * random.get(), {1, 1, 0}, 0.3});
-    add_fibre(same.data, {{-0.3, -0.4, 0.1}, {1, 2, 3}, 1.0, 0.1, 0.02});
-    add_fibre(points.data, {random.get_vec(), {1, 0, 0}, 0.0, 0.0, 0.05, 4});
+  for (uint k = 0; k < curve_count; ++k) {
+    add_curve(line.data, {GMathVec3<double>(1, 1, 0) * random.get(), {1, 1, 0}, 0.3});
+    add_curve(same.data, {{-0.3, -0.4, 0.1}, {1, 2, 3}, 1.0, 0.1, 0.02});
+    add_curve(points.data, {random.get_vec(), {1, 0, 0}, 0.0, 0.0, 0.05, 4});
   }
   same.data.basis = points.data.basis = CurveBasis::bezier;
   scenes.insert(scenes.end(), {line, same, points});
   return scenes;
 }
 
-/// At points in fibres or close beside them, from outside, from inside, down the fibre and along axes, with lengths and
+/// At points in curves or close beside them, from outside, from inside, down the curve and along axes, with lengths and
 /// intervals of all kinds.
 inline std::vector<TestRay> make_curve_rays(const CurveOracle& oracle, uint count, uint seed) {
   RandomValues random(seed);

@@ -1,6 +1,6 @@
 // tests/support/oriented_check.h
 //
-// A walk through a tree over fibres with nodes of all three kinds, at rest or at a motion sample: every lane must hold
+// A walk through a tree over curves with nodes of all three kinds, at rest or at a motion sample: every lane must hold
 // the balls of the segments below it, an oriented one with room for what rounding takes from the ray test.
 #pragma once
 #include <algorithm>

@@ -10,16 +10,16 @@
 
 namespace {
 
-TEST(BvhOriented, lanes_of_built_trees_hold_the_fibres_below_them) {
+TEST(BvhOriented, lanes_of_built_trees_hold_the_curves_below_them) {
   QueryWorld world;
   uint lanes[4] = {0, 0, 0, 0};
-  for (const uint fibres : {2u, 40u, 1000u}) {
-    std::vector<CurveScene> scenes = make_curve_scenes(fibres, 5);
-    scenes.push_back({"tufts", make_tufts(fibres, 6)});
+  for (const uint curve_count : {2u, 40u, 1000u}) {
+    std::vector<CurveScene> scenes = make_curve_scenes(curve_count, 5);
+    scenes.push_back({"tufts", make_tufts(curve_count, 6)});
     for (const CurveScene& scene : scenes) {
       const BuiltFur built(world.ctx, scene.data);
       OrientedCheck check(built.structure.get_tree(), CurveOracle(scene.data));
-      EXPECT_EQ(check.find_fault(), "") << scene.name << ", " << fibres << " fibres";
+      EXPECT_EQ(check.find_fault(), "") << scene.name << ", " << curve_count << " curves";
       for (uint kind = 0; kind < 4; ++kind) lanes[kind] += check.lanes_of_kind[kind];
     }
   }

@@ -4,8 +4,8 @@
 // point it hits, one ray to the sun (any hit is a shadow) and one around the normal (the nearest hit's color is
 // indirect light). All rays of one kind in a tile are one packet.
 //
-// Hair too thin to look round scatters light as a fiber (fiber_shading.h); hair many pixels wide is shaded as a
-// surface. In between each sample chooses one at random.
+// Hair too thin to look round scatters light like a thin cylinder (fiber_shading.h); hair many pixels wide is shaded as
+// a surface. In between each sample chooses one at random.
 #include "tools/vqgas/render/daylight.h"
 #include "tools/vqgas/render/fiber_shading.h"
 #include "tools/vqgas/render/render.h"
@@ -25,12 +25,12 @@ struct ShadePoint {
   float haze = 0.0f;    // blend weight of the sky's color
   Color light, gloss;   // light so far: multiplied by the albedo, and added as it is
   Vector sun, ambient;  // directions of its rays
-  bool is_fiber = false;
-  Vector tangent;  // of a fiber
-  double fiber_radius = 0.0;
+  bool is_thin_hair = false;
+  Vector tangent;  // of a hair
+  double hair_radius = 0.0;
 };
 
-double get_fiber_radius(const CurveSet& curves, const GeometryIntersection& hit, double time) {
+double get_hair_radius(const CurveSet& curves, const GeometryIntersection& hit, double time) {
   const double u = std::clamp(hit.u, 0.0, 1.0);  // the round ends lie beyond
   const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
   const double radius = curves.get_shape() == CurveShape::linear
@@ -139,29 +139,29 @@ class BeautyTile {
     point.position = surface.position + point.face_normal * (1e-5 * radius_);
     point.albedo = scene_.get_group_colors()[hit->get_group()];
     coverage_[ray] += 1.0f;
-    if (hit->shape->hair != nullptr) find_fiber(*hit, surface, point);
+    if (hit->shape->hair != nullptr) find_hair(*hit, surface, point);
     return true;
   }
 
-  void find_fiber(const SceneHit& found, const GeometrySurfacePoint& surface, ShadePoint& point) const {
+  void find_hair(const SceneHit& found, const GeometrySurfacePoint& surface, ShadePoint& point) const {
     const TubeMeshFast& hair = *found.shape->hair;
     const GeometryIntersection& hit = *found.record;
     const double time = scene_.get_shape_time(point.time);
-    point.fiber_radius = get_fiber_radius(hair.get_curves(), hit, time);
+    point.hair_radius = get_hair_radius(hair.get_curves(), hit, time);
     point.tangent = hair.get_tangent(hit, time);
     if (found.transform != nullptr) {
       const GMathMatrix4x4<double>& matrix = found.transform->matrix;
-      point.fiber_radius *= std::cbrt(std::fabs(matrix.get_determinant()));
+      point.hair_radius *= std::cbrt(std::fabs(matrix.get_determinant()));
       point.tangent = matrix.transform_vector(point.tangent).get_normalized();
     }
     // The offset for surfaces may be wider than a hair.
-    point.position = surface.position + point.face_normal * std::fmin(1e-5 * radius_, 0.02 * point.fiber_radius);
+    point.position = surface.position + point.face_normal * std::fmin(1e-5 * radius_, 0.02 * point.hair_radius);
     const uint strand = hair.get_curves().get_curve(hit.primitive);
     point.albedo = point.albedo * static_cast<float>(0.75 + 0.5 * random_unit(strand, 21));
-    const double width = 2.0 * point.fiber_radius / (hit.distance * pixel_.get_length());
+    const double width = 2.0 * point.hair_radius / (hit.distance * pixel_.get_length());
     const double roundness = (width - 2.0) / 4.0;
     const uint chance = hash_bits(static_cast<uint>(std::fabs(hit.v) * 0x1p31) ^ hit.primitive);
-    point.is_fiber = random_unit(chance, 22) >= roundness;
+    point.is_thin_hair = random_unit(chance, 22) >= roundness;
   }
 
   bool find_floor_point(const Vector& position, ShadePoint& point) const {
@@ -180,8 +180,8 @@ class BeautyTile {
       const ShadePoint& point = points_[ray];
       // A surface that faces away from the sun is in shadow; its ray has an empty interval.
       const bool faces_sun =
-          point.is_fiber || (point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0);
-      const Vector origin = point.is_fiber ? get_sunny_side(point) : point.position;
+          point.is_thin_hair || (point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0);
+      const Vector origin = point.is_thin_hair ? get_sunny_side(point) : point.position;
       packet.set_ray(ray, origin, point.sun, 0.0, faces_sun ? DBL_MAX : -1.0, point.time, GMathRay::shadow);
       thread_.counts.shadow += faces_sun;
     }
@@ -191,18 +191,18 @@ class BeautyTile {
     }
   }
 
-  /// Origin of the shadow ray: where the ray to the sun leaves the fiber that the camera ray hit, so that the fiber
+  /// Origin of the shadow ray: where the ray to the sun leaves the hair that the camera ray hit, so that the hair
   /// does not shadow itself.
   static Vector get_sunny_side(const ShadePoint& point) {
-    const Vector axis = point.position - point.face_normal * point.fiber_radius;
+    const Vector axis = point.position - point.face_normal * point.hair_radius;
     const Vector across = (point.sun - point.tangent * point.tangent.dot(point.sun)).get_normalized();
-    return axis + across * (1.05 * point.fiber_radius);
+    return axis + across * (1.05 * point.hair_radius);
   }
 
   void add_sun(ShadePoint& point) const {
     const Vector sun = point.sun.get_normalized();
-    if (point.is_fiber) {
-      const FiberScattering scattering = scatter_at_fiber(point.tangent, point.view, sun);
+    if (point.is_thin_hair) {
+      const HairScattering scattering = scatter_at_hair(point.tangent, point.view, sun);
       point.light += daylight_.sun_color * static_cast<float>(scattering.diffuse + scattering.glow);
       point.gloss += daylight_.sun_color * static_cast<float>(scattering.highlight);
       return;
