@@ -1,6 +1,6 @@
 // bench/bench_builder.cpp
 //
-// What making a structure costs, whole and by stage. Items are triangles of the knot.
+// Time to build a structure, in total and by stage. The items are the triangles of the knot.
 #include <benchmark/benchmark.h>
 
 #include <numeric>
@@ -34,7 +34,7 @@ struct Items {
   std::vector<GMathBbox3<float>> boxes;
 };
 
-/// Everything: primitives in, structure out. Arguments: triangles, threads.
+/// create() as a whole. Arguments: triangles, threads.
 void create_structure(benchmark::State& state) {
   const Items items(static_cast<uint>(state.range(0)));
   BenchWorld world(static_cast<uint>(state.range(1)));
@@ -57,8 +57,8 @@ void prepare_boxes(benchmark::State& state) {
 }
 BENCHMARK(prepare_boxes)->Arg(million / 10)->Arg(million)->Unit(benchmark::kMillisecond);
 
-/// One split of one set. The order is copied back each time, which costs little beside the split itself: a strategy
-/// that finds its own result of last time would predict every branch.
+/// One split of one set. The order is restored each time, because a strategy that splits its own last result would
+/// predict every branch; the copy costs little compared to the split.
 void split_set(benchmark::State& state) {
   const Items items(million);
   std::vector<uint> order(items.order);

@@ -1,6 +1,6 @@
 // bench/bench_clusters.cpp
 //
-// Cutting a knot into clusters, and asking for their boxes and weights. Argument: clusters wanted.
+// Time to divide a knot into clusters, and to compute their boxes and weights. Argument: number of clusters requested.
 #include <benchmark/benchmark.h>
 
 #include "bench/bench_scene.h"

@@ -1,6 +1,7 @@
 // bench/bench_curves.cpp
 //
-// The hot functions of hair: what testing, measuring and stepping past a segment costs, over the segments of one groom.
+// Time of the hot functions of hair: ray test and box of a segment, and one step at a node, over the segments of one
+// groom.
 #include <benchmark/benchmark.h>
 
 #include "bench/bench_random.h"
@@ -11,7 +12,7 @@ namespace {
 
 constexpr uint case_count = 4096;
 
-/// Grown and built once a program.
+/// Grown and built once per program.
 struct Fur {
   explicit Fur(CurveShape shape) : world(1), groom(bench_make_groom(BenchHairStyle::fur, shape, 200000, 0)) {
     bench_fill_tube_mesh(groom, tubes);
@@ -35,7 +36,7 @@ GMathVec3<double> make_direction(BenchRandom& random) {
   return GMathVec3<double>(x, y, z).get_normalized();
 }
 
-/// A ray in a random direction that passes a random ball of the segment at so many of its radii.
+/// A ray in a random direction that passes a random ball of the segment at a distance of `radii` of its radii.
 GMathBasicRay<double> make_ray(const Fur& fur, uint segment, double radii, BenchRandom& random) {
   const CurvePoint<double> ball = fur.groom.get_ball(segment, random.get_unit(), 0.0);
   const GMathVec3<double> direction = make_direction(random);
@@ -63,7 +64,7 @@ std::vector<Case<shape>> make_cases(double radii) {
   return cases;
 }
 
-/// Argument: how many hundredths of a radius the ray passes the axis of a point of the segment at. Below 100 all hit.
+/// Argument: distance of the ray from the axis of the segment, in percent of the radius. Below 100 all rays hit.
 template <CurveShape shape>
 void hit_segment(benchmark::State& state) {
   const std::vector<Case<shape>> cases = make_cases<shape>(0.01 * static_cast<double>(state.range(0)));
@@ -80,7 +81,7 @@ void hit_segment(benchmark::State& state) {
 BENCHMARK(hit_segment<CurveShape::linear>)->Name("hit_segment/linear")->ArgName("radii%")->Arg(50)->Arg(300)->Arg(2000);
 BENCHMARK(hit_segment<CurveShape::cubic>)->Name("hit_segment/cubic")->ArgName("radii%")->Arg(50)->Arg(300)->Arg(2000);
 
-/// In the space of another segment, as the builder asks.
+/// The box along the axes of another segment, as the builder measures it.
 template <CurveShape shape>
 void bbox_in_space(benchmark::State& state) {
   const std::vector<Case<shape>> cases = make_cases<shape>(0.0);
@@ -95,7 +96,7 @@ void bbox_in_space(benchmark::State& state) {
 BENCHMARK(bbox_in_space<CurveShape::linear>)->Name("bbox_in_space/linear");
 BENCHMARK(bbox_in_space<CurveShape::cubic>)->Name("bbox_in_space/cubic");
 
-/// One step of the walk at the `index`-th node of a kind, without the memory's latency: the nodes fit the cache.
+/// One traversal step at a node of one kind. The nodes fit the cache, so memory latency is excluded.
 template <class Step>
 void walk_nodes(benchmark::State& state, uint node_count, const Step& step) {
   const Fur& fur = get_fur(CurveShape::cubic);

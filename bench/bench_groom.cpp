@@ -17,8 +17,8 @@ constexpr uint key_count = BenchGroom::strand_segments + 1;
 using Vec = GMathVec3<double>;
 
 struct Style {
-  double curl_turns, curl_width;  // turns a strand, radius at the tip in strand lengths
-  double clump;                   // how far the tips are drawn to their clump's, 0 to 1
+  double curl_turns, curl_width;  // turns per strand; radius of the curl at the tip, in strand lengths
+  double clump;                   // blend weight of the clump's tip at the strand's tip, 0 to 1
 };
 Style get_style(BenchHairStyle style) {
   if (style == BenchHairStyle::straight) return {0.0, 0.0, 0.0};
@@ -26,14 +26,14 @@ Style get_style(BenchHairStyle style) {
   return {1.2, 0.05, 0.7};
 }
 
-/// On a ball of radius 1. Where there are more strands they are shorter and finer; several still cover each other.
+/// On a ball of radius 1. More strands are shorter and thinner, so that always several overlap.
 double get_strand_length(uint strand_count) { return 0.6 * std::cbrt(25000.0 / strand_count); }
-/// A segment is fifty times as long as it is thick.
+/// The length of a segment is fifty times its thickness.
 double get_root_radius(uint strand_count) {
   return get_strand_length(strand_count) / BenchGroom::strand_segments / 100.0;
 }
 
-/// Where a strand stands and which way it grows.
+/// Position and direction of a strand's root.
 struct Root {
   Vec position, along, side, across;
 };
@@ -51,7 +51,7 @@ Root make_root(const Vec& place) {
   return root;
 }
 
-/// Evenly over the unit sphere: the points of a Fibonacci lattice lie on a spiral (Swinbank, Purser 2006).
+/// Points evenly over the unit sphere: a Fibonacci lattice (Swinbank, Purser 2006).
 Vec make_lattice_point(uint index, uint count) {
   const double z = 1.0 - (2.0 * index + 1.0) / count;
   const double angle = tau * (index * (std::numbers::phi - 1.0) - std::floor(index * (std::numbers::phi - 1.0)));
@@ -79,7 +79,7 @@ CurvePoint<float> make_point(const Vec& position, double root_radius, double key
   return {GMathVec3<float>(position), static_cast<float>(radius)};
 }
 
-/// The Bézier points of the cubic with the slopes of Catmull and Rom, or the keys themselves.
+/// Cubic: the Bézier points of a Catmull-Rom curve through the keys. Linear: the keys.
 void add_strand(const Vec (&keys)[key_count], double root_radius, CurveShape shape,
                 std::vector<CurvePoint<float>>& points) {
   for (uint key = 0; key < key_count; ++key) {
@@ -93,12 +93,12 @@ void add_strand(const Vec (&keys)[key_count], double root_radius, CurveShape sha
   }
 }
 
-/// All strands as they are at `time`.
+/// The points of all strands at `time`.
 std::vector<CurvePoint<float>> make_points(const Style& style, CurveShape shape, uint clump_count, double time) {
   BenchRandom random(20);
   const double strand_length = get_strand_length(clump_count * clump_strands);
   const double root_radius = get_root_radius(clump_count * clump_strands);
-  const double spread = std::sqrt(4.0 * std::numbers::pi / clump_count);  // about the distance between clumps
+  const double spread = std::sqrt(4.0 * std::numbers::pi / clump_count);  // about the distance of two clumps
   std::vector<CurvePoint<float>> points;
   for (uint clump = 0; clump < clump_count; ++clump) {
     const Vec place = make_lattice_point(clump, clump_count);

@@ -7,7 +7,7 @@ namespace {
 
 using Vec = GMathVec3<double>;
 
-/// Where in [0, 1] a function of the segment is least: of many samples the best, then golden sections about it.
+/// The parameter in [0, 1] at which the function is least: the best of many samples, then golden-section search.
 template <class Function>
 double find_least(const Function& function) {
   constexpr uint steps = 64;
@@ -29,7 +29,7 @@ double find_least(const Function& function) {
   return 0.5 * (low + high);
 }
 
-/// Which ball of the hit segment has the hit on its surface, or nearly so.
+/// The parameter of the ball whose surface is nearest to the hit.
 double find_ball(const BenchGroom& groom, uint segment, const Vec& hit, double time) {
   return find_least([&](double u) {
     const CurvePoint<double> ball = groom.get_ball(segment, u, time);

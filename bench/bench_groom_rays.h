@@ -1,32 +1,31 @@
 // bench/bench_groom_rays.h
 //
-// Rays that begin on fibres, and a judgement on who is right where two libraries disagree about one.
+// Rays that begin on hair, and a verdict on each hit about which two libraries disagree.
 #pragma once
 #include "bench/bench_groom.h"
 #include "bench/bench_rays.h"
 
-/// How near a ray's line comes to a segment.
+/// The distance between a ray's line and a segment.
 struct BenchApproach {
   double u = 0.0;
-  double ratio = 0.0;  ///< least distance to the axis over the radius there: a ball is hit below 1
+  double ratio = 0.0;  ///< least of distance to the axis / radius there; below 1 the line hits the segment
 };
 BenchApproach bench_approach(const BenchGroom& groom, uint segment, const BenchRay& ray, double time);
 
-/// As bench_make_bounce_rays(): from a tenth of the fibre's radius above its surface, and hits nearer than as much
-/// again do not count.
+/// As bench_make_bounce_rays(), from a tenth of the root radius off the surface; tnear is as much again.
 BenchRaySet bench_make_hair_bounce_rays(const BenchGroom& groom, const BenchRaySet& rays,
                                         const std::vector<BenchHit>& hits, u64 seed);
-/// From the side of the fibre at each hit of `rays`, one and a half radii off its axis, to a light above the groom; any
-/// hit.
+/// Any-hit rays to a light above the groom. They begin at each hit of `rays`, on the side of the segment towards the
+/// light, 1.5 radii off its axis.
 BenchRaySet bench_make_light_rays(const BenchGroom& groom, const BenchRaySet& rays, const std::vector<BenchHit>& hits);
 
-/// What a disagreement about a ray's nearest hit comes down to: a look at the nearer of the two hits (or the only one).
+/// The cause of a disagreement about a ray's nearest hit, found from the nearer of the two hits (or the only one).
 enum class BenchVerdict {
-  silhouette,       ///< the line touches that fibre so lightly that rounding decides: ratio within 1 -+ `band`
-  end,              ///< about the end of a strand, where one library has round ends and the other has not
-  missed_by_first,  ///< the second library found a fibre that the line goes through
-  missed_by_other,  ///< the first library did
-  false_hit         ///< either found a fibre that the line passes by
+  silhouette,       ///< the line grazes the segment, so rounding decides: ratio within 1 -+ bench_silhouette_band
+  end,              ///< near the end of a strand, where one library has round ends and the other open ends
+  missed_by_first,  ///< the second library's hit is right, and the first found none so near
+  missed_by_other,  ///< the first library's hit is right, and the second found none so near
+  false_hit         ///< a library found a segment that the line misses
 };
 constexpr double bench_silhouette_band = 0.03;
 BenchVerdict bench_judge(const BenchGroom& groom, const BenchRay& ray, double time, const BenchHit& first,

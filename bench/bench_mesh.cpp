@@ -8,7 +8,8 @@ namespace {
 
 constexpr double tau = 2.0 * std::numbers::pi;
 
-/// Two triangles a cell over `rows` x `columns` cells. Where it does not wrap there is one vertex more than cells.
+/// Adds two triangles per cell of `rows` x `columns` cells. In a direction without wrap there is one more vertex than
+/// cells.
 void add_grid(BenchMesh& mesh, uint rows, uint columns, bool rows_wrap, bool columns_wrap) {
   const uint row_vertices = columns_wrap ? columns : columns + 1;
   mesh.indices.reserve(std::size_t{6} * rows * columns);

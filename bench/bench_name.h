@@ -1,13 +1,13 @@
 // bench/bench_name.h
 //
-// Names of what is generated on demand: a kind and a number, as "fur-200k" and "giants-200".
+// Names of generated meshes, hair and scenes: a kind and a number, as "fur-200k" or "giants-200".
 #pragma once
 #include <string>
 
 #include "vq_core/core_types.h"
 
-/// Cuts "KIND-NUMBER" in two; k stands for thousands, m for millions. False for any other name and for numbers beyond
-/// 1 .. 100 000 000.
+/// Divides "KIND-NUMBER"; k means thousands, m millions. False for any other name and for numbers outside 1 ..
+/// 100 000 000.
 inline bool bench_split_name(const std::string& name, std::string& kind, uint& number) {
   const std::size_t dash = name.find('-');
   if (dash == std::string::npos) return false;

@@ -14,11 +14,11 @@ using Vec = GMathVec3<double>;
 struct Style {
   uint mesh_count;
   uint mean_triangles;
-  double least_size, greatest_size;  ///< radii of objects, their places being 1 apart
+  double least_size, greatest_size;  ///< radii of objects whose centers are about 1 apart
 };
 constexpr Style styles[] = {{20, 5000, 0.35, 0.7}, {8, 250000, 0.7, 1.3}};
 
-/// Shape `number`, lumpy in its own way, centred, in a ball of radius 1.
+/// Shape `number`: a lumpy mesh, centered, in a ball of radius 1.
 BenchMesh make_shape(uint number, uint triangle_count) {
   BenchMesh mesh = number % 3 == 0   ? bench_make_knot(triangle_count)
                    : number % 3 == 1 ? bench_make_ball(triangle_count)
@@ -39,7 +39,7 @@ Vec make_vec(BenchRandom& random) {
   return {2.0 * x - 1.0, 2.0 * y - 1.0, 2.0 * z - 1.0};
 }
 
-/// Rodrigues' formula; `axis` is of unit length.
+/// Rotation matrix by Rodrigues' formula; `axis` is of unit length.
 BenchMatrix make_turn(const Vec& axis, double angle) {
   const double c = std::cos(angle), s = std::sin(angle);
   BenchMatrix turn;
@@ -51,7 +51,7 @@ BenchMatrix make_turn(const Vec& axis, double angle) {
   return turn;
 }
 
-/// Where object `number` of `count` stands.
+/// Position of object `number` of `count`.
 Vec make_place(uint number, uint count, BenchRandom& random) {
   const Vec jitter = make_vec(random) * 0.4;
   const uint side = static_cast<uint>(std::ceil(std::cbrt(count)));

@@ -1,13 +1,13 @@
 // bench/bench_peers.cpp
 //
-// This library and a peer on the same meshes, hair or scenes and the same rays, in one process:
+// Measures this library and a peer with the same rays on the same meshes, hair or scenes, in one process:
 //
 //   bench_peers bunny.obj dragon.ply --threads 1,2 --json peers.json
 //   bench_peers dragon.ply --sets bounce --only-ours --rounds 20        (under a profiler)
 //   bench_peers --no-knot --no-terrain --hair fur-200k,fur-5m --motion 0,2,8
 //   bench_peers --no-knot --no-terrain --scene swarm-10k,giants-200 --motion 0,2,8
 //
-// Measures only: it fails on bad input, never on a time.
+// It fails on bad input, never on a time.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
@@ -40,7 +40,7 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_option(
          "--peers", settings.measure.peers,
          "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Scenes: this "
-         "library with objects left whole. Hair: this library without oriented nodes, Embree's round curves at "
+         "library with one leaf per object. Hair: this library without oriented nodes, Embree's round curves at "
          "SSE4.2 or its best")
       ->delimiter(',')
       ->check(CLI::IsMember(peers))
@@ -67,7 +67,7 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_option("--scene", settings.scenes,
                  "Scenes to make: swarm or giants and the number of objects, as swarm-10k,giants-200")
       ->delimiter(',');
-  app.add_option("--motion", settings.motion, "Motion samples of hair and scenes, 0 for rest; one run each")
+  app.add_option("--motion", settings.motion, "Motion samples of hair and scenes, 0 for static ones; one run each")
       ->delimiter(',')
       ->check(CLI::IsMember({0, 2, 3, 4, 5, 6, 7, 8}))
       ->capture_default_str();

@@ -23,8 +23,8 @@ struct TriangleHit {
   double distance, u, v;
 };
 
-/// Möller, Trumbore 1997, "Fast, Minimum Storage Ray/Triangle Intersection", both faces, in double precision. The
-/// division waits until the triangle is hit: most are not.
+/// Möller, Trumbore 1997, "Fast, Minimum Storage Ray/Triangle Intersection", both faces, in double precision. Divides
+/// only after a hit is certain, because most rays miss.
 inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const RTCRay& ray, TriangleHit& hit) {
   const u32* index = mesh.indices.data() + std::size_t{3} * triangle;
   const GMathVec3<float>* positions = mesh.positions.data();
@@ -46,7 +46,7 @@ inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const RTCRay& ray
   return hit.distance >= double(ray.tnear) && hit.distance < double(ray.tfar);
 }
 
-/// One ray a call, and valid: the callers below use no packets.
+/// Called with one valid ray: the callers below use no packets.
 void intersect_triangle(const RTCIntersectFunctionNArguments* args) {
   RTCRayHit& ray_hit = *reinterpret_cast<RTCRayHit*>(args->rayhit);
   TriangleHit hit;
@@ -82,7 +82,7 @@ inline void set_ray(const BenchRaySet& set, std::size_t index, RTCRay& ray) {
   ray.flags = 0;
 }
 
-/// With as many time steps as the object has matrices.
+/// As many time steps as the object has matrices.
 RTCGeometry make_instance(RTCDevice device, const BenchObjects::Object& object, RTCScene of_scene) {
   RTCGeometry instance = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_INSTANCE);
   rtcSetGeometryInstancedScene(instance, of_scene);

@@ -1,7 +1,6 @@
 // bench/bench_peers_embree.h
 //
-// The peer: Embree, with its own triangles, with one user primitive a triangle, with its own round curves, or with
-// instances.
+// The peer: Embree, with its own triangles, one user primitive per triangle, its own round curves, or instances.
 #pragma once
 #include <embree3/rtcore.h>
 
@@ -15,29 +14,29 @@
 #include "bench/bench_objects.h"
 #include "bench/bench_tracer.h"
 
-/// Makes what a scene holds. What it shares with the library must outlive the scene.
+/// Makes the geometry of a scene. Data that Embree shares with the caller must outlive the scene.
 using EmbreeGeometryMaker = std::function<RTCGeometry(RTCDevice)>;
 using EmbreeMeshMaker = RTCGeometry (*)(RTCDevice, const BenchMesh&);
 
-/// Single precision, Embree's own storage and test. The memory of the positions must go on for four bytes behind the
-/// last: the library reads vertices sixteen bytes at a time.
+/// Embree's own triangles, single precision. The array of positions must have four more bytes after the last position,
+/// because Embree reads vertices as sixteen bytes.
 RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh);
-/// Boxes and tests through callbacks, in double precision, as this library reaches its geometry.
+/// Boxes and tests through callbacks, in double precision, as this library calls its geometry.
 RTCGeometry embree_make_user_triangles(RTCDevice device, const BenchMesh& mesh);
-/// Embree's round curves: a linear segment is a cone with round ends, a cubic one a sweep of discs without ends. As
+/// Embree's round curves: a linear segment is a cone with round ends, a cubic one a sweep of discs with open ends. As
 /// many time steps as the groom has samples.
 RTCGeometry embree_make_curves(RTCDevice device, const BenchGroom& groom);
 
-/// A device that runs builds on so many threads and counts what it holds.
+/// A device that builds on `thread_count` threads and counts its memory.
 class EmbreeDevice {
  public:
-  /// @param isa  as the device's configuration wants it; empty: the best that the machine has
+  /// @param isa  instruction set, for the device's configuration; empty: the best of the machine
   EmbreeDevice(const std::string& isa, uint thread_count);
   ~EmbreeDevice();
   EmbreeDevice(const EmbreeDevice&) = delete;
   EmbreeDevice& operator=(const EmbreeDevice&) = delete;
 
-  /// Null when the library refuses the configuration.
+  /// Null if Embree rejects the configuration.
   RTCDevice get() const { return device_; }
   u64 get_held_bytes() const { return static_cast<u64>(held_bytes_.load()); }
 
@@ -48,13 +47,13 @@ class EmbreeDevice {
 
 class EmbreeScene final : public BenchTracer {
  public:
-  /// Describes a scene of one geometry; `device` must outlive it.
+  /// Defines a scene of one geometry; `device` must outlive it.
   EmbreeScene(EmbreeDevice& device, const EmbreeGeometryMaker& make_geometry);
-  /// Builds a scene for each mesh and describes a scene of instances of them. `device` and `objects` must outlive it.
+  /// Builds a scene for each mesh and defines a scene of instances of them. `device` and `objects` must outlive it.
   EmbreeScene(EmbreeDevice& device, const BenchObjects& objects, EmbreeMeshMaker make_mesh);
   ~EmbreeScene() override;
 
-  /// Builds the tree: what is timed as the build.
+  /// Builds the tree; this is the measured build time.
   void commit();
   void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) override;
   u64 get_tree_bytes() const override { return held_bytes_; }

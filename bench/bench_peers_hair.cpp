@@ -13,7 +13,7 @@ struct Kind {
 };
 constexpr Kind kinds[] = {{"round-sse42", "sse4.2"}, {"round", ""}};
 
-/// The rays of these numbers, asked for their nearest hits.
+/// The rays with these numbers, for nearest hits.
 BenchRaySet pick_rays(const BenchRaySet& set, const std::vector<std::size_t>& numbers) {
   BenchRaySet picked;
   for (const std::size_t ray : numbers) {

@@ -1,16 +1,16 @@
 // bench/bench_peers_hair.h
 //
-// A groom as it is compared: this library's structure of oriented boxes, the same without them, Embree's round curves.
+// Hair as a subject: this library's structure with oriented boxes, the same without, Embree's round curves.
 #pragma once
 #include "bench/bench_peers_run.h"
 
-/// The names of the peers of grooms; "aligned-only" is this library without oriented nodes.
+/// Names of the peers for hair; "aligned-only" is this library without oriented nodes.
 std::vector<std::string> peer_get_hair_peers();
 
 class PeerHair final : public PeerSubject {
  public:
   explicit PeerHair(BenchGroom groom);
-  /// False for what the library refuses.
+  /// False if the library rejects the groom.
   bool is_valid() const { return valid_; }
 
   PeerReport describe() const override;
@@ -21,10 +21,10 @@ class PeerHair final : public PeerSubject {
   BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
   BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
                                u64 seed) const override;
-  /// Queries for all hits may miss what lies below oriented nodes.
+  /// False: queries for all hits may miss segments below oriented nodes.
   bool allows_first_of_all() const override { return false; }
-  /// Distances disagree when they differ by more than half the greatest radius. Rays that disagree about any hit are
-  /// asked for the nearest within their interval and judged by it.
+  /// Distances disagree if they differ by more than half the greatest radius. For rays that disagree about any hit the
+  /// verdict is based on the nearest hits within their intervals.
   BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
                             BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const override;
 

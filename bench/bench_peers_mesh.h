@@ -1,26 +1,26 @@
 // bench/bench_peers_mesh.h
 //
-// A mesh as it is compared: this library's mesh structure beside Embree's triangles.
+// A mesh as a subject: this library's mesh structure and Embree's triangles.
 #pragma once
 #include "bench/bench_peers_run.h"
 
-/// A peer of meshes.
+/// A peer for meshes.
 struct PeerMeshKind {
   const char* name;
   EmbreeMeshMaker make;
   const char* isa;
 };
-/// Null for a name that is none's.
+/// Null for an unknown name.
 const PeerMeshKind* peer_find_mesh_kind(const std::string& name);
 std::vector<std::string> peer_get_mesh_peers();
 
-/// How far off a surface bounce rays begin: by more than the rounding of single-precision coordinates of this size.
+/// Offset of bounce rays from the surface: more than the rounding of single-precision coordinates of this size.
 double peer_get_mesh_offset(const GMathBbox3<double>& box);
 
 class PeerMesh final : public PeerSubject {
  public:
   explicit PeerMesh(BenchMesh mesh);
-  /// False for what the library's mesh refuses.
+  /// False if the library's mesh rejects the input.
   bool is_valid() const { return valid_; }
 
   PeerReport describe() const override;

@@ -9,7 +9,7 @@ namespace {
 
 using nlohmann::json;
 
-/// This library's row in the same set and on as many threads; null without one.
+/// This library's row for the same set and number of threads; null if there is none.
 const PeerTraceRow* find_ours(const PeerReport& report, const PeerTraceRow& row) {
   for (const PeerTraceRow& other : report.traces) {
     if (other.library == peer_ours && other.set == row.set && other.thread_count == row.thread_count) return &other;
@@ -30,7 +30,7 @@ std::string format_spread(const BenchSpread& spread) {
   return text;
 }
 
-/// How much faster this library is in each round; nothing for its own rows.
+/// Ratio of this library's speed to the row's, by round; empty for its own rows.
 std::optional<BenchSpread> get_ratio(const PeerReport& report, const PeerTraceRow& row) {
   const PeerTraceRow* ours = find_ours(report, row);
   if (row.library == peer_ours || ours == nullptr) return std::nullopt;
@@ -47,7 +47,7 @@ std::string format_ratio(const PeerReport& report, const Row& row) {
   return ratio ? format_spread(*ratio) : "";
 }
 
-/// Million primitives a second, or milliseconds for all.
+/// Million primitives per second, or milliseconds in total.
 std::vector<double> get_build_values(const PeerReport& report, const PeerBuildRow& row) {
   std::vector<double> values;
   for (const double seconds : row.seconds) {
@@ -56,12 +56,12 @@ std::vector<double> get_build_values(const PeerReport& report, const PeerBuildRo
   }
   return values;
 }
-/// Bytes a primitive, or for all.
+/// Bytes per primitive, or in total.
 double get_bytes(const PeerReport& report, u64 bytes) {
   return static_cast<double>(bytes) / (report.scale == PeerScale::whole ? 1.0 : report.primitive_count);
 }
 
-/// Geometric mean over the sets of the median ratios to each library, per thread count.
+/// Geometric mean over the sets of the median ratios, for each library and number of threads.
 std::map<std::pair<uint, std::string>, double> get_mean_ratios(const PeerReport& report) {
   std::map<std::pair<uint, std::string>, std::pair<double, uint>> sums;
   for (const PeerTraceRow& row : report.traces) {
@@ -195,8 +195,7 @@ void peer_print_report(const PeerReport& report) {
                 row.library.c_str());
   for (const auto& [key, mean] : get_mean_ratios(report))
     std::printf("  geometric mean of the ratios: %s %u thr %.3f\n", key.second.c_str(), key.first, mean);
-  if (!report.any_hit_query.empty())
-    std::printf("  any hit was asked of %s as %s\n", peer_ours, report.any_hit_query.c_str());
+  if (!report.any_hit_query.empty()) std::printf("  any-hit rays of %s: %s\n", peer_ours, report.any_hit_query.c_str());
   std::fflush(stdout);
 }
 

@@ -1,18 +1,18 @@
 // bench/bench_peers_report.h
 //
-// What bench_peers found, as a table to read and as JSON.
+// Results of bench_peers, as text tables and as JSON.
 #pragma once
 #include <nlohmann/json.hpp>
 
 #include "bench/bench_peers_measure.h"
 
-/// One library building one subject.
+/// Build times of one library for one subject.
 struct PeerBuildRow {
-  /// Empty: the build; "refit": what the first query in motion does besides; "refitted": both.
+  /// Empty: the build. "refit": the refit by the first motion query. "refitted": both together.
   std::string what;
   std::string library;
   uint thread_count = 1;
-  std::vector<double> seconds;  ///< one a round
+  std::vector<double> seconds;  ///< one per round
 };
 
 struct PeerMemoryRow {
@@ -20,30 +20,30 @@ struct PeerMemoryRow {
   u64 tree_bytes = 0, total_bytes = 0;
 };
 
-/// One library answering one set.
+/// Rates of one library for one set.
 struct PeerTraceRow {
   std::string set, library;
   uint thread_count = 1;
   std::size_t ray_count = 0;
-  std::vector<double> mrays;  ///< per second, one a round
+  std::vector<double> mrays;  ///< per second, one per round
   BenchDisagreement disagreement;
 };
 
-/// How much of a tree of this library a ray of a set walks through.
+/// Nodes and leaves of this library's tree that a ray of a set visits.
 struct PeerVisitsRow {
   std::string set, library;
-  double nodes = 0.0, leaves = 0.0;  ///< means a ray
+  double nodes = 0.0, leaves = 0.0;  ///< means per ray
 };
 
-/// What builds and bytes are told by: a primitive, or all that there is.
+/// The unit of build times and bytes: per primitive, or in total.
 enum class PeerScale { primitive, whole };
 
 struct PeerReport {
   std::string kind, name;  ///< "mesh", "bunny.obj"
-  std::string primitives;  ///< what they are, in the plural
+  std::string primitives;  ///< their name, in the plural
   uint primitive_count = 0;
   PeerScale scale = PeerScale::primitive;
-  std::string any_hit_query;  ///< how this library was asked for any hit
+  std::string any_hit_query;  ///< the query that this library used for any hit
   std::vector<PeerBuildRow> builds;
   std::vector<PeerMemoryRow> memory;
   std::vector<PeerVisitsRow> visits;

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// A subject on its way through all measurements.
+/// The state of a subject during all measurements.
 class PeerRun {
  public:
   PeerRun(const PeerSettings& settings, const PeerSubject& subject)
@@ -89,7 +89,7 @@ class PeerRun {
     }
   }
 
-  /// Both ways of asking are open to a program, so the comparison takes the faster.
+  /// A program can use either query, so the comparison uses the faster one.
   void choose_any_hit_query(const BenchRaySet& set) {
     if (!subject_.allows_first_of_all()) {
       report_.any_hit_query = "the nearest hit within the interval";
@@ -127,8 +127,8 @@ class PeerRun {
     std::vector<PeerTraceRow> rows;
     for (std::size_t k = 0; k < contenders_.size(); ++k) {
       rows.push_back({set.name, names_[k], threads, set.rays.size(), {}, {}});
-      bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads,
-                       hits[k]);  // warms caches and scratch, touches `hits`
+      // Not timed: fills caches and scratch, and writes every page of `hits` once.
+      bench_time_trace(settings_.get_clock(), *contenders_[k].tracer, set, threads, hits[k]);
       rows[k].disagreement = subject_.compare(set, get_ours(), hits[0], *contenders_[k].tracer, hits[k]);
     }
     for (uint round = 0; round < settings_.rounds; ++round) {

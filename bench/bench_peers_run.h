@@ -1,6 +1,6 @@
 // bench/bench_peers_run.h
 //
-// All libraries on one subject (a mesh, a groom), through all measurements: builds, memory, ray sets.
+// All measurements of all libraries on one subject (mesh, hair or scene): builds, memory, ray sets.
 #pragma once
 #include <memory>
 
@@ -11,14 +11,14 @@
 
 struct PeerSettings {
   std::vector<std::string> sets = {"primary", "bounce", "random", "shadow"};
-  std::vector<std::string> peers;  ///< each subject takes those that it knows
+  std::vector<std::string> peers;  ///< each subject ignores those that it does not know
   std::vector<uint> threads = {1, 2};
   uint rounds = 7, build_rounds = 3, size = 1024;
   bool only_ours = false, processor_time = false;
   u64 seed = 1;
 
   BenchClock get_clock() const { return processor_time ? BenchClock::processor : BenchClock::wall; }
-  /// A build on several threads hands out its work by itself, and so has no processor time of a worker.
+  /// Wall time for a build on several threads: it distributes its own work, so the threads' processor time is unknown.
   BenchClock get_build_clock(uint thread_count) const { return thread_count == 1 ? get_clock() : BenchClock::wall; }
 };
 
@@ -27,29 +27,29 @@ struct PeerContender {
   std::unique_ptr<CtxMotionBlur> motion_blur;
   std::unique_ptr<BenchWorld> world;
   std::unique_ptr<EmbreeDevice> device;
-  std::unique_ptr<BenchTracer> tracer;  ///< null when the library does not run here
+  std::unique_ptr<BenchTracer> tracer;  ///< null if the library does not run on this machine
   double build_seconds = 0.0;
-  double refit_seconds = 0.0;  ///< of what the first query in motion does besides
+  double refit_seconds = 0.0;  ///< of the refit by the first motion query
 
-  /// With Embree's device and what `describe` makes on it, built.
+  /// Makes Embree's device and the scene that `describe` returns, and builds it.
   static PeerContender make_embree(BenchClock clock, const std::string& isa, uint thread_count,
                                    const std::function<std::unique_ptr<EmbreeScene>(EmbreeDevice&)>& describe);
-  /// With a world, under motion blur when there are samples.
+  /// Makes a world, with motion blur if there are samples.
   static PeerContender make_ours(uint thread_count, uint sample_count);
-  /// Measures a first query in motion; without motion blur nothing.
+  /// Measures the first motion query; does nothing without motion blur.
   void refit(BenchClock clock, const GMathBbox3<double>& box);
 };
 
-/// This library, then those of its peers that are wanted.
+/// This library, then those of `peers` that are in `wanted`.
 std::vector<std::string> peer_pick_libraries(const std::vector<std::string>& peers,
                                              const std::vector<std::string>& wanted);
 
 class PeerSubject {
  public:
   virtual ~PeerSubject() = default;
-  /// Name and size; the rows are empty.
+  /// A report with name and size, and without rows.
   virtual PeerReport describe() const = 0;
-  /// Everything that can answer for the subject: this library first, then those of `wanted`.
+  /// All libraries for the subject: this library first, then those of `wanted`.
   virtual std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const = 0;
   virtual PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const = 0;
 
@@ -59,7 +59,7 @@ class PeerSubject {
                                        u64 seed) const = 0;
   virtual BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits,
                                        const BenchRaySet& bounce, u64 seed) const = 0;
-  /// Whether this library may be asked for any hit as all hits, stopped at the first.
+  /// True if this library may use all hits, stopped at the first, for any hit.
   virtual bool allows_first_of_all() const { return true; }
   virtual BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
                                     BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const = 0;

@@ -66,7 +66,7 @@ BenchRaySet PeerScene::make_shadow_rays(const BenchRaySet&, const std::vector<Be
 
 BenchDisagreement PeerScene::compare(const BenchRaySet& set, BenchTracer&, const std::vector<BenchHit>& our_hits,
                                      BenchTracer&, const std::vector<BenchHit>& peer_hits) const {
-  // The peer carries rays into an object's space in single precision.
+  // Embree transforms rays into an object's space in single precision.
   const double rounding = 1e-6 * get_bbox().get_extent().get_length();
   return bench_compare(set, our_hits, peer_hits, [&](double a, double b) { return 1e-3 * std::max(a, b) + rounding; });
 }

@@ -1,22 +1,22 @@
 // bench/bench_peers_scene.h
 //
-// A scene of objects that share meshes as it is compared: this library's scene tree beside Embree's instances.
+// A scene of objects that share meshes as a subject: this library's scene tree and Embree's instances.
 #pragma once
 #include "bench/bench_peers_run.h"
 
-/// The names of the peers of scenes: "whole" is this library with objects that are not cut into clusters; then those of
-/// meshes, which is what Embree's instances are instances of.
+/// Names of the peers for scenes: "whole" is this library with one leaf per object; then the peers for meshes, of which
+/// Embree makes instances.
 std::vector<std::string> peer_get_scene_peers();
 
 class PeerScene final : public PeerSubject {
  public:
   explicit PeerScene(BenchObjects objects);
-  /// False for what the library's mesh refuses.
+  /// False if the library's mesh rejects the input.
   bool is_valid() const { return valid_; }
 
   PeerReport describe() const override;
   std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const override;
-  /// The meshes' own structures are there before the time of the build begins.
+  /// The build time excludes the structures of the meshes.
   PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const override;
   GMathBbox3<double> get_bbox() const override { return objects_.get_bbox(); }
   bool has_motion() const override { return objects_.has_motion(); }

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// On the unit sphere, uniformly: Archimedes' hat-box theorem.
+/// A uniform random point of the unit sphere, by Archimedes' hat-box theorem.
 GMathVec3<double> make_sphere_point(BenchRandom& random) {
   const double z = 2.0 * random.get_unit() - 1.0, angle = 2.0 * std::numbers::pi * random.get_unit();
   const double radius = std::sqrt(std::max(0.0, 1.0 - z * z));
@@ -30,7 +30,7 @@ BenchRaySet bench_make_primary_rays(const GMathBbox3<double>& box, uint size) {
   const GMathVec3<double> right = GMathVec3<double>(0.0, 1.0, 0.0).cross(backward).get_normalized();
   const GMathVec3<double> up = backward.cross(right);
   const double scale = std::tan(half_angle);
-  // As near as all corners of the box stay in the picture.
+  // The least distance from which all corners of the box are in the picture.
   double away = 0.0;
   for (uint corner = 0; corner < 8; ++corner) {
     const GMathVec3<double> at = box.get_corner(corner) - box.get_center();
@@ -77,7 +77,7 @@ BenchRaySet bench_make_bounce_rays(const BenchRaySet& rays, const std::vector<Be
     GMathVec3<double> normal = get_normal(k);
     if (normal.dot(incoming) > 0.0) normal = -normal;
     const GMathVec3<double> point = GMathVec3<double>(rays.rays[k].origin) + incoming * double(hits[k].distance);
-    // A point of the unit sphere about the normal's tip lies in a cosine-distributed direction.
+    // The normal plus a point of the unit sphere has a cosine-distributed direction.
     set.rays.push_back(bench_make_ray(point + normal * offset, normal * 1.0001 + make_sphere_point(random)));
     if (!rays.times.empty()) set.times.push_back(rays.times[k]);
   }

@@ -92,7 +92,7 @@ BenchStructure::MeanVisits BenchStructure::count_visits(const BenchRaySet& set) 
   return {sum.nodes / count, sum.leaves / count};
 }
 
-/// The next rays of the set, at most a packet of them. Returns how many.
+/// Fills the packet with the next rays of the set. Returns their number.
 uint BenchStructure::fill_packet(Worker& worker, const BenchRaySet& set, std::size_t first, std::size_t end) {
   const uint count = static_cast<uint>(std::min<std::size_t>(packet_size, end - first));
   worker.packet.resize(count);

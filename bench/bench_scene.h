@@ -1,6 +1,6 @@
 // bench/bench_scene.h
 //
-// This library under test: a geometry, its structure and what a query needs around them.
+// This library as it is measured: a geometry, its structure and the contexts of a query.
 #pragma once
 #include <functional>
 #include <memory>
@@ -20,7 +20,7 @@
 #include "vq_of/of_app.h"
 #include "vq_of/of_object_factory.h"
 
-/// An application of some threads with one shaded group.
+/// An application with `thread_count` threads and one shaded group.
 struct BenchWorld {
   explicit BenchWorld(uint thread_count) : app(thread_count), factory(app), ctx(factory) {
     links.material = &material;
@@ -36,17 +36,16 @@ struct BenchWorld {
   ShadingGroupTable shading;
 };
 
-/// How a set of rays that asks for any hit is put: as the nearest hit within the interval, or as all hits, stopped at
-/// the first.
+/// The query for a set of any-hit rays: the nearest hit within the interval, or all hits, stopped at the first.
 enum class BenchAnyHitQuery { nearest, first_of_all };
 
-/// Any structure of the library as it answers rays.
+/// Any structure of this library, traced.
 class BenchStructure : public BenchTracer {
  public:
-  /// Sets with times are asked as moving, under the motion blur of the world's context.
+  /// Sets with times use motion queries, under the motion blur of the world's context.
   void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) override;
 
-  /// How much of the tree the set's rays walk through, asked as nearest hits: means a ray.
+  /// Nodes and leaves that nearest-hit queries of the set visit: means per ray.
   struct MeanVisits {
     double nodes = 0.0, leaves = 0.0;
   };
@@ -57,11 +56,11 @@ class BenchStructure : public BenchTracer {
   static constexpr uint packet_size = 256;
 
  protected:
-  /// The world's context must stay as it is from now on.
+  /// The world's context must not change afterwards.
   BenchStructure(BenchWorld& world, uint worker_count);
   virtual const GasObject& get_doors() const = 0;
   void build(const std::function<void(AppProgressBar*)>& create);
-  /// Hits tell primitives numbered over all objects: [object] is the number of its first.
+  /// Hits then have primitive numbers over all objects: [object] is the number of its first primitive.
   void set_first_primitives(const u32* first_primitives) { first_primitives_ = first_primitives; }
   BenchWorld& get_world() { return world_; }
 
@@ -86,7 +85,7 @@ class BenchStructure : public BenchTracer {
 /// The structure over a mesh.
 class BenchScene final : public BenchStructure {
  public:
-  /// Everything that create() does happens here; `mesh` must live as long as the scene.
+  /// The constructor calls create(); `mesh` must outlive the scene.
   BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
 
   u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
@@ -102,12 +101,12 @@ class BenchScene final : public BenchStructure {
 /// A scene tree over objects that share meshes.
 class BenchObjectsScene final : public BenchStructure {
  public:
-  /// Makes the meshes' structures and the objects, without a tree. `objects` and `meshes` must live as long.
-  /// @param cut  whether the scene's leaves are clusters of the objects; else they are the objects
+  /// Makes the structures of the meshes and the objects, but no tree. `objects` and `meshes` must outlive the scene.
+  /// @param cut  true: the leaves of the scene are clusters of the objects; false: whole objects
   BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
                     const std::vector<std::shared_ptr<PolyMesh>>& meshes, bool cut, uint worker_count);
 
-  /// Builds the tree: what is timed as the build.
+  /// Builds the tree; this is the measured build time.
   void create_tree();
   u64 get_tree_bytes() const override { return tree_.get_memory_size(); }
   u64 get_total_bytes() const override;
@@ -123,7 +122,7 @@ class BenchObjectsScene final : public BenchStructure {
 /// The structure over hair.
 class BenchHairScene final : public BenchStructure {
  public:
-  /// As BenchScene; without `oriented` no node has a frame of its own.
+  /// As BenchScene. With `oriented` false the tree has no oriented nodes.
   BenchHairScene(BenchWorld& world, const TubeMeshFast& tubes, bool oriented, uint worker_count);
 
   u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }

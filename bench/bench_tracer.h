@@ -1,6 +1,6 @@
 // bench/bench_tracer.h
 //
-// A library that answers rays, as the comparison sees it.
+// A library that traces rays, the interface of the comparison.
 #pragma once
 #include <string>
 
@@ -9,9 +9,9 @@
 class BenchTracer {
  public:
   virtual ~BenchTracer() = default;
-  /// Answers rays first .. end - 1 of the set, from float array to `hits`, as worker `thread`. Workers run at once.
+  /// Traces rays first .. end - 1 of the set, from float array to `hits`, as worker `thread`. Workers run in parallel.
   virtual void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) = 0;
-  /// Bytes of the acceleration structure alone, and of everything that the library holds for the mesh.
+  /// Bytes of the acceleration structure alone; bytes of all that the library holds for the subject.
   virtual u64 get_tree_bytes() const = 0;
   virtual u64 get_total_bytes() const = 0;
 

@@ -1,6 +1,6 @@
 // bench/bench_traversal.cpp
 //
-// What queries cost, over one knot. Rays are put into packets beforehand: their making is not measured.
+// Time of queries over one knot. Rays are put into packets in advance: this is not measured.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -17,7 +17,7 @@ constexpr uint side = 256;  // primary rays; as many random ones
 
 enum RayKind { primary, random_lines };
 
-/// One knot, still or moving, with its contexts. Built once a program.
+/// One knot, static or moving, with its contexts. Built once per program.
 struct Knot {
   explicit Knot(bool moving) : world(1), mesh(bench_make_knot(triangles)), blur(0.0, 1.0, 4) {
     if (moving) {
@@ -60,7 +60,7 @@ class Packets {
                      DBL_MAX, random.get_unit());
     }
   }
-  /// The next packet, round and round.
+  /// The next packet, in turn.
   GeometryRayPacket& get_next() { return packets_[next_++ % packets_.size()]; }
 
  private:
@@ -106,7 +106,7 @@ void nearest_motion(benchmark::State& state, RayKind kind) {
 BENCHMARK_CAPTURE(nearest_motion, primary, primary);
 BENCHMARK_CAPTURE(nearest_motion, random, random_lines);
 
-/// Four planes that hold a box about the mesh's `place`-th vertex, a hundredth of the mesh wide, and no ends.
+/// Four planes around a box at vertex `place` of the mesh, a hundredth of the mesh wide, without ends.
 void add_beam(const Knot& knot, uint place, GeometryFrustumCtx& query) {
   const GMathVec3<double> center(knot.mesh.positions[place]);
   const double half = 0.005 * knot.mesh.get_bbox().get_extent().get_length();
@@ -116,7 +116,7 @@ void add_beam(const Knot& knot, uint place, GeometryFrustumCtx& query) {
   }
 }
 
-/// A thin beam through the mesh, at another place each time.
+/// A thin beam through the mesh, at a different vertex each time.
 void frustum(benchmark::State& state, GeometryFrustumMode mode) {
   Knot& knot = get_knot(false);
   std::vector<std::unique_ptr<GeometryFrustumCtx>> queries;
