@@ -4,10 +4,10 @@
 // point it hits, one ray to the sun (any hit is a shadow) and one around the normal (the nearest hit's color is
 // indirect light). All rays of one kind in a tile are one packet.
 //
-// Hair too thin to look round scatters light like a thin cylinder (fiber_shading.h); hair many pixels wide is shaded as
+// Hair too thin to look round scatters light like a thin cylinder (hair_shading.h); hair many pixels wide is shaded as
 // a surface. In between each sample chooses one at random.
 #include "tools/vqgas/render/daylight.h"
-#include "tools/vqgas/render/fiber_shading.h"
+#include "tools/vqgas/render/hair_shading.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/random.h"

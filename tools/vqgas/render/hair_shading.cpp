@@ -1,4 +1,4 @@
-#include "tools/vqgas/render/fiber_shading.h"
+#include "tools/vqgas/render/hair_shading.h"
 
 #include <algorithm>
 #include <cmath>

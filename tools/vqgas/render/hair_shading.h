@@ -1,4 +1,4 @@
-// tools/vqgas/render/fiber_shading.h
+// tools/vqgas/render/hair_shading.h
 //
 // Light scattering of hair. The diffuse part is that of Kajiya and Kay 1989, "Rendering Fur with Three Dimensional
 // Textures": a cylinder too thin to be resolved. The two highlights follow the structure of Marschner et al. 2003,
