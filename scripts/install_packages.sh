@@ -7,7 +7,7 @@
 #   tools   what the vqgas program links
 #   tests   GoogleTest, the peer of the differential tests, sample meshes
 #   bench   Google Benchmark and the peer beside which it measures
-#   clang   the second compiler and the formatter
+#   clang   the second compiler, the formatter, the static analyzer
 #
 # Says nothing and needs no rights when everything is there. Ends with one line and status 1 when it cannot install.
 set -eu
@@ -18,7 +18,7 @@ packages_of() {
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
     tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels" ;;
     bench) echo "libbenchmark-dev libembree-dev" ;;
-    clang) echo "clang clang-format" ;;
+    clang) echo "clang clang-format clang-tidy" ;;
     *) fail "unknown package set '$1' (build, tools, tests, bench, clang)" ;;
   esac
 }

@@ -14,8 +14,8 @@ template <class Node>
 class BvhNodePool {
  public:
   BvhNodePool() = default;
-  BvhNodePool(BvhNodePool&&) = default;
-  BvhNodePool& operator=(BvhNodePool&&) = default;
+  BvhNodePool(BvhNodePool&&) noexcept = default;
+  BvhNodePool& operator=(BvhNodePool&&) noexcept = default;
   ~BvhNodePool() = default;
 
   uint get_count() const { return count_; }
