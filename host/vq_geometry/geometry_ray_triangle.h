@@ -45,6 +45,7 @@ struct GeometryShearedRay {
 struct GeometryShearedVertex {
   double x, y, z;  ///< z is not scaled to distances yet
 
+  GeometryShearedVertex() = default;
   template <class T>
   GeometryShearedVertex(const GeometryShearedRay& ray, const GMathVec3<T>& position) {
     z = geometry_load_axis(position, ray.z) - ray.origin_z;

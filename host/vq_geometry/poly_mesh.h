@@ -108,6 +108,10 @@ class PolyMesh final : public GeometryObject {
 
   uint get_vertex_count() const { return static_cast<uint>(positions_.get_count()); }
   const GMathVec3<float>& get_position(uint vertex) const { return positions_[vertex]; }
+  /// The position of a vertex in motion sample `sample` of get_motion_sampling(). Only with has_motion().
+  const GMathVec3<float>& get_motion_position(uint vertex, uint sample) const {
+    return motion_positions_[std::size_t{vertex} * motion_sampling_.get_sample_count() + sample];
+  }
   /// The position of a vertex at `time`; NaN: at rest.
   GMathVec3<double> get_position_at(double time, uint vertex) const;
 
@@ -118,6 +122,8 @@ class PolyMesh final : public GeometryObject {
   uint get_part_count(uint polygon) const {
     return is_all_triangles() ? 1 : first_triangle_[polygon + 1] - first_triangle_[polygon];
   }
+  /// The polygon's first triangle among those of all polygons; `polygon` may be get_polygon_count().
+  uint get_first_part(uint polygon) const { return is_all_triangles() ? polygon : first_triangle_[polygon]; }
   /// The three vertices of a triangle.
   const u32* get_part_vertices(uint polygon, uint part) const {
     return is_all_triangles() ? polygon_vertices_.get() + std::size_t{3} * polygon

@@ -1,0 +1,408 @@
+// A displaced mesh must be, bit by bit, the mesh of all of its micro-triangles, whatever is cached; and it must stay
+// closed where its base is.
+#include "vq_geometry/displaced_mesh.h"
+
+#include <thread>
+
+#include "host/mesh_shots.h"
+#include "support/key_bbox_check.h"
+#include "support/random_values.h"
+#include "support/test_scale.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+
+namespace {
+
+using Vec = GMathVec3<double>;
+using VecF = GMathVec3<float>;
+constexpr double nan_time = std::numeric_limits<double>::quiet_NaN();
+
+/// A prism over a star of `count` corners, concave for even numbers above 4; all faces have the whole image.
+PolyMeshData make_prism(uint count) {
+  PolyMeshData data;
+  for (uint k = 0; k < 2 * count; ++k) {
+    const double angle = 6.283185307179586 * (k % count) / count, radius = count > 4 && k % 2 == 0 ? 0.6 : 1.0;
+    data.positions.push_back(VecF(Vec(radius * std::cos(angle), radius * std::sin(angle), k < count ? -1 : 1)));
+  }
+  data.polygon_sizes = {count, count};
+  for (uint k = 0; k < count; ++k) data.polygon_vertices.push_back(count - 1 - k);
+  for (uint k = 0; k < count; ++k) data.polygon_vertices.push_back(count + k);
+  for (uint k = 0; k < count; ++k) {
+    data.polygon_sizes.push_back(4);
+    for (const uint vertex : {k, (k + 1) % count, count + (k + 1) % count, count + k})
+      data.polygon_vertices.push_back(vertex);
+  }
+  GeometryUvMap map;
+  for (uint corner = 0; corner < data.polygon_vertices.size(); ++corner) {
+    map.corner_positions.push_back(corner);
+    map.positions.push_back({static_cast<float>(0.3 * corner), static_cast<float>(corner % 3 == 0), 0});
+  }
+  data.uv_maps.push_back(map);
+  return data;
+}
+
+/// An octahedron whose triangles are halved twice along each edge.
+PolyMeshData make_sphere() {
+  PolyMeshData data;
+  data.positions = {{1, 0, 0}, {0, 1, 0}, {-1, 0, 0}, {0, -1, 0}, {0, 0, 1}, {0, 0, -1}};
+  std::vector<u32> triangles = {0, 1, 4, 1, 2, 4, 2, 3, 4, 3, 0, 4, 1, 0, 5, 2, 1, 5, 3, 2, 5, 0, 3, 5};
+  for (uint level = 0; level < 2; ++level) {
+    std::vector<u32> halved;
+    for (uint t = 0; t < triangles.size(); t += 3) {
+      u32 middle[3];
+      for (uint k = 0; k < 3; ++k) {
+        const VecF sum = data.positions[triangles[t + k]] + data.positions[triangles[t + (k + 1) % 3]];
+        const VecF position(Vec(sum).get_normalized());
+        middle[k] = 0;
+        while (middle[k] < data.positions.size() && data.positions[middle[k]] != position) ++middle[k];
+        if (middle[k] == data.positions.size()) data.positions.push_back(position);
+      }
+      for (uint k = 0; k < 3; ++k) halved.insert(halved.end(), {triangles[t + k], middle[k], middle[(k + 2) % 3]});
+      halved.insert(halved.end(), middle, middle + 3);
+    }
+    triangles = halved;
+  }
+  data.polygon_sizes.assign(triangles.size() / 3, 3);
+  data.polygon_vertices = triangles;
+  return data;
+}
+
+/// Three motion samples: turns about z and grows.
+void add_motion(PolyMeshData& data) {
+  data.motion_step = 0.5;
+  for (uint sample = 0; sample < 3; ++sample) {
+    const double turn = 0.4 * sample, size = 1.0 + 0.1 * sample * sample;
+    data.motion_positions.emplace_back();
+    for (const VecF& p : data.positions)
+      data.motion_positions[sample].push_back(VecF(
+          Vec(p.x * std::cos(turn) - p.y * std::sin(turn), p.x * std::sin(turn) + p.y * std::cos(turn), p.z) * size));
+  }
+}
+
+std::shared_ptr<const GeometryHeight> make_noise(double amplitude = 0.12) {
+  GeometryNoiseSettings settings;
+  settings.seed = 5;
+  settings.frequency = 3.0;
+  settings.amplitude = amplitude;
+  return std::make_shared<GeometryNoiseHeight>(settings);
+}
+
+std::shared_ptr<const GeometryHeight> make_image() {
+  RandomValues random(9);
+  std::vector<float> pixels(6 * 5);
+  for (float& pixel : pixels) pixel = static_cast<float>(random.get(-0.2, 0.2));
+  return std::make_shared<GeometryImageHeight>(6, 5, std::move(pixels));
+}
+
+void displace(DisplacedMesh& mesh, const PolyMesh& base, std::shared_ptr<const GeometryHeight> height, uint rate,
+              u64 cache_bytes = u64{64} << 20) {
+  DisplacedMeshSettings settings;
+  settings.height = std::move(height);
+  settings.bound = 0.1;
+  settings.rate = rate;
+  settings.cache_bytes = cache_bytes;
+  CoreString error;
+  ASSERT_TRUE(mesh.create(base, settings, error)) << error.get_data();
+}
+
+/// Calls function(primitive, part number, the micro-triangle's cells i and j) for all micro-triangles, in order.
+template <class Function>
+void for_each_micro_triangle(const DisplacedMesh& mesh, const PolyMesh& base, uint rate, const Function& function) {
+  for (uint primitive = 0; primitive < mesh.get_primitive_count(); ++primitive)
+    for (uint part = 0, number = 0; part < base.get_part_count(primitive); ++part)
+      for (uint i = 0; i < rate; ++i)
+        for (uint j = 0; i + j < rate; ++j) {
+          const uint lower[3][2] = {{i, j}, {i + 1, j}, {i, j + 1}};
+          function(primitive, part, number++, lower);
+          const uint upper[3][2] = {{i + 1, j + 1}, {i, j + 1}, {i + 1, j}};
+          if (i + j + 1 < rate) function(primitive, part, number++, upper);
+        }
+}
+
+/// A mesh of all micro-triangles, one polygon each, and where they come from.
+struct FlatMesh {
+  PolyMesh mesh;
+  std::vector<std::pair<uint, uint>> sources;  // primitive, part number
+
+  FlatMesh(const DisplacedMesh& displaced, const PolyMesh& base, uint rate) {
+    PolyMeshData data;
+    if (base.has_motion()) data.motion_positions.resize(base.get_motion_sampling().get_sample_count());
+    data.motion_step = 0.5;
+    for_each_micro_triangle(displaced, base, rate, [&](uint primitive, uint part, uint number, const uint(&at)[3][2]) {
+      sources.emplace_back(primitive, number);
+      data.polygon_sizes.push_back(3);
+      for (uint k = 0; k < 3; ++k) {
+        const auto get = [&](double time) {
+          return VecF(displaced.get_micro_vertex(primitive, part, at[k][0], at[k][1], time));
+        };
+        data.polygon_vertices.push_back(static_cast<u32>(data.positions.size()));
+        data.positions.push_back(get(nan_time));
+        for (uint sample = 0; sample < data.motion_positions.size(); ++sample)
+          data.motion_positions[sample].push_back(get(0.5 * sample));
+      }
+    });
+    create(mesh, std::move(data));
+  }
+};
+
+/// Seeded rays through a ball around the origin, at any time of the shutter.
+void set_rays(GeometryRayPacket& packet, uint count, uint seed) {
+  RandomValues random(seed);
+  packet.resize(count);
+  for (uint ray = 0; ray < count; ++ray) {
+    const Vec from = random.get_vec(3.0);
+    packet.set_ray(ray, from, random.get_vec(1.2) - from, 0.0, DBL_MAX, ray % 8 == 0 ? 0.5 : random.get(-0.1, 1.1));
+  }
+}
+
+/// The nearest hits; at rest without motion blur.
+std::vector<GeometryIntersection> shoot_all(QueryWorld& world, const GeometryObject& mesh, GeometryRayPacket& packet,
+                                            const CtxMotionBlur* motion_blur) {
+  GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+  if (motion_blur != nullptr) motion_blur->init_raytrace_ctx(query);
+  test_primitives(world, mesh, query);
+  std::vector<GeometryIntersection> hits;
+  for (uint ray = 0; ray < packet.get_count(); ++ray) hits.push_back(packet.get_nearest(ray));
+  return hits;
+}
+
+void check_frustums(QueryWorld& world, const DisplacedMesh& mesh, const FlatMesh& flat) {
+  RandomValues random(3);
+  for (uint k = 0; k < 40; ++k) {
+    GeometryFrustumCtx frustum;
+    const Vec center = random.get_vec(1.3);
+    for (uint plane = 0; plane < 4; ++plane) {
+      const Vec normal = random.get_vec();
+      frustum.add_plane({center - normal.get_normalized() * (k % 2 == 0 ? 0.05 : 1.0), normal});
+    }
+    for (frustum.mode = 0; frustum.mode < 2; ++frustum.mode)
+      for (uint primitive = 0; primitive < mesh.get_primitive_count(); ++primitive) {
+        uint expected = frustum.mode;
+        for (uint t = 0; t < flat.sources.size(); ++t) {
+          if (flat.sources[t].first != primitive) continue;
+          frustum.result = {};
+          flat.mesh.frustum_hit_primitive(world.ctx, world.shader, frustum, t);
+          expected = frustum.mode == 0 ? expected | frustum.result.hit_count : expected & frustum.result.hit_count;
+        }
+        frustum.result = {};
+        mesh.frustum_hit_primitive(world.ctx, world.shader, frustum, primitive);
+        ASSERT_EQ(frustum.result.hit_count, expected) << k << ' ' << frustum.mode << ' ' << primitive;
+      }
+  }
+}
+
+TEST(DisplacedMesh, is_the_mesh_of_its_micro_triangles) {
+  QueryWorld world;
+  const CtxMotionBlur motion_blur(0.0, 1.0, 4);
+  for (const uint rate : {1u, 2u, 3u, 7u, 64u, 130u})
+    for (const bool moving : {false, true}) {
+      PolyMeshData data = rate > 8 ? make_polygons({{-1, -1, 0}, {1, -1, 0.2f}, {0, 1, 0}}, 3) : make_prism(6);
+      if (moving) add_motion(data);
+      PolyMesh base;
+      create(base, data);
+      DisplacedMesh mesh;
+      displace(mesh, base, rate == 3 ? make_image() : make_noise(), rate);
+      const FlatMesh flat(mesh, base, rate);
+      ASSERT_EQ(mesh.get_micro_triangle_count(), flat.sources.size());
+      GeometryRayPacket packet;
+      set_rays(packet, scaled(rate > 8 ? 300 : 1000, 50), rate);
+      for (const CtxMotionBlur* blur : {static_cast<const CtxMotionBlur*>(nullptr), &motion_blur}) {
+        const std::vector<GeometryIntersection> expected = shoot_all(world, flat.mesh, packet, blur);
+        const std::vector<GeometryIntersection> hits = shoot_all(world, mesh, packet, blur);
+        uint count = 0;
+        for (uint ray = 0; ray < hits.size(); ++ray) {
+          ASSERT_EQ(hits[ray].distance, expected[ray].distance) << rate << ' ' << moving << ' ' << ray;
+          if (hits[ray].geometry == nullptr) continue;
+          ++count;
+          ASSERT_EQ(std::pair(hits[ray].primitive, hits[ray].part), flat.sources[expected[ray].primitive]);
+          const double time = blur == nullptr ? nan_time : packet.get_ray(ray).time;
+          const GeometrySurfacePoint point = mesh.get_surface_point(hits[ray], time);
+          const GeometrySurfacePoint wanted = flat.mesh.get_surface_point(expected[ray], time);
+          ASSERT_EQ(point.position, wanted.position);
+          ASSERT_EQ(point.normal, wanted.normal);
+        }
+        EXPECT_GT(count, hits.size() / 8);
+      }
+      std::vector<GMathBbox3<double>> boxes(mesh.get_primitive_count());
+      for (uint t = 0; t < flat.sources.size(); ++t)
+        boxes[flat.sources[t].first].add(flat.mesh.get_primitive_bbox(world.ctx, t));
+      for (uint primitive = 0; primitive < boxes.size(); ++primitive) {
+        ASSERT_EQ(mesh.get_primitive_bbox(world.ctx, primitive), boxes[primitive]) << rate;
+        if (moving && rate < 4)
+          check_boxes_between_keys(world.ctx, motion_blur, base.get_motion_sampling(), 1e-6, [&](double time) {
+            const GMathBbox3<double> box = mesh.get_primitive_bbox_at(world.ctx, time, primitive);
+            return box;
+          });
+      }
+      if (rate < 4) check_frustums(world, mesh, flat);
+    }
+}
+
+// Rays from inside at micro-vertices and at points of micro-edges; of those on a border several polygons have a share.
+TEST(DisplacedMesh, closed_meshes_stay_closed) {
+  QueryWorld world;
+  RandomValues random(1);
+  for (const bool moving : {false, true})
+    for (uint scene = 0; scene < 6; ++scene) {
+      PolyMeshData data = scene < 2 ? make_prism(4) : scene < 4 ? make_prism(7) : make_sphere();
+      const bool sphere = scene >= 4;
+      if (moving) add_motion(data);
+      PolyMesh base;
+      create(base, data);
+      const uint rate = sphere ? 3 : scene == 0 ? 70 : 5;
+      DisplacedMesh mesh;
+      displace(mesh, base, scene % 2 == 1 && !sphere ? make_image() : make_noise(), rate);
+      const CtxMotionBlur motion_blur(0.0, 1.0, 3);
+      GeometryRayPacket packet;
+      packet.resize(1);
+      for_each_micro_triangle(mesh, base, rate, [&](uint primitive, uint part, uint, const uint(&at)[3][2]) {
+        const bool border = at[0][0] == 0 || at[0][1] == 0 || at[0][0] + at[0][1] + 2 >= rate;
+        if (rate > 10 && !border && random.get_index(20) != 0) return;
+        const double time = random.get(0.0, 1.0), where = random.get_index(2) == 0 ? 0.0 : random.get(0.0, 1.0);
+        const Vec from = mesh.get_micro_vertex(primitive, part, at[1][0], at[1][1], moving ? time : nan_time);
+        const Vec to = mesh.get_micro_vertex(primitive, part, at[2][0], at[2][1], moving ? time : nan_time);
+        const Vec origin = random.get_vec(0.1);
+        packet.set_ray(0, origin, from + (to - from) * where - origin, 0.0, DBL_MAX, time);
+        EXPECT_NE(shoot_all(world, mesh, packet, moving ? &motion_blur : nullptr)[0].geometry, nullptr)
+            << scene << ' ' << moving << ' ' << primitive << ' ' << at[0][0] << ' ' << at[0][1];
+      });
+    }
+}
+
+// A flat square has all inner edges and micro-vertices where numbers are exact.
+TEST(DisplacedMesh, a_ray_on_a_micro_edge_hits_a_polygon_once) {
+  QueryWorld world;
+  PolyMesh base;
+  create(base, make_polygons({{-1, -1, 1}, {1, -1, 1}, {1, 1, 1}, {-1, 1, 1}}, 4));
+  DisplacedMesh mesh;
+  displace(mesh, base, make_noise(0.0), 8);
+  for (const double x : {-0.875, -0.75, 0.0, 0.25, 0.5})
+    for (const double y : {-0.75, -0.5, -0.25, 0.0, 0.125, 0.5})
+      EXPECT_EQ(count_hits(world, mesh, {x, y, 0}, {0, 0, 1}), 1u) << x << ' ' << y;
+}
+
+TEST(DisplacedMesh, answers_do_not_depend_on_what_is_cached) {
+  QueryWorld world;
+  PolyMeshData data = make_prism(5);
+  add_motion(data);
+  PolyMesh base;
+  create(base, data);
+  const CtxMotionBlur motion_blur(0.0, 1.0, 3);
+  std::vector<GeometryIntersection> expected;
+  for (const u64 limit : {u64{64} << 20, u64{200} << 10, u64{0}}) {
+    DisplacedMesh mesh;
+    displace(mesh, base, make_noise(), 32, limit);
+    std::vector<std::vector<GeometryIntersection>> hits(8);
+    std::vector<std::thread> threads;
+    for (auto& own : hits)
+      threads.emplace_back([&] {
+        GeometryRayPacket packet;
+        set_rays(packet, 60, 4);
+        own = shoot_all(world, mesh, packet, &motion_blur);
+      });
+    for (std::thread& thread : threads) thread.join();
+    if (expected.empty()) expected = hits[0];
+    for (const auto& own : hits)
+      for (uint ray = 0; ray < own.size(); ++ray) {
+        ASSERT_EQ(own[ray].distance, expected[ray].distance);
+        ASSERT_EQ(own[ray].primitive, expected[ray].primitive);
+        ASSERT_EQ(own[ray].part, expected[ray].part);
+      }
+    const u64 tile_bytes = 30000;  // of two frames; a query holds up to five
+    EXPECT_LE(mesh.get_cache_bytes(), limit);
+    EXPECT_GT(mesh.get_peak_cache_bytes(), 0u);
+    EXPECT_LE(mesh.get_peak_cache_bytes(), limit + 8 * 6 * tile_bytes);
+    EXPECT_GT(mesh.get_memory_size(), mesh.get_cache_bytes());
+  }
+}
+
+/// A smooth function with a known gradient.
+class WaveHeight final : public GeometryHeight {
+ public:
+  double get_height(const GeometryHeightPoint& p) const override {
+    return 0.1 * std::sin(3 * p.position.x) * std::cos(2 * p.position.y);
+  }
+  u64 get_memory_size() const override { return sizeof(*this); }
+};
+
+TEST(DisplacedMesh, surface_points_are_smooth_and_refer_to_the_base) {
+  QueryWorld world;
+  PolyMeshData data = make_polygons({{-1, -1, 0}, {1, -1, 0}, {1.2f, 0, 0}, {1, 1, 0}, {-1, 1, 0}}, 5);
+  GeometryUvMap map;
+  map.positions = data.positions;
+  map.corner_positions = data.polygon_vertices;
+  data.uv_maps.push_back(map);
+  PolyMesh base;
+  create(base, data);
+  DisplacedMesh waves, flat;
+  displace(waves, base, std::make_shared<WaveHeight>(), 70);
+  displace(flat, base, make_noise(0.0), 7);
+  RandomValues random(2);
+  for (uint k = 0; k < 300; ++k) {
+    const double x = random.get(), y = k % 3 == 0 ? x : random.get();  // some near the inner edges
+    GeometryIntersection hit = shoot(world, waves, {x, y, 1}, {0, 0, -1});
+    ASSERT_NE(hit.geometry, nullptr);
+    const Vec normal(-0.3 * std::cos(3 * x) * std::cos(2 * y), 0.2 * std::sin(3 * x) * std::sin(2 * y), 1);
+    const GeometrySurfacePoint point = waves.get_surface_point(hit, 0.0);
+    EXPECT_LT((point.shading_normal - normal.get_normalized()).get_length(), 0.02) << x << ' ' << y;
+    EXPECT_LT((point.uv - Vec(x, y, 0)).get_length(), 1e-6);
+    hit = shoot(world, flat, {x, y, 1}, {0, 0, -1});
+    EXPECT_NEAR(flat.get_edge_proximity(hit), base.get_edge_proximity(shoot(world, base, {x, y, 1}, {0, 0, -1})), 1e-6);
+  }
+}
+
+TEST(DisplacedMesh, height_functions_are_bounded_and_continuous) {
+  const std::shared_ptr<const GeometryHeight> noise = make_noise(0.5), image = make_image();
+  RandomValues random(8);
+  double most = 0.0;
+  for (uint k = 0; k < 2000; ++k) {
+    GeometryHeightPoint point{random.get_vec(20.0), {random.get(-3, 3), random.get(-3, 3)}};
+    if (k % 2 == 0) point.position.x = std::round(point.position.x);  // a face of lattice cells
+    GeometryHeightPoint next = point;
+    next.position.x += 1e-9;
+    EXPECT_NEAR(noise->get_height(point), noise->get_height(next), 1e-7);
+    most = std::max(most, std::fabs(noise->get_height(point)));
+    next.uv = {point.uv.x + 1, point.uv.y - 2};
+    EXPECT_NEAR(image->get_height(point), image->get_height(next), 1e-12);
+  }
+  EXPECT_TRUE(most > 0.15 && most <= 0.5) << most;
+  const GeometryImageHeight pixels(2, 2, {0, 1, 2, 3});
+  const auto get = [&](double u, double v) { return pixels.get_height({{}, {u, v}}); };
+  EXPECT_EQ(get(0.25, 0.25), 0.0);
+  EXPECT_EQ(get(0.75, 0.25), 1.0);
+  EXPECT_EQ(get(0.25, 0.75), 2.0);
+  EXPECT_EQ(get(0.5, 0.5), 1.5);
+  EXPECT_EQ(get(1.0, 1.25), 0.5);  // between the last and the first pixel
+}
+
+TEST(DisplacedMesh, bad_settings_and_coordinates_are_refused) {
+  QueryWorld world;
+  constexpr float inf = std::numeric_limits<float>::infinity();
+  PolyMeshData data = make_polygons({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {inf, 0, 0}, {0, 0, 0}, {0, 0, nan_time}}, 3);
+  data.polygon_vertices[4] = 0;  // the broken polygon shares a vertex
+  data.polygon_sizes.push_back(2);
+  data.polygon_vertices.insert(data.polygon_vertices.end(), {0, 1});
+  PolyMesh base;
+  create(base, data);
+  DisplacedMesh mesh;
+  displace(mesh, base, make_noise(), 4);
+  EXPECT_TRUE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, 0)));
+  for (const uint broken : {1u, 2u}) EXPECT_FALSE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, broken)));
+  EXPECT_NE(shoot(world, mesh, {0.2, 0.2, 3}, {0, 0, -1}).geometry, nullptr);
+  const auto refuses = [&](double bound, uint rate, std::shared_ptr<const GeometryHeight> height) {
+    DisplacedMeshSettings settings;
+    settings.bound = bound;
+    settings.rate = rate;
+    settings.height = std::move(height);
+    CoreString error;
+    return !mesh.create(base, settings, error) && !error.is_empty() && mesh.get_micro_triangle_count() == 32;
+  };
+  for (const double bound : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(bound, 4, make_noise())) << bound;
+  for (const uint rate : {0u, 1025u, ~0u}) EXPECT_TRUE(refuses(1, rate, make_noise())) << rate;
+  for (const double amplitude : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(1, 4, make_noise(amplitude)));
+  EXPECT_TRUE(refuses(1, 4, nullptr));
+  EXPECT_TRUE(refuses(1, 4, make_image())) << "no UV map";
+  EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(2, 2, std::vector<float>(3))));
+  EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(0, 0, std::vector<float>())));
+}
+
+}  // namespace
