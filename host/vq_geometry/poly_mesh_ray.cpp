@@ -5,12 +5,10 @@
 
 namespace {
 
-template <class GetPosition>
-inline bool hit_triangle(const GeometryShearedRay& ray, const u32* triangle, const GetPosition& get_position,
-                         GeometryCandidate& hit) {
-  const GeometryShearedVertex a(ray, get_position(triangle[0]));
-  const GeometryShearedVertex b(ray, get_position(triangle[1]));
-  const GeometryShearedVertex c(ray, get_position(triangle[2]));
+template <class T>
+inline bool hit_triangle(const GeometryShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
+                         const GMathVec3<T>& position_c, GeometryCandidate& hit) {
+  const GeometryShearedVertex a(ray, position_a), b(ray, position_b), c(ray, position_c);
   return geometry_hit_triangle(ray, a, b, c, hit);
 }
 
@@ -43,7 +41,8 @@ template <class GetPosition>
   for (const u32* other = triangle; part-- > 0;) {
     other -= 3;
     GeometryCandidate hit;
-    if (share_met_edge(sheared, triangle, other, get_position) && hit_triangle(sheared, other, get_position, hit) &&
+    if (share_met_edge(sheared, triangle, other, get_position) &&
+        hit_triangle(sheared, get_position(other[0]), get_position(other[1]), get_position(other[2]), hit) &&
         hit.distance >= query.get_tnear(ray) && hit.distance < query.get_tfar(ray))
       return true;
   }
@@ -59,7 +58,8 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
   const u32* vertices = get_part_vertices(primitive, 0);
   for (uint part = 0, count = get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
-    if (!hit_triangle(sheared, vertices, get_position, hit)) continue;
+    if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
+      continue;
     // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
     if (part != 0 && geometry_may_be_on_edge(hit) &&
         is_already_offered(query, ray, sheared, vertices, part, get_position))
