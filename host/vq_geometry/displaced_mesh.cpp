@@ -112,7 +112,8 @@ const CoreArray<CoreString>& DisplacedMesh::get_shading_groups() const {
   return base_ == nullptr ? none : base_->get_shading_groups();
 }
 
-double DisplacedMesh::get_build_parameter() const { return 8.0 + 4.0 * std::log2(rate_); }
+/// Measured against a quad of PolyMesh, which costs 1: from 6 times at rate 1 to 13 times at rate 64.
+double DisplacedMesh::get_build_parameter() const { return 6.0 + std::log2(rate_); }
 
 DisplacedMesh::Moment DisplacedMesh::get_moment(double time) const {
   Moment moment;

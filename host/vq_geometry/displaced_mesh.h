@@ -73,8 +73,8 @@ class DisplacedMesh final : public GeometryObject {
 
   /// The micro-triangles of all primitives; they are never in memory all at once.
   u64 get_micro_triangle_count() const { return input_ == nullptr ? 0 : get_patch_count() * rate_ * rate_; }
-  /// The bytes of the micro-triangles in memory now, and the most there have been: at most the settings' cache_bytes
-  /// and one tile (below 0.7 MB) per running query. Thread-safe.
+  /// The bytes of the micro-triangles in memory now, and the most there have been: at most the settings' cache_bytes,
+  /// and five tiles (below 0.7 MB each) per running query. Thread-safe.
   u64 get_cache_bytes() const;
   u64 get_peak_cache_bytes() const;
   /// Micro-vertex (i, j), i + j <= rate, of patch `part` of a primitive, as drawn in displaced_mesh_input.h; a patch is

@@ -24,12 +24,24 @@ u64 mix(u64 value) {
 
 /// Product of the offset with the gradient of a lattice point: one of twelve directions, four of them twice.
 double get_gradient_product(u64 hash, double x, double y, double z) {
-  static constexpr signed char gradients[16][3] = {
+  // clang-format off
+  static constexpr double gradients[16][4] = {
       {1, 1, 0}, {-1, 1, 0}, {1, -1, 0}, {-1, -1, 0}, {1, 0, 1}, {-1, 0, 1}, {1, 0, -1}, {-1, 0, -1},
       {0, 1, 1}, {0, -1, 1}, {0, 1, -1}, {0, -1, -1}, {1, 1, 0}, {0, -1, 1}, {-1, 1, 0}, {0, -1, -1}};
-  const signed char* gradient = gradients[hash >> 60];
+  // clang-format on
+  const double* gradient = gradients[hash >> 60];
   return gradient[0] * x + gradient[1] * y + gradient[2] * z;
 }
+
+/// Well mixed bits of both lattice coordinates around a number. `odd` differs by axis.
+struct LatticeHashes {
+  u64 low, high;
+  LatticeHashes(double cell, u64 odd, u64 seed) {
+    const u64 first = seed + static_cast<u64>(static_cast<long long>(cell)) * odd;
+    low = mix(first);
+    high = mix(first + odd);
+  }
+};
 
 double blend(double a, double b, double fraction) { return a + (b - a) * fraction; }
 
@@ -41,15 +53,17 @@ double get_noise(const GMathVec3<double>& p, u64 seed) {
   if (!(std::fabs(p.x) < most && std::fabs(p.y) < most && std::fabs(p.z) < most)) return 0.0;
   const GMathVec3<double> cell(std::floor(p.x), std::floor(p.y), std::floor(p.z));
   const GMathVec3<double> at = p - cell;
-  constexpr u64 odd[3] = {0x9E3779B97F4A7C15ull, 0xC2B2AE3D27D4EB4Full, 0x165667B19E3779F9ull};
-  const u64 x = static_cast<u64>(static_cast<long long>(cell.x)) * odd[0];
-  const u64 y = static_cast<u64>(static_cast<long long>(cell.y)) * odd[1];
-  const u64 z = static_cast<u64>(static_cast<long long>(cell.z)) * odd[2];
+  const LatticeHashes x(cell.x, 0x9E3779B97F4A7C15ull, seed);
+  const LatticeHashes y(cell.y, 0xC2B2AE3D27D4EB4Full, seed);
+  const LatticeHashes z(cell.z, 0x165667B19E3779F9ull, seed);
   double corners[8];
   for (uint corner = 0; corner < 8; ++corner) {
-    const uint dx = corner & 1, dy = corner >> 1 & 1, dz = corner >> 2;
-    const u64 hash = mix(seed ^ ((x + dx * odd[0]) + (y + dy * odd[1]) + (z + dz * odd[2])));
-    corners[corner] = get_gradient_product(hash, at.x - dx, at.y - dy, at.z - dz);
+    const bool right = (corner & 1) != 0, back = (corner & 2) != 0, top = (corner & 4) != 0;
+    // The product mixes the three again: its highest bits depend on all bits.
+    const u64 hash =
+        ((right ? x.high : x.low) ^ (back ? y.high : y.low) ^ (top ? z.high : z.low)) * 0xD6E8FEB86659FD93ull;
+    corners[corner] =
+        get_gradient_product(hash, right ? at.x - 1.0 : at.x, back ? at.y - 1.0 : at.y, top ? at.z - 1.0 : at.z);
   }
   const double u = fade(at.x), v = fade(at.y), w = fade(at.z);
   const double low = blend(blend(corners[0], corners[1], u), blend(corners[2], corners[3], u), v);

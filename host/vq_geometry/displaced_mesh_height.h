@@ -40,7 +40,7 @@ struct GeometryNoiseSettings {
 };
 
 /// Fractal sum of gradient noise of the position: Perlin 1985, "An Image Synthesizer", with the gradients and the
-/// interpolation of Perlin 2002, "Improving Noise". Cost: about 25 ns per octave.
+/// interpolation of Perlin 2002, "Improving Noise". Cost: some 300 instructions per octave.
 class GeometryNoiseHeight final : public GeometryHeight {
  public:
   explicit GeometryNoiseHeight(const GeometryNoiseSettings& settings);

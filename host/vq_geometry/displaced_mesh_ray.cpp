@@ -141,6 +141,9 @@ class DisplacedMesh::RayTest {
   static constexpr uint stack_capacity = 3 * DisplacedMeshTileShape::most_levels + 4;
   static constexpr uint pin_count = 4;
 
+  struct CellPlace {
+    uint part, i, j;
+  };
   struct CachedTile {
     DisplacedMeshCache::Pin tile;
     DisplacedMeshTileKey key;
@@ -152,7 +155,7 @@ class DisplacedMesh::RayTest {
   template <bool moving>
   void test_block(const DisplacedMeshTile& tile, uint part, uint block_i, uint block_j, double fraction);
   void test_triangle(const GeometryShearedVertex& a, const GeometryShearedVertex& b, const GeometryShearedVertex& c,
-                     u32 part_number);
+                     const CellPlace& cell, bool upper);
   bool is_ended() const { return !query_.is_nearest() && query_.is_stopped(ray_); }
 
   const DisplacedMesh& mesh_;
@@ -236,48 +239,46 @@ void DisplacedMesh::RayTest::test_tile(const TileRay& local, const DisplacedMesh
   }
 }
 
-/// Eight micro-triangles on nine micro-vertices.
+/// Eight micro-triangles on nine micro-vertices, fewer at the patch's third edge.
 template <bool moving>
 void DisplacedMesh::RayTest::test_block(const DisplacedMeshTile& tile, uint part, uint block_i, uint block_j,
                                         double fraction) {
   constexpr uint cells = DisplacedMeshTileShape::block_cells;
   const DisplacedMeshTileShape& shape = tile.get_shape();
   const uint first_i = block_i * cells, first_j = block_j * cells;
+  const bool is_whole = shape.has_upper(first_i + cells - 1, first_j + cells - 1);
   GeometryShearedVertex vertices[cells + 1][cells + 1];
   for (uint i = 0; i <= cells; ++i) {
-    const uint end = std::min(shape.get_row_length(first_i + i), first_j + cells + 1);
-    for (uint column = first_j; column < end; ++column) {
-      const uint vertex = shape.get_vertex(first_i + i, column);
-      const GMathVec3<float>& position = tile.get_vertices(0)[vertex];
+    const uint first = shape.get_vertex(first_i + i, first_j);
+    for (uint j = 0; j <= cells; ++j) {
+      if (!is_whole && first_j + j >= shape.get_row_length(first_i + i)) break;
+      const GMathVec3<float>& position = tile.get_vertices(0)[first + j];
       if constexpr (moving)
-        vertices[i][column - first_j] = GeometryShearedVertex(
-            *sheared_, Vec(position) * (1.0 - fraction) + Vec(tile.get_vertices(1)[vertex]) * fraction);
+        vertices[i][j] = GeometryShearedVertex(
+            *sheared_, Vec(position) * (1.0 - fraction) + Vec(tile.get_vertices(1)[first + j]) * fraction);
       else
-        vertices[i][column - first_j] = GeometryShearedVertex(*sheared_, position);
+        vertices[i][j] = GeometryShearedVertex(*sheared_, position);
     }
   }
   for (uint i = 0; i < cells; ++i)
     for (uint j = 0; j < cells; ++j) {
-      if (!shape.has_cell(first_i + i, first_j + j)) continue;
-      const u32 number =
-          mesh_.get_part_number(part, tile.get_first_i() + first_i + i, tile.get_first_j() + first_j + j, false);
-      test_triangle(vertices[i][j], vertices[i + 1][j], vertices[i][j + 1], number);
-      if (is_ended()) return;
-      if (!shape.has_upper(first_i + i, first_j + j)) continue;
-      test_triangle(vertices[i + 1][j + 1], vertices[i][j + 1], vertices[i + 1][j], number + 1);
-      if (is_ended()) return;
+      const CellPlace cell{part, tile.get_first_i() + first_i + i, tile.get_first_j() + first_j + j};
+      if (is_whole || shape.has_cell(first_i + i, first_j + j))
+        test_triangle(vertices[i][j], vertices[i + 1][j], vertices[i][j + 1], cell, false);
+      if (is_whole || shape.has_upper(first_i + i, first_j + j))
+        test_triangle(vertices[i + 1][j + 1], vertices[i][j + 1], vertices[i + 1][j], cell, true);
     }
 }
 
 inline void DisplacedMesh::RayTest::test_triangle(const GeometryShearedVertex& a, const GeometryShearedVertex& b,
-                                                  const GeometryShearedVertex& c, u32 part_number) {
+                                                  const GeometryShearedVertex& c, const CellPlace& cell, bool upper) {
   GeometryCandidate hit;
-  if (!geometry_hit_triangle(*sheared_, a, b, c, hit)) return;
+  if (!geometry_hit_triangle(*sheared_, a, b, c, hit) || is_ended()) return;
   if (!(hit.distance >= query_.get_tnear(ray_) && hit.distance < query_.get_limit(ray_))) return;
   // A nearest hit needs no test: a second hit at the same point is not nearer.
   if (!query_.is_nearest() && geometry_may_be_on_edge(hit) && !met_.add(a, b, c)) return;
   hit.primitive = primitive_;
-  hit.part = part_number;
+  hit.part = mesh_.get_part_number(cell.part, cell.i, cell.j, upper);
   query_.push_intersection(ctx_, shader_, ray_, hit);
 }
 

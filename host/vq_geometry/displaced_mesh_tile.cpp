@@ -4,6 +4,8 @@
 #include <limits>
 #include <new>
 
+#include "vq_simd/simd_float.h"
+
 DisplacedMeshTileShape::DisplacedMeshTileShape(uint side_cells, uint reach_cells)
     : side(std::min(side_cells, reach_cells)), reach(reach_cells) {
   for (uint i = 0; i <= side; ++i) {
@@ -37,9 +39,10 @@ DisplacedMeshTile::DisplacedMeshTile(const DisplacedMeshPatch& patch, const Disp
       first_i_(first_i),
       first_j_(first_j),
       frame_count_(frame_count),
-      vertices_(std::size_t{shape.vertex_count} * frame_count),
+      vertices_(std::size_t{shape.vertex_count} * frame_count + 1),
       nodes_(std::size_t{shape.node_count} * frame_count) {
   if (!vertices_ || !nodes_) throw std::bad_alloc();
+  vertices_[vertices_.get_count() - 1] = {};  // read behind the last micro-vertex, not used
   compute_vertices(patch);
   for (uint frame = 0; frame < frame_count; ++frame) compute_nodes(frame);
   bytes_.add(get_bytes());
@@ -84,6 +87,25 @@ void DisplacedMeshTile::compute_nodes(uint frame) {
   }
 }
 
+/// Loads the three coordinates of a micro-vertex at once, with one of the next.
+GMathBbox3<float> DisplacedMeshTile::compute_block_box(uint i, uint j, uint frame) const {
+  constexpr uint cells = DisplacedMeshTileShape::block_cells;
+  const GMathVec3<float>* vertices = get_vertices(frame);
+  SimdF low(std::numeric_limits<float>::max()), high(std::numeric_limits<float>::lowest());
+  for (uint row = i * cells; row <= i * cells + cells; ++row) {
+    const uint end = std::min(shape_.get_row_length(row), j * cells + cells + 1);
+    for (uint column = j * cells; column < end; ++column) {
+      const SimdF position = SimdF::load_unaligned(&vertices[shape_.get_vertex(row, column)].x);
+      low = min(position, low);  // the second one for a NaN
+      high = max(position, high);
+    }
+  }
+  float bounds[2][4];
+  low.store_unaligned(bounds[0]);
+  high.store_unaligned(bounds[1]);
+  return {{bounds[0][0], bounds[0][1], bounds[0][2]}, {bounds[1][0], bounds[1][1], bounds[1][2]}};
+}
+
 GMathBbox3<float> DisplacedMeshTile::compute_child_box(uint level, uint i, uint j, uint frame) const {
   GMathBbox3<float> box;
   if (!shape_.has_block(level, i, j)) return box;
@@ -92,11 +114,5 @@ GMathBbox3<float> DisplacedMeshTile::compute_child_box(uint level, uint i, uint 
     for (uint lane = 0; lane < 4; ++lane) box.add(node.get_box(lane));
     return box;
   }
-  constexpr uint cells = DisplacedMeshTileShape::block_cells;
-  const GMathVec3<float>* vertices = get_vertices(frame);
-  for (uint row = i * cells; row <= i * cells + cells; ++row) {
-    const uint end = std::min(shape_.get_row_length(row), j * cells + cells + 1);
-    for (uint column = j * cells; column < end; ++column) box.add(vertices[shape_.get_vertex(row, column)]);
-  }
-  return box;
+  return compute_block_box(i, j, frame);
 }

@@ -42,7 +42,7 @@ struct DisplacedMeshTileShape {
   uint side = 0, reach = 0;
   uint top_level = 1;
   uint vertex_count = 0, node_count = 0;
-  u32 first_vertex[most_cells + 1] = {};
+  u32 first_vertex[most_cells + 2] = {};
   u32 first_row[most_levels + 1] = {};
   u32 first_node[most_cells / 2] = {};
 };
@@ -89,13 +89,14 @@ class DisplacedMeshTile {
  private:
   void compute_vertices(const DisplacedMeshPatch& patch);
   void compute_nodes(uint frame);
+  GMathBbox3<float> compute_block_box(uint i, uint j, uint frame) const;
   GMathBbox3<float> compute_child_box(uint level, uint i, uint j, uint frame) const;
 
   const DisplacedMeshTileShape& shape_;
   DisplacedMeshTileBytes& bytes_;
   uint first_i_, first_j_;
   uint frame_count_;
-  CoreAlignedArray<GMathVec3<float>> vertices_;  // [frame][shape_.get_vertex()]
+  CoreAlignedArray<GMathVec3<float>> vertices_;  // [frame][shape_.get_vertex()], and one more
   CoreAlignedArray<DisplacedMeshNode> nodes_;    // [shape_.get_node()][frame]
   GMathBbox3<float> boxes_[2];
 };
