@@ -182,7 +182,7 @@ TEST(DisplacedMesh, closed_meshes_stay_closed) {
 }
 
 // A flat square has all inner edges and micro-vertices where numbers are exact.
-TEST(DisplacedMesh, a_ray_on_a_micro_edge_hits_a_polygon_once) {
+TEST(DisplacedMesh, hits_of_one_polygon_are_not_repeated_and_may_end_the_ray) {
   QueryWorld world;
   PolyMesh base;
   create(base, make_polygons({{-1, -1, 1}, {1, -1, 1}, {1, 1, 1}, {-1, 1, 1}}, 4));
@@ -191,6 +191,19 @@ TEST(DisplacedMesh, a_ray_on_a_micro_edge_hits_a_polygon_once) {
   for (const double x : {-0.875, -0.75, 0.0, 0.25, 0.5})
     for (const double y : {-0.75, -0.5, -0.25, 0.0, 0.125, 0.5})
       EXPECT_EQ(count_hits(world, mesh, {x, y, 0}, {0, 0, 1}), 1u) << x << ' ' << y;
+  PolyMesh triangle;
+  create(triangle, make_polygons({{-1, -0.8f, 0.1f}, {0.9f, -0.9f, 0.1f}, {0.1f, 0.8f, 0.1f}}, 3));
+  DisplacedMesh hill;  // of one block of cells
+  displace(hill, triangle, make_noise(0.5), 2);
+  RandomValues random(6);
+  uint twice = 0;
+  for (uint k = 0; k < 500; ++k) {
+    const Vec origin = random.get_vec(0.1) + Vec(-2, 0, 0.1), direction(1, random.get(-0.3, 0.3), 0);
+    if (count_hits(world, hill, origin, direction) < 2) continue;
+    ++twice;
+    EXPECT_EQ(count_hits(world, hill, origin, direction, 1), 1u) << "the stop rule ends the ray";
+  }
+  EXPECT_GT(twice, 0u);
 }
 
 TEST(DisplacedMesh, answers_do_not_depend_on_what_is_cached) {
