@@ -120,7 +120,7 @@ class BvhTraversal {
   /// Traverses the tree with ray `ray` from `start`, which is an inner node.
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
-    float limit = bvh_clamp_limit(query_.get_limit(ray));
+    float limit = gas_clamp_limit(query_.get_limit(ray));
     BvhRay r = bvh_load_ray<time>(query_, ray, limit, get_bounds(ray));
     if constexpr (kinds == BvhKinds::all)
       oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), query_.get_tnear(ray), query_.get_limit(ray));
@@ -132,7 +132,7 @@ class BvhTraversal {
         if (!visit_leaf(at.ref, ray)) return;
         if constexpr (hits == BvhHits::nearest) {
           const double distance = query_.map->get_path(ray).distance;
-          limit = bvh_clamp_limit(distance);
+          limit = gas_clamp_limit(distance);
           r.t_far = SimdF(limit);
           if constexpr (kinds == BvhKinds::all) oriented_ray_.set_limit(distance);
         }

@@ -17,15 +17,13 @@
 #include <cmath>
 
 #include "gas/bvh/bvh_quantize.h"
+#include "vq_gas_base/gas_slab_ray.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_simd/simd_float.h"
 
 enum class BvhTime { still, moving };
 
-/// One ray in single precision for the node test. Origin and inverse direction are stored twice: moved towards an
-/// earlier entry, and towards a later exit. The slack covers all rounding of the slab test, so that a ray never misses
-/// a box that it touches (Ize 2013, "Robust BVH Ray Traversal"). Without it, several percent of the rays aimed at an
-/// edge or a vertex of a mesh with flat boxes miss both boxes that meet there.
+/// One ray for the node test: GasSlabRay, each component in all lanes.
 struct BvhRay {
   SimdF near_origin[3], near_inverse[3];
   SimdF far_origin[3], far_inverse[3];
@@ -41,11 +39,6 @@ struct BvhLanes {
   SimdF min_x, max_x;
 };
 
-inline float bvh_clamp_limit(double limit) {
-  const float rounded = static_cast<float>(limit);
-  return rounded < FLT_MAX ? rounded : FLT_MAX;
-}
-
 /// x, y and z, each in all lanes.
 inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
   axes[0] = broadcast<0>(v);
@@ -53,35 +46,20 @@ inline void bvh_spread(const SimdF& v, SimdF (&axes)[3]) {
   axes[2] = broadcast<2>(v);
 }
 
-/// Largest rounding error of a blended plane, per axis: two rounded weights, two products and a sum are wrong by at
-/// most 2^-22 of the plane with the larger magnitude.
-inline SimdF bvh_get_blend_slack(const GMathBbox3<float>& bounds) {
-  const auto get_reach = [&](uint axis) { return std::max(std::fabs(bounds.min[axis]), std::fabs(bounds.max[axis])); };
-  return SimdF(get_reach(0), get_reach(1), get_reach(2), 0.0f) * SimdF(0x1p-22f);
-}
-
 // Inlined: as a call it makes short rays 8 % slower.
-/// @param bounds  moving: holds the whole tree at both samples around the ray's time
+/// @param bounds  holds the whole tree; moving: at both samples around the ray's time
 template <BvhTime time>
 [[gnu::always_inline]] inline BvhRay bvh_load_ray(const GeometryRaytraceCtx& query, uint ray, float limit,
                                                   const GMathBbox3<float>& bounds) {
   const GMathBasicRay<double>& record = query.get_ray(ray);
   BvhRay out;
   const double tnear = query.get_tnear(ray);
-  const auto pack = [](const GMathVec3<double>& v) {
-    return SimdF(static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z), 0.0f);
-  };
-  const SimdF origin = pack(record.origin), inverse = pack(record.inverse);
-  // Along the direction: near planes are met earlier, far planes later. An infinite origin stays infinite.
-  SimdF distance_slack = min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX)) * SimdF(0x1p-23f);
-  if constexpr (time == BvhTime::moving) distance_slack = distance_slack + bvh_get_blend_slack(bounds);
-  const SimdF slack = copy_sign(distance_slack, inverse);
-  // For negative distances a smaller factor would give a later entry: no slack on the inverse, only on the origin.
-  const float inverse_slack = tnear >= 0.0 ? 0x1p-22f : 0.0f;
-  bvh_spread(origin + slack, out.near_origin);
-  bvh_spread(origin - slack, out.far_origin);
-  bvh_spread(inverse * SimdF(1.0f - inverse_slack), out.near_inverse);
-  bvh_spread(inverse * SimdF(1.0f + inverse_slack), out.far_inverse);
+  const SimdF plane_slack = time == BvhTime::moving ? gas_get_blend_slack(bounds) : SimdF(0.0f);
+  const GasSlabRay slabs = gas_load_slab_ray(record, tnear, bounds, plane_slack);
+  bvh_spread(slabs.near_origin, out.near_origin);
+  bvh_spread(slabs.far_origin, out.far_origin);
+  bvh_spread(slabs.near_inverse, out.near_inverse);
+  bvh_spread(slabs.far_inverse, out.far_inverse);
   for (uint axis = 0; axis < 3; ++axis) {
     out.near_plane[axis] = 2 * axis + record.negative[axis];
     out.far_plane[axis] = 2 * axis + 1 - record.negative[axis];
@@ -169,7 +147,7 @@ struct BvhOrientedRay {
   /// @param distance  from the original origin
   void set_limit(double distance) {
     const double limit = distance - exact_start;
-    t_far = SimdF(bvh_clamp_limit(limit + std::fabs(limit) * 0x1p-23));
+    t_far = SimdF(gas_clamp_limit(limit + std::fabs(limit) * 0x1p-23));
   }
 };
 
