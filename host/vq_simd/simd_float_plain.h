@@ -17,6 +17,8 @@ struct SimdFPlain {
   /// Four floats from a 16-byte aligned address.
   static SimdFPlain load(const float* from) { return load_unaligned(from); }
   static SimdFPlain load_unaligned(const float* from) { return {from[0], from[1], from[2], from[3]}; }
+  /// Two floats from `low`, then two from `high`.
+  static SimdFPlain load_pairs(const float* low, const float* high) { return {low[0], low[1], high[0], high[1]}; }
   /// Four unsigned bytes as floats.
   static SimdFPlain load_bytes(const u8* from) {
     return {static_cast<float>(from[0]), static_cast<float>(from[1]), static_cast<float>(from[2]),
@@ -54,6 +56,12 @@ struct SimdFPlain {
   }
   /// The lanes 1, 2, 3, 0.
   friend SimdFPlain rotate_lanes(const SimdFPlain& a) { return {a.lane[1], a.lane[2], a.lane[3], a.lane[0]}; }
+  /// The lanes 2, 3, 0, 1.
+  friend SimdFPlain swap_pairs(const SimdFPlain& a) { return {a.lane[2], a.lane[3], a.lane[0], a.lane[1]}; }
+  /// Lanes 0 and 1 of `a`, then lanes 0 and 1 of `b`.
+  friend SimdFPlain join_pairs(const SimdFPlain& a, const SimdFPlain& b) {
+    return {a.lane[0], a.lane[1], b.lane[0], b.lane[1]};
+  }
   /// Turns four rows into four columns.
   friend void transpose(SimdFPlain& a, SimdFPlain& b, SimdFPlain& c, SimdFPlain& d) {
     const SimdFPlain rows[4] = {a, b, c, d};

@@ -19,6 +19,11 @@ struct SimdFSse {
   /// Four floats from a 16-byte aligned address.
   static SimdFSse load(const float* from) { return _mm_load_ps(from); }
   static SimdFSse load_unaligned(const float* from) { return _mm_loadu_ps(from); }
+  /// Two floats from `low`, then two from `high`.
+  static SimdFSse load_pairs(const float* low, const float* high) {
+    const __m128 pair = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(low)));
+    return _mm_loadh_pi(pair, reinterpret_cast<const __m64*>(high));
+  }
   /// Four unsigned bytes as floats.
   static SimdFSse load_bytes(const u8* from) {
     int packed;
@@ -42,6 +47,10 @@ struct SimdFSse {
   friend SimdFSse max(const SimdFSse& a, const SimdFSse& b) { return _mm_max_ps(a.value, b.value); }
   /// The lanes 1, 2, 3, 0.
   friend SimdFSse rotate_lanes(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(0, 3, 2, 1)); }
+  /// The lanes 2, 3, 0, 1.
+  friend SimdFSse swap_pairs(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(1, 0, 3, 2)); }
+  /// Lanes 0 and 1 of `a`, then lanes 0 and 1 of `b`.
+  friend SimdFSse join_pairs(const SimdFSse& a, const SimdFSse& b) { return _mm_movelh_ps(a.value, b.value); }
   /// Turns four rows into four columns.
   friend void transpose(SimdFSse& a, SimdFSse& b, SimdFSse& c, SimdFSse& d) {
     _MM_TRANSPOSE4_PS(a.value, b.value, c.value, d.value);

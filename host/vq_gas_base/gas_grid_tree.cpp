@@ -1,0 +1,248 @@
+#include "vq_gas_base/gas_grid_tree.h"
+
+#include <algorithm>
+#include <new>
+
+#include "vq_app_base/app_progress_scope.h"
+#include "vq_ctx/ctx_eval.h"
+#include "vq_gas_base/gas_grid_cells.h"
+#include "vq_gas_base/gas_tree_query.h"
+
+namespace {
+
+constexpr uint primitives_per_leaf = 4;
+
+template <class T>
+CoreAlignedArray<T> make_array(std::size_t count) {
+  CoreAlignedArray<T> array(count);
+  if (!array && count > 0) throw std::bad_alloc();
+  return array;
+}
+
+}  // namespace
+
+const CoreClassInfo& GasGridTree::class_info() {
+  static const CoreClassInfo& info =
+      CoreClassInfo::new_class("GasGridTree", core_destroy_object, GasTree::class_info(), nullptr);
+  return info;
+}
+
+GasGridTree::GasGridTree(const GasGridTree& other) : GasTree() { *this = other; }
+
+GasGridTree& GasGridTree::operator=(const GasGridTree& other) {
+  if (this == &other) return *this;
+  GasTree::operator=(other);
+  callbacks_ = other.callbacks_;
+  provider_enabled_ = other.provider_enabled_;
+  most_leaf_ = other.most_leaf_;
+  const bool is_tree_copied = !tree.is_empty();
+  try {
+    copy_from(other);
+    if (!is_tree_copied) clear();
+  } catch (const std::bad_alloc&) {
+    clear();
+  }
+  return *this;
+}
+
+void GasGridTree::copy_from(const GasGridTree& other) {
+  auto positions = make_array<uint>(other.positions_.get_count());
+  auto boxes = make_array<GMathBbox3<float>>(other.boxes_.get_count());
+  auto parts = std::make_unique<GasGridPart[]>(other.part_count_);
+  std::copy(other.boxes_.begin(), other.boxes_.end(), boxes.begin());
+  for (uint k = 0; k < other.part_count_; ++k) {
+    parts[k].first = other.parts_[k].first;
+    parts[k].count = other.parts_[k].count;
+    uint* first = positions.get() + parts[k].first;
+    std::copy_n(other.positions_.get() + parts[k].first, parts[k].count, first);
+  }
+  positions_ = std::move(positions);
+  boxes_ = std::move(boxes);
+  parts_ = std::move(parts);
+  part_count_ = other.part_count_;
+  close_parts();
+}
+
+void GasGridTree::create(const CoreVector<GMathBbox3<float>>& boxes, const uint& resolution, AppProgressBar* progress,
+                         const AppBase* app) {
+  clear();
+  try {
+    sort_into_parts(boxes, resolution, progress, app);
+    if (!provider_enabled_) keep_boxes(boxes);
+  } catch (...) {
+    clear();
+    throw;
+  }
+  count_own_bytes();
+}
+
+void GasGridTree::sort_into_parts(const CoreVector<GMathBbox3<float>>& boxes, uint resolution, AppProgressBar* progress,
+                                  const AppBase* app) {
+  CoreVector<uint> placed = gas_list_placed(boxes);
+  const AppProgressScope stage(progress, "Build grid", 1.0, 3);
+  const std::vector<GasGridCell> cells =
+      gas_sort_into_cells(boxes, placed.get_items(), placed.get_count(), resolution, app);
+  stage.step(1);
+  part_count_ = static_cast<uint>(cells.size());
+  positions_ = make_array<uint>(placed.get_count());
+  std::copy(placed.begin(), placed.end(), positions_.begin());
+  parts_ = std::make_unique<GasGridPart[]>(part_count_);
+  CoreVector<GMathBbox3<float>> part_boxes;
+  if (!part_boxes.reserve(part_count_)) throw std::bad_alloc();
+  for (uint k = 0; k < part_count_; ++k) {
+    parts_[k].first = cells[k].first;
+    parts_[k].count = cells[k].count;
+    part_boxes.add(cells[k].box);
+  }
+  stage.step(2);
+  GasTree::create(part_boxes, nullptr, app);
+  stage.step(3);
+}
+
+void GasGridTree::clear() {
+  GasTree::clear();
+  positions_.reset();
+  boxes_.reset();
+  parts_.reset();
+  part_count_ = 0;
+  close_parts();
+}
+
+void GasGridTree::keep_boxes(const CoreVector<GMathBbox3<float>>& boxes) {
+  boxes_ = make_array<GMathBbox3<float>>(boxes.get_count());
+  std::copy(boxes.begin(), boxes.end(), boxes_.begin());
+}
+
+void GasGridTree::close_parts() {
+  for (uint k = 0; k < part_count_; ++k) {
+    parts_[k].state.reset();
+    parts_[k].tree.clear();
+    // A build permutes its positions, and the next one must not depend on it.
+    std::sort(positions_.get() + parts_[k].first, positions_.get() + parts_[k].first + parts_[k].count);
+  }
+  part_bytes_.store(0);
+  built_count_.store(0);
+  count_own_bytes();
+}
+
+void GasGridTree::count_own_bytes() {
+  own_bytes_ = tree.get_memory_size() + positions_.get_bytes() + boxes_.get_bytes() + part_count_ * sizeof(GasGridPart);
+}
+
+CoreVector<uint> GasGridTree::list_parts(uint box_count) const {
+  CoreVector<uint> part_of;
+  if (!part_of.resize(box_count)) throw std::bad_alloc();
+  std::fill(part_of.begin(), part_of.end(), core_invalid_index);
+  for (uint part = 0; part < part_count_; ++part)
+    for (uint k = 0; k < parts_[part].count; ++k) part_of[positions_[parts_[part].first + k]] = part;
+  return part_of;
+}
+
+void GasGridTree::set_callbacks(const GasGridCallbacks& callbacks) {
+  callbacks_ = callbacks;
+  provider_enabled_ = callbacks.leaf_boxes != nullptr;
+  most_leaf_ = primitives_per_leaf;
+  if (provider_enabled_) boxes_.reset();
+  close_parts();
+}
+
+void GasGridTree::set_leaf_boxes(GasGridLeafBoxes function, void* user) {
+  callbacks_.leaf_boxes = function;
+  callbacks_.leaf_boxes_user = user;
+  provider_enabled_ = function != nullptr;
+  most_leaf_ = 1;
+  if (provider_enabled_) boxes_.reset();
+  close_parts();
+}
+
+void GasGridTree::set_memory_change(GasGridMemoryChange function, void* user) {
+  callbacks_.memory = function;
+  callbacks_.memory_user = user;
+}
+
+void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
+  uint* positions = const_cast<uint*>(positions_.get()) + part.first;
+  auto boxes = make_array<GMathBbox3<float>>(part.count);
+  if (provider_enabled_) {
+    callbacks_.leaf_boxes(callbacks_.leaf_boxes_user, ctx, part.count, positions, boxes.get());
+  } else {
+    for (uint k = 0; k < part.count; ++k) boxes[k] = boxes_[positions[k]];
+  }
+  auto order = make_array<uint>(part.count), sorted = make_array<uint>(part.count);
+  for (uint k = 0; k < part.count; ++k) order[k] = k;
+  GasBinaryTree part_tree;
+  part_tree.build({boxes.get(), order.get(), part.count, most_leaf_, &ctx.get_application(), nullptr});
+  for (uint k = 0; k < part.count; ++k) sorted[k] = positions[order[k]];
+  std::copy(sorted.begin(), sorted.end(), positions);
+  part.tree = std::move(part_tree);
+  built_count_.fetch_add(1, std::memory_order_relaxed);
+  const u64 grown = part.tree.get_memory_size();
+  const u64 before = sizeof(GasGridTree) + own_bytes_ + part_bytes_.fetch_add(grown, std::memory_order_relaxed);
+  if (callbacks_.memory != nullptr) callbacks_.memory(before, before + grown, callbacks_.memory_user);
+}
+
+template <GasWalkHits hits>
+void GasGridTree::walk_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                            const GasTreeLeaf<GeometryRaytraceCtx>& primitive) const {
+  if (primitive.function == nullptr) return;
+  gas_tree_ray_hit<hits>(tree, query, [&](GasBinaryRay& ray, uint r, const GasBinaryPlace& top) {
+    const GasGridPart* part = open_part(ctx, top.ref.index);
+    if (part == nullptr) return true;
+    const GasPartLeaf<hits> leaf{positions_.get() + part->first, primitive, ctx, shader, query, ray, r};
+    const GasStillBoxes boxes{part->tree.get_nodes()};
+    return gas_walk_ray<hits>(part->tree, boxes, part->tree.get_root(), ray, gas_get_visits(query, r), leaf);
+  });
+}
+
+const GasTreeLeaf<GeometryRaytraceCtx>& GasGridTree::get_ray_primitive() const {
+  return callbacks_.ray.function != nullptr ? callbacks_.ray : ray_leaf;
+}
+
+const GasTreeLeaf<GeometryRaytraceCtx>& GasGridTree::get_nearest_primitive() const {
+  return callbacks_.nearest.function != nullptr ? callbacks_.nearest : ray_leaf;
+}
+
+void GasGridTree::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  walk_rays<GasWalkHits::all>(ctx, shader, query, get_ray_primitive());
+}
+
+void GasGridTree::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  walk_rays<GasWalkHits::nearest>(ctx, shader, query, get_nearest_primitive());
+}
+
+void GasGridTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
+                              const bool& /*motion*/) const {
+  const GasTreeLeaf<GeometryFrustumCtx>& primitive =
+      callbacks_.frustum.function != nullptr ? callbacks_.frustum : frustum_leaf;
+  if (primitive.function == nullptr) return;
+  const auto get_box = [](const GasBinaryTree& of) {
+    return [&of](u32 node, uint lane) { return of.get_node(node).boxes.get_box(lane); };
+  };
+  const GasBinaryPlace start = gas_find_frustum_start(tree, query);
+  gas_walk_frustum(tree, start, query.classify(tree.get_box(start)), query, get_box(tree),
+                   [&](const GasBinaryRef& top, GeometryBoxPlace place) {
+                     const GasGridPart* part = open_part(ctx, top.index);
+                     if (part == nullptr) return;
+                     const uint* positions = positions_.get() + part->first;
+                     gas_walk_frustum(part->tree, part->tree.get_root(), place, query, get_box(part->tree),
+                                      [&](const GasBinaryRef& leaf, GeometryBoxPlace /*place*/) {
+                                        for (uint k = leaf.index; k < leaf.index + leaf.count; ++k)
+                                          primitive.function(primitive.user, positions[k], ctx, shader, query);
+                                      });
+                   });
+}
+
+void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query,
+                                  const bool& /*motion*/) const {
+  if (ray_frustum_leaf.function == nullptr) return;
+  const GasBeamPlanes beam(query.get_beam());
+  gas_walk_beam(tree, tree.get_root(), beam, query, [&](const GasBinaryRef& top) {
+    const GasGridPart* part = open_part(ctx, top.index);
+    if (part == nullptr) return;
+    const uint* positions = positions_.get() + part->first;
+    gas_walk_beam(part->tree, part->tree.get_root(), beam, query, [&](const GasBinaryRef& leaf) {
+      for (uint k = leaf.index; k < leaf.index + leaf.count; ++k)
+        ray_frustum_leaf.function(ray_frustum_leaf.user, positions[k], ctx, shader, query);
+    });
+  });
+}

@@ -1,0 +1,155 @@
+#include "vq_gas_base/gas_tree.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "vq_gas_base/gas_tree_query.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
+
+namespace {
+
+/// A ray with a radius: boxes are grown by `extent` on every axis.
+class GasExtentRay {
+ public:
+  GasExtentRay(const GeometryRaytraceCtx& query, uint r)
+      : ray_(query.get_ray(r)),
+        extent_(query.intervals[r].extent),
+        tnear_(query.get_tnear(r)),
+        tfar_(query.get_tfar(r)) {}
+
+  /// For the nodes. Its interval also has the origin in it, where a grown box may hold it outside of the ray's own.
+  GasBinaryRay get_walk_ray(const GMathBbox3<float>& bounds) const {
+    const float grown = static_cast<float>(extent_) * (1.0f + 0x1p-22f);
+    return GasBinaryRay(ray_, std::min(tnear_, 0.0), std::max(tfar_, 0.0), bounds, SimdF(grown));
+  }
+
+  /// True if the grown box holds the origin or is crossed within the interval.
+  bool reaches(const GMathBbox3<float>& box) const {
+    double entry = tnear_, exit = tfar_;
+    bool holds_origin = true;
+    for (uint axis = 0; axis < 3; ++axis) {
+      const double low = double(box.min[axis]) - extent_ - ray_.origin[axis];
+      const double high = double(box.max[axis]) + extent_ - ray_.origin[axis];
+      if (low > 0.0 || high < 0.0) holds_origin = false;
+      if (ray_.direction[axis] == 0.0) {
+        if (low > 0.0 || high < 0.0) exit = -std::numeric_limits<double>::infinity();
+        continue;
+      }
+      const double a = low * ray_.inverse[axis], b = high * ray_.inverse[axis];
+      entry = std::max(entry, std::min(a, b));
+      exit = std::min(exit, std::max(a, b));
+    }
+    return holds_origin || entry <= exit;
+  }
+
+ private:
+  const GMathBasicRay<double>& ray_;
+  double extent_, tnear_, tfar_;
+};
+
+}  // namespace
+
+CoreVector<uint> gas_list_placed(const CoreVector<GMathBbox3<float>>& boxes) {
+  CoreVector<uint> placed;
+  if (!placed.reserve(boxes.get_count())) throw std::bad_alloc();
+  for (uint item = 0; item < boxes.get_count(); ++item) {
+    const GMathBbox3<float>& box = boxes[item];
+    if (box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z) placed.add(item);
+  }
+  return placed;
+}
+
+const CoreClassInfo& GasTree::class_info() {
+  static const CoreClassInfo& info =
+      CoreClassInfo::new_class("GasTree", core_destroy_object, CoreBaseObject::class_info(), nullptr);
+  return info;
+}
+
+GasTree::GasTree(const GasTree& other) : CoreBaseObject(other) { *this = other; }
+
+GasTree& GasTree::operator=(const GasTree& other) {
+  if (this == &other) return *this;
+  try {
+    tree.copy(other.tree);
+  } catch (const std::bad_alloc&) {
+    tree.clear();
+  }
+  ray_leaf = other.ray_leaf;
+  frustum_leaf = other.frustum_leaf;
+  ray_frustum_leaf = other.ray_frustum_leaf;
+  return *this;
+}
+
+void GasTree::create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app) {
+  clear();
+  CoreVector<uint> order = gas_list_placed(boxes);
+  tree.build({boxes.get_items(), order.get_items(), order.get_count(), 1, app, progress});
+  tree.name_items(order.get_items());
+}
+
+void GasTree::clear() { tree.clear(); }
+
+template <GasWalkHits hits>
+void GasTree::walk_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  if (ray_leaf.function == nullptr) return;
+  gas_tree_ray_hit<hits>(tree, query, [&](GasBinaryRay& ray, uint r, const GasBinaryPlace& at) {
+    if (GeometryRayVisits* visits = gas_get_visits(query, r)) ++visits->leaves;
+    ray_leaf.function(ray_leaf.user, at.ref.index, ctx, shader, query);
+    return gas_go_on<hits>(query, r, ray);
+  });
+}
+
+void GasTree::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  walk_rays<GasWalkHits::all>(ctx, shader, query);
+}
+
+void GasTree::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
+  walk_rays<GasWalkHits::nearest>(ctx, shader, query);
+}
+
+void GasTree::ray_hit_extent(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, void* data) const {
+  if (ray_leaf.function == nullptr || tree.is_empty()) return;
+  const GasActiveRangeScope scope(query);
+  const uint last = query.last_ray;
+  for (uint r = query.first_ray; r <= last; ++r) {
+    query.first_ray = query.last_ray = r;
+    const GasExtentRay extent(query, r);
+    GasBinaryRay ray = extent.get_walk_ray(tree.get_bbox());
+    if (!ray.touches(tree.get_bbox())) continue;
+    gas_walk_ray<GasWalkHits::all>(tree, GasStillBoxes{tree.get_nodes()}, tree.get_root(), ray,
+                                   gas_get_visits(query, r), [&](const GasBinaryPlace& at) {
+                                     if (extent.reaches(tree.get_box(at)))
+                                       ray_leaf.function(data, at.ref.index, ctx, shader, query);
+                                     return query.is_nearest() || query.ray_flags == nullptr || !query.is_stopped(r);
+                                   });
+  }
+}
+
+void GasTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
+                          const bool& /*motion*/) const {
+  if (frustum_leaf.function == nullptr) return;
+  const GasBinaryPlace start = gas_find_frustum_start(tree, query);
+  const auto get_box = [&](u32 node, uint lane) { return tree.get_node(node).boxes.get_box(lane); };
+  gas_walk_frustum(tree, start, query.classify(tree.get_box(start)), query, get_box,
+                   [&](const GasBinaryRef& leaf, GeometryBoxPlace /*place*/) {
+                     frustum_leaf.function(frustum_leaf.user, leaf.index, ctx, shader, query);
+                   });
+}
+
+void GasTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query,
+                              const bool& /*motion*/) const {
+  if (ray_frustum_leaf.function == nullptr) return;
+  gas_walk_beam(tree, tree.get_root(), GasBeamPlanes(query.get_beam()), query, [&](const GasBinaryRef& leaf) {
+    ray_frustum_leaf.function(ray_frustum_leaf.user, leaf.index, ctx, shader, query);
+  });
+}
+
+void GasTree::get_clusters(CoreVector<void*>& clusters, const uint& count, const float& ratio) const {
+  tree.get_clusters(count, ratio, clusters);
+}
+
+void GasTree::get_clusters_bboxes(const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) const {
+  for (uint k = 0; k < clusters.get_count(); ++k)
+    boxes[k] = tree.get_box(tree.find_cluster(reinterpret_cast<u64>(clusters[k])));
+}

@@ -1,0 +1,365 @@
+// The host's trees against loops over all boxes: GasTree, and GasGridTree with and without a function that supplies
+// boxes.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <new>
+#include <set>
+#include <thread>
+
+#include "support/box_query.h"
+#include "support/test_scale.h"
+#include "vq_gas_base/gas_grid_tree.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
+
+namespace {
+
+constexpr uint resolution = 12;
+
+/// One scene in a tree, with callbacks that write down the items they get.
+class Probe {
+ public:
+  enum class Form { tree, grid, supplied_grid };
+  static constexpr Form forms[] = {Form::tree, Form::grid, Form::supplied_grid};
+
+  Probe(const BoxScene& scene, Form form, uint threads = 1) : scene(scene), form(form), world(8, threads) {
+    CoreVector<FloatBox> boxes;
+    for (const FloatBox& box : scene.boxes) boxes.add(box);
+    if (form == Form::tree) {
+      tree.create(boxes, nullptr, &world.app);
+    } else {
+      grid.create(boxes, resolution, nullptr, &world.app);
+      if (form == Form::supplied_grid) grid.set_leaf_boxes(supply, this);
+    }
+    GasTree& any = form == Form::tree ? tree : grid;
+    any.set_ray_leaf(test_ray, this);
+    any.set_frustum_leaf(test_frustum, this);
+    any.set_ray_frustum_leaf(test_beam, this);
+  }
+
+  template <class Call>
+  void call(const Call& function) {
+    visited.clear();
+    form == Form::tree ? function(tree) : function(grid);
+  }
+
+  static void supply(void* user, const CtxEval&, const uint& count, const uint* items, FloatBox* boxes) {
+    auto& self = *static_cast<Probe*>(user);
+    ++self.supplied;
+    if (self.refuses) throw std::bad_alloc();
+    for (uint k = 0; k < count; ++k) boxes[k] = self.scene.boxes[items[k]];
+  }
+  static void test_ray(void* user, const uint& item, const CtxEval& ctx, CtxShader& shader,
+                       GeometryRaytraceCtx& query) {
+    auto& self = *static_cast<Probe*>(user);
+    self.visited.push_back(item);
+    if (!query.is_nearest()) return;
+    const auto entry = find_entry(GMathBbox3<double>(self.scene.boxes[item]), self.rays[query.first_ray]);
+    if (entry) query.push_intersection(ctx, shader, query.first_ray, {*entry, 0.0, 0.0, item, 0});
+  }
+  static void test_frustum(void* user, const uint& item, const CtxEval&, CtxShader&, GeometryFrustumCtx& query) {
+    auto& self = *static_cast<Probe*>(user);
+    self.visited.push_back(item);
+    if (query.classify(self.scene.boxes[item]) != GeometryBoxPlace::inside) query.result.outside = 1;
+    if (query.mode == 0) query.result.finished = 1;
+  }
+  /// The center of a box is hit where the plane across the beam through it has it between the corners.
+  static void test_beam(void* user, const uint& item, const CtxEval&, CtxShader&, GeometryRayFrustumCtx& query) {
+    const double t = find_center(GMathBbox3<double>(static_cast<Probe*>(user)->scene.boxes[item]).get_center(), query);
+    if (t < query.get_tfar()) query.get_record() = {t, 1.0, item, 0};
+  }
+  static double find_center(const GMathVec3<double>& center, const GeometryRayFrustumCtx& query) {
+    const GMathVec3<double>& normal = query.get_plane_normal();
+    const double t = (center - query.get_origin()).dot(normal) / query.get_direction().dot(normal);
+    if (!(t >= query.get_tnear())) return DBL_MAX;
+    GMathVec3<double> corners[4];
+    query.get_corners(t, corners);
+    int side = 0;
+    for (uint k = 0; k < 4; ++k) {
+      const GMathVec3<double> edge = corners[(k + 1) % 4] - corners[k];
+      side += edge.cross(center - corners[k]).dot(normal) >= 0.0 ? 1 : -1;
+    }
+    return side == 4 || side == -4 ? t : DBL_MAX;
+  }
+
+  /// Visited items per ray; each at most once.
+  std::vector<std::set<uint>> ask(const std::vector<BoxRay>& asked, double extent, u64 cluster = 0) {
+    rays = asked;
+    BoxQuery packet(rays);
+    std::vector<std::set<uint>> found(rays.size());
+    for (uint r = 0; r < rays.size(); ++r) packet.packet.get_ray(r).extent = extent;
+    GeometryRaytraceCtx& query = packet.packet.begin_all_hits(world.shading);
+    query.object_distance = -DBL_MAX;
+    query.cluster = cluster;
+    for (uint r = 0; r < rays.size(); ++r) {
+      query.first_ray = query.last_ray = r;
+      call([&](auto& any) {
+        extent > 0.0 ? tree.ray_hit_extent(world.ctx, world.shader, query, this)
+                     : any.ray_hit(world.ctx, world.shader, query);
+      });
+      found[r] = {visited.begin(), visited.end()};
+      EXPECT_EQ(found[r].size(), visited.size()) << "an item was visited twice";
+    }
+    return found;
+  }
+
+  BoxScene scene;
+  Form form;
+  QueryWorld world;
+  GasTree tree;
+  GasGridTree grid;
+  std::vector<BoxRay> rays;
+  std::vector<uint> visited;
+  std::atomic<uint> supplied = 0;
+  std::atomic<bool> refuses = false;
+};
+
+/// Without those that an infinite box has given infinite components.
+std::vector<BoxRay> make_finite_rays(const BoxScene& scene, uint count, uint seed) {
+  if (scene.boxes.empty()) return {{{0, 0, 0}, {0, 0, 1}}};
+  std::vector<BoxRay> rays = make_box_rays(scene, count, seed);
+  std::erase_if(rays, [](const BoxRay& ray) {
+    return !std::isfinite(ray.origin.get_length()) || !std::isfinite(ray.direction.get_length());
+  });
+  return rays;
+}
+
+GMathBbox3<double> grow(const FloatBox& box, double margin) {
+  const GMathVec3<double> by(margin, margin, margin);
+  return {GMathVec3<double>(box.min) - by, GMathVec3<double>(box.max) + by};
+}
+
+bool is_bounded(BoxKind kind) { return std::ranges::find(bounded_box_kinds, kind) != std::end(bounded_box_kinds); }
+
+template <class Check>
+void for_each_probe(uint count, const Check& check) {
+  for (const BoxKind kind : all_box_kinds) {
+    for (const Probe::Form form : Probe::forms) {
+      for (uint seed = 0; seed < 3; ++seed) {
+        Probe probe(make_box_scene(kind, seed < 2 ? seed : count, seed), form);
+        SCOPED_TRACE(testing::PrintToString(static_cast<int>(form)));
+        SCOPED_TRACE(probe.scene);
+        check(probe);
+        if (testing::Test::HasFailure()) return;
+      }
+    }
+  }
+}
+
+}  // namespace
+
+TEST(GasTree, rays_reach_what_a_loop_over_all_boxes_reaches) {
+  for_each_probe(400, [](Probe& probe) {
+    const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 60, 5);
+    const auto found = probe.ask(rays, 0.0);
+    BoxQuery nearest(rays);
+    GeometryRaytraceCtx& query = nearest.packet.begin_nearest(probe.world.shading);
+    query.object_distance = -DBL_MAX;
+    probe.call([&](auto& any) { any.ray_hit_nearest(probe.world.ctx, probe.world.shader, query); });
+    for (uint r = 0; r < rays.size(); ++r) {
+      double closest = rays[r].tfar;
+      for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
+        const GMathBbox3<double> box(probe.scene.boxes[item]);
+        const auto entry = find_entry(box, rays[r]);
+        if (entry) closest = std::min(closest, *entry);
+        if (entry) {
+          EXPECT_TRUE(found[r].contains(item)) << rays[r] << " item " << item;
+        }
+        if (is_bounded(probe.scene.kind) && !meets_box(box, rays[r], 1.0)) {
+          EXPECT_FALSE(found[r].contains(item)) << rays[r] << " item " << item;
+        }
+      }
+      EXPECT_EQ(nearest.packet.get_nearest(r).distance, closest) << rays[r];
+    }
+  });
+}
+
+TEST(GasTree, extents_reach_every_grown_box_once) {
+  for (const BoxKind kind : bounded_box_kinds) {
+    Probe probe(make_box_scene(kind, 300, 4), Probe::Form::tree);
+    SCOPED_TRACE(probe.scene);
+    const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 80, 6);
+    for (const double extent : {1e-4, 0.05, 0.7}) {
+      const auto found = probe.ask(rays, extent);
+      for (uint r = 0; r < rays.size(); ++r) {
+        for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
+          const auto reaches = [&](double margin) {
+            const GMathBbox3<double> box = grow(probe.scene.boxes[item], extent + margin);
+            const GMathVec3<double>& o = rays[r].origin;
+            return find_entry(box, rays[r]).has_value() || find_entry(box, {o, {0, 0, 0}, 0.0, 0.0}).has_value();
+          };
+          if (reaches(-1e-9)) {
+            EXPECT_TRUE(found[r].contains(item)) << rays[r] << " item " << item;
+          }
+          if (!reaches(1e-9)) {
+            EXPECT_FALSE(found[r].contains(item)) << rays[r] << " item " << item;
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(GasTree, frustums_reach_the_boxes_that_are_not_behind_a_plane) {
+  for_each_probe(300, [](Probe& probe) {
+    RandomValues random(9);
+    for (uint k = 0; k < 40; ++k) {
+      GeometryFrustumCtx query;
+      query.mode = k % 4;
+      for (uint plane = 0; plane < 1 + k % 5; ++plane) query.add_plane({random.get_vec(0.8), random.get_vec()});
+      std::set<uint> expected;
+      bool all_inside = true;
+      for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
+        const GeometryBoxPlace place = query.classify(probe.scene.boxes[item]);
+        if (place != GeometryBoxPlace::outside) expected.insert(item);
+        all_inside = all_inside && place == GeometryBoxPlace::inside;
+      }
+      probe.call([&](auto& any) { any.frustum_hit(probe.world.ctx, probe.world.shader, query); });
+      const std::set<uint> found(probe.visited.begin(), probe.visited.end());
+      if (query.mode == 0) {
+        EXPECT_EQ(found.size(), expected.empty() ? 0 : 1) << "frustum " << k;
+      }
+      if (query.mode == 1) {
+        EXPECT_EQ(query.result.outside == 0, all_inside) << "frustum " << k;
+      }
+      if (query.mode >= 2) {
+        EXPECT_EQ(found, expected) << "frustum " << k;
+      }
+    }
+  });
+}
+
+TEST(GasTree, beams_find_the_nearest_center) {
+  uint hits = 0;
+  for_each_probe(300, [&](Probe& probe) {
+    if (!is_bounded(probe.scene.kind)) return;
+    RandomValues random(11);
+    for (uint k = 0; k < 60; ++k) {
+      const GMathVec3<double> axis = random.get_vec(), side = axis.cross(random.get_vec()).get_normalized() * 0.3;
+      const GMathVec3<double> up = axis.cross(side).get_normalized() * random.get(0.0, 0.3),
+                              origin = random.get_vec(2.0);
+      const GMathVec3<double> ring[4] = {side + up, up - side, -side - up, side - up};
+      const GMathVec3<double> aimed[4] = {axis + ring[0], axis + ring[1], axis + ring[2], axis + ring[3]};
+      GeometryRayFrustumBeam beam;
+      const double tnear = random.get(0.0, 0.5), tfar = k % 3 == 0 ? DBL_MAX : tnear + random.get(0.0, 4.0);
+      ASSERT_TRUE(k % 2 ? beam.set_perspective(origin, axis, aimed, tnear, tfar)
+                        : beam.set_parallel(origin, axis, ring, tnear, tfar));
+      GeometryRayFrustumRecord record;
+      GeometryRayFrustumCtx query;
+      query.begin(&beam, &record, 1);
+      query.init(0);
+      double closest = tfar;
+      for (const FloatBox& box : probe.scene.boxes)
+        closest = std::min(closest, Probe::find_center(GMathBbox3<double>(box).get_center(), query));
+      probe.call([&](auto& any) { any.ray_frustum_hit(probe.world.ctx, probe.world.shader, query); });
+      EXPECT_EQ(record.t, closest) << "beam " << k;
+      hits += record.index != core_invalid_index;
+    }
+  });
+  EXPECT_GT(hits, 100u);
+}
+
+TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
+  for_each_probe(500, [](Probe& probe) {
+    const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 20, 7);
+    const auto whole = probe.ask(rays, 0.0);
+    CoreVector<void*> clusters;
+    probe.call([&](auto& any) { any.get_clusters(clusters, 9, 0.0f); });
+    EXPECT_LE(clusters.get_count(), 9u);
+    std::vector<FloatBox> boxes(clusters.get_count());
+    CoreBasicArray<void*> handles;
+    handles.set_view(clusters.get_items(), clusters.get_count());
+    probe.call([&](auto& any) { any.get_clusters_bboxes(handles, boxes.data()); });
+    FloatBox all;
+    for (const FloatBox& box : boxes) all.add(box);
+    EXPECT_EQ(0,
+              std::memcmp(&all, &(probe.form == Probe::Form::tree ? probe.tree : probe.grid).get_bbox(), sizeof all));
+    probe.tree = GasTree(probe.tree);
+    probe.grid = GasGridTree(probe.grid);
+    std::vector<std::set<uint>> united(rays.size());
+    for (void* cluster : clusters) {
+      const auto found = probe.ask(rays, 0.0, reinterpret_cast<u64>(cluster));
+      for (uint r = 0; r < rays.size(); ++r)
+        for (const uint item : found[r]) EXPECT_TRUE(united[r].insert(item).second) << "in two clusters";
+    }
+    EXPECT_EQ(united, whole);
+    const auto unknown = probe.ask(rays, 0.0, (u64{0x47} << 56) + 4000);
+    for (const std::set<uint>& items : unknown) EXPECT_TRUE(items.empty());
+  });
+}
+
+// The order of visits shows the whole topology.
+TEST(GasTree, is_the_same_for_any_number_of_threads_and_ends_on_equal_boxes) {
+  const uint count = scaled(2000000, 100000);
+  for (const BoxKind kind : {BoxKind::coincident, BoxKind::uniform}) {
+    BoxScene scene = make_box_scene(kind, kind == BoxKind::coincident ? count : 30000, 1);
+    std::vector<uint> first;
+    for (const uint threads : {1u, 4u}) {
+      Probe probe(scene, Probe::Form::tree, threads);
+      GeometryFrustumCtx query;
+      query.mode = 2;
+      probe.call([&](auto& any) { any.frustum_hit(probe.world.ctx, probe.world.shader, query); });
+      EXPECT_EQ(probe.visited.size(), scene.boxes.size());
+      if (first.empty()) first = probe.visited;
+      EXPECT_TRUE(first == probe.visited);
+    }
+  }
+}
+
+TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
+  Probe probe(make_box_scene(BoxKind::uniform, 4000, 2), Probe::Form::supplied_grid);
+  std::atomic<u64> reported = probe.grid.get_memory_size();
+  probe.grid.set_memory_change([](const u64& before, const u64& after,
+                                  void* total) { *static_cast<std::atomic<u64>*>(total) += after - before; },
+                               &reported);
+  const u64 unbuilt_size = probe.grid.get_memory_size();
+  const BoxRay ray{GMathVec3<double>(probe.scene.boxes[0].min), {0, 0, 1}, 0.0, 1e-6};
+  EXPECT_GE(probe.grid.get_part_count(), resolution);
+  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
+
+  probe.refuses = true;  // a miss, and the next query tries again
+  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].empty());
+  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
+  EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
+  probe.refuses = false;
+  probe.supplied = 0;
+  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].contains(0));
+  EXPECT_EQ(probe.supplied, probe.grid.get_built_part_count());
+  EXPECT_LE(probe.supplied, 3u) << "a short ray reaches few parts";
+
+  probe.grid.set_leaf_boxes(Probe::supply, &probe);  // all unbuilt again
+  EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
+  reported = unbuilt_size;
+  probe.supplied = 0;
+  probe.grid.set_ray_leaf([](void*, const uint&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {}, nullptr);
+  std::vector<std::thread> threads;
+  for (uint k = 0; k < 8; ++k) {
+    threads.emplace_back([&] {
+      const CtxEval ctx(probe.world.factory);
+      CtxShader shader;
+      GeometryRayPacket packet;
+      packet.resize(1);
+      packet.set_ray(0, {-4, 0.1, 0.1}, {1, 0, 0});
+      probe.grid.ray_hit(ctx, shader, packet.begin_all_hits(probe.world.shading));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(probe.supplied, probe.grid.get_built_part_count());
+  EXPECT_EQ(reported, probe.grid.get_memory_size());
+  EXPECT_GT(reported, unbuilt_size);
+}
+
+TEST(GasGridTree, has_about_as_many_parts_as_requested) {
+  for (const auto [count, wanted, least, most] :
+       {std::array{0u, 4u, 0u, 0u}, {1u, 9u, 1u, 1u}, {10u, 3u, 1u, 10u}, {20000u, 141u, 100u, 400u}}) {
+    Probe probe(make_box_scene(BoxKind::uniform, count, 3), Probe::Form::grid);
+    CoreVector<FloatBox> boxes;
+    for (const FloatBox& box : probe.scene.boxes) boxes.add(box);
+    probe.grid.create(boxes, wanted, nullptr);
+    EXPECT_GE(probe.grid.get_part_count(), least);
+    EXPECT_LE(probe.grid.get_part_count(), most);
+  }
+}
