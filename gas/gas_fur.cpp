@@ -10,6 +10,7 @@
 #include "vq_event/event_table.h"
 #include "vq_gas_base/gas_bvh_split.h"
 
+template class GasStructure<GasFur, GasClusterable, GasRefitRecord<GasFur>>;
 template class GasBvhStructure<GasFur, GasClusterable>;
 template class GasBvhGeometry<GasFur, GasClusterable>;
 

@@ -111,6 +111,7 @@ class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
 
  private:
   friend GasBvhGeometry;
+  friend GasStructure;
   friend GasBvhStructure;
 
   void test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
@@ -122,7 +123,7 @@ class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
   void count_groups();
   void choose_leaf_functions();
   void clear();
-  u64 get_own_bytes() const { return u64{group_primitive_counts.get_count()} * sizeof(uint); }
+  u64 get_array_bytes() const { return u64{group_primitive_counts.get_count()} * sizeof(uint); }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
@@ -139,5 +140,6 @@ class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
   CoreBasicArray<uint> group_primitive_counts;  ///< [shading group] primitives in the tree
 };
 
+extern template class GasStructure<GasFur, GasClusterable, GasRefitRecord<GasFur>>;
 extern template class GasBvhStructure<GasFur, GasClusterable>;
 extern template class GasBvhGeometry<GasFur, GasClusterable>;

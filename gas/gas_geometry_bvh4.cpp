@@ -4,10 +4,12 @@
 #include "gas/structure/gas_bboxes_at.h"
 #include "gas/structure/gas_bvh_geometry_impl.h"
 #include "gas/structure/gas_leaf.h"
+#include "gas/structure/gas_world_bbox.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
 #include "vq_gas_base/gas_bvh_split.h"
 
+template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;
 template class GasBvhStructure<GasGeometryBvh4, GasGeometryBase>;
 template class GasBvhGeometry<GasGeometryBvh4, GasGeometryBase>;
 
@@ -18,20 +20,6 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 // Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasGeometryBvh4::class_info();
-
-/// (1 - fraction) a + fraction b in double precision, rounded to single. Not inlined: if the caller converts the result
-/// back to double in the same function, g++ 12 drops the rounding of the last two bounds.
-[[gnu::noinline]] GMathBbox3<float> blend_in_double(const GMathBbox3<float>& a, const GMathBbox3<float>& b,
-                                                    double fraction) {
-  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // exact, also if the other is infinite
-  const auto blend = [&](double x, double y) { return static_cast<float>(x * (1.0 - fraction) + y * fraction); };
-  GMathBbox3<float> box;
-  for (uint axis = 0; axis < 3; ++axis) {
-    box.min[axis] = blend(a.min[axis], b.min[axis]);
-    box.max[axis] = blend(a.max[axis], b.max[axis]);
-  }
-  return box;
-}
 
 }  // namespace
 
@@ -188,5 +176,5 @@ void GasGeometryBvh4::update_samples(const CtxEval& ctx, const CtxMotionBlur& mo
 
 GMathBbox3<double> GasGeometryBvh4::blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b,
                                                double fraction) {
-  return GMathBbox3<double>(blend_in_double(a, b, fraction));
+  return GMathBbox3<double>(gas_blend_bboxes(a, b, fraction));
 }

@@ -42,7 +42,6 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
   /// Threads: one call at a time, no query meanwhile. Same input, same tree, for any number of threads.
   /// Cost: O(n log n) time. The tree takes 66 bytes a triangle on a mesh of 70 thousand and 35 on one of 870 thousand:
   /// only nodes from the tenth level on are quantized. Under motion blur each sample adds its boxes.
-  /// only nodes from the tenth level on are stored in the small form. Under motion blur each sample adds its boxes.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
               const CoreBasicArray<uint>& group_flags, AppProgressBar* progress);
@@ -52,6 +51,7 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
 
  private:
   friend GasBvhGeometry;
+  friend GasStructure;
   friend GasBvhStructure;
   /// A leaf's primitive and the geometry that owns it. Each variant looks up only what can differ between leaves.
   template <bool indexed, bool many_owners, bool one_group>
@@ -61,12 +61,13 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
   bool is_one_group(const CtxEval& ctx) const;
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
-  u64 get_own_bytes() const { return get_primitive_array_bytes(); }
+  u64 get_array_bytes() const { return get_primitive_array_bytes(); }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 };
 
+extern template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;
 extern template class GasBvhStructure<GasGeometryBvh4, GasGeometryBase>;
 extern template class GasBvhGeometry<GasGeometryBvh4, GasGeometryBase>;

@@ -14,6 +14,7 @@
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_module/module_scene_object.h"
 
+template class GasStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
 template class GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
 
 namespace {
@@ -95,7 +96,7 @@ void GasSceneTree::clear() {
   leaf_objects.remove_all();
 }
 
-u64 GasSceneTree::get_own_bytes() const {
+u64 GasSceneTree::get_array_bytes() const {
   return u64{objects.get_count()} * sizeof(ModuleSceneObject*) +
          u64{overrides.get_count()} * sizeof(GeometryOverride*) + u64{object_indices.get_count()} * 3 * sizeof(uint) +
          u64{leaf_objects.get_count()} * (sizeof(void*) + sizeof(uint));

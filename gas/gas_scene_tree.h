@@ -76,6 +76,7 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   uint get_cluster_count(uint index) const;
 
  private:
+  friend GasStructure;
   friend GasBvhStructure;
   friend GasSceneTreeMotion;
   /// The clusters of each object, during the build.
@@ -103,7 +104,7 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
     QueryScope(const GasSceneTree&, CtxShader& shader, GeometryRaytraceCtx& query, BvhHits hits);
   };
   bool can_move() const { return true; }
-  u64 get_own_bytes() const;
+  u64 get_array_bytes() const;
   void report_growth(u64 old_size, u64 new_size) const;
   BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
@@ -159,4 +160,5 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   double primitive_count = 0.0;
 };
 
+extern template class GasStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
 extern template class GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;

@@ -26,6 +26,7 @@ class GasBvhGeometry : public GasBvhStructure<Self, Base> {
   void get_clusters_weights(const CoreBasicArray<void*>& clusters, float* weights) const override;
 
  protected:
+  friend class GasStructure<Self, Base, GasRefitRecord<Self>>;
   friend class GasBvhStructure<Self, Base>;
   using GasBvhStructure<Self, Base>::GasBvhStructure;
   GasBvhGeometry(const GasBvhGeometry& other, Self* self) : GasBvhStructure<Self, Base>(other, self) {}

@@ -43,8 +43,9 @@ void GasBvhGeometry<Self, Base>::answer_frustum(const CtxEval& ctx, CtxShader& s
                                                 GeometryFrustumCtx& query) const {
   const auto& self = static_cast<const Self&>(*this);
   query.geometry = self.base_geometry;
-  gas_frustum_hit({this->tree, nullptr, this->leaf_functions}, self.group_primitive_counts, self.geometry, ctx, shader,
-                  query);
+  if (!gas_begin_frustum(self.group_primitive_counts, self.geometry, query)) return;
+  bvh_frustum_hit({this->tree, nullptr, this->leaf_functions}, ctx, shader, query);
+  gas_end_frustum(self.geometry, query);
 }
 
 template <class Self, class Base>

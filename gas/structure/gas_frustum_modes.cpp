@@ -15,37 +15,42 @@ void count_testable_primitives(const CoreBasicArray<uint>& group_counts, Geometr
   }
 }
 
-void collect_points(const BvhTarget& target, const GeometryObject* geometry, const CtxEval& ctx, CtxShader& shader,
-                    GeometryFrustumCtx& query) {
+bool clear_mask(const GeometryObject* geometry, GeometryFrustumCtx& query) {
   const GeometryPointCloud* cloud = geometry != nullptr ? geometry->get_point_cloud() : nullptr;
   query.point_count = cloud != nullptr ? cloud->get_count() : 0;
-  if (query.point_count == 0) return;
   if (query.mask.size() < query.point_count) query.mask.resize(query.point_count);
   std::fill_n(query.mask.begin(), query.point_count, u8{0});
-  bvh_frustum_hit(target, ctx, shader, query);
-  for (uint point = 0; point < query.point_count; ++point) {
-    if (query.mask[point] == 0) continue;
-    const GMathVec3<double> position(cloud->get_position(point));
-    if (query.mode == static_cast<uint>(GeometryFrustumMode::points)) {
-      query.push_point(position);
-    } else {
-      query.push_point_cloud_vertex(position, geometry, point);
-    }
-  }
+  return query.point_count > 0;
 }
 
 }  // namespace
 
-void gas_frustum_hit(const BvhTarget& target, const CoreBasicArray<uint>& group_counts, const GeometryObject* geometry,
-                     const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) {
+bool gas_begin_frustum(const CoreBasicArray<uint>& group_counts, const GeometryObject* geometry,
+                       GeometryFrustumCtx& query) {
   switch (static_cast<GeometryFrustumMode>(query.mode)) {
     case GeometryFrustumMode::any:
-      return bvh_frustum_hit(target, ctx, shader, query);
+      return true;
     case GeometryFrustumMode::all:
       count_testable_primitives(group_counts, query);
-      return bvh_frustum_hit(target, ctx, shader, query);
+      return true;
     case GeometryFrustumMode::points:
     case GeometryFrustumMode::vertices:
-      return collect_points(target, geometry, ctx, shader, query);
+      return clear_mask(geometry, query);
+  }
+  return false;
+}
+
+void gas_end_frustum(const GeometryObject* geometry, GeometryFrustumCtx& query) {
+  const bool is_points = query.mode == static_cast<uint>(GeometryFrustumMode::points);
+  if (!is_points && query.mode != static_cast<uint>(GeometryFrustumMode::vertices)) return;
+  const GeometryPointCloud* cloud = geometry->get_point_cloud();
+  for (uint point = 0; point < query.point_count; ++point) {
+    if (query.mask[point] == 0) continue;
+    const GMathVec3<double> position(cloud->get_position(point));
+    if (is_points) {
+      query.push_point(position);
+    } else {
+      query.push_point_cloud_vertex(position, geometry, point);
+    }
   }
 }

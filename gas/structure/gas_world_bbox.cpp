@@ -92,6 +92,17 @@ GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMath
   return surplus;
 }
 
+GMathBbox3<float> gas_blend_bboxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
+  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // exact, also if the other is infinite
+  const auto blend = [&](double x, double y) { return static_cast<float>(x * (1.0 - fraction) + y * fraction); };
+  GMathBbox3<float> box;
+  for (uint axis = 0; axis < 3; ++axis) {
+    box.min[axis] = blend(a.min[axis], b.min[axis]);
+    box.max[axis] = blend(a.max[axis], b.max[axis]);
+  }
+  return box;
+}
+
 GMathMatrix4x4<double> gas_blend_matrices(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b,
                                           double fraction) {
   if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;

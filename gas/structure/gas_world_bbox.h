@@ -23,6 +23,10 @@ GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMath
 GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMathMatrix4x4<double>& matrix0,
                                       const GMathBbox3<float>& box1, const GMathMatrix4x4<double>& matrix1);
 
+/// (1 - fraction) a + fraction b in double precision, rounded to single. Exactly a or b at their own ends. A function
+/// of its own: where the caller converts the result back to double, g++ 12 drops the rounding of the last two bounds.
+GMathBbox3<float> gas_blend_bboxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
+
 /// (1 - fraction) a + fraction b, entry by entry. Exactly a for fraction 0 and b for 1, also if the other is not
 /// finite.
 GMathMatrix4x4<double> gas_blend_matrices(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b,
