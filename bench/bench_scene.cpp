@@ -19,6 +19,11 @@ BenchScene::BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_coun
   build([&](AppProgressBar* progress) { structure_.create(world.ctx, &mesh, &mesh, progress); });
 }
 
+BenchGridScene::BenchGridScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count)
+    : BenchStructure(world, worker_count) {
+  build([&](AppProgressBar* progress) { structure_.create(world.ctx, &mesh, &mesh, progress); });
+}
+
 BenchObjectsScene::BenchObjectsScene(BenchWorld& world, const BenchObjects& objects,
                                      const std::vector<std::shared_ptr<PolyMesh>>& meshes, bool cut, uint worker_count)
     : BenchStructure(world, worker_count) {

@@ -11,6 +11,7 @@
 #include "bench/bench_objects.h"
 #include "bench/bench_tracer.h"
 #include "gas/gas_fur.h"
+#include "gas/gas_geometry.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_scene_tree.h"
 #include "vq_ctx/ctx_eval.h"
@@ -96,6 +97,22 @@ class BenchScene final : public BenchStructure {
   const GasObject& get_doors() const override { return structure_; }
 
   GasGeometryBvh4 structure_;
+};
+
+/// The structure over a mesh on the grid tree.
+class BenchGridScene final : public BenchStructure {
+ public:
+  /// As BenchScene.
+  BenchGridScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
+
+  /// Grows while queries build parts.
+  u64 get_tree_bytes() const override { return structure_.get_grid().get_memory_size(); }
+  u64 get_total_bytes() const override { return structure_.get_memory_size(); }
+
+ private:
+  const GasObject& get_doors() const override { return structure_; }
+
+  GasGeometry structure_;
 };
 
 /// A scene tree over objects that share meshes.
