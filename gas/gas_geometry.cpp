@@ -6,7 +6,7 @@
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_tasks.h"
 #include "gas/structure/gas_frustum_modes.h"
-#include "gas/structure/gas_leaf.h"
+#include "gas/structure/gas_mesh_leaf.h"
 #include "gas/structure/gas_structure_impl.h"
 #include "gas/structure/gas_wireframe_filter.h"
 #include "gas/structure/gas_world_bbox.h"
@@ -42,7 +42,11 @@ const CoreClassInfo& GasGeometry::class_info() {
 
 GasGeometry::GasGeometry() : GasStructure(this) {}
 
-GasGeometry::GasGeometry(const GasGeometry& other) : GasStructure(other, this), grid(other.grid) {
+GasGeometry::GasGeometry(const GasGeometry& other)
+    : GasStructure(other, this),
+      grid(other.grid),
+      ray_callback(other.ray_callback),
+      frustum_callback(other.frustum_callback) {
   install_grid_callbacks();
   if (!is_whole_copy_of(other)) clear();
 }
@@ -51,6 +55,8 @@ GasGeometry& GasGeometry::operator=(const GasGeometry& other) {
   if (this == &other) return *this;
   GasStructure::operator=(other);
   grid = other.grid;
+  ray_callback = other.ray_callback;
+  frustum_callback = other.frustum_callback;
   install_grid_callbacks();
   if (!is_whole_copy_of(other)) clear();
   return *this;
@@ -85,6 +91,7 @@ bool GasGeometry::create(const CtxEval& ctx, const GeometryObject* new_base_geom
     if (is_identity_order()) primitives.remove_all();
     const AppProgressScope stage(progress, "Build grid", 0.5);
     const uint resolution = std::max(1u, static_cast<uint>(std::sqrt(double(boxes.get_count())) + 0.5));
+    choose_primitive_callbacks(ctx);
     // First, so that the grid does not keep the boxes.
     install_grid_callbacks();
     grid.create(boxes, resolution, progress, &ctx.get_application());
@@ -97,8 +104,8 @@ bool GasGeometry::create(const CtxEval& ctx, const GeometryObject* new_base_geom
 void GasGeometry::install_grid_callbacks() {
   GasGridCallbacks block;
   block.leaf_boxes = get_leaf_bboxes_callback;
-  block.ray = block.nearest = {primitive_ray_hit_callback, this};
-  block.frustum = {primitive_frustum_hit_callback, this};
+  block.ray = block.nearest = {ray_callback, this};
+  block.frustum = {frustum_callback, this};
   block.memory = memory_update_callback;
   block.leaf_boxes_user = block.memory_user = this;
   grid.set_callbacks(block);
@@ -119,23 +126,24 @@ void GasGeometry::traverse(const CtxEval& ctx, CtxShader& shader, GeometryRaytra
   return is_nearest ? grid.ray_hit_nearest(ctx, shader, query) : grid.ray_hit(ctx, shader, query);
 }
 
+template <class MeshLeaf>
 void GasGeometry::primitive_ray_hit_callback(void* structure, const uint& position, const CtxEval& ctx,
                                              CtxShader& shader, GeometryRaytraceCtx& query) {
-  const auto& self = *static_cast<const GasGeometry*>(structure);
-  const GeometryObject* owner = self.get_owner(position);
-  const uint primitive = self.get_primitive(position);
-  gas_test_primitive(
-      query, owner, primitive, owner->get_primitive_shading_group(primitive) + query.shading_group_offset,
-      [](const ShadingGroupLinks&) {}, [&] { owner->ray_hit_primitive(ctx, shader, query, primitive); });
+  MeshLeaf(*static_cast<const GasGeometry*>(structure), position).test(ctx, shader, query);
 }
 
+template <class MeshLeaf>
 void GasGeometry::primitive_frustum_hit_callback(void* structure, const uint& position, const CtxEval& ctx,
                                                  CtxShader& shader, GeometryFrustumCtx& query) {
-  const auto& self = *static_cast<const GasGeometry*>(structure);
-  const GeometryObject* owner = self.get_owner(position);
-  const uint primitive = self.get_primitive(position);
-  gas_test_primitive(ctx, shader, query, owner, primitive,
-                     owner->get_primitive_shading_group(primitive) + query.shading_group_offset);
+  MeshLeaf(*static_cast<const GasGeometry*>(structure), position).test(ctx, shader, query);
+}
+
+void GasGeometry::choose_primitive_callbacks(const CtxEval& ctx) {
+  choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
+    using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
+    ray_callback = primitive_ray_hit_callback<MeshLeaf>;
+    frustum_callback = primitive_frustum_hit_callback<MeshLeaf>;
+  });
 }
 
 void GasGeometry::answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {

@@ -83,8 +83,11 @@ class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometr
   /// The same at `time`.
   static void get_leaf_bboxes_at_callback(void* structure, const CtxEval& ctx, const double& time, const uint& count,
                                           const uint* positions, GMathBbox3<float>* boxes);
+  /// Tests the primitive at `position`; one variant for each way to find it.
+  template <class MeshLeaf>
   static void primitive_ray_hit_callback(void* structure, const uint& position, const CtxEval& ctx, CtxShader& shader,
                                          GeometryRaytraceCtx& query);
+  template <class MeshLeaf>
   static void primitive_frustum_hit_callback(void* structure, const uint& position, const CtxEval& ctx,
                                              CtxShader& shader, GeometryFrustumCtx& query);
   /// Counts memory that the grid or its motion has allocated in a query.
@@ -94,6 +97,7 @@ class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometr
   friend GasStructure;
   struct QueryScope;
 
+  void choose_primitive_callbacks(const CtxEval& ctx);
   void install_grid_callbacks();
   void clear();
   bool can_move() const { return has_motion != 0; }
@@ -112,6 +116,9 @@ class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometr
                           GMathBbox3<float>* boxes) const;
 
   GasGridTree grid;
+  // The variants for the primitives of the last create().
+  GasTreeLeafCallback<GeometryRaytraceCtx> ray_callback = nullptr;
+  GasTreeLeafCallback<GeometryFrustumCtx> frustum_callback = nullptr;
 };
 
 extern template class GasStructure<GasGeometry, GasGeometryBase, GasGeometryMotion>;

@@ -286,6 +286,14 @@ bool GasGeometryBase::is_identity_order() const {
   return true;
 }
 
+bool GasGeometryBase::is_one_group(const CtxEval& ctx) const {
+  for (uint position = 0; position < kept_count; ++position) {
+    gas_check_stop(ctx.get_application(), position);
+    if (get_owner(position)->get_primitive_shading_group(get_primitive(position)) != 0) return false;
+  }
+  return true;
+}
+
 u64 GasGeometryBase::get_primitive_array_bytes() const {
   return 2 * sizeof(CoreBasicArray<uint>) + (u64{group_primitive_counts.get_count()} + primitives.get_count()) * 4;
 }

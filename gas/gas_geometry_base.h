@@ -67,6 +67,21 @@ class GasGeometryBase : public GasClusterable {
   uint get_primitive(uint position) const { return primitives.is_empty() ? position : primitives[position]; }
   /// True if every primitive of base_geometry was kept at the position that equals its number.
   bool is_identity_order() const;
+  /// True if every primitive is in group 0: leaves then need no lookup. Checks each primitive, because a geometry that
+  /// lists one group may still return others. Throws AppStopped if the application requests a stop.
+  bool is_one_group(const CtxEval& ctx) const;
+  /// The result of choose.operator()<indexed, many_owners, one_group>() for the variant of GasMeshLeaf that serves all
+  /// positions.
+  template <class Choose>
+  auto choose_leaf(const CtxEval& ctx, const Choose& choose) const {
+    const auto choose_owner = [&]<bool one_group>() {
+      if (primitives.is_empty()) return choose.template operator()<false, false, one_group>();
+      const bool many_owners = alt_geometry != nullptr || extra_geometry != nullptr;
+      return many_owners ? choose.template operator()<true, true, one_group>()
+                         : choose.template operator()<true, false, one_group>();
+    };
+    return is_one_group(ctx) ? choose_owner.template operator()<true>() : choose_owner.template operator()<false>();
+  }
   /// Bytes of group_primitive_counts and primitives.
   u64 get_primitive_array_bytes() const;
   void clear_primitives();
@@ -86,6 +101,8 @@ class GasGeometryBase : public GasClusterable {
   uint candidate_count = 0;
 
  private:
+  template <class Mesh, bool indexed, bool many_owners, bool one_group>
+  friend struct GasMeshLeaf;
   struct ObjectLists;
   void list_all(const CtxEval& ctx, ObjectLists& lists, AppProgressBar* progress);
   void list_by_groups(const CtxEval& ctx, ObjectLists& lists, const CoreBasicArray<uint>& group_flags,

@@ -3,7 +3,7 @@
 #include "gas/frame/gas_class.h"
 #include "gas/structure/gas_bboxes_at.h"
 #include "gas/structure/gas_bvh_geometry_impl.h"
-#include "gas/structure/gas_leaf.h"
+#include "gas/structure/gas_mesh_leaf.h"
 #include "gas/structure/gas_world_bbox.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
@@ -23,38 +23,19 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 }  // namespace
 
-template <bool indexed, bool many_owners, bool one_group>
+/// The leaf callbacks of one variant of GasMeshLeaf.
+template <class MeshLeaf>
 struct GasGeometryBvh4::Leaf {
-  const GeometryObject* owner;
-  uint primitive;
-
-  Leaf(const GasGeometryBvh4& structure, uint position) : owner(structure.geometry), primitive(position) {
-    if constexpr (indexed) primitive = structure.primitives[position];
-    if constexpr (many_owners) owner = structure.get_owner(position);
-  }
-  /// Number of the group in the whole scene.
-  uint get_group(uint offset) const {
-    return one_group ? offset : owner->get_primitive_shading_group(primitive) + offset;
-  }
-
   static void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                       const CoreBasicArray<uint>& leaf, void* user) {
     // Every leaf of this tree has one primitive.
-    const Leaf at(*static_cast<const GasGeometryBvh4*>(user), *leaf.get_items());
-    gas_test_primitive(
-        query, at.owner, at.primitive, at.get_group(query.shading_group_offset), [](const ShadingGroupLinks&) {},
-        [&] { at.owner->ray_hit_primitive(ctx, shader, query, at.primitive); });
+    MeshLeaf(*static_cast<const GasGeometryBvh4*>(user), *leaf.get_items()).test(ctx, shader, query);
   }
-
   static void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                           const CoreBasicArray<uint>& leaf, void* user) {
-    for (const uint position : leaf) {
-      const Leaf at(*static_cast<const GasGeometryBvh4*>(user), position);
-      gas_test_primitive(ctx, shader, query, at.owner, at.primitive, at.get_group(query.shading_group_offset));
-    }
+    for (const uint position : leaf)
+      MeshLeaf(*static_cast<const GasGeometryBvh4*>(user), position).test(ctx, shader, query);
   }
-
-  static BvhLeafFunctions make_table(GasGeometryBvh4* user) { return {ray_hit, ray_hit, user, frustum_hit, user}; }
 };
 
 const CoreClassInfo& GasGeometryBvh4::class_info() {
@@ -124,23 +105,11 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
 }
 
-/// True if every primitive is in group 0: leaves then need no lookup. Checks each primitive, because a geometry that
-/// lists one group may still return others.
-bool GasGeometryBvh4::is_one_group(const CtxEval& ctx) const {
-  for (uint position = 0; position < kept_count; ++position) {
-    gas_check_stop(ctx.get_application(), position);
-    if (get_owner(position)->get_primitive_shading_group(get_primitive(position)) != 0) return false;
-  }
-  return true;
-}
-
 void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
-  const auto choose = [&]<bool one_group>() {
-    if (primitives.is_empty()) return Leaf<false, false, one_group>::make_table(this);
-    if (alt_geometry != nullptr || extra_geometry != nullptr) return Leaf<true, true, one_group>::make_table(this);
-    return Leaf<true, false, one_group>::make_table(this);
-  };
-  leaf_functions = is_one_group(ctx) ? choose.operator()<true>() : choose.operator()<false>();
+  leaf_functions = choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
+    using Variant = Leaf<GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>>;
+    return BvhLeafFunctions{Variant::ray_hit, Variant::ray_hit, this, Variant::frustum_hit, this};
+  });
 }
 
 /// Computes the boxes of a slice of the primitives at one sample time.

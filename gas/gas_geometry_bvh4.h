@@ -53,12 +53,10 @@ class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> 
   friend GasBvhGeometry;
   friend GasStructure;
   friend GasBvhStructure;
-  /// A leaf's primitive and the geometry that owns it. Each variant looks up only what can differ between leaves.
-  template <bool indexed, bool many_owners, bool one_group>
+  template <class MeshLeaf>
   struct Leaf;
 
   void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
-  bool is_one_group(const CtxEval& ctx) const;
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
   u64 get_array_bytes() const { return get_primitive_array_bytes(); }

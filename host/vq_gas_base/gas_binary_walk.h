@@ -129,6 +129,7 @@ bool gas_walk_ray(const GasBinaryTree& tree, const Boxes& boxes, const GasBinary
   GasWalkEntry stack[GasBinaryTree::most_depth];
   GasWalkEntry* top = stack;
   GasBinaryPlace at = start;
+  const auto nodes = reinterpret_cast<std::uintptr_t>(tree.get_nodes());
   for (;;) {
     bool is_hit = true;
     while (!at.ref.is_leaf()) {
@@ -143,14 +144,16 @@ bool gas_walk_ray(const GasBinaryTree& tree, const Boxes& boxes, const GasBinary
       }
       uint nearer = mask >> 1;  // the only child that is hit
       if (mask == 3) {
-        float distance[4];
-        entry.store_unaligned(distance);
-        nearer = distance[1] < distance[0] ? 1 : 0;
-        const uint farther = 1 - nearer;
-        *top++ = {node.child[farther], 2 * index + farther, distance[farther]};
+        const SimdF other = rotate_lanes(entry);
+        nearer = (entry > other).get_bits() & 1u;
+        const uint farther = nearer ^ 1u;
+        top->ref = node.child[farther];
+        top->slot = 2 * index + farther;
+        max(entry, other).store_first(&top->distance);
+        simd_prefetch(nodes + sizeof(GasBinaryNode) * top->ref.index);
+        ++top;
       }
       at = {node.child[nearer], 2 * index + nearer};
-      simd_prefetch(reinterpret_cast<std::uintptr_t>(&tree.get_nodes()[at.ref.index]));
     }
     if (is_hit && !leaf(at)) return false;
     do {

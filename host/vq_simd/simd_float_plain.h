@@ -26,6 +26,8 @@ struct SimdFPlain {
   }
   void store(float* to) const { store_unaligned(to); }
   void store_unaligned(float* to) const { std::memcpy(to, lane, sizeof lane); }
+  /// Lane 0.
+  void store_first(float* to) const { *to = lane[0]; }
   /// The lanes rounded towards zero, as four unsigned bytes. Each must lie in 0 to 255: not NaN, not infinite.
   void store_bytes(u8* to) const {
     for (uint k = 0; k < 4; ++k) to[k] = static_cast<u8>(lane[k]);

@@ -32,6 +32,8 @@ struct SimdFSse {
   }
   void store(float* to) const { _mm_store_ps(to, value); }
   void store_unaligned(float* to) const { _mm_storeu_ps(to, value); }
+  /// Lane 0.
+  void store_first(float* to) const { _mm_store_ss(to, value); }
   /// The lanes rounded towards zero, as four unsigned bytes. Each must lie in 0 to 255: not NaN, not infinite.
   void store_bytes(u8* to) const {
     const __m128i words = _mm_packus_epi32(_mm_cvttps_epi32(value), _mm_setzero_si128());
