@@ -5,6 +5,7 @@
 
 #include <numeric>
 
+#include "bench/bench_peers_measure.h"
 #include "bench/bench_scene.h"
 #include "gas/bvh/gas_bvh_motion.h"
 #include "vq_gas_base/gas_bvh_split.h"
@@ -44,6 +45,52 @@ void create_structure(benchmark::State& state) {
 BENCHMARK(create_structure)
     ->ArgNames({"triangles", "threads"})
     ->ArgsProduct({{million / 10, million}, {1, 2}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+/// 512 x 512 rays straight down onto 2 % of a terrain's area.
+BenchRaySet look_down(const GMathBbox3<double>& box) {
+  constexpr uint size = 512;
+  BenchRaySet set;
+  const GMathVec3<double> center = box.get_center(), side = box.get_extent() * std::sqrt(0.02);
+  for (uint pixel = 0; pixel < size * size; ++pixel) {
+    const double x = (pixel % size + 0.5) / size - 0.5, z = (pixel / size + 0.5) / size - 0.5;
+    const GMathVec3<double> eye{center.x + x * side.x, box.max.y + 1.0, center.z + z * side.z};
+    set.rays.push_back(bench_make_ray(eye, {0.0, -1.0, 0.0}));
+  }
+  return set;
+}
+
+/// From the mesh to the first picture: create(), then the nearest hits of rays onto 2 % of a terrain. Arguments:
+/// triangles, threads.
+template <class Scene>
+void show_first_picture(benchmark::State& state) {
+  const BenchMesh terrain = bench_make_terrain(static_cast<uint>(state.range(0)));
+  const uint threads = static_cast<uint>(state.range(1));
+  PolyMesh mesh;
+  bench_fill_poly_mesh(terrain, mesh);
+  const BenchRaySet rays = look_down(terrain.get_bbox());
+  std::vector<BenchHit> hits(rays.rays.size());
+  BenchWorld world(threads);
+  double create_seconds = 0.0;
+  u64 bytes = 0;
+  for (auto _ : state) {
+    std::unique_ptr<Scene> scene;
+    create_seconds += bench_time(BenchClock::wall, [&] { scene = std::make_unique<Scene>(world, mesh, threads); });
+    bench_time_trace(BenchClock::wall, *scene, rays, threads, hits);
+    bytes = scene->get_tree_bytes();
+  }
+  state.counters["create"] = benchmark::Counter(create_seconds, benchmark::Counter::kAvgIterations);
+  state.counters["bytes/triangle"] = double(bytes) / mesh.get_primitive_count();
+}
+BENCHMARK_TEMPLATE(show_first_picture, BenchScene)
+    ->ArgNames({"triangles", "threads"})
+    ->Args({8 * million, 2})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_TEMPLATE(show_first_picture, BenchGridScene)
+    ->ArgNames({"triangles", "threads"})
+    ->Args({8 * million, 2})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -210,6 +210,13 @@ TEST(GasGeometry, builds_and_refits_the_parts_that_rays_reach_and_reports_them) 
   expect_same_hits(world, grid, built.structure, rays, &shutter, "by eight threads");
   grid.create(world.ctx, &built.mesh, &built.mesh, nullptr);
   EXPECT_EQ(grid.get_grid().get_built_part_count(), 0u);
+
+  GeometryFrustumCtx everything;
+  everything.mode = 2;
+  everything.shading = &world.shading;
+  grid.frustum_hit(world.ctx, world.shader, everything);
+  EXPECT_EQ(grid.get_grid().get_built_part_count(), parts);
+  EXPECT_LE(double(grid.get_memory_size()) / grid.get_primitive_count(), 45.0);
 }
 
 }  // namespace
