@@ -22,12 +22,13 @@ function(vq_add_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_options)
 endfunction()
 
-# vq_add_test(NAME SOURCES a.cpp … LINK library …): a GoogleTest program, run by ctest as one test.
+# vq_add_test(NAME SOURCES a.cpp … LINK library …): a GoogleTest program. ctest runs each of its tests in a process of its
+# own, so that all processors have work and a hang is found by name.
 function(vq_add_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest_main vq_options)
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_test_support)
+  target_precompile_headers(${name} REUSE_FROM vq_test_support)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
-  add_test(NAME ${name} COMMAND ${name})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX ${name}.)
 endfunction()
