@@ -80,50 +80,6 @@ TEST(GasQueryRules, a_context_of_the_other_kind_finds_nothing) {
   }
 }
 
-TEST(GasQueryRules, objects_without_a_shading_table_keep_the_query_s) {
-  struct PlainObject final : ModuleSceneObject {
-    explicit PlainObject(const GasObject* structure) : ModuleSceneObject("plain") {
-      set_structure(structure, get_whole_functions());
-    }
-    double get_geometry_count() const override { return 1; }
-    double get_primitive_count() const override { return 1; }
-  };
-  QueryWorld world;
-  const SceneShape shape(world, make_sphere(3));
-  PlainObject object(shape.structure.get());
-  ModuleSceneObject* objects[] = {&object};
-  GasSceneTree scene;
-  scene.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(objects, 1), nullptr);
-  EXPECT_NEAR(shoot(world, scene, {{0.1, 0.2, 5}, {0, 0, -1}}).distance, 4, 0.1);
-  GeometryFrustumCtx frustum;
-  frustum.shading = &world.shading;
-  scene.frustum_hit(world.ctx, world.shader, frustum);
-  EXPECT_EQ(frustum.result.hit_count, 1u);
-}
-
-TEST(GasQueryRules, wireframes_do_not_follow_a_context_into_a_scene) {
-  QueryWorld world;
-  PolyMeshData wires = make_sphere(2);
-  wires.render_mode = GeometryObject::render_mode_wireframe;
-  const SceneShape wireframe(world, wires), sphere(world, make_sphere(2));
-  std::vector<SceneNode> nodes;
-  nodes.push_back(make_node(sphere));
-  const auto scene = build_scene(world, nodes);
-  GeometryRayPacket packet;
-  packet.resize(1);
-  packet.set_ray(0, {0.1, 0.2, 5}, {0, 0, -1});
-  GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
-  uint filters = core_invalid_index;
-  query.hit_user = &filters;
-  query.hit_callback = [](GeometryRaytraceCtx& inner, const uint&, const GeometryIntersection&, void* user) {
-    if (inner.parent != nullptr)
-      *static_cast<uint*>(user) = static_cast<const GeometryRaytraceCtx*>(inner.parent)->get_filter_count();
-  };
-  wireframe.structure->ray_hit_static(world.ctx, world.shader, query);
-  scene->ray_hit_static(world.ctx, world.shader, query);
-  EXPECT_EQ(filters, 0u);
-}
-
 // All that is tested lies inside; what is not shaded lies outside, alone in its part of the tree.
 TEST(GasQueryRules, mode_all_counts_what_is_tested) {
   QueryWorld world(4);
@@ -150,18 +106,6 @@ TEST(GasQueryRules, mode_all_counts_what_is_tested) {
     EXPECT_EQ(query.result.hit_count, polygons);
     EXPECT_EQ(query.result.total, away_is_shaded ? 2 * polygons : polygons);
   }
-  // A group from a geometry that was not given has no primitives.
-  GasGeometryBvh4 grouped;
-  CoreBasicArray<uint> flags(2);
-  flags[0] = 2;
-  flags[1] = 1;
-  ASSERT_TRUE(grouped.create(world.ctx, &built.mesh, &built.mesh, nullptr, &built.mesh, flags, nullptr));
-  GeometryFrustumCtx query;
-  query.mode = static_cast<uint>(GeometryFrustumMode::all);
-  query.shading = &world.shading;
-  grouped.frustum_hit(world.ctx, world.shader, query);
-  EXPECT_EQ(query.result.total, 2 * polygons);
-  EXPECT_EQ(query.result.hit_count, 2 * polygons);
 }
 
 TEST(GasQueryRules, one_infinite_box_at_one_sample_hides_no_neighbour) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <optional>
 #include <thread>
 
 #include "support/scene_check.h"
@@ -24,7 +23,10 @@ SceneMatrix make_scaled(double scale, const Vec& way = {}) {
 std::vector<TestRay> make_timed_rays(const std::vector<SceneNode>& nodes, const CtxMotionBlur& blur,
                                      const std::vector<double>& times, uint seed) {
   std::vector<TestRay> rays = make_rays(FlatScene(nodes, &blur, 0.5).data, scaled(800, 400), seed);
-  for (uint k = 0; k < rays.size(); ++k) rays[k].time = times[k % times.size()];
+  for (uint k = 0; k < rays.size(); ++k) {
+    rays[k].time = times[k % times.size()];
+    rays[k].type = static_cast<GMathRay::Type>(k * 5 / 3 % GMathRay::lookup);
+  }
   return rays;
 }
 
@@ -50,49 +52,44 @@ TEST(GasSceneTreeMotion, hits_what_the_flattened_scene_hits_at_the_same_moment) 
   }
 }
 
-/// Objects over one mesh that deforms. All turn and grow, far within one span.
-struct TurningScene {
-  explicit TurningScene(uint threads) : world(8, threads) {
-    PolyMeshData data = make_sphere(2);
-    add_motion(data, 3, 0.0, 0.5, 3);
-    shape.emplace(world, std::move(data));
+/// Objects over one mesh that deforms, each moved by `end` within one span.
+struct MovingScene {
+  MovingScene(uint threads, uint count, const PolyMeshData& data, const SceneMatrix& end)
+      : world(8, threads), shape(world, data) {
     SceneMaker maker(world, 2, SceneMotion::none);
-    for (uint k = 0; k < 6; ++k) {
+    for (uint k = 0; k < count; ++k) {
       const SceneMatrix a = maker.make_matrix();
-      nodes.push_back(make_node(*shape, {{0.0, a}, {1.0, a * make_scaled(2.0)}}));
+      nodes.push_back(make_node(shape, {{0.0, a}, {1.0, a * end}}));
     }
     scene = build_scene(world, nodes);
   }
 
   QueryWorld world;
-  std::optional<SceneShape> shape;
+  const SceneShape shape;
   std::vector<SceneNode> nodes;
   std::shared_ptr<GasSceneTree> scene;
 };
 
+/// All turn and grow, far within one span.
+struct TurningScene : MovingScene {
+  explicit TurningScene(uint threads) : MovingScene(threads, 6, make_data(), make_scaled(2.0)) {}
+  static PolyMeshData make_data() {
+    PolyMeshData data = make_sphere(2);
+    add_motion(data, 3, 0.0, 0.5, 3);
+    return data;
+  }
+};
+
 /// Single triangles that move by 1 within objects that turn by a right angle: nothing of their boxes is to spare.
-struct SwingingTriangles {
-  explicit SwingingTriangles(uint threads) : world(8, threads) {
+struct SwingingTriangles : MovingScene {
+  explicit SwingingTriangles(uint threads)
+      : MovingScene(threads, 30, make_data(), {{{0, -1}, {1}, {0, 0, 1}, {0, 0, 0, 1}}}) {}
+  static PolyMeshData make_data() {
     PolyMeshData data = make_soup(1, 4, 4.0);
     data.motion_positions.assign(2, data.positions);
     for (GMathVec3<float>& position : data.motion_positions[1]) position.x += 1;
-    shape.emplace(world, std::move(data));
-    SceneMatrix turn;
-    turn.m[0][0] = turn.m[1][1] = 0;
-    turn.m[0][1] = -1;
-    turn.m[1][0] = 1;
-    SceneMaker maker(world, 5, SceneMotion::none);
-    for (uint k = 0; k < 30; ++k) {
-      const SceneMatrix a = maker.make_matrix();
-      nodes.push_back(make_node(*shape, {{0.0, a}, {1.0, a * turn}}));
-    }
-    scene = build_scene(world, nodes);
+    return data;
   }
-
-  QueryWorld world;
-  std::optional<SceneShape> shape;
-  std::vector<SceneNode> nodes;
-  std::shared_ptr<GasSceneTree> scene;
 };
 
 template <class Scene>
@@ -237,11 +234,11 @@ TEST(GasSceneTreeMotion, boxes_are_those_of_the_clusters_at_the_samples_and_blen
   QueryWorld& world = turning.world;
   EXPECT_EQ(turning.scene->get_bbox_at(world.ctx, 0.7), turning.scene->get_bbox());  // no description
   CoreVector<void*> clusters;
-  turning.shape->structure->get_clusters(clusters, 1024, 0.3f);
+  turning.shape.structure->get_clusters(clusters, 1024, 0.3f);
   std::vector<GMathBbox3<float>> boxes(clusters.get_count());
   ASSERT_GT(boxes.size(), 1u);
   const auto get_expected = [&](double time) {
-    turning.shape->structure->get_clusters_bboxes_at(world.ctx, time, clusters.as_array(), boxes.data());
+    turning.shape.structure->get_clusters_bboxes_at(world.ctx, time, clusters.as_array(), boxes.data());
     GMathBbox3<float> box;
     for (const SceneNode& node : turning.nodes) {
       const SceneMatrix matrix = node.object->get_global_matrix_at(time);

@@ -11,6 +11,7 @@
 #include "support/test_scale.h"
 #include "support/tree_oracle.h"
 #include "vq_app_base/app_progress_bar.h"
+#include "vq_module/ctx_helpers.h"
 
 namespace {
 
@@ -38,31 +39,13 @@ TEST(GasSceneTree, hits_what_the_flattened_scene_hits) {
     std::vector<SceneNode> nodes = maker.make(seed == 1 ? 1 : 10, 3);
     const auto scene = build_scene(world, nodes);
     SceneCheck check(world, *scene, nodes);
-    check.check(make_rays(FlatScene(nodes, nullptr, 0.0).data, scaled(2000, 800), seed));
+    std::vector<TestRay> rays = make_rays(FlatScene(nodes, nullptr, 0.0).data, scaled(2000, 800), seed);
+    for (uint k = 0; k < rays.size(); ++k) rays[k].type = static_cast<GMathRay::Type>(k * 5 / 3 % GMathRay::lookup);
+    check.check(rays);
     RandomValues random(seed);
     for (uint k = 0; k < 4; ++k) check.check_frustum(make_planes(random, random.get(0.3, 3.0)));
     EXPECT_GT(check.listed_count, 0u);
     EXPECT_GT(check.point_count, 0u);
-  }
-}
-
-TEST(GasSceneTree, a_tree_of_one_leaf_answers_whole_packets) {
-  QueryWorld world;
-  const SceneShape one(world, make_soup(1, 3, 1.0)), sphere(world, make_sphere(2));
-  SceneMaker maker(world, 5, SceneMotion::none);
-  for (const SceneShape* shape : {&one, &sphere}) {
-    std::vector<SceneNode> nodes;
-    nodes.push_back(make_node(*shape, {{0, maker.make_matrix()}}));
-    for (uint depth = 0; depth < 4; ++depth) {
-      const auto scene = build_scene(world, nodes);
-      EXPECT_EQ(scene->get_tree().item_count, 1u);
-      SceneCheck(world, *scene, nodes).check(make_rays(FlatScene(nodes, nullptr, 0.0).data, 500, depth));
-      SceneNode outer;
-      outer.keys = {{0, maker.make_matrix()}};
-      outer.children = std::move(nodes);
-      nodes.clear();
-      nodes.push_back(std::move(outer));
-    }
   }
 }
 
@@ -78,10 +61,13 @@ class HugeObject final : public ModuleSceneObject {
  private:
   struct Structure final : GasObject {
     Structure() {
-      callbacks.ray_hit_nearest_static = [](const GasObject* self, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {
+      callbacks.ray_hit_nearest_static = [](const GasObject* self, const CtxEval&, CtxShader&,
+                                            GeometryRaytraceCtx& query) {
+        EXPECT_NE(query.shading, nullptr) << "the object has no table of its own";
         ++static_cast<const Structure*>(self)->asked_count;
       };
       callbacks.frustum_hit = [](const GasObject* self, const CtxEval&, CtxShader&, GeometryFrustumCtx& query) {
+        EXPECT_NE(query.shading, nullptr);
         if (query.path != nullptr) static_cast<const Structure*>(self)->path.copy_from(*query.path);
       };
     }
@@ -294,17 +280,6 @@ TEST(GasSceneTree, stop_rules_hold_across_nesting) {
   }
 }
 
-TEST(GasSceneTree, one_record_a_depth_serves_all_leaves) {
-  QueryWorld world;
-  const NestedSpheres spheres(world);
-  EXPECT_EQ(shoot(world, *spheres.scene, {0, 0.1, -5}, {0, 0, 1}), 0u);
-  uint count = 0;
-  for (const GasNestedQueryCtx* record = world.shader.nested_first; record != nullptr; record = record->next) ++count;
-  EXPECT_EQ(count, 4u);
-  EXPECT_EQ(world.shader.nested_current, nullptr);
-  EXPECT_NE(world.shader.nested_release, nullptr);  // the shader frees them through it
-}
-
 TEST(GasSceneTree, rays_that_leave_an_object_do_not_hit_it_at_once) {
   QueryWorld world;
   const NestedSpheres spheres(world);
@@ -351,6 +326,7 @@ TEST(GasSceneTree, nested_queries_are_told_what_the_outer_one_says) {
     query.user_word = 77;
     query.planes = &plane;
     query.plane_count = 1;
+    query.push_filter({CtxHelpers::filter_wireframes_callback, 0.8, 0.5, 1, nullptr});
     query.settings.allow_matte = allowed;
     query.matte = outer_is;
     seen = {};
@@ -360,6 +336,7 @@ TEST(GasSceneTree, nested_queries_are_told_what_the_outer_one_says) {
       EXPECT_EQ(local.flags, 0xF00D'0000'0000'0006u);
       EXPECT_EQ(local.user_word, 77u);
       EXPECT_TRUE(local.planes == nullptr && local.plane_count == 0);
+      EXPECT_EQ(static_cast<const GeometryRaytraceCtx*>(local.parent)->get_filter_count(), 0u);
       EXPECT_EQ(local.level, 4u);
       told.matte.insert({(*local.path)[0].object_index, local.matte});
       // Each sphere is hit twice. What a primitive's test leaves behind must not reach the next object.
@@ -392,6 +369,7 @@ TEST(GasSceneTree, frustums_are_told_the_instances_that_they_come_through) {
   GasSceneTree scene;
   create(scene, &combiner, &replaced[0]);
   GeometryFrustumCtx frustum;
+  frustum.shading = &world.shading;
   scene.frustum_hit(world.ctx, world.shader, frustum);
   ASSERT_EQ(object->get_path().get_count(), 2u);
   for (uint level = 0; level < 2; ++level) {

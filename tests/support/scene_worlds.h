@@ -40,11 +40,15 @@ struct SceneNode {
   std::vector<ModuleMatrixKey> keys;  ///< a single one: stands still
   std::vector<SceneNode> children;
   std::shared_ptr<GeometryOverride> replaced;  ///< null: nothing
+  uint hidden_from = core_invalid_index;       ///< a type of rays
   std::shared_ptr<ModuleSceneObject> object;   ///< made by build_scene()
 };
 
 inline SceneNode make_node(const SceneShape& shape, std::vector<ModuleMatrixKey> keys = {{}}) {
-  return {&shape, std::move(keys), {}, nullptr, nullptr};
+  SceneNode node;
+  node.shape = &shape;
+  node.keys = std::move(keys);
+  return node;
 }
 
 inline SceneMatrix make_translation(const GMathVec3<double>& way) {
@@ -125,6 +129,8 @@ inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::v
       node.object = std::make_shared<ModuleCombiner>(CoreString("scene"), children, inner);
     }
     set_scene_matrix(node.keys, *node.object);
+    node.object->set_flag(ModuleSceneObject::has_mask, node.hidden_from < 32);
+    node.object->set_visibility_mask(node.hidden_from < 32 ? ~(1u << node.hidden_from) : ~0u);
     objects.push_back(node.object.get());
     overrides.push_back(node.replaced.get());
   }
@@ -166,6 +172,7 @@ class SceneMaker {
       }
       node.keys = make_keys();
       if (random_.get_index(3) == 0) node.replaced = std::make_shared<GeometryOverride>();
+      if (random_.get_index(3) == 0) node.hidden_from = 1 + random_.get_index(5);  // camera rays see all
       nodes.push_back(std::move(node));
     }
     return nodes;
@@ -248,7 +255,9 @@ class FlatScene {
     const OracleRay asked{Long3(ray.origin), Long3(ray.direction), std::max(ray.tnear, 0.0), ray.tfar};
     std::map<uint, OracleHit> truth;
     for (const Object& object : objects_) {
-      if (is_far_from(asked, object.bounds)) continue;
+      const auto is_hidden = [&](const SceneNode* node) { return node->hidden_from == ray.type; };
+      const std::vector<const SceneNode*>& nodes = polygons[object.first].nodes;
+      if (std::any_of(nodes.begin(), nodes.end(), is_hidden) || is_far_from(asked, object.bounds)) continue;
       for (std::size_t k = object.first; k < object.end; ++k) {
         OracleHit hit = oracle_intersect(asked, polygons[k].corners);
         if (hit.edge_distance > 0 && hit.edge_distance <= graze) hit.answer = SureAnswer::close;
