@@ -53,8 +53,8 @@ TEST(GasGeometryBvh4, moving_meshes_are_found_where_they_are_at_the_time_of_the_
   QueryWorld world;
   for (const uint shutter_samples : {1u, 2u, 3u, 8u}) {
     const CtxMotionBlur motion_blur(0.0, shutter_samples == 1 ? 0.0 : 1.0, shutter_samples);
-    // The mesh's own samples: as the shutter's, coarser, one only.
-    for (const uint samples : {shutter_samples, 2u, 1u}) {
+    // The mesh's own samples: as the shutter's, coarser, one only, finer.
+    for (const uint samples : {shutter_samples, 2u, 1u, 7u}) {
       const double begin = samples == 1 && shutter_samples > 1 ? 0.5 : 0.0, step = 1.0 / std::max(samples - 1.0, 1.0);
       uint seed = shutter_samples;
       for (MeshScene& scene : make_mesh_scenes(80, 11)) {

