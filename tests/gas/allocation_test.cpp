@@ -156,10 +156,9 @@ TEST(Allocation, scenes_take_none_at_any_depth) {
 // One structure of each kind over the same row of boxes, and what is done with it while one allocation is refused.
 namespace {
 
-constexpr uint row_count = 5000;  // enough for tasks of the builder
-
 struct Row {
   explicit Row(uint thread_count) : world(8, thread_count), geometry(2) {
+    const uint row_count = thread_count > 1 ? 5000 : 200;  // enough for tasks of the builder
     geometry.add_row(row_count);
     for (uint k = 0; k < row_count; ++k) geometry.groups.push_back(k % 2);
     geometry.moves = true;
@@ -183,7 +182,8 @@ struct Row {
     world.ctx.set_motion_blur(&shutter);
     world.shader.motion_blur = &shutter;
     packet.resize(4);
-    for (uint k = 0; k < 4; ++k) packet.set_ray(k, {600.0 * k + 0.5, 0.5, -1}, {0, 0, 1}, 0, DBL_MAX, 0.3);
+    for (uint k = 0; k < 4; ++k)
+      packet.set_ray(k, {row_count / 4 * 2.0 * k + 0.5, 0.5, -1}, {0, 0, 1}, 0, DBL_MAX, 0.3);
     packet.begin_nearest(world.shading);
   }
 
@@ -255,20 +255,17 @@ void refuse_each(const char* what, uint thread_count, bool is_built_before, cons
 
 template <class Structure>
 void refuse_everything(uint thread_count) {
-  const bool is_first = true;
-  refuse_each<Structure>("create", thread_count, !is_first,
+  refuse_each<Structure>("create anew", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar* bar) { row.create(structure, bar); });
-  refuse_each<Structure>("create anew", thread_count, is_first,
-                         [](Row& row, Structure& structure, AppProgressBar* bar) { row.create(structure, bar); });
-  refuse_each<Structure>("copy", thread_count, is_first, [](Row&, Structure& structure, AppProgressBar*) {
+  refuse_each<Structure>("copy", thread_count, true, [](Row&, Structure& structure, AppProgressBar*) {
     const Structure copy(structure);
     structure = copy;
   });
-  refuse_each<Structure>("first query", thread_count, is_first,
+  refuse_each<Structure>("first query", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar*) { row.count_hits(structure, false); });
-  refuse_each<Structure>("refit", thread_count, is_first,
+  refuse_each<Structure>("refit", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar*) { row.count_hits(structure, true); });
-  refuse_each<Structure>("boxes and size", thread_count, is_first, [](Row& row, Structure& structure, AppProgressBar*) {
+  refuse_each<Structure>("boxes and size", thread_count, true, [](Row& row, Structure& structure, AppProgressBar*) {
     structure.get_bbox_at(row.world.ctx, 0.5);
     structure.get_memory_size();
     structure.dirty_motion_blur();

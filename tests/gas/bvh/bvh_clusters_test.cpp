@@ -179,23 +179,3 @@ TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
     }
   }
 }
-
-TEST(BvhClusters, stale_handles_have_no_box_and_no_weight) {
-  const std::vector<FloatBox> items = make_box_scene(BoxKind::uniform, 50, 5).boxes;
-  const GasBvh<4> tree = make_tree(items);
-  const auto expect_nothing = [](const GasBvh<4>& of, const std::vector<u64>& handles) {
-    GasBvhMotion<4> motion;
-    ASSERT_TRUE(motion.set_samples(of, 1));
-    std::vector<FloatBox> boxes(2 * handles.size(), FloatBox({0, 0, 0}, {1, 1, 1}));
-    std::vector<float> weights(handles.size(), 1.0f);
-    bvh_get_clusters_bboxes(of, make_array(handles), boxes.data());
-    bvh_get_clusters_bboxes_at(of, motion, 0, 0, 0.0f, make_array(handles), boxes.data() + handles.size());
-    bvh_get_clusters_weights(of, make_array(handles), weights.data());
-    EXPECT_EQ(boxes, std::vector<FloatBox>(2 * handles.size()));
-    EXPECT_EQ(weights, std::vector<float>(handles.size(), 0.0f));
-  };
-  expect_nothing(tree, {make_cluster(tree.aligned_count, 0), make_cluster(0xFFFFFFFF, 0), make_cluster(0, 4),
-                        make_cluster(0, 0xFFFF)});
-  expect_nothing(make_tree({}), {0});
-  expect_nothing(GasBvh<4>(), {0});
-}
