@@ -91,29 +91,6 @@ TEST(VqgasHair, info_counts_what_the_file_holds) {
   EXPECT_FLOAT_EQ(report[3]["box"]["max"][1], 3.0f);
 }
 
-TEST(VqgasHair, all_hits_hold_the_nearest_though_oriented_nodes_miss_them) {
-  const TestFolder folder;
-  folder.write("cube.obj", make_cube_obj(1.0));
-  const ProgramResult grown = run_vqgas(folder.get_path(), {"groom", "cube.obj", "-o", "fur.hair", "--strands", "3000",
-                                                            "--length", "0.15", "--thickness", "0.008", "--quiet"});
-  ASSERT_EQ(grown.exit_code, 0) << grown.err;
-  const auto report = get_report(folder, {"fur.hair"}), aligned = get_report(folder, {"fur.hair", "--aligned-only"});
-  EXPECT_GT(report[0]["nodes"]["oriented"], 100);
-  EXPECT_EQ(aligned[0]["nodes"]["oriented"], 0);
-  EXPECT_EQ(report[0]["primitives"]["kept"], 21000);
-
-  std::string rays;
-  for (int k = 0; k < 2000; ++k)
-    rays += std::to_string(2.6 * std::sin(k)) + "," + std::to_string(2.6 * std::cos(1.3 * k)) + ",3," +
-            std::to_string(-std::sin(1.7 * k)) + "," + std::to_string(-std::cos(1.9 * k)) + ",-2\n";
-  std::istringstream nearest(run_vqgas(folder.get_path(), {"trace", "fur.hair"}, rays).out);
-  std::istringstream all(run_vqgas(folder.get_path(), {"trace", "fur.hair", "--all"}, rays).out);
-  std::set<std::string> lines;
-  for (std::string line; std::getline(all, line);) lines.insert(line);
-  EXPECT_GT(lines.size(), 3000u) << "most rays hit several segments";
-  for (std::string line; std::getline(nearest, line);) EXPECT_TRUE(lines.contains(line)) << line;
-}
-
 TEST(VqgasHair, pictures_show_mesh_and_hair_together_where_they_are) {
   // A cylinder of radius 0.2 around the y axis, of five segments between six points, before a square at z = -1.
   const TestFolder folder;

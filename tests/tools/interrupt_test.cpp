@@ -19,20 +19,6 @@ bool is_whole(const TestFolder& folder, const std::string& name) {
   return HairBytes().read(bytes);
 }
 
-/// A grid of quads that takes the importer some tenths of a second.
-std::string make_grid_obj(int side) {
-  std::string obj;
-  for (int k = 0; k < side * side; ++k)
-    obj.append("v ").append(std::to_string(k % side)).append(" ").append(std::to_string(k / side)).append(" 0\n");
-  for (int k = 0; k < side * (side - 1); ++k) {
-    if (k % side == side - 1) continue;
-    for (const int corner : {k + 1, k + 2, k + side + 2, k + side + 1})
-      obj.append(corner == k + 1 ? "f " : " ").append(std::to_string(corner));
-    obj += "\n";
-  }
-  return obj;
-}
-
 struct Call {
   std::vector<std::string> arguments;
   std::vector<std::string> outputs;
@@ -43,13 +29,15 @@ struct Call {
 TEST(VqgasInterrupt, a_signal_leaves_the_old_file_or_a_whole_new_one) {
   const std::vector<Call> calls = {
       {{"info", "demo:fur", "demo:wind", "--json", "out.json"}, {"out.json"}},
-      {{"info", "grid.obj", "--json", "out.json"}, {"out.json"}},
+      {{"info", "cubes.obj", "--json", "out.json"}, {"out.json"}},
       {{"render", "demo:knot", "-o", "out.exr", "-o", "out.png", "--size", "1600x1200", "--layers", "beauty,depth"},
        {"out.exr", "out.png", "out.depth.png"}},
       {{"render", "demo:knot", "-o", "out.exr", "--size", "4000x3000", "--layers", "depth,normal"}, {"out.exr"}},
       {{"groom", "demo:knot", "-o", "out.hair", "--strands", "4000000"}, {"out.hair"}},
       {{"select", "demo:mills", "-o", "out.png", "--json", "out.json"}, {"out.json", "out.png"}},
       {{"trace", "demo:knot", "--json", "out.json"}, {"out.json"}}};
+  std::string cubes;  // that take the importer some tenths of a second
+  for (int cube = 0; cube < 25000; ++cube) cubes += make_cube_obj(1.0, 8 * cube + 1);
   std::mt19937 random(3);
   const int signals[] = {SIGINT, SIGTERM, SIGHUP};
   for (const Call& call : calls) {
@@ -59,7 +47,7 @@ TEST(VqgasInterrupt, a_signal_leaves_the_old_file_or_a_whole_new_one) {
       const int milliseconds = static_cast<int>(random() % 150) + 200 * round;
       SCOPED_TRACE(testing::PrintToString(call.arguments) + " after " + std::to_string(milliseconds) + " ms");
       const TestFolder folder;
-      if (call.arguments[1] == "grid.obj") folder.write("grid.obj", make_grid_obj(400));
+      if (call.arguments[1] == "cubes.obj") folder.write("cubes.obj", cubes);
       for (const std::string& name : call.outputs) folder.write(name, "old");
       const std::vector<std::string> before = folder.list();
       const ProgramResult result = interrupt_vqgas(folder.get_path(), call.arguments, signal, milliseconds, times);

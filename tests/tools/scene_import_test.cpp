@@ -182,14 +182,6 @@ TEST(VqgasSceneImport, what_grows_from_nothing_is_there_and_other_rays_do_not_co
   for (const Json& object : report[0]["scene_tree"]["objects"]) EXPECT_TRUE(object["moves"].get<bool>()) << object;
 }
 
-TEST(VqgasSceneImport, formats_without_nodes_are_one_object) {
-  const TestFolder folder;
-  folder.write("two.obj", "o a\nv 5 0 0\nv 6 0 0\nv 6 1 0\nf 1 2 3\no b\nv -1 -1 0\nv 1 -1 0\nv 1 1 0\nf 4 5 6\n");
-  const Json hit = aim(folder, "two.obj", {{lower_right, 0}})[0];
-  expect_there(hit, "two.obj");
-  EXPECT_EQ(hit["primitive"], 1);
-}
-
 TEST(VqgasSceneImport, nodes_move_over_the_frames_with_what_hangs_from_them) {
   GltfFile file = make_squares();
   file.json["nodes"] = {{{"name", "base"}, {"translation", {1, 0, 0}}, {"scale", {1, 2, 1}}, {"children", {1}}},
