@@ -72,41 +72,6 @@ TEST(CurveSet, refuses_what_does_not_fit_together) {
   EXPECT_EQ(Tubes(CurveData()).segments.get_primitive_count(), 0u);
 }
 
-TEST(TubeGeometry, boxes_hold_the_solid_also_between_samples_and_far_away) {
-  QueryWorld world;
-  RandomValues random(7);
-  for (uint k = 0; k < 16; ++k) {
-    const Tubes tubes(k < 8 ? make_fibres(CurveBasis(k % 4), k, 4)
-                            : make_fibres(CurveBasis(k % 4), k, 4, 10, {1e6, -3e5, 0}));
-    GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, 2);
-    EXPECT_NEAR(space.axis[0].cross(space.axis[1]).dot(space.axis[2]), 1, 1e-9);
-    const uint first = tubes.curves.get_first_segment(2), last = tubes.curves.get_first_segment(3) - 1;
-    const Vec chord = tubes.get_ball(last, 1).position - tubes.get_ball(first, 0).position;
-    EXPECT_NEAR(space.axis[0].dot(chord), chord.get_length(), 1e-9 * chord.get_length());
-    // As an oriented node holds it, so that the axes are not quite of unit length; and the world's.
-    space = k % 8 < 4 ? GMathLinearSpace3<double>() : GMathLinearSpace3<double>(GMathLinearSpace3<float>(space));
-    for (uint segment = 0; segment < tubes.segments.get_primitive_count(); ++segment) {
-      const double fraction = random.get(0, 1);
-      const auto check = [&](const GeometryObject& geometry, uint primitive) {
-        const auto a = geometry.get_primitive_bbox_in_space_at(world.ctx, 2.5, space, primitive);
-        const auto b = geometry.get_primitive_bbox_in_space_at(world.ctx, 3.0, space, primitive);
-        EXPECT_EQ(GMathBbox3<double>(GMathBbox3<float>(a)), a) << "bounds of single precision";
-        for (double u = 0; u <= 1; u += 0.01) {
-          const Ball ball = tubes.get_ball(segment, u, 2.5 + 0.5 * fraction);
-          for (uint axis = 0; axis < 3; ++axis) {
-            const double at = space.axis[axis].dot(ball.position), reach = ball.radius * space.axis[axis].get_length();
-            const double slack = 1e-13 * ball.position.get_length();  // of the sum that blends
-            EXPECT_GE(at - reach, a.min[axis] * (1 - fraction) + b.min[axis] * fraction - slack);
-            EXPECT_LE(at + reach, a.max[axis] * (1 - fraction) + b.max[axis] * fraction + slack);
-          }
-        }
-      };
-      check(tubes.segments, segment);
-      check(tubes.fibres, tubes.curves.get_curve(segment));
-    }
-  }
-}
-
 TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_ray) {
   QueryWorld world;
   RandomValues random(8);
@@ -141,6 +106,17 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
     EXPECT_LT((ball.position + point.normal * ball.radius - place).get_length(), 1e-7);
     EXPECT_LT((point.position - place).get_length(), 1e-8);
     EXPECT_TRUE(point.uv.y >= 0.0 && point.uv.y < 1.0) << point.uv.y;
+    // Boxes along the fibre hold the hit; the first axis is the fibre's chord.
+    const GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, other.primitive);
+    const Vec chord = tubes.get_ball(first + count - 1, 1).position - tubes.get_ball(first, 0).position;
+    EXPECT_NEAR(space.axis[0].dot(chord), chord.get_length(), 1e-9);
+    for (const GeometryIntersection& at : {hit, other}) {
+      const auto box = at.geometry->get_primitive_bbox_in_space_at(world.ctx, time, space, at.primitive);
+      for (uint axis = 0; axis < 3; ++axis) {
+        EXPECT_GE(space.measure(place)[axis], box.min[axis] - 1e-7);
+        EXPECT_LE(space.measure(place)[axis], box.max[axis] + 1e-7);
+      }
+    }
   }
   EXPECT_GT(hits, scaled(400, 40));
 }
