@@ -56,6 +56,24 @@ TEST(GasQueryRules, a_context_is_asked_again_at_other_times_and_at_rest) {
   }
 }
 
+TEST(GasQueryRules, a_packet_may_be_asked_in_parts) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.shader.motion_blur = &blur;
+  const SceneShape moving(world, make_moving_soup());
+  const PolyMeshData& data = moving.data;
+  const Vec center = Vec(data.positions[0] + data.positions[1] + data.positions[2]) * (1.0 / 3);
+  GeometryRayPacket packet;
+  packet.resize(2);
+  for (uint k = 0; k < 2; ++k) packet.set_ray(k, {center.x, center.y, 20}, {0, 0, -1}, 0, DBL_MAX, 0.2 + 0.6 * k);
+  GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+  for (uint k = 0; k < 2; ++k) {
+    query.first_ray = query.last_ray = k;
+    moving.structure->ray_hit_nearest_motion(world.ctx, world.shader, query);
+  }
+  EXPECT_NEAR(packet.get_nearest(1).distance - packet.get_nearest(0).distance, 3.0, 1e-6);
+}
+
 TEST(GasQueryRules, a_context_of_the_other_kind_finds_nothing) {
   QueryWorld world;
   const CtxMotionBlur blur(0.0, 1.0, 2);

@@ -1,9 +1,10 @@
-// What all structures owe alike: memory that is counted, and motion data that is made for what moves only and forgotten
-// with what it was made for.
+// What all structures owe alike: class records, stages of progress, memory that is counted, and that motion data is
+// made for what moves only and forgotten with what it was made for.
 #include <gtest/gtest.h>
 
 #include "support/curve_check.h"
 #include "support/fake_geometry.h"
+#include "support/progress_trace.h"
 #include "support/scene_worlds.h"
 
 namespace {
@@ -58,16 +59,47 @@ class GasStructures : public testing::Test {
     for (Structure* structure : {&assigned, &rebuilt}) EXPECT_EQ(structure->get_bbox_at(world.ctx, 1.0), expected);
   }
 
+  /// What `create` says on a bar.
+  template <class Create>
+  std::string trace(const Create& create) {
+    ProgressTrace trace;
+    AppProgressBar* bar = world.app.create_progress_bar("test");
+    trace.watch(*bar);
+    create(bar);
+    bar->finish();
+    return trace.get_text();
+  }
   static CoreBasicArray<ModuleSceneObject*> get_objects(const GasSceneTree& scene) {
     return CoreBasicArray<ModuleSceneObject*>::make_view(scene.get_objects().get_items(),
                                                          scene.get_objects().get_count());
   }
+  static std::string get_tree_stages(const GasBvh<4>& tree) {
+    const std::string items = std::to_string(tree.item_count);
+    const std::string nodes = std::to_string(tree.aligned_count + tree.quantized_count + tree.oriented_count);
+    return " Split items 0.9 " + items + "/" + items + "\n Finalize 0.1 " + nodes + "/" + nodes + "\n1 ";
+  }
+
   QueryWorld world;
   const SceneShape mesh{world, make_mesh(1)}, other_mesh{world, make_mesh(2)};
   const BuiltFur fur{world.ctx, make_fur(1)}, other_fur{world.ctx, make_fur(2)};
   std::vector<SceneNode> nodes = make_nodes(mesh, 8, 10), other_nodes = make_nodes(other_mesh, 8, 20);
   const std::shared_ptr<GasSceneTree> scene = build_scene(world, nodes), other_scene = build_scene(world, other_nodes);
 };
+
+TEST_F(GasStructures, have_class_records_under_their_names) {
+  const struct {
+    const char* name;
+    const CoreClassInfo &info, &base;
+  } rows[] = {{"GasClusterable", GasClusterable::class_info(), GasObject::class_info()},
+              {"GasGeometryBase", GasGeometryBase::class_info(), GasClusterable::class_info()},
+              {"GasGeometryBvh4", mesh.structure->get_class_info(), GasGeometryBase::class_info()},
+              {"GasFur", fur.structure.get_class_info(), GasClusterable::class_info()},
+              {"GasSceneTree", scene->get_class_info(), GasObject::class_info()}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(CoreClassInfo::find(row.name), &row.info) << row.name;
+    EXPECT_EQ(row.info.get_base(), &row.base) << row.name;
+  }
+}
 
 TEST_F(GasStructures, count_their_memory) {
   expect_memory_to_be_counted(*mesh.structure);
@@ -146,6 +178,50 @@ TEST_F(GasStructures, blend_boxes_between_the_samples_around_a_time) {
   world.ctx.set_motion_blur(nullptr);
   for (const GasObject* structure : {static_cast<GasObject*>(&of_mesh), static_cast<GasObject*>(&of_fur)})
     EXPECT_EQ(structure->get_bbox_at(world.ctx, 0.7), structure->get_bbox());
+}
+
+TEST_F(GasStructures, tell_each_stage_of_a_build_with_its_share_and_all_its_steps) {
+  GasGeometryBvh4 of_mesh, of_groups;
+  GasFur of_fur;
+  GasSceneTree of_scene;
+  FakeGeometry main(2), extra(2);
+  main.add_row(10);
+  extra.add_row(10);
+  CoreBasicArray<uint> twice(2);
+  twice[0] = twice[1] = 2;
+  const std::string said[] = {
+      trace([&](AppProgressBar* bar) { of_mesh.create(world.ctx, mesh.mesh.get(), mesh.mesh.get(), bar); }),
+      trace([&](AppProgressBar* bar) { of_groups.create(world.ctx, &main, &main, nullptr, &extra, twice, bar); }),
+      trace([&](AppProgressBar* bar) { of_fur.create(world.ctx, &fur.geometry, &fur.geometry, bar); }),
+      trace([&](AppProgressBar* bar) { of_scene.create(world.app, get_objects(*scene), bar); })};
+  EXPECT_EQ(said[0],
+            "Prepare primitives 0.5 0/0\n List primitives 0.2 300/300\n Compute primitives AABB 0.8 300/300\n"
+            "Build BVH 0.5 0/0\n" +
+                get_tree_stages(of_mesh.get_tree()));
+  EXPECT_EQ(said[1],
+            "Prepare primitives 0.5 0/0\n List primitives 0.2 10/10\n Count groups 0.1 2/2\n Order groups 0.1 2/2\n"
+            " Compute primitives AABB 0.6 20/20\nBuild BVH 0.5 0/0\n" +
+                get_tree_stages(of_groups.get_tree()));
+  EXPECT_EQ(said[2], "Compute primitives AABB 0.2 360/360\nBuild BVH 0.8 0/0\n" + get_tree_stages(of_fur.get_tree()));
+  EXPECT_EQ(said[3],
+            "check objects 0.4 8/8\ncreate tree 0.3 8/8\ncreate tree 0.3 0/0\n" + get_tree_stages(of_scene.get_tree()));
+}
+
+TEST_F(GasStructures, tell_each_stage_of_a_refit) {
+  ProgressTrace trace;
+  world.app.set_progress_bar_hook([&](AppProgressBar& bar) { trace.watch(bar); });
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.ctx.set_motion_blur(&blur);
+  const auto get_stages = [](const GasBvh<4>& tree, const std::string& of_boxes, const std::string& of_nodes) {
+    const std::string nodes = std::to_string(tree.aligned_count + tree.oriented_count);
+    const std::string sample =
+        "Compute primitives AABB " + of_boxes + " 0/0\nRefit BVH " + of_nodes + " " + nodes + "/" + nodes + "\n";
+    return sample + sample + "1 ";
+  };
+  mesh.structure->get_bbox_at(world.ctx, 0.5);
+  EXPECT_EQ(trace.get_text(), get_stages(mesh.structure->get_tree(), "0.25", "0.25"));
+  fur.structure.get_bbox_at(world.ctx, 0.5);
+  EXPECT_EQ(trace.get_text(), get_stages(fur.structure.get_tree(), "0.05", "0.45"));
 }
 
 }  // namespace

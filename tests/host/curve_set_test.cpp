@@ -72,6 +72,16 @@ TEST(CurveSet, refuses_what_does_not_fit_together) {
   EXPECT_EQ(Tubes(CurveData()).segments.get_primitive_count(), 0u);
 }
 
+TEST(CurveSet, knows_which_groups_move) {
+  CurveData data = make_fibres(CurveBasis::bspline, 3);
+  data.motion_points.assign(2, data.points);
+  for (const uint point : {12, 25}) {  // the last of two fibres of the second group; the former has no segment
+    data.motion_points[1][point].radius *= 2;
+    EXPECT_EQ(Tubes(data).fibres.has_shading_group_motion(1), point == 25);
+  }
+  EXPECT_FALSE(Tubes(data).fibres.has_shading_group_motion(0));
+}
+
 TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_ray) {
   QueryWorld world;
   RandomValues random(8);

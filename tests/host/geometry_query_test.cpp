@@ -1,7 +1,9 @@
-// Query records: filters, paths, surfaces of hits, beams. Nested queries are tested with scenes.
+// Query records: filters, motion vectors of nested hits, paths, surfaces of hits, beams.
 
 #include "host/mesh_shots.h"
 #include "support/random_values.h"
+#include "vq_ctx/ctx_motion_blur.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_hit_surface.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
@@ -60,6 +62,48 @@ TEST(RaytraceFilter, runs_last_pushed_first_and_no_more_than_fit) {
   EXPECT_TRUE(packet.get_hits().get_hits().empty());
 }
 
+/// A query inside another, set up as by a scene tree.
+struct NestedQuery {
+  explicit NestedQuery(GeometryRaytraceCtx& outer) : query(outer) {
+    query.parent = &outer;
+    if (outer.path != nullptr) path.copy_from(*outer.path);
+    path.add({++query.level, nullptr, nullptr});
+    query.path = &path;
+    if (outer.map != nullptr) map = outer.map->get_deeper();
+    query.map = outer.map != nullptr ? &map : nullptr;
+  }
+  GeometryIntersectionMap map;
+  GeometryIntersectionPath path;
+  GeometryRaytraceCtx query;
+};
+
+TEST(NestedQuery, motion_vectors_come_up_through_levels_with_and_without_them) {
+  RandomValues random(7);
+  QueryWorld world;
+  PolyMesh mesh;
+  GeometryRayPacket packet;
+  packet.resize(1);
+  for (uint row = 0; row < 8; ++row) {  // bit k: level k comes with the matrix at the end of the span
+    GeometryRaytraceCtx& outer = packet.begin_nearest(world.shading);
+    NestedQuery a(outer), b(a.query), c(b.query);
+    c.query.geometry = &mesh;
+    ASSERT_TRUE(c.query.push_intersection(world.ctx, world.shader, 0, {1.0}));
+    GeometryIntersectionMap* maps[3] = {outer.map, a.query.map, b.query.map};
+    Matrix expected, expected_end;
+    for (uint k = 3; k-- > 0;) {
+      const Matrix matrix = make_matrix(random), end = row >> k & 1u ? make_matrix(random) : matrix;
+      row >> k & 1u ? maps[k]->transform_path(0, matrix, end, k) : maps[k]->transform_path(0, matrix, k);
+      expected = matrix * expected;
+      expected_end = end * expected_end;
+    }
+    const GeometryHitTransform& transform = *packet.get_nearest_transform(0);
+    EXPECT_EQ(transform.has_vectors, row != 0);
+    const Vec point = random.get_vec();
+    expect_near(transform.matrix.transform_point(point), expected.transform_point(point));
+    if (row != 0) expect_near(transform.matrix2.transform_point(point), expected_end.transform_point(point));
+  }
+}
+
 TEST(HitSurface, lies_where_the_geometry_was_carried_to) {
   RandomValues random(8);
   for (uint k = 0; k < 100; ++k) {
@@ -91,12 +135,23 @@ TEST(HitSurface, lies_where_the_geometry_was_carried_to) {
 
 TEST(IntersectionPath, keeps_its_elements_when_it_outgrows_itself) {
   GeometryIntersectionPath path, copy;
-  for (uint k = 0; k < 9; ++k) path.add({k, nullptr, nullptr});
+  for (uint k = 0; k < 9; ++k) {
+    path.add({k, nullptr, nullptr});
+    EXPECT_EQ(path[k / 2].object_index, k / 2);
+  }
   for (uint k = 9; k < 50; ++k) ASSERT_TRUE(path.add(path[3]));  // may lie in the block that growing frees
   ASSERT_TRUE(copy.copy_from(path));
   path.remove_all();
   ASSERT_EQ(copy.get_count(), 50u);
   for (uint k = 0; k < 50; ++k) EXPECT_EQ(copy[k].object_index, k < 9 ? k : 3);
+}
+
+TEST(Frustum, boxes_whose_bounds_cannot_be_measured_straddle) {
+  GeometryFrustumCtx query;
+  query.add_plane({{0, 0, 0}, {0, 0, 1}});
+  EXPECT_EQ(query.classify({{-1, -1, 1}, {1, 1, 2}}), GeometryBoxPlace::inside);
+  EXPECT_EQ(query.classify({{-1, -1, 1}, {1, 1, NAN}}), GeometryBoxPlace::straddling);
+  EXPECT_EQ(query.classify({{-HUGE_VALF, -1, 1}, {1, 1, 2}}), GeometryBoxPlace::straddling);  // times 0
 }
 
 /// How far point `p` is along the beam.
@@ -159,6 +214,15 @@ TEST(RayFrustum, cross_sections_are_the_same_in_every_space) {
     EXPECT_FALSE(beams[0].set_perspective(origin, direction, to_corners, 0.0, 1.0));
     EXPECT_FALSE(beams[0].set_parallel(origin, Vec(), offsets, 0.0, 1.0));
     EXPECT_EQ(beams[0].tfar, 9.0);
+  }
+}
+
+TEST(CtxEval, contexts_of_threads_follow_the_one_that_the_next_work_is_done_for) {
+  QueryWorld world;
+  const CtxMotionBlur motion_blur(0.0, 1.0, 2);
+  for (const CtxMotionBlur* blur : {&motion_blur, static_cast<const CtxMotionBlur*>(nullptr)}) {
+    world.ctx.set_motion_blur(blur);
+    EXPECT_EQ(world.ctx.get_or_create_thread_ctx(1).get_motion_blur(), blur);
   }
 }
 

@@ -1,4 +1,4 @@
-// Scene objects: keyframed matrices, and what they ask their structure.
+// Scene objects: keyframed matrices, who sees them, and what they ask their structure.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -25,7 +25,10 @@ class FakeStructure final : public GasObject {
     callbacks = {note<'s', GeometryRaytraceCtx>, note<'m', GeometryRaytraceCtx>, note<'n', GeometryRaytraceCtx>,
                  note<'o', GeometryRaytraceCtx>, note<'f', GeometryFrustumCtx>,  nullptr};
   }
-  GMathBbox3<double> get_bbox() const override { return {}; }
+  GMathBbox3<double> get_bbox() const override { return {{0.1, 1, -1e300}, {0.1, 1, 1e-300}}; }
+  GMathBbox3<double> get_bbox_at(const CtxEval&, const double& time) const override {
+    return {{time, 1, 0}, {time, 1, 0}};
+  }
   mutable std::vector<std::tuple<char, const ShadingGroupTable*, const Material*>> calls;
 
  private:
@@ -81,6 +84,25 @@ TEST(SceneItem, every_entry_is_linear_between_the_keys_whatever_their_order) {
   EXPECT_EQ(item.get_flags(), 0u);
 }
 
+TEST(SceneObject, is_visible_as_flags_mask_and_override_say) {
+  // Where the mask is asked at all: override (8), forced visible (4), type in the mask (2), forced hidden (1).
+  const bool asked[16] = {false, false, true, true,  false, false, true, true,
+                          false, false, true, false, true,  true,  true, true};
+  CountedObject object;
+  for (uint row = 0; row < 32; ++row) {
+    for (const uint type : {0u, 1u, 6u, 31u, 38u}) {  // 38 has the bit of 6, and is no lookup
+      const uint bit = 1u << (type == 38 ? 6 : type);
+      object.set_flag(ModuleSceneObject::has_mask, row & 16);
+      object.set_flag(ModuleSceneObject::forced_visible, row & 4);
+      object.set_flag(ModuleSceneObject::forced_hidden, row & 1);
+      object.set_visibility_mask(row & 2 ? bit : ~bit);
+      EXPECT_EQ(object.get_flags(), (row & 16 ? 0x4000u : 0) | (row & 4 ? 0x8000u : 0) | (row & 1 ? 0x80u : 0));
+      const bool expected = ((row & 16) == 0 && type != 6) || asked[row & 15];
+      EXPECT_EQ(object.is_visible(type, row & 8), expected) << row << " " << type;
+    }
+  }
+}
+
 TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_material) {
   QueryWorld world;
   auto structure = std::make_shared<FakeStructure>();
@@ -118,6 +140,22 @@ TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_materia
   expect_calls(*object, &without, "snf", own_table, &former);  // a still query in spite of the shader's motion blur
   rays.span_stamp = motion_blur.get_stamp();
   expect_calls(*object, nullptr, "mof", own_table, &former);
+}
+
+TEST(SceneObject, bounds_of_whole_objects_that_single_precision_does_not_hold_move_outwards) {
+  QueryWorld world;
+  const auto object = make_object(std::make_shared<FakeStructure>());
+  const ModuleClusterFunctions& functions = object->get_cluster_functions();
+  CoreVector<void*> clusters;
+  functions.get_clusters(object.get(), nullptr, clusters, 1024, 0.3f);
+  ASSERT_EQ(clusters.get_count(), 1u);
+  GMathBbox3<float> box, box_at;
+  functions.get_clusters_bboxes(object.get(), nullptr, clusters.as_array(), &box);
+  functions.get_clusters_bboxes_at(object.get(), nullptr, world.ctx, 0.1, clusters.as_array(), &box_at);
+  const float tiny = std::numeric_limits<float>::denorm_min(), infinity = std::numeric_limits<float>::infinity();
+  const float below = std::nextafter(0.1f, 0.0f), above = std::nextafter(0.1f, 1.0f);
+  EXPECT_EQ(box, GMathBbox3<float>({below, 1, -infinity}, {above, 1, tiny}));
+  EXPECT_EQ(box_at, GMathBbox3<float>({below, 1, 0}, {above, 1, 0}));
 }
 
 TEST(ModuleGeometry, shows_groups_that_have_links_and_are_visible) {

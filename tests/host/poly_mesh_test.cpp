@@ -9,6 +9,7 @@
 #include "host/mesh_shots.h"
 #include "support/random_values.h"
 #include "support/test_scale.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/poly_mesh_triangulate.h"
 
 namespace {
@@ -84,6 +85,12 @@ TEST(PolyMeshTriangulate, covers_concave_polygons_and_nothing_else) {
       check_triangles(polygon, normal);
     }
   }
+  // An outline, along the cut to its hole, round that clockwise, and back along the cut.
+  const double ring[][2] = {{-1, -1},     {1, -1},     {1, 1},     {-1, 1},     {-1, -1},
+                            {-0.5, -0.5}, {-0.5, 0.5}, {0.5, 0.5}, {0.5, -0.5}, {-0.5, -0.5}};
+  std::vector<Vec> with_hole;
+  for (const auto& [x, y] : ring) with_hole.push_back({x, y, 0});
+  check_triangles(with_hole, {0, 0, 1});
 }
 
 // Every corner against every other would take more tests than there is time for.
@@ -231,6 +238,19 @@ TEST(PolyMeshSurface, edge_proximity_is_one_on_visible_edges_and_zero_in_the_mid
   create(mesh, triangle);
   EXPECT_NEAR(get(6, 1), 1 - 1 / 8.0, 1e-12);
   EXPECT_NEAR(get(0, 2), 1 - 6 / 8.0, 1e-12);
+}
+
+// Sides are tested through the structure.
+TEST(PolyMeshFrustum, ends_cut_as_sides_do) {
+  QueryWorld world;
+  PolyMesh mesh;
+  create(mesh, make_polygons({{0, 0, 0}, {1, 0, 0}, {1, 1, 2}}, 3));
+  for (const double z : {1.0, 3.0}) {
+    GeometryFrustumCtx query;
+    query.end_planes[query.end_plane_count++] = {{0, 0, z}, {0, 0, 1}};
+    mesh.frustum_hit_primitive(world.ctx, world.shader, query, 0);
+    EXPECT_EQ(query.result.hit_count, z < 2 ? 1u : 0u);
+  }
 }
 
 }  // namespace

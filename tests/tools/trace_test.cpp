@@ -104,3 +104,20 @@ TEST(VqgasTrace, rays_see_a_moving_mesh_at_their_own_times) {
     EXPECT_NEAR(rows[k].values.at(9), top, 0.006) << times[k];  // the ball has flat faces, the path straight pieces
   }
 }
+
+TEST(VqgasTrace, threads_do_not_change_a_byte) {
+  const TestFolder folder;
+  std::ostringstream rays;
+  for (int k = 0; k < 20000; ++k)
+    rays << 6 * std::sin(k) << ',' << 6 * std::cos(k) << ",3," << -std::sin(1.1 * k) << ',' << -std::cos(k)
+         << ",-0.5\n";
+  const std::vector<std::string> line = {"trace", "demo:gallery", "--all", "--threads"};
+  std::string out[2];
+  for (const int threads : {1, 3}) {
+    std::vector<std::string> with_threads = line;
+    with_threads.push_back(std::to_string(threads));
+    out[threads / 2] = run_vqgas(folder.get_path(), with_threads, rays.str()).out;
+  }
+  EXPECT_GT(out[0].size(), 100000u);
+  EXPECT_TRUE(out[0] == out[1]);
+}

@@ -154,7 +154,7 @@ TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
     motion.update_sample(1, moved, nullptr);
     std::vector<u64> handles = get_handles(tree, 64);
     ASSERT_GT(handles.size(), 4u);
-    handles.push_back(0);
+    handles.insert(handles.end(), {0, make_cluster(tree.aligned_count, 0), make_cluster(0, 4)});  // two are stale
     const CoreBasicArray<void*> clusters = make_array(handles);
     std::vector<FloatBox> boxes(handles.size()), at_first(handles.size()), between(handles.size());
     std::vector<float> weights(handles.size());
@@ -162,7 +162,11 @@ TEST(BvhClusters, boxes_and_weights_are_those_of_the_items) {
     bvh_get_clusters_bboxes_at(tree, motion, 0, 1, 0.0f, clusters, at_first.data());
     bvh_get_clusters_bboxes_at(tree, motion, 0, 1, 0.25f, clusters, between.data());
     bvh_get_clusters_weights(tree, clusters, weights.data());
-    for (std::size_t k = 0; k < handles.size(); ++k) {
+    for (const std::size_t stale : {handles.size() - 2, handles.size() - 1}) {
+      EXPECT_TRUE(boxes[stale] == FloatBox() && at_first[stale] == FloatBox());
+      EXPECT_EQ(weights[stale], 0.0f);
+    }
+    for (std::size_t k = 0; k < handles.size() - 2; ++k) {
       FloatBox box;
       float weight = 0.0f;  // quarters: sums are exact in any order
       for (const uint item : collect_items(tree, handles[k])) {

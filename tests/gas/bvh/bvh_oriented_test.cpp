@@ -77,4 +77,19 @@ TEST(BvhOriented, queries_for_all_hits_keep_to_their_stack) {
   chain.oriented_count = 0;
 }
 
+// The first node that a query for all hits sees under an oriented root is the aligned one of the same number.
+TEST(BvhOriented, queries_for_all_hits_walk_the_aligned_nodes_that_oriented_references_name) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 200, 3);
+  const std::vector<BoxRay> rays = make_box_rays(scene, 100, 4);
+  BoxQuery expected(rays), query(rays);
+  GasBvh<4> tree = make_tree(scene.boxes);
+  expected.run<BvhHits::all>(tree);
+  tree.root.word |= BvhChildRef::oriented_bit;
+  tree.oriented_count = 1;
+  query.run<BvhHits::all>(tree);
+  for (uint ray = 0; ray < rays.size(); ++ray) EXPECT_EQ(query.get_items(ray), expected.get_items(ray));
+  EXPECT_GT(query.visits.size(), 20u);
+  tree.oriented_count = 0;
+}
+
 }  // namespace

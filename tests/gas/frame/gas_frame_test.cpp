@@ -1,4 +1,4 @@
-// What all structures share: class records and their destructor entry and the memory account.
+// What all structures share: class records and their destructor entry, the memory account, slices of tasks.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +7,7 @@
 
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_memory.h"
+#include "gas/frame/gas_tasks.h"
 #include "support/test_scale.h"
 #include "vq_resource/resource_data.h"
 
@@ -77,4 +78,16 @@ TEST(GasMemory, many_threads_report_each_drift_once) {
   EXPECT_LE(structure.get_memory_advert_count(), static_cast<uint>(most_reports));
   account.update(0, 0, structure);
   EXPECT_LE(account.get_current_size() - account.get_advertised_size(), account.get_current_size() / 20);
+}
+
+TEST(GasTasks, slices_cover_every_item_once) {
+  for (const uint threads : {1u, 2u, 3u, 64u}) {
+    for (const uint count : {1u, 2u, 9u, 100u, 1023u, 4097u, 0xFFFFFFFFu}) {
+      const uint length = gas_get_slice_length(count, threads), slices = gas_get_slice_count(count, length);
+      EXPECT_LE(slices, 4 * threads);
+      EXPECT_GE(u64{slices} * length, count);
+      EXPECT_LT(u64{slices - 1} * length, count);  // none is empty
+    }
+    EXPECT_EQ(gas_get_slice_count(0, gas_get_slice_length(0, threads)), 0u);
+  }
 }
