@@ -1,4 +1,4 @@
-// Fibres in motion: hits where they are at the time of the ray, and refits that hold their items at every sample. What
+// Curves in motion: hits where they are at the time of the ray, and refits that hold their items at every sample. What
 // all refits share, who makes them and when, is tested with meshes.
 #include <cstring>
 
@@ -11,9 +11,10 @@ namespace {
 
 using Boxes = std::vector<GMathBbox3<float>>;
 
-CurveData make_moving_hair(uint fibres, uint samples, uint seed) {
-  CurveData data = seed == 0 ? make_tufts(fibres, 1)
-                             : make_hair(seed % 2 ? CurveBasis::bspline : CurveBasis::linear, fibres, seed, 0.05, 0.3);
+CurveData make_moving_hair(uint curve_count, uint samples, uint seed) {
+  CurveData data = seed == 0
+                       ? make_tufts(curve_count, 1)
+                       : make_hair(seed % 2 ? CurveBasis::bspline : CurveBasis::linear, curve_count, seed, 0.05, 0.3);
   add_motion(data, samples, 0.0, samples > 1 ? 1.0 / (samples - 1) : 1.0, seed);
   return data;
 }
@@ -32,14 +33,14 @@ bool refit(const QueryWorld& world, const BuiltFur& built, GasBvhMotion<4>& moti
   return motion.update_sample_unaligned(sample, boxes, {measure, &measured}, progress);
 }
 
-TEST(GasFurMotion, fibres_are_found_where_they_are_at_the_time_of_the_ray) {
+TEST(GasFurMotion, curves_are_found_where_they_are_at_the_time_of_the_ray) {
   QueryWorld world;
   for (const uint shutter_samples : {1u, 2u, 3u, 8u}) {
     const CtxMotionBlur shutter(0.0, shutter_samples == 1 ? 0.0 : 1.0, shutter_samples);
     uint seed = shutter_samples;
     for (CurveScene& scene : make_curve_scenes(25, 70)) {
       if (scene.name == "huge" || scene.name == "far away") continue;
-      // The fibres' own samples: as the shutter's, coarser, a single one, finer.
+      // The curves' own samples: as the shutter's, coarser, a single one, finer.
       const uint samples = ++seed % 4 == 0 ? shutter_samples : seed % 4 == 3 ? 7 : seed % 4;
       add_motion(scene.data, samples, samples == 1 ? 0.5 : 0.0, samples > 1 ? 1.0 / (samples - 1) : 1.0, seed);
       const BuiltFur built(world.ctx, scene.data);
@@ -60,7 +61,7 @@ TEST(GasFurMotion, fibres_are_found_where_they_are_at_the_time_of_the_ray) {
   }
 }
 
-TEST(GasFurMotion, fibres_that_fly_far_from_where_they_rest_are_found_there) {
+TEST(GasFurMotion, curves_that_fly_far_from_where_they_rest_are_found_there) {
   QueryWorld world;
   CurveData data = make_hair(CurveBasis::linear, 100, 3, 0.0, 1.0, 1e-3);
   add_motion(data, 2, 0.0, 1.0, 4);
@@ -79,7 +80,7 @@ TEST(GasFurMotion, fibres_that_fly_far_from_where_they_rest_are_found_there) {
   EXPECT_GE(check.count_sure_hits(), rays.size());
 }
 
-TEST(GasFurMotion, lanes_hold_the_fibres_below_them_at_every_sample) {
+TEST(GasFurMotion, lanes_hold_the_curves_below_them_at_every_sample) {
   QueryWorld world;
   for (uint seed = 0; seed < 6; ++seed) {
     CurveData data = make_moving_hair(seed == 0 ? 1000 : 150, 3, seed);

@@ -1,4 +1,4 @@
-// The structure over fibres against brute force over all segments: nearest and all hits, what is kept, shading,
+// The structure over curves against brute force over all segments: nearest and all hits, what is kept, shading,
 // frustums, copies. Clusters and modes of frustums, which all structures share, are tested with meshes.
 #include "gas/gas_fur.h"
 
@@ -31,15 +31,15 @@ TEST(GasFur, finds_what_testing_every_segment_finds) {
   }
 }
 
-// Rays through fibres and up to two radii beside them, from near and from far away, with and without a fibre far from
+// Rays through curves and up to two radii beside them, from near and from far away, with and without a curve far from
 // all others: lanes stay as tight as they are without.
-TEST(GasFur, fibres_and_cameras_far_away_neither_lose_hits_nor_cost_visits) {
+TEST(GasFur, curves_and_cameras_far_away_neither_lose_hits_nor_cost_visits) {
   QueryWorld world;
   const CtxMotionBlur shutter(0.0, 1.0, 2);
   for (uint mask = 0; mask < 8; ++mask) {
     const bool moving = mask & 1, stray = mask & 2;
     CurveData data = make_hair(CurveBasis::linear, 300, 7, 0.0, 3.0, 1e-3, 3);
-    if (stray) add_fibre(data, {{1e5, -2e5, 1e5}, {1, 2, -1}});
+    if (stray) add_curve(data, {{1e5, -2e5, 1e5}, {1, 2, -1}});
     if (moving) add_motion(data, 2, 0.0, 1.0, 8, true);
     for (std::size_t k = 0; k < data.points.size() && moving; ++k)  // all fly alike, so that boxes stay tight
       data.motion_points[1][k].position = data.points[k].position + GMathVec3<float>(2, 3, 1);
@@ -71,12 +71,12 @@ TEST(GasFur, fibres_and_cameras_far_away_neither_lose_hits_nor_cost_visits) {
 }
 
 // The others would have oriented lanes beside it, in which it does not fit.
-TEST(GasFur, a_fibre_that_reaches_the_end_of_the_float_range_is_hit_there) {
+TEST(GasFur, a_curve_that_reaches_the_end_of_the_float_range_is_hit_there) {
   QueryWorld world;
   RandomValues random(3);
   CurveData data;
-  for (uint k = 0; k < 300; ++k) add_fibre(data, {random.get_vec(0.02), {1, 2, 3}, 0.8, 0.0, 1e-3, 2});
-  add_fibre(data, {{0, 0, 0}, {1, 2, 3}, 6e37, 0.0, 2e36, 2});
+  for (uint k = 0; k < 300; ++k) add_curve(data, {random.get_vec(0.02), {1, 2, 3}, 0.8, 0.0, 1e-3, 2});
+  add_curve(data, {{0, 0, 0}, {1, 2, 3}, 6e37, 0.0, 2e36, 2});
   const BuiltFur built(world.ctx, data);
   EXPECT_GT(built.structure.get_tree().oriented_count, 100u);
   const Vec target = Vec(data.points.back().position) * 0.7;
@@ -86,7 +86,7 @@ TEST(GasFur, a_fibre_that_reaches_the_end_of_the_float_range_is_hit_there) {
 TEST(GasFur, keeps_finite_segments_whoever_asks_for_their_boxes) {
   QueryWorld world;
   for (const uint count : {1023u, 1024u, 9000u}) {
-    CurveData data = make_hair(CurveBasis::linear, count, count, 0.0, 0.5, 0.01, 2);  // one segment a fibre
+    CurveData data = make_hair(CurveBasis::linear, count, count, 0.0, 0.5, 0.01, 2);  // one segment a curve
     std::vector<uint> valid, kept;
     for (uint k = 0; k < count; ++k) {
       if (k % 7 != 6) valid.push_back(k);
@@ -141,9 +141,9 @@ TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
 
 // A structure of one segment hands its leaf all rays at once, whatever their kinds; others one by one.
 TEST(GasFur, hits_weigh_what_the_material_and_the_kind_of_the_ray_say) {
-  for (const uint fibres : {1u, 30u}) {
+  for (const uint curve_count : {1u, 30u}) {
     QueryWorld world;
-    CurveData data = make_hair(CurveBasis::linear, fibres, 8, 0.0, 0.1, 0.05, 2);
+    CurveData data = make_hair(CurveBasis::linear, curve_count, 8, 0.0, 0.1, 0.05, 2);
     transform(data, 1.0, {0, 0, 20});
     const BuiltFur built(world.ctx, data);
     Material glass, override;
@@ -194,7 +194,7 @@ TEST(GasFur, groups_filters_and_clip_maps_leave_out_what_they_say) {
   QueryWorld world;
   CurveData data = make_hair(CurveBasis::bezier, 90, 12, 0.1);
   data.group_names.assign(6, CoreString("group"));
-  for (uint fibre = 0; fibre < 90; ++fibre) data.curve_groups.push_back(fibre * 7 % 6);
+  for (uint curve = 0; curve < 90; ++curve) data.curve_groups.push_back(curve * 7 % 6);
   const BuiltFur built(world.ctx, data), complete(world.ctx, data, false);
   const std::vector<TestRay> rays = make_curve_rays(CurveOracle(data), 200, 4);
   ShadingGroupLinks empty;
@@ -217,7 +217,7 @@ TEST(GasFur, groups_filters_and_clip_maps_leave_out_what_they_say) {
     EXPECT_TRUE(at.hit.primitive % 2 == 0 && at.hit.primitive / 2 * 7 % 6 == 0) << at.hit.primitive;
   }
 
-  // The map cuts the upper half of every fibre away: of all hits just those on the lower half are left.
+  // The map cuts the upper half of every curve away: of all hits just those on the lower half are left.
   const ClipMap clip_map(2, 1, {255, 0});
   uint count[2][2] = {{0, 0}, {0, 0}};  // [with the map][on the upper half]
   for (const bool clipped : {false, true}) {
@@ -236,7 +236,7 @@ TEST(GasFur, frustums_find_what_asking_every_segment_finds) {
   QueryWorld world;
   CurveData data = make_hair(CurveBasis::linear, 80, 21, 0.1, 0.5);
   data.group_names.assign(3, CoreString("group"));
-  for (uint fibre = 0; fibre < 80; ++fibre) data.curve_groups.push_back(fibre % 3);
+  for (uint curve = 0; curve < 80; ++curve) data.curve_groups.push_back(curve % 3);
   world.entries[1] = nullptr;
   world.shading = ShadingGroupTable(world.entries);
   const BuiltFur built(world.ctx, data);

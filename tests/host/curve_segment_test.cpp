@@ -1,4 +1,4 @@
-// Fibre segments as unions of balls, against an oracle that takes them apart into balls: rays, names of surface points,
+// Curve segments as unions of balls, against an oracle that takes them apart into balls: rays, names of surface points,
 // boxes.
 #include "vq_curve/curve_segment.h"
 
@@ -21,7 +21,7 @@ constexpr double infinity = std::numeric_limits<double>::infinity(), nan = std::
 const char* const kinds[] = {"hair",       "any",         "S",     "loop",           "cusp", "pointed",
                              "thick bend", "double ends", "point", "back and forth", "far"};
 
-/// Four balls of a fibre of the kind.
+/// Four balls of a curve of the kind.
 void add_segment(CurveData& data, const std::string& kind, RandomValues& random) {
   Vec p[4] = {random.get_vec(), random.get_vec(), random.get_vec(), random.get_vec()};
   double radius[4];
@@ -126,7 +126,7 @@ void check_rays() {
       const CurveSurfacePoint surface = curve_get_surface_point(segment, hit.u, hit.v);
       double radius = 0.0;
       for (const CurvePoint<double>& point : segment.point) radius = std::max(radius, point.radius);
-      // Near a turn of a straight fibre the distance itself is that far off.
+      // Near a turn of a straight curve the distance itself is that far off.
       const double slack = (kind == "back and forth" ? 5e-6 : 1e-7) * radius + noise * length;
       EXPECT_LE((surface.position - place).get_length(), slack) << describe(ray);
       EXPECT_NEAR(surface.normal.get_length(), 1.0, 1e-12);

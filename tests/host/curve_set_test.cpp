@@ -1,4 +1,4 @@
-// Fibres as they are stored, and as a geometry: by segment and by whole fibre.
+// Curves as they are stored, and as a geometry: by segment and by whole curve.
 #include <functional>
 
 #include "host/mesh_shots.h"
@@ -14,8 +14,8 @@ namespace {
 using Vec = GMathVec3<double>;
 using Ball = CurvePoint<double>;
 
-/// Fibres that wander from points in the cube around `centre`, in two groups by turns, sampled from time 2 on.
-CurveData make_fibres(CurveBasis basis, uint seed, uint samples = 0, double size = 1.0, const Vec& centre = {}) {
+/// Curves that wander from points in the cube around `centre`, in two groups by turns, sampled from time 2 on.
+CurveData make_curves(CurveBasis basis, uint seed, uint samples = 0, double size = 1.0, const Vec& centre = {}) {
   RandomValues random(seed);
   CurveData data;
   data.basis = basis;
@@ -35,11 +35,12 @@ CurveData make_fibres(CurveBasis basis, uint seed, uint samples = 0, double size
   return data;
 }
 
-/// The same fibres as both geometries.
+/// The same curves as both geometries.
 struct Tubes {
   explicit Tubes(const CurveData& data) {
     CoreString error;
-    EXPECT_TRUE(segments.create(CurveData(data), error) && fibres.create(CurveData(data), error)) << error.get_data();
+    EXPECT_TRUE(segments.create(CurveData(data), error) && whole_curves.create(CurveData(data), error))
+        << error.get_data();
   }
   Ball get_ball(uint segment, double u, double time = NAN) const {
     const CurveSet::MotionBlend blend = curves.get_motion_blend(time);
@@ -48,12 +49,12 @@ struct Tubes {
     return curves.get_segment<CurveShape::cubic>(segment, blend).get_ball(u);
   }
   TubeMeshFast segments;
-  TubeMesh fibres;
+  TubeMesh whole_curves;
   const CurveSet& curves = segments.get_curves();
 };
 
 TEST(CurveSet, refuses_what_does_not_fit_together) {
-  Tubes tubes(make_fibres(CurveBasis::bezier, 1));
+  Tubes tubes(make_curves(CurveBasis::bezier, 1));
   const std::function<void(CurveData&)> faults[] = {
       [](CurveData& data) { data.points.pop_back(); },
       [](CurveData& data) { data.curve_sizes[2] = 8, data.curve_sizes[4] = 12; },
@@ -62,24 +63,24 @@ TEST(CurveSet, refuses_what_does_not_fit_together) {
       [](CurveData& data) { data.motion_points[1].pop_back(); },
       [](CurveData& data) { data.motion_step = 0; }};
   for (const auto& fault : faults) {
-    CurveData data = make_fibres(CurveBasis::bezier, 2, 2);
+    CurveData data = make_curves(CurveBasis::bezier, 2, 2);
     fault(data);
     CoreString error;
     EXPECT_FALSE(tubes.segments.create(std::move(data), error)) << &fault - faults;
     EXPECT_EQ(error.get_view().back(), '.');
-    EXPECT_EQ(tubes.segments.get_primitive_count(), 7u) << "the former fibres stay";
+    EXPECT_EQ(tubes.segments.get_primitive_count(), 7u) << "the former curves stay";
   }
   EXPECT_EQ(Tubes(CurveData()).segments.get_primitive_count(), 0u);
 }
 
 TEST(CurveSet, knows_which_groups_move) {
-  CurveData data = make_fibres(CurveBasis::bspline, 3);
+  CurveData data = make_curves(CurveBasis::bspline, 3);
   data.motion_points.assign(2, data.points);
-  for (const uint point : {12, 25}) {  // the last of two fibres of the second group; the former has no segment
+  for (const uint point : {12, 25}) {  // the last of two curves of the second group; the former has no segment
     data.motion_points[1][point].radius *= 2;
-    EXPECT_EQ(Tubes(data).fibres.has_shading_group_motion(1), point == 25);
+    EXPECT_EQ(Tubes(data).whole_curves.has_shading_group_motion(1), point == 25);
   }
-  EXPECT_FALSE(Tubes(data).fibres.has_shading_group_motion(0));
+  EXPECT_FALSE(Tubes(data).whole_curves.has_shading_group_motion(0));
 }
 
 TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_ray) {
@@ -88,7 +89,7 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
   const CtxMotionBlur motion_blur(2.0, 2.5, 2);
   uint hits = 0;
   for (uint k = 0; k < scaled(4000, 400); ++k) {
-    const Tubes tubes(make_fibres(CurveBasis(k % 4), k, 2));
+    const Tubes tubes(make_curves(CurveBasis(k % 4), k, 2));
     const double time = k % 8 < 4 ? random.get(2.0, 2.5) : NAN;
     const Vec origin = random.get_vec(3.0);  // at an end of some segment, or anywhere
     const Vec end = tubes.get_ball(random.get_index(tubes.curves.get_segment_count()), k % 2, time).position;
@@ -102,22 +103,22 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
       test_primitives(world, geometry, query);
       return packet.get_nearest(0);
     };
-    const GeometryIntersection hit = trace(tubes.segments), other = trace(tubes.fibres);
+    const GeometryIntersection hit = trace(tubes.segments), other = trace(tubes.whole_curves);
     EXPECT_EQ(hit.distance, other.distance);
     if (hit.geometry == nullptr) continue;
     ++hits;
     const uint first = tubes.curves.get_first_segment(other.primitive);
     const uint count = tubes.curves.get_first_segment(other.primitive + 1) - first;
     EXPECT_EQ(hit.primitive, first + other.part);
-    const GeometrySurfacePoint point = tubes.fibres.get_surface_point(other, time);
+    const GeometrySurfacePoint point = tubes.whole_curves.get_surface_point(other, time);
     EXPECT_EQ(point.position, tubes.segments.get_surface_point(hit, time).position);
     const Ball ball = tubes.get_ball(hit.primitive, point.uv.x * count - other.part, time);
     const Vec place = packet.get_ray(0).get_point(hit.distance);
     EXPECT_LT((ball.position + point.normal * ball.radius - place).get_length(), 1e-7);
     EXPECT_LT((point.position - place).get_length(), 1e-8);
     EXPECT_TRUE(point.uv.y >= 0.0 && point.uv.y < 1.0) << point.uv.y;
-    // Boxes along the fibre hold the hit; the first axis is the fibre's chord.
-    const GMathLinearSpace3<double> space = tubes.fibres.get_primitive_space(world.ctx, other.primitive);
+    // Boxes along the curve hold the hit; the first axis is the curve's chord.
+    const GMathLinearSpace3<double> space = tubes.whole_curves.get_primitive_space(world.ctx, other.primitive);
     const Vec chord = tubes.get_ball(first + count - 1, 1).position - tubes.get_ball(first, 0).position;
     EXPECT_NEAR(space.axis[0].dot(chord), chord.get_length(), 1e-9);
     for (const GeometryIntersection& at : {hit, other}) {
@@ -143,11 +144,11 @@ TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
     for (uint segment = 0; segment < 9; ++segment) {
       EXPECT_EQ(gmath_is_valid_box(tubes.segments.get_primitive_bbox(world.ctx, segment)), segment >= 2);
       for (const double off : {0.08, 0.085}) {  // the last has a radius of 0.0823 there
-        const auto hit = shoot(world, tubes.fibres, {segment + 1.5, off, 5}, {0, 0, -1});
+        const auto hit = shoot(world, tubes.whole_curves, {segment + 1.5, off, 5}, {0, 0, -1});
         EXPECT_EQ(hit.geometry != nullptr, segment >= 2 && (segment < 8 || off < 0.082)) << segment;
       }
     }
-    EXPECT_TRUE(gmath_is_valid_box(tubes.fibres.get_primitive_bbox(world.ctx, 0)));
+    EXPECT_TRUE(gmath_is_valid_box(tubes.whole_curves.get_primitive_bbox(world.ctx, 0)));
     data.basis = CurveBasis::linear;
     EXPECT_EQ(Tubes(data).curves.get_point(10).radius, 0.0f);
     EXPECT_FLOAT_EQ(static_cast<float>(Tubes(data).segments.get_primitive_bbox(world.ctx, 9).max.x), 10.0f);
@@ -168,7 +169,7 @@ TEST(TubeGeometry, frustums_see_the_solid_and_not_its_control_points) {
     query.plane_count = query.end_plane_count = 0;
     for (const GeometryPlane& plane : planes) query.add_plane(plane);
     if (planes.size() > 1) query.end_planes[query.end_plane_count++] = query.planes[--query.plane_count];
-    tubes.fibres.frustum_hit_primitive(world.ctx, world.shader, query, 0);
+    tubes.whole_curves.frustum_hit_primitive(world.ctx, world.shader, query, 0);
     EXPECT_EQ(query.result.hit_count, mode == 0 ? query.result.finished : mode == 1 ? 1 - query.result.outside : 0);
     return query.result.hit_count == 1;
   };

@@ -24,12 +24,12 @@ constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
 enum Kind { uniform, slanted, identical, coplanar, concentric, geometric, huge, with_infinite, with_nan, kind_count };
 
-/// The line from the lowest to the highest corner of a box: a thin fibre that the box holds.
-Box measure_fibre(const Box& box, const Space& space) {
+/// The line from the lowest to the highest corner of a box: a thin curve that the box holds.
+Box measure_curve(const Box& box, const Space& space) {
   const GMathLinearSpace3<double> wide(space);
-  GMathBbox3<double> fibre;
-  for (const GMathVec3<float>& end : {box.min, box.max}) fibre.add(wide.measure(GMathVec3<double>(end)));
-  return Box(fibre);
+  GMathBbox3<double> curve;
+  for (const GMathVec3<float>& end : {box.min, box.max}) curve.add(wide.measure(GMathVec3<double>(end)));
+  return Box(curve);
 }
 
 /// Boxes, and everything a strategy is told of them.
@@ -52,8 +52,8 @@ struct Scene {
     for (const float value : values) weights.push_back(std::bit_cast<u32>(value));
     ctx.item_weights = weights.data();
   }
-  /// Makes the items fibres, each along its box's diagonal.
-  void set_fibres() {
+  /// Makes the items curves, each along its box's diagonal.
+  void set_curves() {
     for (const Box& box : boxes) {
       const GMathVec3<double> x = GMathVec3<double>(box.get_extent()).get_normalized();
       const GMathVec3<double> y = x.cross({1.0, 0.0, 0.0}).get_normalized();
@@ -64,7 +64,7 @@ struct Scene {
     ctx.measure_owner = this;
     ctx.measure_set = [](const CoreBasicArray<uint>& items, const Space& space, void* owner, SysThreadManager*) {
       Box box;
-      for (const uint item : items) box.add(measure_fibre(static_cast<const Scene*>(owner)->boxes[item], space));
+      for (const uint item : items) box.add(measure_curve(static_cast<const Scene*>(owner)->boxes[item], space));
       return box;
     };
   }
@@ -108,7 +108,7 @@ bool split(Scene& scene, Strategy& strategy, const GasBvhSplitSetGeom& set, GasB
   return strategy.split(scene.ctx, set, left, right, aligned, threads);
 }
 
-/// Axes at right angles, extents that can be inverted in single precision, and every fibre inside that is finite.
+/// Axes at right angles, extents that can be inverted in single precision, and every curve inside that is finite.
 void expect_refitted(const Scene& scene, const GasBvhSplitSetGeom& set) {
   const GMathVec3<float> extent = set.space_box.get_extent();
   const float largest = std::max({extent.x, extent.y, extent.z});
@@ -121,14 +121,14 @@ void expect_refitted(const Scene& scene, const GasBvhSplitSetGeom& set) {
     EXPECT_GE(extent[axis], std::max({largest * 1e-6f, farthest * 0x1p-20f, 1e-18f}));
   }
   for (uint k = set.first; k < set.first + set.count; ++k) {
-    Box box = measure_fibre(scene.boxes[scene.order[k]], set.space);
+    Box box = measure_curve(scene.boxes[scene.order[k]], set.space);
     if (!std::isfinite(box.get_half_area())) continue;
     box.add(set.space_box);
     EXPECT_EQ(box, set.space_box);
   }
 }
 
-/// Splits on until sets have at most `enough` items and returns the depth. Of fibres every other half is refitted, as
+/// Splits on until sets have at most `enough` items and returns the depth. Of curves every other half is refitted, as
 /// below an oriented node, and checked.
 template <class Strategy = GasBvhSplitAligned>
 uint split_down(Scene& scene, SysThreadManager* threads, uint enough = 1) {
@@ -297,7 +297,7 @@ TEST(GasBvhSplitAligned, large_sets_are_cut_by_weight_too) {
   EXPECT_TRUE(left.count > 2500 && left.count < 8000) << left.count;
 }
 
-TEST(GasBvhSplitUnaligned, any_fibres_come_apart_and_every_set_has_a_frame) {
+TEST(GasBvhSplitUnaligned, any_curves_come_apart_and_every_set_has_a_frame) {
   for (uint kind = 0; kind < kind_count; ++kind) {
     for (const uint count : {2u, 3u, 16u, 17u, 4500u}) {
       SCOPED_TRACE("kind " + std::to_string(kind) + ", items " + std::to_string(count));
@@ -305,17 +305,17 @@ TEST(GasBvhSplitUnaligned, any_fibres_come_apart_and_every_set_has_a_frame) {
       if (kind == coplanar)
         for (Box& box : boxes) box.min.x += 1e6f, box.max.x += 1e6f;  // and far away
       Scene scene(boxes);
-      scene.set_fibres();
+      scene.set_curves();
       EXPECT_LE(split_down<GasBvhSplitUnaligned>(scene, nullptr), 100u);
     }
   }
 }
 
-TEST(GasBvhSplitUnaligned, oriented_boxes_are_for_slanted_fibres_where_they_are_not_too_dear) {
+TEST(GasBvhSplitUnaligned, oriented_boxes_are_for_slanted_curves_where_they_are_not_too_dear) {
   const auto is_oriented = [](const GMathVec3<float>& along, float oriented_cost) {
     Scene scene(make_boxes(uniform, 1000, 3));
     for (Box& box : scene.boxes) box = Box(box.min * 0.1f, box.min * 0.1f + along);
-    scene.set_fibres();
+    scene.set_curves();
     scene.ctx.oriented_cost = oriented_cost;
     GasBvhSplitUnaligned strategy;
     GasBvhSplitSetGeom left, right;
@@ -328,11 +328,11 @@ TEST(GasBvhSplitUnaligned, oriented_boxes_are_for_slanted_fibres_where_they_are_
   EXPECT_FALSE(is_oriented({0.3f, 0.25f, 0.2f}, 1e6f));
 }
 
-TEST(GasBvhSplitUnaligned, frames_follow_the_fibres) {
+TEST(GasBvhSplitUnaligned, frames_follow_the_curves) {
   const GMathVec3<float> none, along(0.6f, 0.64f, 0.48f), beside(0.64f, -0.6f, 0.0f);
-  const auto expect_extents = [](const std::vector<Box>& fibres, float x, float y) {
-    Scene scene(fibres);
-    scene.set_fibres();
+  const auto expect_extents = [](const std::vector<Box>& curves, float x, float y) {
+    Scene scene(curves);
+    scene.set_curves();
     GasBvhSplitSetGeom set = scene.get_root();
     GasBvhSplitUnaligned().refit(scene.ctx, set, nullptr);
     const float extents[3] = {x, y, 0.0f};
@@ -347,12 +347,12 @@ TEST(GasBvhSplitUnaligned, frames_follow_the_fibres) {
 // Trees over boxes are compared for all numbers of threads where they are built.
 TEST(GasBvhSplitUnaligned, one_thread_and_many_give_the_same_order) {
   Scene serial(make_boxes(slanted, 70000, 9));
-  serial.set_fibres();
+  serial.set_curves();
   split_down<GasBvhSplitUnaligned>(serial, nullptr, 100);
   for (const uint thread_count : {2u, 8u}) {
     SysThreadManager threads(thread_count);
     Scene parallel(serial.boxes);
-    parallel.set_fibres();
+    parallel.set_curves();
     EXPECT_EQ(parallel.ctx.compute_items_bbox(serial.get_root(), &threads), serial.get_root().box);
     split_down<GasBvhSplitUnaligned>(parallel, &threads, 100);
     EXPECT_TRUE(parallel.order == serial.order) << thread_count << " threads";
