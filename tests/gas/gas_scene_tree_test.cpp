@@ -378,7 +378,7 @@ TEST(GasSceneTree, frustums_are_told_the_instances_that_they_come_through) {
   }
 }
 
-// Rays of other types are tested in packets.
+// Rays of other types are tested in the flattened scene.
 TEST(GasSceneTree, the_shader_s_override_and_the_kind_of_a_frustum_say_what_is_entered) {
   QueryWorld world;
   const NestedSpheres spheres(world);

@@ -2,6 +2,7 @@
 // made for what moves only and forgotten with what it was made for.
 #include <gtest/gtest.h>
 
+#include "gas/gas_geometry.h"
 #include "support/curve_check.h"
 #include "support/fake_geometry.h"
 #include "support/progress_trace.h"
@@ -93,6 +94,7 @@ TEST_F(GasStructures, have_class_records_under_their_names) {
   } rows[] = {{"GasClusterable", GasClusterable::class_info(), GasObject::class_info()},
               {"GasGeometryBase", GasGeometryBase::class_info(), GasClusterable::class_info()},
               {"GasGeometryBvh4", mesh.structure->get_class_info(), GasGeometryBase::class_info()},
+              {"GasGeometry", GasGeometry().get_class_info(), GasGeometryBase::class_info()},
               {"GasFur", fur.structure.get_class_info(), GasClusterable::class_info()},
               {"GasSceneTree", scene->get_class_info(), GasObject::class_info()}};
   for (const auto& row : rows) {
@@ -109,6 +111,12 @@ TEST_F(GasStructures, count_their_memory) {
 
 TEST_F(GasStructures, forget_motion_with_what_it_was_made_for) {
   expect_motion_to_be_forgotten(*mesh.structure, *other_mesh.structure, [&](GasGeometryBvh4& structure) {
+    structure.create(world.ctx, other_mesh.mesh.get(), other_mesh.mesh.get(), nullptr);
+  });
+  GasGeometry grid, other_grid;
+  grid.create(world.ctx, mesh.mesh.get(), mesh.mesh.get(), nullptr);
+  other_grid.create(world.ctx, other_mesh.mesh.get(), other_mesh.mesh.get(), nullptr);
+  expect_motion_to_be_forgotten(grid, other_grid, [&](GasGeometry& structure) {
     structure.create(world.ctx, other_mesh.mesh.get(), other_mesh.mesh.get(), nullptr);
   });
   expect_motion_to_be_forgotten(fur.structure, other_fur.structure, [&](GasFur& structure) {
