@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 
 /// Position at time t of a vertex whose static position is `p`.
 using Motion = Point (*)(const Point& p, double t);

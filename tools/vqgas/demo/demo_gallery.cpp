@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 
 /// A round floor of tiles in two tones, each tile a low box with a gap around it.
 void add_floor(MeshBuilder& builder) {

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 constexpr double degree = pi / 180.0;
 
 using Keys = std::vector<ModuleMatrixKey>;

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 
 /// A hill or a hollow: 1 in its middle.
 double get_bump(double across, double near, double width, double length) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 
 void add_fleece(MeshBuilder& builder, uint group) {
   add_sphere(builder, {0.0, 0.3, 0.0}, 0.22, 32, group,

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 
 /// A stalk that stands at `foot`, leans into the direction `angle` and is rolled up at its end, as young fern is.
 struct Frond {

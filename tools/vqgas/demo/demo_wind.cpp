@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr double pi = std::numbers::pi;
+using std::numbers::pi;
 constexpr uint sample_count = 9;  // over the times 0 to 1, as in the other moving scenes
 constexpr double meadow_radius = 2.4;
 
