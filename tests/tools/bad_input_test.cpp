@@ -244,6 +244,7 @@ TEST(VqgasBadInput, command_lines_that_make_no_sense_give_exit_code_2) {
   folder.write("cube.obj", make_cube_obj(1.0));
   std::vector<std::vector<std::string>> lines = {{}, {"frobnicate"}, {"info"}, {"render", "cube.obj"}};
   lines.push_back({"render", "cube.obj", "-o", "out.jpg"});
+  lines.push_back({"info", "cube.obj", "--structure", "octree"});
   lines.push_back({"info", "cube.obj", "--threads", "0"});
   lines.push_back({"groom", "cube.obj", "-o", "fur.obj"});
   lines.push_back({"groom", "cube.obj", "-o", "fur.hair", "--strands", "9", "--density", "9"});

@@ -55,3 +55,17 @@ TEST(VqgasInfo, numbers_agree_with_the_file_and_with_each_other) {
     EXPECT_LE(stages, 1.05 * whole + 1e-3);
   }
 }
+
+TEST(VqgasInfo, a_grid_builds_only_the_parts_that_rays_reach) {
+  const TestFolder folder;
+  const ProgramResult result =
+      run_vqgas(folder.get_path(), {"info", "demo:knot", "--structure", "grid", "--json", "-"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const auto report = nlohmann::json::parse(result.out)[0];
+  EXPECT_EQ(report["primitives"]["kept"], 43200);
+  const auto& grid = report["grid"];
+  EXPECT_EQ(grid["built_before_rays"], 0);
+  EXPECT_GT(grid["built_after_rays"], 0);
+  EXPECT_LT(grid["built_after_rays"], grid["parts"]);  // the far side of the tube is out of sight
+  EXPECT_GT(grid["bytes_after_rays"], grid["bytes_before_rays"]);
+}

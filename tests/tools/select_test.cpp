@@ -83,6 +83,8 @@ TEST(VqgasSelect, cubes_in_a_rectangle_or_a_box_are_those_whose_corners_say_so) 
   EXPECT_EQ(select(folder, with_mode("all")), all);
   EXPECT_EQ(select(folder, {"--box", "-2.5,-2,-1/0.1,-0.1,1", "--mode", "any"}), (std::set<int>{0, 1, 2, 5, 6, 7}));
   EXPECT_EQ(select(folder, {"--box", "-2.5,-2,-1.1/0.1,-0.1,1", "--mode", "all"}), (std::set<int>{0, 1, 5, 6}));
+  EXPECT_EQ(select(folder, {"--box", "-2.5,-2,-1.1/0.1,-0.1,1", "--mode", "all", "--structure", "grid"}),
+            (std::set<int>{0, 1, 5, 6}));
   EXPECT_EQ(select(folder, {"--box", "9,9,9/10,10,10", "--mode", "any"}), std::set<int>{});
 
   const ProgramResult csv = run_vqgas(folder.get_path(), {"select", "cube3.obj", "-o", "seen.png"});

@@ -105,19 +105,25 @@ TEST(VqgasTrace, rays_see_a_moving_mesh_at_their_own_times) {
   }
 }
 
-TEST(VqgasTrace, threads_do_not_change_a_byte) {
+TEST(VqgasTrace, threads_and_structure_do_not_change_a_byte) {
   const TestFolder folder;
   std::ostringstream rays;
   for (int k = 0; k < 20000; ++k)
     rays << 6 * std::sin(k) << ',' << 6 * std::cos(k) << ",3," << -std::sin(1.1 * k) << ',' << -std::cos(k)
          << ",-0.5\n";
-  const std::vector<std::string> line = {"trace", "demo:gallery", "--all", "--threads"};
-  std::string out[2];
-  for (const int threads : {1, 3}) {
-    std::vector<std::string> with_threads = line;
-    with_threads.push_back(std::to_string(threads));
-    out[threads / 2] = run_vqgas(folder.get_path(), with_threads, rays.str()).out;
-  }
-  EXPECT_GT(out[0].size(), 100000u);
-  EXPECT_TRUE(out[0] == out[1]);
+  const auto trace = [&](std::vector<std::string> arguments, const std::string& text) {
+    arguments.insert(arguments.begin(), "trace");
+    return run_vqgas(folder.get_path(), arguments, text).out;
+  };
+  const std::string one = trace({"demo:gallery", "--all", "--threads", "1"}, rays.str());
+  EXPECT_GT(one.size(), 100000u);
+  EXPECT_TRUE(one == trace({"demo:gallery", "--all", "--threads", "3"}, rays.str()));
+  EXPECT_TRUE(one == trace({"demo:gallery", "--all", "--structure", "grid"}, rays.str()));
+  std::string moving;
+  std::istringstream lines(rays.str());
+  for (std::string line; std::getline(lines, line);)
+    moving += line + ",0,100," + (moving.size() % 2 == 0 ? "0.3\n" : "0.7\n");
+  const std::string hits = trace({"demo:mills"}, moving);
+  EXPECT_GT(hits.size(), 100000u);
+  EXPECT_TRUE(hits == trace({"demo:mills", "--structure", "grid"}, moving));
 }

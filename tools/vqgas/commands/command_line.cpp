@@ -60,7 +60,17 @@ std::string get_file_help() {
          list_demo_scenes();
 }
 
-void add_hair_options(CLI::App& command, HairSettings& hair) {
+void add_shape_options(CLI::App& command, ShapeSettings& shapes) {
+  const auto set_structure = [&shapes](const std::string& name) {
+    shapes.structure = name == "grid" ? MeshStructure::grid : MeshStructure::bvh4;
+  };
+  command
+      .add_option_function<std::string>("--structure", set_structure,
+                                        "Over meshes. bvh4: a tree with four children a node, built at once; grid: "
+                                        "parts that are built when a query first reaches them")
+      ->check(CLI::IsMember({"bvh4", "grid"}))
+      ->default_str("bvh4");
+  HairSettings& hair = shapes.hair;
   command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
 }
@@ -88,7 +98,7 @@ void add_info(CLI::App& app, InfoOptions& options) {
       ->capture_default_str()
       ->check(is_finite_number());
   add_rate_option(*command, options);
-  add_hair_options(*command, options.hair);
+  add_shape_options(*command, options.shapes);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
   command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
 }
@@ -126,7 +136,7 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
       ->type_name("N");
   add_rate_option(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
-  add_hair_options(*command, options.hair);
+  add_shape_options(*command, options.shapes);
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(
       "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
@@ -145,7 +155,7 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
   command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
   command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
   add_rate_option(*command, options);
-  add_hair_options(*command, options.hair);
+  add_shape_options(*command, options.shapes);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number, shape by\n"
@@ -181,7 +191,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
       ->capture_default_str()
       ->check(is_finite_number());
   add_rate_option(*command, options);
-  add_hair_options(*command, options.hair);
+  add_shape_options(*command, options.shapes);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Objects count from 0 in the order of the files. Deforming shapes of built-in scenes are static.\n"

@@ -20,7 +20,7 @@ struct CommonOptions {
 };
 
 struct SceneOptions : CommonOptions {
-  HairSettings hair;
+  ShapeSettings shapes;
   double frames_per_second = 24.0;
 };
 

@@ -15,7 +15,7 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   display.set_unit("primitives");
   HeldMessages messages;
-  const QueryScene scene(application, std::move(source), options.hair, options.frame);
+  const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
   return make_scene_report(file, scene, display.take_task_seconds());
 }

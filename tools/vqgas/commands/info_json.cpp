@@ -9,13 +9,16 @@ using Json = nlohmann::ordered_json;
 void add_tree(Json& json, const TreeReport& tree, const char* bytes_name) {
   json["box"] = {{"min", {tree.bbox.min.x, tree.bbox.min.y, tree.bbox.min.z}},
                  {"max", {tree.bbox.max.x, tree.bbox.max.y, tree.bbox.max.z}}};
-  json["nodes"] = {{"aligned", tree.statistics.aligned_nodes},
-                   {"quantized", tree.statistics.quantized_nodes},
-                   {"oriented", tree.statistics.oriented_nodes}};
-  json["leaves"] = tree.statistics.leaves;
-  json["depth"] = tree.statistics.depth;
-  json["children_per_node"] = tree.statistics.children_per_node;
-  json["surface_area_cost"] = tree.statistics.surface_area_cost;
+  if (tree.statistics) {
+    const BvhStatistics& statistics = *tree.statistics;
+    json["nodes"] = {{"aligned", statistics.aligned_nodes},
+                     {"quantized", statistics.quantized_nodes},
+                     {"oriented", statistics.oriented_nodes}};
+    json["leaves"] = statistics.leaves;
+    json["depth"] = statistics.depth;
+    json["children_per_node"] = statistics.children_per_node;
+    json["surface_area_cost"] = statistics.surface_area_cost;
+  }
   Json& bytes = json[bytes_name];
   for (const ArrayBytes& array : tree.arrays) bytes[array.name] = double(array.bytes) / std::max(tree.kept, 1u);
   bytes["sum"] = double(get_sum(tree.arrays)) / std::max(tree.kept, 1u);
@@ -31,6 +34,15 @@ void add_shape(Json& json, const ShapeReport& shape) {
   if (shape.is_hair) {
     json["strands"] = shape.strands;
     json["shape"] = shape.is_cubic ? "cubic" : "linear";
+  }
+  json["structure"] = shape.is_hair ? "fur" : shape.grid ? "grid" : "bvh4";
+  if (shape.grid) {
+    const GridReport& grid = *shape.grid;
+    json["grid"] = {{"parts", grid.parts},
+                    {"built_before_rays", grid.built_before},
+                    {"built_after_rays", grid.built_after},
+                    {"bytes_before_rays", grid.bytes_before},
+                    {"bytes_after_rays", grid.bytes_after}};
   }
   add_tree(json, shape.tree, "bytes_per_primitive");
   for (const ClusterCount& clusters : shape.clusters)

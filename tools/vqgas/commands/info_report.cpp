@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "tools/vqgas/render/render.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
@@ -23,6 +24,41 @@ TreeReport make_tree_report(const GasBvh<4>& tree, const GasObject& structure) {
           structure.get_bbox()};
 }
 
+TreeReport make_grid_report(const GasGeometry& structure) {
+  return {std::nullopt,
+          structure.get_primitive_count(),
+          {{"grid and object", structure.get_memory_size()}},
+          structure.get_bbox()};
+}
+
+/// Of all shapes, in their order; none for those without a grid. Shoots the rays.
+std::vector<std::optional<GridReport>> examine_grids(const QueryScene& scene) {
+  std::vector<std::optional<GridReport>> reports;
+  bool has_grid = false;
+  for (const SceneShape& shape : scene.get_shapes()) {
+    reports.emplace_back();
+    if (shape.grid == nullptr) continue;
+    has_grid = true;
+    const GasGridTree& grid = shape.grid->get_grid();
+    const u64 bytes = shape.grid->get_memory_size();
+    reports.back() = {grid.get_part_count(), grid.get_built_part_count(), 0, bytes, bytes};
+  }
+  if (!has_grid) return reports;
+  RenderSettings settings;
+  settings.width = settings.height = 64;
+  settings.layers = {Layer::depth};
+  settings.camera = frame_boxes("three-quarter", scene.get_tight_boxes(), 1.0);
+  RayCounts counts;
+  render_picture(scene, settings, nullptr, counts);
+  for (std::size_t k = 0; k < reports.size(); ++k) {
+    if (!reports[k]) continue;
+    const GasGeometry& structure = *scene.get_shapes()[k].grid;
+    reports[k]->built_after = structure.get_grid().get_built_part_count();
+    reports[k]->bytes_after = structure.get_memory_size();
+  }
+  return reports;
+}
+
 ShapeReport make_shape_report(const SceneShape& shape) {
   ShapeReport report = {};
   report.name = shape.name;
@@ -34,7 +70,11 @@ ShapeReport make_shape_report(const SceneShape& shape) {
     report.is_cubic = shape.hair->get_curves().get_shape() == CurveShape::cubic;
     report.strands = shape.hair->get_curves().get_curve_count();
   }
-  report.tree = make_tree_report(*shape.tree, *shape.structure);
+  if (shape.tree != nullptr) {
+    report.tree = make_tree_report(*shape.tree, *shape.structure);
+  } else {
+    report.tree = make_grid_report(*shape.grid);
+  }
   for (const uint requested : {16u, 64u, 1024u}) {
     CoreVector<void*> clusters;
     shape.structure->get_clusters(clusters, requested, 0.5f);
@@ -104,9 +144,11 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   report.threads = scene.get_application().get_thread_count();
   report.stages = std::move(stages);
   report.build_seconds = scene.get_build_seconds();
+  const std::vector<std::optional<GridReport>> grids = examine_grids(scene);
   for (const SceneShape& shape : scene.get_shapes()) {
     throw_if_interrupted();
     report.shapes.push_back(make_shape_report(shape));
+    report.shapes.back().grid = grids[report.shapes.size() - 1];
   }
   SceneExaminer examiner(report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);

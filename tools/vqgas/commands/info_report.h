@@ -3,6 +3,7 @@
 // The report of `vqgas info` on a file.
 #pragma once
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,18 +22,26 @@ struct ClusterCount {
 
 /// A tree, its statistics and its memory.
 struct TreeReport {
-  BvhStatistics statistics;
-  uint kept;  ///< items in it
+  std::optional<BvhStatistics> statistics;  ///< none for a grid
+  uint kept;                                ///< items in it
   std::vector<ArrayBytes> arrays;
   GMathBbox3<double> bbox;
+};
+
+/// A grid before any query and after the rays of a small picture from three-quarter view.
+struct GridReport {
+  uint parts;
+  uint built_before, built_after;  ///< parts
+  u64 bytes_before, bytes_after;
 };
 
 struct ShapeReport {
   std::string name;  ///< in the file, else of the first object that shows it
   bool is_hair, is_cubic;
   uint primitives, points, groups, strands;
-  uint shown;  ///< number of objects that show it; objects of a group count once
-  TreeReport tree;
+  uint shown;                      ///< number of objects that show it; objects of a group count once
+  TreeReport tree;                 ///< of a grid its memory after the rays
+  std::optional<GridReport> grid;  ///< none for another structure
   std::vector<ClusterCount> clusters;
 };
 

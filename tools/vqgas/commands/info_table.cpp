@@ -23,19 +23,28 @@ void print_box(const GMathBbox3<double>& box) {
 
 /// @param item  name of one item of the tree
 void print_tree(const TreeReport& tree, const char* item) {
-  print_row("aligned nodes", "%11u", tree.statistics.aligned_nodes);
-  print_row("quantized nodes", "%11u", tree.statistics.quantized_nodes);
-  print_row("oriented nodes", "%11u", tree.statistics.oriented_nodes);
-  print_row("leaves", "%11u", tree.statistics.leaves);
-  print_row("depth", "%11u", tree.statistics.depth);
-  print_row("children per node", "%11.2f", tree.statistics.children_per_node);
-  print_row("surface-area cost", "%11.2f", tree.statistics.surface_area_cost);
+  if (tree.statistics) {
+    const BvhStatistics& statistics = *tree.statistics;
+    print_row("aligned nodes", "%11u", statistics.aligned_nodes);
+    print_row("quantized nodes", "%11u", statistics.quantized_nodes);
+    print_row("oriented nodes", "%11u", statistics.oriented_nodes);
+    print_row("leaves", "%11u", statistics.leaves);
+    print_row("depth", "%11u", statistics.depth);
+    print_row("children per node", "%11.2f", statistics.children_per_node);
+    print_row("surface-area cost", "%11.2f", statistics.surface_area_cost);
+  }
   if (tree.kept == 0) return;
   std::printf("  bytes per %s\n", item);
   for (const ArrayBytes& array : tree.arrays)
     if (array.bytes != 0) print_row(array.name, "%11.2f", double(array.bytes) / tree.kept);
   const u64 sum = get_sum(tree.arrays);
   print_row("sum", "%11.2f  (%.2f MB)", double(sum) / tree.kept, 1e-6 * double(sum));
+}
+
+void print_grid(const GridReport& grid) {
+  print_row("parts of the grid", "%11u", grid.parts);
+  print_row("  built before any query", "%11u  (%.2f MB)", grid.built_before, 1e-6 * double(grid.bytes_before));
+  print_row("  built after 64 x 64 rays", "%11u  (%.2f MB)", grid.built_after, 1e-6 * double(grid.bytes_after));
 }
 
 void print_shape(const ShapeReport& shape) {
@@ -48,6 +57,7 @@ void print_shape(const ShapeReport& shape) {
   print_row(shape.is_hair ? "points, shading groups" : "vertices, shading groups", "%11u, %u", shape.points,
             shape.groups);
   print_box(shape.tree.bbox);
+  if (shape.grid) print_grid(*shape.grid);
   print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");
   for (const ClusterCount& clusters : shape.clusters)
     print_row(("clusters at " + std::to_string(clusters.requested)).c_str(), "%11u", clusters.made);
@@ -79,10 +89,14 @@ void print_shape_list(const std::vector<ShapeReport>& shapes) {
   std::printf("  %5s %8s %10s %8s %9s %10s  shape\n", "", "shown", "primitives", "dropped", "MB", "area cost");
   for (std::size_t k = 0; k < std::min(shapes.size(), row_limit); ++k) {
     const ShapeReport& shape = shapes[k];
-    std::printf("  %5zu %8u %10u %8u %9.3f %10.2f  %s%s\n", k, shape.shown, shape.primitives,
-                shape.primitives - shape.tree.kept, 1e-6 * double(get_sum(shape.tree.arrays)),
-                shape.tree.statistics.surface_area_cost, make_printable(shape.name).c_str(),
-                shape.is_hair ? " (hair)" : "");
+    char cost[32] = "-";
+    if (shape.tree.statistics) std::snprintf(cost, sizeof(cost), "%.2f", shape.tree.statistics->surface_area_cost);
+    std::printf("  %5zu %8u %10u %8u %9.3f %10s  %s%s\n", k, shape.shown, shape.primitives,
+                shape.primitives - shape.tree.kept, 1e-6 * double(get_sum(shape.tree.arrays)), cost,
+                make_printable(shape.name).c_str(),
+                shape.is_hair ? " (hair)"
+                : shape.grid  ? " (grid)"
+                              : "");
   }
   print_rest(shapes.size());
 }
@@ -119,7 +133,7 @@ void print_group_list(const std::vector<ObjectsReport>& groups) {
     const std::size_t kept = count_kept(group);
     std::printf("  %5zu %8zu %8zu %10.0f %8u %9.3f %10.2f  %s\n", k, group.objects.size(), group.objects.size() - kept,
                 group.primitives, group.tree.kept, 1e-6 * double(get_sum(group.tree.arrays)),
-                group.tree.statistics.surface_area_cost, make_printable(group.name).c_str());
+                group.tree.statistics->surface_area_cost, make_printable(group.name).c_str());
   }
   print_rest(groups.size());
 }

@@ -130,11 +130,11 @@ void run_render(const RenderOptions& options) {
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
-  HairSettings hair = options.hair;
+  ShapeSettings shapes = options.shapes;
   const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);
-  hair.has_all_hits_queries = counts > 0;
-  hair.has_nearest_queries = std::ssize(options.layers) > counts;
-  QueryScene scene(application, std::move(source), hair, times.open);
+  shapes.hair.has_all_hits_queries = counts > 0;
+  shapes.hair.has_nearest_queries = std::ssize(options.layers) > counts;
+  QueryScene scene(application, std::move(source), shapes, times.open);
   if (!options.quiet) messages.release();
   if (options.frame || options.shutter) {
     scene.set_shutter(times);

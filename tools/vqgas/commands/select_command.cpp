@@ -84,7 +84,7 @@ void run_select(const SelectOptions& options) {
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
-  const QueryScene scene(application, load_scene(options.files, times), options.hair, options.frame);
+  const QueryScene scene(application, load_scene(options.files, times), options.shapes, options.frame);
   if (!options.quiet) messages.release();
   const double aspect = double(options.width) / options.height;
   const Camera camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);

@@ -192,11 +192,11 @@ void run_trace(const TraceOptions& options) {
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
-  HairSettings hair = options.hair;
-  hair.has_nearest_queries = !options.all;
-  hair.has_all_hits_queries = options.all;
+  ShapeSettings shapes = options.shapes;
+  shapes.hair.has_nearest_queries = !options.all;
+  shapes.hair.has_all_hits_queries = options.all;
   const SceneTimes times = get_times(rays, options.frames_per_second);
-  QueryScene scene(application, load_scene({options.file}, times), hair);
+  QueryScene scene(application, load_scene({options.file}, times), shapes);
   if (!options.quiet) messages.release();
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   if (has_times) scene.set_shutter(times);

@@ -50,7 +50,7 @@ SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint l
 
 }  // namespace
 
-QueryScene::QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings, double frame)
+QueryScene::QueryScene(AppBase& application, SceneSource&& source, const ShapeSettings& settings, double frame)
     : application_(application), factory_(application), ctx_(factory_) {
   const auto begin = std::chrono::steady_clock::now();
   note_keys(source.objects);
@@ -75,7 +75,7 @@ void QueryScene::check_files(const std::vector<SceneFile>& files) const {
   for (const SceneFile& file : files) {
     const auto end = shape + static_cast<std::ptrdiff_t>(file.shape_count);
     const bool is_hair = shape != end && shape->hair != nullptr;
-    if (std::all_of(shape, end, [](const SceneShape& empty) { return empty.tree->is_empty(); }))
+    if (std::all_of(shape, end, [](const SceneShape& empty) { return empty.get_kept_count() == 0; }))
       throw InputError(file.name,
                        is_hair ? "holds no segment with finite points" : "holds no polygon with finite corners");
     shape = end;
@@ -84,7 +84,7 @@ void QueryScene::check_files(const std::vector<SceneFile>& files) const {
     throw InputError(files.front().name, "holds no object with a place: all matrices are singular or not finite");
 }
 
-void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const HairSettings& settings) {
+void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const ShapeSettings& settings) {
   std::size_t whole = 0;
   for (const ShapeSource& source : sources) whole += get_weight(source);
   shapes_.reserve(sources.size());  // objects keep references
@@ -159,7 +159,7 @@ uint QueryScene::get_primitive_count() const {
 
 uint QueryScene::get_kept_count() const {
   uint count = 0;
-  for (const SceneShape& shape : shapes_) count += shape.tree->item_count;
+  for (const SceneShape& shape : shapes_) count += shape.get_kept_count();
   return count;
 }
 

@@ -39,7 +39,7 @@ class QueryScene {
   /// Builds all structures on all threads of the application, which must outlive the scene. Until set_shutter() the
   /// scene is static: moving objects have their matrices at `frame`, deforming shapes their static points. Throws
   /// InputError when a shape is invalid or a file has no valid primitive, Interrupted after a stop request.
-  QueryScene(AppBase& application, SceneSource&& source, const HairSettings& settings, double frame = 0.0);
+  QueryScene(AppBase& application, SceneSource&& source, const ShapeSettings& settings, double frame = 0.0);
   QueryScene(const QueryScene&) = delete;
   QueryScene& operator=(const QueryScene&) = delete;
 
@@ -96,7 +96,7 @@ class QueryScene {
   double get_shape_time(double time) const;
 
  private:
-  void build_shapes(std::vector<ShapeSource>& sources, const HairSettings& settings);
+  void build_shapes(std::vector<ShapeSource>& sources, const ShapeSettings& settings);
   void note_keys(const std::vector<ObjectSource>& objects);
   void check_files(const std::vector<SceneFile>& files) const;
   void add_shape(SceneShape&& shape, const std::vector<Color>& group_colors);

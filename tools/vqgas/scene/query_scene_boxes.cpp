@@ -35,6 +35,23 @@ void add_hair_boxes(const CurveSet& curves, double time, uint box_count, Boxes& 
   }
 }
 
+/// Boxes of consecutive primitives, for structures with a single cluster.
+void add_primitive_boxes(const CtxEval& ctx, const GeometryObject& geometry, const CtxMotionBlur* motion_blur,
+                         double time, uint box_count, Boxes& boxes) {
+  const uint count = geometry.get_primitive_count(), run = 1 + count / box_count;
+  for (uint first = 0; first < count; first += run) {
+    GMathBbox3<double> box;
+    box.set_empty();
+    for (uint primitive = first; primitive < std::min(first + run, count); ++primitive) {
+      const GMathBbox3<double> own = motion_blur != nullptr ? geometry.get_primitive_bbox_at(ctx, time, primitive)
+                                                            : geometry.get_primitive_bbox(ctx, primitive);
+      // Other primitives are not in the structure.
+      if (own.get_extent().get_length() < std::numeric_limits<double>::max()) box.add(own);
+    }
+    if (box.min.x <= box.max.x) boxes.push_back(box);
+  }
+}
+
 /// In the shape's space; static if `motion_blur` is null.
 Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMotionBlur* motion_blur, double time,
                       uint box_count) {
@@ -43,6 +60,10 @@ Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMoti
     const CurveSet& curves = shape.hair->get_curves();
     if (curves.get_shape() == CurveShape::linear) add_hair_boxes<CurveShape::linear>(curves, time, box_count, boxes);
     if (curves.get_shape() == CurveShape::cubic) add_hair_boxes<CurveShape::cubic>(curves, time, box_count, boxes);
+    return boxes;
+  }
+  if (shape.grid != nullptr) {
+    add_primitive_boxes(ctx, *shape.geometry, motion_blur, time, box_count, boxes);
     return boxes;
   }
   CoreVector<void*> clusters;

@@ -9,17 +9,30 @@
 
 namespace {
 
-SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, AppProgressBar* progress) {
-  const auto mesh = std::make_shared<PolyMesh>();
+/// Builds the structure over a mesh and stores it in the shape.
+void add_mesh_structure(const CtxEval& ctx, const GeometryObject& mesh, MeshStructure kind, AppProgressBar* progress,
+                        SceneShape& shape) {
+  if (kind == MeshStructure::grid) {
+    const auto grid = std::make_shared<GasGeometry>();
+    grid->create(ctx, &mesh, &mesh, progress);
+    shape.grid = grid.get();
+    shape.structure = shape.all_hits_structure = grid;
+    return;
+  }
   const auto structure = std::make_shared<GasGeometryBvh4>();
+  structure->create(ctx, &mesh, &mesh, progress);
+  shape.tree = &structure->get_tree();
+  shape.structure = shape.all_hits_structure = structure;
+}
+
+SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, MeshStructure kind, AppProgressBar* progress) {
+  const auto mesh = std::make_shared<PolyMesh>();
   CoreString fault;
   if (!mesh->create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
-  structure->create(ctx, mesh.get(), mesh.get(), progress);
   SceneShape shape;
   shape.name = source.name;
   shape.geometry = mesh;
-  shape.structure = shape.all_hits_structure = structure;
-  shape.tree = &structure->get_tree();
+  add_mesh_structure(ctx, *mesh, kind, progress, shape);
   shape.point_count = mesh->get_vertex_count();
   shape.motion_sampling = mesh->get_motion_sampling();
   return shape;
@@ -57,9 +70,9 @@ SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSe
 
 }  // namespace
 
-SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const HairSettings& settings,
+SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,
                       AppProgressBar* progress) {
   if (HairSource* hair = std::get_if<HairSource>(&source))
-    return make_hair_shape(ctx, std::move(*hair), settings, progress);
-  return make_mesh_shape(ctx, std::get<MeshSource>(std::move(source)), progress);
+    return make_hair_shape(ctx, std::move(*hair), settings.hair, progress);
+  return make_mesh_shape(ctx, std::get<MeshSource>(std::move(source)), settings.structure, progress);
 }

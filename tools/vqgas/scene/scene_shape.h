@@ -2,13 +2,15 @@
 //
 // A geometry with its structure, which any number of objects show.
 //
-//   mesh   PolyMesh      GasGeometryBvh4
+//   mesh   PolyMesh      GasGeometryBvh4, or GasGeometry on a grid
 //   hair   TubeMeshFast  GasFur
 #pragma once
 #include <memory>
+#include <optional>
 
 #include "gas/bvh/gas_bvh.h"
 #include "gas/gas_clusterable.h"
+#include "gas/gas_geometry.h"
 #include "tools/vqgas/source/scene_source.h"
 #include "vq_curve/tube_mesh_fast.h"
 #include "vq_gmath/gmath_time_sampling.h"
@@ -24,6 +26,14 @@ struct HairSettings {
   bool has_all_hits_queries = false;  ///< they need nodes that are not oriented
 };
 
+enum class MeshStructure { bvh4, grid };
+
+/// How the shapes of a scene are built.
+struct ShapeSettings {
+  HairSettings hair;
+  MeshStructure structure = MeshStructure::bvh4;  ///< over meshes
+};
+
 struct SceneShape {
   std::string name;
   std::shared_ptr<const GeometryObject> geometry;
@@ -31,15 +41,21 @@ struct SceneShape {
   /// Structure for queries for all hits, which miss curves below oriented nodes: a second one without such nodes if the
   /// settings of the hair have both kinds of queries, else the same.
   std::shared_ptr<const GasClusterable> all_hits_structure;
-  const GasBvh<4>* tree = nullptr;     ///< of the structure
+  // One of both is set.
+  const GasBvh<4>* tree = nullptr;     ///< of the structure; null for a grid
+  const GasGeometry* grid = nullptr;   ///< the structure, if it is a grid
   const TubeMeshFast* hair = nullptr;  ///< the geometry; null for a mesh
   uint point_count = 0;                ///< vertices of a mesh, points of curves as they are stored
   GMathTimeSampling motion_sampling;   ///< of its motion; one sample for a static shape
 
   // Numbers in the scene of the shape's first primitive and group.
   uint first_primitive = 0, first_group = 0;
+
+  /// Primitives in the structure.
+  uint get_kept_count() const { return tree != nullptr ? tree->item_count : grid->get_primitive_count(); }
 };
 
 /// Builds the structure on all threads of the bar's application. Throws InputError when the source is invalid; a shape
 /// without valid primitives has an empty tree.
-SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const HairSettings& settings, AppProgressBar* progress);
+SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,
+                      AppProgressBar* progress);
