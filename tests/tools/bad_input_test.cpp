@@ -187,6 +187,10 @@ TEST(VqgasBadInput, no_output_replaces_an_input_or_another_output) {
     EXPECT_EQ(result.count_error_lines(), 1u) << result.err;
     EXPECT_EQ(result.err.find("vqgas: " + line.back() + ": "), 0u) << result.err;
   }
+  const ProgramResult parts = run_vqgas(folder.get_path(), {"render", "cube.obj", "-o", "p.png", "--layers", "parts"});
+  EXPECT_EQ(parts.exit_code, 2);
+  EXPECT_EQ(parts.count_error_lines(), 1u);
+  EXPECT_NE(parts.err.find("--structure grid"), std::string::npos) << parts.err;
   EXPECT_EQ(folder.list(), before);
   EXPECT_EQ(folder.read("cube.obj"), cube);
 

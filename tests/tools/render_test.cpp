@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <map>
 #include <numbers>
 
 #include "tools/image_file.h"
@@ -243,4 +244,26 @@ TEST(VqgasRender, threads_do_not_change_a_byte) {
     EXPECT_FALSE(pictures[0].empty());
     EXPECT_TRUE(pictures[0] == pictures[1]) << scene;
   }
+}
+
+TEST(VqgasRender, parts_of_a_grid_are_numbers_of_neighboring_polygons) {
+  const TestFolder folder;
+  const ProgramResult result = run_vqgas(folder.get_path(), {"render", "demo:knot", "--structure", "grid", "--layers",
+                                                             "parts,position", "--size", "64x48", "-o", "k.exr"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const ExrFile exr = read_exr(folder.get_path() / "k.exr");
+  struct Range {
+    float low = 9.0f, high = -9.0f;
+  };
+  std::map<std::uint32_t, Range> seen;
+  for (std::size_t pixel = 0; pixel < exr.values.at("P.X").size(); ++pixel) {
+    const std::uint32_t part = exr.numbers.at("part")[pixel];
+    const float x = exr.values.at("P.X")[pixel];
+    EXPECT_EQ(part == 0xFFFFFFFFu, x == 0.0f);
+    if (part == 0xFFFFFFFFu) continue;
+    EXPECT_LT(part, 150u);
+    seen[part] = {std::min(seen[part].low, x), std::max(seen[part].high, x)};
+  }
+  EXPECT_GT(seen.size(), 20u);
+  for (const auto& [part, range] : seen) EXPECT_LT(range.high - range.low, 1.2f) << part;  // the knot is 3.4 wide
 }

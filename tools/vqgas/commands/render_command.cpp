@@ -8,6 +8,7 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/image/image_exr.h"
 #include "tools/vqgas/image/layer_display.h"
+#include "tools/vqgas/render/grid_parts.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
@@ -109,6 +110,8 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
     const MeanVisits visits(*heat);
     report["visits_per_ray"] = {{"nodes", visits.nodes}, {"leaves", visits.leaves}};
   }
+  if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
+    report["grid"] = {{"parts", grid.parts}, {"built", grid.built}};
   if (const CtxMotionBlur* motion_blur = scene.get_motion_blur()) {
     report["shutter"] = {times.open, times.close};
     report["motion_samples"] = motion_blur->get_sample_count();
@@ -117,11 +120,31 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   return report;
 }
 
+bool has_layer(const RenderOptions& options, Layer layer) {
+  return std::find(options.layers.begin(), options.layers.end(), layer) != options.layers.end();
+}
+
+void print_summary(const RenderOptions& options, const QueryScene& scene, const Picture& picture, const RayCounts& rays,
+                   double seconds) {
+  std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
+              options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
+              1e-6 * static_cast<double>(rays.get_sum()) / seconds, scene.get_application().get_thread_count(),
+              scene.get_build_seconds());
+  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+    const MeanVisits visits(*heat);
+    std::printf("heat: %.1f nodes and %.1f leaves visited per ray\n", visits.nodes, visits.leaves);
+  }
+  if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
+    std::printf("grid: built %u of %u parts\n", grid.built, grid.parts);
+}
+
 }  // namespace
 
 void run_render(const RenderOptions& options) {
   const std::vector<PictureFile> files = list_picture_files(options);
   check_render_outputs(options, files);
+  if (has_layer(options, Layer::parts) && options.shapes.structure != MeshStructure::grid)
+    throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
   const SceneTimes times = get_times(options);
   SceneSource source = load_scene(options.files, times);
   for (ShapeSource& shape : source.shapes) {
@@ -141,7 +164,9 @@ void run_render(const RenderOptions& options) {
     scene.get_bbox();  // refits moving structures before the rays are timed
   }
 
-  const RenderSettings settings = make_settings(options, times, scene);
+  RenderSettings settings = make_settings(options, times, scene);
+  std::optional<GridParts> parts;
+  if (has_layer(options, Layer::parts)) settings.parts = &parts.emplace(scene);
   display.set_unit("pixels");
   AppProgressBar* progress = application.create_progress_bar("Render");
   RayCounts rays;
@@ -158,12 +183,5 @@ void run_render(const RenderOptions& options) {
   if (options.quiet || options.json == "-") return;
   throw_if_interrupted();
   for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
-  std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
-              options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
-              1e-6 * static_cast<double>(rays.get_sum()) / seconds, application.get_thread_count(),
-              scene.get_build_seconds());
-  if (const PictureLayer* heat = picture.find(Layer::heat)) {
-    const MeanVisits visits(*heat);
-    std::printf("heat: %.1f nodes and %.1f leaves visited per ray\n", visits.nodes, visits.leaves);
-  }
+  print_summary(options, scene, picture, rays, seconds);
 }

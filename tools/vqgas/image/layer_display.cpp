@@ -164,6 +164,7 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
     case Layer::uv:
       return map_pixels(picture, [&](std::size_t pixel) { return show_uv(layer, pixel); });
     case Layer::primitive:
+    case Layer::parts:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
     case Layer::object:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });

@@ -26,6 +26,7 @@ const LayerTraits& get_traits(Layer layer) {
       {"motion", {"motion.X", "motion.Y"}, false, 0.0f},
       {"heat", {"heat.nodes", "heat.leaves"}, false, 0.0f},
       {"count", {"count"}, true, 0.0f},
+      {"parts", {"part"}, true, 0.0f},
   }};
   return traits[static_cast<std::size_t>(layer)];
 }

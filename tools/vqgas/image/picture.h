@@ -9,8 +9,22 @@
 
 #include "vq_core/core_types.h"
 
-enum class Layer { beauty, depth, normal, position, primitive, group, object, instance_path, uv, motion, heat, count };
-inline constexpr uint layer_count = 12;
+enum class Layer {
+  beauty,
+  depth,
+  normal,
+  position,
+  primitive,
+  group,
+  object,
+  instance_path,
+  uv,
+  motion,
+  heat,
+  count,
+  parts
+};
+inline constexpr uint layer_count = 13;
 
 /// The layer's name on the command line and in file names.
 const char* get_layer_name(Layer layer);
@@ -42,7 +56,7 @@ struct Picture {
 
   /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
   /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
-  /// motion.Y, heat heat.nodes heat.leaves, count one number.
+  /// motion.Y, heat heat.nodes heat.leaves, count and parts one number each.
   Picture(uint width, uint height, const std::vector<Layer>& chosen);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);

@@ -11,13 +11,16 @@
 #include "tools/vqgas/render/camera.h"
 #include "tools/vqgas/scene/query_scene.h"
 
+class GridParts;
+
 struct RenderSettings {
   uint width = 0, height = 0;
   uint samples = 16;  ///< rays per pixel of beauty; the other layers use one through its center
   std::vector<Layer> layers;
   Camera camera;
   double shutter_open = 0.0, shutter_close = 0.0;
-  bool has_floor = false;  ///< beauty stands on an endless floor
+  const GridParts* parts = nullptr;  ///< for the layer parts
+  bool has_floor = false;            ///< beauty stands on an endless floor
 };
 
 /// Number of rays by purpose.

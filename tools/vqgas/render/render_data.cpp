@@ -3,6 +3,7 @@
 #include <initializer_list>
 #include <optional>
 
+#include "tools/vqgas/render/grid_parts.h"
 #include "tools/vqgas/render/render.h"
 
 namespace {
@@ -46,6 +47,7 @@ void put_surface(PictureLayer& layer, std::size_t pixel, const SceneHit& hit, co
     case Layer::motion:
     case Layer::heat:
     case Layer::count:
+    case Layer::parts:
       break;
   }
 }
@@ -67,6 +69,7 @@ void render_nearest(const QueryScene& scene, const RenderSettings& settings, con
   const CameraRays camera(settings.camera, settings.width, settings.height);
   GeometryRayPacket& packet = thread.camera_rays;
   PictureLayer* heat = picture.find(Layer::heat);
+  PictureLayer* parts = picture.find(Layer::parts);
   PictureLayer* motion = scene.get_motion_blur() != nullptr ? picture.find(Layer::motion) : nullptr;
   thread.visits.assign(packet.get_count(), {});
   scene.find_nearest(thread.shader, packet, heat != nullptr ? thread.visits.data() : nullptr, motion != nullptr);
@@ -79,6 +82,7 @@ void render_nearest(const QueryScene& scene, const RenderSettings& settings, con
     if (!hit) continue;
     const GeometrySurfacePoint point = scene.get_surface_point(*hit, time);
     for (PictureLayer& layer : picture.layers) put_surface(layer, pixel, *hit, point);
+    if (parts != nullptr) parts->channels[0].numbers[pixel] = settings.parts->get_part(*hit);
     if (motion != nullptr) put_motion(scene, settings, camera, time, *hit, point, *motion, pixel);
   }
 }

@@ -1,0 +1,23 @@
+#pragma once
+#include "tools/vqgas/scene/query_scene.h"
+
+/// The parts of all grids of a scene, numbered consecutively, shape by shape.
+class GridParts {
+ public:
+  /// No query may run meanwhile. The scene must outlive the object.
+  explicit GridParts(const QueryScene& scene);
+
+  /// The part that the primitive of a hit is in; core_invalid_index if it is not on a grid.
+  uint get_part(const SceneHit& hit) const;
+
+ private:
+  const QueryScene& scene_;
+  std::vector<std::vector<uint>> parts_;  // [shape][primitive]; empty for shapes without a grid
+};
+
+struct GridPartCounts {
+  uint parts = 0, built = 0;
+};
+
+/// Sums over the grids of a scene.
+GridPartCounts count_grid_parts(const QueryScene& scene);
