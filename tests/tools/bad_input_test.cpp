@@ -8,6 +8,7 @@
 #include <random>
 
 #include "tools/hair_bytes.h"
+#include "tools/image_file.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -112,6 +113,32 @@ TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
   // Of several files, the one that is broken.
   expect_one_line(run_vqgas(folder.get_path(), {"render", "demo:knot", "not_finite.hair", "-o", "out.png"}),
                   "not_finite.hair");
+}
+
+TEST(VqgasBadInput, heights_that_cannot_be_used_are_told) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  folder.write("hair.curves", "0 0 0 1\n1 0 0 1\n");
+  write_png(folder.get_path() / "gray.png", 2, {0, 255, 255, 0});
+  write_png(folder.get_path() / "color.png", 1, {0, 255, 255}, false);
+  folder.write("cut.png", folder.read("gray.png").substr(0, 45));
+  folder.write("noise.png", make_noise(4000));
+  const auto displace = [&](const std::string& file, std::vector<std::string> options) {
+    options.insert(options.begin(), {"trace", file, "--ray", "0,0,5,0,0,-1", "--displace"});
+    return run_vqgas(folder.get_path(), options);
+  };
+  for (const std::string height : {"missing.png", "color.png", "cut.png", "noise.png", "cube.obj"})
+    expect_one_line(displace("cube.obj", {height}), height);
+  const ProgramResult no_uv = displace("cube.obj", {"gray.png"});
+  expect_one_line(no_uv, "cube.obj");
+  EXPECT_NE(no_uv.err.find("UV map"), std::string::npos) << no_uv.err;
+  expect_one_line(displace("hair.curves", {"noise"}), "hair.curves");
+  expect_one_line(displace("cube.obj", {"noise", "--bound", "1e30"}), "cube.obj");
+  for (const std::string bound : {"nan", "inf", "-1", "0", "x"})
+    EXPECT_EQ(displace("cube.obj", {"noise", "--bound", bound}).exit_code, 2) << bound;
+  for (const std::string rate : {"nan", "0", "-1", "1025", "1.5"})
+    EXPECT_EQ(displace("cube.obj", {"noise", "--rate", rate}).exit_code, 2) << rate;
+  EXPECT_EQ(run_vqgas(folder.get_path(), {"info", "cube.obj", "--rate", "4"}).exit_code, 2);
 }
 
 TEST(VqgasBadInput, counts_beyond_all_memory_are_not_believed) {

@@ -47,3 +47,13 @@ PngFile read_png(const std::filesystem::path& path) {
     ADD_FAILURE() << path << ": " << header.message;
   return png;
 }
+
+void write_png(const std::filesystem::path& path, unsigned width, const std::vector<std::uint8_t>& bytes,
+               bool is_gray) {
+  png_image header = {};
+  header.version = PNG_IMAGE_VERSION;
+  header.width = width;
+  header.height = static_cast<unsigned>(bytes.size()) / width / (is_gray ? 1 : 3);
+  header.format = is_gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
+  EXPECT_NE(png_image_write_to_file(&header, path.c_str(), 0, bytes.data(), 0, nullptr), 0) << header.message;
+}

@@ -24,3 +24,6 @@ struct PngFile {
   }
 };
 PngFile read_png(const std::filesystem::path& path);
+/// Writes 8-bit pixels, rows from top to bottom, as gray or, with three bytes a pixel, in color.
+void write_png(const std::filesystem::path& path, unsigned width, const std::vector<std::uint8_t>& bytes,
+               bool is_gray = true);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "tools/image_file.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -126,4 +127,28 @@ TEST(VqgasTrace, threads_and_structure_do_not_change_a_byte) {
   const std::string hits = trace({"demo:mills"}, moving);
   EXPECT_GT(hits.size(), 100000u);
   EXPECT_TRUE(hits == trace({"demo:mills", "--structure", "grid"}, moving));
+}
+
+TEST(VqgasTrace, displaced_surfaces_have_the_heights_of_the_picture) {
+  const TestFolder folder;
+  folder.write("square.obj", "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nv 0 0 0\nv 1 0 0\nv 1 1 0\nv 0 1 0\nf 1/1 2/2 3/3 4/4\n");
+  write_png(folder.get_path() / "white_above_black.png", 2, {255, 255, 0, 0});
+  std::string rays;
+  for (int k = 1; k < 20; ++k) rays += "0.37," + std::to_string(0.05 * k) + ",5,0.01,0,-1\n";
+  const auto trace = [&](std::vector<std::string> options) {
+    options.insert(options.begin(), {"trace", "square.obj"});
+    return run_vqgas(folder.get_path(), options, rays);
+  };
+  const ProgramResult image = trace({"--displace", "white_above_black.png", "--bound", "0.25", "--rate", "64"});
+  for (const Row& row : read_rows(image)) {
+    // A triangle wave over v, with its ends in the middle of the rows.
+    const double v = 0.05 * static_cast<double>(row.ray + 1), wave = 1.0 - std::fabs(v - 0.75) * 4.0;
+    const double height = v < 0.25 ? -1.0 + (0.25 - v) * 4.0 : wave;
+    EXPECT_NEAR(row.values.at(10), 0.25 * height, 0.02) << v;
+  }
+  const std::string plain = trace({}).out, noise = trace({"--displace", "noise", "--structure", "grid"}).out;
+  EXPECT_NE(noise, plain);
+  EXPECT_EQ(noise, trace({"--displace", "noise"}).out);
+  for (const Row& row : read_rows(trace({"--displace", "noise"})))
+    EXPECT_LE(std::fabs(row.values.at(10)), 0.02 * std::sqrt(2.0)) << row.ray;
 }

@@ -75,6 +75,23 @@ void add_shape_options(CLI::App& command, ShapeSettings& shapes) {
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
 }
 
+void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
+  CLI::Option* height = command
+                            .add_option("--displace", displace.height,
+                                        "Displace all meshes along their normals: by noise, or by a gray PNG file of 8 "
+                                        "or 16 bits over the first UV map (black is inwards, white outwards)")
+                            ->type_name("HEIGHT.png|noise");
+  command
+      .add_option("--bound", displace.bound,
+                  "Largest displacement, in the mesh's own units; without it 2 % of the diagonal of each mesh")
+      ->check(is_positive_number())
+      ->needs(height);
+  command.add_option("--rate", displace.rate, "Parts into which displacement cuts each edge of a polygon")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, DisplacedMeshSettings::most_rate))
+      ->needs(height);
+}
+
 void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
   command.add_option("--view", view, "Frame everything from here")
       ->capture_default_str()
@@ -99,6 +116,7 @@ void add_info(CLI::App& app, InfoOptions& options) {
       ->check(is_finite_number());
   add_rate_option(*command, options);
   add_shape_options(*command, options.shapes);
+  add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
   command->footer("Example:\n  vqgas info bunny.obj demo:terrain --threads 2 --json report.json");
 }
@@ -137,6 +155,7 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
   add_rate_option(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
   add_shape_options(*command, options.shapes);
+  add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(
       "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
@@ -156,6 +175,7 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
   command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
   add_rate_option(*command, options);
   add_shape_options(*command, options.shapes);
+  add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Rays count from 0, distances are in units of the ray's direction, primitive is the polygon's number, shape by\n"
@@ -192,6 +212,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
       ->check(is_finite_number());
   add_rate_option(*command, options);
   add_shape_options(*command, options.shapes);
+  add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Objects count from 0 in the order of the files. Deforming shapes of built-in scenes are static.\n"
@@ -299,6 +320,11 @@ void read_select_texts(const SelectTexts& texts, SelectOptions& options) {
 }
 
 }  // namespace
+
+std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<std::string> files) {
+  if (options.displace.is_file()) files.push_back(options.displace.height);
+  return files;
+}
 
 int run_command_line(int argc, char** argv) {
   CLI::App app("Builds ray-tracing structures over meshes and hair and shows what they answer.", "vqgas");

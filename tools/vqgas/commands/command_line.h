@@ -10,6 +10,7 @@
 #include "tools/vqgas/image/picture.h"
 #include "tools/vqgas/render/camera.h"
 #include "tools/vqgas/render/select_frustum.h"
+#include "tools/vqgas/scene/scene_displace.h"
 #include "tools/vqgas/scene/scene_shape.h"
 #include "tools/vqgas/source/groom.h"
 
@@ -21,8 +22,12 @@ struct CommonOptions {
 
 struct SceneOptions : CommonOptions {
   ShapeSettings shapes;
+  DisplaceOptions displace;
   double frames_per_second = 24.0;
 };
+
+/// `files`, and the picture of heights if there is one.
+std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<std::string> files);
 
 struct InfoOptions : SceneOptions {
   std::vector<std::string> files;

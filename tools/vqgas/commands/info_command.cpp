@@ -11,6 +11,7 @@ namespace {
 
 SceneReport examine(const std::string& file, const InfoOptions& options) {
   SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
+  displace_meshes(source, options.displace);
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   display.set_unit("primitives");
@@ -23,7 +24,7 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
 }  // namespace
 
 void run_info(const InfoOptions& options) {
-  check_outputs({options.json}, options.files);
+  check_outputs({options.json}, list_inputs(options, options.files));
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
   for (const std::string& file : options.files) {
     const SceneReport report = examine(file, options);

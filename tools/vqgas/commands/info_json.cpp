@@ -44,6 +44,10 @@ void add_shape(Json& json, const ShapeReport& shape) {
                     {"bytes_before_rays", grid.bytes_before},
                     {"bytes_after_rays", grid.bytes_after}};
   }
+  if (shape.displaced.micro_triangles > 0)
+    json["displaced"] = {{"micro_triangles", shape.displaced.micro_triangles},
+                         {"cache_bytes", shape.displaced.cache_bytes},
+                         {"peak_cache_bytes", shape.displaced.peak_cache_bytes}};
   add_tree(json, shape.tree, "bytes_per_primitive");
   for (const ClusterCount& clusters : shape.clusters)
     json["clusters"].push_back({{"wanted", clusters.requested}, {"made", clusters.made}});

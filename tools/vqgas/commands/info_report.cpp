@@ -75,6 +75,7 @@ ShapeReport make_shape_report(const SceneShape& shape) {
   } else {
     report.tree = make_grid_report(*shape.grid);
   }
+  report.displaced = shape.get_displaced_memory();
   for (const uint requested : {16u, 64u, 1024u}) {
     CoreVector<void*> clusters;
     shape.structure->get_clusters(clusters, requested, 0.5f);

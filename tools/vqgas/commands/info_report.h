@@ -42,6 +42,7 @@ struct ShapeReport {
   uint shown;                      ///< number of objects that show it; objects of a group count once
   TreeReport tree;                 ///< of a grid its memory after the rays
   std::optional<GridReport> grid;  ///< none for another structure
+  DisplacedMemory displaced;
   std::vector<ClusterCount> clusters;
 };
 

@@ -57,6 +57,11 @@ void print_shape(const ShapeReport& shape) {
   print_row(shape.is_hair ? "points, shading groups" : "vertices, shading groups", "%11u, %u", shape.points,
             shape.groups);
   print_box(shape.tree.bbox);
+  if (shape.displaced.micro_triangles > 0) {
+    print_row("micro-triangles", "%11.0f", double(shape.displaced.micro_triangles));
+    print_row("  cached, at most", "%11.2f MB, %.2f MB", 1e-6 * double(shape.displaced.cache_bytes),
+              1e-6 * double(shape.displaced.peak_cache_bytes));
+  }
   if (shape.grid) print_grid(*shape.grid);
   print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");
   for (const ClusterCount& clusters : shape.clusters)

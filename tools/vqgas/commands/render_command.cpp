@@ -66,7 +66,7 @@ std::vector<PictureFile> list_picture_files(const RenderOptions& options) {
 void check_render_outputs(const RenderOptions& options, const std::vector<PictureFile>& pictures) {
   std::vector<std::string> outputs = {options.json};
   for (const PictureFile& file : pictures) outputs.push_back(file.name);
-  check_outputs(outputs, options.files);
+  check_outputs(outputs, list_inputs(options, options.files));
 }
 
 void write_pictures(const std::vector<PictureFile>& files, const Picture& picture, const QueryScene& scene) {
@@ -112,6 +112,11 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   }
   if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
     report["grid"] = {{"parts", grid.parts}, {"built", grid.built}};
+  if (const DisplacedMemory memory = scene.get_displaced_memory(); memory.micro_triangles > 0) {
+    report["displaced"] = {{"micro_triangles", memory.micro_triangles},
+                           {"cache_bytes", memory.cache_bytes},
+                           {"peak_cache_bytes", memory.peak_cache_bytes}};
+  }
   if (const CtxMotionBlur* motion_blur = scene.get_motion_blur()) {
     report["shutter"] = {times.open, times.close};
     report["motion_samples"] = motion_blur->get_sample_count();
@@ -136,6 +141,10 @@ void print_summary(const RenderOptions& options, const QueryScene& scene, const 
   }
   if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
     std::printf("grid: built %u of %u parts\n", grid.built, grid.parts);
+  if (const DisplacedMemory memory = scene.get_displaced_memory(); memory.micro_triangles > 0)
+    std::printf("displaced: %.2f million micro-triangles, %.2f MB of them cached, %.2f MB at most\n",
+                1e-6 * static_cast<double>(memory.micro_triangles), 1e-6 * static_cast<double>(memory.cache_bytes),
+                1e-6 * static_cast<double>(memory.peak_cache_bytes));
 }
 
 }  // namespace
@@ -147,8 +156,10 @@ void run_render(const RenderOptions& options) {
     throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
   const SceneTimes times = get_times(options);
   SceneSource source = load_scene(options.files, times);
+  displace_meshes(source, options.displace);
   for (ShapeSource& shape : source.shapes) {
-    if (MeshSource* mesh = std::get_if<MeshSource>(&shape)) complete_normals(mesh->data, crease_degrees);
+    MeshSource* mesh = std::get_if<MeshSource>(&shape);
+    if (mesh != nullptr && !mesh->displacement) complete_normals(mesh->data, crease_degrees);
   }
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));

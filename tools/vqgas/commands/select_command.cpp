@@ -79,12 +79,14 @@ PictureRect SelectOptions::get_rect() const {
 }
 
 void run_select(const SelectOptions& options) {
-  check_outputs({options.output, options.json}, options.files);
+  check_outputs({options.output, options.json}, list_inputs(options, options.files));
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
-  const QueryScene scene(application, load_scene(options.files, times), options.shapes, options.frame);
+  SceneSource source = load_scene(options.files, times);
+  displace_meshes(source, options.displace);
+  const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
   const double aspect = double(options.width) / options.height;
   const Camera camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);

@@ -185,7 +185,7 @@ SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second
 }  // namespace
 
 void run_trace(const TraceOptions& options) {
-  std::vector<std::string> inputs = {options.file};
+  std::vector<std::string> inputs = list_inputs(options, {options.file});
   if (options.rays.empty()) inputs.push_back("-");
   check_outputs({options.json}, inputs);
   const std::vector<TraceRay> rays = get_rays(options);
@@ -196,7 +196,9 @@ void run_trace(const TraceOptions& options) {
   shapes.hair.has_nearest_queries = !options.all;
   shapes.hair.has_all_hits_queries = options.all;
   const SceneTimes times = get_times(rays, options.frames_per_second);
-  QueryScene scene(application, load_scene({options.file}, times), shapes);
+  SceneSource source = load_scene({options.file}, times);
+  displace_meshes(source, options.displace);
+  QueryScene scene(application, std::move(source), shapes);
   if (!options.quiet) messages.release();
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   if (has_times) scene.set_shutter(times);

@@ -163,6 +163,17 @@ uint QueryScene::get_kept_count() const {
   return count;
 }
 
+DisplacedMemory QueryScene::get_displaced_memory() const {
+  DisplacedMemory sum;
+  for (const SceneShape& shape : shapes_) {
+    const DisplacedMemory memory = shape.get_displaced_memory();
+    sum.micro_triangles += memory.micro_triangles;
+    sum.cache_bytes += memory.cache_bytes;
+    sum.peak_cache_bytes += memory.peak_cache_bytes;
+  }
+  return sum;
+}
+
 const CoreString& QueryScene::get_group_name(uint group) const {
   const auto after = std::find_if(shapes_.begin() + 1, shapes_.end(),
                                   [&](const SceneShape& shape) { return shape.first_group > group; });

@@ -57,6 +57,7 @@ class QueryScene {
   /// Sums over the shapes, each counted once.
   uint get_primitive_count() const;
   uint get_kept_count() const;
+  DisplacedMemory get_displaced_memory() const;
   const std::vector<Color>& get_group_colors() const { return group_colors_; }
   const CoreString& get_group_name(uint group) const;
   /// Bounds of all objects at all times of the shutter.

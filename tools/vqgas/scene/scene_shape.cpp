@@ -9,6 +9,12 @@
 
 namespace {
 
+/// A displaced mesh with its base mesh, which must outlive it.
+struct DisplacedPair {
+  std::shared_ptr<const PolyMesh> base;
+  DisplacedMesh displaced;
+};
+
 /// Builds the structure over a mesh and stores it in the shape.
 void add_mesh_structure(const CtxEval& ctx, const GeometryObject& mesh, MeshStructure kind, AppProgressBar* progress,
                         SceneShape& shape) {
@@ -26,13 +32,21 @@ void add_mesh_structure(const CtxEval& ctx, const GeometryObject& mesh, MeshStru
 }
 
 SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, MeshStructure kind, AppProgressBar* progress) {
+  const std::optional<DisplacedMeshSettings> displacement = std::move(source.displacement);
   const auto mesh = std::make_shared<PolyMesh>();
   CoreString fault;
   if (!mesh->create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
   SceneShape shape;
   shape.name = source.name;
   shape.geometry = mesh;
-  add_mesh_structure(ctx, *mesh, kind, progress, shape);
+  if (displacement) {
+    const auto pair = std::make_shared<DisplacedPair>();
+    pair->base = mesh;
+    if (!pair->displaced.create(*mesh, *displacement, fault)) throw InputError(source.name, fault.get_data());
+    shape.displaced = &pair->displaced;
+    shape.geometry = std::shared_ptr<const GeometryObject>(pair, shape.displaced);
+  }
+  add_mesh_structure(ctx, *shape.geometry, kind, progress, shape);
   shape.point_count = mesh->get_vertex_count();
   shape.motion_sampling = mesh->get_motion_sampling();
   return shape;
@@ -69,6 +83,11 @@ SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSe
 }
 
 }  // namespace
+
+DisplacedMemory SceneShape::get_displaced_memory() const {
+  if (displaced == nullptr) return {};
+  return {displaced->get_micro_triangle_count(), displaced->get_cache_bytes(), displaced->get_peak_cache_bytes()};
+}
 
 SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,
                       AppProgressBar* progress) {

@@ -2,7 +2,7 @@
 //
 // A geometry with its structure, which any number of objects show.
 //
-//   mesh   PolyMesh      GasGeometryBvh4, or GasGeometry on a grid
+//   mesh   PolyMesh      GasGeometryBvh4, or GasGeometry on a grid; displaced: DisplacedMesh
 //   hair   TubeMeshFast  GasFur
 #pragma once
 #include <memory>
@@ -34,6 +34,11 @@ struct ShapeSettings {
   MeshStructure structure = MeshStructure::bvh4;  ///< over meshes
 };
 
+/// Micro-triangles of displaced meshes, and the bytes of those in memory: now, and the most there have been.
+struct DisplacedMemory {
+  u64 micro_triangles = 0, cache_bytes = 0, peak_cache_bytes = 0;
+};
+
 struct SceneShape {
   std::string name;
   std::shared_ptr<const GeometryObject> geometry;
@@ -42,15 +47,18 @@ struct SceneShape {
   /// settings of the hair have both kinds of queries, else the same.
   std::shared_ptr<const GasClusterable> all_hits_structure;
   // One of both is set.
-  const GasBvh<4>* tree = nullptr;     ///< of the structure; null for a grid
-  const GasGeometry* grid = nullptr;   ///< the structure, if it is a grid
-  const TubeMeshFast* hair = nullptr;  ///< the geometry; null for a mesh
-  uint point_count = 0;                ///< vertices of a mesh, points of curves as they are stored
-  GMathTimeSampling motion_sampling;   ///< of its motion; one sample for a static shape
+  const GasBvh<4>* tree = nullptr;           ///< of the structure; null for a grid
+  const GasGeometry* grid = nullptr;         ///< the structure, if it is a grid
+  const TubeMeshFast* hair = nullptr;        ///< the geometry; null for a mesh
+  const DisplacedMesh* displaced = nullptr;  ///< the geometry, if it is displaced
+  uint point_count = 0;                      ///< vertices of a mesh, points of curves as they are stored
+  GMathTimeSampling motion_sampling;         ///< of its motion; one sample for a static shape
 
   // Numbers in the scene of the shape's first primitive and group.
   uint first_primitive = 0, first_group = 0;
 
+  /// All 0 for a mesh that is not displaced.
+  DisplacedMemory get_displaced_memory() const;
   /// Primitives in the structure.
   uint get_kept_count() const { return tree != nullptr ? tree->item_count : grid->get_primitive_count(); }
 };

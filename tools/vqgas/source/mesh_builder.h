@@ -8,12 +8,14 @@
 #include <vector>
 
 #include "tools/vqgas/image/color.h"
+#include "vq_geometry/displaced_mesh.h"
 #include "vq_geometry/poly_mesh.h"
 
 /// A mesh before its structure is built, with the surface colors of its groups.
 struct MeshSource {
   PolyMeshData data;
   std::vector<Color> group_colors;
+  std::optional<DisplacedMeshSettings> displacement;
   std::string name;  ///< of the file, and of the mesh if the file has several; for errors
 };
 

@@ -1,0 +1,18 @@
+#pragma once
+#include <optional>
+#include <string>
+
+#include "tools/vqgas/source/scene_source.h"
+
+/// How the meshes of a scene are displaced.
+struct DisplaceOptions {
+  std::string height;           ///< "noise", or the name of a gray PNG file; empty: not at all
+  std::optional<double> bound;  ///< largest height; none: 2 % of the diagonal of each mesh
+  uint rate = 16;               ///< parts into which an edge of a polygon is cut
+
+  bool is_file() const { return !height.empty() && height != "noise"; }
+};
+
+/// Sets the displacement of all meshes of the scene; without a height it does nothing. Throws InputError when the PNG
+/// file cannot be used, the bound is more than ten times the diagonal of each mesh, or there is no mesh.
+void displace_meshes(SceneSource& scene, const DisplaceOptions& options);
