@@ -10,7 +10,6 @@
 #include "gas/structure/gas_structure_impl.h"
 #include "gas/structure/gas_wireframe_filter.h"
 #include "gas/structure/gas_world_bbox.h"
-#include "vq_app_base/app_progress_scope.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
 
@@ -80,25 +79,21 @@ bool GasGeometry::create(const CtxEval& ctx, const GeometryObject* new_base_geom
                          const GeometryObject* new_extra_geometry, const CoreBasicArray<uint>& group_flags,
                          AppProgressBar* progress) {
   bool accepted = true;
-  const auto build = [&] {
-    CoreVector<GMathBbox3<float>> boxes;
-    {
-      const AppProgressScope stage(progress, "Prepare primitives", 0.5);
-      accepted = init_primitives(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry,
-                                 group_flags, boxes, progress);
-    }
-    if (!accepted) return;
-    if (is_identity_order()) primitives.remove_all();
-    const AppProgressScope stage(progress, "Build grid", 0.5);
-    const uint resolution = std::max(1u, static_cast<uint>(std::sqrt(double(boxes.get_count())) + 0.5));
-    choose_primitive_callbacks(ctx);
-    // First, so that the grid does not keep the boxes.
-    install_grid_callbacks();
-    grid.create(boxes, resolution, progress, &ctx.get_application());
-  };
-  rebuild("GasGeometry.create", build);
+  rebuild("GasGeometry.create", [&] {
+    accepted =
+        prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry, group_flags,
+                          progress, "Build grid", [&](auto& boxes) { build_grid(ctx, boxes, progress); });
+  });
   if (accepted) install_callbacks(has_motion);
   return accepted;
+}
+
+void GasGeometry::build_grid(const CtxEval& ctx, const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress) {
+  choose_primitive_callbacks(ctx);
+  // First, so that the grid does not keep the boxes.
+  install_grid_callbacks();
+  const uint resolution = std::max(1u, static_cast<uint>(std::sqrt(double(boxes.get_count())) + 0.5));
+  grid.create(boxes, resolution, progress, &ctx.get_application());
 }
 
 void GasGeometry::install_grid_callbacks() {

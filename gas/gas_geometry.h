@@ -97,6 +97,7 @@ class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometr
   friend GasStructure;
   struct QueryScope;
 
+  void build_grid(const CtxEval& ctx, const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
   void choose_primitive_callbacks(const CtxEval& ctx);
   void install_grid_callbacks();
   void clear();

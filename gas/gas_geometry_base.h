@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "gas/gas_clusterable.h"
+#include "vq_app_base/app_progress_scope.h"
 
 class AppProgressBar;
 class GeometryObject;
@@ -58,6 +59,26 @@ class GasGeometryBase : public GasClusterable {
                        const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
                        const CoreBasicArray<uint>& group_flags, CoreVector<GMathBbox3<float>>& boxes,
                        AppProgressBar* progress);
+
+  /// The two stages of create(), of weight 0.5 each: init_primitives(), then build_tree(boxes) unless that returned
+  /// false. Keeps no list of primitives that would be 0, 1, 2, ...
+  /// @param stage  name of the second stage
+  template <class BuildTree>
+  bool prepare_and_build(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
+                         const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
+                         const CoreBasicArray<uint>& group_flags, AppProgressBar* progress, const char* stage,
+                         const BuildTree& build_tree) {
+    CoreVector<GMathBbox3<float>> boxes;
+    {
+      const AppProgressScope prepare(progress, "Prepare primitives", 0.5);
+      if (!init_primitives(ctx, base_geometry, geometry, alt_geometry, extra_geometry, group_flags, boxes, progress))
+        return false;
+    }
+    if (is_identity_order()) primitives.remove_all();
+    const AppProgressScope build(progress, stage, 0.5);
+    build_tree(boxes);
+    return true;
+  }
 
   /// The geometry that owns the primitive at `position`.
   const GeometryObject* get_owner(uint position) const {

@@ -73,22 +73,12 @@ bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_
                              const GeometryObject* new_extra_geometry, const CoreBasicArray<uint>& group_flags,
                              AppProgressBar* progress) {
   bool accepted = true;
-  const auto build = [&] {
-    CoreVector<GMathBbox3<float>> boxes;
-    {
-      const AppProgressScope stage(progress, "Prepare primitives", 0.5);
-      accepted = init_primitives(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry,
-                                 group_flags, boxes, progress);
-    }
-    if (!accepted) return;
-    if (is_identity_order()) primitives.remove_all();
-    {
-      const AppProgressScope stage(progress, "Build BVH", 0.5);
-      build_tree(ctx, boxes, progress);
-    }
-    choose_leaf_functions(ctx);
-  };
-  rebuild("GasGeometry.create", build);
+  rebuild("GasGeometry.create", [&] {
+    accepted =
+        prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry, group_flags,
+                          progress, "Build BVH", [&](auto& boxes) { build_tree(ctx, boxes, progress); });
+    if (accepted) choose_leaf_functions(ctx);
+  });
   if (accepted) install_callbacks(has_motion);
   return accepted;
 }

@@ -5,31 +5,9 @@
 #include "gas/bvh/bvh_scratch.h"
 #include "gas/bvh/bvh_start.h"
 #include "vq_ctx/ctx_shader.h"
+#include "vq_gas_base/gas_ray_range.h"
 
 namespace {
-
-/// Restores the query's active range.
-class ActiveRangeScope {
- public:
-  explicit ActiveRangeScope(GeometryRaytraceCtx& query)
-      : query_(query), first_(query.first_ray), last_(query.last_ray) {}
-  ~ActiveRangeScope() {
-    query_.first_ray = first_;
-    query_.last_ray = last_;
-  }
-  ActiveRangeScope(const ActiveRangeScope&) = delete;
-  ActiveRangeScope& operator=(const ActiveRangeScope&) = delete;
-
- private:
-  GeometryRaytraceCtx& query_;
-  const uint first_, last_;
-};
-
-/// A nearest-hit query has one record per ray, an all-hits query one flag word per ray.
-template <BvhHits hits>
-bool is_begun_for(const GeometryRaytraceCtx& query) {
-  return hits == BvhHits::nearest ? query.is_nearest() : !query.is_nearest() && query.ray_flags != nullptr;
-}
 
 void call_start_leaf(const BvhTarget& target, BvhHits hits, BvhChildRef leaf, const CtxEval& ctx, CtxShader& shader,
                      GeometryRaytraceCtx& query) {
@@ -48,7 +26,7 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
   const std::size_t capacity = std::size_t{3} * target.tree.max_depth + 1;
   auto* stack = static_cast<typename Traversal::Entry*>(scratch.reserve(capacity * sizeof(typename Traversal::Entry)));
   Traversal traversal(target, ctx, shader, query, {stack, capacity});
-  const ActiveRangeScope range(query);
+  const GasActiveRangeScope range(query);
   const uint first = query.first_ray, last = query.last_ray;
   for (uint ray = first; ray <= last && ray != core_invalid_index; ++ray) traversal.traverse_ray(start, ray);
 }
@@ -83,7 +61,7 @@ template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) {
   query.counter = 0;
   if (target.tree.is_empty() || query.ray_count == 0 || query.first_ray > query.last_ray) return;
-  if (!is_begun_for<hits>(query)) return;
+  if (!gas_is_begun_for(query, hits == BvhHits::nearest)) return;
   const BvhStart start = bvh_find_start(target.tree, query.cluster);
   if (start.ref.is_empty()) return;
   if (start.ref.is_leaf()) return call_start_leaf(target, hits, start.ref, ctx, shader, query);

@@ -3,34 +3,18 @@
 // How a query enters a tree of the host: ray by ray, at its cluster. Shared by GasTree, GasGridTree and their motion.
 #pragma once
 #include "vq_gas_base/gas_binary_walk.h"
+#include "vq_gas_base/gas_ray_range.h"
 #include "vq_gas_base/gas_tree.h"
 
 inline GeometryRayVisits* gas_get_visits(const GeometryRaytraceCtx& query, uint ray) {
   return query.visits != nullptr ? query.visits + ray : nullptr;
 }
 
-/// Restores the active range of a query, also when a callback throws.
-class GasActiveRangeScope {
- public:
-  explicit GasActiveRangeScope(GeometryRaytraceCtx& query)
-      : query_(query), first_(query.first_ray), last_(query.last_ray) {}
-  ~GasActiveRangeScope() {
-    query_.first_ray = first_;
-    query_.last_ray = last_;
-  }
-  GasActiveRangeScope(const GasActiveRangeScope&) = delete;
-  GasActiveRangeScope& operator=(const GasActiveRangeScope&) = delete;
-
- private:
-  GeometryRaytraceCtx& query_;
-  uint first_, last_;
-};
-
 /// Calls walk(r, start) for each ray of the active range that has not ended, with the range narrowed to it. No calls
 /// for a query that was begun for the other kind of hits, and for a cluster that is not one of the tree.
 template <GasWalkHits hits, class Walk>
 void gas_tree_for_each_ray(const GasBinaryTree& tree, GeometryRaytraceCtx& query, const Walk& walk) {
-  if (query.is_nearest() != (hits == GasWalkHits::nearest)) return;
+  if (!gas_is_begun_for(query, hits == GasWalkHits::nearest)) return;
   const GasBinaryPlace start = tree.find_cluster(query.cluster);
   if (!start.exists()) return;
   const GasActiveRangeScope scope(query);

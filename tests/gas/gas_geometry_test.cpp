@@ -125,6 +125,13 @@ TEST(GasGeometry, takes_groups_from_three_geometries) {
   EXPECT_EQ(grid.get_geometry(0), &base.mesh);
   EXPECT_EQ(grid.get_geometry(449), &extra.mesh);
   EXPECT_EQ(data.polygon_groups[grid.get_primitive(449)], 3u);
+  GeometryRayPacket packet;  // begun for the other kind of hits
+  packet.resize(1);
+  packet.set_ray(0, {0.01, 0.02, -5}, {0, 0, 1});
+  grid.ray_hit_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
+  EXPECT_EQ(packet.get_nearest(0).geometry, nullptr);
+  grid.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
+  EXPECT_TRUE(packet.get_hits().get_hits().empty());
   flags.resize(3);
   EXPECT_FALSE(grid.create(world.ctx, &base.mesh, &base.mesh, &alt.mesh, nullptr, flags, nullptr));
   expect_same_hits(world, grid, bvh, make_rays(data, 50, 10), nullptr, "refused");
