@@ -69,7 +69,7 @@ void add_shape_options(CLI::App& command, ShapeSettings& shapes) {
                                         "Over meshes. bvh4: a tree with four children a node, built at once; grid: "
                                         "parts that are built when a query first reaches them")
       ->check(CLI::IsMember({"bvh4", "grid"}))
-      ->default_str("bvh4");
+      ->default_str("bvh4, but grid for demo:cliffs");
   HairSettings& hair = shapes.hair;
   command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");

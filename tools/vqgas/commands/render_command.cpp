@@ -129,6 +129,13 @@ bool has_layer(const RenderOptions& options, Layer layer) {
   return std::find(options.layers.begin(), options.layers.end(), layer) != options.layers.end();
 }
 
+bool has_grid(const SceneSource& source, const ShapeSettings& settings) {
+  return std::any_of(source.shapes.begin(), source.shapes.end(), [&](const ShapeSource& shape) {
+    const MeshSource* mesh = std::get_if<MeshSource>(&shape);
+    return mesh != nullptr && settings.choose_structure(*mesh) == MeshStructure::grid;
+  });
+}
+
 void print_summary(const RenderOptions& options, const QueryScene& scene, const Picture& picture, const RayCounts& rays,
                    double seconds) {
   std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
@@ -152,8 +159,6 @@ void print_summary(const RenderOptions& options, const QueryScene& scene, const 
 void run_render(const RenderOptions& options) {
   const std::vector<PictureFile> files = list_picture_files(options);
   check_render_outputs(options, files);
-  if (has_layer(options, Layer::parts) && options.shapes.structure != MeshStructure::grid)
-    throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
   const SceneTimes times = get_times(options);
   SceneSource source = load_scene(options.files, times);
   displace_meshes(source, options.displace);
@@ -161,6 +166,8 @@ void run_render(const RenderOptions& options) {
     MeshSource* mesh = std::get_if<MeshSource>(&shape);
     if (mesh != nullptr && !mesh->displacement) complete_normals(mesh->data, crease_degrees);
   }
+  if (has_layer(options, Layer::parts) && !has_grid(source, options.shapes))
+    throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;

@@ -19,6 +19,7 @@ SceneSource make_mesh_scene() {
 constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
                                 {"knot", make_mesh_scene<make_demo_knot>},
                                 {"terrain", make_mesh_scene<make_demo_terrain>},
+                                {"cliffs", make_demo_cliffs},
                                 {"wave", make_mesh_scene<make_demo_wave>},
                                 {"jelly", make_mesh_scene<make_demo_jelly>},
                                 {"fur", make_demo_fur},

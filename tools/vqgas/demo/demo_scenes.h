@@ -15,6 +15,8 @@ std::string list_demo_scenes();
 MeshSource make_demo_knot();
 /// A mountain landscape of half a million triangles.
 MeshSource make_demo_terrain();
+/// A canyon with a river, of rock in layers: displaced, on a grid, more than a hundred million micro-triangles.
+SceneSource make_demo_cliffs();
 /// A colonnade with a knot, gears, stars, spheres and a chain: polygons of 3 to 80 corners, many of them concave.
 MeshSource make_demo_gallery();
 /// A ring-shaped wave runs through a pond in which a ball floats. Moves over the times 0 to 1.

@@ -93,5 +93,7 @@ SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSetti
                       AppProgressBar* progress) {
   if (HairSource* hair = std::get_if<HairSource>(&source))
     return make_hair_shape(ctx, std::move(*hair), settings.hair, progress);
-  return make_mesh_shape(ctx, std::get<MeshSource>(std::move(source)), settings.structure, progress);
+  MeshSource& mesh = std::get<MeshSource>(source);
+  const MeshStructure structure = settings.choose_structure(mesh);
+  return make_mesh_shape(ctx, std::move(mesh), structure, progress);
 }

@@ -31,7 +31,11 @@ enum class MeshStructure { bvh4, grid };
 /// How the shapes of a scene are built.
 struct ShapeSettings {
   HairSettings hair;
-  MeshStructure structure = MeshStructure::bvh4;  ///< over meshes
+  std::optional<MeshStructure> structure;  ///< over meshes; none: a grid for those that prefer it, else bvh4
+
+  MeshStructure choose_structure(const MeshSource& mesh) const {
+    return structure.value_or(mesh.prefers_grid ? MeshStructure::grid : MeshStructure::bvh4);
+  }
 };
 
 /// Micro-triangles of displaced meshes, and the bytes of those in memory: now, and the most there have been.

@@ -16,7 +16,8 @@ struct MeshSource {
   PolyMeshData data;
   std::vector<Color> group_colors;
   std::optional<DisplacedMeshSettings> displacement;
-  std::string name;  ///< of the file, and of the mesh if the file has several; for errors
+  bool prefers_grid = false;  ///< on a grid, unless another structure is chosen
+  std::string name;           ///< of the file, and of the mesh if the file has several; for errors
 };
 
 class MeshBuilder {
