@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr PeerMeshKind kinds[] = {{"user-sse42", embree_make_user_triangles, "sse4.2"},
+constexpr PeerMeshKind mesh_kinds[] = {{"user-sse42", embree_make_user_triangles, "sse4.2"},
                                   {"user", embree_make_user_triangles, ""},
                                   {"tri-sse42", embree_make_triangles, "sse4.2"},
                                   {"tri", embree_make_triangles, ""}};
@@ -14,15 +14,15 @@ constexpr const char* grid_name = "grid";  // this library's structure on the gr
 }  // namespace
 
 const PeerMeshKind* peer_find_mesh_kind(const std::string& name) {
-  const auto* found = std::find_if(std::begin(kinds), std::end(kinds), [&](auto& kind) { return name == kind.name; });
-  return found != std::end(kinds) ? found : nullptr;
+  const auto* found = std::find_if(std::begin(mesh_kinds), std::end(mesh_kinds), [&](auto& kind) { return name == kind.name; });
+  return found != std::end(mesh_kinds) ? found : nullptr;
 }
 
 double peer_get_mesh_offset(const GMathBbox3<double>& box) { return 1e-5 * box.get_extent().get_length(); }
 
 std::vector<std::string> peer_get_mesh_peers() {
   std::vector<std::string> names = {grid_name};
-  for (const PeerMeshKind& kind : kinds) names.push_back(kind.name);
+  for (const PeerMeshKind& kind : mesh_kinds) names.push_back(kind.name);
   return names;
 }
 
