@@ -5,16 +5,17 @@
 namespace {
 
 constexpr PeerMeshKind mesh_kinds[] = {{"user-sse42", embree_make_user_triangles, "sse4.2"},
-                                  {"user", embree_make_user_triangles, ""},
-                                  {"tri-sse42", embree_make_triangles, "sse4.2"},
-                                  {"tri", embree_make_triangles, ""}};
+                                       {"user", embree_make_user_triangles, ""},
+                                       {"tri-sse42", embree_make_triangles, "sse4.2"},
+                                       {"tri", embree_make_triangles, ""}};
 
 constexpr const char* grid_name = "grid";  // this library's structure on the grid tree
 
 }  // namespace
 
 const PeerMeshKind* peer_find_mesh_kind(const std::string& name) {
-  const auto* found = std::find_if(std::begin(mesh_kinds), std::end(mesh_kinds), [&](auto& kind) { return name == kind.name; });
+  const auto* found =
+      std::find_if(std::begin(mesh_kinds), std::end(mesh_kinds), [&](auto& kind) { return name == kind.name; });
   return found != std::end(mesh_kinds) ? found : nullptr;
 }
 

@@ -47,7 +47,7 @@ GasGeometry::GasGeometry(const GasGeometry& other)
       ray_callback(other.ray_callback),
       frustum_callback(other.frustum_callback) {
   install_grid_callbacks();
-  if (!is_whole_copy_of(other)) clear();
+  if (!is_whole_copy_of(other) || grid.is_empty() != other.grid.is_empty()) clear();  // no memory
 }
 
 GasGeometry& GasGeometry::operator=(const GasGeometry& other) {
@@ -57,7 +57,7 @@ GasGeometry& GasGeometry::operator=(const GasGeometry& other) {
   ray_callback = other.ray_callback;
   frustum_callback = other.frustum_callback;
   install_grid_callbacks();
-  if (!is_whole_copy_of(other)) clear();
+  if (!is_whole_copy_of(other) || grid.is_empty() != other.grid.is_empty()) clear();  // no memory
   return *this;
 }
 
