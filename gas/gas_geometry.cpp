@@ -92,7 +92,7 @@ void GasGeometry::build_grid(const CtxEval& ctx, const CoreVector<GMathBbox3<flo
   choose_primitive_callbacks(ctx);
   // First, so that the grid does not keep the boxes.
   install_grid_callbacks();
-  const uint resolution = std::max(1u, static_cast<uint>(std::sqrt(double(boxes.get_count())) + 0.5));
+  const uint resolution = std::max(1u, static_cast<uint>(std::lround(std::sqrt(double(boxes.get_count())))));
   grid.create(boxes, resolution, progress, &ctx.get_application());
 }
 
