@@ -217,7 +217,8 @@ void MillsScene::add_sheep() {
   const uint grazing = add_kind(0.9, 0.3), leaping = add_kind(0.1, 0.15);
   for (uint number = 0; number < 26; ++number) {
     const double across = 1.9 + 0.9 * (number % 7) + 0.6 * random_unit(number, 51);
-    const double near = -0.75 + 0.75 * (number / 7) + 0.5 * random_unit(number, 52);
+    const uint row = number / 7;
+    const double near = -0.75 + 0.75 * row + 0.5 * random_unit(number, 52);
     const double size = 0.85 + 0.35 * random_unit(number, 53), turn = 0.6 + 3.4 * (random_unit(number, 54) - 0.5);
     const bool is_mirrored = number % 2 == 1;
     const Matrix own = turn_around(1, turn) * scale_by({is_mirrored ? -size : size, size, size});

@@ -3,6 +3,7 @@
 #include <png.h>
 
 #include <cerrno>
+#include <cmath>
 #include <csetjmp>
 #include <cstdio>
 #include <memory>
@@ -18,7 +19,7 @@ std::vector<u8> quantize(const ScreenImage& image) {
   bytes.reserve(image.pixels.size() * 3);
   for (const Color& pixel : image.pixels) {
     for (const float value : {pixel.x, pixel.y, pixel.z})
-      bytes.push_back(static_cast<u8>(std::clamp(value, 0.0f, 1.0f) * 255.0f + 0.5f));
+      bytes.push_back(static_cast<u8>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255.0f)));
   }
   return bytes;
 }

@@ -36,6 +36,7 @@ class CrashHandlers {
   }
   ~CrashHandlers() {
     for (std::size_t k = 0; k < crash_signals.size(); ++k) sigaction(crash_signals[k], &former_[k], nullptr);
+    last_line = nullptr;  // its text ends with the guarded call
   }
   CrashHandlers(const CrashHandlers&) = delete;
   CrashHandlers& operator=(const CrashHandlers&) = delete;

@@ -115,7 +115,7 @@ uint SceneNodes::get_part_count(const std::vector<u8>& is_needed, double begin, 
 }
 
 std::vector<double> SceneNodes::find_frames(const std::vector<u8>& is_needed, const SceneTimes& times) const {
-  const std::vector<double> samples = get_sample_frames(times);
+  std::vector<double> samples = get_sample_frames(times);
   if (samples.size() < 2) return samples;
   std::vector<u8> carries(is_needed);
   std::vector<double> file_frames;

@@ -37,8 +37,8 @@ ScreenImage make_select_picture(const Picture& picture, const Camera& camera, co
   for (std::size_t pixel = 0; pixel < objects.size(); ++pixel) {
     if (objects[pixel] == no_number) continue;
     const GMathVec3<double> normal(normals[0].values[pixel], normals[1].values[pixel], normals[2].values[pixel]);
-    const GMathVec3<double> view =
-        rays.get_direction(double(pixel % picture.width) + 0.5, double(pixel / picture.width) + 0.5);
+    const auto column = pixel % picture.width, row = pixel / picture.width;
+    const GMathVec3<double> view = rays.get_direction(double(column) + 0.5, double(row) + 0.5);
     const auto light = static_cast<float>(0.3 + 0.7 * std::fabs(normal.dot(view.get_normalized())));
     const bool is_selected = std::binary_search(selected.begin(), selected.end(), objects[pixel]);
     image.pixels[pixel] = (is_selected ? mix(chosen, hash_color(objects[pixel]), 0.4f) : gray) * light;

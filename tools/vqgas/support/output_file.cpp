@@ -162,6 +162,7 @@ void OutputFile::fail(const std::string& fault) const {
 
 void check_outputs(const std::vector<std::string>& outputs, const std::vector<std::string>& inputs) {
   std::vector<NamedFile> others;
+  others.reserve(inputs.size() + outputs.size());
   for (const std::string& input : inputs)
     others.push_back(input == "-" ? identify_stream(STDIN_FILENO, "standard input")
                                   : identify_file(input, "the input "));
