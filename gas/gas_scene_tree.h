@@ -2,22 +2,12 @@
 //
 // The structure over a scene: a four-wide tree whose leaves are clusters of the objects' own structures.
 //
-//   objects[ ]            as passed to create(), null entries included
-//   object_indices[a]     index in objects[ ] of accepted object a
-//   cluster_counts[a]     number of its leaves
-//   first_leaves[a]       the first of them; the leaves of one object are adjacent
-//   leaf_clusters[leaf]   the object's handle of the cluster
-//   leaf_objects[leaf]    accepted object
+//   objects[ ]       as passed to create(), null entries included
+//   table            the accepted objects and their clusters (gas_cluster_table.h)
 //
-// At a leaf the query continues in the object's space, in a nested record of the thread, restricted to the cluster.
-// Distances are the same in all spaces, because directions are transformed but not normalized. Under motion blur the
-// tree is refitted to the objects' matrices and boxes at the sample times of the description; each ray gets the
-// object's matrix blended, entry by entry, to its own time.
-//
-// World boxes are blended linearly too. Where a shape deforms while its object turns they are enlarged, so that the
-// blend holds all positions between two samples (gas_world_bbox.h).
+// What happens at a leaf and under motion blur: gas_instance_structure.h.
 #pragma once
-#include "gas/structure/gas_bvh_structure.h"
+#include "gas/structure/gas_instance_structure.h"
 #include "vq_core/core_array.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_gmath/gmath_ray.h"
@@ -25,15 +15,11 @@
 class AppBase;
 class AppProgressBar;
 class ModuleSceneObject;
-struct GasNestedTarget;
-struct GasRayCtx;
-struct GasSceneTreeMotion;
+struct GasNestedQueryCtx;
 struct GeometryOverride;
 
-class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion> {
+class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
  public:
-  using MotionData = GasSceneTreeMotion;
-
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
 
@@ -47,7 +33,7 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
 
   class GasSceneTreeCheckTask;
   class GasSceneTreeBboxTask;
-  class UpdateObjectMotionTask;
+  using UpdateObjectMotionTask = GasInstanceMotionTask<GasSceneTree>;
 
   /// Builds the tree and replaces its former content. Objects, overrides and the objects' structures must outlive it.
   /// Left out without a message: null objects, objects without primitives, objects whose matrix is not invertible or
@@ -73,92 +59,61 @@ class GasSceneTree : public GasBvhStructure<GasSceneTree, GasObject, GasSceneTre
   const double& get_primitive_count() const { return primitive_count; }
 
   /// Number of clusters of the object at `index` in the tree; 0 if it was left out. O(log accepted objects).
-  uint get_cluster_count(uint index) const;
+  uint get_cluster_count(uint index) const { return table.get_cluster_count(index); }
 
  private:
   friend GasStructure;
   friend GasBvhStructure;
-  friend GasSceneTreeMotion;
-  /// The clusters of each object, during the build.
-  using ClusterLists = CoreArray<CoreVector<void*>>;
+  friend GasInstanceStructure;
+  friend UpdateObjectMotionTask;
+  struct Entry {
+    const ModuleSceneObject* object;
+  };
+  static constexpr const char* update_title = "Updating motion blur of scene GAS";
 
   void create(const AppBase& app, AppProgressBar* progress);
-  void check_objects(const AppBase& app, ClusterLists& lists, AppProgressBar* progress) const;
-  void gather_clusters(const ClusterLists& lists);
+  void check_objects(const AppBase& app, GasClusterTable::Lists& lists, AppProgressBar* progress) const;
   void compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights, AppProgressBar* progress);
   void build(const AppBase& app, AppProgressBar* progress);
   void build_tree(const AppBase& app, const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
                   AppProgressBar* progress);
-  /// Empties the tree and the arrays of its leaves.
+  /// Empties the tree and its leaves.
   void clear();
   bool is_whole_copy_of(const GasSceneTree& other) const;
   GeometryOverride* get_override(uint index) const {
     return index < overrides.get_count() ? overrides[index] : nullptr;
   }
-  uint get_object_index(uint leaf) const { return object_indices[leaf_objects[leaf]]; }
-  /// The clusters of an accepted object.
-  CoreBasicArray<void*> get_object_clusters(uint accepted) const;
-
-  /// Starts a query: forgets the rays that nested records have cached for another query.
-  struct QueryScope {
-    QueryScope(const GasSceneTree&, CtxShader& shader, GeometryRaytraceCtx& query, BvhHits hits);
-  };
-  bool can_move() const { return true; }
   u64 get_array_bytes() const;
-  void report_growth(u64 old_size, u64 new_size) const;
-  BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
-  static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                           const CoreBasicArray<unsigned int>& leaves, void* user);
-  static void leaf_ray_hit_nearest_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
-  static void leaf_frustum_hit_callback(const CtxEval&, CtxShader&, GeometryFrustumCtx&,
-                                        const CoreBasicArray<unsigned int>& leaves, void* user);
-  static void leaf_ray_hit_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                           const CoreBasicArray<unsigned int>& leaves, void* user);
-  static void leaf_ray_hit_nearest_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
-  static void leaf_ray_hit_nearest_motion_vectors_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                           const CoreBasicArray<unsigned int>& leaves, void* user);
-  void leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                           GeometryRaytraceCtx& query) const;
-  void leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                                   GeometryRaytraceCtx& query) const;
-  void leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                        GeometryFrustumCtx& query) const;
-  void leaf_ray_hit_motion(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
-                           MotionData& data) const;
-  void leaf_ray_hit_nearest_motion(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                                   GeometryRaytraceCtx& query, MotionData& data) const;
-  void leaf_ray_hit_nearest_motion_vectors(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                                           GeometryRaytraceCtx& query, MotionData& data) const;
-
-  // The nested query of `parent` for the object of a leaf, with the parent's rays in the object's space; the motion
-  // form transforms each ray at its own time. `ray_ctx` must have room for the parent's rays.
-  GeometryRaytraceCtx& get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                     const unsigned int& leaf) const;
-  GeometryRaytraceCtx& get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                            const unsigned int& leaf, const MotionData& data) const;
-  GasNestedTarget get_target(const unsigned int& leaf, const GMathRay::Type& type) const;
-  /// Calls query(object, type, ray_ctx) for the object of a leaf, with a nested record that has room for the parent's
-  /// rays. Does nothing if the object is invisible to the parent's rays or there is no memory for the record.
-  template <class Query>
-  void enter_object(const unsigned int& leaf, CtxShader& shader, GeometryRaytraceCtx& parent, const Query& query) const;
-
-  void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  // For GasInstanceStructure.
+  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, uint leaf, Entry& entry) const;
+  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, uint leaf) const;
+  const GMathMatrix4x4<double>& get_matrix(uint leaf) const;
+  const GMathMatrix4x4<double>& get_inverse_matrix(uint leaf) const;
+  template <BvhHits hits>
+  void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,
+                   uint leaf, Entry& entry, bool is_moving) const;
+  uint get_path_depth(const GeometryRaytraceCtx&) const { return 0; }
+  bool wants_frustum(const GeometryFrustumCtx& query, uint leaf) const;
+  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, uint leaf) const;
+  void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local, Entry& entry) const;
+  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, uint leaf) const;
+  uint get_key_count() const { return table.get_accepted_count(); }
+  uint get_key(uint accepted) const { return accepted; }
+  void fill_matrices(const CtxEval&, const CtxMotionBlur&, MotionData&) const {}
+  void measure(const CtxEval& ctx, uint accepted, double time, GMathMatrix4x4<double>& matrix,
+               GMathBbox3<float>* boxes) const;
+  GasBboxSurplus get_growth(uint) const { return {}; }
+  uint get_update_slice(uint) const { return 1; }
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
   CoreArray<ModuleSceneObject*> objects;
   CoreBasicArray<GeometryOverride*> overrides;
-  CoreBasicArray<uint> object_indices;
-  CoreBasicArray<uint> cluster_counts;
-  CoreBasicArray<uint> first_leaves;
-  CoreBasicArray<void*> leaf_clusters;
-  CoreBasicArray<uint> leaf_objects;
   double geometry_count = 0.0;
   double primitive_count = 0.0;
 };
 
-extern template class GasStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
-extern template class GasBvhStructure<GasSceneTree, GasObject, GasSceneTreeMotion>;
+extern template class GasStructure<GasSceneTree, GasObject, GasInstanceMotion<GasSceneTree>>;
+extern template class GasBvhStructure<GasSceneTree, GasObject, GasInstanceMotion<GasSceneTree>>;
+extern template class GasInstanceStructure<GasSceneTree, GasObject>;

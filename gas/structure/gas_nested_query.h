@@ -8,9 +8,9 @@
 //
 // A record serves queries of any kind, one at a time:
 //
-//   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray]
-//   frustums   planes, results and lists | path
-//   beams      the current beam of the outer query; the inner query needs nothing else
+//   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray] |
+//   planes frustums   planes, results and lists | path beams      the current beam of the outer query; the inner query
+//   needs nothing else
 //
 // For each ray of the outer query it holds the ray in the inner space and the inner-to-outer matrix. Rays keep their
 // numbers in the inner query. Data that is the same in all spaces (intervals, spans, stop flags, hits) is shared.
@@ -23,11 +23,16 @@
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
-/// What a leaf refers to: an object of a scene.
+/// What a leaf refers to: an object of a scene or an instance of a bundle.
 struct GasNestedTarget {
-  uint key = 0;     ///< identifies the inner space among all that the structure's leaves refer to
-  u64 cluster = 0;  ///< of the inner structure
-  double distance;  ///< smallest tnear inside: skips hits on the object that emitted the ray
+  uint key = 0;                   ///< identifies the inner space among all that the structure's leaves refer to
+  u64 cluster = 0;                ///< of the inner structure
+  double distance = 0.0;          ///< smallest tnear inside: skips hits on the object that emitted the ray
+  uint shading_group_offset = 0;  ///< of the inner query, as the next two
+  uint depth = 0;
+  uint instance = 0;
+  /// Of a scene's object: appended to the path. An instance of a bundle has none: its query keeps the parent's path and
+  /// planes, and its matte and flag words.
   GeometryIntersectionPathElement element;
 };
 
@@ -39,17 +44,33 @@ struct GasRayCtx {
   CoreAlignedArray<GMathBasicRay<double>> rays;
   CoreAlignedArray<GeometryRayMatrix> matrices;      ///< inner space to outer
   CoreAlignedArray<GeometryRayMatrix> end_matrices;  ///< at the end of each ray's motion span; only for vectors
+  CoreAlignedArray<GeometryPlane> planes;            ///< those of the outer query, in the inner space
 
-  /// Makes room for the rays of `parent` and for the paths of its nearest hits. False if there is no memory.
+  /// Makes room for the rays and planes of `parent` and for the paths of its nearest hits. False if there is no memory.
   bool reserve(GeometryRaytraceCtx& parent) {
     const uint count = parent.ray_count;
     if (parent.map != nullptr && !parent.map->reserve_nested()) return false;
-    return (rays.get_count() >= count && matrices.get_count() >= count) || grow(count);
+    const bool has_room =
+        rays.get_count() >= count && matrices.get_count() >= count && planes.get_count() >= parent.plane_count;
+    return has_room || grow(count, parent.plane_count);
   }
   bool reserve_end_matrices(uint ray_count);
 
-  /// Sets all of `query` from `parent` and the target, except rays and matrices.
+  /// Sets all of `query` from `parent` and the target, except rays, matrices and planes.
   GeometryRaytraceCtx& begin_query(GeometryRaytraceCtx& parent, const GasNestedTarget& target);
+  /// Transforms one ray of `parent`. `matrix` transforms from the inner space to the parent's.
+  void set_ray(const GeometryRaytraceCtx& parent, uint ray, const GMathMatrix4x4<double>& matrix,
+               const GMathMatrix4x4<double>& inverse) {
+    matrices[ray].matrix = matrix;
+    matrices[ray].flag = 0;
+    rays[ray].transform(parent.get_ray(ray), inverse);
+  }
+  /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
+  void transform_planes(const GeometryRaytraceCtx& parent, const GMathMatrix4x4<double>& inverse) {
+    if (query.planes == nullptr) return;
+    for (u64 k = 0; k < parent.plane_count; ++k)
+      planes[k] = parent.planes[k].get_transformed(inverse, matrices[parent.first_ray].matrix);
+  }
 
   // Cache of the last single ray that was transformed in this query: leaves of one object often follow each other, and
   // their rays are the same.
@@ -64,7 +85,7 @@ struct GasRayCtx {
   void forget_ray() { has_cached_ray_ = false; }
 
  private:
-  bool grow(uint ray_count);
+  bool grow(uint ray_count, u64 plane_count);
   bool has_cached_ray_ = false;
   uint cached_key_ = 0;
   uint cached_ray_ = 0;

@@ -92,6 +92,11 @@ GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMath
   return surplus;
 }
 
+bool gas_is_invertible(const GMathMatrix4x4<double>& matrix) {
+  const double determinant = matrix.get_determinant();
+  return determinant != 0.0 && gmath_isfinited(determinant);
+}
+
 GMathBbox3<float> gas_blend_bboxes(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
   if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;  // exact, also if the other is infinite
   const auto blend = [&](double x, double y) { return static_cast<float>(x * (1.0 - fraction) + y * fraction); };

@@ -1,6 +1,6 @@
 // gas/structure/gas_world_bbox.h
 //
-// World boxes and matrices of the objects of a scene, static and between two motion samples.
+// World boxes and matrices of objects and instances, static and between two motion samples.
 #pragma once
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_matrix.h"
@@ -9,6 +9,10 @@
 struct GasBboxSurplus {
   GMathVec3<double> low, high;  ///< below the lower bounds, above the upper bounds; not negative
   void raise(const GasBboxSurplus& other);
+  void add(const GasBboxSurplus& other) {
+    low = low + other.low;
+    high = high + other.high;
+  }
 };
 
 /// The world box around a box in an object's space: the extremes of its eight corners plus the surplus, computed in
@@ -22,6 +26,9 @@ GMathBbox3<float> gas_get_world_bbox(const GMathBbox3<float>& local, const GMath
 /// times between, if the local box changes linearly while the matrix does too. 0 if only one of the two changes.
 GasBboxSurplus gas_get_motion_surplus(const GMathBbox3<float>& box0, const GMathMatrix4x4<double>& matrix0,
                                       const GMathBbox3<float>& box1, const GMathMatrix4x4<double>& matrix1);
+
+/// True if the matrix is finite and invertible.
+bool gas_is_invertible(const GMathMatrix4x4<double>& matrix);
 
 /// (1 - fraction) a + fraction b in double precision, rounded to single. Exactly a or b at their own ends. A function
 /// of its own: where the caller converts the result back to double, g++ 12 drops the rounding of the last two bounds.

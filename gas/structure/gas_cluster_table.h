@@ -1,0 +1,41 @@
+// gas/structure/gas_cluster_table.h
+//
+// The leaves of a structure over other structures (a scene, a bundle): the clusters of each of its items. An item
+// without clusters is left out; the others are accepted, in their order.
+//
+//   items[a]          index of accepted item a in the input
+//   counts[a]         number of its leaves
+//   first_leaves[a]   the first of them; the leaves of one item are adjacent
+//   clusters[leaf]    the handle that the item's structure gave
+//   owners[leaf]      accepted item
+#pragma once
+#include "vq_core/core_array.h"
+
+struct GasClusterTable {
+  /// [item] its clusters, during the build.
+  using Lists = CoreArray<CoreVector<void*>>;
+
+  /// Replaces the table. Throws std::bad_alloc.
+  void gather(const Lists& lists);
+  void clear();
+  /// False if a copy of `other` ran out of memory.
+  bool is_whole_copy_of(const GasClusterTable& other) const;
+  u64 get_array_bytes() const;
+
+  uint get_accepted_count() const { return items.get_count(); }
+  uint get_leaf_count() const { return owners.get_count(); }
+  uint get_item(uint leaf) const { return items[owners[leaf]]; }
+  u64 get_cluster(uint leaf) const { return reinterpret_cast<u64>(clusters[leaf]); }
+  /// The clusters of an accepted item.
+  CoreBasicArray<void*> get_clusters(uint accepted) const {
+    return CoreBasicArray<void*>::make_view(clusters.get_items() + first_leaves[accepted], counts[accepted]);
+  }
+  /// Number of leaves of item `item`; 0 if it was left out. O(log accepted items).
+  uint get_cluster_count(uint item) const;
+
+  CoreBasicArray<uint> items;
+  CoreBasicArray<uint> counts;
+  CoreBasicArray<uint> first_leaves;
+  CoreBasicArray<void*> clusters;
+  CoreBasicArray<uint> owners;
+};

@@ -1,0 +1,114 @@
+// gas/structure/gas_instance_structure.h
+//
+// Shared by the structures whose leaves are clusters of other structures: scenes and bundles. At a leaf the query
+// continues in the item's space, in a nested record of the thread, restricted to the cluster. Distances are the same in
+// all spaces, because directions are transformed but not normalized. Under motion blur the tree is refitted to the
+// items' matrices and boxes at the sample times of the description; each ray gets the item's matrix blended, entry by
+// entry, to its own time.
+//
+// World boxes are blended linearly too. Where a shape deforms while its item turns they are enlarged, so that the blend
+// holds all positions between two samples (gas_world_bbox.h).
+//
+// The definitions are in gas_instance_structure_impl.h and gas_instance_update.h. `Self` has this class as its friend
+// and supplies, beyond what gas_bvh_structure.h names:
+//
+//   struct Entry                                          what a leaf refers to
+//   bool find_entry(ctx, shader, type, leaf, Entry&)      false: invisible to rays of this type, or without a structure
+//   GasNestedTarget get_target(parent, type, leaf)        identifies the nested query
+//   get_matrix(leaf), get_inverse_matrix(leaf)            of the item at rest
+//   void query_entry<hits>(ctx, shader, parent, local, leaf, Entry&, is_moving)     continues a ray query
+//   uint get_path_depth(parent)                           for GeometryIntersectionMap::transform_path()
+//
+//   bool wants_frustum(query, leaf)                       false: the leaf need not be asked
+//   void begin_frustum(query, record, leaf)               completes the nested query
+//   void query_entry(ctx, shader, local, Entry&)          continues a frustum query
+//   void end_frustum(query, local, leaf)                  modes any and all: adds the nested result
+//
+//   uint get_key_count(), get_key(accepted)               rows of the matrices of motion data
+//   void fill_matrices(ctx, motion_blur, MotionData&)     before anything is measured
+//   void measure(ctx, accepted, time, matrix, boxes)      matrix, unless filled, and local boxes of the clusters
+//   GasBboxSurplus get_growth(accepted)                   added to the world boxes
+//   uint get_update_slice(thread_count)                   items that one task updates
+//
+// All are const.
+#pragma once
+#include "gas/structure/gas_bvh_structure.h"
+#include "gas/structure/gas_cluster_table.h"
+#include "gas/structure/gas_instance_motion.h"
+#include "gas/structure/gas_world_bbox.h"
+#include "vq_gmath/gmath_ray.h"
+
+struct GasNestedTarget;
+struct GasRayCtx;
+template <class Structure>
+class GasInstanceMotionTask;
+
+template <class Self, class Base>
+class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotion<Self>> {
+ public:
+  using MotionData = GasInstanceMotion<Self>;
+
+ protected:
+  friend class GasStructure<Self, Base, MotionData>;
+  friend class GasBvhStructure<Self, Base, MotionData>;
+  friend MotionData;
+  friend class GasInstanceMotionTask<Self>;
+
+  explicit GasInstanceStructure(Self* self);
+  GasInstanceStructure(const GasInstanceStructure& other, Self* self)
+      : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table) {}
+  GasInstanceStructure& operator=(const GasInstanceStructure& other);
+
+  /// Starts a query: forgets what nested records hold of another query.
+  struct QueryScope {
+    QueryScope(const Self&, CtxShader& shader, GeometryRaytraceCtx& query, BvhHits hits);
+  };
+  bool can_move() const { return true; }
+  /// Reports every refit, however small.
+  void report_growth(u64 old_size, u64 new_size) const;
+  BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
+
+  static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
+                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+  static void leaf_ray_hit_nearest_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
+                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
+  static void leaf_frustum_hit_callback(const CtxEval&, CtxShader&, GeometryFrustumCtx&,
+                                        const CoreBasicArray<unsigned int>& leaves, void* user);
+  static void leaf_ray_hit_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
+                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+  static void leaf_ray_hit_nearest_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
+                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
+  static void leaf_ray_hit_nearest_motion_vectors_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
+                                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+  void leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
+                           GeometryRaytraceCtx& query) const;
+  void leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
+                                   GeometryRaytraceCtx& query) const;
+  void leaf_ray_hit_motion(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                           MotionData& data) const;
+  void leaf_ray_hit_nearest_motion(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
+                                   GeometryRaytraceCtx& query, MotionData& data) const;
+  void leaf_ray_hit_nearest_motion_vectors(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
+                                           GeometryRaytraceCtx& query, MotionData& data) const;
+  void leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
+                        GeometryFrustumCtx& query) const;
+
+  /// The nested query of `parent` for the item of a leaf, with the parent's rays in the item's space; the motion form
+  /// transforms each ray at its own time. `ray_ctx` must have room for the parent's rays.
+  GeometryRaytraceCtx& get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
+                                     const unsigned int& leaf) const;
+  GeometryRaytraceCtx& get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
+                                            const unsigned int& leaf, const MotionData& data) const;
+  /// Calls query(entry, type, ray_ctx) for the item of a leaf, with a nested record that has room for the parent's
+  /// rays. Does nothing if the item cannot be entered or there is no memory for the record.
+  template <class Query>
+  void enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
+             const Query& query) const;
+
+  void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+
+  GasClusterTable table;  ///< leaves of the tree
+
+ private:
+  const Self& self() const { return static_cast<const Self&>(*this); }
+};
