@@ -4,7 +4,7 @@
 #pragma once
 #include "vq_module/module_scene_object.h"
 
-/// The cluster functions for an object over `structure`: those of the structure if it is a GasClusterable, else those
-/// that make it one cluster. An object without a structure has no clusters. The result lives as long as the program.
-/// Thread-safe, O(1).
+/// The cluster functions for an object over `structure`: those of the structure if it is a GasClusterable or a
+/// GasGeometryBundle, else those that make it one cluster. An object without a structure has no clusters. The result
+/// lives as long as the program. Thread-safe, O(1).
 const ModuleClusterFunctions& gas_get_cluster_functions(const GasObject* structure);
