@@ -20,7 +20,8 @@ bool clear_mask(const GeometryObject* geometry, GeometryFrustumCtx& query) {
   query.point_count = cloud != nullptr ? cloud->get_count() : 0;
   if (query.mask.size() < query.point_count) query.mask.resize(query.point_count);
   std::fill_n(query.mask.begin(), query.point_count, u8{0});
-  return query.point_count > 0;
+  // Without a cloud primitives may still hold structures that have points.
+  return geometry != nullptr && (cloud == nullptr || query.point_count > 0);
 }
 
 }  // namespace

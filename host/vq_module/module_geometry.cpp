@@ -14,20 +14,11 @@ const CoreClassInfo& ModuleGeometry::class_info() {
 
 ModuleGeometry::ModuleGeometry(const CoreString& name, std::shared_ptr<const GeometryObject> geometry,
                                std::shared_ptr<const GasObject> structure, const ModuleClusterFunctions& functions)
-    : ModuleSceneObject(name), geometry_(std::move(geometry)), owned_structure_(std::move(structure)) {
+    : ModuleSceneObject(name),
+      geometry_(std::move(geometry)),
+      owned_structure_(std::move(structure)),
+      groups_(geometry_ != nullptr ? geometry_->get_shading_groups().get_count() : 0) {
   set_structure(owned_structure_.get(), functions);
-  if (geometry_ != nullptr)
-    links_.assign(geometry_->get_shading_groups().get_count(), {ShadingGroupLinks::material_empty, nullptr, nullptr});
-  for (const ShadingGroupLinks& links : links_) entries_.push_back(&links);
-  table_ = ShadingGroupTable(entries_);
-}
-
-void ModuleGeometry::set_shading_group(uint group, const ShadingGroupLinks& links) {
-  if (group < links_.size()) links_[group] = links;
-}
-
-void ModuleGeometry::set_shading_group_visibility(uint group, bool visible) {
-  if (group < links_.size()) entries_[group] = visible ? &links_[group] : nullptr;
 }
 
 double ModuleGeometry::get_primitive_count() const {

@@ -4,10 +4,9 @@
 // and visible shading groups.
 #pragma once
 #include <memory>
-#include <vector>
 
 #include "vq_module/module_scene_object.h"
-#include "vq_shading_variable/shading_variables.h"
+#include "vq_module/module_shading_groups.h"
 
 class GeometryObject;
 
@@ -27,26 +26,22 @@ class ModuleGeometry : public ModuleSceneObject {
 
   /// Sets the links of shading group `group`. Not to be called while another thread reads the object. A group that the
   /// geometry does not have is ignored.
-  void set_shading_group(uint group, const ShadingGroupLinks& links);
+  void set_shading_group(uint group, const ShadingGroupLinks& links) { groups_.set_links(group, links); }
   /// Groups that are not visible cannot be hit. All are visible at first.
-  void set_shading_group_visibility(uint group, bool visible);
+  void set_shading_group_visibility(uint group, bool visible) { groups_.set_visibility(group, visible); }
 
   const GeometryObject* get_geometry(const bool& /*evaluate*/ = true) const { return geometry_.get(); }
-  bool get_shading_group_visibility(const uint& group) const {
-    return group < entries_.size() && entries_[group] != nullptr;
-  }
-  uint get_shading_group_count() const override { return static_cast<uint>(links_.size()); }
+  bool get_shading_group_visibility(const uint& group) const { return groups_.is_visible(group); }
+  uint get_shading_group_count() const override { return groups_.get_count(); }
   double get_geometry_count() const override { return 1.0; }
   double get_primitive_count() const override;
   bool has_moving_shape() const override;
 
  protected:
-  const ShadingGroupTable* get_shading_table() const override { return &table_; }
+  const ShadingGroupTable* get_shading_table() const override { return &groups_.get_table(); }
 
  private:
   std::shared_ptr<const GeometryObject> geometry_;
   std::shared_ptr<const GasObject> owned_structure_;
-  std::vector<ShadingGroupLinks> links_;
-  std::vector<const ShadingGroupLinks*> entries_;  ///< entries of the table: null for a group that is not visible
-  ShadingGroupTable table_;
+  ModuleShadingGroups groups_;
 };

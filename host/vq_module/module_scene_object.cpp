@@ -79,7 +79,10 @@ GMathBbox3<double> ModuleSceneObject::get_local_bbox() const {
 template <class Query, class Run>
 void ModuleSceneObject::query_structure(CtxShader& shader, Query& query, const Run& run) const {
   if (structure_ == nullptr) return;
-  if (const ShadingGroupTable* table = get_shading_table(); table != nullptr) query.shading = table;
+  if (const ShadingGroupTable* table = get_shading_table(); table != nullptr) {
+    query.shading = table;
+    query.shading_group_offset = 0;
+  }
   const OverrideMaterialScope material(shader, query.path);
   run(*structure_);
 }

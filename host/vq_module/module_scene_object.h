@@ -90,8 +90,9 @@ class ModuleSceneObject : public ModuleSceneItem {
 
   // Queries in the object's space, passed to the structure. Ray queries with motion spans of the shader's motion blur
   // (nested in a motion query of a scene) call the structure's motion form, others the static form. They set
-  // query.shading to the object's table, if it has one, and do not restore it. During the query the override material
-  // of the path's last element is the shader's override material. Threads: as for the structure.
+  // query.shading to the object's table, if it has one, and the group offset to 0, and do not restore them. During the
+  // query the override material of the path's last element is the shader's override material. Threads: as for the
+  // structure.
   void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
