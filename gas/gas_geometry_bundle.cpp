@@ -61,7 +61,11 @@ GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) 
   displacement_on = other.displacement_on;
   matrices_callback = other.matrices_callback;
   matrices_user = other.matrices_user;
-  if (!is_whole_copy_of(other)) clear();  // no memory
+  const GasOutcome outcome = gas_try([&] {
+    gas_need(is_whole_copy_of(other));
+    refer_items(other);
+  });
+  if (outcome != GasOutcome::done) clear();
   return *this;
 }
 
@@ -72,20 +76,19 @@ bool GasGeometryBundle::is_whole_copy_of(const GasGeometryBundle& other) const {
   bool are_lists_whole = is_whole(index_lists, other.index_lists);
   for (uint k = 0; are_lists_whole && k < index_lists.get_count(); ++k)
     are_lists_whole = is_whole(index_lists[k], other.index_lists[k]);
-  return are_lists_whole && table.is_whole_copy_of(other.table) && is_whole(first_geometries, other.first_geometries) &&
-         is_whole(second_geometries, other.second_geometries) && is_whole(third_geometries, other.third_geometries) &&
-         is_whole(fourth_geometries, other.fourth_geometries) && is_whole(first_indices, other.first_indices) &&
-         is_whole(geometry_indices, other.geometry_indices) &&
+  return are_lists_whole && GasInstanceStructure::is_whole_copy_of(other) &&
+         is_whole(first_geometries, other.first_geometries) && is_whole(second_geometries, other.second_geometries) &&
+         is_whole(third_geometries, other.third_geometries) && is_whole(fourth_geometries, other.fourth_geometries) &&
+         is_whole(first_indices, other.first_indices) && is_whole(geometry_indices, other.geometry_indices) &&
          is_whole(shading_group_offsets, other.shading_group_offsets) && is_whole(matrices, other.matrices) &&
          is_whole(inverse_matrices, other.inverse_matrices) && is_whole(displaced, other.displaced) &&
-         is_whole(bounds, other.bounds) && is_whole(visibility, other.visibility) &&
-         is_whole(pre_hits, other.pre_hits) && tree.is_empty() == other.tree.is_empty();
+         is_whole(bounds, other.bounds) && is_whole(visibility, other.visibility) && is_whole(pre_hits, other.pre_hits);
 }
 
 /// Removes the inputs too: after a failure they may no longer exist.
 void GasGeometryBundle::clear() {
   tree.clear();
-  table.clear();
+  clear_entries();
   slots.reset();
   for (auto* array : {&first_geometries, &second_geometries, &third_geometries, &fourth_geometries})
     array->remove_all();
@@ -187,7 +190,8 @@ class GasGeometryBundle::GasGeometryBundleCheckTask final : public GasTask {
 class GasGeometryBundle::GasGeometryBundleBboxTask final : public GasTask {
  public:
   const BuildCtx* build = nullptr;
-  GMathBbox3<float>* boxes = nullptr;  ///< [leaf], zeroed
+  GMathBbox3<float>* local_boxes = nullptr;  ///< [leaf], zeroed
+  GMathBbox3<float>* boxes = nullptr;        ///< [leaf] in the world, written
   uint first = 0, end = 0;
 
   void work(const uint& thread_index) override {
@@ -204,14 +208,15 @@ class GasGeometryBundle::GasGeometryBundleBboxTask final : public GasTask {
     const GasGeometryBundle& bundle = build->bundle;
     const uint instance = bundle.table.items[valid];
     const CoreBasicArray<void*> clusters = bundle.table.get_clusters(valid);
-    GMathBbox3<float>* own = boxes + bundle.table.first_leaves[valid];
+    const uint first_leaf = bundle.table.first_leaves[valid];
+    GMathBbox3<float>* own = local_boxes + first_leaf;
     if (bundle.is_displaced(instance)) {
       std::fill_n(own, clusters.get_count(), gmath_round_outwards(bundle.get_geometry(instance)->get_bbox(ctx)));
     } else if (const GasClusterable* structure = bundle.get_geometry_gas(ctx, instance); structure != nullptr) {
       structure->get_clusters_bboxes(clusters, own);
     }
     for (uint k = 0; k < clusters.get_count(); ++k)
-      own[k] = gas_get_world_bbox(own[k], bundle.matrices[instance], bundle.get_bound(instance));
+      boxes[first_leaf + k] = gas_get_world_bbox(own[k], bundle.matrices[instance], bundle.get_bound(instance));
   }
 };
 
@@ -324,15 +329,17 @@ void GasGeometryBundle::build(const OfApp& app, AppProgressBar* progress) {
     check_geometries(build_ctx, lists);
     table.gather(lists);
   }
-  CoreArray<GMathBbox3<float>> boxes(table.get_leaf_count());
-  gas_need(boxes.get_count() == table.get_leaf_count());
-  std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
-  if (!boxes.is_empty()) compute_bboxes(build_ctx, boxes.get_items());
+  const uint leaf_count = table.get_leaf_count();
+  CoreArray<GMathBbox3<float>> local_boxes(leaf_count), boxes(leaf_count);
+  gas_need(local_boxes.get_count() == leaf_count && boxes.get_count() == leaf_count);
+  std::fill(local_boxes.begin(), local_boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
+  if (leaf_count > 0) compute_bboxes(build_ctx, local_boxes.get_items(), boxes.get_items());
   const AppProgressScope stage(progress, "create tree", 0.9);
   GasBvhSplitCtx split_ctx;
   split_ctx.item_boxes = boxes.get_items();
   split_ctx.application = &app;
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), {1.0f, 1, 1, 10}, progress);
+  fill_entries(local_boxes.get_items());
 }
 
 void GasGeometryBundle::check_geometries(const BuildCtx& build, GasClusterTable::Lists& lists) const {
@@ -343,11 +350,13 @@ void GasGeometryBundle::check_geometries(const BuildCtx& build, GasClusterTable:
   });
 }
 
-void GasGeometryBundle::compute_bboxes(const BuildCtx& build, GMathBbox3<float>* boxes) const {
+void GasGeometryBundle::compute_bboxes(const BuildCtx& build, GMathBbox3<float>* local_boxes,
+                                       GMathBbox3<float>* boxes) const {
   const uint count = table.get_accepted_count();
   const AppProgressScope stage(build.progress, "create tree", 0.3, count);
   gas_run_item_slices<GasGeometryBundleBboxTask>(build.app, count, [&](GasGeometryBundleBboxTask& task) {
     task.build = &build;
+    task.local_boxes = local_boxes;
     task.boxes = boxes;
   });
 }

@@ -147,7 +147,7 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   void gather_displacements(const CoreBasicArray<ModuleDisplacement*>& displacements);
   void add_displacements(uint instance, const CoreBasicArray<ModuleDisplacement*>& displacements);
   void check_geometries(const BuildCtx& build, GasClusterTable::Lists& lists) const;
-  void compute_bboxes(const BuildCtx& build, GMathBbox3<float>* boxes) const;
+  void compute_bboxes(const BuildCtx& build, GMathBbox3<float>* local_boxes, GMathBbox3<float>* boxes) const;
   void build(const OfApp& app, AppProgressBar* progress);
   void clear();
   bool is_whole_copy_of(const GasGeometryBundle& other) const;
@@ -169,18 +169,19 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   GeometryObject* get_first_geometry(uint instance) const;
 
   // For GasInstanceStructure.
-  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, uint leaf, Entry& entry) const;
-  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, uint leaf) const;
-  const Matrix& get_matrix(uint leaf) const { return matrices[table.get_item(leaf)]; }
-  const Matrix& get_inverse_matrix(uint leaf) const { return inverse_matrices[table.get_item(leaf)]; }
+  void describe_item(uint accepted, GasInstanceItem& item) const;
+  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstanceItem& item, Entry& entry) const;
+  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstanceItem& item) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,
-                   uint leaf, Entry& entry, bool is_moving) const;
+                   const GasInstanceItem& item, Entry& entry, bool is_moving) const;
+  PreHitFunction get_pre_hit(const GasInstanceItem& item) const;
+  bool must_enter(const GasInstanceItem& item) const { return get_pre_hit(item) != nullptr; }
   uint get_path_depth(const GeometryRaytraceCtx& parent) const;
-  bool wants_frustum(const GeometryFrustumCtx&, uint) const { return true; }
-  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, uint leaf) const;
+  bool wants_frustum(const GeometryFrustumCtx&, const GasInstanceItem&) const { return true; }
+  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstanceItem& item) const;
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local, Entry& entry) const;
-  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, uint leaf) const;
+  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstanceItem& item) const;
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
   uint get_key_count() const { return matrices.get_count(); }
   uint get_key(uint accepted) const { return table.items[accepted]; }

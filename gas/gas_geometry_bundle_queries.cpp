@@ -66,30 +66,46 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
                                      flags.as_array(), progress);
 }
 
-bool GasGeometryBundle::find_entry(const CtxEval& ctx, CtxShader& /*shader*/, uint /*type*/, uint leaf,
-                                   Entry& entry) const {
-  const uint instance = table.get_item(leaf);
-  if (!is_visible(instance)) return false;
-  entry.structure = get_geometry_gas(ctx, instance);
+void GasGeometryBundle::describe_item(uint accepted, GasInstanceItem& item) const {
+  item.index = table.items[accepted];
+  item.is_visible = is_visible(item.index);
+  item.matrix = &matrices[item.index];
+  item.inverse = &inverse_matrices[item.index];
+  item.inner = &slots->items[get_slot(item.index)];
+  const bool is_moving = get_geometry(item.index)->has_motion();
+  item.boxes = is_displaced(item.index) ? GasInstanceBoxes::never
+                                        : (is_moving ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always);
+}
+
+bool GasGeometryBundle::find_entry(const CtxEval& ctx, CtxShader& /*shader*/, uint /*type*/,
+                                   const GasInstanceItem& item, Entry& entry) const {
+  if (!item.is_visible) return false;
+  entry.structure = static_cast<const GasBundleSlot*>(item.inner)->structure.load(std::memory_order_acquire);
+  if (entry.structure == nullptr) entry.structure = get_geometry_gas(ctx, item.index);
   return entry.structure != nullptr;
 }
 
 GasNestedTarget GasGeometryBundle::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type /*type*/,
-                                              uint leaf) const {
+                                              const GasInstanceItem& item) const {
   GasNestedTarget target;
-  target.key = target.instance = table.get_item(leaf);
-  target.cluster = table.get_cluster(leaf);
   target.distance = parent.object_distance;
-  target.shading_group_offset = get_shading_group_offset(get_shading_key(target.key)) + parent.shading_group_offset;
+  target.shading_group_offset = get_shading_group_offset(get_shading_key(item.index)) + parent.shading_group_offset;
   target.depth = parent.depth + 1;
+  target.instance = item.index;
   return target;
+}
+
+GasGeometryBundle::PreHitFunction GasGeometryBundle::get_pre_hit(const GasInstanceItem& item) const {
+  if (pre_hits.is_empty()) return nullptr;
+  const uint geometry = geometry_indices[item.index];
+  return geometry < pre_hits.get_count() ? pre_hits[geometry] : nullptr;
 }
 
 template <BvhHits hits>
 void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
-                                    GeometryRaytraceCtx& local, uint leaf, Entry& entry, bool is_moving) const {
-  const uint geometry = geometry_indices[table.get_item(leaf)];
-  if (geometry < pre_hits.get_count() && pre_hits[geometry] != nullptr) pre_hits[geometry](ctx, parent, nullptr);
+                                    GeometryRaytraceCtx& local, const GasInstanceItem& item, Entry& entry,
+                                    bool is_moving) const {
+  if (const PreHitFunction pre_hit = get_pre_hit(item); pre_hit != nullptr) pre_hit(ctx, parent, nullptr);
   const GasObject& structure = *entry.structure;
   if constexpr (hits == BvhHits::nearest) {
     if (is_moving) return structure.ray_hit_nearest_motion(ctx, shader, local);
@@ -102,12 +118,12 @@ void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, Geome
 
 uint GasGeometryBundle::get_path_depth(const GeometryRaytraceCtx& parent) const { return parent.depth; }
 
-void GasGeometryBundle::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, uint leaf) const {
-  const uint instance = table.get_item(leaf);
+void GasGeometryBundle::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record,
+                                      const GasInstanceItem& item) const {
   GeometryFrustumCtx& local = record.frustum;
-  local.shading_group_offset = get_shading_group_offset(get_shading_key(instance)) + query.shading_group_offset;
+  local.shading_group_offset = get_shading_group_offset(get_shading_key(item.index)) + query.shading_group_offset;
   local.depth = query.depth + 1;
-  local.instance = instance;
+  local.instance = item.index;
 }
 
 void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local,
@@ -115,7 +131,8 @@ void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, Geome
   static_cast<const GasObject*>(entry.structure)->frustum_hit(ctx, shader, local);
 }
 
-void GasGeometryBundle::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, uint /*leaf*/) const {
+void GasGeometryBundle::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local,
+                                    const GasInstanceItem& /*item*/) const {
   if (query.mode == static_cast<uint>(GeometryFrustumMode::any)) {
     query.result.hit_count += local.result.hit_count > 0 ? 1 : 0;
     return;

@@ -47,7 +47,11 @@ GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   overrides = other.overrides;
   geometry_count = other.geometry_count;
   primitive_count = other.primitive_count;
-  if (!is_whole_copy_of(other)) clear();  // no memory
+  const GasOutcome outcome = gas_try([&] {
+    gas_need(is_whole_copy_of(other));
+    refer_items(other);
+  });
+  if (outcome != GasOutcome::done) clear();
   return *this;
 }
 
@@ -55,17 +59,17 @@ GasSceneTree::~GasSceneTree() = default;
 
 bool GasSceneTree::is_whole_copy_of(const GasSceneTree& other) const {
   return objects.get_count() == other.objects.get_count() && overrides.get_count() == other.overrides.get_count() &&
-         table.is_whole_copy_of(other.table);
+         GasInstanceStructure::is_whole_copy_of(other);
 }
 
 void GasSceneTree::clear() {
   tree.clear();
-  table.clear();
+  clear_entries();
 }
 
 u64 GasSceneTree::get_array_bytes() const {
   return u64{objects.get_count()} * sizeof(ModuleSceneObject*) +
-         u64{overrides.get_count()} * sizeof(GeometryOverride*) + table.get_array_bytes();
+         u64{overrides.get_count()} * sizeof(GeometryOverride*) + get_entry_bytes();
 }
 
 /// Gets the clusters of a slice of the objects. Writes only the lists of these objects.
@@ -95,7 +99,8 @@ class GasSceneTree::GasSceneTreeCheckTask final : public GasTask {
 class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
  public:
   const GasSceneTree* scene = nullptr;
-  GMathBbox3<float>* boxes = nullptr;
+  GMathBbox3<float>* local_boxes = nullptr;  ///< [leaf], written
+  GMathBbox3<float>* boxes = nullptr;        ///< [leaf] in the world, written
   float* weights = nullptr;
   const AppBase* app = nullptr;
   uint first = 0, end = 0;
@@ -110,11 +115,11 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
       GeometryOverride* replaced = scene->get_override(index);
       const CoreBasicArray<void*> clusters = scene->table.get_clusters(accepted);
       const ModuleClusterFunctions& functions = object->get_cluster_functions();
-      functions.get_clusters_bboxes(object, replaced, clusters, boxes + first_leaf);
+      functions.get_clusters_bboxes(object, replaced, clusters, local_boxes + first_leaf);
       if (functions.get_clusters_weights != nullptr)
         functions.get_clusters_weights(object, replaced, clusters, weights + first_leaf);
       for (uint leaf = first_leaf; leaf < first_leaf + clusters.get_count(); ++leaf)
-        boxes[leaf] = gas_get_world_bbox(boxes[leaf], object->get_global_matrix());
+        boxes[leaf] = gas_get_world_bbox(local_boxes[leaf], object->get_global_matrix());
       geometry_sum += object->get_geometry_count();
       primitive_sum += object->get_primitive_count();
       if (progress != nullptr) progress->step(accepted + 1);
@@ -153,15 +158,17 @@ void GasSceneTree::build(const AppBase& app, AppProgressBar* progress) {
     table.gather(lists);
   }
   const uint leaf_count = table.get_leaf_count();
-  CoreArray<GMathBbox3<float>> boxes(leaf_count);
+  CoreArray<GMathBbox3<float>> local_boxes(leaf_count), boxes(leaf_count);
   CoreBasicArray<float> weights(leaf_count);
-  gas_need(boxes.get_count() == leaf_count && weights.get_count() == leaf_count);
+  gas_need(local_boxes.get_count() == leaf_count && boxes.get_count() == leaf_count &&
+           weights.get_count() == leaf_count);
   // Defaults where a module supplies no box or weight.
-  std::fill(boxes.begin(), boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
+  std::fill(local_boxes.begin(), local_boxes.end(), GMathBbox3<float>({0, 0, 0}, {0, 0, 0}));
   std::fill(weights.begin(), weights.end(), 1.0f);
-  if (!boxes.is_empty()) compute_bboxes(app, boxes.get_items(), weights.get_items(), progress);
+  if (leaf_count > 0) compute_bboxes(app, local_boxes.get_items(), boxes.get_items(), weights.get_items(), progress);
   const AppProgressScope stage(progress, "create tree", 0.3);
   build_tree(app, boxes, weights, progress);
+  fill_entries(local_boxes.get_items());
 }
 
 void GasSceneTree::check_objects(const AppBase& app, GasClusterTable::Lists& lists, AppProgressBar* progress) const {
@@ -175,12 +182,13 @@ void GasSceneTree::check_objects(const AppBase& app, GasClusterTable::Lists& lis
   });
 }
 
-void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights,
-                                  AppProgressBar* progress) {
+void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* local_boxes, GMathBbox3<float>* boxes,
+                                  float* weights, AppProgressBar* progress) {
   const uint count = table.get_accepted_count();
   const AppProgressScope stage(progress, "create tree", 0.3, count);
   const auto tasks = gas_run_item_slices<GasSceneTreeBboxTask>(app, count, [&](GasSceneTreeBboxTask& task) {
     task.scene = this;
+    task.local_boxes = local_boxes;
     task.boxes = boxes;
     task.weights = weights;
     task.app = &app;

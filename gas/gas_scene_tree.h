@@ -73,7 +73,8 @@ class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
 
   void create(const AppBase& app, AppProgressBar* progress);
   void check_objects(const AppBase& app, GasClusterTable::Lists& lists, AppProgressBar* progress) const;
-  void compute_bboxes(const AppBase& app, GMathBbox3<float>* boxes, float* weights, AppProgressBar* progress);
+  void compute_bboxes(const AppBase& app, GMathBbox3<float>* local_boxes, GMathBbox3<float>* boxes, float* weights,
+                      AppProgressBar* progress);
   void build(const AppBase& app, AppProgressBar* progress);
   void build_tree(const AppBase& app, const CoreArray<GMathBbox3<float>>& boxes, const CoreBasicArray<float>& weights,
                   AppProgressBar* progress);
@@ -87,18 +88,18 @@ class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   // For GasInstanceStructure.
-  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, uint leaf, Entry& entry) const;
-  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, uint leaf) const;
-  const GMathMatrix4x4<double>& get_matrix(uint leaf) const;
-  const GMathMatrix4x4<double>& get_inverse_matrix(uint leaf) const;
+  void describe_item(uint accepted, GasInstanceItem& item) const;
+  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstanceItem& item, Entry& entry) const;
+  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstanceItem& item) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,
-                   uint leaf, Entry& entry, bool is_moving) const;
+                   const GasInstanceItem& item, Entry& entry, bool is_moving) const;
+  bool must_enter(const GasInstanceItem&) const { return false; }
   uint get_path_depth(const GeometryRaytraceCtx&) const { return 0; }
-  bool wants_frustum(const GeometryFrustumCtx& query, uint leaf) const;
-  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, uint leaf) const;
+  bool wants_frustum(const GeometryFrustumCtx& query, const GasInstanceItem& item) const;
+  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstanceItem& item) const;
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local, Entry& entry) const;
-  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, uint leaf) const;
+  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstanceItem& item) const;
   uint get_key_count() const { return table.get_accepted_count(); }
   uint get_key(uint accepted) const { return accepted; }
   void fill_matrices(const CtxEval&, const CtxMotionBlur&, MotionData&) const {}

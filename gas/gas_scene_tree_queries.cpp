@@ -15,35 +15,43 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_MOTION_DI
 
 }  // namespace
 
-bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, uint leaf, Entry& entry) const {
-  entry.object = objects[table.get_item(leaf)];
+namespace {
+
+ModuleSceneObject& get_object(const GasInstanceItem& item) { return *static_cast<ModuleSceneObject*>(item.inner); }
+
+}  // namespace
+
+void GasSceneTree::describe_item(uint accepted, GasInstanceItem& item) const {
+  item.index = table.items[accepted];
+  ModuleSceneObject* object = objects[item.index];
+  item.boxes = object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
+  item.matrix = &object->get_global_matrix();
+  item.inverse = &object->get_inv_global_matrix();
+  item.inner = object;
+}
+
+bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, const GasInstanceItem& item,
+                              Entry& entry) const {
+  entry.object = &get_object(item);
   return entry.object->is_visible(type, shader.visibility_override);
 }
 
-GasNestedTarget GasSceneTree::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, uint leaf) const {
-  const uint index = table.get_item(leaf);
+GasNestedTarget GasSceneTree::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type,
+                                         const GasInstanceItem& item) const {
+  ModuleSceneObject& object = get_object(item);
   GasNestedTarget target;
-  target.key = table.owners[leaf];
-  target.cluster = table.get_cluster(leaf);
   const bool starts_anywhere = type == GMathRay::camera || type == GMathRay::lookup;
-  target.distance = starts_anywhere ? 0.0 : objects[index]->get_raytrace_distance();
+  target.distance = starts_anywhere ? 0.0 : object.get_raytrace_distance();
   target.depth = parent.depth;
-  target.element = {index, objects[index], get_override(index)};
+  target.element = {item.index, &object, get_override(item.index)};
   return target;
-}
-
-const GMathMatrix4x4<double>& GasSceneTree::get_matrix(uint leaf) const {
-  return objects[table.get_item(leaf)]->get_global_matrix();
-}
-
-const GMathMatrix4x4<double>& GasSceneTree::get_inverse_matrix(uint leaf) const {
-  return objects[table.get_item(leaf)]->get_inv_global_matrix();
 }
 
 /// The object itself decides from the spans whether its query is a motion query.
 template <BvhHits hits>
 void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& /*parent*/,
-                               GeometryRaytraceCtx& local, uint /*leaf*/, Entry& entry, bool /*is_moving*/) const {
+                               GeometryRaytraceCtx& local, const GasInstanceItem& /*item*/, Entry& entry,
+                               bool /*is_moving*/) const {
   if constexpr (hits == BvhHits::nearest) {
     entry.object->ray_hit_nearest(ctx, shader, local);
   } else {
@@ -52,15 +60,15 @@ void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRa
 }
 
 /// Mode all: the first leaf of an object decides for the whole object. Mode any: one leaf inside is enough.
-bool GasSceneTree::wants_frustum(const GeometryFrustumCtx& query, uint leaf) const {
+bool GasSceneTree::wants_frustum(const GeometryFrustumCtx& query, const GasInstanceItem& item) const {
   const auto mode = static_cast<GeometryFrustumMode>(query.mode);
   const bool lists_objects = mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all;
-  return !lists_objects || !query.is_decided(table.get_item(leaf));
+  return !lists_objects || !query.is_decided(item.index);
 }
 
-void GasSceneTree::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, uint leaf) const {
-  const uint index = table.get_item(leaf);
-  gas_extend_path(record.frustum_path, query.path, {index, objects[index], get_override(index)});
+void GasSceneTree::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record,
+                                 const GasInstanceItem& item) const {
+  gas_extend_path(record.frustum_path, query.path, {item.index, &get_object(item), get_override(item.index)});
   record.frustum.path = &record.frustum_path;
   record.frustum.shading_group_offset = 0;
   record.frustum.instance = 0;
@@ -70,16 +78,16 @@ void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFr
   entry.object->frustum_hit(ctx, shader, local);
 }
 
-void GasSceneTree::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, uint leaf) const {
-  const uint index = table.get_item(leaf);
+void GasSceneTree::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local,
+                               const GasInstanceItem& item) const {
   const bool is_mode_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
   const bool listed = is_mode_any ? local.result.hit_count > 0 : local.result.hit_count == local.result.total;
   if (!is_mode_any) {
-    query.set_decided(index);
+    query.set_decided(item.index);
     if (!listed) query.result.outside = 1;
   }
   if (!listed) return;
-  query.add_object(index);
+  query.add_object(item.index);
   ++query.result.hit_count;  // an outer scene reads it
 }
 

@@ -7,7 +7,8 @@
 //   counts[a]         number of its leaves
 //   first_leaves[a]   the first of them; the leaves of one item are adjacent
 //   clusters[leaf]    the handle that the item's structure gave
-//   owners[leaf]      accepted item
+//
+// Leaves are in the order of the items here; the tree has them in its own order (gas_instance_entry.h).
 #pragma once
 #include "vq_core/core_array.h"
 
@@ -23,9 +24,7 @@ struct GasClusterTable {
   u64 get_array_bytes() const;
 
   uint get_accepted_count() const { return items.get_count(); }
-  uint get_leaf_count() const { return owners.get_count(); }
-  uint get_item(uint leaf) const { return items[owners[leaf]]; }
-  u64 get_cluster(uint leaf) const { return reinterpret_cast<u64>(clusters[leaf]); }
+  uint get_leaf_count() const { return clusters.get_count(); }
   /// The clusters of an accepted item.
   CoreBasicArray<void*> get_clusters(uint accepted) const {
     return CoreBasicArray<void*>::make_view(clusters.get_items() + first_leaves[accepted], counts[accepted]);
@@ -37,5 +36,4 @@ struct GasClusterTable {
   CoreBasicArray<uint> counts;
   CoreBasicArray<uint> first_leaves;
   CoreBasicArray<void*> clusters;
-  CoreBasicArray<uint> owners;
 };

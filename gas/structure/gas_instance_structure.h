@@ -9,20 +9,25 @@
 // World boxes are blended linearly too. Where a shape deforms while its item turns they are enlarged, so that the blend
 // holds all positions between two samples (gas_world_bbox.h).
 //
+//   table    the accepted items and their clusters, in the order of the items
+//   leaves   [place in the tree's order] what a query reads at a leaf; `leaf` in queries is this place
+//   items    [accepted item] the same for an item
+//
 // The definitions are in gas_instance_structure_impl.h and gas_instance_update.h. `Self` has this class as its friend
 // and supplies, beyond what gas_bvh_structure.h names:
 //
-//   struct Entry                                          what a leaf refers to
-//   bool find_entry(ctx, shader, type, leaf, Entry&)      false: invisible to rays of this type, or without a structure
-//   GasNestedTarget get_target(parent, type, leaf)        identifies the nested query
-//   get_matrix(leaf), get_inverse_matrix(leaf)            of the item at rest
-//   void query_entry<hits>(ctx, shader, parent, local, leaf, Entry&, is_moving)     continues a ray query
+//   void describe_item(accepted, GasInstanceItem&)        all but the frame, after each build and copy
+//   struct Entry                                          what a query enters
+//   bool find_entry(ctx, shader, type, item, Entry&)      false: invisible to rays of this type, or without a structure
+//   GasNestedTarget get_target(parent, type, item)        identifies the nested query; all but the cluster
+//   void query_entry<hits>(ctx, shader, parent, local, item, Entry&, is_moving)     continues a ray query
+//   bool must_enter(item)                                 true: also if the ray misses the leaf's local box
 //   uint get_path_depth(parent)                           for GeometryIntersectionMap::transform_path()
 //
-//   bool wants_frustum(query, leaf)                       false: the leaf need not be asked
-//   void begin_frustum(query, record, leaf)               completes the nested query
+//   bool wants_frustum(query, item)                       false: the leaf need not be asked
+//   void begin_frustum(query, record, item)               completes the nested query
 //   void query_entry(ctx, shader, local, Entry&)          continues a frustum query
-//   void end_frustum(query, local, leaf)                  modes any and all: adds the nested result
+//   void end_frustum(query, local, item)                  modes any and all: adds the nested result
 //
 //   uint get_key_count(), get_key(accepted)               rows of the matrices of motion data
 //   void fill_matrices(ctx, motion_blur, MotionData&)     before anything is measured
@@ -34,6 +39,7 @@
 #pragma once
 #include "gas/structure/gas_bvh_structure.h"
 #include "gas/structure/gas_cluster_table.h"
+#include "gas/structure/gas_instance_entry.h"
 #include "gas/structure/gas_instance_motion.h"
 #include "gas/structure/gas_world_bbox.h"
 #include "vq_gmath/gmath_ray.h"
@@ -55,9 +61,19 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   friend class GasInstanceMotionTask<Self>;
 
   explicit GasInstanceStructure(Self* self);
+  /// Copies the tree and its leaves. The structure then calls refer_items().
   GasInstanceStructure(const GasInstanceStructure& other, Self* self)
-      : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table) {}
+      : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table), leaves(other.leaves) {}
   GasInstanceStructure& operator=(const GasInstanceStructure& other);
+
+  /// After the build of the tree: fills `leaves` and `items`. Throws std::bad_alloc.
+  /// @param local_boxes  [leaf of the table] in the items' spaces
+  void fill_entries(const GMathBbox3<float>* local_boxes);
+  /// After a copy: fills `items` again, which refer to arrays of the structure. Throws std::bad_alloc.
+  void refer_items(const GasInstanceStructure& other);
+  void clear_entries();
+  bool is_whole_copy_of(const GasInstanceStructure& other) const;
+  u64 get_entry_bytes() const;
 
   /// Starts a query: forgets what nested records hold of another query.
   struct QueryScope {
@@ -69,17 +85,17 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
 
   static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+                                           const CoreBasicArray<unsigned int>& node_leaves, void* user);
   static void leaf_ray_hit_nearest_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
+                                                   const CoreBasicArray<unsigned int>& node_leaves, void* user);
   static void leaf_frustum_hit_callback(const CtxEval&, CtxShader&, GeometryFrustumCtx&,
-                                        const CoreBasicArray<unsigned int>& leaves, void* user);
+                                        const CoreBasicArray<unsigned int>& node_leaves, void* user);
   static void leaf_ray_hit_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+                                           const CoreBasicArray<unsigned int>& node_leaves, void* user);
   static void leaf_ray_hit_nearest_motion_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                   const CoreBasicArray<unsigned int>& leaves, void* user);
+                                                   const CoreBasicArray<unsigned int>& node_leaves, void* user);
   static void leaf_ray_hit_nearest_motion_vectors_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
-                                                           const CoreBasicArray<unsigned int>& leaves, void* user);
+                                                           const CoreBasicArray<unsigned int>& node_leaves, void* user);
   void leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                            GeometryRaytraceCtx& query) const;
   void leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
@@ -93,21 +109,40 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   void leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                         GeometryFrustumCtx& query) const;
 
-  /// The nested query of `parent` for the item of a leaf, with the parent's rays in the item's space; the motion form
-  /// transforms each ray at its own time. `ray_ctx` must have room for the parent's rays.
-  GeometryRaytraceCtx& get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                     const unsigned int& leaf) const;
-  GeometryRaytraceCtx& get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GMathRay::Type& type,
-                                            const unsigned int& leaf, const MotionData& data) const;
-  /// Calls query(entry, type, ray_ctx) for the item of a leaf, with a nested record that has room for the parent's
-  /// rays. Does nothing if the item cannot be entered or there is no memory for the record.
+  /// Where a leaf leads: its records, and what find_entry() found.
+  struct Target {
+    const GasInstanceLeaf& leaf;
+    const GasInstanceItem& item;
+    typename Self::Entry entry;
+    GMathRay::Type type;
+  };
+  /// The nested query of `parent` for a leaf, with the parent's rays in the item's space; the motion form transforms
+  /// each ray at its own time. `ray_ctx` must have room for the parent's rays. Null if the ray misses the leaf's local
+  /// box.
+  GeometryRaytraceCtx* get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target) const;
+  GeometryRaytraceCtx* get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
+                                            const MotionData& data) const;
+  GasNestedTarget get_nested_target(const GeometryRaytraceCtx& parent, const Target& target) const;
+  /// Transforms the active rays with transform(ray) unless they are cached, then tests a single one against the leaf's
+  /// local box if that holds in this query. False if the leaf need not be entered.
+  template <class Transform>
+  bool transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target, double tnear,
+                      GasInstanceBoxes least, const Transform& transform) const;
+  /// Calls query(target, ray_ctx) for a leaf, with a nested record that has room for the parent's rays. Does nothing if
+  /// the item cannot be entered or there is no memory for the record.
   template <class Query>
   void enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
              const Query& query) const;
+  /// The place in the tree's order of the first of a leaf callback's leaves.
+  uint get_place(const CoreBasicArray<unsigned int>& node_leaves) const {
+    return static_cast<uint>(node_leaves.get_items() - this->tree.order);
+  }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
 
-  GasClusterTable table;  ///< leaves of the tree
+  GasClusterTable table;
+  CoreArray<GasInstanceLeaf> leaves;
+  CoreAlignedArray<GasInstanceItem> items;
 
  private:
   const Self& self() const { return static_cast<const Self&>(*this); }

@@ -18,13 +18,68 @@ template <class Self, class Base>
 GasInstanceStructure<Self, Base>& GasInstanceStructure<Self, Base>::operator=(const GasInstanceStructure& other) {
   GasBvhStructure<Self, Base, MotionData>::operator=(other);
   table = other.table;
+  leaves = other.leaves;
   return *this;
+}
+
+template <class Self, class Base>
+void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* local_boxes) {
+  const uint leaf_count = this->tree.item_count;
+  gas_need(leaves.resize(leaf_count));
+  items = CoreAlignedArray<GasInstanceItem>(table.get_accepted_count());
+  gas_need(items || table.get_accepted_count() == 0);
+  CoreBasicArray<uint> place_of(table.get_leaf_count());  // [leaf of the table]
+  gas_need(place_of.get_count() == table.get_leaf_count());
+  for (uint place = 0; place < leaf_count; ++place) place_of[this->tree.order[place]] = place;
+  for (uint accepted = 0; accepted < table.get_accepted_count(); ++accepted) {
+    GasInstanceItem& item = items[accepted] = GasInstanceItem();
+    const uint first = table.first_leaves[accepted], end = first + table.counts[accepted];
+    for (uint leaf = first; leaf < end; ++leaf) item.frame.add(local_boxes[leaf]);
+    item.frame = bvh_make_frame(item.frame);
+    self().describe_item(accepted, item);
+    if (!item.has_finite_frame()) item.boxes = GasInstanceBoxes::never;
+    for (uint leaf = first; leaf < end; ++leaf) {
+      GasInstanceLeaf& entry = leaves[place_of[leaf]];
+      entry.cluster = reinterpret_cast<u64>(table.clusters[leaf]);
+      entry.accepted = accepted;
+      if (item.boxes != GasInstanceBoxes::never) entry.set_box(item.frame, local_boxes[leaf]);
+    }
+  }
+}
+
+template <class Self, class Base>
+void GasInstanceStructure<Self, Base>::refer_items(const GasInstanceStructure& other) {
+  items = CoreAlignedArray<GasInstanceItem>(other.items.get_count());
+  gas_need(items || other.items.get_count() == 0);
+  for (uint accepted = 0; accepted < other.items.get_count(); ++accepted) {
+    items[accepted] = other.items[accepted];
+    self().describe_item(accepted, items[accepted]);
+    items[accepted].boxes = other.items[accepted].boxes;
+  }
+}
+
+template <class Self, class Base>
+void GasInstanceStructure<Self, Base>::clear_entries() {
+  table.clear();
+  leaves.remove_all();
+  items.reset();
+}
+
+template <class Self, class Base>
+bool GasInstanceStructure<Self, Base>::is_whole_copy_of(const GasInstanceStructure& other) const {
+  return table.is_whole_copy_of(other.table) && leaves.get_count() == other.leaves.get_count() &&
+         this->tree.is_empty() == other.tree.is_empty();
+}
+
+template <class Self, class Base>
+u64 GasInstanceStructure<Self, Base>::get_entry_bytes() const {
+  return table.get_array_bytes() + u64{leaves.get_count()} * sizeof(GasInstanceLeaf) + items.get_bytes();
 }
 
 template <class Self, class Base>
 GasInstanceStructure<Self, Base>::QueryScope::QueryScope(const Self&, CtxShader& shader, GeometryRaytraceCtx&,
                                                          BvhHits) {
-  GasNestedScope::forget_rays(shader);
+  GasNestedScope::forget_query(shader);
 }
 
 template <class Self, class Base>
@@ -42,59 +97,79 @@ template <class Self, class Base>
 template <class Query>
 void GasInstanceStructure<Self, Base>::enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                              GeometryRaytraceCtx& parent, const Query& query) const {
-  const uint type = parent.intervals[parent.first_ray].type;
-  typename Self::Entry entry;
-  if (!self().find_entry(ctx, shader, type, leaf, entry)) return;
+  const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
+  Target target{leaves[leaf], items[leaves[leaf].accepted], {}, type};
+  if (!self().find_entry(ctx, shader, type, target.item, target.entry)) return;
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr || !scope.get()->ray.reserve(parent)) return;
-  query(entry, static_cast<GMathRay::Type>(type), scope.get()->ray);
+  query(target, scope.get()->ray);
 }
 
 template <class Self, class Base>
-GeometryRaytraceCtx& GasInstanceStructure<Self, Base>::get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                                     const GMathRay::Type& type,
-                                                                     const unsigned int& leaf) const {
-  const GasNestedTarget target = self().get_target(parent, type, leaf);
-  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, target);
-  if (!ray_ctx.is_ray_cached(parent, target.key)) {
-    ray_ctx.cache_ray(parent, target.key);
-    const GMathMatrix4x4<double>&matrix = self().get_matrix(leaf), &inverse = self().get_inverse_matrix(leaf);
-    gas_for_each_ray(parent, [&](uint ray) { ray_ctx.set_ray(parent, ray, matrix, inverse); });
+template <class Transform>
+bool GasInstanceStructure<Self, Base>::transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
+                                                      const Target& target, double tnear, GasInstanceBoxes least,
+                                                      const Transform& transform) const {
+  const bool has_boxes = target.item.boxes >= least && parent.first_ray == parent.last_ray;
+  const uint first = parent.first_ray;
+  if (!ray_ctx.is_ray_cached(parent, target.leaf.accepted)) {
+    ray_ctx.cache_ray(parent, target.leaf.accepted);
+    gas_for_each_ray(parent, transform);
+    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], tnear, target.item.frame);
   }
-  ray_ctx.transform_planes(parent, self().get_inverse_matrix(leaf));
-  return local;
+  return !has_boxes || ray_ctx.box_ray.touches(target.leaf, parent.get_limit(first)) || self().must_enter(target.item);
 }
 
 template <class Self, class Base>
-GeometryRaytraceCtx& GasInstanceStructure<Self, Base>::get_local_motion_ctx(GasRayCtx& ray_ctx,
+GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
+                                                                     const Target& target) const {
+  const GasInstanceItem& item = target.item;
+  const auto transform = [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), *item.inverse); };
+  const double tnear = parent.intervals[parent.first_ray].tnear;
+  if (!transform_rays(ray_ctx, parent, target, tnear, GasInstanceBoxes::at_rest, transform)) return nullptr;
+  ray_ctx.set_matrices(parent, *item.matrix);
+  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, get_nested_target(parent, target));
+  ray_ctx.transform_planes(parent, *item.inverse);
+  return &local;
+}
+
+template <class Self, class Base>
+GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_motion_ctx(GasRayCtx& ray_ctx,
                                                                             GeometryRaytraceCtx& parent,
-                                                                            const GMathRay::Type& type,
-                                                                            const unsigned int& leaf,
+                                                                            const Target& target,
                                                                             const MotionData& data) const {
-  const GasNestedTarget target = self().get_target(parent, type, leaf);
-  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, target);
+  const uint key = self().get_key(target.leaf.accepted);
+  const auto transform = [&](uint ray) {
+    const GeometryRaySpan& span = parent.spans[ray];
+    ray_ctx.set_matrix(
+        ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
+    ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
+  };
+  const double tnear = parent.intervals[parent.first_ray].tnear;
+  if (!transform_rays(ray_ctx, parent, target, tnear, GasInstanceBoxes::always, transform)) return nullptr;
+  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, get_nested_target(parent, target));
   local.spans = parent.spans;
   local.span_stamp = parent.span_stamp;
-  if (!ray_ctx.is_ray_cached(parent, target.key)) {
-    ray_ctx.cache_ray(parent, target.key);
-    gas_for_each_ray(parent, [&](uint ray) {
-      const GeometryRaySpan& span = parent.spans[ray];
-      const GMathMatrix4x4<double> matrix = gas_blend_matrices(data.get_matrix(target.key, span.first),
-                                                               data.get_matrix(target.key, span.second), span.fraction);
-      ray_ctx.set_ray(parent, ray, matrix, matrix.get_inverse());
-    });
-  }
-  if (parent.planes != nullptr)
+  if (local.planes != nullptr)
     ray_ctx.transform_planes(parent, ray_ctx.matrices[parent.first_ray].matrix.get_inverse());
-  return local;
+  return &local;
+}
+
+template <class Self, class Base>
+GasNestedTarget GasInstanceStructure<Self, Base>::get_nested_target(const GeometryRaytraceCtx& parent,
+                                                                    const Target& target) const {
+  GasNestedTarget nested = self().get_target(parent, target.type, target.item);
+  nested.cluster = target.leaf.cluster;
+  return nested;
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx,
                                                            CtxShader& shader, GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, [&](typename Self::Entry& entry, GMathRay::Type type, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx& local = get_local_ctx(ray_ctx, query, type, leaf);
-    self().template query_entry<BvhHits::all>(ctx, shader, query, local, leaf, entry, false);
+  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
+    GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
+    if (local == nullptr) return;
+    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.item, target.entry, false);
   });
 }
 
@@ -102,11 +177,12 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx,
                                                                    CtxShader& shader,
                                                                    GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, [&](typename Self::Entry& entry, GMathRay::Type type, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx& local = get_local_ctx(ray_ctx, query, type, leaf);
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, leaf, entry, false);
+  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
+    GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
+    if (local == nullptr) return;
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, false);
     const uint depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) { query.map->transform_path(ray, self().get_matrix(leaf), depth); });
+    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, *target.item.matrix); });
   });
 }
 
@@ -114,9 +190,10 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion(const unsigned int& leaf, const CtxEval& ctx,
                                                            CtxShader& shader, GeometryRaytraceCtx& query,
                                                            MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](typename Self::Entry& entry, GMathRay::Type type, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx& local = get_local_motion_ctx(ray_ctx, query, type, leaf, data);
-    self().template query_entry<BvhHits::all>(ctx, shader, query, local, leaf, entry, true);
+  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
+    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
+    if (local == nullptr) return;
+    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.item, target.entry, true);
   });
 }
 
@@ -124,11 +201,12 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(const unsigned int& leaf, const CtxEval& ctx,
                                                                    CtxShader& shader, GeometryRaytraceCtx& query,
                                                                    MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](typename Self::Entry& entry, GMathRay::Type type, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx& local = get_local_motion_ctx(ray_ctx, query, type, leaf, data);
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, leaf, entry, true);
+  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
+    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
+    if (local == nullptr) return;
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, true);
     const uint depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) { query.map->transform_path(ray, ray_ctx.matrices[ray].matrix, depth); });
+    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix); });
   });
 }
 
@@ -137,20 +215,21 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
                                                                            CtxShader& shader,
                                                                            GeometryRaytraceCtx& query,
                                                                            MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](typename Self::Entry& entry, GMathRay::Type type, GasRayCtx& ray_ctx) {
+  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
     if (!ray_ctx.reserve_end_matrices(query.ray_count)) return;
-    GeometryRaytraceCtx& local = get_local_motion_ctx(ray_ctx, query, type, leaf, data);
-    local.matrices2 = ray_ctx.end_matrices.get();
-    local.matrices2_used = true;
-    const uint key = self().get_key(table.owners[leaf]), depth = self().get_path_depth(query);
+    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
+    if (local == nullptr) return;
+    local->matrices2 = ray_ctx.end_matrices.get();
+    local->matrices2_used = true;
+    const uint key = self().get_key(target.leaf.accepted), depth = self().get_path_depth(query);
     gas_for_each_ray(query, [&](uint ray) {
       // With a single sample, `second` is that one.
       ray_ctx.end_matrices[ray].matrix = data.get_matrix(key, query.spans[ray].second);
       ray_ctx.end_matrices[ray].flag = 0;
     });
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, leaf, entry, true);
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, true);
     gas_for_each_ray(query, [&](uint ray) {
-      query.map->transform_path(ray, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix, depth);
+      ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix);
     });
   });
 }
@@ -158,72 +237,83 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                                         GeometryFrustumCtx& query) const {
-  if (!self().wants_frustum(query, leaf)) return;
+  const GasInstanceItem& item = items[leaves[leaf].accepted];
+  if (!self().wants_frustum(query, item)) return;
   typename Self::Entry entry;
-  if (!self().find_entry(ctx, shader, query.kind, leaf, entry)) return;
+  if (!self().find_entry(ctx, shader, query.kind, item, entry)) return;
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr) return;
-  const GMathMatrix4x4<double>& matrix = self().get_matrix(leaf);
   GeometryFrustumCtx& local = scope.get()->frustum;
-  local.begin_nested(query, self().get_inverse_matrix(leaf), matrix);
-  local.cluster = table.get_cluster(leaf);
-  self().begin_frustum(query, *scope.get(), leaf);
+  local.begin_nested(query, *item.inverse, *item.matrix);
+  local.cluster = leaves[leaf].cluster;
+  self().begin_frustum(query, *scope.get(), item);
   const std::size_t first_point = query.get_points().size();
   self().query_entry(ctx, shader, local, entry);
   const auto mode = static_cast<GeometryFrustumMode>(query.mode);
   if (mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all)
-    return self().end_frustum(query, local, leaf);
+    return self().end_frustum(query, local, item);
   std::vector<GeometryFrustumVertex>& points = query.get_points();
   for (std::size_t point = first_point; point < points.size(); ++point)
-    points[point].position = matrix.transform_point(points[point].position);
+    points[point].position = item.matrix->transform_point(points[point].position);
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_static_callback(const CtxEval& ctx, CtxShader& shader,
                                                                     GeometryRaytraceCtx& query,
-                                                                    const CoreBasicArray<unsigned int>& leaves,
+                                                                    const CoreBasicArray<unsigned int>& node_leaves,
                                                                     void* user) {
-  for (const uint leaf : leaves) static_cast<const Self*>(user)->leaf_ray_hit_static(leaf, ctx, shader, query);
+  const auto& structure = *static_cast<const Self*>(user);
+  const uint first = structure.get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k) structure.leaf_ray_hit_static(first + k, ctx, shader, query);
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static_callback(const CtxEval& ctx, CtxShader& shader,
-                                                                            GeometryRaytraceCtx& query,
-                                                                            const CoreBasicArray<unsigned int>& leaves,
-                                                                            void* user) {
-  for (const uint leaf : leaves) static_cast<const Self*>(user)->leaf_ray_hit_nearest_static(leaf, ctx, shader, query);
+void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static_callback(
+    const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const CoreBasicArray<unsigned int>& node_leaves,
+    void* user) {
+  const auto& structure = *static_cast<const Self*>(user);
+  const uint first = structure.get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k)
+    structure.leaf_ray_hit_nearest_static(first + k, ctx, shader, query);
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_frustum_hit_callback(const CtxEval& ctx, CtxShader& shader,
                                                                  GeometryFrustumCtx& query,
-                                                                 const CoreBasicArray<unsigned int>& leaves,
+                                                                 const CoreBasicArray<unsigned int>& node_leaves,
                                                                  void* user) {
-  for (const uint leaf : leaves) static_cast<const Self*>(user)->leaf_frustum_hit(leaf, ctx, shader, query);
+  const auto& structure = *static_cast<const Self*>(user);
+  const uint first = structure.get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k) structure.leaf_frustum_hit(first + k, ctx, shader, query);
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion_callback(const CtxEval& ctx, CtxShader& shader,
                                                                     GeometryRaytraceCtx& query,
-                                                                    const CoreBasicArray<unsigned int>& leaves,
+                                                                    const CoreBasicArray<unsigned int>& node_leaves,
                                                                     void* user) {
   auto& data = *static_cast<MotionData*>(user);
-  for (const uint leaf : leaves) data.owner->leaf_ray_hit_motion(leaf, ctx, shader, query, data);
+  const uint first = data.owner->get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k)
+    data.owner->leaf_ray_hit_motion(first + k, ctx, shader, query, data);
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_callback(const CtxEval& ctx, CtxShader& shader,
-                                                                            GeometryRaytraceCtx& query,
-                                                                            const CoreBasicArray<unsigned int>& leaves,
-                                                                            void* user) {
+void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_callback(
+    const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const CoreBasicArray<unsigned int>& node_leaves,
+    void* user) {
   auto& data = *static_cast<MotionData*>(user);
-  for (const uint leaf : leaves) data.owner->leaf_ray_hit_nearest_motion(leaf, ctx, shader, query, data);
+  const uint first = data.owner->get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k)
+    data.owner->leaf_ray_hit_nearest_motion(first + k, ctx, shader, query, data);
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors_callback(
-    const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const CoreBasicArray<unsigned int>& leaves,
+    const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const CoreBasicArray<unsigned int>& node_leaves,
     void* user) {
   auto& data = *static_cast<MotionData*>(user);
-  for (const uint leaf : leaves) data.owner->leaf_ray_hit_nearest_motion_vectors(leaf, ctx, shader, query, data);
+  const uint first = data.owner->get_place(node_leaves);
+  for (uint k = 0; k < node_leaves.get_count(); ++k)
+    data.owner->leaf_ray_hit_nearest_motion_vectors(first + k, ctx, shader, query, data);
 }

@@ -16,6 +16,7 @@
 // numbers in the inner query. Data that is the same in all spaces (intervals, spans, stop flags, hits) is shared.
 // Arrays grow to the number of rays of the outer query and are kept.
 #pragma once
+#include "gas/structure/gas_instance_entry.h"
 #include "vq_core/core_memory.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -25,7 +26,6 @@
 
 /// What a leaf refers to: an object of a scene or an instance of a bundle.
 struct GasNestedTarget {
-  uint key = 0;                   ///< identifies the inner space among all that the structure's leaves refer to
   u64 cluster = 0;                ///< of the inner structure
   double distance = 0.0;          ///< smallest tnear inside: skips hits on the object that emitted the ray
   uint shading_group_offset = 0;  ///< of the inner query, as the next two
@@ -45,25 +45,25 @@ struct GasRayCtx {
   CoreAlignedArray<GeometryRayMatrix> matrices;      ///< inner space to outer
   CoreAlignedArray<GeometryRayMatrix> end_matrices;  ///< at the end of each ray's motion span; only for vectors
   CoreAlignedArray<GeometryPlane> planes;            ///< those of the outer query, in the inner space
+  GasInstanceRay box_ray;                            ///< the cached ray, for tests against local boxes
 
   /// Makes room for the rays and planes of `parent` and for the paths of its nearest hits. False if there is no memory.
-  bool reserve(GeometryRaytraceCtx& parent) {
-    const uint count = parent.ray_count;
-    if (parent.map != nullptr && !parent.map->reserve_nested()) return false;
-    const bool has_room =
-        rays.get_count() >= count && matrices.get_count() >= count && planes.get_count() >= parent.plane_count;
-    return has_room || grow(count, parent.plane_count);
-  }
+  bool reserve(GeometryRaytraceCtx& parent) { return is_reserved_ || grow(parent); }
   bool reserve_end_matrices(uint ray_count);
 
-  /// Sets all of `query` from `parent` and the target, except rays, matrices and planes.
+  /// Sets all of `query` from `parent` and the target, except rays, matrices and planes. What is the same in all leaves
+  /// of the outer query is only set in the first.
   GeometryRaytraceCtx& begin_query(GeometryRaytraceCtx& parent, const GasNestedTarget& target);
-  /// Transforms one ray of `parent`. `matrix` transforms from the inner space to the parent's.
-  void set_ray(const GeometryRaytraceCtx& parent, uint ray, const GMathMatrix4x4<double>& matrix,
-               const GMathMatrix4x4<double>& inverse) {
+  /// Sets the matrix of one ray, from the inner space to the parent's.
+  void set_matrix(uint ray, const GMathMatrix4x4<double>& matrix) {
     matrices[ray].matrix = matrix;
     matrices[ray].flag = 0;
-    rays[ray].transform(parent.get_ray(ray), inverse);
+  }
+  /// Sets those of all active rays to the same matrix, unless a cached ray has it.
+  void set_matrices(const GeometryRaytraceData& parent, const GMathMatrix4x4<double>& matrix) {
+    if (has_cached_matrix_) return;
+    for (uint ray = parent.first_ray; ray <= parent.last_ray; ++ray) set_matrix(ray, matrix);
+    has_cached_matrix_ = has_cached_ray_;
   }
   /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
   void transform_planes(const GeometryRaytraceCtx& parent, const GMathMatrix4x4<double>& inverse) {
@@ -71,23 +71,38 @@ struct GasRayCtx {
     for (u64 k = 0; k < parent.plane_count; ++k)
       planes[k] = parent.planes[k].get_transformed(inverse, matrices[parent.first_ray].matrix);
   }
-
-  // Cache of the last single ray that was transformed in this query: leaves of one object often follow each other, and
-  // their rays are the same.
-  bool is_ray_cached(const GeometryRaytraceData& parent, uint key) const {
-    return has_cached_ray_ && cached_key_ == key && cached_ray_ == parent.first_ray;
+  /// After a nearest query: carries the hit of `ray`, if it was found in this query, to the space of `parent`. The path
+  /// is recorded here, where the hit is known, and not with each candidate.
+  template <class... Matrices>
+  void lift_hit(GeometryRaytraceCtx& parent, uint ray, uint depth, const Matrices&... to_parent) {
+    if (!parent.map->is_one_deeper(ray)) return;
+    if (query.path != nullptr && parent.map->get_path(ray).path == core_invalid_index)
+      parent.map->record_path(ray, *query.path);
+    parent.map->transform_path(ray, to_parent..., depth);
   }
-  void cache_ray(const GeometryRaytraceData& parent, uint key) {
+
+  // Cache of the last single ray that was transformed in this query: leaves of one item often follow each other, and
+  // their rays are the same.
+  bool is_ray_cached(const GeometryRaytraceData& parent, uint accepted) const {
+    return has_cached_ray_ && cached_item_ == accepted && cached_ray_ == parent.first_ray;
+  }
+  void cache_ray(const GeometryRaytraceData& parent, uint accepted) {
     has_cached_ray_ = parent.first_ray == parent.last_ray;
-    cached_key_ = key;
+    has_cached_matrix_ = false;
+    cached_item_ = accepted;
     cached_ray_ = parent.first_ray;
   }
-  void forget_ray() { has_cached_ray_ = false; }
+  void forget_query() { has_cached_ray_ = has_cached_matrix_ = is_reserved_ = is_begun_ = false; }
 
  private:
-  bool grow(uint ray_count, u64 plane_count);
+  bool grow(GeometryRaytraceCtx& parent);
+  void begin_outer_query(GeometryRaytraceCtx& parent);
+  bool is_begun_ = false;     ///< `query` has what is the same in all leaves
+  bool is_reserved_ = false;  ///< the arrays have room for the outer query
   bool has_cached_ray_ = false;
-  uint cached_key_ = 0;
+  bool has_cached_matrix_ = false;
+  uint outer_path_count_ = 0;  ///< elements of `path` that are the outer query's
+  uint cached_item_ = 0;
   uint cached_ray_ = 0;
 };
 
@@ -115,10 +130,10 @@ class GasNestedScope {
   /// Null if there is no memory for a record.
   GasNestedQueryCtx* get() const { return record_; }
 
-  /// Call at the start of a query whose leaves use records: clears the rays that these cached for another query.
-  static void forget_rays(CtxShader& shader) {
+  /// Call at the start of a query whose leaves use records: clears what these hold of another query.
+  static void forget_query(CtxShader& shader) {
     GasNestedQueryCtx* record = shader.nested_current != nullptr ? shader.nested_current->next : shader.nested_first;
-    if (record != nullptr) record->ray.forget_ray();
+    if (record != nullptr) record->ray.forget_query();
   }
 
  private:

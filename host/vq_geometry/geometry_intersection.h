@@ -84,6 +84,9 @@ class GeometryIntersectionMap {
   uint get_level() const { return level_; }
   /// To be called before a deeper level is queried. False when there is no memory for its transforms and paths.
   bool reserve_nested() { return hits_->reserve_nested(); }
+  /// True if the hit of ray `ray` was found one level deeper and not yet transformed. False after most leaves: a hit
+  /// that was found in another leaf is already in the space of this level or one above.
+  bool is_one_deeper(uint ray) const { return records_[ray].level == level_ + 1 && records_[ray].geometry != nullptr; }
   /// The same records for the next nesting level.
   GeometryIntersectionMap get_deeper() const {
     GeometryIntersectionMap deeper = *this;
@@ -106,8 +109,6 @@ class GeometryIntersectionMap {
   }
 
  private:
-  /// False after most leaves: a hit that was found in another leaf is already in the space of this level or one above.
-  bool is_one_deeper(uint ray) const { return records_[ray].level == level_ + 1 && records_[ray].geometry != nullptr; }
   void apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix);
   void apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2);
   /// Moves the record to this level and returns its transform, to which the matrix is to be applied.

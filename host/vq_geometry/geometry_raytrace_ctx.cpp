@@ -40,7 +40,7 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
   }
   if (!is_nearest()) return append_hit(ray, hit);
   map->get_record(ray) = hit;
-  if (path != nullptr) map->record_path(ray, *path);
+  if (path != nullptr && level == 0) map->record_path(ray, *path);
   return true;
 }
 

@@ -179,13 +179,14 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   /// Adds a candidate hit. Candidates outside of the ray's interval are rejected; on the others the filters run, last
   /// pushed first. Nearest: replaces the ray's record when tnear <= distance < the record's. All hits: appends the hit
   /// when tnear <= distance < tfar, calls the hit callback, and sets the ray's stop flag when the settings require it.
+  /// The path of a nearest hit of a nested query is recorded by its structure, when the hit leaves it.
   /// Returns true if the hit was accepted.
   bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate) {
     if (is_nearest() && filter_count_ == 0) {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
-      if (path != nullptr) map->record_path(ray, *path);
+      if (path != nullptr && level == 0) map->record_path(ray, *path);
       return true;
     }
     return push_filtered(ctx, shader, ray, candidate);

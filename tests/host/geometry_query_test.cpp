@@ -87,7 +87,7 @@ TEST(NestedQuery, motion_vectors_come_up_through_levels_with_and_without_them) {
     GeometryRaytraceCtx& outer = packet.begin_nearest(world.shading);
     NestedQuery a(outer), b(a.query), c(b.query);
     c.query.geometry = &mesh;
-    ASSERT_TRUE(c.query.push_intersection(world.ctx, world.shader, 0, {1.0}));
+    ASSERT_TRUE(outer.map->reserve_nested() && c.query.push_intersection(world.ctx, world.shader, 0, {1.0}));
     GeometryIntersectionMap* maps[3] = {outer.map, a.query.map, b.query.map};
     Matrix expected, expected_end;
     for (uint k = 3; k-- > 0;) {

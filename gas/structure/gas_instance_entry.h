@@ -1,0 +1,85 @@
+// gas/structure/gas_instance_entry.h
+//
+// What a query reads at a leaf of a structure over instances, in few cache lines.
+//
+//   GasInstanceLeaf, 24 bytes, in the order of the tree    cluster | accepted item | its local box in 8 bits a plane
+//   GasInstanceItem, 64 bytes, one per accepted item       frame of these boxes | matrices | inner structure
+//
+// The world box of a leaf is large if its item is turned. So the ray is first tested against the cluster's box in the
+// item's space: half of all leaves or more need no further work.
+#pragma once
+#include "gas/bvh/bvh_quantize.h"
+#include "vq_gas_base/gas_slab_ray.h"
+#include "vq_gmath/gmath_matrix.h"
+
+struct GasInstanceLeaf {
+  u64 cluster = 0;
+  u32 accepted = 0;
+  u8 low[4] = {0, 0, 0, 0}, high[4] = {0, 0, 0, 0};  ///< planes of the local box, in the item's frame; x, y, z, unused
+
+  void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
+    u8 planes[6][4];
+    bvh_quantize_lane(frame, box, 0, planes);
+    for (uint axis = 0; axis < 3; ++axis) {
+      low[axis] = planes[2 * axis][0];
+      high[axis] = planes[2 * axis + 1][0];
+    }
+  }
+};
+static_assert(sizeof(GasInstanceLeaf) == 24);
+
+/// When a ray may be tested against the local boxes of an item's leaves.
+enum class GasInstanceBoxes : u8 {
+  never,    ///< they do not hold the item
+  at_rest,  ///< the shape changes over time
+  always,
+};
+
+struct alignas(64) GasInstanceItem {
+  GMathBbox3<float> frame;  ///< holds the local boxes of all leaves
+  uint index = 0;           ///< in the input
+  GasInstanceBoxes boxes = GasInstanceBoxes::never;
+  bool is_visible = true;                           ///< false: invisible to all queries
+  const GMathMatrix4x4<double>* matrix = nullptr;   ///< to the outer space, at rest
+  const GMathMatrix4x4<double>* inverse = nullptr;  ///< its inverse
+  void* inner = nullptr;                            ///< for use by the structure: how it finds the inner structure
+
+  bool has_finite_frame() const {
+    for (uint axis = 0; axis < 3; ++axis)
+      if (!(frame.min[axis] >= -FLT_MAX && frame.max[axis] - frame.min[axis] <= FLT_MAX)) return false;
+    return true;
+  }
+};
+static_assert(sizeof(GasInstanceItem) == 64);
+
+/// A ray in an item's space, in the form of the test against local boxes.
+class GasInstanceRay {
+ public:
+  /// @param frame  of the item; its leaves' boxes lie in it
+  void set(const GMathBasicRay<double>& ray, double tnear, const GMathBbox3<float>& frame) {
+    slabs_ = gas_load_slab_ray(ray, tnear, frame, SimdF(0.0f));
+    first_ = static_cast<float>(tnear);
+    frame_min_ = pack(frame.min);
+    frame_step_ = (pack(frame.max) - frame_min_) * SimdF(bvh_quantum);
+  }
+  /// False if the ray misses the leaf's box within its interval.
+  bool touches(const GasInstanceLeaf& leaf, double limit) const {
+    const SimdF low = frame_min_ + SimdF::load_bytes(leaf.low) * frame_step_;
+    const SimdF high = frame_min_ + SimdF::load_bytes(leaf.high) * frame_step_;
+    const auto is_negative = SimdF(0.0f) > slabs_.near_inverse;
+    const SimdF near = (select(is_negative, high, low) - slabs_.near_origin) * slabs_.near_inverse;
+    const SimdF far = (select(is_negative, low, high) - slabs_.far_origin) * slabs_.far_inverse;
+    // A ray in the plane of a face gives 0 * inf = NaN: max() and min() return their second operand then.
+    const SimdF entry = max(near, SimdF(first_)), exit = min(far, SimdF(gas_clamp_limit(limit)));
+    const SimdF last_entry = max(max(broadcast<0>(entry), broadcast<1>(entry)), broadcast<2>(entry));
+    const SimdF first_exit = min(min(broadcast<0>(exit), broadcast<1>(exit)), broadcast<2>(exit));
+    return (last_entry <= first_exit).get_bits() != 0;
+  }
+
+ private:
+  static SimdF pack(const GMathVec3<float>& v) { return SimdF(v.x, v.y, v.z, 0.0f); }
+
+  GasSlabRay slabs_;
+  SimdF frame_min_, frame_step_;  ///< bytes to planes, with the roundings of bvh_decode_plane()
+  float first_ = 0.0f;
+};
