@@ -63,7 +63,7 @@ GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) 
   matrices_user = other.matrices_user;
   const GasOutcome outcome = gas_try([&] {
     gas_need(is_whole_copy_of(other));
-    refer_items(other);
+    refer_instances(other);
   });
   if (outcome != GasOutcome::done) clear();
   return *this;
@@ -135,7 +135,7 @@ const GasClusterable* GasGeometryBundle::get_slot_structure(uint slot) const {
 
 double GasGeometryBundle::get_primitive_count() const {
   double count = 0.0;
-  for (const uint instance : table.items) count += get_geometry(instance)->get_primitive_count();
+  for (const uint instance : table.indices) count += get_geometry(instance)->get_primitive_count();
   return count;
 }
 
@@ -206,7 +206,7 @@ class GasGeometryBundle::GasGeometryBundleBboxTask final : public GasTask {
  private:
   void measure(const CtxEval& ctx, uint valid) const {
     const GasGeometryBundle& bundle = build->bundle;
-    const uint instance = bundle.table.items[valid];
+    const uint instance = bundle.table.indices[valid];
     const CoreBasicArray<void*> clusters = bundle.table.get_clusters(valid);
     const uint first_leaf = bundle.table.first_leaves[valid];
     GMathBbox3<float>* own = local_boxes + first_leaf;
@@ -344,17 +344,18 @@ void GasGeometryBundle::build(const OfApp& app, AppProgressBar* progress) {
 
 void GasGeometryBundle::check_geometries(const BuildCtx& build, GasClusterTable::Lists& lists) const {
   const AppProgressScope stage(build.progress, "check bundle geometries", 0.4, lists.get_count());
-  gas_run_item_slices<GasGeometryBundleCheckTask>(build.app, lists.get_count(), [&](GasGeometryBundleCheckTask& task) {
-    task.build = &build;
-    task.lists = lists.get_items();
-  });
+  gas_run_instance_slices<GasGeometryBundleCheckTask>(build.app, lists.get_count(),
+                                                      [&](GasGeometryBundleCheckTask& task) {
+                                                        task.build = &build;
+                                                        task.lists = lists.get_items();
+                                                      });
 }
 
 void GasGeometryBundle::compute_bboxes(const BuildCtx& build, GMathBbox3<float>* local_boxes,
                                        GMathBbox3<float>* boxes) const {
   const uint count = table.get_accepted_count();
   const AppProgressScope stage(build.progress, "create tree", 0.3, count);
-  gas_run_item_slices<GasGeometryBundleBboxTask>(build.app, count, [&](GasGeometryBundleBboxTask& task) {
+  gas_run_instance_slices<GasGeometryBundleBboxTask>(build.app, count, [&](GasGeometryBundleBboxTask& task) {
     task.build = &build;
     task.local_boxes = local_boxes;
     task.boxes = boxes;

@@ -169,25 +169,25 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   GeometryObject* get_first_geometry(uint instance) const;
 
   // For GasInstanceStructure.
-  void describe_item(uint accepted, GasInstanceItem& item) const;
-  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstanceItem& item, Entry& entry) const;
-  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstanceItem& item) const;
+  void describe_instance(uint accepted, GasInstance& instance) const;
+  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
+  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,
-                   const GasInstanceItem& item, Entry& entry, bool is_moving) const;
-  PreHitFunction get_pre_hit(const GasInstanceItem& item) const;
-  bool must_enter(const GasInstanceItem& item) const { return get_pre_hit(item) != nullptr; }
+                   const GasInstance& instance, Entry& entry, bool is_moving) const;
+  PreHitFunction get_pre_hit(const GasInstance& instance) const;
+  bool must_enter(const GasInstance& instance) const { return get_pre_hit(instance) != nullptr; }
   uint get_path_depth(const GeometryRaytraceCtx& parent) const;
-  bool wants_frustum(const GeometryFrustumCtx&, const GasInstanceItem&) const { return true; }
-  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstanceItem& item) const;
+  bool wants_frustum(const GeometryFrustumCtx&, const GasInstance&) const { return true; }
+  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstance& instance) const;
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local, Entry& entry) const;
-  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstanceItem& item) const;
+  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstance& instance) const;
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
   uint get_key_count() const { return matrices.get_count(); }
-  uint get_key(uint accepted) const { return table.items[accepted]; }
+  uint get_key(uint accepted) const { return table.indices[accepted]; }
   void fill_matrices(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   void measure(const CtxEval& ctx, uint accepted, double time, Matrix& matrix, GMathBbox3<float>* boxes) const;
-  GasBboxSurplus get_growth(uint accepted) const { return get_bound(table.items[accepted]); }
+  GasBboxSurplus get_growth(uint accepted) const { return get_bound(table.indices[accepted]); }
   uint get_update_slice(uint thread_count) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction) {
     return GMathBbox3<double>(gas_blend_bboxes(a, b, fraction));

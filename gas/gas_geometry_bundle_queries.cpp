@@ -66,46 +66,46 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
                                      flags.as_array(), progress);
 }
 
-void GasGeometryBundle::describe_item(uint accepted, GasInstanceItem& item) const {
-  item.index = table.items[accepted];
-  item.is_visible = is_visible(item.index);
-  item.matrix = &matrices[item.index];
-  item.inverse = &inverse_matrices[item.index];
-  item.inner = &slots->items[get_slot(item.index)];
-  const bool is_moving = get_geometry(item.index)->has_motion();
-  item.boxes = is_displaced(item.index) ? GasInstanceBoxes::never
-                                        : (is_moving ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always);
+void GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
+  instance.index = table.indices[accepted];
+  instance.is_visible = is_visible(instance.index);
+  instance.matrix = &matrices[instance.index];
+  instance.inverse = &inverse_matrices[instance.index];
+  instance.inner = &slots->items[get_slot(instance.index)];
+  const bool is_moving = get_geometry(instance.index)->has_motion();
+  instance.boxes = is_displaced(instance.index) ? GasInstanceBoxes::never
+                                                : (is_moving ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always);
 }
 
 bool GasGeometryBundle::find_entry(const CtxEval& ctx, CtxShader& /*shader*/, uint /*type*/,
-                                   const GasInstanceItem& item, Entry& entry) const {
-  if (!item.is_visible) return false;
-  entry.structure = static_cast<const GasBundleSlot*>(item.inner)->structure.load(std::memory_order_acquire);
-  if (entry.structure == nullptr) entry.structure = get_geometry_gas(ctx, item.index);
+                                   const GasInstance& instance, Entry& entry) const {
+  if (!instance.is_visible) return false;
+  entry.structure = static_cast<const GasBundleSlot*>(instance.inner)->structure.load(std::memory_order_acquire);
+  if (entry.structure == nullptr) entry.structure = get_geometry_gas(ctx, instance.index);
   return entry.structure != nullptr;
 }
 
 GasNestedTarget GasGeometryBundle::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type /*type*/,
-                                              const GasInstanceItem& item) const {
+                                              const GasInstance& instance) const {
   GasNestedTarget target;
   target.distance = parent.object_distance;
-  target.shading_group_offset = get_shading_group_offset(get_shading_key(item.index)) + parent.shading_group_offset;
+  target.shading_group_offset = get_shading_group_offset(get_shading_key(instance.index)) + parent.shading_group_offset;
   target.depth = parent.depth + 1;
-  target.instance = item.index;
+  target.instance = instance.index;
   return target;
 }
 
-GasGeometryBundle::PreHitFunction GasGeometryBundle::get_pre_hit(const GasInstanceItem& item) const {
+GasGeometryBundle::PreHitFunction GasGeometryBundle::get_pre_hit(const GasInstance& instance) const {
   if (pre_hits.is_empty()) return nullptr;
-  const uint geometry = geometry_indices[item.index];
+  const uint geometry = geometry_indices[instance.index];
   return geometry < pre_hits.get_count() ? pre_hits[geometry] : nullptr;
 }
 
 template <BvhHits hits>
 void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
-                                    GeometryRaytraceCtx& local, const GasInstanceItem& item, Entry& entry,
+                                    GeometryRaytraceCtx& local, const GasInstance& instance, Entry& entry,
                                     bool is_moving) const {
-  if (const PreHitFunction pre_hit = get_pre_hit(item); pre_hit != nullptr) pre_hit(ctx, parent, nullptr);
+  if (const PreHitFunction pre_hit = get_pre_hit(instance); pre_hit != nullptr) pre_hit(ctx, parent, nullptr);
   const GasObject& structure = *entry.structure;
   if constexpr (hits == BvhHits::nearest) {
     if (is_moving) return structure.ray_hit_nearest_motion(ctx, shader, local);
@@ -119,11 +119,11 @@ void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, Geome
 uint GasGeometryBundle::get_path_depth(const GeometryRaytraceCtx& parent) const { return parent.depth; }
 
 void GasGeometryBundle::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record,
-                                      const GasInstanceItem& item) const {
+                                      const GasInstance& instance) const {
   GeometryFrustumCtx& local = record.frustum;
-  local.shading_group_offset = get_shading_group_offset(get_shading_key(item.index)) + query.shading_group_offset;
+  local.shading_group_offset = get_shading_group_offset(get_shading_key(instance.index)) + query.shading_group_offset;
   local.depth = query.depth + 1;
-  local.instance = item.index;
+  local.instance = instance.index;
 }
 
 void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local,
@@ -132,7 +132,7 @@ void GasGeometryBundle::query_entry(const CtxEval& ctx, CtxShader& shader, Geome
 }
 
 void GasGeometryBundle::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local,
-                                    const GasInstanceItem& /*item*/) const {
+                                    const GasInstance& /*instance*/) const {
   if (query.mode == static_cast<uint>(GeometryFrustumMode::any)) {
     query.result.hit_count += local.result.hit_count > 0 ? 1 : 0;
     return;
@@ -145,7 +145,7 @@ void GasGeometryBundle::end_frustum(GeometryFrustumCtx& query, const GeometryFru
 void GasGeometryBundle::answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
   if (query.mode == static_cast<uint>(GeometryFrustumMode::all)) {
     for (uint valid = 0; valid < table.get_accepted_count(); ++valid)
-      query.result.total += is_visible(table.items[valid]) ? table.counts[valid] : 0;
+      query.result.total += is_visible(table.indices[valid]) ? table.counts[valid] : 0;
   }
   bvh_frustum_hit({tree, nullptr, leaf_functions}, ctx, shader, query);
 }
@@ -166,14 +166,14 @@ void GasGeometryBundle::fill_matrices(const CtxEval& ctx, const CtxMotionBlur& m
     ctx.get_application().check_stop();
     gas_need(at_sample.assign(matrices.get_items(), matrices.get_count()));  // for a callback that writes nothing
     matrices_callback(matrices_user, time, at_sample.get_items());
-    for (const uint instance : table.items) data.get_matrices(instance)[sample] = at_sample[instance];
+    for (const uint instance : table.indices) data.get_matrices(instance)[sample] = at_sample[instance];
     time += motion_blur.get_sample_step();
   }
 }
 
 void GasGeometryBundle::measure(const CtxEval& ctx, uint accepted, double time, Matrix& /*filled*/,
                                 GMathBbox3<float>* boxes) const {
-  const uint instance = table.items[accepted];
+  const uint instance = table.indices[accepted];
   const CoreBasicArray<void*> clusters = table.get_clusters(accepted);
   if (is_displaced(instance)) {
     std::fill_n(boxes, clusters.get_count(), gmath_round_outwards(get_geometry(instance)->get_bbox_at(ctx, time)));

@@ -49,7 +49,7 @@ GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   primitive_count = other.primitive_count;
   const GasOutcome outcome = gas_try([&] {
     gas_need(is_whole_copy_of(other));
-    refer_items(other);
+    refer_instances(other);
   });
   if (outcome != GasOutcome::done) clear();
   return *this;
@@ -110,7 +110,7 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
   void work(const uint& /*thread_index*/) override {
     for (uint accepted = first; accepted < end; ++accepted) {
       app->check_stop();
-      const uint index = scene->table.items[accepted], first_leaf = scene->table.first_leaves[accepted];
+      const uint index = scene->table.indices[accepted], first_leaf = scene->table.first_leaves[accepted];
       ModuleSceneObject* object = scene->objects[index];
       GeometryOverride* replaced = scene->get_override(index);
       const CoreBasicArray<void*> clusters = scene->table.get_clusters(accepted);
@@ -173,7 +173,7 @@ void GasSceneTree::build(const AppBase& app, AppProgressBar* progress) {
 
 void GasSceneTree::check_objects(const AppBase& app, GasClusterTable::Lists& lists, AppProgressBar* progress) const {
   const AppProgressScope stage(progress, "check objects", 0.4, lists.get_count());
-  gas_run_item_slices<GasSceneTreeCheckTask>(app, lists.get_count(), [&](GasSceneTreeCheckTask& task) {
+  gas_run_instance_slices<GasSceneTreeCheckTask>(app, lists.get_count(), [&](GasSceneTreeCheckTask& task) {
     task.scene = this;
     task.lists = lists.get_items();
     task.request = ClusterRequest(objects.get_count());
@@ -186,7 +186,7 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* local_b
                                   float* weights, AppProgressBar* progress) {
   const uint count = table.get_accepted_count();
   const AppProgressScope stage(progress, "create tree", 0.3, count);
-  const auto tasks = gas_run_item_slices<GasSceneTreeBboxTask>(app, count, [&](GasSceneTreeBboxTask& task) {
+  const auto tasks = gas_run_instance_slices<GasSceneTreeBboxTask>(app, count, [&](GasSceneTreeBboxTask& task) {
     task.scene = this;
     task.local_boxes = local_boxes;
     task.boxes = boxes;

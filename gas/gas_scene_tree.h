@@ -88,18 +88,18 @@ class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   // For GasInstanceStructure.
-  void describe_item(uint accepted, GasInstanceItem& item) const;
-  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstanceItem& item, Entry& entry) const;
-  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstanceItem& item) const;
+  void describe_instance(uint accepted, GasInstance& instance) const;
+  bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
+  GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,
-                   const GasInstanceItem& item, Entry& entry, bool is_moving) const;
-  bool must_enter(const GasInstanceItem&) const { return false; }
+                   const GasInstance& instance, Entry& entry, bool is_moving) const;
+  bool must_enter(const GasInstance&) const { return false; }
   uint get_path_depth(const GeometryRaytraceCtx&) const { return 0; }
-  bool wants_frustum(const GeometryFrustumCtx& query, const GasInstanceItem& item) const;
-  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstanceItem& item) const;
+  bool wants_frustum(const GeometryFrustumCtx& query, const GasInstance& instance) const;
+  void begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record, const GasInstance& instance) const;
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& local, Entry& entry) const;
-  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstanceItem& item) const;
+  void end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local, const GasInstance& instance) const;
   uint get_key_count() const { return table.get_accepted_count(); }
   uint get_key(uint accepted) const { return accepted; }
   void fill_matrices(const CtxEval&, const CtxMotionBlur&, MotionData&) const {}

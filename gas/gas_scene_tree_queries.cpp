@@ -17,40 +17,40 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_MOTION_DI
 
 namespace {
 
-ModuleSceneObject& get_object(const GasInstanceItem& item) { return *static_cast<ModuleSceneObject*>(item.inner); }
+ModuleSceneObject& get_object(const GasInstance& instance) { return *static_cast<ModuleSceneObject*>(instance.inner); }
 
 }  // namespace
 
-void GasSceneTree::describe_item(uint accepted, GasInstanceItem& item) const {
-  item.index = table.items[accepted];
-  ModuleSceneObject* object = objects[item.index];
-  item.boxes = object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
-  item.matrix = &object->get_global_matrix();
-  item.inverse = &object->get_inv_global_matrix();
-  item.inner = object;
+void GasSceneTree::describe_instance(uint accepted, GasInstance& instance) const {
+  instance.index = table.indices[accepted];
+  ModuleSceneObject* object = objects[instance.index];
+  instance.boxes = object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
+  instance.matrix = &object->get_global_matrix();
+  instance.inverse = &object->get_inv_global_matrix();
+  instance.inner = object;
 }
 
-bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, const GasInstanceItem& item,
+bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, const GasInstance& instance,
                               Entry& entry) const {
-  entry.object = &get_object(item);
+  entry.object = &get_object(instance);
   return entry.object->is_visible(type, shader.visibility_override);
 }
 
 GasNestedTarget GasSceneTree::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type,
-                                         const GasInstanceItem& item) const {
-  ModuleSceneObject& object = get_object(item);
+                                         const GasInstance& instance) const {
+  ModuleSceneObject& object = get_object(instance);
   GasNestedTarget target;
   const bool starts_anywhere = type == GMathRay::camera || type == GMathRay::lookup;
   target.distance = starts_anywhere ? 0.0 : object.get_raytrace_distance();
   target.depth = parent.depth;
-  target.element = {item.index, &object, get_override(item.index)};
+  target.element = {instance.index, &object, get_override(instance.index)};
   return target;
 }
 
 /// The object itself decides from the spans whether its query is a motion query.
 template <BvhHits hits>
 void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& /*parent*/,
-                               GeometryRaytraceCtx& local, const GasInstanceItem& /*item*/, Entry& entry,
+                               GeometryRaytraceCtx& local, const GasInstance& /*instance*/, Entry& entry,
                                bool /*is_moving*/) const {
   if constexpr (hits == BvhHits::nearest) {
     entry.object->ray_hit_nearest(ctx, shader, local);
@@ -60,15 +60,16 @@ void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRa
 }
 
 /// Mode all: the first leaf of an object decides for the whole object. Mode any: one leaf inside is enough.
-bool GasSceneTree::wants_frustum(const GeometryFrustumCtx& query, const GasInstanceItem& item) const {
+bool GasSceneTree::wants_frustum(const GeometryFrustumCtx& query, const GasInstance& instance) const {
   const auto mode = static_cast<GeometryFrustumMode>(query.mode);
   const bool lists_objects = mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all;
-  return !lists_objects || !query.is_decided(item.index);
+  return !lists_objects || !query.is_decided(instance.index);
 }
 
 void GasSceneTree::begin_frustum(const GeometryFrustumCtx& query, GasNestedQueryCtx& record,
-                                 const GasInstanceItem& item) const {
-  gas_extend_path(record.frustum_path, query.path, {item.index, &get_object(item), get_override(item.index)});
+                                 const GasInstance& instance) const {
+  gas_extend_path(record.frustum_path, query.path,
+                  {instance.index, &get_object(instance), get_override(instance.index)});
   record.frustum.path = &record.frustum_path;
   record.frustum.shading_group_offset = 0;
   record.frustum.instance = 0;
@@ -79,21 +80,21 @@ void GasSceneTree::query_entry(const CtxEval& ctx, CtxShader& shader, GeometryFr
 }
 
 void GasSceneTree::end_frustum(GeometryFrustumCtx& query, const GeometryFrustumCtx& local,
-                               const GasInstanceItem& item) const {
+                               const GasInstance& instance) const {
   const bool is_mode_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
   const bool listed = is_mode_any ? local.result.hit_count > 0 : local.result.hit_count == local.result.total;
   if (!is_mode_any) {
-    query.set_decided(item.index);
+    query.set_decided(instance.index);
     if (!listed) query.result.outside = 1;
   }
   if (!listed) return;
-  query.add_object(item.index);
+  query.add_object(instance.index);
   ++query.result.hit_count;  // an outer scene reads it
 }
 
 void GasSceneTree::answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
   if (query.mode == static_cast<uint>(GeometryFrustumMode::all)) {
-    for (const uint index : table.items)
+    for (const uint index : table.indices)
       query.result.total += objects[index]->is_visible(query.kind, shader.visibility_override) ? 1 : 0;
   }
   bvh_frustum_hit({tree, nullptr, leaf_functions}, ctx, shader, query);
@@ -101,7 +102,7 @@ void GasSceneTree::answer_frustum(const CtxEval& ctx, CtxShader& shader, Geometr
 
 void GasSceneTree::measure(const CtxEval& ctx, uint accepted, double time, GMathMatrix4x4<double>& matrix,
                            GMathBbox3<float>* boxes) const {
-  const uint index = table.items[accepted];
+  const uint index = table.indices[accepted];
   ModuleSceneObject* object = objects[index];
   const ModuleClusterFunctions& functions = object->get_cluster_functions();
   if ((object->get_flags() & ModuleSceneObject::moving) != 0) {

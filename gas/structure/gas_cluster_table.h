@@ -1,19 +1,19 @@
 // gas/structure/gas_cluster_table.h
 //
-// The leaves of a structure over other structures (a scene, a bundle): the clusters of each of its items. An item
+// The leaves of a structure over other structures (a scene, a bundle): the clusters of each of its indices. An instance
 // without clusters is left out; the others are accepted, in their order.
 //
-//   items[a]          index of accepted item a in the input
+//   indices[a]          index of accepted instance a in the input
 //   counts[a]         number of its leaves
-//   first_leaves[a]   the first of them; the leaves of one item are adjacent
-//   clusters[leaf]    the handle that the item's structure gave
+//   first_leaves[a]   the first of them; the leaves of one instance are adjacent
+//   clusters[leaf]    the handle that the instance's structure gave
 //
-// Leaves are in the order of the items here; the tree has them in its own order (gas_instance_entry.h).
+// Leaves are in the order of the instances here; the tree has them in its own order (gas_instance_entry.h).
 #pragma once
 #include "vq_core/core_array.h"
 
 struct GasClusterTable {
-  /// [item] its clusters, during the build.
+  /// [instance] its clusters, during the build.
   using Lists = CoreArray<CoreVector<void*>>;
 
   /// Replaces the table. Throws std::bad_alloc.
@@ -23,16 +23,16 @@ struct GasClusterTable {
   bool is_whole_copy_of(const GasClusterTable& other) const;
   u64 get_array_bytes() const;
 
-  uint get_accepted_count() const { return items.get_count(); }
+  uint get_accepted_count() const { return indices.get_count(); }
   uint get_leaf_count() const { return clusters.get_count(); }
-  /// The clusters of an accepted item.
+  /// The clusters of an accepted instance.
   CoreBasicArray<void*> get_clusters(uint accepted) const {
     return CoreBasicArray<void*>::make_view(clusters.get_items() + first_leaves[accepted], counts[accepted]);
   }
-  /// Number of leaves of item `item`; 0 if it was left out. O(log accepted items).
-  uint get_cluster_count(uint item) const;
+  /// Number of leaves of instance `instance`; 0 if it was left out. O(log accepted instances).
+  uint get_cluster_count(uint instance) const;
 
-  CoreBasicArray<uint> items;
+  CoreBasicArray<uint> indices;
   CoreBasicArray<uint> counts;
   CoreBasicArray<uint> first_leaves;
   CoreBasicArray<void*> clusters;

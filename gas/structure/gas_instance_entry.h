@@ -2,11 +2,11 @@
 //
 // What a query reads at a leaf of a structure over instances, in few cache lines.
 //
-//   GasInstanceLeaf, 24 bytes, in the order of the tree    cluster | accepted item | its local box in 8 bits a plane
-//   GasInstanceItem, 64 bytes, one per accepted item       frame of these boxes | matrices | inner structure
+//   GasInstanceLeaf, 24 bytes, in the order of the tree    cluster | accepted instance | its local box in 8 bits a
+//   plane GasInstance, 64 bytes, one per accepted instance       frame of these boxes | matrices | inner structure
 //
-// The world box of a leaf is large if its item is turned. So the ray is first tested against the cluster's box in the
-// item's space: half of all leaves or more need no further work.
+// The world box of a leaf is large if its instance is turned. So the ray is first tested against the cluster's box in
+// the instance's space: half of all leaves or more need no further work.
 #pragma once
 #include "gas/bvh/bvh_quantize.h"
 #include "vq_gas_base/gas_slab_ray.h"
@@ -15,7 +15,8 @@
 struct GasInstanceLeaf {
   u64 cluster = 0;
   u32 accepted = 0;
-  u8 low[4] = {0, 0, 0, 0}, high[4] = {0, 0, 0, 0};  ///< planes of the local box, in the item's frame; x, y, z, unused
+  u8 low[4] = {0, 0, 0, 0},
+     high[4] = {0, 0, 0, 0};  ///< planes of the local box, in the instance's frame; x, y, z, unused
 
   void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
     u8 planes[6][4];
@@ -28,14 +29,14 @@ struct GasInstanceLeaf {
 };
 static_assert(sizeof(GasInstanceLeaf) == 24);
 
-/// When a ray may be tested against the local boxes of an item's leaves.
+/// When a ray may be tested against the local boxes of an instance's leaves.
 enum class GasInstanceBoxes : u8 {
-  never,    ///< they do not hold the item
+  never,    ///< they do not hold the instance
   at_rest,  ///< the shape changes over time
   always,
 };
 
-struct alignas(64) GasInstanceItem {
+struct alignas(64) GasInstance {
   GMathBbox3<float> frame;  ///< holds the local boxes of all leaves
   uint index = 0;           ///< in the input
   GasInstanceBoxes boxes = GasInstanceBoxes::never;
@@ -50,12 +51,12 @@ struct alignas(64) GasInstanceItem {
     return true;
   }
 };
-static_assert(sizeof(GasInstanceItem) == 64);
+static_assert(sizeof(GasInstance) == 64);
 
-/// A ray in an item's space, in the form of the test against local boxes.
+/// A ray in an instance's space, in the form of the test against local boxes.
 class GasInstanceRay {
  public:
-  /// @param frame  of the item; its leaves' boxes lie in it
+  /// @param frame  of the instance; its leaves' boxes lie in it
   void set(const GMathBasicRay<double>& ray, double tnear, const GMathBbox3<float>& frame) {
     slabs_ = gas_load_slab_ray(ray, tnear, frame, SimdF(0.0f));
     first_ = static_cast<float>(tnear);

@@ -1,7 +1,7 @@
 // gas/structure/gas_instance_motion.h
 //
 // The motion data of a structure whose leaves are clusters of other structures (a scene, a bundle): the tree refitted
-// to each sample of a description, and each item's matrix at each sample.
+// to each sample of a description, and each instance's matrix at each sample.
 //
 //   matrices[key * samples + sample]     key: GasNestedTarget::key
 #pragma once

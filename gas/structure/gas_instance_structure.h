@@ -1,39 +1,41 @@
 // gas/structure/gas_instance_structure.h
 //
 // Shared by the structures whose leaves are clusters of other structures: scenes and bundles. At a leaf the query
-// continues in the item's space, in a nested record of the thread, restricted to the cluster. Distances are the same in
-// all spaces, because directions are transformed but not normalized. Under motion blur the tree is refitted to the
-// items' matrices and boxes at the sample times of the description; each ray gets the item's matrix blended, entry by
-// entry, to its own time.
+// continues in the instance's space, in a nested record of the thread, restricted to the cluster. Distances are the
+// same in all spaces, because directions are transformed but not normalized. Under motion blur the tree is refitted to
+// the instances' matrices and boxes at the sample times of the description; each ray gets the instance's matrix
+// blended, entry by entry, to its own time.
 //
-// World boxes are blended linearly too. Where a shape deforms while its item turns they are enlarged, so that the blend
-// holds all positions between two samples (gas_world_bbox.h).
+// World boxes are blended linearly too. Where a shape deforms while its instance turns they are enlarged, so that the
+// blend holds all positions between two samples (gas_world_bbox.h).
 //
-//   table    the accepted items and their clusters, in the order of the items
-//   leaves   [place in the tree's order] what a query reads at a leaf; `leaf` in queries is this place
-//   items    [accepted item] the same for an item
+//   table       the accepted instances and their clusters, in the order of the instances
+//   leaves      [place in the tree's order] what a query reads at a leaf; `leaf` in queries is this place
+//   instances   [accepted instance] the same for an instance
 //
 // The definitions are in gas_instance_structure_impl.h and gas_instance_update.h. `Self` has this class as its friend
 // and supplies, beyond what gas_bvh_structure.h names:
 //
-//   void describe_item(accepted, GasInstanceItem&)        all but the frame, after each build and copy
-//   struct Entry                                          what a query enters
-//   bool find_entry(ctx, shader, type, item, Entry&)      false: invisible to rays of this type, or without a structure
-//   GasNestedTarget get_target(parent, type, item)        identifies the nested query; all but the cluster
-//   void query_entry<hits>(ctx, shader, parent, local, item, Entry&, is_moving)     continues a ray query
-//   bool must_enter(item)                                 true: also if the ray misses the leaf's local box
-//   uint get_path_depth(parent)                           for GeometryIntersectionMap::transform_path()
+//   void describe_instance(accepted, GasInstance&)      all but the frame, after each build and copy
+//   struct Entry                                        what a query enters
+//   bool find_entry(ctx, shader, type, instance, Entry&)
+//                                                       false: invisible to rays of this type, or without a structure
+//   GasNestedTarget get_target(parent, type, instance)  identifies the nested query; all but the cluster
+//   void query_entry<hits>(ctx, shader, parent, local, instance, Entry&, is_moving)
+//                                                       continues a ray query
+//   bool must_enter(instance)                           true: also if the ray misses the leaf's local box
+//   uint get_path_depth(parent)                         for GeometryIntersectionMap::transform_path()
 //
-//   bool wants_frustum(query, item)                       false: the leaf need not be asked
-//   void begin_frustum(query, record, item)               completes the nested query
-//   void query_entry(ctx, shader, local, Entry&)          continues a frustum query
-//   void end_frustum(query, local, item)                  modes any and all: adds the nested result
+//   bool wants_frustum(query, instance)                 false: the leaf need not be asked
+//   void begin_frustum(query, record, instance)         completes the nested query
+//   void query_entry(ctx, shader, local, Entry&)        continues a frustum query
+//   void end_frustum(query, local, instance)            modes any and all: adds the nested result
 //
-//   uint get_key_count(), get_key(accepted)               rows of the matrices of motion data
-//   void fill_matrices(ctx, motion_blur, MotionData&)     before anything is measured
-//   void measure(ctx, accepted, time, matrix, boxes)      matrix, unless filled, and local boxes of the clusters
-//   GasBboxSurplus get_growth(accepted)                   added to the world boxes
-//   uint get_update_slice(thread_count)                   items that one task updates
+//   uint get_key_count(), get_key(accepted)             rows of the matrices of motion data
+//   void fill_matrices(ctx, motion_blur, MotionData&)   before anything is measured
+//   void measure(ctx, accepted, time, matrix, boxes)    matrix, unless filled, and local boxes of the clusters
+//   GasBboxSurplus get_growth(accepted)                 added to the world boxes
+//   uint get_update_slice(thread_count)                 instances that one task updates
 //
 // All are const.
 #pragma once
@@ -61,16 +63,16 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   friend class GasInstanceMotionTask<Self>;
 
   explicit GasInstanceStructure(Self* self);
-  /// Copies the tree and its leaves. The structure then calls refer_items().
+  /// Copies the tree and its leaves. The structure then calls refer_instances().
   GasInstanceStructure(const GasInstanceStructure& other, Self* self)
       : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table), leaves(other.leaves) {}
   GasInstanceStructure& operator=(const GasInstanceStructure& other);
 
-  /// After the build of the tree: fills `leaves` and `items`. Throws std::bad_alloc.
-  /// @param local_boxes  [leaf of the table] in the items' spaces
+  /// After the build of the tree: fills `leaves` and `instances`. Throws std::bad_alloc.
+  /// @param local_boxes  [leaf of the table] in the instances' spaces
   void fill_entries(const GMathBbox3<float>* local_boxes);
-  /// After a copy: fills `items` again, which refer to arrays of the structure. Throws std::bad_alloc.
-  void refer_items(const GasInstanceStructure& other);
+  /// After a copy: fills `instances` again, which refer to arrays of the structure. Throws std::bad_alloc.
+  void refer_instances(const GasInstanceStructure& other);
   void clear_entries();
   bool is_whole_copy_of(const GasInstanceStructure& other) const;
   u64 get_entry_bytes() const;
@@ -112,13 +114,13 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   /// Where a leaf leads: its records, and what find_entry() found.
   struct Target {
     const GasInstanceLeaf& leaf;
-    const GasInstanceItem& item;
+    const GasInstance& instance;
     typename Self::Entry entry;
     GMathRay::Type type;
   };
-  /// The nested query of `parent` for a leaf, with the parent's rays in the item's space; the motion form transforms
-  /// each ray at its own time. `ray_ctx` must have room for the parent's rays. Null if the ray misses the leaf's local
-  /// box.
+  /// The nested query of `parent` for a leaf, with the parent's rays in the instance's space; the motion form
+  /// transforms each ray at its own time. `ray_ctx` must have room for the parent's rays. Null if the ray misses the
+  /// leaf's local box.
   GeometryRaytraceCtx* get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target) const;
   GeometryRaytraceCtx* get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
                                             const MotionData& data) const;
@@ -129,7 +131,7 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   bool transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target, double tnear,
                       GasInstanceBoxes least, const Transform& transform) const;
   /// Calls query(target, ray_ctx) for a leaf, with a nested record that has room for the parent's rays. Does nothing if
-  /// the item cannot be entered or there is no memory for the record.
+  /// the instance cannot be entered or there is no memory for the record.
   template <class Query>
   void enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
              const Query& query) const;
@@ -142,7 +144,7 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
 
   GasClusterTable table;
   CoreArray<GasInstanceLeaf> leaves;
-  CoreAlignedArray<GasInstanceItem> items;
+  CoreAlignedArray<GasInstance> instances;
 
  private:
   const Self& self() const { return static_cast<const Self&>(*this); }

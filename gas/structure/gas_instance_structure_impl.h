@@ -26,35 +26,35 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* local_boxes) {
   const uint leaf_count = this->tree.item_count;
   gas_need(leaves.resize(leaf_count));
-  items = CoreAlignedArray<GasInstanceItem>(table.get_accepted_count());
-  gas_need(items || table.get_accepted_count() == 0);
+  instances = CoreAlignedArray<GasInstance>(table.get_accepted_count());
+  gas_need(instances || table.get_accepted_count() == 0);
   CoreBasicArray<uint> place_of(table.get_leaf_count());  // [leaf of the table]
   gas_need(place_of.get_count() == table.get_leaf_count());
   for (uint place = 0; place < leaf_count; ++place) place_of[this->tree.order[place]] = place;
   for (uint accepted = 0; accepted < table.get_accepted_count(); ++accepted) {
-    GasInstanceItem& item = items[accepted] = GasInstanceItem();
+    GasInstance& instance = instances[accepted] = GasInstance();
     const uint first = table.first_leaves[accepted], end = first + table.counts[accepted];
-    for (uint leaf = first; leaf < end; ++leaf) item.frame.add(local_boxes[leaf]);
-    item.frame = bvh_make_frame(item.frame);
-    self().describe_item(accepted, item);
-    if (!item.has_finite_frame()) item.boxes = GasInstanceBoxes::never;
+    for (uint leaf = first; leaf < end; ++leaf) instance.frame.add(local_boxes[leaf]);
+    instance.frame = bvh_make_frame(instance.frame);
+    self().describe_instance(accepted, instance);
+    if (!instance.has_finite_frame()) instance.boxes = GasInstanceBoxes::never;
     for (uint leaf = first; leaf < end; ++leaf) {
       GasInstanceLeaf& entry = leaves[place_of[leaf]];
       entry.cluster = reinterpret_cast<u64>(table.clusters[leaf]);
       entry.accepted = accepted;
-      if (item.boxes != GasInstanceBoxes::never) entry.set_box(item.frame, local_boxes[leaf]);
+      if (instance.boxes != GasInstanceBoxes::never) entry.set_box(instance.frame, local_boxes[leaf]);
     }
   }
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::refer_items(const GasInstanceStructure& other) {
-  items = CoreAlignedArray<GasInstanceItem>(other.items.get_count());
-  gas_need(items || other.items.get_count() == 0);
-  for (uint accepted = 0; accepted < other.items.get_count(); ++accepted) {
-    items[accepted] = other.items[accepted];
-    self().describe_item(accepted, items[accepted]);
-    items[accepted].boxes = other.items[accepted].boxes;
+void GasInstanceStructure<Self, Base>::refer_instances(const GasInstanceStructure& other) {
+  instances = CoreAlignedArray<GasInstance>(other.instances.get_count());
+  gas_need(instances || other.instances.get_count() == 0);
+  for (uint accepted = 0; accepted < other.instances.get_count(); ++accepted) {
+    instances[accepted] = other.instances[accepted];
+    self().describe_instance(accepted, instances[accepted]);
+    instances[accepted].boxes = other.instances[accepted].boxes;
   }
 }
 
@@ -62,7 +62,7 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::clear_entries() {
   table.clear();
   leaves.remove_all();
-  items.reset();
+  instances.reset();
 }
 
 template <class Self, class Base>
@@ -73,7 +73,7 @@ bool GasInstanceStructure<Self, Base>::is_whole_copy_of(const GasInstanceStructu
 
 template <class Self, class Base>
 u64 GasInstanceStructure<Self, Base>::get_entry_bytes() const {
-  return table.get_array_bytes() + u64{leaves.get_count()} * sizeof(GasInstanceLeaf) + items.get_bytes();
+  return table.get_array_bytes() + u64{leaves.get_count()} * sizeof(GasInstanceLeaf) + instances.get_bytes();
 }
 
 template <class Self, class Base>
@@ -98,8 +98,8 @@ template <class Query>
 void GasInstanceStructure<Self, Base>::enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                              GeometryRaytraceCtx& parent, const Query& query) const {
   const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
-  Target target{leaves[leaf], items[leaves[leaf].accepted], {}, type};
-  if (!self().find_entry(ctx, shader, type, target.item, target.entry)) return;
+  Target target{leaves[leaf], instances[leaves[leaf].accepted], {}, type};
+  if (!self().find_entry(ctx, shader, type, target.instance, target.entry)) return;
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr || !scope.get()->ray.reserve(parent)) return;
   query(target, scope.get()->ray);
@@ -110,26 +110,27 @@ template <class Transform>
 bool GasInstanceStructure<Self, Base>::transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
                                                       const Target& target, double tnear, GasInstanceBoxes least,
                                                       const Transform& transform) const {
-  const bool has_boxes = target.item.boxes >= least && parent.first_ray == parent.last_ray;
+  const bool has_boxes = target.instance.boxes >= least && parent.first_ray == parent.last_ray;
   const uint first = parent.first_ray;
   if (!ray_ctx.is_ray_cached(parent, target.leaf.accepted)) {
     ray_ctx.cache_ray(parent, target.leaf.accepted);
     gas_for_each_ray(parent, transform);
-    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], tnear, target.item.frame);
+    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], tnear, target.instance.frame);
   }
-  return !has_boxes || ray_ctx.box_ray.touches(target.leaf, parent.get_limit(first)) || self().must_enter(target.item);
+  return !has_boxes || ray_ctx.box_ray.touches(target.leaf, parent.get_limit(first)) ||
+         self().must_enter(target.instance);
 }
 
 template <class Self, class Base>
 GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
                                                                      const Target& target) const {
-  const GasInstanceItem& item = target.item;
-  const auto transform = [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), *item.inverse); };
+  const GasInstance& instance = target.instance;
+  const auto transform = [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), *instance.inverse); };
   const double tnear = parent.intervals[parent.first_ray].tnear;
   if (!transform_rays(ray_ctx, parent, target, tnear, GasInstanceBoxes::at_rest, transform)) return nullptr;
-  ray_ctx.set_matrices(parent, *item.matrix);
+  ray_ctx.set_matrices(parent, *instance.matrix);
   GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, get_nested_target(parent, target));
-  ray_ctx.transform_planes(parent, *item.inverse);
+  ray_ctx.transform_planes(parent, *instance.inverse);
   return &local;
 }
 
@@ -158,7 +159,7 @@ GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_motion_ctx(GasR
 template <class Self, class Base>
 GasNestedTarget GasInstanceStructure<Self, Base>::get_nested_target(const GeometryRaytraceCtx& parent,
                                                                     const Target& target) const {
-  GasNestedTarget nested = self().get_target(parent, target.type, target.item);
+  GasNestedTarget nested = self().get_target(parent, target.type, target.instance);
   nested.cluster = target.leaf.cluster;
   return nested;
 }
@@ -169,7 +170,7 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(const unsigned int& l
   enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
     GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
     if (local == nullptr) return;
-    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.item, target.entry, false);
+    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.instance, target.entry, false);
   });
 }
 
@@ -180,9 +181,9 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(const unsigne
   enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
     GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
     if (local == nullptr) return;
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, false);
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, false);
     const uint depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, *target.item.matrix); });
+    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, *target.instance.matrix); });
   });
 }
 
@@ -193,7 +194,7 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion(const unsigned int& l
   enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
     GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
     if (local == nullptr) return;
-    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.item, target.entry, true);
+    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.instance, target.entry, true);
   });
 }
 
@@ -204,7 +205,7 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(const unsigne
   enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
     GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
     if (local == nullptr) return;
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, true);
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, true);
     const uint depth = self().get_path_depth(query);
     gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix); });
   });
@@ -227,7 +228,7 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
       ray_ctx.end_matrices[ray].matrix = data.get_matrix(key, query.spans[ray].second);
       ray_ctx.end_matrices[ray].flag = 0;
     });
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.item, target.entry, true);
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, true);
     gas_for_each_ray(query, [&](uint ray) {
       ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix);
     });
@@ -237,24 +238,24 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                                         GeometryFrustumCtx& query) const {
-  const GasInstanceItem& item = items[leaves[leaf].accepted];
-  if (!self().wants_frustum(query, item)) return;
+  const GasInstance& instance = instances[leaves[leaf].accepted];
+  if (!self().wants_frustum(query, instance)) return;
   typename Self::Entry entry;
-  if (!self().find_entry(ctx, shader, query.kind, item, entry)) return;
+  if (!self().find_entry(ctx, shader, query.kind, instance, entry)) return;
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr) return;
   GeometryFrustumCtx& local = scope.get()->frustum;
-  local.begin_nested(query, *item.inverse, *item.matrix);
+  local.begin_nested(query, *instance.inverse, *instance.matrix);
   local.cluster = leaves[leaf].cluster;
-  self().begin_frustum(query, *scope.get(), item);
+  self().begin_frustum(query, *scope.get(), instance);
   const std::size_t first_point = query.get_points().size();
   self().query_entry(ctx, shader, local, entry);
   const auto mode = static_cast<GeometryFrustumMode>(query.mode);
   if (mode == GeometryFrustumMode::any || mode == GeometryFrustumMode::all)
-    return self().end_frustum(query, local, item);
+    return self().end_frustum(query, local, instance);
   std::vector<GeometryFrustumVertex>& points = query.get_points();
   for (std::size_t point = first_point; point < points.size(); ++point)
-    points[point].position = item.matrix->transform_point(points[point].position);
+    points[point].position = instance.matrix->transform_point(points[point].position);
 }
 
 template <class Self, class Base>

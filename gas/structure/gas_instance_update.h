@@ -1,7 +1,7 @@
 // gas/structure/gas_instance_update.h
 //
-// Motion blur of a structure over instances: matrices and boxes of its items at the sample times, and the tree refitted
-// to them. Included by gas_instance_structure_impl.h.
+// Motion blur of a structure over instances: matrices and boxes of its instances at the sample times, and the tree
+// refitted to them. Included by gas_instance_structure_impl.h.
 #pragma once
 #include <algorithm>
 #include <span>
@@ -12,7 +12,7 @@
 #include "vq_ctx/ctx_eval.h"
 #include "vq_ctx/ctx_motion_blur.h"
 
-/// The boxes of all leaves: in their items' spaces at three consecutive samples, in world space at the middle one.
+/// The boxes of all leaves: in their instances' spaces at three consecutive samples, in world space at the middle one.
 struct GasLeafBoxes {
   CoreAlignedArray<GMathBbox3<float>> local[3];  ///< [sample modulo 3][leaf]
   CoreAlignedArray<GMathBbox3<float>> world;     ///< [leaf]
@@ -29,8 +29,8 @@ struct GasLeafBoxes {
   }
 };
 
-/// Measures a slice of the items at one sample and at the next: world boxes depend on the motion on both sides of a
-/// sample. Writes only the matrices of these items and the boxes of their leaves.
+/// Measures a slice of the instances at one sample and at the next: world boxes depend on the motion on both sides of a
+/// sample. Writes only the matrices of these instances and the boxes of their leaves.
 template <class Structure>
 class GasInstanceMotionTask final : public GasTask {
  public:
@@ -39,7 +39,7 @@ class GasInstanceMotionTask final : public GasTask {
   const Structure* structure = nullptr;
   typename Structure::MotionData* data = nullptr;
   GasLeafBoxes* boxes = nullptr;
-  uint first = 0, end = 0;  ///< accepted items
+  uint first = 0, end = 0;  ///< accepted instances
   uint sample = 0;
   double time = 0.0;       ///< of `sample`
   double next_time = 0.0;  ///< of `sample` + 1
@@ -50,22 +50,22 @@ class GasInstanceMotionTask final : public GasTask {
 
   void update(const CtxEval& thread_ctx) {
     // A thread's own context may still have another motion-blur description, or none.
-    CtxEval item_ctx(thread_ctx);
-    item_ctx.set_motion_blur(motion_blur);
-    item_ctx.set_time(ctx->get_time());
+    CtxEval instance_ctx(thread_ctx);
+    instance_ctx.set_motion_blur(motion_blur);
+    instance_ctx.set_time(ctx->get_time());
     for (uint accepted = first; accepted < end; ++accepted) {
       ctx->get_application().check_stop();
-      update_item(item_ctx, accepted);
+      update_instance(instance_ctx, accepted);
       if (progress != nullptr) progress->step(first_step + accepted + 1);
     }
   }
 
  private:
-  void update_item(const CtxEval& item_ctx, uint accepted) const {
+  void update_instance(const CtxEval& instance_ctx, uint accepted) const {
     const uint sample_count = motion_blur->get_sample_count(), first_leaf = structure->table.first_leaves[accepted];
     GMathMatrix4x4<double>* matrices = data->get_matrices(structure->get_key(accepted));
     const auto measure = [&](uint at, double at_time) {
-      structure->measure(item_ctx, accepted, at_time, matrices[at], boxes->local[at % 3].get() + first_leaf);
+      structure->measure(instance_ctx, accepted, at_time, matrices[at], boxes->local[at % 3].get() + first_leaf);
     };
     if (sample == 0) measure(0, time);
     if (sample + 1 < sample_count) measure(sample + 1, next_time);

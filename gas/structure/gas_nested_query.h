@@ -81,15 +81,15 @@ struct GasRayCtx {
     parent.map->transform_path(ray, to_parent..., depth);
   }
 
-  // Cache of the last single ray that was transformed in this query: leaves of one item often follow each other, and
-  // their rays are the same.
+  // Cache of the last single ray that was transformed in this query: leaves of one instance often follow each other,
+  // and their rays are the same.
   bool is_ray_cached(const GeometryRaytraceData& parent, uint accepted) const {
-    return has_cached_ray_ && cached_item_ == accepted && cached_ray_ == parent.first_ray;
+    return has_cached_ray_ && cached_instance_ == accepted && cached_ray_ == parent.first_ray;
   }
   void cache_ray(const GeometryRaytraceData& parent, uint accepted) {
     has_cached_ray_ = parent.first_ray == parent.last_ray;
     has_cached_matrix_ = false;
-    cached_item_ = accepted;
+    cached_instance_ = accepted;
     cached_ray_ = parent.first_ray;
   }
   void forget_query() { has_cached_ray_ = has_cached_matrix_ = is_reserved_ = is_begun_ = false; }
@@ -102,7 +102,7 @@ struct GasRayCtx {
   bool has_cached_ray_ = false;
   bool has_cached_matrix_ = false;
   uint outer_path_count_ = 0;  ///< elements of `path` that are the outer query's
-  uint cached_item_ = 0;
+  uint cached_instance_ = 0;
   uint cached_ray_ = 0;
 };
 

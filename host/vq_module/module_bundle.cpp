@@ -23,7 +23,7 @@ ModuleBundle::ModuleBundle(const CoreString& name, Contents contents, std::share
 }
 
 bool ModuleBundle::has_moving_shape() const {
-  return contents_.matrix_source != nullptr ||
+  return contents_.matrix_source != nullptr || contents_.is_moving ||
          std::any_of(contents_.geometries.begin(), contents_.geometries.end(),
                      [](const auto& geometry) { return geometry != nullptr && geometry->has_motion(); });
 }
