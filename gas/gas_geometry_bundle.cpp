@@ -116,7 +116,7 @@ u64 GasGeometryBundle::get_array_bytes() const {
 }
 
 GeometryObject* GasGeometryBundle::get_geometry(uint instance) const {
-  const uint index = geometry_indices[instance];
+  const uint index = instance < geometry_indices.get_count() ? geometry_indices[instance] : core_invalid_index;
   return index < second_geometries.get_count() ? second_geometries[index] : nullptr;
 }
 

@@ -2,8 +2,8 @@
 //
 // What a query reads at a leaf of a structure over instances, in few cache lines.
 //
-//   GasInstanceLeaf, 24 bytes, in the order of the tree    cluster | accepted instance | its local box in 8 bits a
-//   plane GasInstance, 64 bytes, one per accepted instance       frame of these boxes | matrices | inner structure
+//   GasInstanceLeaf   24 bytes, in the order of the tree     cluster | accepted instance | local box, a byte a plane
+//   GasInstance       64 bytes, one per accepted instance    frame of these boxes | matrices | inner structure
 //
 // The world box of a leaf is large if its instance is turned. So the ray is first tested against the cluster's box in
 // the instance's space: half of all leaves or more need no further work.
@@ -15,8 +15,9 @@
 struct GasInstanceLeaf {
   u64 cluster = 0;
   u32 accepted = 0;
-  u8 low[4] = {0, 0, 0, 0},
-     high[4] = {0, 0, 0, 0};  ///< planes of the local box, in the instance's frame; x, y, z, unused
+  // Planes of the local box in the instance's frame: x, y, z, unused.
+  u8 low[4] = {0, 0, 0, 0};
+  u8 high[4] = {0, 0, 0, 0};
 
   void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
     u8 planes[6][4];
