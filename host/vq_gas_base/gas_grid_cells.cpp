@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "vq_app_base/app_base.h"
 
@@ -106,7 +107,10 @@ class CellSort {
       ++ends[cell_of[k] + 1];
     }
     for (uint cell = 0; cell < grid.get_cell_count(); ++cell) ends[cell + 1] += ends[cell];
-    for (uint k = 0; k < count; ++k) sorted[ends[cell_of[k]]++] = items_[k];
+    for (uint k = 0; k < count; ++k) {
+      check_stop(k);
+      sorted[ends[cell_of[k]]++] = items_[k];
+    }
     std::copy(sorted.begin(), sorted.end(), items_);
     ends.pop_back();
     return ends;
@@ -120,6 +124,7 @@ class CellSort {
     const uint middle = first + (end - first) / 2;
     // NaN centers, of infinite boxes, stand behind all others; equal centers by number, so that the result is unique.
     const auto is_before = [&](uint a, uint b) {
+      check_stop(compared_++);
       const float center_a = get_center(boxes_[a])[axis], center_b = get_center(boxes_[b])[axis];
       if (std::isnan(center_a) || std::isnan(center_b)) {
         if (std::isnan(center_a) != std::isnan(center_b)) return std::isnan(center_b);
@@ -128,21 +133,26 @@ class CellSort {
       return center_a != center_b ? center_a < center_b : a < b;
     };
     std::nth_element(items_ + first, items_ + middle, items_ + end, is_before);
-    std::sort(items_ + first, items_ + middle);
-    std::sort(items_ + middle, items_ + end);
-    divide(first, middle, most);
-    divide(middle, end, most);
+    for (const auto& [begin, half_end] : {std::pair(first, middle), std::pair(middle, end)}) {
+      // A median leaves its halves in any order. Only those that become cells are sorted: these are small.
+      if (half_end - begin <= most) std::sort(items_ + begin, items_ + half_end);
+      divide(begin, half_end, most);
+    }
   }
 
   void add_cell(uint first, uint end) {
     GasGridCell cell{first, end - first, {}};
-    for (uint k = first; k < end; ++k) cell.box.add(boxes_[items_[k]]);
+    for (uint k = first; k < end; ++k) {
+      check_stop(k);
+      cell.box.add(boxes_[items_[k]]);
+    }
     cells.push_back(cell);
   }
 
   const CoreVector<GMathBbox3<float>>& boxes_;
   uint* items_;
   const AppBase* app_;
+  uint compared_ = 0;  ///< comparisons of centers so far
 };
 
 }  // namespace
