@@ -6,6 +6,9 @@
 // them. Without the kernel's outward rounding of each ray several in a hundred pass.
 #include <gtest/gtest.h>
 
+#include <map>
+
+#include "host/displaced_mesh_scenes.h"
 #include "support/ray_query.h"
 #include "support/scene_worlds.h"
 #include "support/test_scale.h"
@@ -16,54 +19,109 @@ using Vec = GMathVec3<double>;
 
 /// Rays from `distances` times the mesh's size away at its triangles: inside of them, at corners and on edges.
 /// @param normal  (point at rest) -> outwards
-/// @param place   (point at rest, time) -> where it is
+/// @param place   (vertex, time) -> where it is
 template <class Normal, class Place>
-void expect_no_leaks(QueryWorld& world, const GasObject& structure, const PolyMeshData& mesh, double size,
-                     const Normal& normal, const Place& place, const CtxMotionBlur* blur, const std::string& what) {
+void expect_no_leaks(QueryWorld& world, std::initializer_list<const GasObject*> structures, const PolyMeshData& mesh,
+                     double size, const Normal& normal, const Place& place, const CtxMotionBlur* blur,
+                     const std::string& what) {
   RandomValues random(7);
   GeometryRayPacket packet;
   const uint triangles = static_cast<uint>(mesh.polygon_sizes.size());
   for (const double distance : {0.3, 2.0, 100.0}) {
     std::vector<TestRay> rays;
-    for (uint k = 0; k < scaled(60000, 6000); ++k) {
+    for (uint k = 0; k < scaled(30000, 6000); ++k) {
       const u32* corner = &mesh.polygon_vertices[std::size_t{3} * random.get_index(triangles)];
       const double time = random.get(0, 1), v = k % 3 == 0 ? 0.0 : random.get(0, 1);
       const double w = k % 3 == 2 ? random.get(0, 1) * (1 - v) : 0.0;
       Vec p[3];
       for (uint c = 0; c < 3; ++c) p[c] = Vec(mesh.positions[corner[c]]);
-      const Vec target = place(p[0], time) * (1 - v - w) + place(p[1], time) * v + place(p[2], time) * w;
+      const Vec target = place(corner[0], time) * (1 - v - w) + place(corner[1], time) * v + place(corner[2], time) * w;
       // So steeply that all triangles around the target face the ray.
       const Vec way = normal(p[0] * (1 - v - w) + p[1] * v + p[2] * w) + random.get_vec(0.4);
       const Vec origin = target + way * (distance * size);
       rays.push_back({origin, target - origin, 0.0, DBL_MAX, time});
     }
-    ask_rays(world, structure, packet, rays, {true, blur});
-    uint leaks = 0;
-    for (uint k = 0; k < rays.size(); ++k) leaks += packet.get_nearest(k).distance <= 1 + 1e-9 ? 0 : 1;
-    EXPECT_EQ(leaks, 0u) << what << ", from " << distance << " sizes, " << rays.size() << " rays";
+    for (const GasObject* structure : structures) {
+      ask_rays(world, *structure, packet, rays, {true, blur});
+      uint leaks = 0;
+      for (uint k = 0; k < rays.size(); ++k) leaks += packet.get_nearest(k).distance <= 1 + 1e-9 ? 0 : 1;
+      EXPECT_EQ(leaks, 0u) << what << " in a " << structure->get_class_info().get_name() << ", from " << distance
+                           << " sizes, " << rays.size() << " rays";
+    }
   }
 }
 
+/// Where the vertices of a mesh are: at rest, or between its first two motion samples.
+auto get_places(const PolyMeshData& mesh) {
+  return [&mesh](u32 vertex, double time) {
+    if (mesh.motion_positions.empty()) return Vec(mesh.positions[vertex]);
+    return Vec(mesh.motion_positions[0][vertex]) * (1 - time) + Vec(mesh.motion_positions[1][vertex]) * time;
+  };
+}
+
 Vec get_sphere_normal(const Vec& p) { return p.get_normalized(); }
-Vec stay(const Vec& p, double) { return p; }
+
+/// A unit sphere whose triangles share their vertices.
+PolyMeshData make_joined_sphere(uint level) {
+  PolyMeshData data = make_sphere(level), joined = data;
+  joined.positions.clear();
+  std::map<std::tuple<float, float, float>, u32> numbers;
+  for (u32& vertex : joined.polygon_vertices) {
+    const GMathVec3<float>& p = data.positions[vertex];
+    const auto [at, is_new] = numbers.try_emplace({p.x, p.y, p.z}, static_cast<u32>(joined.positions.size()));
+    if (is_new) joined.positions.push_back(p);
+    vertex = at->second;
+  }
+  return joined;
+}
+
+/// A closed mesh with hills, which stand in no mesh, in a grid; and its micro-triangles.
+struct HillyMesh {
+  HillyMesh(const QueryWorld& world, const PolyMeshData& data) {
+    constexpr uint rate = 6;
+    create(base, data);
+    displace(mesh, base, make_noise(0.04), rate);
+    EXPECT_TRUE(grid.create(world.ctx, &mesh, &mesh, nullptr));
+    micro.motion_positions.resize(data.motion_positions.size());
+    for_each_micro_triangle(mesh, base, rate, [&](uint primitive, uint part, uint, const uint(&at)[3][2]) {
+      micro.polygon_sizes.push_back(3);
+      for (const auto& [i, j] : at) {
+        const auto get = [&](double time) {
+          return GMathVec3<float>(mesh.get_micro_vertex(primitive, part, i, j, time));
+        };
+        micro.polygon_vertices.push_back(static_cast<u32>(micro.positions.size()));
+        micro.positions.push_back(get(nan_time));
+        for (uint k = 0; k < micro.motion_positions.size(); ++k) micro.motion_positions[k].push_back(get(k));
+      }
+    });
+  }
+  PolyMesh base;
+  DisplacedMesh mesh;
+  GasGeometry grid;
+  PolyMeshData micro;
+};
 
 TEST(Watertight, meshes_at_rest) {
   QueryWorld world;
-  const BuiltMesh sphere(world, make_sphere(6)), cube(world, make_cube_grid(24)), torus(world, make_torus(96, 48));
-  expect_no_leaks(world, sphere.structure, sphere.data, 1.0, get_sphere_normal, stay, nullptr, "sphere");
+  const auto check = [&](const BothMesh& mesh, double size, const auto& normal, const std::string& what) {
+    expect_no_leaks(world, {&mesh.structure, &mesh.grid}, mesh.data, size, normal, get_places(mesh.data), nullptr,
+                    what);
+  };
+  check(BothMesh(world, make_sphere(6)), 1.0, get_sphere_normal, "sphere");
   const auto get_cube_normal = [](const Vec& p) {
     for (uint axis = 0; axis < 3; ++axis)  // at an edge of the cube both sides of it face the ray
       if (std::fabs(p[axis]) == 1.0) return p * (std::fabs(p[(axis + 1) % 3]) == 1.0 ? 1.0 : 0.0) + p.get_normalized();
     return p;
   };
-  expect_no_leaks(world, cube.structure, cube.data, 1.0, get_cube_normal, stay, nullptr, "cube");
+  check(BothMesh(world, make_cube_grid(24)), 1.0, get_cube_normal, "cube");
   const auto get_torus_normal = [](const Vec& p) { return (p - Vec(p.x, p.y, 0).get_normalized()).get_normalized(); };
-  expect_no_leaks(world, torus.structure, torus.data, 0.1, get_torus_normal, stay, nullptr, "torus");
+  check(BothMesh(world, make_torus(96, 48)), 0.1, get_torus_normal, "torus");
   for (const Vec& shift : {Vec(100, 50, -70), Vec(1e4, 0, 3e3)}) {
-    const BuiltMesh far(world, transformed(make_sphere(5), 1.0f, GMathVec3<float>(shift)));
     const auto normal = [&](const Vec& p) { return (p - shift).get_normalized(); };
-    expect_no_leaks(world, far.structure, far.data, 1.0, normal, stay, nullptr, "far sphere");
+    check(BothMesh(world, transformed(make_sphere(5), 1.0f, GMathVec3<float>(shift))), 1.0, normal, "far sphere");
   }
+  const HillyMesh hills(world, make_joined_sphere(3));
+  expect_no_leaks(world, {&hills.grid}, hills.micro, 1.0, get_sphere_normal, get_places(hills.micro), nullptr, "hills");
 }
 
 constexpr Vec direction{0.6, -0.5, 0.62};
@@ -72,34 +130,56 @@ TEST(WatertightMotion, deforming_meshes) {
   QueryWorld world;
   const CtxMotionBlur two(0.0, 1.0, 2), five(0.0, 1.0, 5);
   for (const double travel : {0.0, 1.0, 100.0}) {
-    PolyMeshData data = make_sphere(5);
-    data.motion_positions.assign(2, data.positions);
-    const auto deform = [&](const Vec& p) { return Vec(p.x, p.y * 0.8, p.z * 1.1) + direction * travel; };
-    for (GMathVec3<float>& p : data.motion_positions[1]) p = GMathVec3<float>(deform(Vec(p)));
-    const BuiltMesh built(world, data);
-    const auto place = [&](const Vec& p, double time) { return p + (Vec(GMathVec3<float>(deform(p))) - p) * time; };
-    for (const CtxMotionBlur* blur : {&two, &five})
-      expect_no_leaks(world, built.structure, data, 1.0, get_sphere_normal, place, blur,
-                      "travel of " + std::to_string(travel));
+    const auto deformed = [&](PolyMeshData data) {
+      data.motion_positions.assign(2, data.positions);
+      for (GMathVec3<float>& p : data.motion_positions[1])
+        p = GMathVec3<float>(Vec(p.x, p.y * 0.8, p.z * 1.1) + direction * travel);
+      return data;
+    };
+    const BothMesh sphere(world, deformed(make_sphere(5)));
+    const HillyMesh hills(world, deformed(make_joined_sphere(3)));
+    const std::string what = "travel of " + std::to_string(travel);
+    for (const CtxMotionBlur* blur : {&two, &five}) {
+      expect_no_leaks(world, {&sphere.structure, &sphere.grid}, sphere.data, 1.0, get_sphere_normal,
+                      get_places(sphere.data), blur, what);
+      expect_no_leaks(world, {&hills.grid}, hills.micro, 1.0, get_sphere_normal, get_places(hills.micro), blur,
+                      "hills, " + what);
+    }
   }
 }
 
 TEST(WatertightMotion, moving_objects_in_clusters) {
   QueryWorld world;
   const SceneShape sphere(world, make_sphere(5));
+  const auto grid = std::make_shared<GasGeometry>();
+  ASSERT_TRUE(grid->create(world.ctx, sphere.mesh.get(), sphere.mesh.get(), nullptr));
+  const auto hills = std::make_shared<HillyMesh>(world, make_joined_sphere(3));
+  const std::shared_ptr<DisplacedMesh> hilly_mesh(hills, &hills->mesh);
+  const std::shared_ptr<GasGeometry> hilly_grid(hills, &hills->grid);
   const CtxMotionBlur blur(0.0, 1.0, 2);
   for (const double travel : {0.0, 1.0, 100.0}) {
     SceneMatrix end = make_translation(direction * travel);
     end.m[0][1] = 0.2;
     end.m[1][1] = 0.8;
-    std::vector<SceneNode> nodes;
-    nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, end}}));
-    nodes.push_back(make_node(sphere, {{0.0, make_translation({0, 0, -400})}}));  // more than one: cut into clusters
-    const auto scene = build_scene(world, nodes);
-    ASSERT_GT(scene->get_cluster_count(0), 8u);
-    const auto place = [&](const Vec& p, double time) { return p + (end.transform_point(p) - p) * time; };
-    expect_no_leaks(world, *scene, sphere.data, 1.0, get_sphere_normal, place, &blur,
-                    "travel of " + std::to_string(travel));
+    const auto check = [&](const PolyMeshData& data, std::shared_ptr<const GeometryObject> geometry,
+                           std::shared_ptr<GasObject> structure, const std::string& what) {
+      std::vector<SceneNode> nodes;
+      nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, end}}));
+      nodes.push_back(make_node(sphere, {{0.0, make_translation({0, 0, -400})}}));  // more than one: cut into clusters
+      nodes[0].geometry = std::move(geometry);
+      nodes[0].structure = std::move(structure);
+      const auto scene = build_scene(world, nodes);
+      EXPECT_TRUE(scene->get_cluster_count(0) > 8 || what != "four-wide tree");
+      const auto place = [&](u32 vertex, double time) {
+        const Vec p(data.positions[vertex]);
+        return p + (end.transform_point(p) - p) * time;
+      };
+      expect_no_leaks(world, {scene.get()}, data, 1.0, get_sphere_normal, place, &blur,
+                      what + ", travel of " + std::to_string(travel));
+    };
+    check(sphere.data, sphere.mesh, sphere.structure, "four-wide tree");
+    check(sphere.data, sphere.mesh, grid, "grid");
+    check(hills->micro, hilly_mesh, hilly_grid, "hills");
   }
 }
 

@@ -11,14 +11,6 @@
 
 namespace {
 
-/// One mesh in both structures.
-struct BothMesh : BuiltMesh {
-  BothMesh(const QueryWorld& world, PolyMeshData source) : BuiltMesh(world, std::move(source)) {
-    EXPECT_TRUE(grid.create(world.ctx, &mesh, &mesh, nullptr));
-  }
-  GasGeometry grid;
-};
-
 /// Nearest and all hits of both, exactly.
 void expect_same_hits(QueryWorld& world, const GasObject& grid, const GasObject& bvh, const std::vector<TestRay>& rays,
                       const CtxMotionBlur* motion_blur, const std::string& name) {

@@ -84,3 +84,19 @@ inline void displace(DisplacedMesh& mesh, const PolyMesh& base, std::shared_ptr<
   CoreString error;
   ASSERT_TRUE(mesh.create(base, settings, error)) << error.get_data();
 }
+
+constexpr double nan_time = std::numeric_limits<double>::quiet_NaN();  ///< at rest
+
+/// Calls function(primitive, part number, the micro-triangle's cells i and j) for all micro-triangles, in order.
+template <class Function>
+void for_each_micro_triangle(const DisplacedMesh& mesh, const PolyMesh& base, uint rate, const Function& function) {
+  for (uint primitive = 0; primitive < mesh.get_primitive_count(); ++primitive)
+    for (uint part = 0, number = 0; part < base.get_part_count(primitive); ++part)
+      for (uint i = 0; i < rate; ++i)
+        for (uint j = 0; i + j < rate; ++j) {
+          const uint lower[3][2] = {{i, j}, {i + 1, j}, {i, j + 1}};
+          function(primitive, part, number++, lower);
+          const uint upper[3][2] = {{i + 1, j + 1}, {i, j + 1}, {i + 1, j}};
+          if (i + j + 1 < rate) function(primitive, part, number++, upper);
+        }
+}

@@ -1,9 +1,10 @@
 // tests/support/built_mesh.h
 //
-// A mesh with a structure over it, and what both were made of.
+// A mesh with the structures over it, and what all were made of.
 #pragma once
 #include <gtest/gtest.h>
 
+#include "gas/gas_geometry.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "support/query_world.h"
 #include "vq_core/core_log.h"
@@ -22,4 +23,12 @@ struct BuiltMesh {
   PolyMeshData data;
   PolyMesh mesh;
   GasGeometryBvh4 structure;
+};
+
+/// One mesh in both structures.
+struct BothMesh : BuiltMesh {
+  BothMesh(const QueryWorld& world, PolyMeshData source) : BuiltMesh(world, std::move(source)) {
+    EXPECT_TRUE(grid.create(world.ctx, &mesh, &mesh, nullptr));
+  }
+  GasGeometry grid;
 };

@@ -39,9 +39,11 @@ struct SceneNode {
   const SceneShape* shape = nullptr;
   std::vector<ModuleMatrixKey> keys;  ///< a single one: stands still
   std::vector<SceneNode> children;
-  std::shared_ptr<GeometryOverride> replaced;  ///< null: nothing
-  uint hidden_from = core_invalid_index;       ///< a type of rays
-  std::shared_ptr<ModuleSceneObject> object;   ///< made by build_scene()
+  std::shared_ptr<GeometryOverride> replaced;      ///< null: nothing
+  std::shared_ptr<const GeometryObject> geometry;  ///< with `structure` in place of the shape's, if set
+  std::shared_ptr<GasObject> structure;
+  uint hidden_from = core_invalid_index;      ///< a type of rays
+  std::shared_ptr<ModuleSceneObject> object;  ///< made by build_scene()
 };
 
 inline SceneNode make_node(const SceneShape& shape, std::vector<ModuleMatrixKey> keys = {{}}) {
@@ -117,8 +119,12 @@ inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::v
   std::vector<GeometryOverride*> overrides;
   for (SceneNode& node : nodes) {
     if (node.shape != nullptr) {
-      const auto object = std::make_shared<ModuleGeometry>(CoreString("mesh"), node.shape->mesh, node.shape->structure,
-                                                           get_counted_functions());
+      if (node.structure == nullptr) {
+        node.geometry = node.shape->mesh;
+        node.structure = node.shape->structure;
+      }
+      const auto object =
+          std::make_shared<ModuleGeometry>(CoreString("mesh"), node.geometry, node.structure, get_counted_functions());
       for (uint group = 0; group < object->get_shading_group_count(); ++group)
         object->set_shading_group(group, world.links[0]);
       node.object = object;
