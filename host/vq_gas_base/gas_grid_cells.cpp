@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 #include "vq_app_base/app_base.h"
 
@@ -133,11 +132,8 @@ class CellSort {
       return center_a != center_b ? center_a < center_b : a < b;
     };
     std::nth_element(items_ + first, items_ + middle, items_ + end, is_before);
-    for (const auto& [begin, half_end] : {std::pair(first, middle), std::pair(middle, end)}) {
-      // A median leaves its halves in any order. Only those that become cells are sorted: these are small.
-      if (half_end - begin <= most) std::sort(items_ + begin, items_ + half_end);
-      divide(begin, half_end, most);
-    }
+    divide(first, middle, most);
+    divide(middle, end, most);
   }
 
   void add_cell(uint first, uint end) {

@@ -117,8 +117,6 @@ void GasGridTree::close_parts() {
   for (uint k = 0; k < part_count_; ++k) {
     parts_[k].state.reset();
     parts_[k].tree.clear();
-    // A build permutes its positions, and the next one must not depend on it.
-    std::sort(positions_.get() + parts_[k].first, positions_.get() + parts_[k].first + parts_[k].count);
   }
   part_bytes_.store(0);
   built_count_.store(0);
@@ -162,6 +160,7 @@ void GasGridTree::set_memory_change(GasGridMemoryChange function, void* user) {
 
 void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
   uint* positions = const_cast<uint*>(positions_.get()) + part.first;
+  std::sort(positions, positions + part.count);  // a former build permuted them, and the tree must not depend on it
   auto boxes = make_array<GMathBbox3<float>>(part.count);
   if (provider_enabled_) {
     callbacks_.leaf_boxes(callbacks_.leaf_boxes_user, ctx, part.count, positions, boxes.get());

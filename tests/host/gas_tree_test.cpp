@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <set>
@@ -11,6 +12,7 @@
 
 #include "support/box_query.h"
 #include "support/test_scale.h"
+#include "vq_app_base/app_progress_scope.h"
 #include "vq_gas_base/gas_grid_tree.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
@@ -49,6 +51,7 @@ class Probe {
   static void supply(void* user, const CtxEval&, const uint& count, const uint* items, FloatBox* boxes) {
     auto& self = *static_cast<Probe*>(user);
     ++self.supplied;
+    std::this_thread::sleep_for(self.delay);
     if (self.refuses) throw std::bad_alloc();
     for (uint k = 0; k < count; ++k) boxes[k] = self.scene.boxes[items[k]];
   }
@@ -56,6 +59,7 @@ class Probe {
                        GeometryRaytraceCtx& query) {
     auto& self = *static_cast<Probe*>(user);
     self.visited.push_back(item);
+    if (self.stops_rays) query.ray_flags[query.first_ray] |= 1u;
     if (!query.is_nearest()) return;
     const auto entry = find_entry(GMathBbox3<double>(self.scene.boxes[item]), self.rays[query.first_ray]);
     if (entry) query.push_intersection(ctx, shader, query.first_ray, {*entry, 0.0, 0.0, item, 0});
@@ -83,6 +87,14 @@ class Probe {
       side += edge.cross(center - corners[k]).dot(normal) >= 0.0 ? 1 : -1;
     }
     return side == 4 || side == -4 ? t : DBL_MAX;
+  }
+
+  /// All items, in the order of the tree.
+  std::vector<uint> list_all() {
+    GeometryFrustumCtx query;
+    query.mode = 2;
+    call([&](auto& any) { any.frustum_hit(world.ctx, world.shader, query); });
+    return visited;
   }
 
   /// Visited items per ray; each at most once.
@@ -115,6 +127,8 @@ class Probe {
   std::vector<uint> visited;
   std::atomic<uint> supplied = 0;
   std::atomic<bool> refuses = false;
+  std::chrono::milliseconds delay{0};  ///< of the boxes' supply
+  bool stops_rays = false;             ///< at their first leaf
 };
 
 /// Without those that an infinite box has given infinite components.
@@ -159,6 +173,7 @@ TEST(GasTree, rays_reach_what_a_loop_over_all_boxes_reaches) {
     GeometryRaytraceCtx& query = nearest.packet.begin_nearest(probe.world.shading);
     query.object_distance = -DBL_MAX;
     probe.call([&](auto& any) { any.ray_hit_nearest(probe.world.ctx, probe.world.shader, query); });
+    EXPECT_EQ(std::pair(query.first_ray, query.last_ray), std::pair(0u, static_cast<uint>(rays.size() - 1)));
     for (uint r = 0; r < rays.size(); ++r) {
       double closest = rays[r].tfar;
       for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
@@ -175,6 +190,33 @@ TEST(GasTree, rays_reach_what_a_loop_over_all_boxes_reaches) {
       EXPECT_EQ(nearest.packet.get_nearest(r).distance, closest) << rays[r];
     }
   });
+}
+
+TEST(GasTree, rays_end_at_their_stop_flag) {
+  for (const Probe::Form form : Probe::forms) {
+    Probe probe(make_box_scene(BoxKind::coincident, 200, 1), form);
+    probe.stops_rays = true;
+    EXPECT_EQ(probe.ask({{{0, 0.1, 0.5}, {0, 0, 1}}}, 0.0)[0].size(), 1u);
+    BoxQuery stopped({{{0, 0.1, 0.5}, {0, 0, 1}}});
+    GeometryRaytraceCtx& query = stopped.packet.begin_all_hits(probe.world.shading);
+    query.ray_flags[0] |= 1u;
+    probe.call([&](auto& any) { any.ray_hit(probe.world.ctx, probe.world.shader, query); });
+    EXPECT_TRUE(probe.visited.empty());
+  }
+}
+
+// Boxes without a place get no leaf; and where each box is twice as large as the one before, a split divides off one.
+TEST(GasTree, lists_of_invalid_and_of_ever_larger_boxes) {
+  BoxScene invalid{BoxKind::uniform, 0, {{{NAN, 0, 0}, {1, 1, 1}}, {{0, 0, 1}, {1, 1, 0}}, {{0, 0, 0}, {1, 1, 1}}}};
+  BoxScene doubling{BoxKind::exponential, 0, {}};
+  for (int k = -120; k < 120; ++k) {
+    const float low = std::ldexp(1.0f, k), high = 1.9f * low;
+    doubling.boxes.push_back({{low, low, low}, {high, high, high}});
+  }
+  for (const Probe::Form form : Probe::forms) {
+    EXPECT_EQ(Probe(invalid, form).list_all(), std::vector<uint>{2});
+    EXPECT_EQ(Probe(doubling, form).ask({{{0, 0, 0}, {1, 1, 1}}}, 0.0)[0].size(), doubling.boxes.size());
+  }
 }
 
 TEST(GasTree, extents_reach_every_grown_box_once) {
@@ -269,6 +311,12 @@ TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
     CoreVector<void*> clusters;
     probe.call([&](auto& any) { any.get_clusters(clusters, 9, 0.0f); });
     EXPECT_LE(clusters.get_count(), 9u);
+    if (probe.scene.kind == BoxKind::flat && probe.scene.boxes.size() > 9) {
+      EXPECT_EQ(clusters.get_count(), 9u);
+    }
+    CoreVector<void*> undivided;
+    probe.call([&](auto& any) { any.get_clusters(undivided, 9, 1.0f); });
+    EXPECT_LE(undivided.get_count(), 1u);
     std::vector<FloatBox> boxes(clusters.get_count());
     CoreBasicArray<void*> handles;
     handles.set_view(clusters.get_items(), clusters.get_count());
@@ -277,8 +325,10 @@ TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
     for (const FloatBox& box : boxes) all.add(box);
     EXPECT_EQ(0,
               std::memcmp(&all, &(probe.form == Probe::Form::tree ? probe.tree : probe.grid).get_bbox(), sizeof all));
+    const std::vector<uint> order = probe.list_all();
     probe.tree = GasTree(probe.tree);
     probe.grid = GasGridTree(probe.grid);
+    EXPECT_EQ(probe.list_all(), order);
     std::vector<std::set<uint>> united(rays.size());
     for (void* cluster : clusters) {
       const auto found = probe.ask(rays, 0.0, reinterpret_cast<u64>(cluster));
@@ -299,18 +349,37 @@ TEST(GasTree, is_the_same_for_any_number_of_threads_and_ends_on_equal_boxes) {
     std::vector<uint> first;
     for (const uint threads : {1u, 4u}) {
       Probe probe(scene, Probe::Form::tree, threads);
-      GeometryFrustumCtx query;
-      query.mode = 2;
-      probe.call([&](auto& any) { any.frustum_hit(probe.world.ctx, probe.world.shader, query); });
-      EXPECT_EQ(probe.visited.size(), scene.boxes.size());
+      EXPECT_EQ(probe.list_all().size(), scene.boxes.size());
       if (first.empty()) first = probe.visited;
       EXPECT_TRUE(first == probe.visited);
     }
   }
 }
 
+TEST(GasTree, is_empty_after_a_stop_request) {
+  Probe probe(make_box_scene(BoxKind::uniform, 30000, 2), Probe::Form::grid, 3);
+  CoreVector<FloatBox> boxes;
+  for (const FloatBox& box : probe.scene.boxes) boxes.add(box);
+  AppProgressBar* bar = probe.world.app.create_progress_bar("test");
+  bar->set_sink(
+      [&](const AppProgressReport& report) {
+        if (report.fraction > 0.0) probe.world.app.request_stop();  // when the first task has ended
+      },
+      std::chrono::milliseconds(0));
+  {
+    const AppProgressScope stage(bar, "Build tree", 1.0, boxes.get_count());
+    EXPECT_THROW(probe.tree.create(boxes, bar, &probe.world.app), AppStopped);
+  }
+  bar->finish();
+  EXPECT_THROW(probe.tree.create(boxes, nullptr, &probe.world.app), AppStopped);
+  EXPECT_TRUE(probe.tree.is_empty());
+  EXPECT_THROW(probe.grid.create(boxes, resolution, nullptr, &probe.world.app), AppStopped);
+  EXPECT_EQ(probe.grid.get_part_count(), 0u);
+  EXPECT_EQ(probe.grid.get_memory_size(), GasGridTree().get_memory_size());
+}
+
 TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
-  Probe probe(make_box_scene(BoxKind::uniform, 4000, 2), Probe::Form::supplied_grid);
+  Probe probe(make_box_scene(BoxKind::uniform, 20000, 2), Probe::Form::supplied_grid);
   std::atomic<u64> reported = probe.grid.get_memory_size();
   probe.grid.set_memory_change([](const u64& before, const u64& after,
                                   void* total) { *static_cast<std::atomic<u64>*>(total) += after - before; },
@@ -325,15 +394,23 @@ TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
   EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
   EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
   probe.refuses = false;
+  probe.world.app.request_stop();  // so does a stop request
+  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].empty());
+  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
+  probe.world.app.clear_stop_request();
   probe.supplied = 0;
   EXPECT_TRUE(probe.ask({ray}, 0.0)[0].contains(0));
   EXPECT_EQ(probe.supplied, probe.grid.get_built_part_count());
   EXPECT_LE(probe.supplied, 3u) << "a short ray reaches few parts";
+  EXPECT_EQ(GasGridTree(probe.grid).get_memory_size(), unbuilt_size);
+  const Probe keeping(probe.scene, Probe::Form::grid);
+  EXPECT_EQ(keeping.grid.get_memory_size(), unbuilt_size + probe.scene.boxes.size() * sizeof(FloatBox));
 
   probe.grid.set_leaf_boxes(Probe::supply, &probe);  // all unbuilt again
   EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
   reported = unbuilt_size;
   probe.supplied = 0;
+  probe.delay = std::chrono::milliseconds(10);  // the other threads wait
   probe.grid.set_ray_leaf([](void*, const uint&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {}, nullptr);
   std::vector<std::thread> threads;
   for (uint k = 0; k < 8; ++k) {
@@ -354,12 +431,13 @@ TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
 
 TEST(GasGridTree, has_about_as_many_parts_as_requested) {
   for (const auto [count, wanted, least, most] :
-       {std::array{0u, 4u, 0u, 0u}, {1u, 9u, 1u, 1u}, {10u, 3u, 1u, 10u}, {20000u, 141u, 100u, 400u}}) {
-    Probe probe(make_box_scene(BoxKind::uniform, count, 3), Probe::Form::grid);
-    CoreVector<FloatBox> boxes;
-    for (const FloatBox& box : probe.scene.boxes) boxes.add(box);
-    probe.grid.create(boxes, wanted, nullptr);
-    EXPECT_GE(probe.grid.get_part_count(), least);
-    EXPECT_LE(probe.grid.get_part_count(), most);
-  }
+       {std::array{0u, 4u, 0u, 0u}, {1u, 9u, 1u, 1u}, {10u, 3u, 1u, 10u}, {20000u, 141u, 36u, 400u}})
+    for (const BoxKind kind : {BoxKind::uniform, BoxKind::coincident}) {
+      Probe probe(make_box_scene(kind, count, 3), Probe::Form::grid);
+      CoreVector<FloatBox> boxes;
+      for (const FloatBox& box : probe.scene.boxes) boxes.add(box);
+      probe.grid.create(boxes, wanted, nullptr);
+      EXPECT_GE(probe.grid.get_part_count(), least);
+      EXPECT_LE(probe.grid.get_part_count(), most);
+    }
 }
