@@ -115,9 +115,9 @@ template <BvhHits hits>
 void GasGeometry::traverse(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                            const MotionData* data) const {
   constexpr bool is_nearest = hits == BvhHits::nearest;
+  query.counter = 0;
   if (data != nullptr)
     return is_nearest ? data->motion.ray_hit_nearest(ctx, shader, query) : data->motion.ray_hit(ctx, shader, query);
-  query.counter = 0;
   return is_nearest ? grid.ray_hit_nearest(ctx, shader, query) : grid.ray_hit(ctx, shader, query);
 }
 

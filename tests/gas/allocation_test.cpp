@@ -166,6 +166,7 @@ struct Row {
     const uint row_count = thread_count > 1 ? 5000 : 200;  // enough for tasks of the builder
     geometry.add_row(row_count);
     for (uint k = 0; k < row_count; ++k) geometry.groups.push_back(k % 2);
+    geometry.boxes.emplace_back();  // left out: the others are listed
     geometry.moves = true;
     geometry.group_moves = {1, 1};
     geometry.velocity = {0, 1, 0};

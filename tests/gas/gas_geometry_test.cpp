@@ -18,8 +18,15 @@ void expect_same_hits(QueryWorld& world, const GasObject& grid, const GasObject&
   using Key = std::tuple<uint, uint, uint, double>;
   std::vector<Key> all[2];
   const GasObject* structures[2] = {&grid, &bvh};
+  const GeometryRaytraceCtx* asked = nullptr;
+  const auto spoil_counter = [&](GeometryRaytraceCtx& query) {
+    query.counter = 1u << 31;
+    asked = &query;
+  };
   for (uint k = 0; k < 2; ++k) {
-    ask_rays(world, *structures[k], packet[k], rays, {.nearest = false, .motion_blur = motion_blur});
+    ask_rays(world, *structures[k], packet[k], rays,
+             {.nearest = false, .motion_blur = motion_blur, .adjust = spoil_counter});
+    EXPECT_LT(asked->counter, 1u << 31) << name;
     for (const GeometryHit& at : packet[k].get_hits().get_hits())
       all[k].emplace_back(at.ray, at.hit.primitive, at.hit.part, at.hit.distance);
     std::sort(all[k].begin(), all[k].end());
@@ -52,7 +59,7 @@ TEST(GasGeometry, has_the_hits_of_the_four_wide_tree_static_and_moving) {
       check.check(world, both.grid);
     }
     if (scene.name == "huge" || scene.name == "tiny" || scene.name == "far away") continue;
-    add_motion(scene.data, 3, 0.0, 0.5, 9, scene.name == "stars");
+    add_motion(scene.data, 5, 0.0, 0.25, 9, scene.name == "stars");  // also between the samples of the shutter
     const BothMesh both(world, scene.data);
     expect_same_hits(world, both.grid, both.structure, rays, &shutter, scene.name + " moving");
     HitCheck check = make_mesh_check(scene.data, rays, &shutter);
@@ -85,6 +92,7 @@ TEST(GasGeometry, answers_frustums_as_the_four_wide_tree) {
         for (const GeometryPlane& plane : planes) query[s].add_plane(plane);
         structures[s]->frustum_hit(world.ctx, world.shader, query[s]);
       }
+      EXPECT_EQ(query[0].geometry, query[1].geometry) << scene.name;
       EXPECT_EQ(query[0].result.finished, query[1].result.finished) << scene.name;
       EXPECT_EQ(query[0].result.outside, query[1].result.outside) << scene.name;
       EXPECT_EQ(query[0].result.total, query[1].result.total) << scene.name;
@@ -137,7 +145,6 @@ TEST(GasGeometry, clusters_hold_everything_once_also_in_copies) {
   BothMesh both(world, data);
   const std::vector<TestRay> rays = make_test_rays(data, 6);
   GasGeometry assigned;
-  assigned.create(world.ctx, &both.mesh, &both.mesh, nullptr);
   assigned = both.grid;
   const GasGeometry copy(assigned);
   assigned = GasGeometry();
@@ -185,10 +192,11 @@ TEST(GasGeometry, builds_and_refits_the_parts_that_rays_reach_and_reports_them) 
   EXPECT_LE(grid.get_grid().get_built_part_count(), 4u);
   const u64 static_size = grid.get_memory_size();
   EXPECT_GT(static_size, first_size);
+  EXPECT_GE(static_size, grid.get_grid().get_memory_size());
   EXPECT_NE(shoot(world, grid, ray, &shutter).geometry, nullptr);
   EXPECT_LE(grid.get_grid().get_built_part_count(), 6u);
   const u64 moving_size = grid.get_memory_size();
-  EXPECT_GT(moving_size, static_size);
+  EXPECT_GT(moving_size, static_size + 2 * sizeof(GasBinaryPlanes) * (parts - 1));
   const std::vector<TestRay> rays = make_test_rays(data, 6);
   std::vector<std::thread> threads;
   for (uint k = 0; k < 8; ++k) {
@@ -213,9 +221,17 @@ TEST(GasGeometry, builds_and_refits_the_parts_that_rays_reach_and_reports_them) 
   GeometryFrustumCtx everything;
   everything.mode = 2;
   everything.shading = &world.shading;
+  uint reports = grid.get_memory_advert_count();
   grid.frustum_hit(world.ctx, world.shader, everything);
   EXPECT_EQ(grid.get_grid().get_built_part_count(), parts);
   EXPECT_LE(double(grid.get_memory_size()) / grid.get_primitive_count(), 45.0);
+  EXPECT_GT(grid.get_memory_advert_count(), reports) << "parts were built";
+  world.ctx.set_motion_blur(&shutter);
+  grid.get_bbox_at(world.ctx, 0.5);
+  reports = grid.get_memory_advert_count();
+  GeometryRayPacket packet;
+  ask_rays(world, grid, packet, rays, {.motion_blur = &shutter});
+  EXPECT_GT(grid.get_memory_advert_count(), reports) << "parts were refitted";
 }
 
 }  // namespace

@@ -152,12 +152,15 @@ TEST_F(GasStructures, blend_boxes_between_the_samples_around_a_time) {
   const CtxMotionBlur open(0.25, 1.25, 4), closed(0.5, 0.5, 1);
   GasGeometryBvh4 of_mesh, of_nothing;
   GasFur of_fur;
+  GasGeometry of_grid;
   of_mesh.create(world.ctx, &row, &row, nullptr);
+  of_grid.create(world.ctx, &row, &row, nullptr);
   of_fur.create(world.ctx, &row, &row, nullptr);
   of_nothing.create(world.ctx, &none, &none, nullptr);
   CoreBasicArray<void*> whole(1);
   whole[0] = nullptr;
-  for (GasClusterable* structure : {static_cast<GasClusterable*>(&of_mesh), static_cast<GasClusterable*>(&of_fur)}) {
+  for (GasClusterable* structure : {static_cast<GasClusterable*>(&of_mesh), static_cast<GasClusterable*>(&of_fur),
+                                    static_cast<GasClusterable*>(&of_grid)}) {
     for (const CtxMotionBlur* blur : {&open, &closed}) {
       world.ctx.set_motion_blur(blur);
       for (const double time : {-5.0, 0.25, 0.25 + 1.3 / 3.0, 1.0, 1.25, 5.0}) {
