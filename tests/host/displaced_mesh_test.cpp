@@ -176,11 +176,26 @@ TEST(DisplacedMesh, hits_of_one_polygon_are_not_repeated_and_may_end_the_ray) {
   for (const double x : {-0.875, -0.75, 0.0, 0.25, 0.5})
     for (const double y : {-0.75, -0.5, -0.25, 0.0, 0.125, 0.5})
       EXPECT_EQ(count_hits(world, mesh, {x, y, 0}, {0, 0, 1}), 1u) << x << ' ' << y;
+  const double far = 1e12 / 3;
+  EXPECT_EQ(count_hits(world, mesh, {0.3, 0.2, -far}, {0, 0, 1}), 1u) << "where double precision is coarse";
+  GeometryRayPacket through_vertices;  // which look alike to parallel rays
+  through_vertices.resize(2);
+  for (uint k = 0; k < 2; ++k) through_vertices.set_ray(k, {0.25 + 0.5 * k, 0.5, 0}, {0, 0, 1});
+  test_primitives(world, mesh, through_vertices.begin_all_hits(world.shading));
+  EXPECT_EQ(through_vertices.get_hits().get_hits().size(), 2u);
   PolyMesh triangle;
   create(triangle, make_polygons({{-1, -0.8f, 0.1f}, {0.9f, -0.9f, 0.1f}, {0.1f, 0.8f, 0.1f}}, 3));
   DisplacedMesh hill;  // of one block of cells
   displace(hill, triangle, make_noise(0.5), 2);
   RandomValues random(6);
+  displace(mesh, triangle, make_noise(0.01), 130);  // cut into three rows of tiles
+  for (uint i = 41; i < 47; ++i)
+    for (uint j = 41; j < 47; ++j)
+      for (uint upper = 0; upper < 2; ++upper) {
+        const auto get = [&](uint to_i, uint to_j) { return mesh.get_micro_vertex(0, 0, to_i, to_j, nan_time); };
+        const Vec center = (get(i + upper, j + upper) + get(i + 1, j) + get(i, j + 1)) * (1.0 / 3);
+        EXPECT_EQ(count_hits(world, mesh, center + Vec(0, 0, 1), {0, 0, -1}), 1u) << i << ' ' << j << ' ' << upper;
+      }
   uint twice = 0;
   for (uint k = 0; k < 500; ++k) {
     const Vec origin = random.get_vec(0.1) + Vec(-2, 0, 0.1), direction(1, random.get(-0.3, 0.3), 0);
@@ -225,7 +240,7 @@ TEST(DisplacedMesh, answers_do_not_depend_on_what_is_cached) {
   }
 }
 
-TEST(DisplacedMesh, micro_vertices_turn_with_the_mesh_and_share_seams) {
+TEST(DisplacedMesh, micro_vertices_turn_with_the_mesh) {
   PolyMeshData data = make_prism(4);
   add_motion(data);
   PolyMesh base;
@@ -233,12 +248,39 @@ TEST(DisplacedMesh, micro_vertices_turn_with_the_mesh_and_share_seams) {
   const std::shared_ptr<const GeometryHeight> image = make_image();
   DisplacedMesh mesh;
   displace(mesh, base, image, 3);
+  std::vector<Vec> at_half;
   for (uint j = 0; j <= 3; ++j) {
     const Vec rest = mesh.get_micro_vertex(2, 0, 0, j, nan_time), at = mesh.get_micro_vertex(2, 0, 0, j, 0.0);
     const Vec turned(rest.x * std::cos(0.4) - rest.y * std::sin(0.4), rest.x * std::sin(0.4) + rest.y * std::cos(0.4),
                      rest.z);
     EXPECT_LT((at - turned).get_length(), 1e-6);
+    at_half.push_back(mesh.get_micro_vertex(2, 0, 0, j, 0.5));
   }
+  PolyMeshData moved_once = make_prism(4);  // by a single motion sample
+  moved_once.motion_positions.push_back(data.motion_positions[1]);
+  create(base, moved_once);
+  displace(mesh, base, image, 3);
+  for (uint j = 0; j <= 3; ++j) EXPECT_LT((mesh.get_micro_vertex(2, 0, 0, j, 0.7) - at_half[j]).get_length(), 1e-12);
+  // A polygon that stands still has normals that turn with its neighbor's.
+  PolyMeshData pair = make_polygons({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, 3);
+  pair.polygon_sizes = {3, 3};
+  pair.polygon_vertices = {0, 1, 2, 1, 3, 2};
+  pair.polygon_groups = {0, 1};
+  pair.group_names.assign(2, CoreString("group"));
+  pair.motion_positions.assign(2, pair.positions);
+  pair.motion_positions[1][3].z = 1;
+  create(base, pair);
+  displace(mesh, base, make_noise(), 2);
+  EXPECT_TRUE(!base.has_shading_group_motion(0) && mesh.has_shading_group_motion(0));
+}
+
+TEST(DisplacedMesh, seams_of_the_image_are_closed_by_the_mean) {
+  PolyMeshData data = make_prism(4);
+  PolyMesh base;
+  create(base, data);
+  const std::shared_ptr<const GeometryHeight> image = make_image();
+  DisplacedMesh mesh;
+  displace(mesh, base, image, 3);
   double sum = 0.0;  // of the three corners at vertex 0
   for (uint corner = 0; corner < data.polygon_vertices.size(); ++corner) {
     const VecF& uv = data.uv_maps[0].positions[corner];
@@ -313,6 +355,8 @@ TEST(DisplacedMesh, bad_settings_and_coordinates_are_refused) {
   constexpr float inf = std::numeric_limits<float>::infinity();
   PolyMeshData data =
       make_polygons({{0, 0, 0}, {0.9f, 0.1f, 0.2f}, {0, 1, 0}, {inf, 0, 0}, {0, 0, 0}, {0, 0, nan_time}}, 3);
+  data.polygon_sizes.push_back(3);  // one without an infinite coordinate
+  data.polygon_vertices.insert(data.polygon_vertices.end(), {4, 1, 5});
   data.polygon_vertices[4] = 1;  // the broken polygon shares a vertex
   data.polygon_sizes.push_back(2);
   data.polygon_vertices.insert(data.polygon_vertices.end(), {0, 1});
@@ -321,7 +365,7 @@ TEST(DisplacedMesh, bad_settings_and_coordinates_are_refused) {
   DisplacedMesh mesh;
   displace(mesh, base, make_noise(), 4);
   EXPECT_TRUE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, 0)));
-  for (const uint broken : {1u, 2u}) EXPECT_FALSE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, broken)));
+  for (const uint broken : {1u, 2u, 3u}) EXPECT_FALSE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, broken)));
   EXPECT_NE(mesh.get_micro_vertex(0, 0, 4, 0, nan_time).z, 0.2f);
   EXPECT_NE(shoot(world, mesh, {0.2, 0.2, 3}, {0, 0, -1}).geometry, nullptr);
   const auto refuses = [&](double bound, uint rate, std::shared_ptr<const GeometryHeight> height) {
@@ -330,12 +374,25 @@ TEST(DisplacedMesh, bad_settings_and_coordinates_are_refused) {
     settings.rate = rate;
     settings.height = std::move(height);
     CoreString error;
-    return !mesh.create(base, settings, error) && !error.is_empty() && mesh.get_micro_triangle_count() == 32;
+    return !mesh.create(base, settings, error) && !error.is_empty() && mesh.get_micro_triangle_count() == 48;
   };
   for (const double bound : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(bound, 4, make_noise())) << bound;
   for (const uint rate : {0u, 1025u, ~0u}) EXPECT_TRUE(refuses(1, rate, make_noise())) << rate;
   for (const double amplitude : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(1, 4, make_noise(amplitude)));
   EXPECT_TRUE(refuses(1, 4, nullptr));
+  PolyMeshData prism = make_prism(4);
+  prism.uv_maps[0].positions[0].x = inf;
+  PolyMesh without_uv, round;
+  create(without_uv, prism);
+  displace(mesh, without_uv, make_image(), 4);
+  EXPECT_TRUE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, 0))) << "a height that is NaN";
+  create(round, make_prism(4100));
+  DisplacedMeshSettings finest;
+  finest.rate = DisplacedMeshSettings::most_rate;
+  finest.height = make_noise();
+  CoreString error;
+  EXPECT_FALSE(mesh.create(round, finest, error)) << "2^32 micro-triangles in a polygon";
+  displace(mesh, base, make_noise(), 4);
   EXPECT_TRUE(refuses(1, 4, make_image())) << "no UV map";
   EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(2, 2, std::vector<float>(3))));
   EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(0, 0, std::vector<float>())));
