@@ -48,24 +48,21 @@ class GasInstanceMotionTask final : public GasTask {
 
   void work(const uint& thread_index) override { update(ctx->get_or_create_thread_ctx(thread_index)); }
 
+  /// @param thread_ctx  under the description that is updated
   void update(const CtxEval& thread_ctx) {
-    // A thread's own context may still have another motion-blur description, or none.
-    CtxEval instance_ctx(thread_ctx);
-    instance_ctx.set_motion_blur(motion_blur);
-    instance_ctx.set_time(ctx->get_time());
     for (uint accepted = first; accepted < end; ++accepted) {
       ctx->get_application().check_stop();
-      update_instance(instance_ctx, accepted);
+      update_instance(thread_ctx, accepted);
       if (progress != nullptr) progress->step(first_step + accepted + 1);
     }
   }
 
  private:
-  void update_instance(const CtxEval& instance_ctx, uint accepted) const {
+  void update_instance(const CtxEval& thread_ctx, uint accepted) const {
     const uint sample_count = motion_blur->get_sample_count(), first_leaf = structure->table.first_leaves[accepted];
     GMathMatrix4x4<double>* matrices = data->get_matrices(structure->get_key(accepted));
     const auto measure = [&](uint at, double at_time) {
-      structure->measure(instance_ctx, accepted, at_time, matrices[at], boxes->local[at % 3].get() + first_leaf);
+      structure->measure(thread_ctx, accepted, at_time, matrices[at], boxes->local[at % 3].get() + first_leaf);
     };
     if (sample == 0) measure(0, time);
     if (sample + 1 < sample_count) measure(sample + 1, next_time);

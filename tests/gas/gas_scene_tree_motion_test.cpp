@@ -107,6 +107,20 @@ TEST(GasSceneTreeMotion, what_deforms_may_turn_and_grow_at_once) {
   check_between_samples<SwingingTriangles>();
 }
 
+// A small sphere moves by 1 while its object shrinks to a third: on the way to the last sample it is outside of both.
+TEST(GasSceneTreeMotion, boxes_hold_what_bulges_before_a_sample) {
+  PolyMeshData data = transformed(make_sphere(2), 0.05f);
+  data.motion_positions.assign(2, data.positions);
+  for (GMathVec3<float>& position : data.motion_positions[1]) position.x += 1;
+  QueryWorld world;
+  const SceneShape shape(world, data);
+  std::vector<SceneNode> nodes = {make_node(shape, {{0.0, make_scaled(3.0)}, {1.0, {}}}),
+                                  make_node(shape, {{0.0, make_translation({9, 0, 0})}})};
+  const auto scene = build_scene(world, nodes);
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  EXPECT_NE(shoot(world, *scene, {{0.75 * 1.5, 0, 5}, {0, 0, -1}, 0.0, DBL_MAX, 0.75}, &blur).geometry, nullptr);
+}
+
 TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
   QueryWorld world;
   const CtxMotionBlur blur(0.0, 1.0, 2);

@@ -79,6 +79,11 @@ class GasStop : public testing::TestWithParam<uint> {
       structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_nearest(world.shading));
       EXPECT_TRUE(packet.get_nearest(0).geometry == nullptr || !is_empty(structure));
       EXPECT_EQ(structure.get_bbox_at(world.ctx, 1.0), structure.get_bbox()) << "a refit while a stop is requested";
+      GeometryRaytraceCtx& query = packet.begin_nearest(world.shading);
+      blur.init_raytrace_ctx(query);
+      world.shader.motion_blur = &blur;
+      structure.ray_hit_nearest_motion(world.ctx, world.shader, query);
+      EXPECT_TRUE(is_empty(structure) || query.span_stamp == 0) << "primitives move in boxes at rest";
       world.app.clear_stop_request();
       create(structure, nullptr);
       EXPECT_EQ(find_difference(structure, whole), "");

@@ -1,6 +1,7 @@
 // Splits against loops over all cuts, and whole sets split down to single items. That halves are exact, is seen in the
 // trees that the builder makes of them.
 #include "vq_gas_base/gas_bvh_split.h"
+#include "vq_gas_base/gas_bvh_split_halves.h"
 
 #include <gtest/gtest.h>
 
@@ -295,6 +296,11 @@ TEST(GasBvhSplitAligned, large_sets_are_cut_by_weight_too) {
   GasBvhSplitAligned strategy;
   ASSERT_TRUE(split(scene, strategy, scene.get_root(), left, right));
   EXPECT_TRUE(left.count > 2500 && left.count < 8000) << left.count;
+  // As one leaf, a set costs the weights of its own items.
+  const float both = gas_bvh_split_whole_cost(scene.ctx, {0, 40000});
+  EXPECT_NEAR(gas_bvh_split_whole_cost(scene.ctx, {left.first, left.count}) +
+                  gas_bvh_split_whole_cost(scene.ctx, {right.first, right.count}),
+              both, 1e-4f * both);
 }
 
 TEST(GasBvhSplitUnaligned, any_curves_come_apart_and_every_set_has_a_frame) {

@@ -91,6 +91,19 @@ TEST(PolyMeshTriangulate, covers_concave_polygons_and_nothing_else) {
   std::vector<Vec> with_hole;
   for (const auto& [x, y] : ring) with_hole.push_back({x, y, 0});
   check_triangles(with_hole, {0, 0, 1});
+  // An ear may neither hold a corner on its edge nor be refused for one that stands twice at its own corner.
+  check_triangles({{-3, -2, 0}, {1, -1, 0}, {-3, 1, 0}, {-1, 0, 0}}, {0, 0, 1});
+  check_triangles({{5, 1, 0},
+                   {4, 2, 0},
+                   {4, 1, 0},
+                   {3, -4, 0},
+                   {6, -4, 0},
+                   {6, 4, 0},
+                   {0, 4, 0},
+                   {0, -4, 0},
+                   {3, -4, 0},
+                   {4, 1, 0}},
+                  {0, 0, 1});
 }
 
 // Every corner against every other would take more tests than there is time for.

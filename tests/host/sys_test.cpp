@@ -162,6 +162,30 @@ TEST(SysThreadTaskManager, marks_say_who_runs_a_task_and_who_waits_for_it) {
   EXPECT_LE(uncounted, 1u);
 }
 
+// The waiter takes the last task, past one that is not for it; what is added then must still be in the queue.
+TEST(SysThreadTaskManager, a_task_is_added_after_the_last_one_was_taken) {
+  SysThreadManager manager(2);
+  std::atomic<bool> open = false, late_ran = false;
+  Group group(manager);
+  const unsigned short counted = SysThreadTask::counted, not_counted = 0;
+  group.add(
+      1,
+      [&](uint) {
+        while (!open) std::this_thread::yield();
+      },
+      counted);  // holds the only worker
+  group.add(
+      1, [&](uint) {}, counted);
+  group.add(1, [&](uint) {
+    group.add(
+        1, [&](uint) { late_ran = true; }, not_counted);
+    open = true;
+  });
+  group.wait();
+  for (uint k = 0; k < 1000 && !late_ran; ++k) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_TRUE(late_ran);
+}
+
 TEST(SysThreadTaskManager, shutdown_drops_what_has_not_started) {
   for (uint thread_count : {1u, 3u}) {
     SysThreadManager manager(thread_count);
