@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstdint>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <numbers>
+#include <set>
 
 #include "tools/image_file.h"
 #include "tools/run_program.h"
@@ -266,4 +268,24 @@ TEST(VqgasRender, parts_of_a_grid_are_numbers_of_neighboring_polygons) {
   }
   EXPECT_GT(seen.size(), 20u);
   for (const auto& [part, range] : seen) EXPECT_LT(range.high - range.low, 1.2f) << part;  // the knot is 3.4 wide
+}
+
+TEST(VqgasRender, overview_hides_the_parts_that_the_camera_did_not_build) {
+  const TestFolder folder;
+  const auto render = [&](const std::vector<std::string>& overview, unsigned& built) {
+    std::vector<std::string> line = {"render", "demo:knot", "--structure", "grid",   "--layers", "parts",  "--size",
+                                     "64x48",  "-o",        "k.exr",       "--view", "front",    "--json", "-"};
+    line.insert(line.end(), overview.begin(), overview.end());
+    built = nlohmann::json::parse(run_vqgas(folder.get_path(), line).out)["grid"]["built"];
+    return read_exr(folder.get_path() / "k.exr").numbers.at("part");
+  };
+  unsigned built[3];
+  const auto front = render({}, built[0]), again = render({"--overview", "front"}, built[1]),
+             behind = render({"--overview", "0,0,-8/0,0,0/0,1,0/35"}, built[2]);
+  EXPECT_TRUE(front == again);
+  std::set<std::uint32_t> seen(behind.begin(), behind.end());
+  EXPECT_EQ(seen.erase(0xFFFFFFFFu) + seen.erase(0xFFFFFFFEu), 2u);
+  EXPECT_GT(seen.size(), 10u);
+  EXPECT_LE(seen.size(), built[0]);
+  EXPECT_EQ(built[2], built[0]) << "without the rays of the overview";
 }

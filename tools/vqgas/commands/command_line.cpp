@@ -92,10 +92,13 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
       ->needs(height);
 }
 
+const CLI::IsMember& is_view() {
+  static const CLI::IsMember member({"front", "side", "top", "three-quarter"});
+  return member;
+}
+
 void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
-  command.add_option("--view", view, "Frame everything from here")
-      ->capture_default_str()
-      ->check(CLI::IsMember({"front", "side", "top", "three-quarter"}));
+  command.add_option("--view", view, "Frame everything from here")->capture_default_str()->check(is_view());
   command
       .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
       ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
@@ -152,6 +155,12 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
                    "Samples of motion over the shutter, at least; without it, as many as look smooth")
       ->check(CLI::Range(2u, 1024u))
       ->type_name("N");
+  command
+      ->add_option("--overview", options.overview,
+                   "See the layer parts from this view or camera instead, after the rays of the picture: parts that "
+                   "they have not built are gray")
+      ->check([](const std::string& text) { return text.find('/') == text.npos ? is_view()(text) : std::string(); })
+      ->type_name("VIEW|CAMERA");
   add_rate_option(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
   add_shape_options(*command, options.shapes);
@@ -283,6 +292,8 @@ void read_render_texts(const RenderTexts& texts, RenderOptions& options) {
   read_size(texts.size, options);
   read_layers(texts.layers, options);
   if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
+  if (options.overview.find('/') != std::string::npos)
+    options.overview_camera = parse_camera(options.overview, "--overview");
   if (!texts.shutter.empty()) read_shutter(texts.shutter, options);
   for (const std::string& output : options.outputs) {
     if (!output.ends_with(".png") && !output.ends_with(".exr"))

@@ -50,6 +50,8 @@ struct RenderOptions : SceneOptions {
   std::optional<Shutter> shutter;  ///< counted from the frame
   std::optional<uint> motion_samples;
   bool has_floor = false;
+  std::string overview;                   ///< the view of the layer parts; empty: that of the other layers
+  std::optional<Camera> overview_camera;  ///< instead of the view
 };
 
 struct TraceOptions : SceneOptions {

@@ -24,6 +24,11 @@ SceneTimes get_times(const RenderOptions& options) {
   return {frame + shutter.open, frame + shutter.close, options.motion_samples, options.frames_per_second};
 }
 
+Camera choose_camera(const std::string& view, const std::optional<Camera>& camera, const RenderOptions& options,
+                     const QueryScene& scene) {
+  return camera ? *camera : frame_boxes(view, scene.get_tight_boxes(), double(options.width) / options.height);
+}
+
 RenderSettings make_settings(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene) {
   RenderSettings settings;
   settings.width = options.width;
@@ -33,8 +38,7 @@ RenderSettings make_settings(const RenderOptions& options, const SceneTimes& tim
   settings.has_floor = options.has_floor;
   settings.shutter_open = times.open;
   settings.shutter_close = times.close;
-  const double aspect = double(options.width) / options.height;
-  settings.camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
+  settings.camera = choose_camera(options.view, options.camera, options, scene);
   return settings;
 }
 
@@ -90,9 +94,37 @@ struct MeanVisits {
   }
 };
 
+/// The picture and how it came about, without the overview.
+struct RenderResult {
+  Picture picture;
+  RayCounts rays;
+  double seconds = 0.0;
+  GridPartCounts grid;
+  DisplacedMemory displaced;
+};
+
+RenderResult render(const QueryScene& scene, const RenderSettings& settings) {
+  AppProgressBar* progress = scene.get_application().create_progress_bar("Render");
+  RayCounts rays;
+  const auto begin = std::chrono::steady_clock::now();
+  Picture picture = render_picture(scene, settings, progress, rays);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  progress->finish();
+  return {std::move(picture), rays, seconds, count_grid_parts(scene), scene.get_displaced_memory()};
+}
+
+/// Replaces the layer parts by one seen from the camera of the overview.
+void render_overview(const RenderOptions& options, const QueryScene& scene, RenderSettings settings, GridParts& parts,
+                     Picture& picture) {
+  parts.hide_unbuilt();
+  settings.layers = {Layer::parts};
+  settings.camera = choose_camera(options.overview, options.overview_camera, options, scene);
+  *picture.find(Layer::parts) = *render(scene, settings).picture.find(Layer::parts);
+}
+
 nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
-                                   const Picture& picture, const RayCounts& rays, double seconds,
-                                   const std::vector<PictureFile>& written) {
+                                   const RenderResult& result, const std::vector<PictureFile>& written) {
+  const RayCounts& rays = result.rays;
   nlohmann::ordered_json report;
   report["files"] = options.files;
   report["objects"] = scene.get_objects().objects.size();
@@ -102,17 +134,16 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   report["build_seconds"] = scene.get_build_seconds();
   report["picture"] = {{"width", options.width}, {"height", options.height}, {"samples", options.samples}};
   for (const Layer layer : options.layers) report["layers"].push_back(get_layer_name(layer));
-  report["render_seconds"] = seconds;
+  report["render_seconds"] = result.seconds;
   report["rays"] = {
       {"camera", rays.camera}, {"shadow", rays.shadow}, {"ambient", rays.ambient}, {"all_hits", rays.all_hits}};
-  report["mrays_per_second"] = seconds > 0.0 ? 1e-6 * static_cast<double>(rays.get_sum()) / seconds : 0.0;
-  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+  report["mrays_per_second"] = result.seconds > 0.0 ? 1e-6 * double(rays.get_sum()) / result.seconds : 0.0;
+  if (const PictureLayer* heat = result.picture.find(Layer::heat)) {
     const MeanVisits visits(*heat);
     report["visits_per_ray"] = {{"nodes", visits.nodes}, {"leaves", visits.leaves}};
   }
-  if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
-    report["grid"] = {{"parts", grid.parts}, {"built", grid.built}};
-  if (const DisplacedMemory memory = scene.get_displaced_memory(); memory.micro_triangles > 0) {
+  if (result.grid.parts > 0) report["grid"] = {{"parts", result.grid.parts}, {"built", result.grid.built}};
+  if (const DisplacedMemory& memory = result.displaced; memory.micro_triangles > 0) {
     report["displaced"] = {{"micro_triangles", memory.micro_triangles},
                            {"cache_bytes", memory.cache_bytes},
                            {"peak_cache_bytes", memory.peak_cache_bytes}};
@@ -136,19 +167,17 @@ bool has_grid(const SceneSource& source, const ShapeSettings& settings) {
   });
 }
 
-void print_summary(const RenderOptions& options, const QueryScene& scene, const Picture& picture, const RayCounts& rays,
-                   double seconds) {
+void print_summary(const RenderOptions& options, const QueryScene& scene, const RenderResult& result) {
+  const double million_rays = 1e-6 * double(result.rays.get_sum());
   std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
-              options.width, options.height, 1e-6 * static_cast<double>(rays.get_sum()), seconds,
-              1e-6 * static_cast<double>(rays.get_sum()) / seconds, scene.get_application().get_thread_count(),
-              scene.get_build_seconds());
-  if (const PictureLayer* heat = picture.find(Layer::heat)) {
+              options.width, options.height, million_rays, result.seconds, million_rays / result.seconds,
+              scene.get_application().get_thread_count(), scene.get_build_seconds());
+  if (const PictureLayer* heat = result.picture.find(Layer::heat)) {
     const MeanVisits visits(*heat);
     std::printf("heat: %.1f nodes and %.1f leaves visited per ray\n", visits.nodes, visits.leaves);
   }
-  if (const GridPartCounts grid = count_grid_parts(scene); grid.parts > 0)
-    std::printf("grid: built %u of %u parts\n", grid.built, grid.parts);
-  if (const DisplacedMemory memory = scene.get_displaced_memory(); memory.micro_triangles > 0)
+  if (result.grid.parts > 0) std::printf("grid: built %u of %u parts\n", result.grid.built, result.grid.parts);
+  if (const DisplacedMemory& memory = result.displaced; memory.micro_triangles > 0)
     std::printf("displaced: %.2f million micro-triangles, %.2f MB of them cached, %.2f MB at most\n",
                 1e-6 * static_cast<double>(memory.micro_triangles), 1e-6 * static_cast<double>(memory.cache_bytes),
                 1e-6 * static_cast<double>(memory.peak_cache_bytes));
@@ -168,6 +197,8 @@ void run_render(const RenderOptions& options) {
   }
   if (has_layer(options, Layer::parts) && !has_grid(source, options.shapes))
     throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
+  if (!options.overview.empty() && !has_layer(options, Layer::parts))
+    throw UsageError("--overview: needs --layers parts");
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
@@ -186,20 +217,16 @@ void run_render(const RenderOptions& options) {
   std::optional<GridParts> parts;
   if (has_layer(options, Layer::parts)) settings.parts = &parts.emplace(scene);
   display.set_unit("pixels");
-  AppProgressBar* progress = application.create_progress_bar("Render");
-  RayCounts rays;
-  const auto begin = std::chrono::steady_clock::now();
-  const Picture picture = render_picture(scene, settings, progress, rays);
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-  progress->finish();
+  RenderResult result = render(scene, settings);
+  if (!options.overview.empty()) render_overview(options, scene, settings, *parts, result.picture);
 
-  write_pictures(files, picture, scene);
+  write_pictures(files, result.picture, scene);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = make_report(options, times, scene, picture, rays, seconds, files);
+    const nlohmann::ordered_json report = make_report(options, times, scene, result, files);
     write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
   }
   if (options.quiet || options.json == "-") return;
   throw_if_interrupted();
   for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
-  print_summary(options, scene, picture, rays, seconds);
+  print_summary(options, scene, result);
 }

@@ -50,6 +50,13 @@ Color show_number(const PictureLayer& layer, std::size_t pixel, const std::vecto
   return {encode_srgb(color.x), encode_srgb(color.y), encode_srgb(color.z)};
 }
 
+/// Darker where the surface is seen edge-on.
+Color show_part(const PictureLayer& layer, std::size_t pixel) {
+  const uint part = layer.channels[0].numbers[pixel];
+  const Color color = part == unbuilt_part ? Color(0.5f, 0.5f, 0.5f) : show_number(layer, pixel, nullptr);
+  return color * (0.3f + 0.7f * get_value(layer, 1, pixel));
+}
+
 /// A different color for each instance path.
 Color show_path(const PictureLayer& layer, std::size_t pixel) {
   if (layer.channels[0].numbers[pixel] == no_number) return empty_color;
@@ -163,8 +170,9 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
       return map_pixels(picture, [&](std::size_t pixel) { return show_normal(layer, pixel); });
     case Layer::uv:
       return map_pixels(picture, [&](std::size_t pixel) { return show_uv(layer, pixel); });
-    case Layer::primitive:
     case Layer::parts:
+      return map_pixels(picture, [&](std::size_t pixel) { return show_part(layer, pixel); });
+    case Layer::primitive:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
     case Layer::object:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });

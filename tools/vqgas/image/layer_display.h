@@ -4,7 +4,7 @@
 #include "tools/vqgas/image/picture.h"
 
 /// Converts a layer for display: beauty through a film curve, depth from light to dark, positions relative to their
-/// range in the picture, numbers as colors, heat and count in false color with a legend.
+/// range in the picture, numbers as colors, unbuilt parts gray, heat and count in false color with a legend.
 /// @param group_colors  surface colors by group number
 /// @param has_hair      the legend of count then also names segments
 ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer, const std::vector<Color>& group_colors,

@@ -8,25 +8,25 @@ namespace {
 struct LayerTraits {
   const char* name;
   std::vector<const char*> channels;
-  bool has_numbers;
+  std::size_t number_count;  ///< channels of numbers, before those of values
   float empty;
 };
 
 const LayerTraits& get_traits(Layer layer) {
   static const std::array<LayerTraits, layer_count> traits = {{
-      {"beauty", {"R", "G", "B", "A"}, false, 0.0f},
-      {"depth", {"Z"}, false, no_depth},
-      {"normal", {"N.X", "N.Y", "N.Z"}, false, 0.0f},
-      {"position", {"P.X", "P.Y", "P.Z"}, false, 0.0f},
-      {"primitive", {"primitive"}, true, 0.0f},
-      {"group", {"group"}, true, 0.0f},
-      {"object", {"object"}, true, 0.0f},
-      {"instance-path", {"path.0", "path.1", "path.2", "path.3"}, true, 0.0f},
-      {"uv", {"UV.U", "UV.V"}, false, 0.0f},
-      {"motion", {"motion.X", "motion.Y"}, false, 0.0f},
-      {"heat", {"heat.nodes", "heat.leaves"}, false, 0.0f},
-      {"count", {"count"}, true, 0.0f},
-      {"parts", {"part"}, true, 0.0f},
+      {"beauty", {"R", "G", "B", "A"}, 0, 0.0f},
+      {"depth", {"Z"}, 0, no_depth},
+      {"normal", {"N.X", "N.Y", "N.Z"}, 0, 0.0f},
+      {"position", {"P.X", "P.Y", "P.Z"}, 0, 0.0f},
+      {"primitive", {"primitive"}, 1, 0.0f},
+      {"group", {"group"}, 1, 0.0f},
+      {"object", {"object"}, 1, 0.0f},
+      {"instance-path", {"path.0", "path.1", "path.2", "path.3"}, 4, 0.0f},
+      {"uv", {"UV.U", "UV.V"}, 0, 0.0f},
+      {"motion", {"motion.X", "motion.Y"}, 0, 0.0f},
+      {"heat", {"heat.nodes", "heat.leaves"}, 0, 0.0f},
+      {"count", {"count"}, 1, 0.0f},
+      {"parts", {"part", "part.facing"}, 1, 0.0f},
   }};
   return traits[static_cast<std::size_t>(layer)];
 }
@@ -58,9 +58,10 @@ Picture::Picture(uint width, uint height, const std::vector<Layer>& chosen) : wi
     PictureLayer& added = layers.emplace_back();
     added.layer = layer;
     for (const char* name : traits.channels) {
+      const bool has_numbers = added.channels.size() < traits.number_count;
       PictureChannel& channel = added.channels.emplace_back();
       channel.name = name;
-      if (traits.has_numbers) {
+      if (has_numbers) {
         channel.numbers.assign(pixel_count, no_number);
       } else {
         channel.values.assign(pixel_count, traits.empty);

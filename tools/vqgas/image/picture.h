@@ -35,6 +35,8 @@ std::string list_layers();
 
 /// Value of number channels where the ray hits nothing.
 inline constexpr uint no_number = 0xFFFFFFFFu;
+/// Value of the layer parts in an overview, for parts that were not built.
+inline constexpr uint unbuilt_part = 0xFFFFFFFEu;
 /// Value of the depth channel where the ray hits nothing.
 inline constexpr float no_depth = std::numeric_limits<float>::infinity();
 
@@ -56,7 +58,7 @@ struct Picture {
 
   /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
   /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
-  /// motion.Y, heat heat.nodes heat.leaves, count and parts one number each.
+  /// motion.Y, heat heat.nodes heat.leaves, count one number, parts a number and part.facing.
   Picture(uint width, uint height, const std::vector<Layer>& chosen);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);

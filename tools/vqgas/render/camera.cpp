@@ -21,9 +21,9 @@ CameraAxes get_axes(const Camera& camera) {
 
 double get_half_tangent(const Camera& camera) { return std::tan(camera.field_of_view * std::numbers::pi / 360.0); }
 
-GMathVec3<double> read_vector(const std::string& text, const std::string& whole) {
+GMathVec3<double> read_vector(const std::string& text, const std::string& whole, const std::string& option) {
   const std::vector<double> values = parse_numbers(text, ',');
-  if (values.size() != 3) throw UsageError("--camera: '" + whole + "' is not ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  if (values.size() != 3) throw UsageError(option + ": '" + whole + "' is not ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
   return {values[0], values[1], values[2]};
 }
 
@@ -46,20 +46,20 @@ void get_view(const std::string& view, GMathVec3<double>& back, GMathVec3<double
 
 }  // namespace
 
-Camera parse_camera(const std::string& text) {
+Camera parse_camera(const std::string& text, const std::string& option) {
   const std::vector<std::string> parts = split_text(text, '/');
-  if (parts.size() != 4) throw UsageError("--camera: '" + text + "' is not ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  if (parts.size() != 4) throw UsageError(option + ": '" + text + "' is not ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
   Camera camera;
-  camera.eye = read_vector(parts[0], text);
-  camera.target = read_vector(parts[1], text);
-  camera.up = read_vector(parts[2], text);
+  camera.eye = read_vector(parts[0], text, option);
+  camera.target = read_vector(parts[1], text, option);
+  camera.up = read_vector(parts[2], text, option);
   const std::vector<double> fov = parse_numbers(parts[3], ',');
   if (fov.size() != 1 || !(fov[0] > 0.0 && fov[0] < 180.0))
-    throw UsageError("--camera: the field of view must lie between 0 and 180 degrees");
+    throw UsageError(option + ": the field of view must lie between 0 and 180 degrees");
   camera.field_of_view = fov[0];
   const CameraAxes axes = get_axes(camera);
-  if (!(axes.forward.get_length() > 0.5)) throw UsageError("--camera: eye and target are the same point");
-  if (!(axes.right.get_length() > 0.5)) throw UsageError("--camera: up lies along the view");
+  if (!(axes.forward.get_length() > 0.5)) throw UsageError(option + ": eye and target are the same point");
+  if (!(axes.right.get_length() > 0.5)) throw UsageError(option + ": up lies along the view");
   return camera;
 }
 

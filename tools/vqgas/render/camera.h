@@ -12,8 +12,8 @@ struct Camera {
   double field_of_view = 35.0;  ///< vertical, in degrees
 };
 
-/// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov". Throws UsageError.
-Camera parse_camera(const std::string& text);
+/// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov", the value of `option`. Throws UsageError.
+Camera parse_camera(const std::string& text, const std::string& option = "--camera");
 
 /// A camera that frames all boxes as large as possible, y up. `view` is front (from +z), side (from +x), top
 /// (from +y) or three-quarter; anything else throws UsageError. `aspect` is width over height.

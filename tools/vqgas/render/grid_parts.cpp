@@ -1,5 +1,7 @@
 #include "tools/vqgas/render/grid_parts.h"
 
+#include "tools/vqgas/image/picture.h"
+
 GridParts::GridParts(const QueryScene& scene) : scene_(scene) {
   uint first_part = 0;
   for (const SceneShape& shape : scene.get_shapes()) {
@@ -12,6 +14,17 @@ GridParts::GridParts(const QueryScene& scene) : scene_(scene) {
       if (part_of[position] != core_invalid_index)
         parts[shape.grid->get_primitive(position)] = first_part + part_of[position];
     first_part += shape.grid->get_grid().get_part_count();
+  }
+}
+
+void GridParts::hide_unbuilt() {
+  uint first_part = 0;
+  for (std::size_t shape = 0; shape < parts_.size(); ++shape) {
+    if (parts_[shape].empty()) continue;
+    const GasGridTree& grid = scene_.get_shapes()[shape].grid->get_grid();
+    for (uint& part : parts_[shape])
+      if (part != core_invalid_index && !grid.is_part_built(part - first_part)) part = unbuilt_part;
+    first_part += grid.get_part_count();
   }
 }
 

@@ -8,7 +8,10 @@ class GridParts {
   explicit GridParts(const QueryScene& scene);
 
   /// The part that the primitive of a hit is in; core_invalid_index if it is not on a grid.
+  /// After hide_unbuilt(): unbuilt_part for a part that was hidden.
   uint get_part(const SceneHit& hit) const;
+  /// Hides the parts that no query has built yet, also when they are built later. No query may run meanwhile.
+  void hide_unbuilt();
 
  private:
   const QueryScene& scene_;

@@ -82,7 +82,11 @@ void render_nearest(const QueryScene& scene, const RenderSettings& settings, con
     if (!hit) continue;
     const GeometrySurfacePoint point = scene.get_surface_point(*hit, time);
     for (PictureLayer& layer : picture.layers) put_surface(layer, pixel, *hit, point);
-    if (parts != nullptr) parts->channels[0].numbers[pixel] = settings.parts->get_part(*hit);
+    if (parts != nullptr) {
+      parts->channels[0].numbers[pixel] = settings.parts->get_part(*hit);
+      const GMathVec3<double> direction = packet.get_ray(ray).direction.get_normalized();
+      parts->channels[1].values[pixel] = static_cast<float>(std::fabs(point.normal.dot(direction)));
+    }
     if (motion != nullptr) put_motion(scene, settings, camera, time, *hit, point, *motion, pixel);
   }
 }
