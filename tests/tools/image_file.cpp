@@ -57,3 +57,11 @@ void write_png(const std::filesystem::path& path, unsigned width, const std::vec
   header.format = is_gray ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB;
   EXPECT_NE(png_image_write_to_file(&header, path.c_str(), 0, bytes.data(), 0, nullptr), 0) << header.message;
 }
+
+void write_png_16(const std::filesystem::path& path, std::uint16_t value) {
+  png_image header = {};
+  header.version = PNG_IMAGE_VERSION;
+  header.width = header.height = 1;
+  header.format = PNG_FORMAT_LINEAR_Y;
+  EXPECT_NE(png_image_write_to_file(&header, path.c_str(), 0, &value, 0, nullptr), 0) << header.message;
+}

@@ -27,3 +27,5 @@ PngFile read_png(const std::filesystem::path& path);
 /// Writes 8-bit pixels, rows from top to bottom, as gray or, with three bytes a pixel, in color.
 void write_png(const std::filesystem::path& path, unsigned width, const std::vector<std::uint8_t>& bytes,
                bool is_gray = true);
+/// Writes a gray picture of one pixel of 16 bits.
+void write_png_16(const std::filesystem::path& path, std::uint16_t value);

@@ -9,6 +9,7 @@
 #include <numbers>
 #include <sstream>
 
+#include "tools/image_file.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -106,7 +107,8 @@ Json turn_quaternion(double angle) { return {0, 0, std::sin(angle / 2), std::cos
 
 /// Aims at the point of weights 0.5, 0.3, 0.2 of each triangle at its frame. A hit is null where nothing is hit.
 std::vector<Json> aim(const TestFolder& folder, const std::string& name,
-                      const std::vector<std::pair<Triangle, double>>& targets, const std::string& rate = "24") {
+                      const std::vector<std::pair<Triangle, double>>& targets, const std::string& rate = "24",
+                      const std::vector<std::string>& options = {}) {
   std::ostringstream rays;
   rays.precision(17);
   const Point direction = {0.2, -0.1, -1.0};
@@ -114,8 +116,9 @@ std::vector<Json> aim(const TestFolder& folder, const std::string& name,
     for (int k = 0; k < 3; ++k) rays << 0.5 * t[0][k] + 0.3 * t[1][k] + 0.2 * t[2][k] - 5.0 * direction[k] << ',';
     rays << "0.2,-0.1,-1,0,100," << frame << '\n';
   }
-  const ProgramResult result =
-      run_vqgas(folder.get_path(), {"trace", name, "--format", "json", "--fps", rate}, rays.str());
+  std::vector<std::string> line = {"trace", name, "--format", "json", "--fps", rate};
+  line.insert(line.end(), options.begin(), options.end());
+  const ProgramResult result = run_vqgas(folder.get_path(), line, rays.str());
   EXPECT_EQ(result.exit_code, 0) << result.err;
   std::vector<Json> hits(targets.size());
   const Json report = Json::parse(result.out, nullptr, false);
@@ -218,15 +221,19 @@ TEST(VqgasSceneImport, morph_targets_and_bones_move_vertices) {
   GltfFile morph = make_squares(), skin = make_skinned(0.5);
   morph.json["meshes"][0]["primitives"][0]["targets"] = {
       {{"POSITION", morph.add("VEC3", {0, 0, 0, 0, 0, 0, 0, 2, 4, 0, 2, 4})}}};
+  morph.json["meshes"][0]["primitives"][0]["attributes"]["TEXCOORD_0"] = morph.add("VEC2", {0, 0, 1, 0, 1, 1, 0, 1});
   morph.animate(0, "weights", {0.125, 1}, "SCALAR", {0, 1});
   skin.animate(3, "rotation", {0, 1}, "VEC4", {0, 0, 0, 1, 0, 0, std::sqrt(0.5), std::sqrt(0.5)});
   const TestFolder folder;
   morph.write(folder, "morph.gltf");
   skin.write(folder, "skin.gltf");
-  std::vector<std::pair<Triangle, double>> lifted, bent;
+  write_png(folder.get_path() / "white.png", 1, {255});
+  std::vector<std::pair<Triangle, double>> lifted, displaced, bent;
   for (const double frame : {0.0, 3.0, 12.0, 24.0}) {
     const double part = frame / 24, lift = std::max((frame - 3) / 21, 0.0);
     lifted.push_back({Triangle{{{-1, -1, 0}, {1, -1, 0}, {1, 1 + 2 * lift, 4 * lift}}}, frame});
+    const double slope = std::hypot(4 * lift, 2 + 2 * lift), up = 0.25 * (2 + 2 * lift) / slope;
+    displaced.push_back({transform(move({0, -lift / slope, up}), lifted.back().first), frame});
     // Half where it was, half turned about the tip.
     Triangle half = transform(move({0, 1, 0}),
                               transform(turn(part * std::numbers::pi / 2), transform(move({0, -1, 0}), lower_right)));
@@ -234,6 +241,10 @@ TEST(VqgasSceneImport, morph_targets_and_bones_move_vertices) {
     bent.push_back({half, frame});
   }
   for (const Json& hit : aim(folder, "morph.gltf", lifted)) expect_there(hit, "moved");
+  for (const std::string structure : {"bvh4", "grid"})
+    for (const Json& hit : aim(folder, "morph.gltf", displaced, "24",
+                               {"--displace", "white.png", "--bound", "0.25", "--rate", "1", "--structure", structure}))
+      expect_there(hit, "moved");
   for (const Json& hit : aim(folder, "skin.gltf", bent)) expect_there(hit, "moved");
   expect_there(aim(folder, "skin.gltf", {bent[1]})[0], "moved");  // at a moment of its own
 }

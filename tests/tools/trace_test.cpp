@@ -146,6 +146,9 @@ TEST(VqgasTrace, displaced_surfaces_have_the_heights_of_the_picture) {
     const double height = v < 0.25 ? -1.0 + (0.25 - v) * 4.0 : wave;
     EXPECT_NEAR(row.values.at(10), 0.25 * height, 0.02) << v;
   }
+  write_png_16(folder.get_path() / "deep.png", 0x80C0);
+  for (const Row& row : read_rows(trace({"--displace", "deep.png", "--bound", "0.25"})))
+    EXPECT_NEAR(row.values.at(10), 0.25 * (2.0 * 0x80C0 / 0xFFFF - 1.0), 1e-6);  // 0x80: 0.0010
   const std::string plain = trace({}).out, noise = trace({"--displace", "noise", "--structure", "grid"}).out;
   EXPECT_NE(noise, plain);
   EXPECT_EQ(noise, trace({"--displace", "noise"}).out);
