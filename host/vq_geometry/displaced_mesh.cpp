@@ -87,6 +87,7 @@ bool DisplacedMesh::create(const PolyMesh& base, const DisplacedMeshSettings& se
     boxes_ = std::move(boxes);
     shapes_ = std::move(shapes);
     input_ = std::move(input);
+    reported_bytes_.store(get_memory_size(), std::memory_order_relaxed);
     return true;
   } catch (const std::bad_alloc&) {
     return fail(error, "There is not enough memory for the displaced mesh.");
@@ -104,7 +105,7 @@ u64 DisplacedMesh::get_peak_cache_bytes() const {
 u64 DisplacedMesh::get_memory_size() const {
   if (input_ == nullptr) return sizeof(*this);
   return sizeof(*this) + input_->get_memory_size() + shapes_.capacity() * sizeof(DisplacedMeshTileShape) +
-         boxes_->get_memory_size() + get_cache_bytes();
+         boxes_->get_memory_size() + cache_->get_memory_size();
 }
 
 const CoreArray<CoreString>& DisplacedMesh::get_shading_groups() const {
@@ -145,7 +146,17 @@ DisplacedMeshCache::Pin DisplacedMesh::compute_tile(const TilePlace& place, cons
                                                 place.column * tile_cells_, moment.frame_count, cache_->get_bytes());
   for (uint frame = 0; frame < moment.frame_count; ++frame)
     boxes_->put(place.index * input_->get_frame_count() + moment.first_frame + frame, tile->get_box(frame));
-  return cache_->insert({place.index, moment.first_frame}, std::move(tile));
+  DisplacedMeshCache::Pin cached = cache_->insert({place.index, moment.first_frame}, std::move(tile));
+  report_memory();
+  return cached;
+}
+
+/// One of several threads reports a change.
+void DisplacedMesh::report_memory() const {
+  const u64 size = get_memory_size();
+  u64 reported = reported_bytes_.load(std::memory_order_relaxed);
+  if (std::max(size, reported) - std::min(size, reported) <= size / 20) return;
+  if (reported_bytes_.compare_exchange_strong(reported, size, std::memory_order_relaxed)) advert_memory_changed();
 }
 
 /// The box of a tile in the moment's first frame or the one after.

@@ -77,11 +77,14 @@ class DisplacedMesh final : public GeometryObject {
   /// and five tiles (below 0.7 MB each) per running query. Thread-safe.
   u64 get_cache_bytes() const;
   u64 get_peak_cache_bytes() const;
+  /// The settings' cache_bytes, rounded down to a multiple of the number of shards.
+  u64 get_cache_limit() const { return cache_ == nullptr ? 0 : cache_->get_limit(); }
   /// Micro-vertex (i, j), i + j <= rate, of patch `part` of a primitive, as drawn in displaced_mesh_input.h; a patch is
   /// the triangle with that number in PolyMesh::get_part_vertices(). NaN: at rest. Computed, not read from the cache.
   GMathVec3<double> get_micro_vertex(uint primitive, uint part, uint i, uint j, double time) const;
 
-  /// Includes the micro-triangles cached now; their change is not reported.
+  /// Includes the micro-triangles cached now. advert_memory_changed() is called when the size differs by more than 5 %
+  /// from the one last reported.
   u64 get_memory_size() const override;
 
   uint get_primitive_count() const override { return base_ == nullptr ? 0 : base_->get_primitive_count(); }
@@ -165,6 +168,7 @@ class DisplacedMesh final : public GeometryObject {
   bool for_each_tile(uint primitive, const Function& function) const;
   DisplacedMeshCache::Pin get_tile(const TilePlace& place, const Moment& moment) const;
   DisplacedMeshCache::Pin compute_tile(const TilePlace& place, const Moment& moment) const;
+  void report_memory() const;
   GMathBbox3<float> get_tile_box(const TilePlace& place, const Moment& moment, uint frame) const;
   GMathBbox3<double> compute_blended_box(const TilePlace& place, const Moment& moment) const;
   GMathBbox3<double> compute_bbox(uint primitive, double time) const;
@@ -186,6 +190,7 @@ class DisplacedMesh final : public GeometryObject {
   // Queries write what they have computed. Both are thread-safe.
   std::unique_ptr<DisplacedMeshBoxes> boxes_;  // [tile * frame count + frame]
   std::unique_ptr<DisplacedMeshCache> cache_;
+  mutable std::atomic<u64> reported_bytes_{0};
 };
 
 template <class Function>

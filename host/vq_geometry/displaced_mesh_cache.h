@@ -32,6 +32,11 @@ class DisplacedMeshCache {
   /// Adds a tile and drops others to make space. Returns the tile to be used: if another thread was faster, its own.
   /// Throws std::bad_alloc; the cache is then as before. Thread-safe.
   Pin insert(const DisplacedMeshTileKey& key, Pin tile);
+  u64 get_limit() const { return shard_limit_ * shards_.size(); }
+  /// Bytes held, this object included; without the lists of the tiles.
+  u64 get_memory_size() const {
+    return sizeof(*this) + shards_.capacity() * sizeof(Shard) + bytes_.now.load(std::memory_order_relaxed);
+  }
   /// Bytes of all tiles, also of those that only a query still uses.
   DisplacedMeshTileBytes& get_bytes() { return bytes_; }
 

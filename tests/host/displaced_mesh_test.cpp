@@ -235,6 +235,7 @@ TEST(DisplacedMesh, answers_do_not_depend_on_what_is_cached) {
     EXPECT_LE(mesh.get_cache_bytes(), limit);
     EXPECT_LE(mesh.get_peak_cache_bytes(), limit + 8 * 6 * tile_bytes);
     EXPECT_GT(mesh.get_memory_size(), mesh.get_cache_bytes());
+    EXPECT_GE(mesh.get_memory_advert_count(), limit > 0 ? 1u : 0u);
   }
 }
 

@@ -56,6 +56,17 @@ TEST(VqgasInfo, numbers_agree_with_the_file_and_with_each_other) {
   }
 }
 
+TEST(VqgasInfo, micro_triangles_stay_within_the_cache) {
+  const TestFolder folder;
+  const ProgramResult result = run_vqgas(
+      folder.get_path(), {"info", "demo:knot", "--displace", "noise", "--rate", "8", "--cache", "2", "--json", "-"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const nlohmann::json displaced = nlohmann::json::parse(result.out)[0]["displaced"];
+  EXPECT_GT(displaced["cache_bytes"], 1000000);
+  EXPECT_LE(displaced["cache_bytes"], displaced["cache_limit_bytes"]);
+  EXPECT_LE(displaced["cache_limit_bytes"], 2000000);
+}
+
 TEST(VqgasInfo, a_grid_builds_only_the_parts_that_rays_reach) {
   const TestFolder folder;
   const ProgramResult result =

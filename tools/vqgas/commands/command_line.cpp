@@ -90,6 +90,13 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
       ->capture_default_str()
       ->check(CLI::Range(1u, DisplacedMeshSettings::most_rate))
       ->needs(height);
+  command
+      .add_option(
+          "--cache", displace.cache,
+          "Megabytes of micro-triangles kept at most; without it a quarter of the machine's memory. Too few are "
+          "computed again and again, which is slow")
+      ->check(CLI::Range(0u, 16777216u))
+      ->type_name("MB");
 }
 
 const CLI::IsMember& is_view() {

@@ -47,7 +47,8 @@ void add_shape(Json& json, const ShapeReport& shape) {
   if (shape.displaced.micro_triangles > 0)
     json["displaced"] = {{"micro_triangles", shape.displaced.micro_triangles},
                          {"cache_bytes", shape.displaced.cache_bytes},
-                         {"peak_cache_bytes", shape.displaced.peak_cache_bytes}};
+                         {"peak_cache_bytes", shape.displaced.peak_cache_bytes},
+                         {"cache_limit_bytes", shape.displaced.cache_limit}};
   add_tree(json, shape.tree, "bytes_per_primitive");
   for (const ClusterCount& clusters : shape.clusters)
     json["clusters"].push_back({{"wanted", clusters.requested}, {"made", clusters.made}});

@@ -59,8 +59,8 @@ void print_shape(const ShapeReport& shape) {
   print_box(shape.tree.bbox);
   if (shape.displaced.micro_triangles > 0) {
     print_row("micro-triangles", "%11.0f", double(shape.displaced.micro_triangles));
-    print_row("  cached, at most", "%11.2f MB, %.2f MB", 1e-6 * double(shape.displaced.cache_bytes),
-              1e-6 * double(shape.displaced.peak_cache_bytes));
+    print_row("  cached, at most, limit", "%11.2f MB, %.2f MB, %.0f MB", 1e-6 * double(shape.displaced.cache_bytes),
+              1e-6 * double(shape.displaced.peak_cache_bytes), 1e-6 * double(shape.displaced.cache_limit));
   }
   if (shape.grid) print_grid(*shape.grid);
   print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");

@@ -146,7 +146,8 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   if (const DisplacedMemory& memory = result.displaced; memory.micro_triangles > 0) {
     report["displaced"] = {{"micro_triangles", memory.micro_triangles},
                            {"cache_bytes", memory.cache_bytes},
-                           {"peak_cache_bytes", memory.peak_cache_bytes}};
+                           {"peak_cache_bytes", memory.peak_cache_bytes},
+                           {"cache_limit_bytes", memory.cache_limit}};
   }
   if (const CtxMotionBlur* motion_blur = scene.get_motion_blur()) {
     report["shutter"] = {times.open, times.close};
@@ -178,9 +179,9 @@ void print_summary(const RenderOptions& options, const QueryScene& scene, const 
   }
   if (result.grid.parts > 0) std::printf("grid: built %u of %u parts\n", result.grid.built, result.grid.parts);
   if (const DisplacedMemory& memory = result.displaced; memory.micro_triangles > 0)
-    std::printf("displaced: %.2f million micro-triangles, %.2f MB of them cached, %.2f MB at most\n",
+    std::printf("displaced: %.2f million micro-triangles, %.2f MB of them cached, %.2f MB at most, limit %.0f MB\n",
                 1e-6 * static_cast<double>(memory.micro_triangles), 1e-6 * static_cast<double>(memory.cache_bytes),
-                1e-6 * static_cast<double>(memory.peak_cache_bytes));
+                1e-6 * static_cast<double>(memory.peak_cache_bytes), 1e-6 * static_cast<double>(memory.cache_limit));
 }
 
 }  // namespace

@@ -170,6 +170,7 @@ DisplacedMemory QueryScene::get_displaced_memory() const {
     sum.micro_triangles += memory.micro_triangles;
     sum.cache_bytes += memory.cache_bytes;
     sum.peak_cache_bytes += memory.peak_cache_bytes;
+    sum.cache_limit += memory.cache_limit;
   }
   return sum;
 }

@@ -6,6 +6,7 @@
 
 #include "tools/vqgas/image/image_png.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/memory_limit.h"
 #include "tools/vqgas/support/number_list.h"
 
 namespace {
@@ -59,10 +60,7 @@ class HeightMaker {
   std::map<double, std::shared_ptr<const GeometryHeight>> made_;
 };
 
-}  // namespace
-
-void displace_meshes(SceneSource& scene, const DisplaceOptions& options) {
-  if (options.height.empty()) return;
+void set_displacement(SceneSource& scene, const DisplaceOptions& options) {
   HeightMaker heights(options);
   constexpr double default_share = 0.02, most_diagonals = 10.0;
   double largest = 0.0;
@@ -83,4 +81,25 @@ void displace_meshes(SceneSource& scene, const DisplaceOptions& options) {
   if (options.bound && *options.bound > most_diagonals * largest)
     throw InputError(name, "--bound " + print_number(*options.bound) +
                                " is more than ten times the diagonal of the mesh, which is " + print_number(largest));
+}
+
+void share_cache(SceneSource& scene, u64 bytes) {
+  std::vector<MeshSource*> meshes;
+  double corners = 0.0;
+  for (ShapeSource& shape : scene.shapes) {
+    MeshSource* mesh = std::get_if<MeshSource>(&shape);
+    if (mesh == nullptr || !mesh->displacement) continue;
+    meshes.push_back(mesh);
+    corners += static_cast<double>(mesh->data.polygon_vertices.size());
+  }
+  for (MeshSource* mesh : meshes)
+    mesh->displacement->cache_bytes = static_cast<u64>(
+        static_cast<double>(bytes) * static_cast<double>(mesh->data.polygon_vertices.size()) / corners);
+}
+
+}  // namespace
+
+void displace_meshes(SceneSource& scene, const DisplaceOptions& options) {
+  if (!options.height.empty()) set_displacement(scene, options);
+  share_cache(scene, options.cache ? u64{*options.cache} * 1000000 : get_machine_memory() / 4);
 }

@@ -86,7 +86,8 @@ SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSe
 
 DisplacedMemory SceneShape::get_displaced_memory() const {
   if (displaced == nullptr) return {};
-  return {displaced->get_micro_triangle_count(), displaced->get_cache_bytes(), displaced->get_peak_cache_bytes()};
+  return {displaced->get_micro_triangle_count(), displaced->get_cache_bytes(), displaced->get_peak_cache_bytes(),
+          displaced->get_cache_limit()};
 }
 
 SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,

@@ -38,9 +38,10 @@ struct ShapeSettings {
   }
 };
 
-/// Micro-triangles of displaced meshes, and the bytes of those in memory: now, and the most there have been.
+/// Micro-triangles of displaced meshes, and the bytes of those in memory: now, the most there have been, and the limit
+/// of the cache.
 struct DisplacedMemory {
-  u64 micro_triangles = 0, cache_bytes = 0, peak_cache_bytes = 0;
+  u64 micro_triangles = 0, cache_bytes = 0, peak_cache_bytes = 0, cache_limit = 0;
 };
 
 struct SceneShape {

@@ -5,9 +5,16 @@
 #include <algorithm>
 #include <fstream>
 
+namespace {
+
+rlim_t get_page_size() { return static_cast<rlim_t>(sysconf(_SC_PAGESIZE)); }
+
+}  // namespace
+
+std::uint64_t get_machine_memory() { return static_cast<rlim_t>(sysconf(_SC_PHYS_PAGES)) * get_page_size(); }
+
 MemoryLimit::MemoryLimit() {
-  const rlim_t page = static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-  const rlim_t machine = static_cast<rlim_t>(sysconf(_SC_PHYS_PAGES)) * page;
+  const rlim_t page = get_page_size(), machine = get_machine_memory();
   rlim_t used_pages = 0;  // address space, sanitizers' shadows included
   if (!(std::ifstream("/proc/self/statm") >> used_pages) || getrlimit(RLIMIT_AS, &former_) != 0) return;
   rlimit limit = former_;
