@@ -45,6 +45,14 @@ case "${1:-}" in
     render wind demo:wind --floor --shutter 0.35,0.42 "$@"
     "$vqgas" render demo:mills --floor "$@" -o "$out/mills.still.png"
     render mills demo:mills --floor --shutter 0.4,0.65 "$@"
+    # Micro-triangles are costly: few rays, unless the options say otherwise.
+    for default in "--samples 8" "--size 704x396" "--camera 5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"; do
+      case " $* " in
+        *" ${default%% *}"*) ;;
+        *) set -- "$@" "${default%% *}" "${default#* }" ;;
+      esac
+    done
+    render cliffs demo:cliffs "$@"
     ;;
   *)
     files=0
