@@ -19,7 +19,7 @@ BenchScene::BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_coun
   build([&](AppProgressBar* progress) { structure_.create(world.ctx, &mesh, &mesh, progress); });
 }
 
-BenchGridScene::BenchGridScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count)
+BenchGridScene::BenchGridScene(BenchWorld& world, const GeometryObject& mesh, uint worker_count)
     : BenchStructure(world, worker_count) {
   build([&](AppProgressBar* progress) { structure_.create(world.ctx, &mesh, &mesh, progress); });
 }

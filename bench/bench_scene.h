@@ -99,11 +99,11 @@ class BenchScene final : public BenchStructure {
   GasGeometryBvh4 structure_;
 };
 
-/// The structure over a mesh on the grid tree.
+/// The structure over a mesh, or a displaced one, on the grid tree.
 class BenchGridScene final : public BenchStructure {
  public:
   /// As BenchScene.
-  BenchGridScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
+  BenchGridScene(BenchWorld& world, const GeometryObject& mesh, uint worker_count);
 
   /// Grows while queries build parts.
   u64 get_tree_bytes() const override { return structure_.get_grid().get_memory_size(); }
