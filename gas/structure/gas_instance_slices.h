@@ -3,6 +3,7 @@
 // The build stages of a structure over instances: a slice of the instances is a task.
 #pragma once
 #include "gas/frame/gas_tasks.h"
+#include "vq_core/core_array.h"
 
 /// Runs `count` instances in tasks, at most four per thread of the application, and returns the tasks in the order of
 /// their instances. Throws std::bad_alloc or AppStopped.
