@@ -22,12 +22,7 @@ SceneMatrix make_scaled(double scale, const Vec& way = {}) {
 /// Rays at the scene as it is halfway, each at one of the times.
 std::vector<TestRay> make_timed_rays(const std::vector<SceneNode>& nodes, const CtxMotionBlur& blur,
                                      const std::vector<double>& times, uint seed) {
-  std::vector<TestRay> rays = make_rays(FlatScene(nodes, &blur, 0.5).data, scaled(800, 400), seed);
-  for (uint k = 0; k < rays.size(); ++k) {
-    rays[k].time = times[k % times.size()];
-    rays[k].type = static_cast<GMathRay::Type>(k * 5 / 3 % GMathRay::lookup);
-  }
-  return rays;
+  return make_timed_rays(FlatScene(nodes, &blur, 0.5), times, scaled(800, 400), seed);
 }
 
 TEST(GasSceneTreeMotion, hits_what_the_flattened_scene_hits_at_the_same_moment) {
@@ -121,7 +116,7 @@ TEST(GasSceneTreeMotion, boxes_hold_what_bulges_before_a_sample) {
   EXPECT_NE(shoot(world, *scene, {{0.75 * 1.5, 0, 5}, {0, 0, -1}, 0.0, DBL_MAX, 0.75}, &blur).geometry, nullptr);
 }
 
-TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
+TEST(GasSceneTreeMotion, one_object_s_or_instance_s_broken_sample_leaves_the_others_alone) {
   QueryWorld world;
   const CtxMotionBlur blur(0.0, 1.0, 2);
   world.shader.motion_blur = &blur;
@@ -137,13 +132,19 @@ TEST(GasSceneTreeMotion, one_object_s_broken_sample_leaves_the_others_alone) {
     std::vector<SceneNode> nodes;
     nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, broken[kind]}}));
     for (uint k = 1; k < 8; ++k) nodes.push_back(make_node(sphere, {{0.0, make_translation({4.0 * k, 0, 0})}}));
+    SceneNode bundle;
+    bundle.is_bundle = true;
+    bundle.children = nodes;
+    bundle.keys = {{}};
     const auto scene = build_scene(world, nodes);
+    const GasObject* structures[] = {scene.get(), make_object(world, bundle)->get_structure()};
     GeometryRayPacket packet;
     packet.resize(1);
-    for (const double time : {0.0, 0.5, 1.0}) {
+    for (uint row = 0; row < 6; ++row) {
+      const double time = row / 2 * 0.5;
       for (uint k = 0; k < 8; ++k) {
         packet.set_ray(0, {4.0 * k + 0.1, 0.2, -5}, {0, 0, 1}, 0, DBL_MAX, time);
-        scene->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
+        structures[row % 2]->ray_hit_nearest_motion(world.ctx, world.shader, packet.begin_nearest(world.shading));
         // At its good sample the broken one is there too.
         const bool is_there = k > 0 || time == 0.0 || (time < 1.0 && kind == 4);
         EXPECT_EQ(packet.get_nearest(0).geometry != nullptr, is_there) << kind << " " << time << " " << k;
@@ -299,12 +300,13 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
     return std::vector<ModuleMatrixKey>{{0.0, make_scaled(1)}, {0.5, make_scaled(2, {way, 0, 0})}, {1.0, {}}};
   };
   const CtxMotionBlur blur(0.0, 1.0, 3), closed(0.25, 0.25, 1);
-  for (uint row = 0; row < 8; ++row) {  // what moves: the object, the scenes around it
+  for (uint row = 0; row < 32; ++row) {  // what moves: the object, the scenes or bundles around it
     std::vector<SceneNode> nodes;
     nodes.push_back(make_node(sphere, row & 1 ? keys(0.3) : keys(0.0)));
     if ((row & 1) == 0) nodes[0].keys = {{0.0, make_scaled(1.5)}};
     for (uint level = 1; level < 3; ++level) {
       SceneNode outer;
+      outer.is_bundle = row >> (level + 2) & 1;
       outer.keys = {{0.0, make_scaled(1.5)}};
       if (row >> level & 1) outer.keys = keys(0.1 * level);
       outer.children = std::move(nodes);
@@ -329,8 +331,8 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
         SceneMatrix expected, expected_end;
         for (const SceneNode* node = nodes.data(); node != nullptr;
              node = node->children.empty() ? nullptr : node->children.data()) {
-          expected = expected * FlatScene::get_matrix(*node->object, used, time);
-          expected_end = expected_end * node->object->get_global_matrix_at(end);
+          expected = expected * FlatScene::get_matrix(*node->item, used, time);
+          expected_end = expected_end * node->item->get_global_matrix_at(end);
         }
         for (uint k = 0; k < 16; ++k) {
           EXPECT_NEAR(transform->matrix.m[k / 4][k % 4], expected.m[k / 4][k % 4], 1e-12) << row << " " << time;

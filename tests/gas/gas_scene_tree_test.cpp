@@ -20,17 +20,6 @@ using Vec = GMathVec3<double>;
 constexpr uint none = core_invalid_index;
 const double infinity = std::numeric_limits<double>::infinity();
 
-/// Four sides around a cone and a far end.
-std::vector<GeometryPlane> make_planes(RandomValues& random, double size) {
-  std::vector<GeometryPlane> planes;
-  const Vec centre = random.get_vec(1.5);
-  for (uint k = 0; k < 5; ++k) {
-    const Vec normal = random.get_vec().get_normalized();
-    planes.emplace_back(centre - normal * size, normal);
-  }
-  return planes;
-}
-
 TEST(GasSceneTree, hits_what_the_flattened_scene_hits) {
   QueryWorld world;
   for (uint seed = 1; seed <= scaled(6, 2); ++seed) {
@@ -43,7 +32,7 @@ TEST(GasSceneTree, hits_what_the_flattened_scene_hits) {
     for (uint k = 0; k < rays.size(); ++k) rays[k].type = static_cast<GMathRay::Type>(k * 5 / 3 % GMathRay::lookup);
     check.check(rays);
     RandomValues random(seed);
-    for (uint k = 0; k < 4; ++k) check.check_frustum(make_planes(random, random.get(0.3, 3.0)));
+    for (uint k = 0; k < 4; ++k) check.check_frustum(make_scene_planes(random, random.get(0.3, 3.0)));
     EXPECT_GT(check.listed_count, 0u);
     EXPECT_GT(check.point_count, 0u);
   }

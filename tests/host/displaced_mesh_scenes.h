@@ -89,7 +89,8 @@ constexpr double nan_time = std::numeric_limits<double>::quiet_NaN();  ///< at r
 
 /// Calls function(primitive, part number, the micro-triangle's cells i and j) for all micro-triangles, in order.
 template <class Function>
-void for_each_micro_triangle(const DisplacedMesh& mesh, const PolyMesh& base, uint rate, const Function& function) {
+inline void for_each_micro_triangle(const DisplacedMesh& mesh, const PolyMesh& base, uint rate,
+                                    const Function& function) {
   for (uint primitive = 0; primitive < mesh.get_primitive_count(); ++primitive)
     for (uint part = 0, number = 0; part < base.get_part_count(primitive); ++part)
       for (uint i = 0; i < rate; ++i)
@@ -100,3 +101,29 @@ void for_each_micro_triangle(const DisplacedMesh& mesh, const PolyMesh& base, ui
           if (i + j + 1 < rate) function(primitive, part, number++, upper);
         }
 }
+
+/// A mesh of all micro-triangles, one polygon each, and where they come from.
+struct FlatMesh {
+  PolyMesh mesh;
+  std::vector<std::pair<uint, uint>> sources;  // primitive, part number
+
+  FlatMesh(const DisplacedMesh& displaced, const PolyMesh& base, uint rate) {
+    PolyMeshData data;
+    if (base.has_motion()) data.motion_positions.resize(base.get_motion_sampling().get_sample_count());
+    data.motion_step = 0.5;
+    for_each_micro_triangle(displaced, base, rate, [&](uint primitive, uint part, uint number, const uint(&at)[3][2]) {
+      sources.emplace_back(primitive, number);
+      data.polygon_sizes.push_back(3);
+      for (uint k = 0; k < 3; ++k) {
+        const auto get = [&](double time) {
+          return GMathVec3<float>(displaced.get_micro_vertex(primitive, part, at[k][0], at[k][1], time));
+        };
+        data.polygon_vertices.push_back(static_cast<u32>(data.positions.size()));
+        data.positions.push_back(get(std::nan("")));
+        for (uint sample = 0; sample < data.motion_positions.size(); ++sample)
+          data.motion_positions[sample].push_back(get(0.5 * sample));
+      }
+    });
+    create(mesh, std::move(data));
+  }
+};

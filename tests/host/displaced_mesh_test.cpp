@@ -12,32 +12,6 @@ namespace {
 using Vec = GMathVec3<double>;
 using VecF = GMathVec3<float>;
 
-/// A mesh of all micro-triangles, one polygon each, and where they come from.
-struct FlatMesh {
-  PolyMesh mesh;
-  std::vector<std::pair<uint, uint>> sources;  // primitive, part number
-
-  FlatMesh(const DisplacedMesh& displaced, const PolyMesh& base, uint rate) {
-    PolyMeshData data;
-    if (base.has_motion()) data.motion_positions.resize(base.get_motion_sampling().get_sample_count());
-    data.motion_step = 0.5;
-    for_each_micro_triangle(displaced, base, rate, [&](uint primitive, uint part, uint number, const uint(&at)[3][2]) {
-      sources.emplace_back(primitive, number);
-      data.polygon_sizes.push_back(3);
-      for (uint k = 0; k < 3; ++k) {
-        const auto get = [&](double time) {
-          return VecF(displaced.get_micro_vertex(primitive, part, at[k][0], at[k][1], time));
-        };
-        data.polygon_vertices.push_back(static_cast<u32>(data.positions.size()));
-        data.positions.push_back(get(nan_time));
-        for (uint sample = 0; sample < data.motion_positions.size(); ++sample)
-          data.motion_positions[sample].push_back(get(0.5 * sample));
-      }
-    });
-    create(mesh, std::move(data));
-  }
-};
-
 /// Seeded rays through a ball around the origin, at any time of the shutter.
 void set_rays(GeometryRayPacket& packet, uint count, uint seed) {
   RandomValues random(seed);

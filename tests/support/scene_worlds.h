@@ -1,25 +1,31 @@
 // tests/support/scene_worlds.h
 //
-// Scenes by seed: a few meshes shared by many objects, scenes as objects of scenes, matrices that turn, mirror and
-// shear, at rest or moving; and what such a scene is when every mesh is carried into the world: one flat mesh.
+// Scenes by seed: a few meshes shared by many objects, scenes and bundles as objects of scenes and as items of bundles,
+// matrices that turn, mirror and shear, at rest or moving; and what such a scene is when every mesh is carried into the
+// world: one flat mesh.
 #pragma once
 #include <atomic>
 #include <deque>
 #include <map>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "gas/gas_module_clusters.h"
 #include "gas/gas_scene_tree.h"
 #include "support/built_mesh.h"
+#include "support/bundle_input.h"
 #include "support/mesh_oracle.h"
 #include "support/mesh_scenes.h"
 #include "support/query_world.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_geometry/geometry_intersection_path.h"
+#include "vq_module/module_bundle.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+#include "vq_module/module_matrix_source.h"
+#include "vq_module/object_geometry.h"
 
 using SceneMatrix = GMathMatrix4x4<double>;
 using ObjectPath = std::vector<uint>;
@@ -34,7 +40,7 @@ struct SceneShape {
   std::shared_ptr<GasGeometryBvh4> structure{built, &built->structure};
 };
 
-/// An object to be: a shape, or a scene of its children.
+/// An object to be: a shape, or a scene or a bundle of its children.
 struct SceneNode {
   const SceneShape* shape = nullptr;
   std::vector<ModuleMatrixKey> keys;  ///< a single one: stands still
@@ -42,8 +48,15 @@ struct SceneNode {
   std::shared_ptr<GeometryOverride> replaced;      ///< null: nothing
   std::shared_ptr<const GeometryObject> geometry;  ///< with `structure` in place of the shape's, if set
   std::shared_ptr<GasObject> structure;
-  uint hidden_from = core_invalid_index;      ///< a type of rays
-  std::shared_ptr<ModuleSceneObject> object;  ///< made by build_scene()
+  uint hidden_from = core_invalid_index;  ///< a type of rays
+  bool is_bundle = false;                 ///< its children are the instances of a bundle,
+  bool merges = false;                    ///< with merged shading groups
+  bool has_table = true;                  ///< the bundle has materials of its own
+  bool is_visible = true;                 ///< as an instance
+  // Made by build_scene() and make_object().
+  std::shared_ptr<ModuleSceneObject> object;  ///< of all but the shapes in a bundle
+  std::shared_ptr<ModuleSceneItem> item;      ///< has the matrix: the object, if there is one
+  uint group_offset = 0;                      ///< of an instance
 };
 
 inline SceneNode make_node(const SceneShape& shape, std::vector<ModuleMatrixKey> keys = {{}}) {
@@ -107,37 +120,111 @@ inline const ModuleClusterFunctions& get_counted_functions() {
   return functions;
 }
 
-inline void set_scene_matrix(const std::vector<ModuleMatrixKey>& keys, ModuleSceneObject& object) {
+inline void set_scene_matrix(const std::vector<ModuleMatrixKey>& keys, ModuleSceneItem& object) {
   if (keys.size() == 1) return object.set_global_matrix(keys[0].matrix);
   object.set_global_matrix_keys(keys, 0.0);
 }
 
+constexpr uint most_scene_groups = 512;  ///< a world needs as many for bundles without a table
+
+/// How many shading groups an instance of a bundle takes in the bundle's table.
+inline uint get_scene_group_count(const SceneNode& node) {
+  if (node.shape != nullptr) return node.shape->mesh->get_shading_groups().get_count();
+  uint count = 0;
+  for (const SceneNode& child : node.children)
+    if (node.is_bundle && !node.has_table) count += get_scene_group_count(child);
+  return std::max(count, 1u);
+}
+
+inline std::shared_ptr<ModuleSceneObject> make_object(const QueryWorld& world, SceneNode& node);
+
+/// The instances' geometries are meshes, and objects that are no meshes.
+inline std::shared_ptr<ModuleBundle> make_bundle(const QueryWorld& world, SceneNode& node) {
+  ModuleBundle::Contents contents;
+  BundleInput input;
+  input.merge = node.merges;
+  std::vector<std::shared_ptr<const ModuleSceneItem>> items;
+  bool moves = false;
+  uint offset = 0;
+  for (SceneNode& child : node.children) {
+    std::shared_ptr<GeometryObject> geometry;
+    if (child.shape != nullptr) {
+      geometry = child.shape->mesh;
+      child.item = std::make_shared<ModuleSceneItem>(CoreString("instance"));
+      set_scene_matrix(child.keys, *child.item);
+    } else {
+      child.item = make_object(world, child);
+      geometry = std::make_shared<ObjectGeometry>(
+          std::vector<std::shared_ptr<const ModuleSceneObject>>{child.object});  // does not look at its matrix
+    }
+    contents.geometries.push_back(geometry);
+    items.push_back(child.item);
+    moves = moves || child.keys.size() > 1;
+    const uint index = input.add(geometry.get(), child.item->get_global_matrix());
+    const uint key = node.merges ? index : static_cast<uint>(input.matrices.size()) - 1;
+    if (key == input.offsets.size()) {
+      input.offsets.push_back(offset);
+      offset += get_scene_group_count(child);
+      input.visibility.add(child.is_visible);
+    }
+    child.group_offset = input.offsets[key];
+    child.is_visible = input.visibility[key];
+  }
+  EXPECT_LE(offset, most_scene_groups);
+  auto bundle = std::make_shared<GasGeometryBundle>();
+  input.create(world.app, *bundle);
+  if (moves) {
+    contents.matrix_source = std::make_shared<ModuleKeyedSource>(items);
+    bundle->set_matrices_callback(ModuleMatrixSource::callback,
+                                  const_cast<ModuleMatrixSource*>(contents.matrix_source.get()));
+  }
+  contents.shading_group_count = node.has_table ? most_scene_groups : 0;
+  contents.geometry_count = bundle->get_valid_instance_count();
+  contents.primitive_count = bundle->get_primitive_count();
+  auto module = std::make_shared<ModuleBundle>(CoreString("bundle"), std::move(contents), bundle,
+                                               gas_get_cluster_functions(bundle.get()));
+  for (uint group = 0; group < module->get_shading_group_count(); ++group)
+    module->set_shading_group(group, world.links[0]);
+  return module;
+}
+
+inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::vector<SceneNode>& nodes,
+                                                 AppProgressBar* progress = nullptr);
+
+/// Makes the object of a node.
+inline std::shared_ptr<ModuleSceneObject> make_object(const QueryWorld& world, SceneNode& node) {
+  if (node.shape != nullptr) {
+    if (node.structure == nullptr) {
+      node.geometry = node.shape->mesh;
+      node.structure = node.shape->structure;
+    }
+    const auto object =
+        std::make_shared<ModuleGeometry>(CoreString("mesh"), node.geometry, node.structure, get_counted_functions());
+    for (uint group = 0; group < object->get_shading_group_count(); ++group)
+      object->set_shading_group(group, world.links[0]);
+    node.object = object;
+  } else if (node.is_bundle) {
+    node.object = make_bundle(world, node);
+  } else {
+    const std::shared_ptr<GasSceneTree> inner = build_scene(world, node.children);
+    std::vector<std::shared_ptr<ModuleSceneObject>> children;
+    for (const SceneNode& child : node.children) children.push_back(child.object);
+    node.object = std::make_shared<ModuleCombiner>(CoreString("scene"), children, inner);
+  }
+  node.item = node.object;
+  set_scene_matrix(node.keys, *node.object);
+  node.object->set_flag(ModuleSceneObject::has_mask, node.hidden_from < 32);
+  node.object->set_visibility_mask(node.hidden_from < 32 ? ~(1u << node.hidden_from) : ~0u);
+  return node.object;
+}
+
 /// Makes the objects of the nodes, and the tree over them.
 inline std::shared_ptr<GasSceneTree> build_scene(const QueryWorld& world, std::vector<SceneNode>& nodes,
-                                                 AppProgressBar* progress = nullptr) {
+                                                 AppProgressBar* progress) {
   std::vector<ModuleSceneObject*> objects;
   std::vector<GeometryOverride*> overrides;
   for (SceneNode& node : nodes) {
-    if (node.shape != nullptr) {
-      if (node.structure == nullptr) {
-        node.geometry = node.shape->mesh;
-        node.structure = node.shape->structure;
-      }
-      const auto object =
-          std::make_shared<ModuleGeometry>(CoreString("mesh"), node.geometry, node.structure, get_counted_functions());
-      for (uint group = 0; group < object->get_shading_group_count(); ++group)
-        object->set_shading_group(group, world.links[0]);
-      node.object = object;
-    } else {
-      const std::shared_ptr<GasSceneTree> inner = build_scene(world, node.children);
-      std::vector<std::shared_ptr<ModuleSceneObject>> children;
-      for (const SceneNode& child : node.children) children.push_back(child.object);
-      node.object = std::make_shared<ModuleCombiner>(CoreString("scene"), children, inner);
-    }
-    set_scene_matrix(node.keys, *node.object);
-    node.object->set_flag(ModuleSceneObject::has_mask, node.hidden_from < 32);
-    node.object->set_visibility_mask(node.hidden_from < 32 ? ~(1u << node.hidden_from) : ~0u);
-    objects.push_back(node.object.get());
+    objects.push_back(make_object(world, node).get());
     overrides.push_back(node.replaced.get());
   }
   const auto count = static_cast<uint>(objects.size());
@@ -152,7 +239,9 @@ enum class SceneMotion { none, rigid, deforming };
 
 class SceneMaker {
  public:
-  SceneMaker(const QueryWorld& world, uint seed, SceneMotion motion) : random_(seed), motion_(motion) {
+  /// @param with_bundles  some of what has children is a bundle
+  SceneMaker(const QueryWorld& world, uint seed, SceneMotion motion, bool with_bundles = false)
+      : random_(seed), motion_(motion), with_bundles_(with_bundles) {
     for (PolyMeshData data : {make_soup(40, seed), make_sphere(2), make_torus(9, 6), make_stars(25, seed + 1),
                               make_terrain(5, seed + 2), make_soup(1, seed + 3, 1.0)})
       shapes_.emplace_back(world, std::move(data));
@@ -170,7 +259,11 @@ class SceneMaker {
       const uint kind = random_.get_index(6);
       SceneNode node;
       if (depth > 0 && (kind < 2 || (k == 0 && depth > 1))) {
-        node.children = make(2 + random_.get_index(2), depth - 1);
+        if (with_bundles_ && random_.get_index(3) > 0) {
+          node = make_bundle(2 + random_.get_index(3), depth - 1);
+        } else {
+          node.children = make(2 + random_.get_index(2), depth - 1);
+        }
       } else if (kind == 2 && !moving_shapes_.empty()) {
         node.shape = &moving_shapes_[random_.get_index(static_cast<uint>(moving_shapes_.size()))];
       } else {
@@ -182,6 +275,22 @@ class SceneMaker {
       nodes.push_back(std::move(node));
     }
     return nodes;
+  }
+
+  /// A bundle of `count` instances, of which some are invisible; most have no materials of their own.
+  SceneNode make_bundle(uint count, uint depth) {
+    SceneNode node;
+    node.is_bundle = true;
+    node.merges = random_.get_index(2) == 0;
+    node.has_table = random_.get_index(4) == 0;
+    node.children = make(count, depth);
+    node.keys = {{}};
+    for (SceneNode& child : node.children) {
+      child.replaced = nullptr;
+      child.hidden_from = core_invalid_index;  // only scenes ask
+      child.is_visible = random_.get_index(8) > 0;
+    }
+    return node;
   }
 
   /// Turned, scaled by 0.5 to 1.5 along each axis, mirrored as often as not, sheared.
@@ -214,14 +323,18 @@ class SceneMaker {
 
   RandomValues random_;
   SceneMotion motion_;
+  bool with_bundles_;
   std::deque<SceneShape> shapes_, moving_shapes_;
 };
 
 struct FlatPolygon {
   ObjectPath path;
-  std::vector<const SceneNode*> nodes;
+  std::vector<const SceneNode*> nodes;  ///< of the path: objects of scenes
+  const SceneShape* shape = nullptr;
   uint primitive = 0;
-  std::vector<Long3> corners;  ///< in the world
+  uint instance = 0, depth = 0;  ///< of the innermost bundle, and how many bundles it is in
+  uint shading_group = 0;        ///< with the offsets of all bundles that use one table
+  std::vector<Long3> corners;    ///< in the world
 };
 
 /// All polygons of a scene at one moment, carried into the world.
@@ -229,7 +342,9 @@ class FlatScene {
   using Matrix = GMathMatrix4x4<long double>;
   const CtxMotionBlur* blur_;
   double time_;
-  std::map<std::pair<ObjectPath, uint>, uint> places_;
+  /// What a hit says of its polygon. Instances of one geometry in several bundles may say the same.
+  using Key = std::tuple<ObjectPath, const GeometryObject*, uint, uint, uint, uint>;
+  std::multimap<Key, uint> places_;
   struct Object {
     std::size_t first, end;
     std::vector<Long3> bounds;
@@ -242,12 +357,15 @@ class FlatScene {
 
   /// @param blur  whose samples the matrices are blended between; null: at rest
   /// @param only  the one outermost object that is wanted
-  FlatScene(const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time, uint only = core_invalid_index)
+  /// @param is_bundle  `nodes` are instances of a bundle
+  FlatScene(const std::vector<SceneNode>& nodes, const CtxMotionBlur* blur, double time, uint only = core_invalid_index,
+            bool is_bundle = false)
       : blur_(blur), time_(time) {
     for (uint index = 0; index < nodes.size(); ++index)
-      if (only == core_invalid_index || index == only) add(nodes[index], index, Matrix(), FlatPolygon());
+      if (only == core_invalid_index || index == only) add(nodes[index], index, is_bundle, Matrix(), FlatPolygon());
     for (uint k = 0; k < polygons.size(); ++k) {
-      places_[{polygons[k].path, polygons[k].primitive}] = k;
+      const FlatPolygon& p = polygons[k];
+      places_.emplace(Key(p.path, p.shape->mesh.get(), p.primitive, p.instance, p.depth, p.shading_group), k);
       std::vector<GMathVec3<float>> corners;
       for (const Long3& corner : polygons[k].corners) corners.emplace_back(corner);
       add_loose_polygon(data, corners);
@@ -273,9 +391,20 @@ class FlatScene {
     return truth;
   }
 
-  uint find(const ObjectPath& path, uint primitive) const {
-    const auto found = places_.find({path, primitive});
-    return found == places_.end() ? core_invalid_index : found->second;
+  /// The polygon of a hit: the nearest to its distance of those in `truths` that it can be.
+  uint find(const ObjectPath& path, const GeometryIntersection& hit, const std::map<uint, OracleHit>& truths) const {
+    const Key key(path, hit.geometry, hit.primitive, hit.instance, hit.depth, hit.shading_group);
+    const auto [first, end] = places_.equal_range(key);
+    uint found = core_invalid_index;
+    long double least = HUGE_VALL;
+    for (auto at = first; at != end; ++at) {
+      const auto truth = truths.find(at->second);
+      if (truth == truths.end()) continue;
+      const long double gap = std::isnan(truth->second.t) ? 0 : std::fabs(truth->second.t - hit.distance);
+      if (gap < least) found = at->second;
+      least = std::min(least, gap);
+    }
+    return found;
   }
 
   /// An item's matrix by the rule of the description: evaluated at the samples, in between blended entry by entry.
@@ -293,15 +422,26 @@ class FlatScene {
   }
 
  private:
-  void add(const SceneNode& node, uint index, const Matrix& outer, FlatPolygon polygon) {
-    polygon.path.push_back(index);
-    polygon.nodes.push_back(&node);
-    const SceneMatrix matrix = get_matrix(*node.object, blur_, time_);
+  void add(const SceneNode& node, uint index, bool is_instance, const Matrix& outer, FlatPolygon polygon) {
+    if (is_instance) {
+      if (!node.is_visible) return;
+      polygon.instance = index;
+      ++polygon.depth;
+      polygon.shading_group += node.group_offset;
+    } else {
+      polygon.path.push_back(index);
+      polygon.nodes.push_back(&node);
+      polygon.instance = polygon.shading_group = 0;
+    }
+    if (node.is_bundle && node.has_table) polygon.shading_group = 0;
+    const SceneMatrix matrix = get_matrix(*node.item, blur_, time_);
     Matrix inner;
     for (uint k = 0; k < 16; ++k) inner.m[k / 4][k % 4] = matrix.m[k / 4][k % 4];
     inner = outer * inner;
-    for (uint k = 0; k < node.children.size(); ++k) add(node.children[k], k, inner, polygon);
+    for (uint k = 0; k < node.children.size(); ++k) add(node.children[k], k, node.is_bundle, inner, polygon);
     if (node.shape == nullptr) return;
+    polygon.shape = node.shape;
+    const uint group_offset = polygon.shading_group;
     polygon.primitive = 0;
     GMathBbox3<long double> box;
     const std::size_t first = polygons.size();
@@ -309,6 +449,7 @@ class FlatScene {
       polygon.corners.clear();
       for (const Long3& corner : corners) polygon.corners.push_back(inner.transform_point(corner));
       for (const Long3& corner : polygon.corners) box.add(corner);
+      polygon.shading_group = group_offset + node.shape->mesh->get_primitive_shading_group(polygon.primitive);
       polygons.push_back(polygon);
       ++polygon.primitive;
     }
