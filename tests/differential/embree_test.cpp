@@ -9,6 +9,7 @@
 #include "support/mesh_file.h"
 #include "support/mesh_oracle.h"
 #include "support/ray_query.h"
+#include "support/scene_worlds.h"
 #include "support/test_scale.h"
 
 namespace {
@@ -47,7 +48,9 @@ double get_tolerance(const OracleHit& truth, const Hit& hit) {
 }
 
 /// Whether two answers to one ray are the same, or differ for one of the two good reasons.
-bool can_both_be_right(const PolyMeshData& data, const TestRay& ray, const Hit& a, const Hit& b) {
+/// @param graze  from an edge, in units in the last place
+bool can_both_be_right(const PolyMeshData& data, const TestRay& ray, const Hit& a, const Hit& b,
+                       long double graze = 64) {
   if (a.triangle == none && b.triangle == none) return true;
   const Hit &nearer = a.distance < b.distance ? a : b, &other = a.distance < b.distance ? b : a;
   const OracleHit truth = ask_oracle(data, ray, nearer.triangle);
@@ -56,13 +59,13 @@ bool can_both_be_right(const PolyMeshData& data, const TestRay& ray, const Hit& 
     const double other_tolerance = get_tolerance(ask_oracle(data, ray, other.triangle), other);
     if (other.distance - nearer.distance <= tolerance + other_tolerance) return true;
   }
-  return truth.edge_distance <= 64 || std::fabs(truth.t - ray.tnear) <= tolerance;
+  return truth.edge_distance <= graze || std::fabs(truth.t - ray.tnear) <= tolerance;
 }
 
-/// Embree over the triangles of a mesh.
+/// Embree over the triangles of a mesh, or over instances of it.
 class EmbreeMesh {
  public:
-  explicit EmbreeMesh(const PolyMeshData& data) {
+  explicit EmbreeMesh(const PolyMeshData& data) : triangle_count_(static_cast<uint>(data.polygon_sizes.size())) {
     rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
     RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
     const auto fill = [&](RTCBufferType type, RTCFormat format, const void* items, std::size_t count) {
@@ -75,8 +78,30 @@ class EmbreeMesh {
     rtcReleaseGeometry(geometry);
     rtcCommitScene(scene_);
   }
+  /// Puts the mesh in a scene of instances.
+  /// @param matrices  [instance][sample], the samples spread over the times from 0 to 1
+  void set_instances(const std::vector<std::vector<SceneMatrix>>& matrices) {
+    mesh_ = scene_;
+    scene_ = rtcNewScene(device_);
+    rtcSetSceneFlags(scene_, RTC_SCENE_FLAG_ROBUST);
+    for (const std::vector<SceneMatrix>& samples : matrices) {
+      RTCGeometry geometry = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_INSTANCE);
+      rtcSetGeometryInstancedScene(geometry, mesh_);
+      rtcSetGeometryTimeStepCount(geometry, static_cast<uint>(samples.size()));
+      for (uint sample = 0; sample < samples.size(); ++sample) {
+        float rows[12];
+        for (uint k = 0; k < 12; ++k) rows[k] = static_cast<float>(samples[sample].m[k / 4][k % 4]);
+        rtcSetGeometryTransform(geometry, sample, RTC_FORMAT_FLOAT3X4_ROW_MAJOR, rows);
+      }
+      rtcCommitGeometry(geometry);
+      rtcAttachGeometry(scene_, geometry);
+      rtcReleaseGeometry(geometry);
+    }
+    rtcCommitScene(scene_);
+  }
   ~EmbreeMesh() {
     rtcReleaseScene(scene_);
+    if (mesh_ != nullptr) rtcReleaseScene(mesh_);
     rtcReleaseDevice(device_);
   }
   EmbreeMesh(const EmbreeMesh&) = delete;
@@ -88,16 +113,21 @@ class EmbreeMesh {
     RTCRayHit query = {};
     const VecF origin(ray.origin), direction(ray.direction);
     query.ray = {origin.x,    origin.y,    origin.z,    static_cast<float>(ray.tnear),
-                 direction.x, direction.y, direction.z, 0.0f,
+                 direction.x, direction.y, direction.z, static_cast<float>(ray.time),
                  HUGE_VALF,   0xFFFFFFFFu, 0,           0};
     query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene_, &context, &query);
-    return query.hit.geomID == RTC_INVALID_GEOMETRY_ID ? Hit() : Hit{query.hit.primID, query.ray.tfar};
+    const uint instance = mesh_ != nullptr ? query.hit.instID[0] : 0;
+    return query.hit.geomID == RTC_INVALID_GEOMETRY_ID
+               ? Hit()
+               : Hit{instance * triangle_count_ + query.hit.primID, query.ray.tfar};
   }
 
  private:
   RTCDevice device_ = rtcNewDevice("threads=1");
   RTCScene scene_ = rtcNewScene(device_);
+  RTCScene mesh_ = nullptr;  ///< below instances
+  uint triangle_count_;
 };
 
 void compare(QueryWorld& world, const MeshScene& scene) {
@@ -132,6 +162,53 @@ TEST(Embree, generated_meshes) {
                                  {"coincident", make_coincident(500, 3, 5)},
                                  {"far sphere", transformed(make_sphere(5), 1.0f, {100, 50, -70})}})
     compare(world, scene);
+}
+
+TEST(Embree, instances_at_rest_and_in_motion) {
+  QueryWorld world(most_scene_groups);
+  const SceneShape shape(world, make_torus(24, 12));
+  const auto triangles = static_cast<uint>(shape.data.polygon_sizes.size());
+  const CtxMotionBlur blur(0.0, 1.0, 3);
+  SceneMaker maker(world, 4, SceneMotion::none);
+  SceneNode bundle;
+  bundle.is_bundle = true;
+  bundle.has_table = false;
+  bundle.keys = {{}};
+  std::vector<std::vector<SceneMatrix>> at_rest, moving;
+  for (uint k = 0; k < 20; ++k) {
+    std::vector<SceneMatrix> samples;
+    for (uint sample = 0; sample < 3; ++sample) {
+      samples.push_back(sample == 0 ? maker.make_matrix() : samples[0]);
+      for (uint entry = 0; entry < 12; ++entry) {
+        double& value = samples.back().m[entry / 4][entry % 4];
+        value = static_cast<float>(value + 0.1 * sample * std::sin(5.0 * entry + sample));
+      }
+    }
+    bundle.children.push_back(make_node(shape, {{0.0, samples[0]}, {0.5, samples[1]}, {1.0, samples[2]}}));
+    at_rest.push_back({samples[0]});
+    moving.push_back(samples);
+  }
+  const GasObject& structure = *make_object(world, bundle)->get_structure();
+  for (const CtxMotionBlur* used : {static_cast<const CtxMotionBlur*>(nullptr), &blur}) {
+    EmbreeMesh embree(shape.data);
+    embree.set_instances(used != nullptr ? moving : at_rest);
+    for (const double time : {0.0, 0.25, 0.5, 0.875, 1.0}) {
+      const PolyMeshData flat = FlatScene(bundle.children, used, time, none, true).data;
+      std::vector<TestRay> rays = make_single_rays(flat, scaled(6000, 2000), 1);
+      for (TestRay& ray : rays) ray.time = time;
+      GeometryRayPacket packet;
+      ask_rays(world, structure, packet, rays, {true, used});
+      for (uint k = 0; k < rays.size(); ++k) {
+        const GeometryIntersection& hit = packet.get_nearest(k);
+        const Hit ours = hit.geometry == nullptr ? Hit() : Hit{hit.instance * triangles + hit.primitive, hit.distance};
+        const Hit theirs = embree.shoot(rays[k]);
+        EXPECT_TRUE(can_both_be_right(flat, rays[k], ours, theirs, 1000))
+            << "ray " << k << " at " << time << ": " << ours.triangle << " at " << ours.distance << ", Embree "
+            << theirs.triangle << " at " << theirs.distance;
+      }
+      if (used == nullptr) break;
+    }
+  }
 }
 
 TEST(Embree, meshes_of_the_data_folder) {

@@ -21,7 +21,7 @@ using Vec = GMathVec3<double>;
 /// @param normal  (point at rest) -> outwards
 /// @param place   (vertex, time) -> where it is
 template <class Normal, class Place>
-void expect_no_leaks(QueryWorld& world, std::initializer_list<const GasObject*> structures, const PolyMeshData& mesh,
+void expect_no_leaks(QueryWorld& world, const std::vector<const GasObject*>& structures, const PolyMeshData& mesh,
                      double size, const Normal& normal, const Place& place, const CtxMotionBlur* blur,
                      const std::string& what) {
   RandomValues random(7);
@@ -148,7 +148,7 @@ TEST(WatertightMotion, deforming_meshes) {
   }
 }
 
-TEST(WatertightMotion, moving_objects_in_clusters) {
+TEST(WatertightMotion, moving_objects_and_instances_in_clusters) {
   QueryWorld world;
   const SceneShape sphere(world, make_sphere(5));
   const auto grid = std::make_shared<GasGeometry>();
@@ -166,16 +166,26 @@ TEST(WatertightMotion, moving_objects_in_clusters) {
       std::vector<SceneNode> nodes;
       nodes.push_back(make_node(sphere, {{0.0, {}}, {1.0, end}}));
       nodes.push_back(make_node(sphere, {{0.0, make_translation({0, 0, -400})}}));  // more than one: cut into clusters
+      SceneNode bundle;
+      bundle.is_bundle = true;
+      bundle.has_table = false;
+      bundle.keys = {{}};
+      bundle.children = nodes;
       nodes[0].geometry = std::move(geometry);
       nodes[0].structure = std::move(structure);
       const auto scene = build_scene(world, nodes);
-      EXPECT_TRUE(scene->get_cluster_count(0) > 8 || what != "four-wide tree");
+      const bool is_four_wide = what == "four-wide tree";  // whose geometry the bundle has
+      EXPECT_TRUE(scene->get_cluster_count(0) > 8 || !is_four_wide);
       const auto place = [&](u32 vertex, double time) {
         const Vec p(data.positions[vertex]);
         return p + (end.transform_point(p) - p) * time;
       };
-      expect_no_leaks(world, {scene.get()}, data, 1.0, get_sphere_normal, place, &blur,
+      std::vector<const GasObject*> structures = {scene.get()};
+      if (is_four_wide) structures.push_back(make_object(world, bundle)->get_structure());
+      expect_no_leaks(world, structures, data, 1.0, get_sphere_normal, place, &blur,
                       what + ", travel of " + std::to_string(travel));
+      if (is_four_wide && travel == 0.0)
+        expect_no_leaks(world, {structures[1]}, data, 1.0, get_sphere_normal, get_places(data), nullptr, "at rest");
     };
     check(sphere.data, sphere.mesh, sphere.structure, "four-wide tree");
     check(sphere.data, sphere.mesh, grid, "grid");

@@ -14,6 +14,7 @@
 #include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_module_clusters.h"
 #include "gas/gas_scene_tree.h"
+#include "support/bundle_input.h"
 #include "support/curve_check.h"
 #include "support/fake_geometry.h"
 #include "support/ray_query.h"
@@ -158,8 +159,27 @@ TEST(Allocation, scenes_take_none_at_any_depth) {
   expect_none_repeated(world, outer);
 }
 
+TEST(Allocation, bundles_take_none_once_their_motion_is_refitted) {
+  QueryWorld world;
+  FakeGeometry geometry;
+  geometry.add_row(500);
+  geometry.moves = true;
+  geometry.velocity = {0, 1, 0};
+  BundleInput input;
+  for (uint k = 0; k < 3; ++k) {
+    input.add(&geometry, {});
+    input.matrices.back().m[2][3] = 10.0 * k;
+  }
+  GasGeometryBundle bundle;
+  input.create(world.app, bundle);
+  expect_none_repeated(world, bundle);
+}
+
 // One structure of each kind over the same row of boxes, and what is done with it while one allocation is refused.
 namespace {
+
+/// All instances are displaced: their structures are built by queries.
+struct DisplacedBundle : GasGeometryBundle {};
 
 struct Row {
   explicit Row(uint thread_count) : world(8, thread_count), geometry(2) {
@@ -184,7 +204,11 @@ struct Row {
       aside.m[2][3] = 10.0 * k;
       objects.back()->set_global_matrix_keys({{0, aside}, {1, aside}}, 0.0);
       pointers.push_back(objects.back().get());
+      input.add(&geometry, aside);
+      input.modules.push_back(&displacement);
     }
+    input.lists = CoreArray<CoreVector<uint>>(6);
+    for (CoreVector<uint>& list : input.lists) list.resize(1);
     world.ctx.set_motion_blur(&shutter);
     world.shader.motion_blur = &shutter;
     packet.resize(4);
@@ -201,6 +225,8 @@ struct Row {
   void create(GasSceneTree& structure, AppProgressBar* bar) {
     structure.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(pointers.data(), 6), bar);
   }
+  void create(GasGeometryBundle& structure, AppProgressBar* bar) { input.create(world.app, structure, bar); }
+  void create(DisplacedBundle& structure, AppProgressBar* bar) { input.create_displaced(world.app, structure, bar); }
   /// By a thread that queries for the first time.
   uint count_hits(const GasObject& structure, bool moving) {
     CtxShader shader;
@@ -219,6 +245,9 @@ struct Row {
   std::shared_ptr<GasGeometryBvh4> inner;
   std::vector<std::unique_ptr<ModuleGeometry>> objects;
   std::vector<ModuleSceneObject*> pointers;
+  ModuleDisplacement displacement{CoreString("noise"),
+                                  {std::make_shared<GeometryNoiseHeight>(GeometryNoiseSettings())}};
+  BundleInput input;
   const CtxMotionBlur shutter{0.0, 1.0, 3};
   GeometryRayPacket packet;
 };
@@ -246,8 +275,8 @@ void refuse_each(const char* what, uint thread_count, bool is_built_before, cons
       bar->finish();
       EXPECT_TRUE(open_task.is_empty()) << what << " " << number << " left open: " << open_task.get_data();
       const uint at_rest = row.count_hits(structure, false), moving = row.count_hits(structure, true);
-      EXPECT_TRUE(at_rest == 4 || (was_refused && at_rest == 0 && !gmath_is_valid_box(structure.get_bbox())))
-          << what << number;
+      const bool is_lost = std::is_same_v<Structure, DisplacedBundle> || !gmath_is_valid_box(structure.get_bbox());
+      EXPECT_TRUE(at_rest == 4 || (was_refused && at_rest == 0 && is_lost)) << what << number;
       EXPECT_EQ(moving, at_rest) << what << " " << number;  // rays at 0.3 meet boxes that moved by 0.3 and at rest
       structure.get_memory_size();
       row.create(structure, nullptr);
@@ -297,5 +326,15 @@ TEST_P(AllocationRefused, grids_stay_empty_or_whole) { refuse_everything<GasGeom
 TEST_P(AllocationRefused, hair_stays_empty_or_whole) { refuse_everything<GasFur>(GetParam()); }
 
 TEST_P(AllocationRefused, scenes_stay_empty_or_whole) { refuse_everything<GasSceneTree>(GetParam()); }
+
+TEST_P(AllocationRefused, bundles_stay_empty_or_whole) {
+  refuse_everything<GasGeometryBundle>(GetParam());
+  refuse_each<DisplacedBundle>(
+      "displaced", GetParam(), false,
+      [](Row& row, DisplacedBundle& structure, AppProgressBar* bar) { row.create(structure, bar); });
+  refuse_each<DisplacedBundle>(
+      "first displaced query", GetParam(), true,
+      [](Row& row, DisplacedBundle& structure, AppProgressBar*) { row.count_hits(structure, true); });
+}
 
 INSTANTIATE_TEST_SUITE_P(Threads, AllocationRefused, testing::Values(1u, 4u));

@@ -118,6 +118,10 @@ TEST_P(GasStop, leaves_an_empty_structure_and_closed_stages) {
                                                                    scene->get_objects().get_count()),
                      bar);
   });
+  BundleInput input;
+  for (const SceneNode& node : nodes) input.add(mesh.mesh.get(), node.keys[0].matrix);
+  check<GasGeometryBundle>(
+      [&](GasGeometryBundle& structure, AppProgressBar* bar) { input.create(world.app, structure, bar); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, GasStop, testing::Values(1u, 3u));

@@ -29,6 +29,11 @@ std::vector<SceneNode> make_nodes(const SceneShape& shape, uint count, double wa
   return nodes;
 }
 
+/// Moves all instances of a bundle by `way`, a double, in a unit of time.
+void move(void* way, const double& time, SceneMatrix* matrices) {
+  for (uint k = 0; k < 8; ++k) matrices[k] = make_translation({2.0 * k, *static_cast<double*>(way) * time, 0});
+}
+
 /// Of each kind two, which move differently.
 class GasStructures : public testing::Test {
  protected:
@@ -70,6 +75,13 @@ class GasStructures : public testing::Test {
     bar->finish();
     return trace.get_text();
   }
+  /// As the scenes, but its instances are meshes.
+  void create(GasGeometryBundle& of_instances, const SceneShape& shape, double& way, AppProgressBar* bar = nullptr) {
+    BundleInput input;
+    for (uint k = 0; k < 8; ++k) input.add(shape.mesh.get(), make_translation({2.0 * k, 0, 0}));
+    input.create(world.app, of_instances, bar);
+    of_instances.set_matrices_callback(move, &way);
+  }
   static CoreBasicArray<ModuleSceneObject*> get_objects(const GasSceneTree& scene) {
     return CoreBasicArray<ModuleSceneObject*>::make_view(scene.get_objects().get_items(),
                                                          scene.get_objects().get_count());
@@ -85,6 +97,8 @@ class GasStructures : public testing::Test {
   const BuiltFur fur{world.ctx, make_fur(1)}, other_fur{world.ctx, make_fur(2)};
   std::vector<SceneNode> nodes = make_nodes(mesh, 8, 10), other_nodes = make_nodes(other_mesh, 8, 20);
   const std::shared_ptr<GasSceneTree> scene = build_scene(world, nodes), other_scene = build_scene(world, other_nodes);
+  double way = 10, other_way = 20;
+  GasGeometryBundle bundle, other_bundle;
 };
 
 TEST_F(GasStructures, have_class_records_under_their_names) {
@@ -107,6 +121,8 @@ TEST_F(GasStructures, count_their_memory) {
   expect_memory_to_be_counted(*mesh.structure);
   expect_memory_to_be_counted(fur.structure);
   expect_memory_to_be_counted(*scene);
+  create(bundle, mesh, way);
+  expect_memory_to_be_counted(bundle);
 }
 
 TEST_F(GasStructures, forget_motion_with_what_it_was_made_for) {
@@ -125,6 +141,10 @@ TEST_F(GasStructures, forget_motion_with_what_it_was_made_for) {
   expect_motion_to_be_forgotten(*scene, *other_scene, [&](GasSceneTree& structure) {
     structure.create(world.app, get_objects(*other_scene), nullptr);
   });
+  create(bundle, mesh, way);
+  create(other_bundle, other_mesh, other_way);
+  expect_motion_to_be_forgotten(bundle, other_bundle,
+                                [&](GasGeometryBundle& structure) { create(structure, other_mesh, other_way); });
 }
 
 TEST_F(GasStructures, are_not_refitted_when_nothing_moves) {
@@ -204,7 +224,8 @@ TEST_F(GasStructures, tell_each_stage_of_a_build_with_its_share_and_all_its_step
       trace([&](AppProgressBar* bar) { of_mesh.create(world.ctx, mesh.mesh.get(), mesh.mesh.get(), bar); }),
       trace([&](AppProgressBar* bar) { of_groups.create(world.ctx, &main, &main, nullptr, &extra, twice, bar); }),
       trace([&](AppProgressBar* bar) { of_fur.create(world.ctx, &fur.geometry, &fur.geometry, bar); }),
-      trace([&](AppProgressBar* bar) { of_scene.create(world.app, get_objects(*scene), bar); })};
+      trace([&](AppProgressBar* bar) { of_scene.create(world.app, get_objects(*scene), bar); }),
+      trace([&](AppProgressBar* bar) { create(bundle, mesh, way, bar); })};
   EXPECT_EQ(said[0],
             "Prepare primitives 0.5 0/0\n List primitives 0.2 300/300\n Compute primitives AABB 0.8 300/300\n"
             "Build BVH 0.5 0/0\n" +
@@ -216,6 +237,8 @@ TEST_F(GasStructures, tell_each_stage_of_a_build_with_its_share_and_all_its_step
   EXPECT_EQ(said[2], "Compute primitives AABB 0.2 360/360\nBuild BVH 0.8 0/0\n" + get_tree_stages(of_fur.get_tree()));
   EXPECT_EQ(said[3],
             "check objects 0.4 8/8\ncreate tree 0.3 8/8\ncreate tree 0.3 0/0\n" + get_tree_stages(of_scene.get_tree()));
+  EXPECT_EQ(said[4], "check bundle geometries 0.4 8/8\ncreate tree 0.3 8/8\ncreate tree 0.9 0/0\n" +
+                         get_tree_stages(bundle.get_tree()));
 }
 
 TEST_F(GasStructures, tell_each_stage_of_a_refit) {
