@@ -6,10 +6,9 @@
 #include <cstring>
 
 #include "support/built_mesh.h"
+#include "support/flat_scene.h"
 #include "support/mesh_file.h"
-#include "support/mesh_oracle.h"
 #include "support/ray_query.h"
-#include "support/scene_worlds.h"
 #include "support/test_scale.h"
 
 namespace {
@@ -165,13 +164,14 @@ TEST(Embree, generated_meshes) {
 }
 
 TEST(Embree, instances_at_rest_and_in_motion) {
-  QueryWorld world(most_scene_groups);
+  QueryWorld world;
   const SceneShape shape(world, make_torus(24, 12));
   const auto triangles = static_cast<uint>(shape.data.polygon_sizes.size());
   const CtxMotionBlur blur(0.0, 1.0, 3);
   SceneMaker maker(world, 4, SceneMotion::none);
   SceneNode bundle;
   bundle.is_bundle = true;
+  bundle.merges = true;
   bundle.has_table = false;
   bundle.keys = {{}};
   std::vector<std::vector<SceneMatrix>> at_rest, moving;

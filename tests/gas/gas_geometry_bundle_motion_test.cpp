@@ -16,7 +16,7 @@ using Vec = GMathVec3<double>;
 TEST(GasGeometryBundleMotion, hits_what_the_flattened_bundle_hits_at_the_same_moment) {
   const CtxMotionBlur two(0.0, 1.0, 2), five(0.0, 1.0, 5), closed(0.4, 0.4, 1);
   for (uint seed = 1; seed <= scaled(2, 1); ++seed) {
-    QueryWorld world(most_scene_groups, seed);  // with one thread and with several
+    BundleWorld world(seed);  // with one thread and with several
     for (const SceneMotion motion : {SceneMotion::rigid, SceneMotion::deforming}) {
       SceneMaker maker(world, seed, motion, true);
       SceneNode bundle = maker.make_bundle(10, 2);
@@ -37,7 +37,7 @@ TEST(GasGeometryBundleMotion, hits_what_the_flattened_bundle_hits_at_the_same_mo
 /// Triangles that deform while their instances turn by a right angle, and so does the bundle that they are in: nothing
 /// of their boxes is to spare.
 TEST(GasGeometryBundleMotion, what_deforms_may_turn_at_once) {
-  QueryWorld world(most_scene_groups, 2);
+  BundleWorld world(2);
   PolyMeshData data = make_soup(1, 4, 4.0);
   data.motion_positions.assign(2, data.positions);
   for (GMathVec3<float>& position : data.motion_positions[1]) position.x += 1;
@@ -65,6 +65,46 @@ TEST(GasGeometryBundleMotion, what_deforms_may_turn_at_once) {
     for (uint k = 0; k <= 16; ++k) times.push_back(k / 16.0);
     check.check(make_timed_rays(check.flatten(0.5), times, scaled(1000, 500), samples));
   }
+}
+
+TEST(GasGeometryBundleMotion, objects_are_primitives_that_may_move) {
+  QueryWorld world;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  std::vector<std::shared_ptr<const ModuleSceneObject>> objects;
+  for (uint k = 0; k < 40; ++k) {
+    const SceneShape shape(world, transformed(make_sphere(1), 1.0f, {4.0f * static_cast<float>(k), 0, 0}));
+    SceneNode node = make_node(shape);
+    objects.push_back(make_object(world, node));
+  }
+  const SceneShape sphere(world, make_sphere(1));
+  SceneNode mover;
+  mover.is_bundle = true;
+  mover.keys = {{}};
+  mover.children.push_back(
+      make_node(sphere, {{0.0, make_translation({-8, 0, 0})}, {1.0, make_translation({-98, 0, 0})}}));
+  objects.push_back(make_object(world, mover));
+  ObjectGeometry geometry(objects);
+  BundleInput input;
+  for (uint k = 0; k < 2; ++k) input.add(&geometry, make_translation({0, 50.0 * k, 0}));
+  input.offsets = {5, 5};
+  world.entries[0] = nullptr;
+  world.shading = ShadingGroupTable(world.entries);
+  GasGeometryBundle bundle;
+  input.create(world.app, bundle);
+  // Objects have tables of their own; after each of them the bundle's group counts again.
+  GeometryRayPacket packet;
+  ask_rays(world, *bundle.get_slot_structure(0), packet, {{{-5, 0.02, 0.01}, {1, 0, 0}}},
+           {false, nullptr, [](GeometryRaytraceCtx& query) { query.shading_group_offset = 5; }});
+  EXPECT_EQ(packet.get_hits().get_hits().size(), 80u);
+  EXPECT_GT(bundle.get_cluster_count(0), 4u);  // so that queries of the objects come with a cluster's handle
+  for (const double time : {0.0, 0.5, 1.0})
+    for (uint k = 0; k < 41; ++k) {
+      const double x = k < 40 ? 4.0 * k : -8.0 - 90.0 * time;
+      const TestRay ray{{x, 50.02, -10}, {0.001, 0, 1}, 0, DBL_MAX, time};
+      const GeometryIntersection hit = shoot(world, bundle, ray, &blur);
+      EXPECT_NEAR(hit.distance, 9, 0.3) << k << " at " << time;
+      EXPECT_EQ(hit.depth, k < 40 ? 1u : 2u);
+    }
 }
 
 /// Moves the first instance along z, and notes the times.

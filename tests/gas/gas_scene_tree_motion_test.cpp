@@ -309,7 +309,8 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
       outer.is_bundle = row >> (level + 2) & 1;
       outer.keys = {{0.0, make_scaled(1.5)}};
       if (row >> level & 1) outer.keys = keys(0.1 * level);
-      outer.children = std::move(nodes);
+      outer.children.push_back(make_node(sphere, {{0.0, SceneMatrix{{{0}}}}}));  // left out
+      outer.children.push_back(std::move(nodes[0]));
       nodes.clear();
       nodes.push_back(std::move(outer));
     }
@@ -330,7 +331,7 @@ TEST(GasSceneTreeMotion, vectors_lead_to_the_end_of_the_ray_s_span) {
         const double end = used == &closed ? 0.25 : time < 0.5 ? 0.5 : 1.0;
         SceneMatrix expected, expected_end;
         for (const SceneNode* node = nodes.data(); node != nullptr;
-             node = node->children.empty() ? nullptr : node->children.data()) {
+             node = node->children.empty() ? nullptr : &node->children.back()) {
           expected = expected * FlatScene::get_matrix(*node->item, used, time);
           expected_end = expected_end * node->item->get_global_matrix_at(end);
         }

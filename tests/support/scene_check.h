@@ -10,8 +10,8 @@
 #include <set>
 #include <vector>
 
+#include "support/flat_scene.h"
 #include "support/ray_query.h"
-#include "support/scene_worlds.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
 /// Four sides around a cone and a far end.
@@ -121,7 +121,7 @@ class SceneCheck {
         EXPECT_EQ(found.result.hit_count, expected.size());
       } else if (mode == GeometryFrustumMode::all) {
         EXPECT_EQ(found.result.hit_count == found.result.total, expected.size() == nodes_.size());
-        EXPECT_TRUE(found.result.outside == 0 || expected.size() < nodes_.size());
+        EXPECT_EQ(found.result.outside != 0, expected.size() < nodes_.size());
       } else {
         EXPECT_EQ(found.result.hit_count > 0, !expected.empty());
       }
