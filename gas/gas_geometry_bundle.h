@@ -49,8 +49,9 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   /// Builds the bundle and replaces its former content. Geometries must outlive it. The structure of an instance is a
   /// GasFur for a TubeMeshFast, a GasGeometry for a TubeMesh, else a GasGeometryBvh4; instances of one geometry share
   /// it. Left out without a message: instances whose geometry is null or without primitives, whose matrix is not finite
-  /// or not invertible, whose index is out of range, or whose structure is empty. The bundle is empty if there was no
-  /// memory (a warning is logged) or the application requested a stop.
+  /// or not invertible, whose index is out of range, or whose structure is empty, also for want of memory. The bundle
+  /// is empty if there was no memory for itself (a warning is logged in both cases) or the application requested a
+  /// stop.
   ///
   /// @param app                    runs the tasks
   /// @param first                  the current geometry of queries (its render mode counts); entries may be null

@@ -28,7 +28,8 @@ class ModuleDisplacement : public ModuleSceneItem {
 
   /// The displaced mesh of an instance, in the space of `base`, which must outlive it. Heights are divided by the
   /// largest stretch of a world axis, so that no point moves farther than the bound along one.
-  /// @param matrix  of the instance; finite and not singular
+  /// @param matrix  of the instance; finite and not singular. One that moves must not become larger than with this one:
+  ///                heights follow its size, the bound does not
   /// @return null, with one sentence in `error`, as DisplacedMesh::create() fails
   std::unique_ptr<DisplacedMesh> get_mesh(const PolyMesh& base, const GMathMatrix4x4<double>& matrix,
                                           CoreString& error) const;
