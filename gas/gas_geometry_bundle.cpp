@@ -59,6 +59,7 @@ GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) 
   pre_hits = other.pre_hits;
   merge_shading_groups = other.merge_shading_groups;
   displacement_on = other.displacement_on;
+  oriented_nodes_allowed = other.oriented_nodes_allowed;
   matrices_callback = other.matrices_callback;
   matrices_user = other.matrices_user;
   const GasOutcome outcome = gas_try([&] {

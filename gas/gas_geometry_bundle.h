@@ -101,6 +101,10 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   /// Sets the source of the instances' matrices in motion; instances stand still without one. A null function keeps the
   /// former one and replaces `user`. Call dirty_motion_blur() after it if queries have run. No query may be running.
   void set_matrices_callback(MatricesCallback function, void* user);
+  /// Sets whether the structures of curves that are made from now on may have oriented nodes; initially true. With them
+  /// queries for all hits miss curves, without them those for the nearest hit are slower (GasFur). To be called before
+  /// create().
+  void set_oriented_nodes(bool allowed) { oriented_nodes_allowed = allowed; }
   /// A pre-hit function that does nothing.
   static void default_pre_hit(const CtxEval&, GeometryRaytraceCtx&, void*) {}
 
@@ -211,6 +215,7 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   CoreBasicArray<PreHitFunction> pre_hits;
   bool merge_shading_groups = false;
   bool displacement_on = false;
+  bool oriented_nodes_allowed = true;
   MatricesCallback matrices_callback;
   void* matrices_user = nullptr;
 };

@@ -23,10 +23,10 @@ namespace {
 
 const EventDeclaration declared_events[] = {EVT_ID_DESTROY};
 
-/// A structure of class Structure, created from `arguments`; null if it cannot be.
+/// The structure, created from `arguments`; null if it cannot be.
 template <class Structure, class... Arguments>
-std::unique_ptr<GasClusterable> make_structure(const CtxEval& ctx, const Arguments&... arguments) {
-  auto structure = std::make_unique<Structure>();
+std::unique_ptr<GasClusterable> create_structure(std::unique_ptr<Structure> structure, const CtxEval& ctx,
+                                                 const Arguments&... arguments) {
   const bool is_created = structure->create(ctx, arguments...);
   ctx.get_application().check_stop();  // a stopped build leaves an empty structure, which must not be kept
   return is_created ? std::move(structure) : nullptr;
@@ -54,16 +54,21 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
 std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxEval& ctx, uint instance,
                                                                       AppProgressBar* progress) const {
   const GeometryObject *first = get_first_geometry(instance), *second = get_geometry(instance);
-  if (second->is_kindof(TubeMeshFast::class_info())) return make_structure<GasFur>(ctx, first, second, progress);
-  if (second->is_kindof(TubeMesh::class_info())) return make_structure<GasGeometry>(ctx, first, second, progress);
-  if (!displacement_on) return make_structure<GasGeometryBvh4>(ctx, first, second, progress);
+  if (second->is_kindof(TubeMeshFast::class_info())) {
+    auto fur = std::make_unique<GasFur>();
+    fur->set_oriented_nodes(oriented_nodes_allowed);
+    return create_structure(std::move(fur), ctx, first, second, progress);
+  }
+  if (second->is_kindof(TubeMesh::class_info()))
+    return create_structure(std::make_unique<GasGeometry>(), ctx, first, second, progress);
+  if (!displacement_on) return create_structure(std::make_unique<GasGeometryBvh4>(), ctx, first, second, progress);
   const auto get = [&](const CoreBasicArray<GeometryObject*>& geometries) -> const GeometryObject* {
     return instance < geometries.get_count() ? geometries[instance] : nullptr;
   };
   static const CoreVector<uint> no_flags;
   const CoreVector<uint>& flags = instance < index_lists.get_count() ? index_lists[instance] : no_flags;
-  return make_structure<GasGeometry>(ctx, first, second, get(third_geometries), get(fourth_geometries),
-                                     flags.as_array(), progress);
+  return create_structure(std::make_unique<GasGeometry>(), ctx, first, second, get(third_geometries),
+                          get(fourth_geometries), flags.as_array(), progress);
 }
 
 void GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
