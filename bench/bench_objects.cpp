@@ -15,8 +15,15 @@ struct Style {
   uint mesh_count;
   uint mean_triangles;
   double least_size, greatest_size;  ///< radii of objects whose centers are about 1 apart
+  bool is_flat;                      ///< on a plane, not in a cube
 };
-constexpr Style styles[] = {{20, 5000, 0.35, 0.7}, {8, 250000, 0.7, 1.3}};
+constexpr Style styles[] = {{20, 5000, 0.35, 0.7, false}, {8, 250000, 0.7, 1.3, false}, {20, 275, 0.35, 0.7, true}};
+
+/// Triangles of mesh `number`: from nearly none to twice the mean; of plants, from 50 to 500.
+uint count_triangles(const Style& style, uint number, uint mesh_count) {
+  if (style.is_flat) return 50 + 450 * number / std::max(1u, mesh_count - 1);
+  return style.mean_triangles * (2 * number + 1) / mesh_count;
+}
 
 /// Shape `number`: a lumpy mesh, centered, in a ball of radius 1.
 BenchMesh make_shape(uint number, uint triangle_count) {
@@ -52,8 +59,10 @@ BenchMatrix make_turn(const Vec& axis, double angle) {
 }
 
 /// Position of object `number` of `count`.
-Vec make_place(uint number, uint count, BenchRandom& random) {
+Vec make_place(const Style& style, uint number, uint count, BenchRandom& random) {
   const Vec jitter = make_vec(random) * 0.4;
+  const uint flat_side = static_cast<uint>(std::ceil(std::sqrt(count)));
+  if (style.is_flat) return Vec(number % flat_side, 0.0, number / flat_side) + jitter;
   const uint side = static_cast<uint>(std::ceil(std::cbrt(count)));
   return Vec(number % side, number / side % side, number / (side * side)) + jitter;
 }
@@ -119,15 +128,14 @@ BenchObjects bench_make_objects(BenchSceneStyle style_name, uint object_count, u
   BenchRandom random(17);
   BenchObjects scene;
   const uint mesh_count = std::min(style.mesh_count, object_count);
-  for (uint k = 0; k < mesh_count; ++k)
-    scene.meshes.push_back(make_shape(k, style.mean_triangles * (2 * k + 1) / mesh_count));
+  for (uint k = 0; k < mesh_count; ++k) scene.meshes.push_back(make_shape(k, count_triangles(style, k, mesh_count)));
   for (uint k = 0; k < object_count; ++k) scene.objects.push_back({k % mesh_count, {}});
   for (std::size_t k = object_count - 1; k > 0; --k)
     std::swap(scene.objects[k].mesh, scene.objects[random.get_next() % (k + 1)].mesh);
   u32 triangles = 0;
   for (uint k = 0; k < object_count; ++k) {
     BenchObjects::Object& object = scene.objects[k];
-    object.matrices = make_matrices(style, make_place(k, object_count, random), sample_count, random);
+    object.matrices = make_matrices(style, make_place(style, k, object_count, random), sample_count, random);
     scene.first_triangles.push_back(triangles);
     triangles += scene.meshes[object.mesh].get_triangle_count();
   }
@@ -136,7 +144,9 @@ BenchObjects bench_make_objects(BenchSceneStyle style_name, uint object_count, u
 
 bool bench_read_scene_name(const std::string& name, BenchSceneStyle& style, uint& object_count) {
   std::string kind;
-  if (!bench_split_name(name, kind, object_count) || object_count > 100000) return false;
-  style = kind == "swarm" ? BenchSceneStyle::swarm : BenchSceneStyle::giants;
-  return kind == "swarm" || kind == "giants";
+  if (!bench_split_name(name, kind, object_count) || object_count > 1000000) return false;
+  const std::string kinds[] = {"swarm", "giants", "plants"};  // in the order of the styles
+  const auto found = std::find(std::begin(kinds), std::end(kinds), kind);
+  style = static_cast<BenchSceneStyle>(found - std::begin(kinds));
+  return found != std::end(kinds);
 }

@@ -34,12 +34,13 @@ struct BenchObjects {
 };
 
 enum class BenchSceneStyle {
-  swarm,  ///< side by side in a cube: up to 20 meshes of 5 000 triangles on average
-  giants  ///< overlapping deeply: up to 8 meshes of 250 000 triangles
+  swarm,   ///< side by side in a cube: up to 20 meshes of 5 000 triangles on average
+  giants,  ///< overlapping deeply: up to 8 meshes of 250 000 triangles
+  plants   ///< side by side on a plane: up to 20 meshes of 50 to 500 triangles
 };
 
 /// The same scene on every machine with the same mathematical functions.
 /// @param sample_count  0: static. Else each object moves by a part of its size and turns by up to 0.4 radians
 BenchObjects bench_make_objects(BenchSceneStyle style, uint object_count, uint sample_count);
-/// "swarm-10k", "giants-200": style and number of objects. False for any other name.
+/// "swarm-10k", "giants-200", "plants-200k": style and number of objects. False for any other name.
 bool bench_read_scene_name(const std::string& name, BenchSceneStyle& style, uint& object_count);

@@ -6,12 +6,14 @@
 //   bench_peers dragon.ply --sets bounce --only-ours --rounds 20        (under a profiler)
 //   bench_peers --no-knot --no-terrain --hair fur-200k,fur-5m --motion 0,2,8
 //   bench_peers --no-knot --no-terrain --scene swarm-10k,giants-200 --motion 0,2,8
+//   bench_peers --no-knot --no-terrain --bundle plants-200k,swarm-10k,giants-200 --motion 0,2,8
 //
 // It fails on bad input, never on a time.
 #include <CLI/CLI.hpp>
 #include <fstream>
 #include <iostream>
 
+#include "bench/bench_displaced_bundle.h"
 #include "bench/bench_mesh_file.h"
 #include "bench/bench_peers_hair.h"
 #include "bench/bench_peers_mesh.h"
@@ -21,9 +23,10 @@ namespace {
 
 struct Settings {
   PeerSettings measure;
-  std::vector<std::string> files, hair, scenes, curves = {"cubic", "linear"};
+  std::vector<std::string> files, hair, scenes, bundles, curves = {"cubic", "linear"};
   std::vector<uint> motion = {0};
   uint terrain_triangles = 8000000, knot_triangles = 200000;
+  uint displaced_instances = 0;
   bool no_terrain = false, no_knot = false;
   std::string json_path;
 };
@@ -40,7 +43,8 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_option(
          "--peers", settings.measure.peers,
          "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Scenes: this "
-         "library with one leaf per object. Hair: this library without oriented nodes, Embree's round curves at "
+         "library with one leaf per object; of a bundle, with one object per instance. Hair: this library without "
+         "oriented nodes, Embree's round curves at "
          "SSE4.2 or its best")
       ->delimiter(',')
       ->check(CLI::IsMember(peers))
@@ -65,8 +69,15 @@ void add_options(CLI::App& app, Settings& settings) {
       ->check(CLI::IsMember({"cubic", "linear"}))
       ->capture_default_str();
   app.add_option("--scene", settings.scenes,
-                 "Scenes to make: swarm or giants and the number of objects, as swarm-10k,giants-200")
+                 "Scenes to make: swarm, giants or plants and the number of objects, as swarm-10k,giants-200")
       ->delimiter(',');
+  app.add_option(
+         "--bundle", settings.bundles,
+         "The same as bundles of instances, as plants-200k,swarm-10k; the build includes the meshes' structures")
+      ->delimiter(',');
+  app.add_option("--displaced", settings.displaced_instances,
+                 "Time the first picture of a bundle of so many displaced instances, all of them in view or a tenth")
+      ->check(CLI::Range(10, 100000));
   app.add_option("--motion", settings.motion, "Motion samples of hair and scenes, 0 for static ones; one run each")
       ->delimiter(',')
       ->check(CLI::IsMember({0, 2, 3, 4, 5, 6, 7, 8}))
@@ -119,17 +130,18 @@ bool measure_hair(const Settings& settings, const std::string& name, std::vector
   return true;
 }
 
-bool measure_scene(const Settings& settings, const std::string& name, std::vector<PeerReport>& reports) {
+bool measure_scene(const Settings& settings, const std::string& name, bool is_bundle,
+                   std::vector<PeerReport>& reports) {
   BenchSceneStyle style{};
   uint object_count = 0;
   if (!bench_read_scene_name(name, style, object_count)) {
-    std::cerr << name << ": a scene is named like swarm-10k or giants-200\n";
+    std::cerr << name << ": a scene is named like swarm-10k, giants-200 or plants-200k\n";
     return false;
   }
   for (const uint samples : settings.motion) {
     BenchObjects objects = bench_make_objects(style, object_count, samples);
     objects.name = name + get_motion_text(samples);
-    if (!measure(settings, PeerScene(std::move(objects)), reports)) return false;
+    if (!measure(settings, PeerScene(std::move(objects), is_bundle), reports)) return false;
   }
   return true;
 }
@@ -175,8 +187,13 @@ int main(int argc, char** argv) {
     if (!measure_hair(settings, name, reports)) return 1;
   }
   for (const std::string& name : settings.scenes) {
-    if (!measure_scene(settings, name, reports)) return 1;
+    if (!measure_scene(settings, name, false, reports)) return 1;
   }
+  for (const std::string& name : settings.bundles) {
+    if (!measure_scene(settings, name, true, reports)) return 1;
+  }
+  if (settings.displaced_instances > 0)
+    bench_print_first_pictures(settings.displaced_instances, settings.measure.size, settings.measure.threads.back());
   if (!settings.json_path.empty() && !write_json(settings.json_path, peer_make_json(machine, reports))) return 1;
   return 0;
 }

@@ -32,8 +32,10 @@ struct PeerContender {
   double refit_seconds = 0.0;  ///< of the refit by the first motion query
 
   /// Makes Embree's device and the scene that `describe` returns, and builds it.
+  /// @param counts_describe  its time is a part of the build's
   static PeerContender make_embree(BenchClock clock, const std::string& isa, uint thread_count,
-                                   const std::function<std::unique_ptr<EmbreeScene>(EmbreeDevice&)>& describe);
+                                   const std::function<std::unique_ptr<EmbreeScene>(EmbreeDevice&)>& describe,
+                                   bool counts_describe = false);
   /// Makes a world, with motion blur if there are samples.
   static PeerContender make_ours(uint thread_count, uint sample_count);
   /// Measures the first motion query; does nothing without motion blur.

@@ -1,6 +1,7 @@
 #include "bench/bench_scene.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "gas/gas_module_clusters.h"
 
@@ -56,6 +57,44 @@ void BenchObjectsScene::create_tree() {
 u64 BenchObjectsScene::get_total_bytes() const {
   u64 bytes = tree_.get_memory_size();
   for (const auto& structure : structures_) bytes += structure->get_memory_size();
+  return bytes;
+}
+
+BenchBundleScene::BenchBundleScene(BenchWorld& world, const BenchObjects& objects,
+                                   const std::vector<std::shared_ptr<PolyMesh>>& meshes, uint worker_count)
+    : BenchStructure(world, worker_count),
+      objects_(objects),
+      geometries_(static_cast<uint>(meshes.size())),
+      kinds_(static_cast<uint>(objects.objects.size())),
+      matrices_(kinds_.get_count()) {
+  set_first_primitives(objects.first_triangles.data(), true);
+  for (uint mesh = 0; mesh < meshes.size(); ++mesh) geometries_[mesh] = meshes[mesh].get();
+  for (uint k = 0; k < kinds_.get_count(); ++k) {
+    kinds_[k] = objects.objects[k].mesh;
+    matrices_[k] = objects.objects[k].matrices.front();
+  }
+  if (!objects.has_motion()) return;
+  // Called at the motion samples, which are those of the objects.
+  const auto write_matrices = [](void* user, const double& time, BenchMatrix* matrices) {
+    const auto& all = *static_cast<const BenchObjects*>(user);
+    const auto sample = static_cast<std::size_t>(std::lround(time * (all.get_sample_count() - 1)));
+    for (const BenchObjects::Object& object : all.objects) *matrices++ = object.matrices[sample];
+  };
+  bundle_.set_matrices_callback(write_matrices, const_cast<BenchObjects*>(&objects_));
+}
+
+void BenchBundleScene::create() {
+  build([&](AppProgressBar* progress) {
+    bundle_.create(get_world().app, geometries_, geometries_, kinds_, kinds_, {}, matrices_, {}, {}, {},
+                   /*merge_shading_groups=*/true, progress);
+  });
+}
+
+u64 BenchBundleScene::get_total_bytes() const {
+  u64 bytes = bundle_.get_memory_size();
+  for (uint slot = 0; slot < bundle_.get_slot_count(); ++slot) {
+    if (const GasClusterable* structure = bundle_.get_slot_structure(slot)) bytes += structure->get_memory_size();
+  }
   return bytes;
 }
 
@@ -127,8 +166,10 @@ void BenchStructure::trace_nearest(Worker& worker, const BenchRaySet& set, Bench
       hits[ray] = BenchHit();
       continue;
     }
-    const u32 before =
-        first_primitives_ != nullptr ? first_primitives_[worker.packet.get_nearest_path(ray)[0].object_index] : 0;
+    const auto get_object = [&] {
+      return is_bundle_ ? hit.instance : worker.packet.get_nearest_path(ray)[0].object_index;
+    };
+    const u32 before = first_primitives_ != nullptr ? first_primitives_[get_object()] : 0;
     hits[ray] = {static_cast<float>(hit.distance), before + hit.primitive};
   }
 }

@@ -12,6 +12,7 @@
 #include "bench/bench_tracer.h"
 #include "gas/gas_fur.h"
 #include "gas/gas_geometry.h"
+#include "gas/gas_geometry_bundle.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_scene_tree.h"
 #include "vq_ctx/ctx_eval.h"
@@ -61,8 +62,12 @@ class BenchStructure : public BenchTracer {
   BenchStructure(BenchWorld& world, uint worker_count);
   virtual const GasObject& get_doors() const = 0;
   void build(const std::function<void(AppProgressBar*)>& create);
-  /// Hits then have primitive numbers over all objects: [object] is the number of its first primitive.
-  void set_first_primitives(const u32* first_primitives) { first_primitives_ = first_primitives; }
+  /// Hits then have primitive numbers over all objects: [object] is the number of its first primitive. In a bundle
+  /// objects are instances.
+  void set_first_primitives(const u32* first_primitives, bool is_bundle = false) {
+    first_primitives_ = first_primitives;
+    is_bundle_ = is_bundle;
+  }
   BenchWorld& get_world() { return world_; }
 
  private:
@@ -81,6 +86,7 @@ class BenchStructure : public BenchTracer {
   std::vector<std::unique_ptr<Worker>> workers_;
   BenchAnyHitQuery any_hit_query_ = BenchAnyHitQuery::nearest;
   const u32* first_primitives_ = nullptr;
+  bool is_bundle_ = false;
 };
 
 /// The structure over a mesh.
@@ -134,6 +140,28 @@ class BenchObjectsScene final : public BenchStructure {
   std::vector<std::shared_ptr<GasGeometryBvh4>> structures_;
   std::vector<std::unique_ptr<ModuleGeometry>> objects_;
   GasSceneTree tree_;
+};
+
+/// A bundle of instances that share meshes.
+class BenchBundleScene final : public BenchStructure {
+ public:
+  /// Prepares the arrays, but makes no structure. `objects` and `meshes` must outlive the scene.
+  BenchBundleScene(BenchWorld& world, const BenchObjects& objects, const std::vector<std::shared_ptr<PolyMesh>>& meshes,
+                   uint worker_count);
+
+  /// Builds the structures of the meshes and the bundle's own.
+  void create();
+  u64 get_tree_bytes() const override { return bundle_.get_memory_size(); }
+  u64 get_total_bytes() const override;
+
+ private:
+  const GasObject& get_doors() const override { return bundle_; }
+
+  const BenchObjects& objects_;
+  CoreBasicArray<GeometryObject*> geometries_;
+  CoreBasicArray<uint> kinds_;
+  CoreBasicArray<BenchMatrix> matrices_;
+  GasGeometryBundle bundle_;
 };
 
 /// The structure over hair.
