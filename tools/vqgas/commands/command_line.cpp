@@ -55,7 +55,8 @@ CLI::Validator is_positive_number() {
 
 std::string get_file_help() {
   return "Scene and mesh files (glTF, FBX, Collada, OBJ, PLY, STL, ...), hair files (.hair of the cyHair format; "
-         ".curves or .txt with x y z radius a line and an empty line between strands) or built-in scenes: demo:NAME "
+         ".curves or .txt with x y z radius a line and an empty line between strands), scatter files (.json) or "
+         "built-in scenes: demo:NAME "
          "with NAME one of " +
          list_demo_scenes();
 }
@@ -112,7 +113,10 @@ void add_view_options(CLI::App& command, std::string& view, std::string& camera,
   command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
 }
 
-void add_rate_option(CLI::App& command, SceneOptions& options) {
+void add_scene_options(CLI::App& command, SceneOptions& options) {
+  command.add_flag(
+      "--bundle", options.is_bundled,
+      "Put the objects that share a mesh or hair into one bundle of instances, instead of one object each");
   command.add_option("--fps", options.frames_per_second, "Frames per second, for files with times in seconds")
       ->capture_default_str()
       ->check(is_positive_number());
@@ -124,7 +128,7 @@ void add_info(CLI::App& app, InfoOptions& options) {
   command->add_option("--frame", options.frame, "Frame at which objects stand")
       ->capture_default_str()
       ->check(is_finite_number());
-  add_rate_option(*command, options);
+  add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the numbers as JSON; - is standard output, instead of the table");
@@ -168,7 +172,7 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
                    "they have not built are gray")
       ->check([](const std::string& text) { return text.find('/') == text.npos ? is_view()(text) : std::string(); })
       ->type_name("VIEW|CAMERA");
-  add_rate_option(*command, options);
+  add_scene_options(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
@@ -189,7 +193,7 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       ->type_name("ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
   command->add_flag("--all", options.all, "All hits of each ray, nearest first, instead of the nearest");
   command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
-  add_rate_option(*command, options);
+  add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the hits as JSON as well; - is standard output, instead of CSV");
@@ -226,7 +230,7 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
   command->add_option("--frame", options.frame, "Frame at which objects stand")
       ->capture_default_str()
       ->check(is_finite_number());
-  add_rate_option(*command, options);
+  add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
@@ -265,6 +269,57 @@ void add_groom(CLI::App& app, GroomOptions& options) {
       "Roots are spread evenly over the area. The same call writes the same bytes for any number of threads.\n"
       "Example:\n  vqgas groom bunny.obj -o fur.hair --strands 200000 --length 0.04 --curl 0.5 --seed 7\n"
       "  vqgas render bunny.obj fur.hair -o furry.png");
+}
+
+void add_scatter(CLI::App& app, ScatterOptions& options, std::string& scale) {
+  CLI::App* command = app.add_subcommand("scatter", "Place instances on a surface, evenly, and write a scatter file");
+  command->add_option("GEOMETRY", options.geometries, "What is placed: mesh, scene and hair files, or built-in scenes")
+      ->required();
+  command->add_option("--on", options.ground, "The ground: a scene or mesh file, or a built-in scene, at rest")
+      ->required()
+      ->type_name("GROUND");
+  command->add_option("-o,--output", options.output, "Scatter file")->required()->type_name("NAME.json");
+  CLI::Option_group* amount = command->add_option_group("Amount");
+  amount->add_option("--count", options.count, "How many instances")->check(CLI::Range(1u, most_scattered));
+  amount->add_option("--density", options.density, "Instead: instances per unit of area, in the ground's own units")
+      ->check(is_positive_number());
+  amount->require_option(1);
+  command->add_option("--seed", options.placing.seed, "Of the random numbers")->capture_default_str();
+  command->add_option("--scale", scale, "Sizes of the instances, between these")
+      ->type_name("MIN,MAX")
+      ->default_str("1,1");
+  const auto set_align = [&options](const std::string& name) { options.placing.is_aligned = name == "normal"; };
+  command->add_option_function<std::string>("--align", set_align, "Where y of an instance points")
+      ->check(CLI::IsMember({"normal", "up"}))
+      ->default_str("up");
+  command->add_option("--jitter", options.placing.tilt_degrees, "Degrees by which instances lean from there, at most")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 180.0));
+  command->add_option("--sway", options.sway_degrees, "Degrees by which instances sway to each side, in motion")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 90.0));
+  command->add_option("--period", options.sway_period, "Frames from one side to the other and back")
+      ->capture_default_str()
+      ->check(is_positive_number());
+  command->add_flag("--no-ground", options.leaves_ground_out, "Do not name the ground in the file");
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "The origin of each instance stands on the ground; it is turned around its own y at random. The same call "
+      "writes\n"
+      "the same bytes. All subcommands read the file: the instances are one object of the scene.\n"
+      "Example:\n  vqgas scatter fern.obj tuft.hair --on hill.obj --count 20000 --scale 0.5,1.5 --sway 4 -o "
+      "ferns.json\n"
+      "  vqgas render ferns.json --shutter 0,2 -o ferns.png");
+}
+
+void read_scatter_texts(const std::string& scale, ScatterOptions& options) {
+  if (!options.output.ends_with(".json")) throw UsageError("-o: '" + options.output + "' does not end in .json");
+  if (scale.empty()) return;
+  const std::vector<double> v = parse_numbers(scale, ',');
+  if (v.size() != 2 || !std::isfinite(v[0] + v[1]) || !(v[0] > 0.0) || v[0] > v[1])
+    throw UsageError("--scale: '" + scale + "' is not MIN,MAX with MIN above 0 and not above MAX");
+  options.placing.least_scale = v[0];
+  options.placing.greatest_scale = v[1];
 }
 
 template <class Options>
@@ -356,11 +411,14 @@ int run_command_line(int argc, char** argv) {
   SelectOptions select;
   SelectTexts select_texts;
   GroomOptions groom;
+  ScatterOptions scatter;
+  std::string scale;
   add_info(app, info);
   add_render(app, render, render_texts);
   add_trace(app, trace, format);
   add_select(app, select, select_texts);
   add_groom(app, groom);
+  add_scatter(app, scatter, scale);
   try {
     app.parse(argc, argv);
     if (app.got_subcommand("render")) read_render_texts(render_texts, render);
@@ -368,6 +426,7 @@ int run_command_line(int argc, char** argv) {
     check_trace_rays(trace.rays);
     if (app.got_subcommand("groom") && !groom.output.ends_with(".hair"))
       throw UsageError("-o: '" + groom.output + "' does not end in .hair");
+    if (app.got_subcommand("scatter")) read_scatter_texts(scale, scatter);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   } catch (const UsageError& error) {
@@ -380,5 +439,6 @@ int run_command_line(int argc, char** argv) {
   if (app.got_subcommand("trace")) run_trace(trace);
   if (app.got_subcommand("select")) run_select(select);
   if (app.got_subcommand("groom")) run_groom(groom);
+  if (app.got_subcommand("scatter")) run_scatter(scatter);
   return 0;
 }

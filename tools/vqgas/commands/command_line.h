@@ -13,6 +13,7 @@
 #include "tools/vqgas/scene/scene_displace.h"
 #include "tools/vqgas/scene/scene_shape.h"
 #include "tools/vqgas/source/groom.h"
+#include "tools/vqgas/source/scatter.h"
 
 struct CommonOptions {
   uint threads = 0;  ///< 0: as many as the machine runs at once
@@ -23,6 +24,7 @@ struct CommonOptions {
 struct SceneOptions : CommonOptions {
   ShapeSettings shapes;
   DisplaceOptions displace;
+  bool is_bundled = false;  ///< objects that share shapes become instances of a bundle
   double frames_per_second = 24.0;
 };
 
@@ -83,6 +85,19 @@ struct GroomOptions : CommonOptions {
   std::optional<double> density;  ///< strands per unit of area, instead of settings.curves
 };
 
+/// The most instances that the command scatter makes.
+inline constexpr uint most_scattered = 4000000;
+
+struct ScatterOptions : CommonOptions {
+  std::vector<std::string> geometries;
+  std::string ground, output;
+  uint count = 0;
+  std::optional<double> density;  ///< instances per unit of area, instead of `count`
+  ScatterSettings placing;
+  double sway_degrees = 0.0, sway_period = 24.0;
+  bool leaves_ground_out = false;
+};
+
 /// Parses the command line and runs its subcommand.
 /// @return the program's exit code: 0; 2 for an invalid command line, after an error message
 /// Throws InputError, UsageError and Interrupted.
@@ -94,3 +109,4 @@ void run_render(const RenderOptions& options);
 void run_trace(const TraceOptions& options);
 void run_select(const SelectOptions& options);
 void run_groom(const GroomOptions& options);
+void run_scatter(const ScatterOptions& options);

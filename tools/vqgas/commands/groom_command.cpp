@@ -7,9 +7,7 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/import/hair_file.h"
 #include "tools/vqgas/scene/scene_flatten.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/source/groom.h"
-#include "tools/vqgas/source/mesh_builder.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/memory_limit.h"
 #include "tools/vqgas/support/output_file.h"
@@ -17,13 +15,6 @@
 #include "vq_geometry/poly_mesh.h"
 
 namespace {
-
-void create_mesh(const std::string& name, PolyMesh& mesh) {
-  MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
-  if (source.data.polygon_sizes.empty()) throw InputError(name, "holds no mesh that fur could grow on");
-  source.name = name;
-  create_groom_mesh(std::move(source), crease_degrees, mesh);
-}
 
 /// Converts a density to a number of curves and checks the number.
 GroomSettings complete_settings(const GroomOptions& options, double area) {
@@ -53,7 +44,7 @@ CurveData grow(const GroomOptions& options, const GroomSurface& surface, const G
 void run_groom(const GroomOptions& options) {
   check_outputs({options.output, options.json}, {options.file});
   PolyMesh mesh;
-  create_mesh(options.file, mesh);
+  load_surface_mesh(options.file, "fur could grow on", mesh);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.file, "has no area that fur could grow on");
   const GroomSettings settings = complete_settings(options, surface.get_area());

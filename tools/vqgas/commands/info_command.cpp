@@ -3,6 +3,7 @@
 
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/info_report.h"
+#include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/output_file.h"
@@ -12,6 +13,7 @@ namespace {
 SceneReport examine(const std::string& file, const InfoOptions& options) {
   SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
   displace_meshes(source, options.displace);
+  if (options.is_bundled) bundle_objects(source, options.frame);
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   display.set_unit("primitives");

@@ -70,12 +70,25 @@ Json make_objects(const ObjectsReport& report) {
   json["objects"] = Json::array();
   for (const ObjectReport& object : report.objects) {
     json["objects"].push_back({{"name", object.name},
-                               {"kind", object.is_group ? "group" : "geometry"},
+                               {"kind", object.kind},
                                {"primitives", object.primitives},
                                {"moves", object.is_moving},
                                {"clusters", object.clusters}});
     if (object.left_out != nullptr) json["objects"].back()["left_out"] = object.left_out;
   }
+  return json;
+}
+
+Json make_bundle(const BundleReport& report) {
+  Json json = {{"name", report.name},
+               {"instances", report.instances},
+               {"valid_instances", report.valid_instances},
+               {"clusters", report.tree.kept},
+               {"primitives", report.primitives},
+               {"structures", {{"geometries", report.geometries}, {"built", report.built}}}};
+  add_tree(json, report.tree, "bytes_per_cluster");
+  json["bytes_of_structures"] = report.structure_bytes;
+  json["bytes_flat"] = report.flat_bytes;
   return json;
 }
 
@@ -103,5 +116,7 @@ Json make_report_json(const SceneReport& report) {
     json["groups"].push_back(make_objects(group));
     json["groups"].back()["name"] = group.name;
   }
+  json["bundles"] = Json::array();
+  for (const BundleReport& bundle : report.bundles) json["bundles"].push_back(make_bundle(bundle));
   return json;
 }

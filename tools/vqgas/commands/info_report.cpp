@@ -5,6 +5,7 @@
 
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/support/interrupt.h"
+#include "vq_module/module_bundle.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
@@ -70,12 +71,13 @@ ShapeReport make_shape_report(const SceneShape& shape) {
     report.is_cubic = shape.hair->get_curves().get_shape() == CurveShape::cubic;
     report.strands = shape.hair->get_curves().get_curve_count();
   }
+  report.displaced = shape.get_displaced_memory();
+  if (shape.structure == nullptr) return report;  // not shown
   if (shape.tree != nullptr) {
     report.tree = make_tree_report(*shape.tree, *shape.structure);
   } else {
     report.tree = make_grid_report(*shape.grid);
   }
-  report.displaced = shape.get_displaced_memory();
   for (const uint requested : {16u, 64u, 1024u}) {
     CoreVector<void*> clusters;
     shape.structure->get_clusters(clusters, requested, 0.5f);
@@ -93,7 +95,7 @@ const char* get_reason(const ModuleSceneObject& object) {
 
 class SceneExaminer {
  public:
-  explicit SceneExaminer(SceneReport& report) : report_(report) {}
+  SceneExaminer(const QueryScene& scene, SceneReport& report) : scene_(scene), report_(report) {}
 
   ObjectsReport examine(const std::vector<std::shared_ptr<ModuleSceneObject>>& objects, const GasSceneTree& tree) {
     ObjectsReport found = {};
@@ -102,17 +104,10 @@ class SceneExaminer {
     found.primitives = tree.get_primitive_count();
     for (uint index = 0; index < objects.size(); ++index) {
       const ModuleSceneObject& object = *objects[index];
-      const auto* group = dynamic_cast<const ModuleCombiner*>(&object);
       const uint clusters = tree.get_cluster_count(index);
       found.objects.push_back({object.get_name().get_data(), clusters, clusters == 0 ? get_reason(object) : nullptr,
-                               group != nullptr, (object.get_flags() & ModuleSceneObject::moving) != 0,
+                               examine(object), (object.get_flags() & ModuleSceneObject::moving) != 0,
                                object.get_primitive_count()});
-      if (group != nullptr) {
-        examine_group(*group);
-      } else {
-        Shown& entry = shown[static_cast<const ModuleGeometry&>(object).get_geometry()];
-        if (entry.count++ == 0) entry.name = object.get_name().get_data();
-      }
     }
     return found;
   }
@@ -124,6 +119,52 @@ class SceneExaminer {
   std::map<const GeometryObject*, Shown> shown;
 
  private:
+  /// Returns the kind of the object.
+  const char* examine(const ModuleSceneObject& object) {
+    if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
+      examine_group(*group);
+      return "group";
+    }
+    if (const auto* bundle = dynamic_cast<const ModuleBundle*>(&object)) {
+      examine_bundle(*bundle);
+      return "bundle";
+    }
+    add_shown(static_cast<const ModuleGeometry&>(object).get_geometry(), object);
+    return "geometry";
+  }
+
+  void add_shown(const GeometryObject* geometry, const ModuleSceneObject& object) {
+    Shown& entry = shown[geometry];
+    if (entry.count++ == 0) entry.name = object.get_name().get_data();
+  }
+
+  void examine_bundle(const ModuleBundle& object) {
+    const SceneBundle& bundle = scene_.get_objects().get_bundle(object);
+    const GasGeometryBundle& structure = *bundle.structure;
+    if (std::find(bundles_.begin(), bundles_.end(), &structure) != bundles_.end()) return;
+    bundles_.push_back(&structure);
+    BundleReport found = {};
+    found.name = object.get_name().get_data();
+    found.instances = structure.get_instance_count();
+    found.valid_instances = structure.get_valid_instance_count();
+    found.geometries = structure.get_slot_count();
+    found.primitives = structure.get_primitive_count();
+    found.tree = make_tree_report(structure.get_tree(), structure);
+    for (uint slot = 0; slot < found.geometries; ++slot) {
+      if (structure.get_slot_structure(slot) == nullptr) continue;
+      ++found.built;
+      found.structure_bytes += structure.get_slot_structure(slot)->get_memory_size();
+    }
+    for (uint instance = 0; instance < found.instances; ++instance) {
+      const SceneShape& shape = scene_.get_shapes()[bundle.get_shape(instance)];
+      add_shown(shape.geometry.get(), object);
+      if (structure.get_cluster_count(instance) > 0)
+        found.flat_bytes +=
+            static_cast<double>(structure.get_slot_structure(bundle.slots[instance])->get_memory_size());
+    }
+    report_.bundles.push_back(std::move(found));
+  }
+
   void examine_group(const ModuleCombiner& group) {
     const auto* tree = static_cast<const GasSceneTree*>(group.get_structure());
     if (std::find(trees_.begin(), trees_.end(), tree) != trees_.end()) return;
@@ -133,8 +174,10 @@ class SceneExaminer {
     report_.groups.push_back(std::move(found));
   }
 
+  const QueryScene& scene_;
   SceneReport& report_;
   std::vector<const GasSceneTree*> trees_;
+  std::vector<const GasGeometryBundle*> bundles_;
 };
 
 }  // namespace
@@ -151,7 +194,7 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
     report.shapes.push_back(make_shape_report(shape));
     report.shapes.back().grid = grids[report.shapes.size() - 1];
   }
-  SceneExaminer examiner(report);
+  SceneExaminer examiner(scene, report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
   for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);
   const std::string prefix = file + ":";

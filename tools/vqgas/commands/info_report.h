@@ -50,8 +50,22 @@ struct ObjectReport {
   std::string name;
   uint clusters;
   const char* left_out;  ///< reason; null if it is in the tree
-  bool is_group, is_moving;
+  const char* kind;      ///< "geometry", "group" or "bundle"
+  bool is_moving;
   double primitives;
+};
+
+/// A bundle of instances. Its structure is the first of two levels; below are those of its geometries.
+struct BundleReport {
+  std::string name;  ///< of the first object that shows it
+  uint instances, valid_instances;
+  uint geometries, built;  ///< structures below it that could be, and those there are
+  double primitives;       ///< of all valid instances
+  TreeReport tree;
+  u64 structure_bytes;  ///< of all structures below it
+  /// If each valid instance had primitives of its own: bytes a primitive of the structure of its geometry, times the
+  /// primitives.
+  double flat_bytes;
 };
 
 /// The whole scene, or a group.
@@ -68,6 +82,7 @@ struct SceneReport {
   std::vector<ShapeReport> shapes;
   ObjectsReport whole;
   std::vector<ObjectsReport> groups;
+  std::vector<BundleReport> bundles;
   std::vector<TaskSeconds> stages;
   double build_seconds;
 

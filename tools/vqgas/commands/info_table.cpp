@@ -106,6 +106,11 @@ void print_shape_list(const std::vector<ShapeReport>& shapes) {
   print_rest(shapes.size());
 }
 
+const char* get_remark(const ObjectReport& object) {
+  const std::string kind = object.kind;
+  return kind == "group" ? " (group)" : kind == "bundle" ? " (bundle)" : "";
+}
+
 void print_object_list(const std::vector<ObjectReport>& objects) {
   std::printf("  %5s %8s %10s %8s  object\n", "", "clusters", "primitives", "");
   for (std::size_t k = 0; k < std::min(objects.size(), row_limit); ++k) {
@@ -114,7 +119,7 @@ void print_object_list(const std::vector<ObjectReport>& objects) {
                 object.left_out != nullptr ? "left out"
                 : object.is_moving         ? "moves"
                                            : "",
-                make_printable(object.name).c_str(), object.is_group ? " (group)" : "");
+                make_printable(object.name).c_str(), get_remark(object));
   }
   print_rest(objects.size());
   std::size_t left_out = 0;
@@ -152,11 +157,28 @@ void print_objects(const ObjectsReport& report) {
   print_tree(report.tree, "cluster");
 }
 
+void print_bundle(const BundleReport& report) {
+  std::printf("bundle %s\n", make_printable(report.name).c_str());
+  print_row("instances, valid", "%11u, %u", report.instances, report.valid_instances);
+  print_row("primitives as shown", "%11.0f", report.primitives);
+  print_row("structures, built", "%11u, %u  (%.2f MB)", report.geometries, report.built,
+            1e-6 * double(report.structure_bytes));
+  print_box(report.tree.bbox);
+  print_tree(report.tree, "cluster");
+  const u64 bytes = get_sum(report.tree.arrays);
+  print_row("bytes per instance", "%11.2f", double(bytes) / std::max(report.valid_instances, 1u));
+  print_row("both levels", "%11.2f MB", 1e-6 * double(bytes + report.structure_bytes));
+  print_row("without instancing", "%11.2f MB  (%.2f bytes a primitive)", 1e-6 * report.flat_bytes,
+            report.flat_bytes / std::max(report.primitives, 1.0));
+}
+
 void print_scene(const SceneReport& report) {
   u64 bytes = get_sum(report.whole.tree.arrays);
   for (const ObjectsReport& group : report.groups) bytes += get_sum(group.tree.arrays);
+  for (const BundleReport& bundle : report.bundles) bytes += get_sum(bundle.tree.arrays);
   for (const ShapeReport& shape : report.shapes) bytes += get_sum(shape.tree.arrays);
-  print_row("shapes, groups", "%11zu, %zu", report.shapes.size(), report.groups.size());
+  print_row("shapes, groups, bundles", "%11zu, %zu, %zu", report.shapes.size(), report.groups.size(),
+            report.bundles.size());
   print_row("all structures", "%11.2f MB", 1e-6 * double(bytes));
   print_build(report);
   print_shape_list(report.shapes);
@@ -168,6 +190,7 @@ void print_scene(const SceneReport& report) {
   print_objects(report.whole);
   print_object_list(report.whole.objects);
   if (!report.groups.empty()) print_group_list(report.groups);
+  for (const BundleReport& bundle : report.bundles) print_bundle(bundle);
 }
 
 }  // namespace

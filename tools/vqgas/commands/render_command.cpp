@@ -10,6 +10,7 @@
 #include "tools/vqgas/image/layer_display.h"
 #include "tools/vqgas/render/grid_parts.h"
 #include "tools/vqgas/render/render.h"
+#include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
@@ -192,6 +193,7 @@ void run_render(const RenderOptions& options) {
   const SceneTimes times = get_times(options);
   SceneSource source = load_scene(options.files, times);
   displace_meshes(source, options.displace);
+  if (options.is_bundled) bundle_objects(source, times.open);
   for (ShapeSource& shape : source.shapes) {
     MeshSource* mesh = std::get_if<MeshSource>(&shape);
     if (mesh != nullptr && !mesh->displacement) complete_normals(mesh->data, crease_degrees);

@@ -6,6 +6,7 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/render/select_picture.h"
+#include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/output_file.h"
@@ -86,6 +87,7 @@ void run_select(const SelectOptions& options) {
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
   SceneSource source = load_scene(options.files, times);
   displace_meshes(source, options.displace);
+  if (options.is_bundled) bundle_objects(source, options.frame);
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
   const double aspect = double(options.width) / options.height;

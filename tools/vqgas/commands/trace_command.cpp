@@ -13,6 +13,7 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/trace_rays.h"
 #include "tools/vqgas/scene/query_scene.h"
+#include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
@@ -79,6 +80,7 @@ class TraceTask final : public SysThreadTask {
     hit.hit = *found.record;
     hit.point = scene_.get_surface_point(found, rays_[first_ + ray].time);
     for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
+    if (const std::optional<uint> instance = found.get_instance()) hit.path.push_back(*instance);
     hit.object = found.path.back().object;
   }
 
@@ -198,6 +200,7 @@ void run_trace(const TraceOptions& options) {
   const SceneTimes times = get_times(rays, options.frames_per_second);
   SceneSource source = load_scene({options.file}, times);
   displace_meshes(source, options.displace);
+  if (options.is_bundled) bundle_objects(source, 0.0);
   QueryScene scene(application, std::move(source), shapes);
   if (!options.quiet) messages.release();
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });

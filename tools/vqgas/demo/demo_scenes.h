@@ -3,8 +3,12 @@
 // The built-in scenes, made by code, y up. The same call gives the same bytes.
 #pragma once
 #include <string>
+#include <string_view>
 
 #include "tools/vqgas/source/scene_source.h"
+
+/// Begins the name of a built-in scene where files are expected.
+inline constexpr std::string_view demo_prefix = "demo:";
 
 /// The scene of that name. Throws InputError when there is none.
 SceneSource make_demo_scene(const std::string& name);

@@ -144,6 +144,14 @@ ScreenImage show_heat(const Picture& picture, const PictureLayer& layer) {
   return make_false_color_picture(picture.width, picture.height, sums, "nodes and leaves visited per ray");
 }
 
+ScreenImage show_instance_depth(const Picture& picture, const PictureLayer& layer) {
+  std::vector<float> values;
+  values.reserve(layer.channels[0].numbers.size());
+  for (const uint number : layer.channels[0].numbers)
+    values.push_back(number == no_number ? -1.0f : static_cast<float>(number));
+  return make_false_color_picture(picture.width, picture.height, values, "bundles that the surface is in");
+}
+
 ScreenImage show_count(const Picture& picture, const PictureLayer& layer, bool has_hair) {
   std::vector<float> values;
   values.reserve(layer.channels[0].numbers.size());
@@ -173,9 +181,12 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
     case Layer::parts:
       return map_pixels(picture, [&](std::size_t pixel) { return show_part(layer, pixel); });
     case Layer::primitive:
+    case Layer::instance:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
     case Layer::object:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
+    case Layer::instance_depth:
+      return show_instance_depth(picture, layer);
     case Layer::instance_path:
       return map_pixels(picture, [&](std::size_t pixel) { return show_path(layer, pixel); });
     case Layer::motion:

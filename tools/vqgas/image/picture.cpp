@@ -22,6 +22,8 @@ const LayerTraits& get_traits(Layer layer) {
       {"group", {"group"}, 1, 0.0f},
       {"object", {"object"}, 1, 0.0f},
       {"instance-path", {"path.0", "path.1", "path.2", "path.3"}, 4, 0.0f},
+      {"instance", {"instance"}, 1, 0.0f},
+      {"instance-depth", {"instance.depth"}, 1, 0.0f},
       {"uv", {"UV.U", "UV.V"}, 0, 0.0f},
       {"motion", {"motion.X", "motion.Y"}, 0, 0.0f},
       {"heat", {"heat.nodes", "heat.leaves"}, 0, 0.0f},

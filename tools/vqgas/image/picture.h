@@ -18,13 +18,15 @@ enum class Layer {
   group,
   object,
   instance_path,
+  instance,
+  instance_depth,
   uv,
   motion,
   heat,
   count,
   parts
 };
-inline constexpr uint layer_count = 13;
+inline constexpr uint layer_count = 15;
 
 /// The layer's name on the command line and in file names.
 const char* get_layer_name(Layer layer);
@@ -57,8 +59,9 @@ struct Picture {
   std::vector<PictureLayer> layers;
 
   /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
-  /// group and object one number each, instance-path path.0 to path.3, outermost first, uv UV.U UV.V, motion motion.X
-  /// motion.Y, heat heat.nodes heat.leaves, count one number, parts a number and part.facing.
+  /// group and object one number each, instance-path path.0 to path.3, outermost first, instance and instance-depth one
+  /// number each, uv UV.U UV.V, motion motion.X motion.Y, heat heat.nodes heat.leaves, count one number, parts a number
+  /// and part.facing.
   Picture(uint width, uint height, const std::vector<Layer>& chosen);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);

@@ -43,6 +43,12 @@ void put_surface(PictureLayer& layer, std::size_t pixel, const SceneHit& hit, co
     case Layer::instance_path:
       put_path(layer, pixel, hit.path);
       break;
+    case Layer::instance:
+      layer.channels[0].numbers[pixel] = hit.get_instance().value_or(no_number);
+      break;
+    case Layer::instance_depth:
+      layer.channels[0].numbers[pixel] = hit.record->depth;
+      break;
     case Layer::beauty:
     case Layer::motion:
     case Layer::heat:

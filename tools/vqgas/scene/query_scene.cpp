@@ -7,7 +7,6 @@
 
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
-#include "vq_app_base/app_base.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
 namespace {
@@ -50,19 +49,24 @@ SampleTimes get_even_times(const SceneTimes& times, double shortest_step, uint l
 
 }  // namespace
 
-QueryScene::QueryScene(AppBase& application, SceneSource&& source, const ShapeSettings& settings, double frame)
-    : application_(application), factory_(application), ctx_(factory_) {
+QueryScene::QueryScene(OfApp& application, SceneSource&& source, const ShapeSettings& settings, double frame)
+    : application_(application), ctx_(application.get_factory()) {
   const auto begin = std::chrono::steady_clock::now();
   note_keys(source.objects);
   for (const std::vector<ObjectSource>& group : source.groups) note_keys(group);
+  for (const BundleSource& bundle : source.bundles)
+    if (bundle.motion != nullptr) first_key_ = -std::numeric_limits<double>::infinity(), last_key_ = -first_key_;
   for (const ObjectSource& object : source.objects) is_animated_.push_back(object.is_animated);
-  build_shapes(source.shapes, settings);
+  build_shapes(source, settings);
   AppProgressBar* progress = application.create_progress_bar("Build scene");
-  const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, frame);
+  const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, settings.hair, frame);
   objects_ = maker.make(source, false, progress);
   progress->finish();
-  const bool has_all_hits = std::any_of(shapes_.begin(), shapes_.end(), [](const SceneShape& shape) {
-    return shape.all_hits_structure != shape.structure;
+  throw_if_interrupted();  // a build that was stopped leaves an empty structure
+  set_bundle_structures();
+  const bool has_all_hits = std::any_of(shapes_.begin(), shapes_.end(), [&](const SceneShape& shape) {
+    const bool is_oriented = shape.tree != nullptr && shape.tree->oriented_count > 0;
+    return shape.all_hits_structure != shape.structure || (settings.hair.has_all_hits_queries && is_oriented);
   });
   if (has_all_hits) all_hits_objects_ = maker.make(source, true, nullptr);
   throw_if_interrupted();
@@ -84,15 +88,35 @@ void QueryScene::check_files(const std::vector<SceneFile>& files) const {
     throw InputError(files.front().name, "holds no object with a place: all matrices are singular or not finite");
 }
 
-void QueryScene::build_shapes(std::vector<ShapeSource>& sources, const ShapeSettings& settings) {
+void QueryScene::set_bundle_structures() {
+  for (const SceneBundle& bundle : objects_.bundles) {
+    for (uint slot = 0; slot < bundle.shapes.size(); ++slot) {
+      SceneShape& shape = shapes_[bundle.shapes[slot]];
+      const GasClusterable* structure = bundle.structure->get_slot_structure(slot);
+      if (shape.structure == nullptr && structure != nullptr)
+        shape.set_bundle_structure(std::shared_ptr<const GasClusterable>(bundle.structure, structure));
+    }
+  }
+}
+
+void QueryScene::build_shapes(SceneSource& source, const ShapeSettings& settings) {
+  std::vector<ShapeSource>& sources = source.shapes;
+  std::vector<u8> has_structure(sources.size(), 0);  // others get theirs from a bundle
+  const auto note_shapes = [&](const std::vector<ObjectSource>& objects) {
+    for (const ObjectSource& object : objects)
+      if (object.shape != core_invalid_index) has_structure[object.shape] = 1;
+  };
+  note_shapes(source.objects);
+  for (const std::vector<ObjectSource>& group : source.groups) note_shapes(group);
   std::size_t whole = 0;
-  for (const ShapeSource& source : sources) whole += get_weight(source);
+  for (const ShapeSource& shape : sources) whole += get_weight(shape);
   shapes_.reserve(sources.size());  // objects keep references
   AppProgressBar* progress = application_.create_progress_bar("Build");
-  for (ShapeSource& source : sources) {
-    const std::vector<Color> group_colors = get_group_colors_of(source);
-    progress->begin_task("Build shape", static_cast<double>(get_weight(source)) / static_cast<double>(whole));
-    add_shape(make_shape(ctx_, std::move(source), settings, progress), group_colors);
+  for (ShapeSource& shape : sources) {
+    const std::vector<Color> group_colors = get_group_colors_of(shape);
+    const bool is_built = has_structure[shapes_.size()] != 0;
+    progress->begin_task("Build shape", static_cast<double>(get_weight(shape)) / static_cast<double>(whole));
+    add_shape(make_shape(ctx_, std::move(shape), settings, is_built, progress), group_colors);
     progress->end_task();
     throw_if_interrupted();  // a build that was stopped leaves an empty structure
   }

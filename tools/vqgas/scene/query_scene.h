@@ -17,9 +17,8 @@
 #include "vq_geometry/geometry_hit_surface.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_geometry/geometry_ray_packet.h"
-#include "vq_of/of_object_factory.h"
+#include "vq_of/of_app.h"
 
-class AppBase;
 class GeometryFrustumCtx;
 
 /// A hit with its instance path. Valid until the packet's next query.
@@ -31,7 +30,13 @@ struct SceneHit {
 
   /// Numbers in the scene.
   uint get_primitive() const { return shape->first_primitive + record->primitive; }
-  uint get_group() const { return shape->first_group + record->shading_group; }
+  uint get_group() const {
+    return shape->first_group + shape->geometry->get_primitive_shading_group(record->primitive);
+  }
+  /// Number of the instance within its bundle; none outside of bundles.
+  std::optional<uint> get_instance() const {
+    return record->depth > 0 ? std::optional(record->instance) : std::nullopt;
+  }
 };
 
 class QueryScene {
@@ -39,7 +44,7 @@ class QueryScene {
   /// Builds all structures on all threads of the application, which must outlive the scene. Until set_shutter() the
   /// scene is static: moving objects have their matrices at `frame`, deforming shapes their static points. Throws
   /// InputError when a shape is invalid or a file has no valid primitive, Interrupted after a stop request.
-  QueryScene(AppBase& application, SceneSource&& source, const ShapeSettings& settings, double frame = 0.0);
+  QueryScene(OfApp& application, SceneSource&& source, const ShapeSettings& settings, double frame = 0.0);
   QueryScene(const QueryScene&) = delete;
   QueryScene& operator=(const QueryScene&) = delete;
 
@@ -48,7 +53,7 @@ class QueryScene {
   void set_shutter(const SceneTimes& times);
   const CtxMotionBlur* get_motion_blur() const { return motion_blur_ ? &*motion_blur_ : nullptr; }
 
-  AppBase& get_application() const { return application_; }
+  OfApp& get_application() const { return application_; }
   const std::vector<SceneShape>& get_shapes() const { return shapes_; }
   const SceneObjects& get_objects() const { return objects_; }
   /// True if the file moves or deforms the object, possibly at other times than those of the scene.
@@ -97,14 +102,14 @@ class QueryScene {
   double get_shape_time(double time) const;
 
  private:
-  void build_shapes(std::vector<ShapeSource>& sources, const ShapeSettings& settings);
+  void build_shapes(SceneSource& source, const ShapeSettings& settings);
+  void set_bundle_structures();
   void note_keys(const std::vector<ObjectSource>& objects);
   void check_files(const std::vector<SceneFile>& files) const;
   void add_shape(SceneShape&& shape, const std::vector<Color>& group_colors);
   const CtxEval& get_thread_ctx() const;
 
-  AppBase& application_;
-  OfObjectFactory factory_;
+  OfApp& application_;
   CtxEval ctx_;
   Material material_;
   ShadingGroupTable shading_;  ///< empty: objects have their own

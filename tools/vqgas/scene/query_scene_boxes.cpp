@@ -3,6 +3,7 @@
 
 #include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/support/interrupt.h"
+#include "vq_module/module_bundle.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
@@ -66,6 +67,7 @@ Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMoti
     add_primitive_boxes(ctx, *shape.geometry, motion_blur, time, box_count, boxes);
     return boxes;
   }
+  if (shape.structure == nullptr) return boxes;  // not shown
   CoreVector<void*> clusters;
   shape.structure->get_clusters(clusters, box_count, 0.0f);
   std::vector<GMathBbox3<float>> found(clusters.get_count());
@@ -81,9 +83,14 @@ Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMoti
 /// Number of instances of each shape, by all instance paths.
 using ShowCounts = std::unordered_map<const GeometryObject*, uint>;
 
-void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
+void count_shows(const ModuleSceneObject& object, const SceneObjects& scene, const std::vector<SceneShape>& shapes,
+                 ShowCounts& shows) {
   if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
-    for (const auto& part : group->get_objects()) count_shows(*part, shows);
+    for (const auto& part : group->get_objects()) count_shows(*part, scene, shapes, shows);
+  } else if (const auto* instances = dynamic_cast<const ModuleBundle*>(&object)) {
+    const SceneBundle& bundle = scene.get_bundle(*instances);
+    for (uint instance = 0; instance < bundle.slots.size(); ++instance)
+      ++shows[shapes[bundle.get_shape(instance)].geometry.get()];
   } else {
     ++shows[static_cast<const ModuleGeometry&>(object).get_geometry()];
   }
@@ -92,7 +99,8 @@ void count_shows(const ModuleSceneObject& object, ShowCounts& shows) {
 /// Collects the world boxes of objects at one time.
 class SceneBoxes {
  public:
-  SceneBoxes(bool is_moving, double time, Boxes& boxes) : is_moving_(is_moving), time_(time), boxes_(boxes) {}
+  SceneBoxes(const QueryScene& scene, bool is_moving, double time, Boxes& boxes)
+      : scene_(scene), is_moving_(is_moving), time_(time), boxes_(boxes) {}
 
   void set_shape_boxes(const GeometryObject* geometry, Boxes&& boxes) { shapes_[geometry] = std::move(boxes); }
 
@@ -100,9 +108,19 @@ class SceneBoxes {
     const Matrix matrix = around * (is_moving_ ? object.get_global_matrix_at(time_) : object.get_global_matrix());
     if (const auto* group = dynamic_cast<const ModuleCombiner*>(&object)) {
       for (const auto& part : group->get_objects()) add(*part, matrix);
-      return;
+    } else if (const auto* instances = dynamic_cast<const ModuleBundle*>(&object)) {
+      const SceneBundle& bundle = scene_.get_objects().get_bundle(*instances);
+      const std::vector<Matrix> matrices = is_moving_ ? bundle.get_matrices_at(time_) : bundle.matrices;
+      for (uint instance = 0; instance < matrices.size(); ++instance)
+        add(scene_.get_shapes()[bundle.get_shape(instance)].geometry.get(), matrix * matrices[instance]);
+    } else {
+      add(static_cast<const ModuleGeometry&>(object).get_geometry(), matrix);
     }
-    for (const GMathBbox3<double>& local : shapes_.at(static_cast<const ModuleGeometry&>(object).get_geometry())) {
+  }
+
+ private:
+  void add(const GeometryObject* geometry, const Matrix& matrix) {
+    for (const GMathBbox3<double>& local : shapes_.at(geometry)) {
       GMathBbox3<double> box;
       box.set_empty();
       for (uint corner = 0; corner < 8; ++corner) box.add(matrix.transform_point(local.get_corner(corner)));
@@ -111,7 +129,7 @@ class SceneBoxes {
     }
   }
 
- private:
+  const QueryScene& scene_;
   const bool is_moving_;
   const double time_;
   Boxes& boxes_;
@@ -123,12 +141,12 @@ class SceneBoxes {
 std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
   constexpr uint box_count = 1024;  // of a shape, over all its instances
   ShowCounts shows;
-  for (const auto& object : objects_.objects) count_shows(*object, shows);
+  for (const auto& object : objects_.objects) count_shows(*object, objects_, shapes_, shows);
   Boxes boxes;
   const CtxMotionBlur* motion_blur = get_motion_blur();
   for (uint sample = 0; sample < (motion_blur != nullptr ? motion_blur->get_sample_count() : 1); ++sample) {
     const double time = motion_blur != nullptr ? motion_blur->get_time_sampling().get_sample_time(sample) : 0.0;
-    SceneBoxes all(motion_blur != nullptr, time, boxes);
+    SceneBoxes all(*this, motion_blur != nullptr, time, boxes);
     for (const SceneShape& shape : shapes_) {
       throw_if_interrupted();
       const uint share = std::max(1u, box_count / std::max(1u, shows[shape.geometry.get()]));

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 
+#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/scene/scene_objects.h"
+#include "tools/vqgas/source/groom.h"
+#include "tools/vqgas/support/input_error.h"
 
 namespace {
 
@@ -34,10 +37,12 @@ class Flattener {
       set_matrix(item, object, frame_);
       if (!has_invertible_matrix(item)) continue;
       const Matrix matrix = around * item.get_global_matrix();
-      if (object.shape == core_invalid_index) {
+      if (object.shape != core_invalid_index) {
+        add_shape(object.shape, matrix);
+      } else if (object.bundle != core_invalid_index) {
+        add_bundle(scene_.bundles[object.bundle], matrix);
+      } else {
         add(scene_.groups[object.group], matrix);
-      } else if (const MeshSource* mesh = std::get_if<MeshSource>(&scene_.shapes[object.shape])) {
-        add_mesh(*mesh, matrix);
       }
     }
   }
@@ -45,6 +50,17 @@ class Flattener {
   MeshSource finish() { return builder_.finish(); }
 
  private:
+  void add_bundle(const BundleSource& bundle, const Matrix& around) {
+    std::vector<Matrix> matrices = bundle.matrices;
+    if (bundle.motion != nullptr) bundle.motion->get_matrices(frame_, matrices.data());
+    for (std::size_t k = 0; k < matrices.size(); ++k)
+      if (is_invertible(matrices[k])) add_shape(bundle.shapes[k], around * matrices[k]);
+  }
+
+  void add_shape(uint shape, const Matrix& matrix) {
+    if (const MeshSource* mesh = std::get_if<MeshSource>(&scene_.shapes[shape])) add_mesh(*mesh, matrix);
+  }
+
   void add_mesh(MeshSource mesh, const Matrix& matrix) {
     mesh.data.motion_positions.clear();
     const Matrix inverse = matrix.get_inverse();
@@ -62,6 +78,13 @@ class Flattener {
 };
 
 }  // namespace
+
+void load_surface_mesh(const std::string& name, const char* use, PolyMesh& mesh) {
+  MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
+  if (source.data.polygon_sizes.empty()) throw InputError(name, std::string("holds no mesh that ") + use);
+  source.name = name;
+  create_groom_mesh(std::move(source), crease_degrees, mesh);
+}
 
 MeshSource flatten_scene(const SceneSource& scene, double frame) {
   Flattener flattener(scene, frame);

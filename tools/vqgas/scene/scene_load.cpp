@@ -4,24 +4,22 @@
 
 #include "tools/vqgas/demo/demo_scenes.h"
 #include "tools/vqgas/import/hair_file.h"
+#include "tools/vqgas/import/scatter_file.h"
 #include "tools/vqgas/import/scene_import.h"
+#include "tools/vqgas/scene/scene_scatter.h"
 #include "tools/vqgas/support/interrupt.h"
 
 namespace {
 
-SceneSource load_file(const std::string& name, const SceneTimes& times) {
-  constexpr std::string_view prefix = "demo:";
-  if (name.starts_with(prefix)) return make_demo_scene(name.substr(prefix.size()));
-  if (!is_hair_file(name)) return import_scene(name, times);
-  SceneSource source;
-  source.add_object("", read_hair(name));
-  return source;
-}
-
-void shift(std::vector<ObjectSource>& objects, uint shapes, uint groups) {
+/// Adds the counts of what is already in the scene to the numbers in a file.
+void shift(std::vector<ObjectSource>& objects, const SceneSource& scene) {
+  const auto add = [](uint& number, std::size_t count) {
+    if (number != core_invalid_index) number += static_cast<uint>(count);
+  };
   for (ObjectSource& object : objects) {
-    if (object.shape != core_invalid_index) object.shape += shapes;
-    if (object.group != core_invalid_index) object.group += groups;
+    add(object.shape, scene.shapes.size());
+    add(object.group, scene.groups.size());
+    add(object.bundle, scene.bundles.size());
   }
 }
 
@@ -36,20 +34,35 @@ void append(std::vector<T>& to, std::vector<T>& from) {
 
 }  // namespace
 
+void append_scene(SceneSource& scene, SceneSource&& more) {
+  shift(more.objects, scene);
+  for (std::vector<ObjectSource>& group : more.groups) shift(group, scene);
+  for (BundleSource& bundle : more.bundles)
+    for (uint& shape : bundle.shapes) shape += static_cast<uint>(scene.shapes.size());
+  append(scene.shapes, more.shapes);
+  append(scene.groups, more.groups);
+  append(scene.bundles, more.bundles);
+  append(scene.objects, more.objects);
+}
+
+SceneSource load_file(const std::string& name, const SceneTimes& times) {
+  if (name.starts_with(demo_prefix)) return make_demo_scene(name.substr(demo_prefix.size()));
+  if (is_scatter_file(name)) return load_scatter(name, times);
+  if (!is_hair_file(name)) return import_scene(name, times);
+  SceneSource source;
+  source.add_object("", read_hair(name));
+  return source;
+}
+
 SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times) {
   SceneSource scene;
   for (const std::string& name : names) {
     throw_if_interrupted();
     SceneSource file = load_file(name, times);
-    const auto shapes = static_cast<uint>(scene.shapes.size()), groups = static_cast<uint>(scene.groups.size());
-    shift(file.objects, shapes, groups);
-    for (std::vector<ObjectSource>& group : file.groups) shift(group, shapes, groups);
     for (ShapeSource& shape : file.shapes) std::visit([&](auto& source) { set_default(source.name, name); }, shape);
     for (ObjectSource& object : file.objects) set_default(object.name, name);
     scene.files.push_back({name, file.shapes.size()});
-    append(scene.shapes, file.shapes);
-    append(scene.groups, file.groups);
-    append(scene.objects, file.objects);
+    append_scene(scene, std::move(file));
   }
   return scene;
 }

@@ -5,6 +5,11 @@
 
 #include "tools/vqgas/source/scene_source.h"
 
-/// Loads mesh, scene and hair files, and built-in scenes by names that begin with "demo:", as one scene. Objects are in
-/// the order of the names; moving files are sampled for the given times. Throws InputError, Interrupted.
+/// Loads mesh, scene, hair and scatter files, and built-in scenes by names that begin with "demo:", as one scene.
+/// Objects are in the order of the names; moving files are sampled for the given times. Throws InputError, Interrupted.
 SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& times);
+
+/// The same for one name; unnamed shapes and objects stay so.
+SceneSource load_file(const std::string& name, const SceneTimes& times);
+/// Appends all that a scene holds but its files.
+void append_scene(SceneSource& scene, SceneSource&& more);

@@ -31,7 +31,7 @@ void add_mesh_structure(const CtxEval& ctx, const GeometryObject& mesh, MeshStru
   shape.structure = shape.all_hits_structure = structure;
 }
 
-SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, MeshStructure kind, AppProgressBar* progress) {
+SceneShape make_mesh_shape(MeshSource&& source) {
   const std::optional<DisplacedMeshSettings> displacement = std::move(source.displacement);
   const auto mesh = std::make_shared<PolyMesh>();
   CoreString fault;
@@ -46,7 +46,6 @@ SceneShape make_mesh_shape(const CtxEval& ctx, MeshSource&& source, MeshStructur
     shape.displaced = &pair->displaced;
     shape.geometry = std::shared_ptr<const GeometryObject>(pair, shape.displaced);
   }
-  add_mesh_structure(ctx, *shape.geometry, kind, progress, shape);
   shape.point_count = mesh->get_vertex_count();
   shape.motion_sampling = mesh->get_motion_sampling();
   return shape;
@@ -60,8 +59,15 @@ std::shared_ptr<GasFur> make_fur(const CtxEval& ctx, const TubeMeshFast& hair, b
   return fur;
 }
 
-SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSettings& settings,
-                           AppProgressBar* progress) {
+void add_hair_structure(const CtxEval& ctx, const HairSettings& settings, AppProgressBar* progress, SceneShape& shape) {
+  const auto fur = make_fur(ctx, *shape.hair, settings.has_nearest_queries && !settings.is_aligned_only, progress);
+  shape.structure = shape.all_hits_structure = fur;
+  shape.tree = &fur->get_tree();
+  if (settings.has_all_hits_queries && shape.tree->oriented_count > 0)
+    shape.all_hits_structure = make_fur(ctx, *shape.hair, false, progress);
+}
+
+SceneShape make_hair_shape(HairSource&& source, const HairSettings& settings) {
   CurveData& data = source.data;
   if (data.basis == CurveBasis::linear && !settings.is_linear) make_smooth(data);
   SceneShape shape;
@@ -71,14 +77,9 @@ SceneShape make_hair_shape(const CtxEval& ctx, HairSource&& source, const HairSe
   const auto hair = std::make_shared<TubeMeshFast>();
   CoreString fault;
   if (!hair->create(std::move(data), fault)) throw InputError(source.name, fault.get_data());
-  const auto fur = make_fur(ctx, *hair, settings.has_nearest_queries && !settings.is_aligned_only, progress);
   shape.geometry = hair;
   shape.hair = hair.get();
-  shape.structure = shape.all_hits_structure = fur;
-  shape.tree = &fur->get_tree();
   shape.point_count = hair->get_curves().get_point_count();
-  if (settings.has_all_hits_queries && shape.tree->oriented_count > 0)
-    shape.all_hits_structure = make_fur(ctx, *hair, false, progress);
   return shape;
 }
 
@@ -90,11 +91,22 @@ DisplacedMemory SceneShape::get_displaced_memory() const {
           displaced->get_cache_limit()};
 }
 
-SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,
+void SceneShape::set_bundle_structure(std::shared_ptr<const GasClusterable> built) {
+  tree = hair != nullptr ? &static_cast<const GasFur&>(*built).get_tree()
+                         : &static_cast<const GasGeometryBvh4&>(*built).get_tree();
+  structure = all_hits_structure = std::move(built);
+}
+
+SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings, bool has_structure,
                       AppProgressBar* progress) {
-  if (HairSource* hair = std::get_if<HairSource>(&source))
-    return make_hair_shape(ctx, std::move(*hair), settings.hair, progress);
+  if (HairSource* hair = std::get_if<HairSource>(&source)) {
+    SceneShape shape = make_hair_shape(std::move(*hair), settings.hair);
+    if (has_structure) add_hair_structure(ctx, settings.hair, progress, shape);
+    return shape;
+  }
   MeshSource& mesh = std::get<MeshSource>(source);
   const MeshStructure structure = settings.choose_structure(mesh);
-  return make_mesh_shape(ctx, std::move(mesh), structure, progress);
+  SceneShape shape = make_mesh_shape(std::move(mesh));
+  if (has_structure) add_mesh_structure(ctx, *shape.geometry, structure, progress, shape);
+  return shape;
 }

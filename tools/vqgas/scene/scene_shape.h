@@ -47,11 +47,12 @@ struct DisplacedMemory {
 struct SceneShape {
   std::string name;
   std::shared_ptr<const GeometryObject> geometry;
+  /// Null for a shape that no object shows and no bundle places.
   std::shared_ptr<const GasClusterable> structure;
   /// Structure for queries for all hits, which miss curves below oriented nodes: a second one without such nodes if the
   /// settings of the hair have both kinds of queries, else the same.
   std::shared_ptr<const GasClusterable> all_hits_structure;
-  // One of both is set.
+  // One of both is set, unless there is no structure.
   const GasBvh<4>* tree = nullptr;           ///< of the structure; null for a grid
   const GasGeometry* grid = nullptr;         ///< the structure, if it is a grid
   const TubeMeshFast* hair = nullptr;        ///< the geometry; null for a mesh
@@ -65,10 +66,15 @@ struct SceneShape {
   /// All 0 for a mesh that is not displaced.
   DisplacedMemory get_displaced_memory() const;
   /// Primitives in the structure.
-  uint get_kept_count() const { return tree != nullptr ? tree->item_count : grid->get_primitive_count(); }
+  uint get_kept_count() const {
+    return tree != nullptr ? tree->item_count : grid != nullptr ? grid->get_primitive_count() : 0;
+  }
+  /// Sets the structure that a bundle has built over the shape.
+  void set_bundle_structure(std::shared_ptr<const GasClusterable> built);
 };
 
 /// Builds the structure on all threads of the bar's application. Throws InputError when the source is invalid; a shape
 /// without valid primitives has an empty tree.
-SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings,
+/// @param has_structure  false: the shape gets its structure from a bundle
+SceneShape make_shape(const CtxEval& ctx, ShapeSource&& source, const ShapeSettings& settings, bool has_structure,
                       AppProgressBar* progress);

@@ -4,8 +4,10 @@
 //
 //   shapes   mesh or hair, ...
 //   groups   [object, ...], ...     nested scenes, which objects show like shapes
-//   objects  object, ...            name, matrix over time, number of the shape or group that it shows
+//   bundles  [instance, ...], ...   many placed shapes, which objects show like one shape
+//   objects  object, ...            name, matrix over time, number of the shape, group or bundle that it shows
 #pragma once
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
@@ -13,7 +15,7 @@
 
 #include "tools/vqgas/source/hair_source.h"
 #include "tools/vqgas/source/mesh_builder.h"
-#include "vq_module/module_scene_item.h"
+#include "vq_module/module_matrix_source.h"
 
 using ShapeSource = std::variant<MeshSource, HairSource>;
 
@@ -24,7 +26,15 @@ struct ObjectSource {
   /// From the object's space to that of its group or the world, over time in frames. One key: static. No keys:
   /// identity.
   std::vector<ModuleMatrixKey> keys = {};
-  bool is_animated = false;  ///< its file moves or deforms it, possibly at other times than those of the scene
+  bool is_animated = false;          ///< its file moves or deforms it, possibly at other times than those of the scene
+  uint bundle = core_invalid_index;  ///< without a shape and a group: into SceneSource::bundles
+};
+
+/// Instances of shapes, for one structure over all of them. At least one.
+struct BundleSource {
+  std::vector<uint> shapes;                          ///< [instance] into SceneSource::shapes
+  std::vector<GMathMatrix4x4<double>> matrices;      ///< [instance] to the space of the object, at rest
+  std::shared_ptr<const ModuleMatrixSource> motion;  ///< of all instances, over time in frames; null: at rest always
 };
 
 /// The file of consecutive shapes.
@@ -37,6 +47,7 @@ struct SceneSource {
   std::vector<ShapeSource> shapes;
   std::vector<SceneFile> files;  ///< in the order of their shapes; filled in by load_scene()
   std::vector<std::vector<ObjectSource>> groups;
+  std::vector<BundleSource> bundles;
   std::vector<ObjectSource> objects;
 
   /// Adds a shape, and an object that shows it with the identity matrix.

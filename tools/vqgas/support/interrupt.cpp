@@ -82,7 +82,7 @@ int report_interrupt() {
 void end_interrupted() { end_at_once(arrived_signal.load()); }
 
 StoppableApplication::StoppableApplication(uint thread_count)
-    : AppBase(thread_count == 0 ? std::thread::hardware_concurrency() : thread_count) {
+    : OfApp(thread_count == 0 ? std::thread::hardware_concurrency() : thread_count) {
   current_application.store(this);
   if (arrived_signal.load() != 0) request_stop();  // the handler may have run just before
 }

@@ -6,7 +6,7 @@
 #pragma once
 #include <string>
 
-#include "vq_app_base/app_base.h"
+#include "vq_of/of_app.h"
 
 /// Thrown by throw_if_interrupted(). Not a std::exception, so no handler for errors of a file catches it.
 class Interrupted {};
@@ -25,7 +25,7 @@ int report_interrupt();
 [[noreturn]] void end_interrupted();
 
 /// The application of one call; a signal requests it to stop. One at a time.
-class StoppableApplication : public AppBase {
+class StoppableApplication : public OfApp {
  public:
   /// @param thread_count  0: as many as the machine runs at once
   explicit StoppableApplication(uint thread_count);

@@ -38,6 +38,7 @@ bool is_progress_visible(bool quiet) { return !quiet && isatty(STDERR_FILENO) !=
 ProgressDisplay::ProgressDisplay(AppBase& application, bool visible) : application_(application), visible_(visible) {
   // Every report is taken, for the times of short tasks; the line itself is drawn ten times a second at most.
   application_.set_progress_bar_hook([this](AppProgressBar& bar) {
+    if (has_bar_.exchange(true)) return;
     bar.set_sink([this](const AppProgressReport& report) { receive(report); }, std::chrono::milliseconds(0));
   });
 }
@@ -54,6 +55,7 @@ void ProgressDisplay::receive(const AppProgressReport& report) {
   if (!bar_open_) bar_begin_ = task_begin_ = last_draw_ = now;
   bar_open_ = !report.is_finished;
   keep_time(report, now);
+  if (report.is_finished) has_bar_ = false;
   if (!visible_) return;
   if (report.is_finished) {
     clear_line();

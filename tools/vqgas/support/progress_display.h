@@ -1,7 +1,9 @@
 // tools/vqgas/support/progress_display.h
 //
-// Shows the application's progress bars as one line on a terminal, and keeps the seconds that each task took.
+// Shows the application's progress bars as one line on a terminal, and keeps the seconds that each task took. Bars that
+// are created while another one is open, as by builds on other threads, are not shown; their time counts for its task.
 #pragma once
+#include <atomic>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -39,6 +41,7 @@ class ProgressDisplay {
   std::string unit_;
   std::string task_;
   Clock::time_point bar_begin_, task_begin_, last_draw_;
+  std::atomic<bool> has_bar_ = false;  ///< one is followed
   bool bar_open_ = false, line_drawn_ = false;
   std::vector<TaskSeconds> seconds_;
 };

@@ -1,0 +1,219 @@
+// Scatter files: what `vqgas scatter` writes, and what the other subcommands make of it.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tools/run_program.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using Point = std::array<double, 3>;
+
+constexpr std::array<Point, 4> corners = {{{0, 0, 0}, {0.3, 0, 0}, {0, 0.5, 0}, {0, 0, 0.4}}};
+constexpr int faces[4][3] = {{0, 2, 1}, {0, 1, 3}, {0, 3, 2}, {1, 2, 3}};
+constexpr double slope = 0.75;  // of the ground, along x
+
+/// A tetrahedron, and a slope of 10 x 10 on the plan, of one large and many small triangles.
+void write_parts(const TestFolder& folder) {
+  std::ostringstream obj, hill;
+  for (const Point& p : corners) obj << "v " << p[0] << ' ' << p[1] << ' ' << p[2] << '\n';
+  for (const auto& face : faces) obj << "f " << face[0] + 1 << ' ' << face[1] + 1 << ' ' << face[2] + 1 << '\n';
+  folder.write("tetra.obj", obj.str());
+  const auto add = [&](double x, double z) { hill << "v " << x << ' ' << slope * x << ' ' << z << '\n'; };
+  add(0, 0), add(0, 10), add(10, 0);
+  hill << "f -3 -2 -1\n";
+  for (int k = 0; k < 100; ++k) {
+    add(10, 0), add(10 - 0.1 * k, 0.1 * k), add(9.9 - 0.1 * k, 0.1 * (k + 1)), add(10, 10);
+    hill << (k == 0 ? "" : "f -4 -3 -2\n") << "f -3 -2 -1\n";
+  }
+  folder.write("hill.obj", hill.str());
+}
+
+Json run_scatter(const TestFolder& folder, std::vector<std::string> options) {
+  options.insert(options.begin(), {"scatter", "tetra.obj", "demo:knot", "--on", "hill.obj", "-o", "made.json"});
+  const ProgramResult result = run_vqgas(folder.get_path(), options);
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  return Json::parse(folder.read("made.json"));
+}
+
+/// The fields of the rows below the header.
+std::vector<std::vector<std::string>> read_csv(const ProgramResult& result) {
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  std::vector<std::vector<std::string>> rows;
+  std::istringstream lines(result.out);
+  std::string line;
+  std::getline(lines, line);
+  while (std::getline(lines, line)) {
+    std::istringstream text(line + ',');
+    rows.emplace_back();
+    for (std::string field; std::getline(text, field, ',');) rows.back().push_back(field);
+  }
+  return rows;
+}
+
+}  // namespace
+
+TEST(VqgasScatter, instances_keep_their_distance_for_any_number_of_threads) {
+  const TestFolder folder;
+  write_parts(folder);
+  constexpr int count = 800;
+  const std::vector<std::string> options = {"--count", "800",    "--seed",   "5",  "--scale",   "0.5,2",
+                                            "--align", "normal", "--jitter", "10", "--threads", "1"};
+  const Json made = run_scatter(folder, options);
+  const std::string bytes = folder.read("made.json");
+  auto other = options;
+  other.back() = "3";
+  run_scatter(folder, other);
+  EXPECT_EQ(folder.read("made.json"), bytes);
+
+  const std::vector<double> numbers = made["instances"]["matrix"];
+  const std::vector<int> geometries = made["instances"]["geometry"];
+  ASSERT_EQ(numbers.size(), 12u * count);
+  const auto knots = std::count(geometries.begin(), geometries.end(), 1);
+  EXPECT_NEAR(knots, count / 2, 60);  // four standard deviations
+  const double area = 100.0 * std::hypot(1.0, slope), spacing = std::sqrt(area * 2.0 / std::sqrt(3.0) / count);
+  double nearest = 1e9;
+  for (int a = 0; a < count; ++a) {
+    const auto get = [&](int instance, int row, int column) { return numbers[12 * instance + 4 * row + column]; };
+    EXPECT_NEAR(get(a, 1, 3), slope * get(a, 0, 3), 1e-4);
+    const double size = std::hypot(get(a, 0, 1), get(a, 1, 1), get(a, 2, 1));
+    EXPECT_TRUE(size > 0.4999 && size < 2.0001) << size;
+    const double upright = (get(a, 1, 1) - slope * get(a, 0, 1)) / (size * std::hypot(1.0, slope));
+    EXPECT_GT(upright, std::cos(10.001 * 3.14159265 / 180.0));
+    for (int b = 0; b < a; ++b)
+      nearest = std::fmin(
+          nearest, std::hypot(get(a, 0, 3) - get(b, 0, 3), get(a, 1, 3) - get(b, 1, 3), get(a, 2, 3) - get(b, 2, 3)));
+  }
+  EXPECT_GT(nearest, 0.7 * spacing);  // points at random come as near as 0.02 of it
+}
+
+TEST(VqgasScatter, rays_hit_instances_as_they_hit_one_mesh_of_all_their_triangles) {
+  const TestFolder folder;
+  write_parts(folder);
+  const ProgramResult made = run_vqgas(folder.get_path(), {"scatter", "tetra.obj", "--on", "hill.obj", "--density", "3",
+                                                           "--scale", "0.5,2", "--no-ground", "-o", "made.json"});
+  ASSERT_EQ(made.exit_code, 0) << made.err;
+  const std::vector<double> numbers = Json::parse(folder.read("made.json"))["instances"]["matrix"];
+  ASSERT_EQ(numbers.size() / 12, 375u);
+  std::ostringstream flat, rays;
+  flat.precision(9);
+  for (std::size_t k = 0; k < numbers.size(); k += 12) {
+    for (const Point& p : corners) {
+      flat << 'v';
+      for (std::size_t row = k; row < k + 12; row += 4)
+        flat << ' ' << numbers[row] * p[0] + numbers[row + 1] * p[1] + numbers[row + 2] * p[2] + numbers[row + 3];
+      flat << '\n';
+    }
+    for (const auto& face : faces) flat << "f " << face[0] - 4 << ' ' << face[1] - 4 << ' ' << face[2] - 4 << '\n';
+  }
+  folder.write("flat.obj", flat.str());
+  for (int k = 0; k < 400; ++k)
+    rays << std::fmod(k * 0.7548776662, 1.0) * 10 << ",20," << std::fmod(k * 0.5698402910, 1.0) * 10 << ",0.1,-1,0.2\n";
+  for (const char* mode : {"--all", "--quiet"}) {
+    const auto a = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json", mode}, rays.str()));
+    const auto b = read_csv(run_vqgas(folder.get_path(), {"trace", "flat.obj", mode}, rays.str()));
+    ASSERT_EQ(a.size(), b.size());
+    std::size_t hits = 0;
+    for (std::size_t row = 0; row < a.size(); ++row) {
+      ASSERT_EQ(a[row][0], b[row][0]);
+      ASSERT_EQ(a[row][1].empty(), b[row][1].empty()) << row;
+      if (a[row][1].empty()) continue;
+      ++hits;
+      EXPECT_NEAR(std::stod(a[row][1]), std::stod(b[row][1]), 1e-5);
+      const int instance = std::stoi(a[row][12].substr(2));  // "0/instance"
+      EXPECT_EQ(4 * instance + std::stoi(a[row][2]), std::stoi(b[row][2])) << row;
+    }
+    EXPECT_GT(hits, 60u);
+  }
+}
+
+TEST(VqgasScatter, bundled_objects_are_hit_as_before_and_reported) {
+  const TestFolder folder;
+  std::string rays;
+  for (int k = 0; k < 60; ++k)
+    rays += std::to_string(k % 8 * 2 - 7) + ",9," + std::to_string(k / 8 * 2 - 7) + ",0.1,-1,0.2,0,100," +
+            std::to_string(k / 60.0) + "\n";
+  for (const char* mode : {"--all", "--quiet"}) {  // the scene has hair, which queries for all hits see otherwise
+    auto a = read_csv(run_vqgas(folder.get_path(), {"trace", "demo:mills", mode}, rays));
+    auto b = read_csv(run_vqgas(folder.get_path(), {"trace", "demo:mills", "--bundle", mode}, rays));
+    for (auto* rows : {&a, &b})
+      for (auto& row : *rows) row.pop_back();  // the path
+    EXPECT_EQ(a, b);
+  }
+  const ProgramResult result = run_vqgas(folder.get_path(), {"info", "demo:mills", "--bundle", "--json", "-"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const Json report = Json::parse(result.out)[0], bundle = report["bundles"].back();
+  EXPECT_EQ(bundle["structures"]["built"], bundle["structures"]["geometries"]);
+  EXPECT_EQ(bundle["valid_instances"], bundle["instances"]);
+  EXPECT_GT(bundle["bytes_flat"], bundle["bytes_of_structures"]);
+}
+
+TEST(VqgasScatter, all_hits_hold_the_nearest_one_of_hair_too) {
+  const TestFolder folder;
+  write_parts(folder);
+  std::string hair, rays;
+  for (int k = 0; k < 300; ++k) {  // slanted, so that nodes are oriented
+    const double x = 0.01 * (k % 17), z = 0.013 * (k % 23);
+    for (int point = 0; point < 4; ++point)
+      hair += std::to_string(x + 0.3 * point) + ' ' + std::to_string(0.2 * point) + ' ' +
+              std::to_string(z + 0.25 * point) + " 0.01\n";
+    hair += '\n';
+  }
+  folder.write("tuft.curves", hair);
+  for (int k = 0; k < 300; ++k)
+    rays += std::to_string(k % 20 * 0.5 + 0.1) + ",20," + std::to_string(k / 20 * 0.6 + 0.1) + ",0.1,-1,0.2\n";
+  ASSERT_EQ(run_vqgas(folder.get_path(), {"scatter", "tuft.curves", "--on", "hill.obj", "--count", "120", "--no-ground",
+                                          "-o", "made.json"})
+                .exit_code,
+            0);
+  const auto nearest = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json"}, rays));
+  const auto all = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json", "--all"}, rays));
+  auto first = all.begin();
+  std::size_t hits = 0;
+  for (const auto& row : nearest) {
+    first = std::find_if(first, all.end(), [&](const auto& other) { return other[0] == row[0]; });
+    ASSERT_NE(first, all.end());
+    ASSERT_EQ((*first)[1], row[1]) << "ray " << row[0];
+    hits += !row[1].empty();
+  }
+  EXPECT_GT(hits, 60u);
+}
+
+TEST(VqgasScatter, a_fault_of_a_file_is_one_line_that_tells_where) {
+  const TestFolder folder;
+  write_parts(folder);
+  const Json good = {{"format", "vqgas scatter 1"},
+                     {"geometries", {"tetra.obj"}},
+                     {"instances", {{"geometry", {0, 0}}, {"matrix", std::vector<double>(24, 1.0)}}}};
+  const auto expect_fault = [&](const std::string& text, const std::string& fault) {
+    folder.write("broken.json", text);
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", "broken.json", "--quiet"});
+    EXPECT_EQ(result.exit_code, 1) << fault;
+    EXPECT_EQ(result.count_error_lines(), 1u) << result.err;
+    EXPECT_NE(result.err.find("broken.json: " + fault), std::string::npos) << result.err;
+  };
+  const auto expect_change = [&](const char* place, const Json& value, const std::string& fault) {
+    Json changed = good;
+    changed[Json::json_pointer(place)] = value;
+    expect_fault(changed.dump(), fault);
+  };
+  expect_fault("{\n  \"format\": nan}", "is not JSON: parse error at line 2, column 14");
+  expect_fault("[1e999]", "is not JSON: number overflow parsing '1e999'");
+  expect_fault("[]", "is not a scatter file");
+  expect_fault("{\"format\": \"vqgas scatter 1\"}", "has no \"geometries\"");
+  expect_change("/geometries/0", "nosuch.obj", "geometry 0: nosuch.obj: no such file");
+  expect_change("/geometries/0", "broken.json", "geometry 0: broken.json: is a scatter file itself");
+  expect_change("/ground", "nosuch.obj", "ground: nosuch.obj: no such file");
+  expect_change("/instances/geometry/1", 1, "instance 1: 1 is not the number of one of the 1 geometries");
+  expect_change("/instances/geometry/1", -1, "instance 1: -1 is not");
+  expect_change("/instances/matrix/13", nullptr, "instance 1: null in its matrix is not a finite number");
+  expect_change("/instances/matrix/13", 1e300, "instance 1: 1e+300 in its matrix is not a finite number");
+  expect_change("/instances/matrix/24", 1, "has 25 numbers of matrices, not 12 for each of 2 instances");
+  expect_change("/instances", {{"geometry", Json::array()}, {"matrix", Json::array()}}, "holds no instance");
+  expect_change("/sway", {{"degrees", 5}, {"period", 0}}, "\"sway\" has no valid \"period\"");
+}

@@ -1,0 +1,35 @@
+// tools/vqgas/import/scatter_file.h
+//
+// Scatter files: instances of geometries, and the ground that they stand on. JSON, as `vqgas scatter` writes it:
+//
+//   {"format": "vqgas scatter 1",
+//    "ground": "hill.obj",                            optional
+//    "geometries": ["fern.obj", "tuft.hair"],         relative to the file's folder, or demo:NAME
+//    "sway": {"degrees": 4, "period": 24},            optional; the period in frames
+//    "instances": {"geometry": [0, 1],                [instance] number of the geometry
+//                  "matrix": [12 numbers, ...]}}      [instance] to world, three rows of four
+#pragma once
+#include <string>
+#include <vector>
+
+#include "vq_core/core_types.h"
+#include "vq_gmath/gmath_matrix.h"
+
+struct ScatterFile {
+  std::string ground;  ///< empty: none
+  std::vector<std::string> geometries;
+  double sway_degrees = 0.0, sway_period = 24.0;
+  std::vector<uint> instance_geometries;
+  std::vector<GMathMatrix4x4<double>> matrices;
+};
+
+/// True if the name ends in .json, in any case.
+bool is_scatter_file(const std::string& path);
+
+/// Reads a file. Names of other files are as for a reader in the current folder. Throws InputError, with the line of
+/// text that is not JSON or the number of the instance, when the file is not as above, holds no instance, or refers to
+/// a geometry that it does not list.
+ScatterFile read_scatter(const std::string& path);
+
+/// Writes a file; names become relative to its folder, matrices single precision. Throws InputError.
+void write_scatter(const std::string& path, const ScatterFile& file);
