@@ -1,7 +1,7 @@
 #!/bin/sh
 # The main job in one command: installs what is missing, builds Release, then reports on a scene and renders it.
 #
-#   scripts/demo.sh [OPTION...]             the built-in scenes, three of them moving while the shutter is open
+#   scripts/demo.sh [OPTION...]             the built-in scenes, four of them moving while the shutter is open
 #   scripts/demo.sh FILE... [OPTION...]     the scene, mesh and hair files given, as one scene
 #
 # Options go to `vqgas render` as they stand, for example: scripts/demo.sh bunny.ply --view side --size 1920x1080
@@ -10,7 +10,7 @@ set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$root/out
 vqgas=$root/build/demo/bin/vqgas
-layers=beauty,depth,normal,position,primitive,group,object,instance-path,uv,heat,count
+layers=beauty,depth,normal,position,primitive,group,object,instance-path,instance,instance-depth,uv,heat,count
 
 case "${1:-}" in
   -h | --help) sed -n '2,8s/^# \{0,1\}//p' "$0"; exit 0 ;;
@@ -36,7 +36,7 @@ render() {
 
 case "${1:-}" in
   "" | -*)
-    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills --json "$out/info.json"
+    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills demo:forest --json "$out/info.json"
     render gallery demo:gallery --floor "$@"
     render wave demo:wave --shutter 0,0.5 "$@"
     render fur demo:fur --floor "$@"
@@ -45,6 +45,8 @@ case "${1:-}" in
     render wind demo:wind --floor --shutter 0.35,0.42 "$@"
     "$vqgas" render demo:mills --floor "$@" -o "$out/mills.still.png"
     render mills demo:mills --floor --shutter 0.4,0.65 "$@"
+    render forest demo:forest --shutter 0,0.5 --samples 8 --size 704x396 \
+           --camera 3,3.4,10.5/-1,0.4,-2/0,1,0/42 "$@"
     # Micro-triangles are costly: few rays, unless the options say otherwise.
     for default in "--samples 8" "--size 704x396" "--camera 5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"; do
       case " $* " in

@@ -25,7 +25,8 @@ constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
                                 {"fur", make_demo_fur},
                                 {"strands", make_demo_strands},
                                 {"wind", make_demo_wind},
-                                {"mills", make_demo_mills}};
+                                {"mills", make_demo_mills},
+                                {"forest", make_demo_forest}};
 
 }  // namespace
 
