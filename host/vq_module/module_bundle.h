@@ -21,10 +21,10 @@ class ModuleBundle final : public ModuleSceneObject {
   struct Contents {
     std::vector<std::shared_ptr<const GeometryObject>> geometries;
     std::shared_ptr<const ModuleMatrixSource> matrix_source;  ///< of the bundle's matrices callback; may be null
-    bool is_moving = false;                                   ///< instances move by a callback of another kind
     uint shading_group_count = 0;                             ///< 0: the outer object's materials count
     double geometry_count = 0.0;                              ///< instances in the structure
     double primitive_count = 0.0;                             ///< of all of them
+    bool is_moving = false;                                   ///< instances move by a callback of another kind
   };
   /// @param structure  of the bundle; null: the object cannot be hit
   /// @param functions  clusters of the structure; must outlive the object
