@@ -1,135 +1,13 @@
 // The host's trees against loops over all boxes: GasTree, and GasGridTree with and without a function that supplies
 // boxes.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <chrono>
 #include <cstring>
-#include <new>
-#include <set>
-#include <thread>
 
-#include "support/box_query.h"
+#include "host/gas_tree_probe.h"
 #include "support/test_scale.h"
 #include "vq_app_base/app_progress_scope.h"
-#include "vq_gas_base/gas_grid_tree.h"
-#include "vq_geometry/geometry_frustum_ctx.h"
-#include "vq_geometry/geometry_ray_frustum_ctx.h"
+#include "vq_gas_base/gas_beam_planes.h"
 
 namespace {
-
-constexpr uint resolution = 12;
-
-/// One scene in a tree, with callbacks that write down the items they get.
-class Probe {
- public:
-  enum class Form { tree, grid, supplied_grid };
-  static constexpr Form forms[] = {Form::tree, Form::grid, Form::supplied_grid};
-
-  Probe(const BoxScene& scene, Form form, uint threads = 1) : scene(scene), form(form), world(8, threads) {
-    CoreVector<FloatBox> boxes;
-    for (const FloatBox& box : scene.boxes) boxes.add(box);
-    if (form == Form::tree) {
-      tree.create(boxes, nullptr, &world.app);
-    } else {
-      grid.create(boxes, resolution, nullptr, &world.app);
-      if (form == Form::supplied_grid) grid.set_leaf_boxes(supply, this);
-    }
-    GasTree& any = form == Form::tree ? tree : grid;
-    any.set_ray_leaf(test_ray, this);
-    any.set_frustum_leaf(test_frustum, this);
-    any.set_ray_frustum_leaf(test_beam, this);
-  }
-
-  template <class Call>
-  void call(const Call& function) {
-    visited.clear();
-    form == Form::tree ? function(tree) : function(grid);
-  }
-
-  static void supply(void* user, const CtxEval&, const uint& count, const uint* items, FloatBox* boxes) {
-    auto& self = *static_cast<Probe*>(user);
-    ++self.supplied;
-    std::this_thread::sleep_for(self.delay);
-    if (self.refuses) throw std::bad_alloc();
-    for (uint k = 0; k < count; ++k) boxes[k] = self.scene.boxes[items[k]];
-  }
-  static void test_ray(void* user, const uint& item, const CtxEval& ctx, CtxShader& shader,
-                       GeometryRaytraceCtx& query) {
-    auto& self = *static_cast<Probe*>(user);
-    self.visited.push_back(item);
-    if (self.stops_rays) query.ray_flags[query.first_ray] |= 1u;
-    if (!query.is_nearest()) return;
-    const auto entry = find_entry(GMathBbox3<double>(self.scene.boxes[item]), self.rays[query.first_ray]);
-    if (entry) query.push_intersection(ctx, shader, query.first_ray, {*entry, 0.0, 0.0, item, 0});
-  }
-  static void test_frustum(void* user, const uint& item, const CtxEval&, CtxShader&, GeometryFrustumCtx& query) {
-    auto& self = *static_cast<Probe*>(user);
-    self.visited.push_back(item);
-    if (query.classify(self.scene.boxes[item]) != GeometryBoxPlace::inside) query.result.outside = 1;
-    if (query.mode == 0) query.result.finished = 1;
-  }
-  /// The center of a box is hit where the plane across the beam through it has it between the corners.
-  static void test_beam(void* user, const uint& item, const CtxEval&, CtxShader&, GeometryRayFrustumCtx& query) {
-    const double t = find_center(GMathBbox3<double>(static_cast<Probe*>(user)->scene.boxes[item]).get_center(), query);
-    if (t < query.get_tfar()) query.get_record() = {t, 1.0, item, 0};
-  }
-  static double find_center(const GMathVec3<double>& center, const GeometryRayFrustumCtx& query) {
-    const GMathVec3<double>& normal = query.get_plane_normal();
-    const double t = (center - query.get_origin()).dot(normal) / query.get_direction().dot(normal);
-    if (!(t >= query.get_tnear())) return DBL_MAX;
-    GMathVec3<double> corners[4];
-    query.get_corners(t, corners);
-    int side = 0;
-    for (uint k = 0; k < 4; ++k) {
-      const GMathVec3<double> edge = corners[(k + 1) % 4] - corners[k];
-      side += edge.cross(center - corners[k]).dot(normal) >= 0.0 ? 1 : -1;
-    }
-    return side == 4 || side == -4 ? t : DBL_MAX;
-  }
-
-  /// All items, in the order of the tree.
-  std::vector<uint> list_all() {
-    GeometryFrustumCtx query;
-    query.mode = 2;
-    call([&](auto& any) { any.frustum_hit(world.ctx, world.shader, query); });
-    return visited;
-  }
-
-  /// Visited items per ray; each at most once.
-  std::vector<std::set<uint>> ask(const std::vector<BoxRay>& asked, double extent, u64 cluster = 0) {
-    rays = asked;
-    BoxQuery packet(rays);
-    std::vector<std::set<uint>> found(rays.size());
-    for (uint r = 0; r < rays.size(); ++r) packet.packet.get_ray(r).extent = extent;
-    GeometryRaytraceCtx& query = packet.packet.begin_all_hits(world.shading);
-    query.object_distance = -DBL_MAX;
-    query.cluster = cluster;
-    for (uint r = 0; r < rays.size(); ++r) {
-      query.first_ray = query.last_ray = r;
-      call([&](auto& any) {
-        extent > 0.0 ? tree.ray_hit_extent(world.ctx, world.shader, query, this)
-                     : any.ray_hit(world.ctx, world.shader, query);
-      });
-      found[r] = {visited.begin(), visited.end()};
-      EXPECT_EQ(found[r].size(), visited.size()) << "an item was visited twice";
-    }
-    return found;
-  }
-
-  BoxScene scene;
-  Form form;
-  QueryWorld world;
-  GasTree tree;
-  GasGridTree grid;
-  std::vector<BoxRay> rays;
-  std::vector<uint> visited;
-  std::atomic<uint> supplied = 0;
-  std::atomic<bool> refuses = false;
-  std::chrono::milliseconds delay{0};  ///< of the boxes' supply
-  bool stops_rays = false;             ///< at their first leaf
-};
 
 /// Without those that an infinite box has given infinite components.
 std::vector<BoxRay> make_finite_rays(const BoxScene& scene, uint count, uint seed) {
@@ -364,71 +242,7 @@ TEST(GasTree, is_empty_after_a_stop_request) {
   bar->finish();
   EXPECT_THROW(probe.tree.create(boxes, nullptr, &probe.world.app), AppStopped);
   EXPECT_TRUE(probe.tree.is_empty());
-  EXPECT_THROW(probe.grid.create(boxes, resolution, nullptr, &probe.world.app), AppStopped);
+  EXPECT_THROW(probe.grid.create(boxes, Probe::resolution, nullptr, &probe.world.app), AppStopped);
   EXPECT_EQ(probe.grid.get_part_count(), 0u);
   EXPECT_EQ(probe.grid.get_memory_size(), GasGridTree().get_memory_size());
-}
-
-TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
-  Probe probe(make_box_scene(BoxKind::uniform, 20000, 2), Probe::Form::supplied_grid);
-  std::atomic<u64> reported = probe.grid.get_memory_size();
-  probe.grid.set_memory_change([](const u64& before, const u64& after,
-                                  void* total) { *static_cast<std::atomic<u64>*>(total) += after - before; },
-                               &reported);
-  const u64 unbuilt_size = probe.grid.get_memory_size();
-  const BoxRay ray{GMathVec3<double>(probe.scene.boxes[0].min), {0, 0, 1}, 0.0, 1e-6};
-  EXPECT_GE(probe.grid.get_part_count(), resolution);
-  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
-
-  probe.refuses = true;  // a miss, and the next query tries again
-  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].empty());
-  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
-  EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
-  probe.refuses = false;
-  probe.world.app.request_stop();  // so does a stop request
-  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].empty());
-  EXPECT_EQ(probe.grid.get_built_part_count(), 0u);
-  probe.world.app.clear_stop_request();
-  probe.supplied = 0;
-  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].contains(0));
-  EXPECT_EQ(probe.supplied, probe.grid.get_built_part_count());
-  EXPECT_LE(probe.supplied, 3u) << "a short ray reaches few parts";
-  EXPECT_EQ(GasGridTree(probe.grid).get_memory_size(), unbuilt_size);
-  const Probe keeping(probe.scene, Probe::Form::grid);
-  EXPECT_EQ(keeping.grid.get_memory_size(), unbuilt_size + probe.scene.boxes.size() * sizeof(FloatBox));
-
-  probe.grid.set_leaf_boxes(Probe::supply, &probe);  // all unbuilt again
-  EXPECT_EQ(probe.grid.get_memory_size(), unbuilt_size);
-  reported = unbuilt_size;
-  probe.supplied = 0;
-  probe.delay = std::chrono::milliseconds(10);  // the other threads wait
-  probe.grid.set_ray_leaf([](void*, const uint&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {}, nullptr);
-  std::vector<std::thread> threads;
-  for (uint k = 0; k < 8; ++k) {
-    threads.emplace_back([&] {
-      const CtxEval ctx(probe.world.factory);
-      CtxShader shader;
-      GeometryRayPacket packet;
-      packet.resize(1);
-      packet.set_ray(0, {-4, 0.1, 0.1}, {1, 0, 0});
-      probe.grid.ray_hit(ctx, shader, packet.begin_all_hits(probe.world.shading));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(probe.supplied, probe.grid.get_built_part_count());
-  EXPECT_EQ(reported, probe.grid.get_memory_size());
-  EXPECT_GT(reported, unbuilt_size);
-}
-
-TEST(GasGridTree, has_about_as_many_parts_as_requested) {
-  for (const auto [count, wanted, least, most] :
-       {std::array{0u, 4u, 0u, 0u}, {1u, 9u, 1u, 1u}, {10u, 3u, 1u, 10u}, {20000u, 141u, 36u, 400u}})
-    for (const BoxKind kind : {BoxKind::uniform, BoxKind::coincident}) {
-      Probe probe(make_box_scene(kind, count, 3), Probe::Form::grid);
-      CoreVector<FloatBox> boxes;
-      for (const FloatBox& box : probe.scene.boxes) boxes.add(box);
-      probe.grid.create(boxes, wanted, nullptr);
-      EXPECT_GE(probe.grid.get_part_count(), least);
-      EXPECT_LE(probe.grid.get_part_count(), most);
-    }
 }
