@@ -54,6 +54,19 @@ TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
   EXPECT_GT(reported, unbuilt_size);
 }
 
+TEST(GasGridTree, nearest_and_all_hits_have_callbacks_of_their_own) {
+  Probe probe(make_box_scene(BoxKind::uniform, 200, 1), Probe::Form::grid);
+  GasGridCallbacks callbacks;
+  callbacks.ray.function = [](void*, const uint&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {};
+  callbacks.nearest = {Probe::test_ray, &probe};
+  probe.grid.set_callbacks(callbacks);
+  const BoxRay ray{{-4, 0.1, 0.1}, {1, 0, 0}};
+  EXPECT_TRUE(probe.ask({ray}, 0.0)[0].empty());
+  BoxQuery nearest({ray});
+  probe.grid.ray_hit_nearest(probe.world.ctx, probe.world.shader, nearest.packet.begin_nearest(probe.world.shading));
+  EXPECT_FALSE(probe.visited.empty());
+}
+
 TEST(GasGridTree, has_about_as_many_parts_as_requested) {
   for (const auto [count, wanted, least, most] :
        {std::array{0u, 4u, 0u, 0u}, {1u, 9u, 1u, 1u}, {10u, 3u, 1u, 10u}, {20000u, 141u, 36u, 400u}})

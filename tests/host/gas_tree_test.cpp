@@ -120,6 +120,7 @@ TEST(GasTree, frustums_reach_the_boxes_that_are_not_behind_a_plane) {
     for (uint k = 0; k < 40; ++k) {
       GeometryFrustumCtx query;
       query.mode = k % 4;
+      query.cluster = query.mode == 1 ? ~u64{0} : 0;  // mode all asks about the whole
       for (uint plane = 0; plane < 1 + k % 5; ++plane) query.add_plane({random.get_vec(0.8), random.get_vec()});
       std::set<uint> expected;
       bool all_inside = true;
@@ -173,6 +174,26 @@ TEST(GasTree, beams_find_the_nearest_center) {
   EXPECT_GT(hits, 100u);
 }
 
+// Items may be accepted a little beside the sides, and their t is rounded.
+TEST(GasTree, beams_touch_points_at_their_sides_and_ends) {
+  const GMathVec3<double> ring[4] = {{1, 1, 0}, {-1, 1, 0}, {-1, -1, 0}, {1, -1, 0}};
+  GeometryRayFrustumBeam beam;
+  const auto touches = [&](const GMathVec3<float>& point) {
+    double first = 0.0;
+    return GasBeamPlanes(beam).touches({point, point}, beam.tfar, first);
+  };
+  ASSERT_TRUE(beam.set_parallel({0, 0, 0}, {0, 0, 1}, ring, 0, 9));
+  EXPECT_TRUE(touches({1 + 0x1p-21f, 0, 5}));
+  EXPECT_FALSE(touches({1 + 0x1p-17f, 0, 5}));
+  RandomValues random(2);
+  for (uint k = 0; k < 100; ++k) {
+    const GMathVec3<float> direction(1 + random.get_index(9), 1 + random.get_index(9), 1 + random.get_index(9));
+    const uint t = 1 + random.get_index(99);
+    ASSERT_TRUE(beam.set_parallel({0, 0, 0}, GMathVec3<double>(direction), ring, t, t));
+    EXPECT_TRUE(touches(direction * t)) << GMathVec3<double>(direction) << " at " << t;
+  }
+}
+
 TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
   for_each_probe(500, [](Probe& probe) {
     const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 20, 7);
@@ -195,8 +216,11 @@ TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
     EXPECT_EQ(0,
               std::memcmp(&all, &(probe.form == Probe::Form::tree ? probe.tree : probe.grid).get_bbox(), sizeof all));
     const std::vector<uint> order = probe.list_all();
-    probe.tree = GasTree(probe.tree);
-    probe.grid = GasGridTree(probe.grid);
+    const GasTree tree(probe.tree);
+    const GasGridTree grid(probe.grid);
+    (probe.form == Probe::Form::tree ? probe.tree : probe.grid).set_frustum_leaf(nullptr, nullptr);
+    probe.tree = tree;
+    probe.grid = grid;
     EXPECT_EQ(probe.list_all(), order);
     std::vector<std::set<uint>> united(rays.size());
     for (void* cluster : clusters) {
