@@ -126,4 +126,5 @@ struct FlatMesh {
     });
     create(mesh, std::move(data));
   }
+  GMathVec3<double> get(u32 vertex) const { return GMathVec3<double>(mesh.get_position(vertex)); }
 };

@@ -33,14 +33,27 @@ std::vector<GeometryIntersection> shoot_all(QueryWorld& world, const GeometryObj
   return hits;
 }
 
+/// Rays at micro-vertices, every second from so far away that rounding is larger than a micro-triangle.
+void check_rays_at_vertices(QueryWorld& world, const DisplacedMesh& mesh, const FlatMesh& flat) {
+  RandomValues random(4);
+  for (uint k = 0; k < scaled(400, 80); ++k) {
+    const Vec origin = random.get_vec(k % 2 == 0 ? 3.0 : 1e12);
+    const Vec direction = flat.get(random.get_index(flat.mesh.get_vertex_count())) - origin;
+    ASSERT_EQ(shoot(world, mesh, origin, direction).distance, shoot(world, flat.mesh, origin, direction).distance) << k;
+  }
+}
+
 void check_frustums(QueryWorld& world, const DisplacedMesh& mesh, const FlatMesh& flat) {
   RandomValues random(3);
   for (uint k = 0; k < scaled(40, 8); ++k) {
     GeometryFrustumCtx frustum;
-    const Vec center = random.get_vec(1.3);
-    for (uint plane = 0; plane < 4; ++plane) {
-      const Vec normal = random.get_vec();
-      frustum.add_plane({center - normal.get_normalized() * (k % 2 == 0 ? 0.05 : 1.0), normal});
+    const bool is_small = k % 2 == 0;  // inside a micro-triangle
+    const u32* corners = flat.mesh.get_part_vertices(random.get_index(static_cast<uint>(flat.sources.size())), 0);
+    Vec center = random.get_vec(1.3), normal;
+    if (is_small) center = (flat.get(corners[0]) + flat.get(corners[1]) + flat.get(corners[2])) * (1.0 / 3);
+    for (uint plane = 0; plane < 6; ++plane) {
+      normal = plane % 2 == 0 ? random.get_vec() : -normal;
+      frustum.add_plane({center - normal.get_normalized() * (is_small ? 0.002 : 1.0), normal});
     }
     for (frustum.mode = 0; frustum.mode < 2; ++frustum.mode)
       for (uint primitive = 0; primitive < mesh.get_primitive_count(); ++primitive) {
@@ -96,6 +109,7 @@ TEST(DisplacedMesh, is_the_mesh_of_its_micro_triangles) {
           packet.get_ray(ray).tfar = DBL_MAX;
         }
       }
+      check_rays_at_vertices(world, mesh, flat);
       std::vector<GMathBbox3<double>> boxes(mesh.get_primitive_count());
       for (uint t = 0; t < flat.sources.size(); ++t)
         boxes[flat.sources[t].first].add(flat.mesh.get_primitive_bbox(world.ctx, t));
@@ -213,56 +227,6 @@ TEST(DisplacedMesh, answers_do_not_depend_on_what_is_cached) {
   }
 }
 
-TEST(DisplacedMesh, micro_vertices_turn_with_the_mesh) {
-  PolyMeshData data = make_prism(4);
-  add_motion(data);
-  PolyMesh base;
-  create(base, data);
-  const std::shared_ptr<const GeometryHeight> image = make_image();
-  DisplacedMesh mesh;
-  displace(mesh, base, image, 3);
-  std::vector<Vec> at_half;
-  for (uint j = 0; j <= 3; ++j) {
-    const Vec rest = mesh.get_micro_vertex(2, 0, 0, j, nan_time), at = mesh.get_micro_vertex(2, 0, 0, j, 0.0);
-    const Vec turned(rest.x * std::cos(0.4) - rest.y * std::sin(0.4), rest.x * std::sin(0.4) + rest.y * std::cos(0.4),
-                     rest.z);
-    EXPECT_LT((at - turned).get_length(), 1e-6);
-    at_half.push_back(mesh.get_micro_vertex(2, 0, 0, j, 0.5));
-  }
-  PolyMeshData moved_once = make_prism(4);  // by a single motion sample
-  moved_once.motion_positions.push_back(data.motion_positions[1]);
-  create(base, moved_once);
-  displace(mesh, base, image, 3);
-  for (uint j = 0; j <= 3; ++j) EXPECT_LT((mesh.get_micro_vertex(2, 0, 0, j, 0.7) - at_half[j]).get_length(), 1e-12);
-  // A polygon that stands still has normals that turn with its neighbor's.
-  PolyMeshData pair = make_polygons({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, 3);
-  pair.polygon_sizes = {3, 3};
-  pair.polygon_vertices = {0, 1, 2, 1, 3, 2};
-  pair.polygon_groups = {0, 1};
-  pair.group_names.assign(2, CoreString("group"));
-  pair.motion_positions.assign(2, pair.positions);
-  pair.motion_positions[1][3].z = 1;
-  create(base, pair);
-  displace(mesh, base, make_noise(), 2);
-  EXPECT_TRUE(!base.has_shading_group_motion(0) && mesh.has_shading_group_motion(0));
-}
-
-TEST(DisplacedMesh, seams_of_the_image_are_closed_by_the_mean) {
-  PolyMeshData data = make_prism(4);
-  PolyMesh base;
-  create(base, data);
-  const std::shared_ptr<const GeometryHeight> image = make_image();
-  DisplacedMesh mesh;
-  displace(mesh, base, image, 3);
-  double sum = 0.0;  // of the three corners at vertex 0
-  for (uint corner = 0; corner < data.polygon_vertices.size(); ++corner) {
-    const VecF& uv = data.uv_maps[0].positions[corner];
-    if (data.polygon_vertices[corner] == 0) sum += std::clamp(image->get_height({{}, {uv.x, uv.y}}), -0.1, 0.1);
-  }
-  const Vec moved = mesh.get_micro_vertex(2, 0, 0, 0, nan_time) - Vec(data.positions[0]);
-  EXPECT_NEAR(moved.get_length(), std::fabs(sum / 3), 1e-6);
-}
-
 /// A smooth function with a known gradient.
 class WaveHeight final : public GeometryHeight {
  public:
@@ -271,6 +235,21 @@ class WaveHeight final : public GeometryHeight {
   }
   u64 get_memory_size() const override { return sizeof(*this); }
 };
+
+// Straight down at tops in the lower half of the mesh: the boxes around them begin where the interval ends.
+TEST(DisplacedMesh, hits_just_before_the_end_are_kept) {
+  QueryWorld world;
+  PolyMesh base;
+  create(base, make_polygons({{-6, -1, -0.6f}, {6, 0, 0.6f}, {-6, 1, -0.6f}}, 3));
+  DisplacedMesh mesh;
+  displace(mesh, base, std::make_shared<WaveHeight>(), 64);
+  for (uint i = 1; i < 64; ++i)
+    for (uint j = 1; i + j < 64; ++j) {
+      const Vec vertex = mesh.get_micro_vertex(0, 0, i, j, nan_time), origin(vertex.x, vertex.y, 5);
+      const double tfar = std::nextafter(shoot(world, mesh, origin, {0, 0, -1}).distance, DBL_MAX);
+      EXPECT_NE(shoot(world, mesh, origin, {0, 0, -1}, 0.0, tfar).geometry, nullptr) << i << ' ' << j;
+    }
+}
 
 TEST(DisplacedMesh, surface_points_are_smooth_and_refer_to_the_base) {
   QueryWorld world;
@@ -298,77 +277,6 @@ TEST(DisplacedMesh, surface_points_are_smooth_and_refer_to_the_base) {
     hit = shoot(world, flat, {x, y, 1}, {0, 0, -1});
     EXPECT_NEAR(flat.get_edge_proximity(hit), base.get_edge_proximity(shoot(world, base, {x, y, 1}, {0, 0, -1})), 1e-6);
   }
-}
-
-TEST(DisplacedMesh, height_functions_are_bounded_and_continuous) {
-  const std::shared_ptr<const GeometryHeight> noise = make_noise(0.5), image = make_image();
-  RandomValues random(8);
-  double most = 0.0;
-  for (uint k = 0; k < 2000; ++k) {
-    GeometryHeightPoint point{random.get_vec(20.0), {random.get(-3, 3), random.get(-3, 3)}};
-    if (k % 2 == 0) point.position.x = std::round(point.position.x);  // a face of lattice cells
-    GeometryHeightPoint next = point;
-    next.position.x -= 1e-9;
-    EXPECT_NEAR(noise->get_height(point), noise->get_height(next), 1e-7);
-    most = std::max(most, std::fabs(noise->get_height(point)));
-    next.uv = {point.uv.x + 1, point.uv.y - 2};
-    EXPECT_NEAR(image->get_height(point), image->get_height(next), 1e-12);
-  }
-  EXPECT_TRUE(most > 0.15 && most <= 0.5) << most;
-  const GeometryImageHeight pixels(2, 2, {0, 1, 2, 3});
-  const auto get = [&](double u, double v) { return pixels.get_height({{}, {u, v}}); };
-  EXPECT_EQ(get(0.25, 0.25), 0.0);
-  EXPECT_EQ(get(0.75, 0.25), 1.0);
-  EXPECT_EQ(get(0.5, 0.5), 1.5);
-  EXPECT_EQ(get(1.0, 1.25), 0.5);  // between the last and the first pixel
-}
-
-TEST(DisplacedMesh, bad_settings_and_coordinates_are_refused) {
-  QueryWorld world;
-  constexpr float inf = std::numeric_limits<float>::infinity();
-  PolyMeshData data =
-      make_polygons({{0, 0, 0}, {0.9f, 0.1f, 0.2f}, {0, 1, 0}, {inf, 0, 0}, {0, 0, 0}, {0, 0, nan_time}}, 3);
-  data.polygon_sizes.push_back(3);  // one without an infinite coordinate
-  data.polygon_vertices.insert(data.polygon_vertices.end(), {4, 1, 5});
-  data.polygon_vertices[4] = 1;  // the broken polygon shares a vertex
-  data.polygon_sizes.push_back(2);
-  data.polygon_vertices.insert(data.polygon_vertices.end(), {0, 1});
-  PolyMesh base;
-  create(base, data);
-  DisplacedMesh mesh;
-  displace(mesh, base, make_noise(), 4);
-  EXPECT_TRUE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, 0)));
-  for (const uint broken : {1u, 2u, 3u}) EXPECT_FALSE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, broken)));
-  EXPECT_NE(mesh.get_micro_vertex(0, 0, 4, 0, nan_time).z, 0.2f);
-  EXPECT_NE(shoot(world, mesh, {0.2, 0.2, 3}, {0, 0, -1}).geometry, nullptr);
-  const auto refuses = [&](double bound, uint rate, std::shared_ptr<const GeometryHeight> height) {
-    DisplacedMeshSettings settings;
-    settings.bound = bound;
-    settings.rate = rate;
-    settings.height = std::move(height);
-    CoreString error;
-    return !mesh.create(base, settings, error) && !error.is_empty() && mesh.get_micro_triangle_count() == 48;
-  };
-  for (const double bound : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(bound, 4, make_noise())) << bound;
-  for (const uint rate : {0u, 1025u, ~0u}) EXPECT_TRUE(refuses(1, rate, make_noise())) << rate;
-  for (const double amplitude : {nan_time, double{inf}, -1.0}) EXPECT_TRUE(refuses(1, 4, make_noise(amplitude)));
-  EXPECT_TRUE(refuses(1, 4, nullptr));
-  PolyMeshData prism = make_prism(4);
-  prism.uv_maps[0].positions[0].x = inf;
-  PolyMesh without_uv, round;
-  create(without_uv, prism);
-  displace(mesh, without_uv, make_image(), 4);
-  EXPECT_TRUE(gmath_is_valid_box(mesh.get_primitive_bbox(world.ctx, 0))) << "a height that is NaN";
-  create(round, make_prism(4100));
-  DisplacedMeshSettings finest;
-  finest.rate = DisplacedMeshSettings::most_rate;
-  finest.height = make_noise();
-  CoreString error;
-  EXPECT_FALSE(mesh.create(round, finest, error)) << "2^32 micro-triangles in a polygon";
-  displace(mesh, base, make_noise(), 4);
-  EXPECT_TRUE(refuses(1, 4, make_image())) << "no UV map";
-  EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(2, 2, std::vector<float>(3))));
-  EXPECT_TRUE(refuses(1, 4, std::make_shared<GeometryImageHeight>(0, 0, std::vector<float>())));
 }
 
 }  // namespace
