@@ -67,20 +67,6 @@ bool DisplacedMesh::lies_in_frustum(const GeometryFrustumCtx& query, uint primit
 void DisplacedMesh::frustum_hit_primitive(const CtxEval& /*ctx*/, CtxShader& /*shader*/, GeometryFrustumCtx& query,
                                           const uint& primitive) const {
   if (!is_polygon_valid(primitive)) return;
-  switch (static_cast<GeometryFrustumMode>(query.mode)) {
-    case GeometryFrustumMode::any:
-      if (!touches_frustum(query, primitive)) return;
-      ++query.result.hit_count;
-      query.result.finished = 1;
-      return;
-    case GeometryFrustumMode::all:
-      if (lies_in_frustum(query, primitive))
-        ++query.result.hit_count;
-      else
-        query.result.outside = 1;
-      return;
-    case GeometryFrustumMode::points:
-    case GeometryFrustumMode::vertices:
-      return;
-  }
+  query.add_primitive([&] { return touches_frustum(query, primitive); },
+                      [&] { return lies_in_frustum(query, primitive); });
 }

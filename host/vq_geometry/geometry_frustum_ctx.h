@@ -85,6 +85,10 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   /// Adds a side plane. False when there are plane_capacity planes already.
   bool add_plane(const GeometryPlane& plane);
 
+  /// Modes any and all: adds one primitive to the result. The functions take nothing and return bool; only that of the
+  /// mode is called.
+  template <class Touches, class LiesInside>
+  void add_primitive(const Touches& touches, const LiesInside& lies_inside);
   /// Mode 2: appends a position.
   void push_point(const GMathVec3<double>& position);
   /// Mode 3: appends a point-cloud vertex with its position.
@@ -129,3 +133,16 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   std::vector<ObjectState> object_states_;  ///< indexed by object
   std::vector<uint> decided_;               ///< objects whose state is not unknown
 };
+
+template <class Touches, class LiesInside>
+void GeometryFrustumCtx::add_primitive(const Touches& touches, const LiesInside& lies_inside) {
+  if (mode == static_cast<uint>(GeometryFrustumMode::any) && touches()) {
+    ++result.hit_count;
+    result.finished = 1;
+  }
+  if (mode != static_cast<uint>(GeometryFrustumMode::all)) return;
+  if (lies_inside())
+    ++result.hit_count;
+  else
+    result.outside = 1;
+}

@@ -22,24 +22,12 @@ bool PolyMesh::lies_in_frustum(const GeometryFrustumCtx& query, uint primitive) 
 void PolyMesh::frustum_hit_primitive(const CtxEval& /*ctx*/, CtxShader& /*shader*/, GeometryFrustumCtx& query,
                                      const uint& primitive) const {
   if (!is_polygon_valid(primitive)) return;
-  switch (static_cast<GeometryFrustumMode>(query.mode)) {
-    case GeometryFrustumMode::any:
-      if (!touches_frustum(query, primitive)) return;
-      ++query.result.hit_count;
-      query.result.finished = 1;
-      return;
-    case GeometryFrustumMode::all:
-      if (lies_in_frustum(query, primitive))
-        ++query.result.hit_count;
-      else
-        query.result.outside = 1;
-      return;
-    case GeometryFrustumMode::points:
-    case GeometryFrustumMode::vertices:
-      for (uint corner = get_first_corner(primitive); corner < get_first_corner(primitive + 1); ++corner) {
-        const uint vertex = polygon_vertices_[corner];
-        if (vertex < query.mask.size() && query.contains(GMathVec3<double>(positions_[vertex]))) query.mask[vertex] = 1;
-      }
-      return;
+  query.add_primitive([&] { return touches_frustum(query, primitive); },
+                      [&] { return lies_in_frustum(query, primitive); });
+  const auto mode = static_cast<GeometryFrustumMode>(query.mode);
+  if (mode != GeometryFrustumMode::points && mode != GeometryFrustumMode::vertices) return;
+  for (uint corner = get_first_corner(primitive); corner < get_first_corner(primitive + 1); ++corner) {
+    const uint vertex = polygon_vertices_[corner];
+    if (vertex < query.mask.size() && query.contains(GMathVec3<double>(positions_[vertex]))) query.mask[vertex] = 1;
   }
 }

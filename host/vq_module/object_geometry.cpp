@@ -85,13 +85,6 @@ void ObjectGeometry::frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader
   }
   query.point_count = 0;  // of this geometry, not of the inner one
   const GeometryFrustumResult found = std::exchange(query.result, outer);
-  if (query.mode == static_cast<uint>(GeometryFrustumMode::any) && found.hit_count > 0) {
-    ++query.result.hit_count;
-    query.result.finished = 1;
-  }
-  if (query.mode != static_cast<uint>(GeometryFrustumMode::all)) return;
-  if (found.hit_count == found.total && found.outside == 0)
-    ++query.result.hit_count;
-  else
-    query.result.outside = 1;
+  query.add_primitive([&] { return found.hit_count > 0; },
+                      [&] { return found.hit_count == found.total && found.outside == 0; });
 }
