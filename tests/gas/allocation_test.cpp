@@ -175,6 +175,22 @@ TEST(Allocation, bundles_take_none_once_their_motion_is_refitted) {
   expect_none_repeated(world, bundle);
 }
 
+TEST(Allocation, copies_of_a_grid_are_empty_or_whole) {
+  CoreVector<GMathBbox3<float>> boxes;
+  for (uint k = 0; k < 100; ++k) boxes.add(GMathBbox3<float>({1.0f * k, 0, 0}, {1.0f * k, 1, 1}));
+  GasGridTree grid;
+  grid.create(boxes, 8, nullptr);
+  bool was_refused = true;
+  for (uint number = 0; was_refused; ++number) {
+    refused = allocations + number;
+    const GasGridTree copy(grid);
+    was_refused = allocations > refused;
+    refused = core_invalid_index;
+    EXPECT_EQ(copy.is_empty(), was_refused) << number;
+    EXPECT_EQ(copy.get_part_count(), was_refused ? 0 : grid.get_part_count()) << number;
+  }
+}
+
 // One structure of each kind over the same row of boxes, and what is done with it while one allocation is refused.
 namespace {
 
