@@ -165,12 +165,20 @@ class GasGeometry::GetLeafBboxesTask : public GasTask {
     }
   }
 
+  void set_input(const void* new_structure, const CtxEval& new_ctx, const uint* new_positions,
+                 GMathBbox3<float>* new_boxes) {
+    structure = static_cast<const GasGeometry*>(new_structure);
+    ctx = &new_ctx;
+    positions = new_positions;
+    boxes = new_boxes;
+  }
+
   /// Measures `count` positions: on this thread if they are few or `ctx` has no context for each thread.
-  template <class Task>
-  static void run(const CtxEval& ctx, uint count, const Task& prepared) {
+  /// @param prepare  (task): sets its input
+  template <class Task, class Prepare>
+  static void run(const CtxEval& ctx, uint count, const Prepare& prepare) {
     SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
     const uint task_count = count / positions_per_task;
-    const auto prepare = [&](Task& task) { task.copy_input(prepared); };
     if (task_count < 2 || ctx.get_thread_ctx_count() < manager.get_thread_count()) {
       Task all;
       prepare(all);
@@ -178,14 +186,6 @@ class GasGeometry::GetLeafBboxesTask : public GasTask {
       return all.measure(ctx);
     }
     gas_run_slices<Task>(manager, count, (count + task_count - 1) / task_count, prepare);
-  }
-
- protected:
-  void copy_input(const GetLeafBboxesTask& other) {
-    structure = other.structure;
-    ctx = other.ctx;
-    positions = other.positions;
-    boxes = other.boxes;
   }
 
  private:
@@ -206,44 +206,20 @@ class GasGeometry::GetLeafBboxesAtTask final : public GetLeafBboxesTask {
       boxes[k] = GMathBbox3<float>(gmath_is_valid_box(box) ? box : owner->get_primitive_bbox(thread_ctx, primitive));
     }
   }
-
- private:
-  friend class GetLeafBboxesTask;
-  void copy_input(const GetLeafBboxesAtTask& other) {
-    GetLeafBboxesTask::copy_input(other);
-    time = other.time;
-  }
 };
-
-void GasGeometry::get_leaf_bboxes(const CtxEval& ctx, uint count, const uint* positions,
-                                  GMathBbox3<float>* boxes) const {
-  GetLeafBboxesTask input;
-  input.structure = this;
-  input.ctx = &ctx;
-  input.positions = positions;
-  input.boxes = boxes;
-  GetLeafBboxesTask::run(ctx, count, input);
-}
-
-void GasGeometry::get_leaf_bboxes_at(const CtxEval& ctx, double time, uint count, const uint* positions,
-                                     GMathBbox3<float>* boxes) const {
-  GetLeafBboxesAtTask input;
-  input.structure = this;
-  input.ctx = &ctx;
-  input.positions = positions;
-  input.boxes = boxes;
-  input.time = time;
-  GetLeafBboxesTask::run(ctx, count, input);
-}
 
 void GasGeometry::get_leaf_bboxes_callback(void* structure, const CtxEval& ctx, const uint& count,
                                            const uint* positions, GMathBbox3<float>* boxes) {
-  static_cast<const GasGeometry*>(structure)->get_leaf_bboxes(ctx, count, positions, boxes);
+  GetLeafBboxesTask::run<GetLeafBboxesTask>(
+      ctx, count, [&](GetLeafBboxesTask& task) { task.set_input(structure, ctx, positions, boxes); });
 }
 
 void GasGeometry::get_leaf_bboxes_at_callback(void* structure, const CtxEval& ctx, const double& time,
                                               const uint& count, const uint* positions, GMathBbox3<float>* boxes) {
-  static_cast<const GasGeometry*>(structure)->get_leaf_bboxes_at(ctx, time, count, positions, boxes);
+  GetLeafBboxesTask::run<GetLeafBboxesAtTask>(ctx, count, [&](GetLeafBboxesAtTask& task) {
+    task.set_input(structure, ctx, positions, boxes);
+    task.time = time;
+  });
 }
 
 void GasGeometry::update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const {

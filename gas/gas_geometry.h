@@ -112,10 +112,6 @@ class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometr
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
-  void get_leaf_bboxes(const CtxEval& ctx, uint count, const uint* positions, GMathBbox3<float>* boxes) const;
-  void get_leaf_bboxes_at(const CtxEval& ctx, double time, uint count, const uint* positions,
-                          GMathBbox3<float>* boxes) const;
-
   GasGridTree grid;
   // The variants for the primitives of the last create().
   GasTreeLeafCallback<GeometryRaytraceCtx> ray_callback = nullptr;
