@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "tools/vqgas/demo/demo_relief.h"
 #include "tools/vqgas/demo/demo_scenes.h"
 #include "tools/vqgas/demo/demo_shapes.h"
 #include "tools/vqgas/support/random.h"
@@ -21,20 +22,6 @@ constexpr Strip strips[] = {{6, -0.15, -0.13, false}, {14, -0.13, 0.3, false}, {
                             {14, 1.5, 1.6, false},    {28, 1.6, 2.6, true},    {16, 2.6, 2.75, false}};
 constexpr uint bank_rows = 110, rows = 2 * bank_rows;
 static_assert(2 * columns * rows * rate * rate == 111'900'800);
-
-double ease(double low, double high, double x) {
-  const double t = std::clamp((x - low) / (high - low), 0.0, 1.0);
-  return t * t * (3.0 - 2.0 * t);
-}
-
-GeometryNoiseSettings make_noise_settings(u64 seed, uint octaves, double frequency, double amplitude) {
-  GeometryNoiseSettings settings;
-  settings.seed = seed;
-  settings.octaves = octaves;
-  settings.frequency = frequency;
-  settings.amplitude = amplitude;
-  return settings;
-}
 
 /// A place on a strip.
 struct StripPoint {
@@ -67,12 +54,12 @@ class CliffsLand {
     double from = lines[at.strip], to = lines[at.strip + 1];
     if (at.strip == 4) to = from + 0.28;
     if (at.strip == 5) from = lines[4] + 0.28, to = 0.5 * side + at.bank * river;
-    const double slope = strip.is_cliff ? ease(0.0, 1.0, at.across) : at.across;
+    const double slope = strip.is_cliff ? demo_ease(0.0, 1.0, at.across) : at.across;
     return {x, std::lerp(strip.bottom, strip.top, slope), river - at.bank * std::lerp(from, to, at.across)};
   }
 
  private:
-  GeometryNoiseHeight broad_{make_noise_settings(5, 2, 0.35, 0.9)}, narrow_{make_noise_settings(6, 3, 1.3, 0.35)};
+  GeometryNoiseHeight broad_{demo_make_noise(5, 2, 0.35, 0.9)}, narrow_{demo_make_noise(6, 3, 1.3, 0.35)};
 };
 
 /// On cliffs layers of rock that stand out by different lengths, with cracks from top to bottom; rough everywhere but
@@ -83,22 +70,22 @@ class CliffsHeight final : public GeometryHeight {
     const Point& p = point.position;
     const StripPoint at(point.uv.y);
     const double rough = rough_.get_height(point);
-    if (!strips[at.strip].is_cliff) return ease(water_level - 0.1, water_level + 0.3, p.y) * rough;
+    if (!strips[at.strip].is_cliff) return demo_ease(water_level - 0.1, water_level + 0.3, p.y) * rough;
     const double crack = 14.0 * cracks_.get_height({{p.x, 0.25 * p.y, p.z}, {}});
     const double rock = get_layer(9.0 * p.y + 4.0 * rough) - 0.09 * std::exp(-crack * crack);
-    return rough + rock * ease(0.0, 0.12, at.across) * ease(0.0, 0.06, 1.0 - at.across);
+    return rough + rock * demo_ease(0.0, 0.12, at.across) * demo_ease(0.0, 0.06, 1.0 - at.across);
   }
   bool uses_uv() const override { return true; }
   u64 get_memory_size() const override { return sizeof(*this); }
 
  private:
   static double get_layer(double y) {
-    const double below = std::floor(y), length = ease(0.72, 1.0, y - below);
+    const double below = std::floor(y), length = demo_ease(0.72, 1.0, y - below);
     const auto number = static_cast<uint>(static_cast<int>(below) + 100);
     return 0.08 * std::lerp(random_unit(number, 3), random_unit(number + 1, 3), length);
   }
 
-  GeometryNoiseHeight rough_{make_noise_settings(2, 7, 2.6, 0.075)}, cracks_{make_noise_settings(3, 3, 2.2, 1.0)};
+  GeometryNoiseHeight rough_{demo_make_noise(2, 7, 2.6, 0.075)}, cracks_{demo_make_noise(3, 3, 2.2, 1.0)};
 };
 
 /// Of quads.

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "tools/vqgas/demo/demo_placing.h"
+#include "tools/vqgas/demo/demo_relief.h"
 #include "tools/vqgas/demo/demo_scenes.h"
 #include "tools/vqgas/source/scatter.h"
 #include "tools/vqgas/support/random.h"
@@ -13,43 +14,29 @@ namespace {
 constexpr uint columns = 150, rate = 6;  // 1.6 million micro-triangles
 constexpr double side = 44.0, water_level = -0.42, bound = 0.12;
 
-double ease(double low, double high, double x) {
-  const double t = std::clamp((x - low) / (high - low), 0.0, 1.0);
-  return t * t * (3.0 - 2.0 * t);
-}
-
-GeometryNoiseSettings make_noise_settings(u64 seed, uint octaves, double frequency, double amplitude) {
-  GeometryNoiseSettings settings;
-  settings.seed = seed;
-  settings.octaves = octaves;
-  settings.frequency = frequency;
-  settings.amplitude = amplitude;
-  return settings;
-}
-
 /// Hills around a clearing with a pond, and the clods that displace them.
 class ForestLand {
  public:
   Point get_place(double x, double z) const {
     const double away = std::hypot(x, z), shore = std::hypot(1.25 * (x + 0.6), z - 1.0);
-    const double wide = broad_.get_height({{x, 0.0, z}, {}}), hills = ease(6.0, 20.0, away) * (2.6 + 2.2 * wide);
-    const double dam = 1.4 * ease(4.0, 16.0, -0.6 * x - 0.8 * z);  // higher at the back of the usual view
-    return {x, 0.35 * wide + hills + dam - 1.1 * (1.0 - ease(1.5, 4.6, shore + 0.8 * wide)), z};
+    const double wide = broad_.get_height({{x, 0.0, z}, {}}), hills = demo_ease(6.0, 20.0, away) * (2.6 + 2.2 * wide);
+    const double dam = 1.4 * demo_ease(4.0, 16.0, -0.6 * x - 0.8 * z);  // higher at the back of the usual view
+    return {x, 0.35 * wide + hills + dam - 1.1 * (1.0 - demo_ease(1.5, 4.6, shore + 0.8 * wide)), z};
   }
   const std::shared_ptr<const GeometryHeight>& get_clods() const { return clods_; }
   /// How densely trees stand: 0 in the clearing, which is longer to the front (z), 1 in the wood.
   double get_wood(const Point& at) const {
     const double edge = std::hypot(0.9 * at.x, at.z < 0.0 ? at.z : 0.5 * at.z) +
                         3.0 * broad_.get_height({{1.7 * at.x, 9.0, 1.7 * at.z}, {}});
-    return ease(6.5, 10.5, edge);
+    return demo_ease(6.5, 10.5, edge);
   }
   /// Patches in which flowers of one kind stand, in [-1, 1].
   double get_patch(const Point& at, double kind) const { return narrow_.get_height({{at.x, 7.0 * kind, at.z}, {}}); }
 
  private:
-  GeometryNoiseHeight broad_{make_noise_settings(11, 3, 0.13, 1.0)}, narrow_{make_noise_settings(12, 2, 0.45, 1.0)};
+  GeometryNoiseHeight broad_{demo_make_noise(11, 3, 0.13, 1.0)}, narrow_{demo_make_noise(12, 2, 0.45, 1.0)};
   std::shared_ptr<const GeometryHeight> clods_ =
-      std::make_shared<GeometryNoiseHeight>(make_noise_settings(13, 3, 1.6, bound));
+      std::make_shared<GeometryNoiseHeight>(demo_make_noise(13, 3, 1.6, bound));
 };
 
 MeshSource make_ground(const ForestLand& land) {
