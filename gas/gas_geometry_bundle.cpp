@@ -107,10 +107,9 @@ u64 GasGeometryBundle::get_array_bytes() const {
   const auto get_bytes = [](const auto&... arrays) {
     return ((u64{arrays.get_count()} * sizeof(*arrays.get_items())) + ...);
   };
-  u64 bytes =
-      table.get_array_bytes() + get_bytes(first_geometries, second_geometries, third_geometries, fourth_geometries,
-                                          first_indices, geometry_indices, shading_group_offsets, matrices,
-                                          inverse_matrices, index_lists, displaced, bounds, visibility, pre_hits);
+  u64 bytes = get_entry_bytes() + get_bytes(first_geometries, second_geometries, third_geometries, fourth_geometries,
+                                            first_indices, geometry_indices, shading_group_offsets, matrices,
+                                            inverse_matrices, index_lists, displaced, bounds, visibility, pre_hits);
   for (const CoreVector<uint>& list : index_lists) bytes += u64{list.get_capacity()} * sizeof(uint);
   if (slots != nullptr) bytes += sizeof(GasBundleSlots) + u64{slots->count} * sizeof(GasBundleSlot);
   return bytes;

@@ -157,6 +157,11 @@ TEST(GasGeometryBundle, is_built_anew_and_copied) {
   GasGeometryBundle bundle, other;
   first.create(world.app, bundle);
   const u64 size = bundle.get_memory_size();
+  u64 leaf_count = 0;
+  for (uint k = 0; k < 5; ++k) leaf_count += bundle.get_cluster_count(k);
+  // A handle and a record a leaf; two matrices and a record an instance.
+  const u64 per_leaf = sizeof(void*) + sizeof(GasInstanceLeaf), per_instance = 2 * sizeof(Matrix) + sizeof(GasInstance);
+  EXPECT_GE(size, sizeof(bundle) + bundle.get_tree().get_array_bytes() + leaf_count * per_leaf + 5 * per_instance);
   first.add(sphere.mesh.get(), Matrix{{{0}}});  // left out, but stored
   first.create(world.app, other);
   EXPECT_EQ(other.get_memory_size(), size + 2 * (sizeof(Matrix) + sizeof(uint)));
