@@ -5,12 +5,13 @@
 #include "gas/gas_geometry.h"
 #include "support/curve_check.h"
 #include "support/scene_worlds.h"
+#include "support/test_scale.h"
 #include "support/tree_oracle.h"
 
 namespace {
 
 PolyMeshData make_mesh() {
-  PolyMeshData data = make_soup(20000, 1, 0.05);
+  PolyMeshData data = make_soup(scaled(20000, 6000), 1, 0.05);
   add_motion(data, 2, 0.0, 1.0, 1, true);
   return data;
 }
@@ -30,7 +31,7 @@ std::string find_difference(const GasGeometry& a, const GasGeometry& b) {
 class GasStop : public testing::TestWithParam<uint> {
  protected:
   GasStop() : mesh(world, make_mesh()) {
-    CurveData curves = make_hair(CurveBasis::linear, 1500, 2);
+    CurveData curves = make_hair(CurveBasis::linear, scaled(1500, 600), 2);
     add_motion(curves, 2, 0.0, 1.0, 2);
     CoreString error;
     EXPECT_TRUE(hair.create(std::move(curves), error));
