@@ -8,9 +8,10 @@
 //
 // A record serves queries of any kind, one at a time:
 //
-//   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray] |
-//   planes frustums   planes, results and lists | path beams      the current beam of the outer query; the inner query
-//   needs nothing else
+//   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray]
+//              planes[ ] | box_ray
+//   frustums   planes, results and lists | path
+//   beams      the current beam of the outer query; the inner query needs nothing else
 //
 // For each ray of the outer query it holds the ray in the inner space and the inner-to-outer matrix. Rays keep their
 // numbers in the inner query. Data that is the same in all spaces (intervals, spans, stop flags, hits) is shared.
@@ -35,6 +36,12 @@ struct GasNestedTarget {
   /// planes, and its matte and flag words.
   GeometryIntersectionPathElement element;
 };
+
+/// Calls function(ray) for every ray in the query's active range.
+template <class Function>
+inline void gas_for_each_ray(const GeometryRaytraceData& query, const Function& function) {
+  for (uint ray = query.first_ray; ray <= query.last_ray && ray < query.ray_count; ++ray) function(ray);
+}
 
 /// The part of a record for ray queries.
 struct GasRayCtx {
@@ -62,7 +69,7 @@ struct GasRayCtx {
   /// Sets those of all active rays to the same matrix, unless a cached ray has it.
   void set_matrices(const GeometryRaytraceData& parent, const GMathMatrix4x4<double>& matrix) {
     if (has_cached_matrix_) return;
-    for (uint ray = parent.first_ray; ray <= parent.last_ray; ++ray) set_matrix(ray, matrix);
+    gas_for_each_ray(parent, [&](uint ray) { set_matrix(ray, matrix); });
     has_cached_matrix_ = has_cached_ray_;
   }
   /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
@@ -143,12 +150,6 @@ class GasNestedScope {
   GasNestedQueryCtx* outer_;
   GasNestedQueryCtx* record_;
 };
-
-/// Calls function(ray) for every ray in the query's active range.
-template <class Function>
-inline void gas_for_each_ray(const GeometryRaytraceData& query, const Function& function) {
-  for (uint ray = query.first_ray; ray <= query.last_ray && ray < query.ray_count; ++ray) function(ray);
-}
 
 /// Sets `path` to the parent's path and one more element; to a shorter path if there is no memory.
 void gas_extend_path(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent,
