@@ -3,7 +3,7 @@
 // The motion data of a structure whose leaves are clusters of other structures (a scene, a bundle): the tree refitted
 // to each sample of a description, and each instance's matrix at each sample.
 //
-//   matrices[key * samples + sample]     key: GasNestedTarget::key
+//   matrices[key * samples + sample]     key: get_key() of the structure
 #pragma once
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/frame/gas_guard.h"
