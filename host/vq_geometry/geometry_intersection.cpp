@@ -16,26 +16,30 @@ void GeometryIntersectionMap::record_path(const uint& ray, const GeometryInterse
   records_[ray].path = hits_->reserve_nested() && hits_->get_paths()[ray].copy_from(path) ? ray : core_invalid_index;
 }
 
-GeometryHitTransform& GeometryIntersectionMap::begin_transform(uint ray) {
+void GeometryIntersectionMap::apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix) {
   GeometryIntersection& record = records_[ray];
-  record.level = level_;
   GeometryHitTransform& transform = hits_->get_transforms()[ray];
+  record.level = level_;
   if (record.transform == core_invalid_index) {
     record.transform = ray;
-    transform = GeometryHitTransform();
+    transform.matrix = matrix;
+    transform.has_vectors = false;
+    return;
   }
-  return transform;
-}
-
-void GeometryIntersectionMap::apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix) {
-  GeometryHitTransform& transform = begin_transform(ray);
   transform.matrix = matrix * transform.matrix;
   if (transform.has_vectors) transform.matrix2 = matrix * transform.matrix2;
 }
 
 void GeometryIntersectionMap::apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix,
                                            const GMathMatrix4x4<double>& matrix2) {
-  GeometryHitTransform& transform = begin_transform(ray);
+  GeometryIntersection& record = records_[ray];
+  GeometryHitTransform& transform = hits_->get_transforms()[ray];
+  record.level = level_;
+  if (record.transform == core_invalid_index) {
+    record.transform = ray;
+    transform = {matrix, matrix2, true};
+    return;
+  }
   // Without vectors the inner transform is static: the same at the end of the span.
   transform.matrix2 = matrix2 * (transform.has_vectors ? transform.matrix2 : transform.matrix);
   transform.has_vectors = true;

@@ -111,8 +111,6 @@ class GeometryIntersectionMap {
  private:
   void apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix);
   void apply_matrix(uint ray, const GMathMatrix4x4<double>& matrix, const GMathMatrix4x4<double>& matrix2);
-  /// Moves the record to this level and returns its transform, to which the matrix is to be applied.
-  GeometryHitTransform& begin_transform(uint ray);
 
   GeometryNearestHits* hits_ = nullptr;
   GeometryIntersection* records_ = nullptr;
