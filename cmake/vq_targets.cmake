@@ -11,7 +11,8 @@ function(vq_add_library name)
   # A symbol of a library that is missing in the link list is an error here and not in the program that loads this one.
   # Sanitizers leave their own symbols to the program.
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT VQ_SANITIZE)
-    target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    # A call from one source of the library to another is direct.
+    target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,-Bsymbolic-functions)
   endif()
 endfunction()
 
