@@ -53,19 +53,23 @@ struct BvhGuardedStackEntry : BvhStackEntry<time> {
 };
 static_assert(sizeof(BvhStackEntry<BvhTime::still>) == 36 && sizeof(BvhStackEntry<BvhTime::moving>) == 60);
 
-/// Address of a referenced node or leaf, by the reference's three kind bits: base, bytes per index, and the offsets of
-/// the other cache lines to prefetch. A table, because a branch on the kind would be mispredicted half of the time.
+/// Address of a referenced node or leaf, by those of the reference's three kind bits that the tree uses: base, bytes
+/// per index, and the offsets of the other cache lines to prefetch. A table, because a branch on the kind would be
+/// mispredicted half of the time.
+template <BvhKinds kinds>
 struct BvhPrefetchTable {
+  static constexpr bool has_oriented = kinds == BvhKinds::all;
   struct Row {
     std::uintptr_t base;
     u32 stride;
     u32 second, third, fourth;  ///< where there are fewer lines, the last one again
   };
-  Row rows[8];
+  static constexpr uint row_count = kinds == BvhKinds::aligned ? 2 : has_oriented ? 8 : 4;
+  Row rows[row_count];
 
   explicit BvhPrefetchTable(const GasBvh<4>& tree) {
     const auto address = [](const void* array) { return reinterpret_cast<std::uintptr_t>(array); };
-    for (uint bits = 0; bits < 8; ++bits) {
+    for (uint bits = 0; bits < row_count; ++bits) {
       const BvhChildRef ref{0, bits << 8};
       switch (ref.get_kind()) {
         case BvhKind::aligned:
@@ -85,9 +89,8 @@ struct BvhPrefetchTable {
   }
   /// A whole aligned node, both halves of a quantized one, a leaf's first item; where there are any, a whole oriented
   /// one.
-  template <bool has_oriented>
   void prefetch(BvhChildRef ref) const {
-    const Row& row = rows[ref.word >> 8 & 7];
+    const Row& row = rows[ref.word >> 8 & (row_count - 1)];
     const std::uintptr_t at = row.base + u64{ref.index} * row.stride;
     simd_prefetch(at);
     simd_prefetch(at + row.second);
@@ -339,7 +342,7 @@ class BvhTraversal {
     return hits == BvhHits::nearest || !query_.is_stopped(ray);
   }
 
-  void prefetch(BvhChildRef ref) const { prefetch_.template prefetch<kinds == BvhKinds::all>(ref); }
+  void prefetch(BvhChildRef ref) const { prefetch_.prefetch(ref); }
 
   void count_node() {
     if constexpr (visits == BvhVisits::counted) ++query_.visits[query_.first_ray].nodes;
@@ -347,7 +350,7 @@ class BvhTraversal {
 
   const GasBvh<4>& tree_;
   const GasBvhMotion<4>* motion_;
-  BvhPrefetchTable prefetch_;
+  BvhPrefetchTable<kinds> prefetch_;
   BvhRayLeafFunction leaf_function_;
   void* leaf_user_;
   const CtxEval& ctx_;
