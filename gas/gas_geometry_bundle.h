@@ -68,7 +68,7 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   ///                               progress, the tree is built on the calling thread
   /// Threads: one call at a time, no query meanwhile. Same input, same tree, for any number of threads.
   /// Cost: O(n log n) time over n clusters and one build per geometry. The tree and its arrays take 60 to 75 bytes a
-  /// cluster, and an instance 400 bytes.
+  /// cluster, and an instance 530 bytes.
   void create(const OfApp& app, CoreBasicArray<GeometryObject*> first, CoreBasicArray<GeometryObject*> second,
               const CoreBasicArray<unsigned int>& first_indices, const CoreBasicArray<unsigned int>& geometry_indices,
               const CoreBasicArray<unsigned int>& shading_group_offsets, const CoreBasicArray<Matrix>& matrices,
@@ -174,8 +174,9 @@ class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObje
   GeometryObject* get_first_geometry(uint instance) const;
 
   // For GasInstanceStructure.
-  void describe_instance(uint accepted, GasInstance& instance) const;
+  GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
+  void prefetch_entry(const GasInstance&) const {}
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,

@@ -71,15 +71,14 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
                           get(fourth_geometries), flags.as_array(), progress);
 }
 
-void GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
+GasInstanceBoxes GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
   instance.index = table.indices[accepted];
   instance.is_visible = is_visible(instance.index);
   instance.matrix = &matrices[instance.index];
-  instance.inverse = &inverse_matrices[instance.index];
+  instance.inverse = inverse_matrices[instance.index];
   instance.inner = &slots->items[get_slot(instance.index)];
-  const bool is_moving = get_geometry(instance.index)->has_motion();
-  instance.boxes = is_displaced(instance.index) ? GasInstanceBoxes::never
-                                                : (is_moving ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always);
+  if (is_displaced(instance.index)) return GasInstanceBoxes::never;
+  return get_geometry(instance.index)->has_motion() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
 }
 
 bool GasGeometryBundle::find_entry(const CtxEval& ctx, CtxShader& /*shader*/, uint /*type*/,

@@ -35,10 +35,10 @@ class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
   class GasSceneTreeBboxTask;
   using UpdateObjectMotionTask = GasInstanceMotionTask<GasSceneTree>;
 
-  /// Builds the tree and replaces its former content. Objects, overrides and the objects' structures must outlive it.
-  /// Left out without a message: null objects, objects without primitives, objects whose matrix is not invertible or
-  /// not finite, and objects without clusters. The scene is empty if there was no memory (a warning is logged) or the
-  /// application requested a stop.
+  /// Builds the tree and replaces its former content. Objects, overrides and the objects' structures must outlive it,
+  /// and the objects' matrices at rest must not change before the next create(). Left out without a message: null
+  /// objects, objects without primitives, objects whose matrix is not invertible or not finite, and objects without
+  /// clusters. The scene is empty if there was no memory (a warning is logged) or the application requested a stop.
   ///
   /// @param app        runs the tasks
   /// @param objects    null entries are allowed
@@ -88,8 +88,9 @@ class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   // For GasInstanceStructure.
-  void describe_instance(uint accepted, GasInstance& instance) const;
+  GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
+  void prefetch_entry(const GasInstance& instance) const;
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,

@@ -21,19 +21,24 @@ ModuleSceneObject& get_object(const GasInstance& instance) { return *static_cast
 
 }  // namespace
 
-void GasSceneTree::describe_instance(uint accepted, GasInstance& instance) const {
+GasInstanceBoxes GasSceneTree::describe_instance(uint accepted, GasInstance& instance) const {
   instance.index = table.indices[accepted];
   ModuleSceneObject* object = objects[instance.index];
-  instance.boxes = object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
   instance.matrix = &object->get_global_matrix();
-  instance.inverse = &object->get_inv_global_matrix();
+  instance.inverse = object->get_inv_global_matrix();
   instance.inner = object;
+  return object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
 }
 
 bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, const GasInstance& instance,
                               Entry& entry) const {
   entry.object = &get_object(instance);
   return entry.object->is_visible(type, shader.visibility_override);
+}
+
+/// The object's visibility and structure. Its matrix is just before them.
+void GasSceneTree::prefetch_entry(const GasInstance& instance) const {
+  simd_prefetch(reinterpret_cast<std::uintptr_t>(instance.inner) + sizeof(ModuleSceneItem));
 }
 
 GasNestedTarget GasSceneTree::get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type,

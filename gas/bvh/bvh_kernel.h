@@ -36,11 +36,18 @@ struct BvhLeafFunctions {
 
 enum class BvhHits { all, nearest };
 
+/// What the callback of a leaf reads first, to be prefetched: a record for each place in the tree's order.
+struct BvhLeafRecords {
+  const void* first = nullptr;  ///< null: the item's index in the order
+  u32 size = 0;                 ///< bytes of a record
+};
+
 /// What one query traverses: tree, motion samples, leaf callbacks.
 struct BvhTarget {
   const GasBvh<4>& tree;
   const GasBvhMotion<4>* motion;  ///< refitted samples of the tree, or null for static boxes
   const BvhLeafFunctions& leaf;
+  BvhLeafRecords records = {};
 };
 
 /// Traverses the tree with every ray of the query's active range and calls the leaf callback for each leaf reached,

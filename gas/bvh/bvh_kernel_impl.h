@@ -67,7 +67,7 @@ struct BvhPrefetchTable {
   static constexpr uint row_count = kinds == BvhKinds::aligned ? 2 : has_oriented ? 8 : 4;
   Row rows[row_count];
 
-  explicit BvhPrefetchTable(const GasBvh<4>& tree) {
+  BvhPrefetchTable(const GasBvh<4>& tree, const BvhLeafRecords& records) {
     const auto address = [](const void* array) { return reinterpret_cast<std::uintptr_t>(array); };
     for (uint bits = 0; bits < row_count; ++bits) {
       const BvhChildRef ref{0, bits << 8};
@@ -82,13 +82,14 @@ struct BvhPrefetchTable {
           rows[bits] = {address(tree.oriented), sizeof(BvhNodeOriented), 64, 128, 192};
           break;
         case BvhKind::leaf:
-          rows[bits] = {address(tree.order), sizeof(u32), 0, 0, 0};
+          rows[bits] = records.first != nullptr ? Row{address(records.first), records.size, 64, 64, 64}
+                                                : Row{address(tree.order), sizeof(u32), 0, 0, 0};
           break;
       }
     }
   }
-  /// A whole aligned node, both halves of a quantized one, a leaf's first item; where there are any, a whole oriented
-  /// one.
+  /// A whole aligned node, both halves of a quantized one, a leaf's first item or record; where there are any, a whole
+  /// oriented node.
   void prefetch(BvhChildRef ref) const {
     const Row& row = rows[ref.word >> 8 & (row_count - 1)];
     const std::uintptr_t at = row.base + u64{ref.index} * row.stride;
@@ -111,7 +112,7 @@ class BvhTraversal {
                std::span<Entry> stack)
       : tree_(target.tree),
         motion_(target.motion),
-        prefetch_(target.tree),
+        prefetch_(target.tree, target.records),
         leaf_function_(hits == BvhHits::nearest ? target.leaf.nearest : target.leaf.ray),
         leaf_user_(target.leaf.ray_user),
         ctx_(ctx),

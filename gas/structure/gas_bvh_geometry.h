@@ -42,6 +42,7 @@ class GasBvhGeometry : public GasBvhStructure<Self, Base> {
   const BvhLeafFunctions& get_leaf_functions(const MotionData* /*record*/, const GeometryRaytraceCtx&) const {
     return this->leaf_functions;
   }
+  BvhLeafRecords get_leaf_records() const { return {}; }
   void report_growth(u64 old_size, u64 new_size) const { this->memory_account.update(old_size, new_size, *this); }
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 

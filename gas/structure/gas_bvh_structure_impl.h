@@ -31,6 +31,8 @@ template <class Self, class Base, class Record>
 template <BvhHits hits>
 void GasBvhStructure<Self, Base, Record>::traverse(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                                    const Record* record) const {
-  const auto& leaf = static_cast<const Self&>(*this).get_leaf_functions(record, query);
-  bvh_ray_hit<hits>({tree, record != nullptr ? &record->refit : nullptr, leaf}, ctx, shader, query);
+  const Self& self = static_cast<const Self&>(*this);
+  const auto& leaf = self.get_leaf_functions(record, query);
+  bvh_ray_hit<hits>({tree, record != nullptr ? &record->refit : nullptr, leaf, self.get_leaf_records()}, ctx, shader,
+                    query);
 }

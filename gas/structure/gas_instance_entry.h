@@ -2,22 +2,32 @@
 //
 // What a query reads at a leaf of a structure over instances, in few cache lines.
 //
-//   GasInstanceLeaf   24 bytes, in the order of the tree     cluster | accepted instance | local box, a byte a plane
-//   GasInstance       64 bytes, one per accepted instance    frame of these boxes | matrices | inner structure
+//   GasInstanceLeaf   24 bytes, in the order of the tree     cluster | instance | local box, a byte a plane
+//   GasInstance      192 bytes, one per accepted instance    frame of these boxes, matrix | the rest
 //
 // The world box of a leaf is large if its instance is turned. So the ray is first tested against the cluster's box in
-// the instance's space: half of all leaves or more need no further work.
+// the instance's space: half of all leaves or more need no further work. What the test reads of an instance is in two
+// cache lines and is prefetched when the leaf's box is hit; in a large scene a ray waits longer for it than the test
+// takes.
 #pragma once
 #include "gas/bvh/bvh_quantize.h"
 #include "vq_gas_base/gas_slab_ray.h"
 #include "vq_gmath/gmath_matrix.h"
 
+/// When a ray may be tested against the local boxes of an instance's leaves.
+enum class GasInstanceBoxes : u8 {
+  never,    ///< they do not hold the instance
+  at_rest,  ///< the shape changes over time
+  always,
+};
+
 struct GasInstanceLeaf {
   u64 cluster = 0;
-  u32 accepted = 0;
+  u32 instance = 0;  ///< index of its GasInstance
   // Planes of the local box in the instance's frame: x, y, z, unused.
   u8 low[4] = {0, 0, 0, 0};
   u8 high[4] = {0, 0, 0, 0};
+  GasInstanceBoxes boxes = GasInstanceBoxes::never;
 
   void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
     u8 planes[6][4];
@@ -30,21 +40,14 @@ struct GasInstanceLeaf {
 };
 static_assert(sizeof(GasInstanceLeaf) == 24);
 
-/// When a ray may be tested against the local boxes of an instance's leaves.
-enum class GasInstanceBoxes : u8 {
-  never,    ///< they do not hold the instance
-  at_rest,  ///< the shape changes over time
-  always,
-};
-
 struct alignas(64) GasInstance {
-  GMathBbox3<float> frame;  ///< holds the local boxes of all leaves
-  uint index = 0;           ///< in the input
-  GasInstanceBoxes boxes = GasInstanceBoxes::never;
-  bool is_visible = true;                           ///< false: invisible to all queries
-  const GMathMatrix4x4<double>* matrix = nullptr;   ///< to the outer space, at rest
-  const GMathMatrix4x4<double>* inverse = nullptr;  ///< its inverse
-  void* inner = nullptr;                            ///< for use by the structure: how it finds the inner structure
+  GMathBbox3<float> frame;         ///< holds the local boxes of all leaves
+  void* inner = nullptr;           ///< for use by the structure: how it finds the inner structure
+  GMathMatrix4x4<double> inverse;  ///< of `matrix`; rays need its first three rows, which end the second cache line
+  const GMathMatrix4x4<double>* matrix = nullptr;  ///< to the outer space, at rest
+  uint index = 0;                                  ///< in the input
+  uint accepted = 0;                               ///< in the table
+  bool is_visible = true;                          ///< false: invisible to all queries
 
   bool has_finite_frame() const {
     for (uint axis = 0; axis < 3; ++axis)
@@ -52,7 +55,15 @@ struct alignas(64) GasInstance {
     return true;
   }
 };
-static_assert(sizeof(GasInstance) == 64);
+static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, inverse) + 3 * 4 * sizeof(double) == 128);
+
+/// Prefetches all cache lines of a record.
+template <class T>
+inline void gas_prefetch(const T& record) {
+  const auto first = reinterpret_cast<std::uintptr_t>(&record);
+  for (std::size_t byte = 0; byte < sizeof(T); byte += 64) simd_prefetch(first + byte);
+  simd_prefetch(first + sizeof(T) - 1);
+}
 
 /// A ray in an instance's space, in the form of the test against local boxes.
 class GasInstanceRay {

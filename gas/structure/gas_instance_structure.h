@@ -11,15 +11,17 @@
 //
 //   table       the accepted instances and their clusters, in the order of the instances
 //   leaves      [place in the tree's order] what a query reads at a leaf; `leaf` in queries is this place
-//   instances   [accepted instance] the same for an instance
+//   instances   [number] the same for an instance, numbered in the order of their first leaves
 //
 // The definitions are in gas_instance_structure_impl.h and gas_instance_update.h. `Self` has this class as its friend
 // and supplies, beyond what gas_bvh_structure.h names:
 //
-//   void describe_instance(accepted, GasInstance&)      all but the frame, after each build and copy
+//   GasInstanceBoxes describe_instance(accepted, GasInstance&)
+//                                                       sets all but frame and `accepted`, after each build and copy
 //   struct Entry                                        what a query enters
 //   bool find_entry(ctx, shader, type, instance, Entry&)
 //                                                       false: invisible to rays of this type, or without a structure
+//   void prefetch_entry(instance)                       what find_entry() and the query of the entry read
 //   GasNestedTarget get_target(parent, type, instance)  identifies the nested query; all but the cluster
 //   void query_entry<hits>(ctx, shader, parent, local, instance, Entry&, is_moving)
 //                                                       continues a ray query
@@ -71,6 +73,9 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   /// After the build of the tree: fills `leaves` and `instances`. Throws std::bad_alloc.
   /// @param local_boxes  [leaf of the table] in the instances' spaces
   void fill_entries(const GMathBbox3<float>* local_boxes);
+  /// Replaces the accepted instances in `leaves` by the numbers of their records.
+  /// @param numbers  [accepted instance] written
+  void number_instances(CoreBasicArray<uint>& numbers);
   /// After a copy: fills `instances` again, which refer to arrays of the structure. Throws std::bad_alloc.
   void refer_instances(const GasInstanceStructure& other);
   void clear_entries();
@@ -85,6 +90,17 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
   /// Reports every refit, however small.
   void report_growth(u64 old_size, u64 new_size) const;
   BvhLeafFunctions get_leaf_functions(const MotionData* data, const GeometryRaytraceCtx& query) const;
+  /// Of whole objects it is the instance that does not fit a cache.
+  BvhLeafRecords get_leaf_records() const {
+    if (has_one_leaf_each()) return {instances.get(), sizeof(GasInstance)};
+    return {leaves.get_items(), sizeof(GasInstanceLeaf)};
+  }
+  /// True if every instance has one leaf. A leaf's place is then its instance's number.
+  bool has_one_leaf_each() const { return instances.get_count() == leaves.get_count(); }
+  /// Does not wait for the leaf's record if it need not.
+  const GasInstance& get_instance(uint place) const {
+    return instances[has_one_leaf_each() ? place : leaves[place].instance];
+  }
 
   static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
                                            const CoreBasicArray<unsigned int>& node_leaves, void* user);
@@ -116,25 +132,21 @@ class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotio
     const GasInstanceLeaf& leaf;
     const GasInstance& instance;
     typename Self::Entry entry;
-    GMathRay::Type type;
   };
-  /// The nested query of `parent` for a leaf, with the parent's rays in the instance's space; the motion form
-  /// transforms each ray at its own time. `ray_ctx` must have room for the parent's rays. Null if the ray misses the
-  /// leaf's local box.
-  GeometryRaytraceCtx* get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target) const;
-  GeometryRaytraceCtx* get_local_motion_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
-                                            const MotionData& data) const;
-  GasNestedTarget get_nested_target(const GeometryRaytraceCtx& parent, const Target& target) const;
+  /// If a ray of `parent` may hit the leaf's instance: calls query(target, ray_ctx, local) with the nested query, which
+  /// has the rays in the instance's space. Does nothing if there is no memory for the nested record.
+  /// @param data  motion data: each ray is transformed at its own time; null: a static query
+  template <class Query>
+  void enter(uint place, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, const MotionData* data,
+             const Query& query) const;
   /// Transforms the active rays with transform(ray) unless they are cached, then tests a single one against the leaf's
   /// local box if that holds in this query. False if the leaf need not be entered.
   template <class Transform>
-  bool transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target, double tnear,
-                      GasInstanceBoxes least, const Transform& transform) const;
-  /// Calls query(target, ray_ctx) for a leaf, with a nested record that has room for the parent's rays. Does nothing if
-  /// the instance cannot be entered or there is no memory for the record.
-  template <class Query>
-  void enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
-             const Query& query) const;
+  bool reach(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target, GasInstanceBoxes least,
+             const Transform& transform) const;
+  bool reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target) const;
+  bool reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
+                    const MotionData& data) const;
   /// The place in the tree's order of the first of a leaf callback's leaves.
   uint get_place(const CoreBasicArray<unsigned int>& node_leaves) const {
     return static_cast<uint>(node_leaves.get_items() - this->tree.order);

@@ -24,37 +24,53 @@ GasInstanceStructure<Self, Base>& GasInstanceStructure<Self, Base>::operator=(co
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* local_boxes) {
-  const uint leaf_count = this->tree.item_count;
-  gas_need(leaves.resize(leaf_count));
-  instances = CoreAlignedArray<GasInstance>(table.get_accepted_count());
-  gas_need(instances || table.get_accepted_count() == 0);
-  CoreBasicArray<uint> place_of(table.get_leaf_count());  // [leaf of the table]
-  gas_need(place_of.get_count() == table.get_leaf_count());
+  const uint leaf_count = table.get_leaf_count(), accepted_count = table.get_accepted_count();
+  CoreBasicArray<uint> place_of(leaf_count);     // [leaf of the table]
+  CoreBasicArray<uint> numbers(accepted_count);  // [accepted] in `instances`
+  instances = CoreAlignedArray<GasInstance>(accepted_count);
+  gas_need(leaves.resize(leaf_count) && place_of.get_count() == leaf_count && numbers.get_count() == accepted_count &&
+           instances.get_count() == accepted_count);
   for (uint place = 0; place < leaf_count; ++place) place_of[this->tree.order[place]] = place;
-  for (uint accepted = 0; accepted < table.get_accepted_count(); ++accepted) {
-    GasInstance& instance = instances[accepted] = GasInstance();
+  const auto for_each_leaf = [&](uint accepted, const auto& function) {
     const uint first = table.first_leaves[accepted], end = first + table.counts[accepted];
-    for (uint leaf = first; leaf < end; ++leaf) instance.frame.add(local_boxes[leaf]);
+    for (uint leaf = first; leaf < end; ++leaf) function(leaves[place_of[leaf]], leaf);
+  };
+  for (uint accepted = 0; accepted < accepted_count; ++accepted)
+    for_each_leaf(accepted, [&](GasInstanceLeaf& entry, uint /*leaf*/) { entry.instance = accepted; });
+  number_instances(numbers);
+  for (uint accepted = 0; accepted < accepted_count; ++accepted) {
+    GasInstance& instance = instances[numbers[accepted]] = GasInstance();
+    for_each_leaf(accepted, [&](GasInstanceLeaf&, uint leaf) { instance.frame.add(local_boxes[leaf]); });
     instance.frame = bvh_make_frame(instance.frame);
-    self().describe_instance(accepted, instance);
-    if (!instance.has_finite_frame()) instance.boxes = GasInstanceBoxes::never;
-    for (uint leaf = first; leaf < end; ++leaf) {
-      GasInstanceLeaf& entry = leaves[place_of[leaf]];
+    instance.accepted = accepted;
+    const GasInstanceBoxes described = self().describe_instance(accepted, instance);
+    const GasInstanceBoxes boxes = instance.has_finite_frame() ? described : GasInstanceBoxes::never;
+    for_each_leaf(accepted, [&](GasInstanceLeaf& entry, uint leaf) {
       entry.cluster = reinterpret_cast<u64>(table.clusters[leaf]);
-      entry.accepted = accepted;
-      if (instance.boxes != GasInstanceBoxes::never) entry.set_box(instance.frame, local_boxes[leaf]);
-    }
+      entry.boxes = boxes;
+      if (boxes != GasInstanceBoxes::never) entry.set_box(instance.frame, local_boxes[leaf]);
+    });
+  }
+}
+
+template <class Self, class Base>
+void GasInstanceStructure<Self, Base>::number_instances(CoreBasicArray<uint>& numbers) {
+  std::fill(numbers.begin(), numbers.end(), core_invalid_index);
+  uint next = 0;
+  for (GasInstanceLeaf& entry : leaves) {
+    uint& number = numbers[entry.instance];
+    if (number == core_invalid_index) number = next++;
+    entry.instance = number;
   }
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::refer_instances(const GasInstanceStructure& other) {
   instances = CoreAlignedArray<GasInstance>(other.instances.get_count());
-  gas_need(instances || other.instances.get_count() == 0);
-  for (uint accepted = 0; accepted < other.instances.get_count(); ++accepted) {
-    instances[accepted] = other.instances[accepted];
-    self().describe_instance(accepted, instances[accepted]);
-    instances[accepted].boxes = other.instances[accepted].boxes;
+  gas_need(instances.get_count() == other.instances.get_count());
+  for (std::size_t k = 0; k < instances.get_count(); ++k) {
+    instances[k] = other.instances[k];
+    self().describe_instance(instances[k].accepted, instances[k]);
   }
 }
 
@@ -93,84 +109,80 @@ BvhLeafFunctions GasInstanceStructure<Self, Base>::get_leaf_functions(const Moti
   return data != nullptr ? data->get_leaf_functions(query.settings.compute_motion_vectors) : this->leaf_functions;
 }
 
+// Inlined: it is called once by each kind of query, and as a call takes 20 instructions more per leaf.
 template <class Self, class Base>
 template <class Query>
-void GasInstanceStructure<Self, Base>::enter(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
-                                             GeometryRaytraceCtx& parent, const Query& query) const {
-  const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
-  Target target{leaves[leaf], instances[leaves[leaf].accepted], {}, type};
-  if (!self().find_entry(ctx, shader, type, target.instance, target.entry)) return;
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::enter(uint place, const CtxEval& ctx,
+                                                                           CtxShader& shader,
+                                                                           GeometryRaytraceCtx& parent,
+                                                                           const MotionData* data,
+                                                                           const Query& query) const {
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr || !scope.get()->ray.reserve(parent)) return;
-  query(target, scope.get()->ray);
+  GasRayCtx& ray_ctx = scope.get()->ray;
+  Target target{leaves[place], get_instance(place), {}};
+  // Of a large scene nothing of this is in a cache; it arrives while the ray is transformed and tested.
+  gas_prefetch(*target.instance.matrix);
+  self().prefetch_entry(target.instance);
+  const bool is_reached =
+      data != nullptr ? reach_moving(ray_ctx, parent, target, *data) : reach_still(ray_ctx, parent, target);
+  // The entry is found last: about half of all leaves are missed.
+  const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
+  if (!is_reached || !self().find_entry(ctx, shader, type, target.instance, target.entry)) return;
+  if (data == nullptr) ray_ctx.set_matrices(parent, *target.instance.matrix);
+  GasNestedTarget nested = self().get_target(parent, type, target.instance);
+  nested.cluster = target.leaf.cluster;
+  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, nested);
+  if (data != nullptr) {
+    local.spans = parent.spans;
+    local.span_stamp = parent.span_stamp;
+  }
+  if (local.planes != nullptr) {
+    ray_ctx.transform_planes(
+        parent, data != nullptr ? ray_ctx.matrices[parent.first_ray].matrix.get_inverse() : target.instance.inverse);
+  }
+  query(target, ray_ctx, local);
 }
 
 template <class Self, class Base>
 template <class Transform>
-bool GasInstanceStructure<Self, Base>::transform_rays(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                      const Target& target, double tnear, GasInstanceBoxes least,
-                                                      const Transform& transform) const {
-  const bool has_boxes = target.instance.boxes >= least && parent.first_ray == parent.last_ray;
+bool GasInstanceStructure<Self, Base>::reach(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
+                                             GasInstanceBoxes least, const Transform& transform) const {
+  const bool has_boxes = target.leaf.boxes >= least && parent.first_ray == parent.last_ray;
   const uint first = parent.first_ray;
-  if (!ray_ctx.is_ray_cached(parent, target.leaf.accepted)) {
-    ray_ctx.cache_ray(parent, target.leaf.accepted);
+  if (!ray_ctx.is_ray_cached(parent, target.leaf.instance)) {
+    ray_ctx.cache_ray(parent, target.leaf.instance);
     gas_for_each_ray(parent, transform);
-    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], tnear, target.instance.frame);
+    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, target.instance.frame);
   }
   return !has_boxes || ray_ctx.box_ray.touches(target.leaf, parent.get_limit(first)) ||
          self().must_enter(target.instance);
 }
 
 template <class Self, class Base>
-GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_ctx(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                                     const Target& target) const {
-  const GasInstance& instance = target.instance;
-  const auto transform = [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), *instance.inverse); };
-  const double tnear = parent.intervals[parent.first_ray].tnear;
-  if (!transform_rays(ray_ctx, parent, target, tnear, GasInstanceBoxes::at_rest, transform)) return nullptr;
-  ray_ctx.set_matrices(parent, *instance.matrix);
-  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, get_nested_target(parent, target));
-  ray_ctx.transform_planes(parent, *instance.inverse);
-  return &local;
+bool GasInstanceStructure<Self, Base>::reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
+                                                   const Target& target) const {
+  return reach(ray_ctx, parent, target, GasInstanceBoxes::at_rest,
+               [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), target.instance.inverse); });
 }
 
 template <class Self, class Base>
-GeometryRaytraceCtx* GasInstanceStructure<Self, Base>::get_local_motion_ctx(GasRayCtx& ray_ctx,
-                                                                            GeometryRaytraceCtx& parent,
-                                                                            const Target& target,
-                                                                            const MotionData& data) const {
-  const uint key = self().get_key(target.leaf.accepted);
-  const auto transform = [&](uint ray) {
+bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
+                                                    const Target& target, const MotionData& data) const {
+  const uint key = self().get_key(target.instance.accepted);
+  return reach(ray_ctx, parent, target, GasInstanceBoxes::always, [&](uint ray) {
     const GeometryRaySpan& span = parent.spans[ray];
     ray_ctx.set_matrix(
         ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
     ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
-  };
-  const double tnear = parent.intervals[parent.first_ray].tnear;
-  if (!transform_rays(ray_ctx, parent, target, tnear, GasInstanceBoxes::always, transform)) return nullptr;
-  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, get_nested_target(parent, target));
-  local.spans = parent.spans;
-  local.span_stamp = parent.span_stamp;
-  if (local.planes != nullptr)
-    ray_ctx.transform_planes(parent, ray_ctx.matrices[parent.first_ray].matrix.get_inverse());
-  return &local;
-}
-
-template <class Self, class Base>
-GasNestedTarget GasInstanceStructure<Self, Base>::get_nested_target(const GeometryRaytraceCtx& parent,
-                                                                    const Target& target) const {
-  GasNestedTarget nested = self().get_target(parent, target.type, target.instance);
-  nested.cluster = target.leaf.cluster;
-  return nested;
+  });
 }
 
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx,
                                                            CtxShader& shader, GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
-    if (local == nullptr) return;
-    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.instance, target.entry, false);
+  enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
+    self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, false);
   });
 }
 
@@ -178,10 +190,8 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx,
                                                                    CtxShader& shader,
                                                                    GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx* local = get_local_ctx(ray_ctx, query, target);
-    if (local == nullptr) return;
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, false);
+  enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, false);
     const uint depth = self().get_path_depth(query);
     gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, *target.instance.matrix); });
   });
@@ -191,10 +201,8 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion(const unsigned int& leaf, const CtxEval& ctx,
                                                            CtxShader& shader, GeometryRaytraceCtx& query,
                                                            MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
-    if (local == nullptr) return;
-    self().template query_entry<BvhHits::all>(ctx, shader, query, *local, target.instance, target.entry, true);
+  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
+    self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, true);
   });
 }
 
@@ -202,10 +210,8 @@ template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(const unsigned int& leaf, const CtxEval& ctx,
                                                                    CtxShader& shader, GeometryRaytraceCtx& query,
                                                                    MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
-    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
-    if (local == nullptr) return;
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, true);
+  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, true);
     const uint depth = self().get_path_depth(query);
     gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix); });
   });
@@ -216,19 +222,17 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
                                                                            CtxShader& shader,
                                                                            GeometryRaytraceCtx& query,
                                                                            MotionData& data) const {
-  enter(leaf, ctx, shader, query, [&](Target& target, GasRayCtx& ray_ctx) {
+  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
     if (!ray_ctx.reserve_end_matrices(query.ray_count)) return;
-    GeometryRaytraceCtx* local = get_local_motion_ctx(ray_ctx, query, target, data);
-    if (local == nullptr) return;
-    local->matrices2 = ray_ctx.end_matrices.get();
-    local->matrices2_used = true;
-    const uint key = self().get_key(target.leaf.accepted), depth = self().get_path_depth(query);
+    local.matrices2 = ray_ctx.end_matrices.get();
+    local.matrices2_used = true;
+    const uint key = self().get_key(target.instance.accepted), depth = self().get_path_depth(query);
     gas_for_each_ray(query, [&](uint ray) {
       // With a single sample, `second` is that one.
       ray_ctx.end_matrices[ray].matrix = data.get_matrix(key, query.spans[ray].second);
       ray_ctx.end_matrices[ray].flag = 0;
     });
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, *local, target.instance, target.entry, true);
+    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, true);
     gas_for_each_ray(query, [&](uint ray) {
       ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix);
     });
@@ -238,14 +242,14 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
 template <class Self, class Base>
 void GasInstanceStructure<Self, Base>::leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                                                         GeometryFrustumCtx& query) const {
-  const GasInstance& instance = instances[leaves[leaf].accepted];
+  const GasInstance& instance = get_instance(leaf);
   if (!self().wants_frustum(query, instance)) return;
   typename Self::Entry entry;
   if (!self().find_entry(ctx, shader, query.kind, instance, entry)) return;
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr) return;
   GeometryFrustumCtx& local = scope.get()->frustum;
-  local.begin_nested(query, *instance.inverse, *instance.matrix);
+  local.begin_nested(query, instance.inverse, *instance.matrix);
   local.cluster = leaves[leaf].cluster;
   self().begin_frustum(query, *scope.get(), instance);
   const std::size_t first_point = query.get_points().size();

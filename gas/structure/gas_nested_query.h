@@ -90,13 +90,13 @@ struct GasRayCtx {
 
   // Cache of the last single ray that was transformed in this query: leaves of one instance often follow each other,
   // and their rays are the same.
-  bool is_ray_cached(const GeometryRaytraceData& parent, uint accepted) const {
-    return has_cached_ray_ && cached_instance_ == accepted && cached_ray_ == parent.first_ray;
+  bool is_ray_cached(const GeometryRaytraceData& parent, uint instance) const {
+    return has_cached_ray_ && cached_instance_ == instance && cached_ray_ == parent.first_ray;
   }
-  void cache_ray(const GeometryRaytraceData& parent, uint accepted) {
+  void cache_ray(const GeometryRaytraceData& parent, uint instance) {
     has_cached_ray_ = parent.first_ray == parent.last_ray;
     has_cached_matrix_ = false;
-    cached_instance_ = accepted;
+    cached_instance_ = instance;
     cached_ray_ = parent.first_ray;
   }
   void forget_query() { has_cached_ray_ = has_cached_matrix_ = is_reserved_ = is_begun_ = false; }
