@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "gas/frame/gas_guard.h"
-#include "gas/frame/gas_log.h"
+#include "gas/frame/gas_rebuild.h"
 #include "gas/structure/gas_structure.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_ctx/ctx_motion_blur.h"
@@ -55,12 +55,7 @@ void GasStructure<Self, Base, Record>::install_callbacks(bool has_motion) {
 template <class Self, class Base, class Record>
 template <class Build>
 void GasStructure<Self, Base, Record>::rebuild(const char* name, const Build& build) {
-  const GasOutcome outcome = gas_try(build);
-  if (outcome != GasOutcome::done) self().clear();
-  if (outcome == GasOutcome::failed) {
-    gas_log(gas_log_warning,
-            [&](CoreLogStream& message) { message << name << ": not enough memory, the structure is empty!\n"; });
-  }
+  gas_rebuild(name, build, [&] { self().clear(); });
   motion_data.invalidate();
   memory_account.reset(get_memory_size());
 }
