@@ -52,8 +52,8 @@ class GasObject : public ResourceData {
   /// The geometry at rest inside a frustum. Needs planes, mode, shading and, in a scene, kind. Adds to result and to
   /// the lists of points or objects; the caller clears them with clear_results().
   void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
-  /// The nearest item of the current beam: call query.begin() once, then query.init(beam) and this for each beam.
-  /// Writes the beam's record. Only particles, points and scenes that contain them have this callback.
+  /// The nearest item of each beam of the query, which was prepared with query.begin(). Writes the beams' records. Only
+  /// GasPoint and GasParticleTree have this callback.
   void ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query) const;
 
  protected:

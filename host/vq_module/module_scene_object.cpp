@@ -104,3 +104,7 @@ void ModuleSceneObject::ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, G
 void ModuleSceneObject::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
   query_structure(shader, query, [&](const GasObject& structure) { structure.frustum_hit(ctx, shader, query); });
 }
+
+void ModuleSceneObject::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query) const {
+  if (structure_ != nullptr) structure_->ray_frustum_hit(ctx, shader, query);
+}

@@ -15,6 +15,7 @@ class CtxEval;
 class CtxShader;
 class GasObject;
 class GeometryFrustumCtx;
+class GeometryRayFrustumCtx;
 class GeometryRaytraceCtx;
 class ModuleSceneObject;
 class ShadingGroupTable;
@@ -96,6 +97,8 @@ class ModuleSceneObject : public ModuleSceneItem {
   void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void ray_hit_nearest(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
+  /// Beams find particles, which have no shading: table and materials do not matter.
+  void ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query) const;
 
   /// Functions for structures without clusters: one cluster for the whole. Its handle is null, its box the structure's
   /// (rounded outwards), its weight 1. A structure with an empty box has no cluster.
