@@ -55,6 +55,7 @@ void GasBinaryTree::copy(const GasBinaryTree& other) {
 }
 
 void GasBinaryTree::name_items(const uint* order) {
+  if (is_empty()) return;
   if (root_.is_leaf()) root_.index = order[root_.index];
   for (uint k = 0; k < node_count_; ++k)
     for (GasBinaryRef& child : nodes_[k].child)

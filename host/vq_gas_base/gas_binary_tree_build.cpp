@@ -85,7 +85,7 @@ class GasBinaryBuild {
       ref = {set.first, set.count};
       return 0;
     }
-    ref = {spot.first_node, 0};
+    ref = {spot.first_node, set.count | GasBinaryRef::node_flag};
     GasBinaryNode& node = nodes_[spot.first_node];
     uint used = 1;
     for (uint lane = 0; lane < 2; ++lane) {

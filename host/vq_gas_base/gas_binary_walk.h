@@ -15,6 +15,7 @@
 
 #include "vq_gas_base/gas_beam_planes.h"
 #include "vq_gas_base/gas_binary_tree.h"
+#include "vq_gas_base/gas_node_planes.h"
 #include "vq_gas_base/gas_slab_ray.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
@@ -168,67 +169,95 @@ bool gas_walk_ray(const GasBinaryTree& tree, const Boxes& boxes, const GasBinary
   }
 }
 
-/// Walks a frustum from `start`. Boxes behind a plane are left out, except in mode all until something outside has been
-/// reported: only a leaf knows whether what it holds is visible to the query.
-/// @param leaf  void leaf(const GasBinaryRef&, GeometryBoxPlace)
-template <class GetBox, class Leaf>
-void gas_walk_frustum(const GasBinaryTree& tree, const GasBinaryPlace& start, GeometryBoxPlace start_place,
-                      GeometryFrustumCtx& query, const GetBox& get_box, Leaf&& leaf) {
-  struct Entry {
-    GasBinaryRef ref;
-    GeometryBoxPlace place;
-  };
-  if (!start.exists()) return;
-  const bool is_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
+/// Boxes behind a plane are left out, except in mode all until something outside has been reported: only a leaf knows
+/// whether what it holds is visible to the query.
+inline bool gas_is_left_out(const GeometryFrustumCtx& query, GeometryBoxPlace place) {
   const bool is_all = query.mode == static_cast<uint>(GeometryFrustumMode::all);
-  const auto is_left_out = [&](GeometryBoxPlace place) {
-    return place == GeometryBoxPlace::outside && (!is_all || query.result.outside != 0);
-  };
-  Entry stack[GasBinaryTree::most_depth + 1];
+  return place == GeometryBoxPlace::outside && (!is_all || query.result.outside != 0);
+}
+
+/// What a tree's leaves are for a frustum walk.
+enum class GasFrustumLeaves {
+  single,  ///< one item each: the place of a leaf is that of GeometryFrustumCtx::classify()
+  ranges,  ///< of items that are tested later: a subtree inside of all planes becomes one leaf
+};
+
+/// A child that a frustum walk visits later.
+struct GasFrustumEntry {
+  GasBinaryRef ref;
+  u32 first;  ///< of its items in the order
+  GeometryBoxPlace place;
+  u32 straddled;  ///< planes that are still to be tested
+};
+
+/// Walks a frustum from `start`.
+/// @param leaf  void leaf(const GasFrustumEntry&)
+template <GasFrustumLeaves leaves, class Leaf>
+void gas_walk_frustum(const GasBinaryTree& tree, const GasFrustumEntry& start, const GasFrustumPlanes& planes,
+                      GeometryFrustumCtx& query, Leaf&& leaf) {
+  const bool is_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
+  const auto nodes = reinterpret_cast<std::uintptr_t>(tree.get_nodes());
+  GasFrustumEntry stack[GasBinaryTree::most_depth + 1];
   uint count = 0;
-  stack[count++] = {start.ref, start_place};
+  stack[count++] = start;
   while (count > 0 && !(is_any && query.result.finished != 0)) {
-    const Entry at = stack[--count];
-    if (is_left_out(at.place)) continue;
+    GasFrustumEntry at = stack[--count];
+    if (gas_is_left_out(query, at.place)) continue;
+    if (leaves == GasFrustumLeaves::ranges && at.place == GeometryBoxPlace::inside)
+      at.ref = {at.first, at.ref.get_item_count()};
     if (at.ref.is_leaf()) {
-      leaf(at.ref, at.place);
+      leaf(at);
       continue;
     }
+    const GasBinaryNode& node = tree.get_node(at.ref.index);
+    const bool is_straddling = at.place == GeometryBoxPlace::straddling;
+    const GasChildPlaces places =
+        is_straddling ? planes.classify(GasNodeRows(node.boxes), at.straddled) : GasChildPlaces();
+    const u32 first[2] = {at.first, at.first + node.child[0].get_item_count()};
     for (uint lane = 2; lane-- > 0;) {
-      const bool is_known = at.place != GeometryBoxPlace::straddling;
-      const GeometryBoxPlace place = is_known ? at.place : query.classify(get_box(at.ref.index, lane));
-      if (!is_left_out(place)) stack[count++] = {tree.get_node(at.ref.index).child[lane], place};
+      GeometryBoxPlace place = is_straddling ? places.get(lane) : at.place;
+      if (leaves == GasFrustumLeaves::single && place == GeometryBoxPlace::straddling && node.child[lane].is_leaf())
+        place = query.classify(node.boxes.get_box(lane));
+      if (gas_is_left_out(query, place)) continue;
+      const GasBinaryRef& child = node.child[lane];
+      if (place == GeometryBoxPlace::straddling && !child.is_leaf())
+        simd_prefetch(nodes + sizeof(GasBinaryNode) * child.index);
+      stack[count++] = {child, first[lane], place, places.straddled[lane]};
     }
   }
 }
 
 /// Walks a beam from `start`, nearer child first. Boxes behind the nearest item so far are left out.
-/// @param leaf  void leaf(const GasBinaryRef&)
+/// @param limit  distance of that item; lowered after a leaf
+/// @param leaf   void leaf(const GasBinaryRef&)
 template <class Leaf>
-void gas_walk_beam(const GasBinaryTree& tree, const GasBinaryPlace& start, const GasBeamPlanes& beam,
+void gas_walk_beam(const GasBinaryTree& tree, const GasBinaryPlace& start, const GasBeamPlanes& beam, float& limit,
                    GeometryRayFrustumCtx& query, Leaf&& leaf) {
   struct Entry {
     GasBinaryRef ref;
-    double first;  ///< smallest t of the box
+    float first;  ///< smallest distance of the box
   };
-  double first[2] = {};
-  if (!start.exists() || !beam.touches(tree.get_box(start), query.get_tfar(), first[0])) return;
+  float first[2] = {};
+  if (!start.exists() || !beam.touches(tree.get_box(start), limit, first[0])) return;
+  const auto nodes = reinterpret_cast<std::uintptr_t>(tree.get_nodes());
   Entry stack[GasBinaryTree::most_depth + 1];
   uint count = 0;
   stack[count++] = {start.ref, first[0]};
   while (count > 0) {
     const Entry at = stack[--count];
-    if (at.first > query.get_tfar()) continue;
+    if (at.first > limit) continue;
     if (at.ref.is_leaf()) {
       leaf(at.ref);
+      limit = beam.get_distance(query.get_tfar());
       continue;
     }
     const GasBinaryNode& node = tree.get_node(at.ref.index);
-    bool is_hit[2];
-    for (uint lane = 0; lane < 2; ++lane)
-      is_hit[lane] = beam.touches(node.boxes.get_box(lane), query.get_tfar(), first[lane]);
+    const uint touched = beam.find_touched(GasNodeRows(node.boxes), limit, first);
     const uint nearer = first[1] < first[0] ? 1 : 0;
-    if (is_hit[1 - nearer]) stack[count++] = {node.child[1 - nearer], first[1 - nearer]};
-    if (is_hit[nearer]) stack[count++] = {node.child[nearer], first[nearer]};
+    for (const uint lane : {1 - nearer, nearer}) {
+      if ((touched >> lane & 1) == 0) continue;
+      if (!node.child[lane].is_leaf()) simd_prefetch(nodes + sizeof(GasBinaryNode) * node.child[lane].index);
+      stack[count++] = {node.child[lane], first[lane]};
+    }
   }
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "vq_app_base/app_base.h"
 
@@ -67,12 +68,15 @@ class CellSort {
 
   void run(uint count, uint resolution) {
     const Grid grid(get_center_box(0, count), resolution);
-    const std::vector<uint> ends = sort_by_cell(grid, count);
     const u64 most = std::max<u64>(64, (u64{4} * count + resolution - 1) / resolution);
     uint first = 0;
-    for (const uint end : ends) {
-      divide(first, end, static_cast<uint>(std::min<u64>(most, count)));
-      first = end;
+    for (const GasGridCell& cell : sort_by_cell(grid, count)) {
+      if (cell.count <= most) {
+        if (cell.count > 0) cells.push_back({first, cell.count, cell.box});
+      } else {
+        divide(first, first + cell.count, static_cast<uint>(most));
+      }
+      first += cell.count;
     }
   }
 
@@ -96,44 +100,75 @@ class CellSort {
     return centers;
   }
 
-  /// A counting sort. Returns where each cell ends.
-  std::vector<uint> sort_by_cell(const Grid& grid, uint count) {
-    std::vector<uint> ends(grid.get_cell_count() + 1);
+  /// A counting sort. Returns the number of items in each cell and their box: boxes are read in the order in which they
+  /// are stored, and not once again for each cell.
+  std::vector<GasGridCell> sort_by_cell(const Grid& grid, uint count) {
+    std::vector<GasGridCell> out(grid.get_cell_count());
     std::vector<uint> cell_of(count), sorted(count);
     for (uint k = 0; k < count; ++k) {
       check_stop(k);
-      cell_of[k] = grid.get_cell(get_center(boxes_[items_[k]]));
-      ++ends[cell_of[k] + 1];
+      const GMathBbox3<float>& box = boxes_[items_[k]];
+      cell_of[k] = grid.get_cell(get_center(box));
+      GasGridCell& cell = out[cell_of[k]];
+      ++cell.count;
+      cell.box.add(box);
     }
-    for (uint cell = 0; cell < grid.get_cell_count(); ++cell) ends[cell + 1] += ends[cell];
+    uint first = 0;
+    for (GasGridCell& cell : out) {
+      cell.first = first;
+      first += cell.count;
+    }
     for (uint k = 0; k < count; ++k) {
       check_stop(k);
-      sorted[ends[cell_of[k]]++] = items_[k];
+      sorted[out[cell_of[k]].first++] = items_[k];
     }
     std::copy(sorted.begin(), sorted.end(), items_);
-    ends.pop_back();
-    return ends;
+    return out;
   }
 
   void divide(uint first, uint end, uint most) {
-    if (first == end) return;
     if (end - first <= most) return add_cell(first, end);
     const GMathVec3<float> extent = get_center_box(first, end).get_extent();
     const uint axis = extent.x >= extent.y ? (extent.x >= extent.z ? 0 : 2) : (extent.y >= extent.z ? 1 : 2);
     const uint middle = first + (end - first) / 2;
-    // NaN centers, of infinite boxes, stand behind all others; equal centers by number, so that the result is unique.
-    const auto is_before = [&](uint a, uint b) {
-      check_stop(compared_++);
-      const float center_a = get_center(boxes_[a])[axis], center_b = get_center(boxes_[b])[axis];
-      if (std::isnan(center_a) || std::isnan(center_b)) {
-        if (std::isnan(center_a) != std::isnan(center_b)) return std::isnan(center_b);
-        return a < b;
-      }
-      return center_a != center_b ? center_a < center_b : a < b;
-    };
-    std::nth_element(items_ + first, items_ + middle, items_ + end, is_before);
+    halve(first, middle, end, axis);
     divide(first, middle, most);
     divide(middle, end, most);
+  }
+
+  /// Moves the items with the smallest centers before `middle`, of equal ones those that come first. The items of both
+  /// halves keep their order.
+  void halve(uint first, uint middle, uint end, uint axis) {
+    std::vector<float> centers;
+    centers.reserve(end - first);
+    for (uint k = first; k < end; ++k) {
+      check_stop(k);
+      const float center = get_center(boxes_[items_[k]])[axis];
+      centers.push_back(std::isnan(center) ? std::numeric_limits<float>::infinity() : center);  // of an infinite box
+    }
+    std::vector<float> sorted = centers;
+    const auto nth = sorted.begin() + (middle - first);
+    std::nth_element(sorted.begin(), nth, sorted.end(), [&](float a, float b) {
+      check_stop(compared_++);
+      return a < b;
+    });
+    const float pivot = *nth;
+    const auto smaller = std::count_if(centers.begin(), centers.end(), [&](float center) { return center < pivot; });
+    uint equal = middle - first - static_cast<uint>(smaller);  // of them belong before the middle
+    std::vector<uint> after;
+    after.reserve(end - middle);
+    uint* before = items_ + first;
+    for (uint k = first; k < end; ++k) {
+      const float center = centers[k - first];
+      const bool is_before = center < pivot || (center == pivot && equal > 0);
+      if (is_before && center == pivot) --equal;
+      if (is_before) {
+        *before++ = items_[k];
+      } else {
+        after.push_back(items_[k]);
+      }
+    }
+    std::copy(after.begin(), after.end(), before);
   }
 
   void add_cell(uint first, uint end) {

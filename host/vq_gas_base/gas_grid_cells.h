@@ -15,8 +15,8 @@ struct GasGridCell {
   GMathBbox3<float> box;
 };
 
-/// Sorts `items` by grid cell; a cell that holds too many is divided at the median of its centers, which leaves its
-/// items in any order. The same for any number of threads. Throws std::bad_alloc, and AppStopped after a stop request.
+/// Sorts `items` by grid cell; a cell that holds too many is divided at the median of its centers. The items of a cell
+/// keep their order. The same for any number of threads. Throws std::bad_alloc, and AppStopped after a stop request.
 /// @param items       [count] numbers of boxes that are neither NaN nor inverted; permuted
 /// @param resolution  cells wanted, at least 1; a cell is divided until it holds at most max(64, 4 count / resolution)
 /// @param app         is checked for stop requests; or null

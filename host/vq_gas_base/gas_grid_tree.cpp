@@ -1,6 +1,7 @@
 #include "vq_gas_base/gas_grid_tree.h"
 
 #include <algorithm>
+#include <bit>
 #include <new>
 
 #include "vq_app_base/app_progress_scope.h"
@@ -11,12 +12,37 @@
 namespace {
 
 constexpr uint primitives_per_leaf = 4;
+/// Of small items: a node takes 64 bytes, as much as several of them.
+constexpr uint items_per_leaf = 16;
+/// Points are tested four at a time.
+constexpr uint corner_padding = 3;
 
 template <class T>
 CoreAlignedArray<T> make_array(std::size_t count) {
   CoreAlignedArray<T> array(count);
   if (!array && count > 0) throw std::bad_alloc();
   return array;
+}
+
+/// Calls visit(GasGridItems) with each run of items of a leaf that a query reaches.
+/// @param points  uint points(const GMathVec3<float>*): bit k is set when point k of four is reached
+/// @param box     bool box(const GMathBbox3<float>&)
+template <class TestPoints, class TestBox, class Visit>
+void visit_reached(const GasGridItems& items, const TestPoints& points, const TestBox& box, const Visit& visit) {
+  static_assert(items_per_leaf < 32);
+  u32 reached = 0;
+  if (items.stride == 1) {
+    for (uint k = 0; k < items.count; k += 4) reached |= points(items.corners + k) << k;
+    reached &= (1u << items.count) - 1;
+  } else {
+    for (uint k = 0; k < items.count; ++k) reached |= (box(items.get_box(k)) ? 1u : 0u) << k;
+  }
+  while (reached != 0) {
+    const uint first = static_cast<uint>(std::countr_zero(reached));
+    const uint length = static_cast<uint>(std::countr_one(reached >> first));
+    visit(items.get_range(first, length));
+    reached &= ~(((1u << length) - 1) << first);
+  }
 }
 
 }  // namespace
@@ -34,7 +60,8 @@ GasGridTree& GasGridTree::operator=(const GasGridTree& other) {
   GasTree::operator=(other);
   callbacks_ = other.callbacks_;
   provider_enabled_ = other.provider_enabled_;
-  most_leaf_ = other.most_leaf_;
+  items_callbacks_ = other.items_callbacks_;
+  tests_items_ = other.tests_items_;
   const bool is_tree_copied = !tree.is_empty();
   try {
     copy_from(other);
@@ -117,6 +144,7 @@ void GasGridTree::close_parts() {
   for (uint k = 0; k < part_count_; ++k) {
     parts_[k].state.reset();
     parts_[k].tree.clear();
+    parts_[k].corners.reset();
   }
   part_bytes_.store(0);
   built_count_.store(0);
@@ -139,7 +167,7 @@ CoreVector<uint> GasGridTree::list_parts(uint box_count) const {
 void GasGridTree::set_callbacks(const GasGridCallbacks& callbacks) {
   callbacks_ = callbacks;
   provider_enabled_ = callbacks.leaf_boxes != nullptr;
-  most_leaf_ = primitives_per_leaf;
+  tests_items_ = false;
   if (provider_enabled_) boxes_.reset();
   close_parts();
 }
@@ -148,7 +176,7 @@ void GasGridTree::set_leaf_boxes(GasGridLeafBoxes function, void* user) {
   callbacks_.leaf_boxes = function;
   callbacks_.leaf_boxes_user = user;
   provider_enabled_ = function != nullptr;
-  most_leaf_ = 1;
+  tests_items_ = true;
   if (provider_enabled_) boxes_.reset();
   close_parts();
 }
@@ -160,7 +188,8 @@ void GasGridTree::set_memory_change(GasGridMemoryChange function, void* user) {
 
 void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
   uint* positions = const_cast<uint*>(positions_.get()) + part.first;
-  std::sort(positions, positions + part.count);  // a former build permuted them, and the tree must not depend on it
+  // A former build permuted them, and the tree must not depend on it.
+  if (!std::is_sorted(positions, positions + part.count)) std::sort(positions, positions + part.count);
   auto boxes = make_array<GMathBbox3<float>>(part.count);
   if (provider_enabled_) {
     callbacks_.leaf_boxes(callbacks_.leaf_boxes_user, ctx, part.count, positions, boxes.get());
@@ -169,15 +198,36 @@ void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
   }
   auto order = make_array<uint>(part.count), sorted = make_array<uint>(part.count);
   for (uint k = 0; k < part.count; ++k) order[k] = k;
-  GasBinaryTree part_tree;
-  part_tree.build({boxes.get(), order.get(), part.count, most_leaf_, &ctx.get_application(), nullptr});
+  GasGridPart made;
+  if (tests_items_) {
+    keep_corners(made.tree.build_by_codes(
+                     {boxes.get(), order.get(), part.count, items_per_leaf, &ctx.get_application(), nullptr}),
+                 made);
+  } else {
+    made.tree.build({boxes.get(), order.get(), part.count, primitives_per_leaf, &ctx.get_application(), nullptr});
+  }
   for (uint k = 0; k < part.count; ++k) sorted[k] = positions[order[k]];
   std::copy(sorted.begin(), sorted.end(), positions);
-  part.tree = std::move(part_tree);
+  part.tree = std::move(made.tree);
+  part.corners = std::move(made.corners);
+  part.corner_stride = made.corner_stride;
   built_count_.fetch_add(1, std::memory_order_relaxed);
-  const u64 grown = part.tree.get_memory_size();
+  const u64 grown = part.get_memory_size();
   const u64 before = sizeof(GasGridTree) + own_bytes_ + part_bytes_.fetch_add(grown, std::memory_order_relaxed);
   if (callbacks_.memory != nullptr) callbacks_.memory(before, before + grown, callbacks_.memory_user);
+}
+
+void GasGridTree::keep_corners(const CoreAlignedArray<GMathBbox3<float>>& boxes, GasGridPart& part) {
+  const bool are_points =
+      std::all_of(boxes.begin(), boxes.end(), [](const GMathBbox3<float>& box) { return box.min == box.max; });
+  part.corner_stride = are_points ? 1 : 2;
+  part.corners = make_array<GMathVec3<float>>(part.corner_stride * boxes.get_count() + corner_padding);
+  GMathVec3<float>* corner = part.corners.get();
+  for (const GMathBbox3<float>& box : boxes) {
+    *corner++ = box.min;
+    if (!are_points) *corner++ = box.max;
+  }
+  std::fill(corner, part.corners.end(), GMathVec3<float>());
 }
 
 template <GasWalkHits hits>
@@ -187,9 +237,22 @@ void GasGridTree::walk_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytr
   gas_tree_ray_hit<hits>(tree, query, [&](GasBinaryRay& ray, uint r, const GasBinaryPlace& top) {
     const GasGridPart* part = open_part(ctx, top.ref.index);
     if (part == nullptr) return true;
-    const GasPartLeaf<hits> leaf{positions_.get() + part->first, primitive, ctx, shader, query, ray, r};
     const GasStillBoxes boxes{part->tree.get_nodes()};
-    return gas_walk_ray<hits>(part->tree, boxes, part->tree.get_root(), ray, gas_get_visits(query, r), leaf);
+    const auto walk = [&](const auto& leaf) {
+      return gas_walk_ray<hits>(part->tree, boxes, part->tree.get_root(), ray, gas_get_visits(query, r), leaf);
+    };
+    if (!tests_items_)
+      return walk(GasPartLeaf<hits>{positions_.get() + part->first, primitive, ctx, shader, query, ray, r});
+    return walk([&](const GasBinaryPlace& at) {
+      if (GeometryRayVisits* visits = gas_get_visits(query, r)) ++visits->leaves;
+      const GasGridItems items = get_items(*part, at.ref);
+      for (uint k = 0; k < items.count; ++k) {
+        if (!ray.touches(items.get_box(k))) continue;
+        primitive.function(primitive.user, items.numbers[k], ctx, shader, query);
+        if (!gas_go_on<hits>(query, r, ray)) return false;
+      }
+      return true;
+    });
   });
 }
 
@@ -213,35 +276,64 @@ void GasGridTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFru
                               const bool& /*motion*/) const {
   const GasTreeLeaf<GeometryFrustumCtx>& primitive =
       callbacks_.frustum.function != nullptr ? callbacks_.frustum : frustum_leaf;
-  if (primitive.function == nullptr) return;
-  const auto get_box = [](const GasBinaryTree& of) {
-    return [&of](u32 node, uint lane) { return of.get_node(node).boxes.get_box(lane); };
-  };
+  if (primitive.function == nullptr && items_callbacks_.frustum == nullptr) return;
   const GasBinaryPlace start = gas_find_frustum_start(tree, query);
-  gas_walk_frustum(tree, start, query.classify(tree.get_box(start)), query, get_box(tree),
-                   [&](const GasBinaryRef& top, GeometryBoxPlace place) {
-                     const GasGridPart* part = open_part(ctx, top.index);
-                     if (part == nullptr) return;
-                     const uint* positions = positions_.get() + part->first;
-                     gas_walk_frustum(part->tree, part->tree.get_root(), place, query, get_box(part->tree),
-                                      [&](const GasBinaryRef& leaf, GeometryBoxPlace /*place*/) {
-                                        for (uint k = leaf.index; k < leaf.index + leaf.count; ++k)
-                                          primitive.function(primitive.user, positions[k], ctx, shader, query);
-                                      });
-                   });
+  const GasFrustumPlanes planes(query, tree.get_bbox());
+  const bool is_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
+  const auto visit = [&](const GasGridItems& items) {
+    if (tests_items_ && items_callbacks_.frustum != nullptr)
+      return items_callbacks_.frustum(items_callbacks_.user, items, ctx, shader, query);
+    for (uint k = 0; k < items.count && !(is_any && query.result.finished != 0); ++k)
+      primitive.function(primitive.user, items.numbers[k], ctx, shader, query);
+  };
+  if (!start.exists()) return;
+  const auto is_reached = [&](const GMathBbox3<float>& box) { return !gas_is_left_out(query, query.classify(box)); };
+  const auto visit_leaf = [&](const GasGridPart& part, const GasFrustumEntry& leaf) {
+    const GasGridItems items = get_items(part, leaf.ref);
+    if (!tests_items_ || leaf.place != GeometryBoxPlace::straddling) return visit(items);
+    if (!gas_is_left_out(query, GeometryBoxPlace::outside)) return visit(items);
+    const auto find_reached = [&](const GMathVec3<float>* points) {
+      uint outside, unsure;
+      planes.classify(GasPointLanes(points), leaf.straddled, outside, unsure);
+      for (; unsure != 0; unsure &= unsure - 1) {
+        const uint k = static_cast<uint>(std::countr_zero(unsure));
+        if (!is_reached({points[k], points[k]})) outside |= 1u << k;
+      }
+      return ~outside & 15u;
+    };
+    visit_reached(items, find_reached, is_reached, visit);
+  };
+  gas_walk_frustum<GasFrustumLeaves::single>(
+      tree, {start.ref, 0, query.classify(tree.get_box(start)), GasFrustumPlanes::all_planes}, planes, query,
+      [&](const GasFrustumEntry& top) {
+        const GasGridPart* part = open_part(ctx, top.ref.index);
+        if (part == nullptr) return;
+        gas_walk_frustum<GasFrustumLeaves::ranges>(part->tree, {part->tree.get_root().ref, 0, top.place, top.straddled},
+                                                   planes, query,
+                                                   [&](const GasFrustumEntry& leaf) { visit_leaf(*part, leaf); });
+      });
 }
 
 void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query,
                                   const bool& /*motion*/) const {
-  if (ray_frustum_leaf.function == nullptr) return;
-  const GasBeamPlanes beam(query.get_beam());
-  gas_walk_beam(tree, tree.get_root(), beam, query, [&](const GasBinaryRef& top) {
+  if (ray_frustum_leaf.function == nullptr && items_callbacks_.ray_frustum == nullptr) return;
+  const GasBeamPlanes beam(query.get_beam(), tree.get_bbox());
+  float limit = beam.get_distance(query.get_tfar()), first;
+  const auto find_reached = [&](const GMathVec3<float>* points) {
+    return beam.find_touched(GasPointLanes(points), limit);
+  };
+  const auto is_reached = [&](const GMathBbox3<float>& box) { return beam.touches(box, limit, first); };
+  const auto visit = [&](const GasGridItems& items) {
+    if (items_callbacks_.ray_frustum != nullptr)
+      return items_callbacks_.ray_frustum(items_callbacks_.user, items, ctx, shader, query);
+    for (uint k = 0; k < items.count; ++k)
+      ray_frustum_leaf.function(ray_frustum_leaf.user, items.numbers[k], ctx, shader, query);
+  };
+  gas_walk_beam(tree, tree.get_root(), beam, limit, query, [&](const GasBinaryRef& top) {
     const GasGridPart* part = open_part(ctx, top.index);
     if (part == nullptr) return;
-    const uint* positions = positions_.get() + part->first;
-    gas_walk_beam(part->tree, part->tree.get_root(), beam, query, [&](const GasBinaryRef& leaf) {
-      for (uint k = leaf.index; k < leaf.index + leaf.count; ++k)
-        ray_frustum_leaf.function(ray_frustum_leaf.user, positions[k], ctx, shader, query);
+    gas_walk_beam(part->tree, part->tree.get_root(), beam, limit, query, [&](const GasBinaryRef& leaf) {
+      visit_reached(get_items(*part, leaf), find_reached, is_reached, visit);
     });
   });
 }

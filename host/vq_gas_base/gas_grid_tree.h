@@ -43,10 +43,32 @@ struct GasGridCallbacks {
   u64 options = 0;  ///< option bits; none is defined
 };
 
+/// Some small items that a query reaches.
+struct GasGridItems {
+  const uint* numbers = nullptr;              ///< [count] of their boxes in create()
+  const GMathVec3<float>* corners = nullptr;  ///< [count * stride] of each box the lower corner, then the upper one
+  uint count = 0;
+  uint stride = 1;  ///< corners per item; 1: all are points
+
+  GasGridItems get_range(uint first, uint length) const {
+    return {numbers + first, corners + std::size_t{first} * stride, length, stride};
+  }
+  const GMathVec3<float>& get_low(uint k) const { return corners[std::size_t{k} * stride]; }
+  GMathBbox3<float> get_box(uint k) const { return {get_low(k), corners[std::size_t{k} * stride + stride - 1]}; }
+};
+/// Tests items whose boxes the query reaches.
+template <class Query>
+using GasGridItemsCallback = void (*)(void* user, const GasGridItems&, const CtxEval&, CtxShader&, Query&);
+
 struct GasGridPart {
   uint first = 0, count = 0;  ///< range of the grid's positions
   GasLazyState state;
-  GasBinaryTree tree;  ///< once made; leaves are ranges of this part's positions
+  // Once made.
+  GasBinaryTree tree;                          ///< leaves are ranges of this part's positions
+  CoreAlignedArray<GMathVec3<float>> corners;  ///< of small items, in the order of the positions; padded by three
+  uint corner_stride = 1;
+
+  u64 get_memory_size() const { return tree.get_memory_size() + corners.get_bytes(); }
 };
 
 class GasGridTree : public GasTree {
@@ -85,10 +107,17 @@ class GasGridTree : public GasTree {
   /// For primitives, which test themselves: leaves hold up to 4. With a function for boxes those of create() are freed.
   /// All parts become unbuilt.
   void set_callbacks(const GasGridCallbacks& callbacks);
-  /// For items that are tested by their box: leaves hold one item each, with the leaf callbacks of GasTree. All parts
-  /// become unbuilt.
+  /// For small items, such as points: the grid tests their boxes, and passes items that it reaches to the leaf
+  /// callbacks of GasTree. The tree of a part ends at groups of a few items; their boxes are kept with the part: 12
+  /// bytes a point, else 24. All parts become unbuilt.
   /// @param function  supplies boxes in place of those of create(); null: these are kept
   void set_leaf_boxes(GasGridLeafBoxes function, void* user);
+  /// For small items: receive all items of a group at once, or of a subtree that is inside of a frustum, instead of
+  /// single ones. Null: the leaf callbacks of GasTree.
+  void set_items_callbacks(GasGridItemsCallback<GeometryFrustumCtx> frustum,
+                           GasGridItemsCallback<GeometryRayFrustumCtx> ray_frustum, void* user) {
+    items_callbacks_ = {frustum, ray_frustum, user};
+  }
   /// Reports of memory held by parts; null: none.
   void set_memory_change(GasGridMemoryChange function, void* user);
 
@@ -116,6 +145,11 @@ class GasGridTree : public GasTree {
     return part.state.ensure([&] { build_part(ctx, part); }) ? &part : nullptr;
   }
   void build_part(const CtxEval& ctx, GasGridPart& part) const;
+  static void keep_corners(const CoreAlignedArray<GMathBbox3<float>>& boxes, GasGridPart& part);
+  GasGridItems get_items(const GasGridPart& part, const GasBinaryRef& leaf) const {
+    return {positions_.get() + part.first + leaf.index,
+            part.corners.get() + std::size_t{leaf.index} * part.corner_stride, leaf.count, part.corner_stride};
+  }
   const GasTreeLeaf<GeometryRaytraceCtx>& get_ray_primitive() const;
   const GasTreeLeaf<GeometryRaytraceCtx>& get_nearest_primitive() const;
   template <GasWalkHits hits>
@@ -124,7 +158,12 @@ class GasGridTree : public GasTree {
 
   GasGridCallbacks callbacks_;
   bool provider_enabled_ = false;  ///< boxes of parts come from callbacks_.leaf_boxes
-  uint most_leaf_ = 1;
+  struct {
+    GasGridItemsCallback<GeometryFrustumCtx> frustum = nullptr;
+    GasGridItemsCallback<GeometryRayFrustumCtx> ray_frustum = nullptr;
+    void* user = nullptr;
+  } items_callbacks_;
+  bool tests_items_ = true;  ///< items do not test themselves
   CoreAlignedArray<uint> positions_;
   CoreAlignedArray<GMathBbox3<float>> boxes_;
   std::unique_ptr<GasGridPart[]> parts_;

@@ -130,17 +130,20 @@ void GasTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustum
                           const bool& /*motion*/) const {
   if (frustum_leaf.function == nullptr) return;
   const GasBinaryPlace start = gas_find_frustum_start(tree, query);
-  const auto get_box = [&](u32 node, uint lane) { return tree.get_node(node).boxes.get_box(lane); };
-  gas_walk_frustum(tree, start, query.classify(tree.get_box(start)), query, get_box,
-                   [&](const GasBinaryRef& leaf, GeometryBoxPlace /*place*/) {
-                     frustum_leaf.function(frustum_leaf.user, leaf.index, ctx, shader, query);
-                   });
+  if (!start.exists()) return;
+  gas_walk_frustum<GasFrustumLeaves::single>(
+      tree, {start.ref, 0, query.classify(tree.get_box(start)), GasFrustumPlanes::all_planes},
+      GasFrustumPlanes(query, tree.get_bbox()), query, [&](const GasFrustumEntry& leaf) {
+        frustum_leaf.function(frustum_leaf.user, leaf.ref.index, ctx, shader, query);
+      });
 }
 
 void GasTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query,
                               const bool& /*motion*/) const {
   if (ray_frustum_leaf.function == nullptr) return;
-  gas_walk_beam(tree, tree.get_root(), GasBeamPlanes(query.get_beam()), query, [&](const GasBinaryRef& leaf) {
+  const GasBeamPlanes beam(query.get_beam(), tree.get_bbox());
+  float limit = beam.get_distance(query.get_tfar());
+  gas_walk_beam(tree, tree.get_root(), beam, limit, query, [&](const GasBinaryRef& leaf) {
     ray_frustum_leaf.function(ray_frustum_leaf.user, leaf.index, ctx, shader, query);
   });
 }

@@ -43,13 +43,6 @@ bool GeometryFrustumCtx::add_plane(const GeometryPlane& plane) {
   return true;
 }
 
-void GeometryFrustumCtx::push_point(const GMathVec3<double>& position) { points_->push_back({position, nullptr, 0}); }
-
-void GeometryFrustumCtx::push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry,
-                                                 const uint& index) {
-  points_->push_back({position, geometry, index});
-}
-
 void GeometryFrustumCtx::add_object(const uint& index) {
   set_decided(index);
   if (object_states_[index] != ObjectState::listed) objects_.push_back(index);

@@ -90,9 +90,11 @@ class GeometryFrustumCtx : public GeometryFrustumData {
   template <class Touches, class LiesInside>
   void add_primitive(const Touches& touches, const LiesInside& lies_inside);
   /// Mode 2: appends a position.
-  void push_point(const GMathVec3<double>& position);
+  void push_point(const GMathVec3<double>& position) { points_->push_back({position, nullptr, 0}); }
   /// Mode 3: appends a point-cloud vertex with its position.
-  void push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry, const uint& index);
+  void push_point_cloud_vertex(const GMathVec3<double>& position, const GeometryObject* geometry, const uint& index) {
+    points_->push_back({position, geometry, index});
+  }
   /// Scene queries of modes 0 and 1: adds object `index` of the scene to the list of found objects, once.
   void add_object(const uint& index);
   /// Marks object `index` as decided: this query does not test it again. add_object() marks it, too.

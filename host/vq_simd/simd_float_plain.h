@@ -19,6 +19,12 @@ struct SimdFPlain {
   static SimdFPlain load_unaligned(const float* from) { return {from[0], from[1], from[2], from[3]}; }
   /// Two floats from `low`, then two from `high`.
   static SimdFPlain load_pairs(const float* low, const float* high) { return {low[0], low[1], high[0], high[1]}; }
+  /// Twelve floats, x y z x y z ..., as four of each.
+  static void load_triples(const float* from, SimdFPlain& x, SimdFPlain& y, SimdFPlain& z) {
+    x = {from[0], from[3], from[6], from[9]};
+    y = {from[1], from[4], from[7], from[10]};
+    z = {from[2], from[5], from[8], from[11]};
+  }
   /// Four unsigned bytes as floats.
   static SimdFPlain load_bytes(const u8* from) {
     return {static_cast<float>(from[0]), static_cast<float>(from[1]), static_cast<float>(from[2]),

@@ -24,6 +24,15 @@ struct SimdFSse {
     const __m128 pair = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(low)));
     return _mm_loadh_pi(pair, reinterpret_cast<const __m64*>(high));
   }
+  /// Twelve floats, x y z x y z ..., as four of each.
+  static void load_triples(const float* from, SimdFSse& x, SimdFSse& y, SimdFSse& z) {
+    const __m128 a = _mm_loadu_ps(from), b = _mm_loadu_ps(from + 4), c = _mm_loadu_ps(from + 8);
+    const __m128 xy = _mm_shuffle_ps(b, c, _MM_SHUFFLE(2, 1, 3, 2));  // x2 y2 x3 y3
+    const __m128 yz = _mm_shuffle_ps(a, b, _MM_SHUFFLE(1, 0, 2, 1));  // y0 z0 y1 z1
+    x = _mm_shuffle_ps(a, xy, _MM_SHUFFLE(2, 0, 3, 0));
+    y = _mm_shuffle_ps(yz, xy, _MM_SHUFFLE(3, 1, 2, 0));
+    z = _mm_shuffle_ps(yz, c, _MM_SHUFFLE(3, 0, 3, 1));
+  }
   /// Four unsigned bytes as floats.
   static SimdFSse load_bytes(const u8* from) {
     int packed;
