@@ -17,7 +17,7 @@ packages_of() {
     build) echo "g++ cmake ninja-build" ;;
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
     tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels" ;;
-    bench) echo "libbenchmark-dev libembree-dev" ;;
+    bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
     clang) echo "clang clang-format clang-tidy" ;;
     *) fail "unknown package set '$1' (build, tools, tests, bench, clang)" ;;
   esac
