@@ -79,3 +79,69 @@ TEST(GasGridTree, has_about_as_many_parts_as_requested) {
       EXPECT_LE(probe.grid.get_part_count(), most);
     }
 }
+
+namespace {
+
+/// Checks the subtree at `ref` and returns its box.
+/// @param at_leaf  (first position, count, box)
+template <class AtLeaf>
+FloatBox check_subtree(const GasBinaryTree& tree, const GasBinaryRef& ref, const std::vector<FloatBox>& boxes,
+                       const std::vector<uint>& order, uint depth, const AtLeaf& at_leaf) {
+  EXPECT_LE(depth, GasBinaryTree::most_depth);
+  FloatBox box;
+  if (ref.is_leaf()) {
+    for (uint k = 0; k < ref.count; ++k) box.add(boxes[order[ref.index + k]]);
+    at_leaf(ref, box);
+    return box;
+  }
+  for (uint lane = 0; lane < 2; ++lane) {
+    const GasBinaryNode& node = tree.get_node(ref.index);
+    const FloatBox child = check_subtree(tree, node.child[lane], boxes, order, depth + 1, at_leaf);
+    EXPECT_EQ(child, node.boxes.get_box(lane)) << "node " << ref.index;
+    box.add(child);
+  }
+  return box;
+}
+
+}  // namespace
+
+// Dense clusters within each other, coincident points and boxes whose centers have no place in a grid of codes.
+TEST(GasBinaryTree, codes_divide_dense_clusters_and_end_within_the_depth) {
+  RandomValues random(5);
+  std::vector<FloatBox> scenes[4];
+  for (uint k = 0; k < 8000; ++k) {
+    const auto p = random.get_vec<float>();
+    scenes[0].push_back(make_box(p, p));
+    const auto q = p * (k % 2 ? 1e-6f : 1.0f);
+    scenes[1].push_back(make_box(q, q));
+    const float x = std::ldexp(1.0f, -static_cast<int>(k % 150));  // a power takes one level: more than fit
+    scenes[2].push_back(make_box({x, 0, 0}, {x, 0, 0}));
+    const float large = k % 3 ? 3e38f : HUGE_VALF;
+    scenes[3].push_back(k % 5 ? make_box(p, p) : make_box(p * -large, p * large));
+  }
+  for (const std::vector<FloatBox>& boxes : scenes) {
+    for (const uint most_leaf : {1u, 8u}) {
+      std::vector<uint> order(boxes.size());
+      for (uint k = 0; k < order.size(); ++k) order[k] = k;
+      const uint count = static_cast<uint>(order.size());
+      GasBinaryTree tree;
+      tree.build_by_codes({boxes.data(), order.data(), count, most_leaf, nullptr, nullptr});
+      double extents = 0.0;
+      uint next = 0, small = 0;
+      check_subtree(tree, tree.get_root().ref, boxes, order, 0, [&](const GasBinaryRef& leaf, const FloatBox& box) {
+        EXPECT_EQ(leaf.index, next);  // in the order of the curve, each once
+        EXPECT_LE(leaf.count, most_leaf);
+        next += leaf.count;
+        if (!(std::fabs(box.min.x) < 1e-6f)) return;
+        extents += box.get_extent().x;
+        ++small;
+      });
+      EXPECT_EQ(next, count);
+      if (&boxes == &scenes[1]) {
+        EXPECT_LT(extents / small, 0.3e-6) << "the cluster, 2e-6 wide, is divided as well as the rest";
+      }
+      std::sort(order.begin(), order.end());
+      for (uint k = 0; k < count; ++k) ASSERT_EQ(order[k], k);
+    }
+  }
+}
