@@ -21,18 +21,21 @@ bool find_side(const GeometryRayFrustumBeam& beam, uint corner, GeometryPlane& s
     directions[k] = beam.direction + (beam.corner_directions[k] - beam.direction) * margin;
   }
   const uint next = (corner + 1) % 4;
-  const GMathVec3<double> edge =
-      origins[next] + directions[next] - origins[corner] - directions[corner];  // at t = 1: not 0 at a beam's apex
-  GMathVec3<double> normal = directions[corner].cross(edge);
+  // At t = 1: not 0 at a beam's apex. Origins and directions apart: beside a far origin a narrow beam is rounded away.
+  const auto from_corner = [&](const GMathVec3<double>& origin, const GMathVec3<double>& direction) {
+    return (origin - origins[corner]) + (direction - directions[corner]);
+  };
+  GMathVec3<double> normal = directions[corner].cross(from_corner(origins[next], directions[next]));
   const double length = std::sqrt(normal.dot(normal));
   if (!(length > 0.0) || !std::isfinite(length)) return false;
   normal = normal * (1.0 / length);
-  const GMathVec3<double> center = beam.origin + beam.direction;
-  if (normal.dot(center - origins[corner] - directions[corner]) < 0.0) normal = -normal;
+  if (normal.dot(from_corner(beam.origin, beam.direction)) < 0.0) normal = -normal;
+  // Rounding of corners that are in the plane. Not more: a beam may be as narrow as 1e-9 of its length.
+  constexpr double rounding = 1e-13;
   for (uint k = 0; k < 4; ++k) {
-    const GMathVec3<double> start = origins[k] + directions[k] * beam.tnear - origins[corner];
-    const double slack = 1e-9 * (dot_magnitudes(normal, start) + dot_magnitudes(normal, directions[k]));
-    if (!(normal.dot(start) >= -slack && normal.dot(directions[k]) >= -slack)) return false;
+    const GMathVec3<double> start = (origins[k] - origins[corner]) + directions[k] * beam.tnear;
+    if (!(normal.dot(start) >= -rounding * dot_magnitudes(normal, start))) return false;
+    if (!(normal.dot(directions[k]) >= -rounding * dot_magnitudes(normal, directions[k]))) return false;
   }
   side = GeometryPlane(origins[corner], normal);
   return true;
