@@ -59,7 +59,7 @@ GasPoint& GasPoint::operator=(const GasPoint& other) {
   point_count = other.point_count;
   grid = other.grid;
   install_grid_callbacks();
-  if (grid.is_empty()) clear();
+  if (grid.is_empty() != other.grid.is_empty()) clear();
   memory_account.reset(get_memory_size());
   return *this;
 }

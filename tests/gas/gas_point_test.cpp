@@ -272,7 +272,9 @@ TEST(GasPoint, counts_and_leaves_out_what_has_no_place) {
   scene.set(Positions(9, {NAN, 0, 0}));
   EXPECT_EQ(scene.count_all(), 0u);
   EXPECT_FALSE(gmath_is_valid_box(scene.structure.get_bbox()));
+  const GasPoint copy(scene.structure);
   GeometryFrustumCtx query;
+  EXPECT_TRUE(scene.find(query, copy).empty());
   for (const bool is_null : {false, true}) {
     scene.set(make_points(PointKind::uniform, 100, 1));
     scene.set({});
