@@ -15,10 +15,15 @@ double dot_magnitudes(const GMathVec3<double>& a, const GMathVec3<double>& b) {
 bool find_side(const GeometryRayFrustumBeam& beam, uint corner, GeometryPlane& side) {
   // Lookups accept points this far outside, in units of the cross-section.
   constexpr double margin = 1.0 + 1e-6;
-  GMathVec3<double> origins[4], directions[4];
+  // Between the corners, where the center of the beam need not be.
+  GMathVec3<double> middle_origin, middle_direction, origins[4], directions[4];
   for (uint k = 0; k < 4; ++k) {
-    origins[k] = beam.origin + (beam.corner_origins[k] - beam.origin) * margin;
-    directions[k] = beam.direction + (beam.corner_directions[k] - beam.direction) * margin;
+    middle_origin += beam.corner_origins[k] * 0.25;
+    middle_direction += beam.corner_directions[k] * 0.25;
+  }
+  for (uint k = 0; k < 4; ++k) {
+    origins[k] = middle_origin + (beam.corner_origins[k] - middle_origin) * margin;
+    directions[k] = middle_direction + (beam.corner_directions[k] - middle_direction) * margin;
   }
   const uint next = (corner + 1) % 4;
   // At t = 1: not 0 at a beam's apex. Origins and directions apart: beside a far origin a narrow beam is rounded away.
@@ -29,7 +34,7 @@ bool find_side(const GeometryRayFrustumBeam& beam, uint corner, GeometryPlane& s
   const double length = std::sqrt(normal.dot(normal));
   if (!(length > 0.0) || !std::isfinite(length)) return false;
   normal = normal * (1.0 / length);
-  if (normal.dot(from_corner(beam.origin, beam.direction)) < 0.0) normal = -normal;
+  if (normal.dot(from_corner(middle_origin, middle_direction)) < 0.0) normal = -normal;
   // Rounding of corners that are in the plane. Not more: a beam may be as narrow as 1e-9 of its length.
   constexpr double rounding = 1e-13;
   for (uint k = 0; k < 4; ++k) {

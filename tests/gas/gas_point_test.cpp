@@ -188,7 +188,7 @@ TEST(GasPoint, borders_and_ends_belong_to_a_beam_as_far_as_they_are_defined) {
     return record.index == 0 ? record.weight : -1.0;
   };
   for (uint side = 0; side < 4; ++side) {  // of a beam that is 2 wide; its border is at 0
-    for (const double way_to_center : {1.0, 0.5, -3.0}) {
+    for (const double way_to_center : {1.0, 0.5, 0.0, -3.0}) {
       Vec middle, center;
       middle[side % 2] = side < 2 ? -1.0 : 1.0;
       center[side % 2] = middle[side % 2] * way_to_center;
