@@ -38,7 +38,8 @@ template <class Task, class Prepare>
 std::vector<Task> run_per_thread(const AppBase& app, uint count, const Prepare& prepare) {
   SysThreadTaskManager manager(app.get_thread_manager());
   const uint task_count = std::max(1u, std::min(manager.get_thread_count(), count));
-  return gas_run_slices<Task>(manager, count, (count + task_count - 1) / task_count, prepare);
+  const uint length = std::max(1u, (count + task_count - 1) / task_count);  // also of no items
+  return gas_run_slices<Task>(manager, count, length, prepare);
 }
 
 }  // namespace
