@@ -24,10 +24,12 @@ bool is_valid(const ModuleSceneObject* object) {
   return geometry != nullptr && geometry->get_primitive_count() != 0;
 }
 
-/// The box around the transformed corners, rounded outwards.
+/// The box around the transformed corners, rounded outwards. Empty, which gets no leaf, if nothing can be found in the
+/// object: its inverted corners would give a box around the whole world.
 GMathBbox3<float> get_world_bbox(const ModuleSceneObject& object) {
-  GMathBbox3<double> world({1e308, 1e308, 1e308}, {-1e308, -1e308, -1e308});
   const GMathBbox3<double> local = object.get_local_bbox();
+  if (local.is_empty()) return {};
+  GMathBbox3<double> world({1e308, 1e308, 1e308}, {-1e308, -1e308, -1e308});
   for (uint corner = 0; corner < 8; ++corner)
     world.add(object.get_global_matrix().transform_point(local.get_corner(corner)));
   return gmath_round_outwards(world);

@@ -262,8 +262,11 @@ TEST(GasParticleTree, nested_frustums_carry_the_path_and_scenes_answer_them_alik
   const auto note = std::make_shared<PathNote>();
   const auto object = std::make_shared<ModuleParticle>(CoreString("note"), make_cloud(1, scene.random), note);
   scene.add(object);
+  scene.add(std::make_shared<ModuleParticle>(CoreString("unbuilt"), make_cloud(2, scene.random), nullptr));
   GasParticleTree tree;
   scene.create(tree);
+  EXPECT_EQ(tree.get_particle_count(), 6.0);
+  EXPECT_TRUE(gmath_is_valid_box(tree.get_bbox())) << "what is never found must not widen the box";
   GeometryIntersectionPath path;
   ASSERT_TRUE(path.add({7, nullptr, nullptr}));
   GeometryFrustumCtx query;
