@@ -110,21 +110,21 @@ void GasParticleTree::clear() {
 
 void GasParticleTree::create(const AppBase& app, const CoreArray<ModuleSceneObject*>& objects,
                              AppProgressBar* progress) {
-  const bool is_copied = scene_objects.assign(objects.get_items(), objects.get_count());
-  if (!is_copied) scene_objects.remove_all();
-  create(app, progress);
+  create(app, objects.get_items(), objects.get_count(), progress);
 }
 
 void GasParticleTree::create(const AppBase& app, const CoreVector<ModuleSceneObject*>& objects,
                              AppProgressBar* progress) {
-  const bool is_copied = scene_objects.assign(objects.get_items(), objects.get_count());
-  if (!is_copied) scene_objects.remove_all();
-  create(app, progress);
+  create(app, objects.get_items(), objects.get_count(), progress);
 }
 
-void GasParticleTree::create(const AppBase& app, AppProgressBar* progress) {
-  gas_rebuild(
-      "GasParticleTree.create", [&] { build(app, progress); }, [&] { clear(); });
+void GasParticleTree::create(const AppBase& app, ModuleSceneObject* const* objects, uint count,
+                             AppProgressBar* progress) {
+  const auto build_new = [&] {
+    gas_need(scene_objects.assign(objects, count));
+    build(app, progress);
+  };
+  gas_rebuild("GasParticleTree.create", build_new, [&] { clear(); });
 }
 
 void GasParticleTree::build(const AppBase& app, AppProgressBar* progress) {

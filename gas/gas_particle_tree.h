@@ -71,7 +71,7 @@ class GasParticleTree : public GasObject {
                             GeometryRayFrustumCtx& query) const;
 
  private:
-  void create(const AppBase& app, AppProgressBar* progress);
+  void create(const AppBase& app, ModuleSceneObject* const* objects, uint count, AppProgressBar* progress);
   void build(const AppBase& app, AppProgressBar* progress);
   void collect_valid(const AppBase& app);
   void compute_bboxes(const AppBase& app, CoreVector<GMathBbox3<float>>& boxes);

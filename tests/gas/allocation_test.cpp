@@ -5,6 +5,8 @@
 
 #include "gas/gas_geometry.h"
 
+#include <malloc.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -13,14 +15,20 @@
 
 #include "gas/gas_geometry_bvh4.h"
 #include "gas/gas_module_clusters.h"
+#include "gas/gas_particle_tree.h"
+#include "gas/gas_point.h"
 #include "gas/gas_scene_tree.h"
 #include "support/bundle_input.h"
 #include "support/curve_check.h"
 #include "support/fake_geometry.h"
+#include "support/log_capture.h"
 #include "support/ray_query.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+#include "vq_module/module_particle.h"
+#include "vq_particle/particle_cloud.h"
 
 extern "C" {
 void* __libc_malloc(std::size_t);
@@ -35,12 +43,20 @@ namespace {
 std::atomic<uint> allocations{0};
 std::atomic<uint> refused{core_invalid_index};  ///< the number of the one that fails
 std::atomic<int> living{0};
+std::atomic<u64> held{0};  ///< bytes
 
 template <class Allocate>
 void* count(const Allocate& allocate) {
   if (allocations.fetch_add(1, std::memory_order_relaxed) == refused) return nullptr;
   living.fetch_add(1, std::memory_order_relaxed);
-  return allocate();
+  void* block = allocate();
+  held.fetch_add(malloc_usable_size(block), std::memory_order_relaxed);
+  return block;
+}
+void forget(void* block) {
+  if (block == nullptr) return;
+  living.fetch_sub(1, std::memory_order_relaxed);
+  held.fetch_sub(malloc_usable_size(block), std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -54,11 +70,11 @@ void* calloc(std::size_t n, std::size_t bytes) {
   return count([=] { return __libc_calloc(n, bytes); });
 }
 void* realloc(void* block, std::size_t bytes) {
-  if (block != nullptr) living.fetch_sub(1, std::memory_order_relaxed);
+  forget(block);
   return count([=] { return __libc_realloc(block, bytes); });
 }
 void free(void* block) {
-  if (block != nullptr) living.fetch_sub(1, std::memory_order_relaxed);
+  forget(block);
   __libc_free(block);
 }
 void* aligned_alloc(std::size_t alignment, std::size_t bytes) {
@@ -231,6 +247,17 @@ struct Row {
     for (uint k = 0; k < 4; ++k)
       packet.set_ray(k, {row_count / 4 * 2.0 * k + 0.5, 0.5, -1}, {0, 0, 1}, 0, DBL_MAX, 0.3);
     packet.begin_nearest(world.shading);
+    ParticleData data;
+    for (uint k = 0; k < row_count; ++k) data.positions.emplace_back(2.0f * k + 0.5f, 0.5f, 0.5f);
+    CoreString error;
+    cloud->create(std::move(data), error);
+    create(*points, nullptr);
+    for (uint k = 0; k < 6; ++k) {
+      owned_particles.push_back(std::make_unique<ModuleParticle>(CoreString("points"), cloud, points));
+      owned_particles.back()->set_global_matrix(objects[k]->get_global_matrix());
+      particles.add(owned_particles.back().get());
+    }
+    frustum.add_plane({{100, 0, 0}, {-1, 0, 0}});
   }
 
   void create(GasGeometryBvh4& structure, AppProgressBar* bar) {
@@ -242,6 +269,8 @@ struct Row {
     structure.create(world.app, CoreBasicArray<ModuleSceneObject*>::make_view(pointers.data(), 6), bar);
   }
   void create(GasGeometryBundle& structure, AppProgressBar* bar) { input.create(world.app, structure, bar); }
+  void create(GasPoint& structure, AppProgressBar* bar) { structure.create(world.app, world.ctx, cloud.get(), bar); }
+  void create(GasParticleTree& structure, AppProgressBar* bar) { structure.create(world.app, particles, bar); }
   void create(DisplacedBundle& structure, AppProgressBar* bar) { input.create_displaced(world.app, structure, bar); }
   /// By a thread that queries for the first time.
   uint count_hits(const GasObject& structure, bool moving) {
@@ -252,6 +281,27 @@ struct Row {
            : structure.ray_hit_nearest_static(world.ctx, shader, query);
     uint count = 0;
     for (uint k = 0; k < 4; ++k) count += packet.get_nearest(k).geometry != nullptr;
+    return count;
+  }
+
+  uint count_hits(const GasPoint& structure, bool /*moving*/) { return count_found(structure); }
+  uint count_hits(const GasParticleTree& structure, bool /*moving*/) { return count_found(structure); }
+  /// As many as beams along the rays find and a frustum lists.
+  uint count_found(const GasObject& structure) {
+    GeometryRayFrustumBeam beams[4];
+    GeometryRayFrustumRecord records[4];
+    GeometryRayFrustumCtx query;
+    for (uint k = 0; k < 4; ++k) {
+      const GMathVec3<double> ring[4] = {{0.5, 0.5, 0}, {-0.5, 0.5, 0}, {-0.5, -0.5, 0}, {0.5, -0.5, 0}};
+      beams[k].set_parallel(packet.get_ray(k).origin, {0, 0, 1}, ring, 0.0, DBL_MAX);
+    }
+    query.begin(beams, records, 4);
+    structure.ray_frustum_hit(world.ctx, world.shader, query);
+    uint count = 0;
+    for (const GeometryRayFrustumRecord& record : records) count += record.index != core_invalid_index;
+    frustum.mode = static_cast<uint>(GeometryFrustumMode::points);
+    frustum.clear_results();
+    structure.frustum_hit(world.ctx, world.shader, frustum);
     return count;
   }
 
@@ -266,6 +316,11 @@ struct Row {
   BundleInput input;
   const CtxMotionBlur shutter{0.0, 1.0, 3};
   GeometryRayPacket packet;
+  std::shared_ptr<ParticleCloud> cloud = std::make_shared<ParticleCloud>();  ///< a point in each box
+  std::shared_ptr<GasPoint> points = std::make_shared<GasPoint>();
+  std::vector<std::unique_ptr<ModuleParticle>> owned_particles;
+  CoreVector<ModuleSceneObject*> particles;
+  GeometryFrustumCtx frustum;
 };
 
 /// Does `work` in a fresh world again and again, with one allocation after the other refused, until none is left.
@@ -307,7 +362,7 @@ void refuse_each(const char* what, uint thread_count, bool is_built_before, cons
 }
 
 template <class Structure>
-void refuse_everything(uint thread_count) {
+void refuse_builds(uint thread_count) {
   refuse_each<Structure>("create anew", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar* bar) { row.create(structure, bar); });
   refuse_each<Structure>("copy", thread_count, true, [](Row&, Structure& structure, AppProgressBar*) {
@@ -316,6 +371,11 @@ void refuse_everything(uint thread_count) {
   });
   refuse_each<Structure>("first query", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar*) { row.count_hits(structure, false); });
+}
+
+template <class Structure>
+void refuse_everything(uint thread_count) {
+  refuse_builds<Structure>(thread_count);
   refuse_each<Structure>("refit", thread_count, true,
                          [](Row& row, Structure& structure, AppProgressBar*) { row.count_hits(structure, true); });
   refuse_each<Structure>("boxes and size", thread_count, true, [](Row& row, Structure& structure, AppProgressBar*) {
@@ -351,6 +411,40 @@ TEST_P(AllocationRefused, bundles_stay_empty_or_whole) {
   refuse_each<DisplacedBundle>(
       "first displaced query", GetParam(), true,
       [](Row& row, DisplacedBundle& structure, AppProgressBar*) { row.count_hits(structure, true); });
+}
+
+TEST_P(AllocationRefused, points_and_particles_stay_empty_or_whole) {
+  refuse_builds<GasPoint>(GetParam());
+  refuse_builds<GasParticleTree>(GetParam());
+  Row row(GetParam());
+  GasParticleTree tree;
+  row.create(tree, nullptr);
+  const LogCapture log(100);
+  refused = allocations.load();  // that of the list of objects
+  row.create(tree, nullptr);
+  refused = core_invalid_index;
+  EXPECT_EQ(log.messages.size(), 1u);
+  EXPECT_EQ(tree.get_particle_count(), 0.0);
+}
+
+TEST(Allocation, points_and_particles_report_what_they_hold_and_take_none_once_built) {
+  Row row(4);
+  GasPoint structure;
+  GasParticleTree tree;
+  const auto check = [&](auto& of_row) {
+    row.create(of_row, nullptr);  // once before: what threads and queries need stays
+    row.count_hits(of_row, false);
+    of_row = {};
+    const u64 before = held, empty = of_row.get_memory_size();
+    row.create(of_row, nullptr);
+    EXPECT_EQ(row.count_hits(of_row, false), 4u);
+    EXPECT_EQ(count_allocations([&] { row.count_hits(of_row, false); }), 0u);
+    const double reported = double(of_row.get_memory_size() - empty), taken = double(held - before);
+    EXPECT_NEAR(reported, taken, 0.03 * taken);
+  };
+  check(structure);
+  for (uint k = 0; k < 500; ++k) row.particles.add(row.particles[k]);
+  check(tree);
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, AllocationRefused, testing::Values(1u, 4u));
