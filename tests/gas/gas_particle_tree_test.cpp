@@ -152,6 +152,7 @@ struct PathNote : GasObject {
 
 TEST(GasParticleTree, finds_what_a_loop_over_all_particles_finds_also_through_levels_and_copies) {
   ParticleScene scene(3), outer;
+  scene.objects.add(nullptr);  // positions in the list are not those of leaves
   for (uint k = 0; k < 12; ++k) scene.add(1 + 30 * (k % 3), make_matrix(scene.random));
   auto tree = std::make_shared<GasParticleTree>();
   scene.create(*tree);

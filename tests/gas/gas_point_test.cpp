@@ -297,10 +297,6 @@ TEST(GasPoint, copies_answer_as_their_sources_and_count_memory_as_parts_are_buil
   EXPECT_GT(check_queries(other, other.structure, 30, 2), 5u);
   auto first = std::make_unique<GasPoint>(structure);
   const u64 unbuilt = structure.get_memory_size();
-  EXPECT_GE(unbuilt, sizeof(GasPoint) + 20000 * sizeof(uint));
-  EXPECT_LT(unbuilt, sizeof(GasPoint) + 20000 * (sizeof(uint) + 2.0));
-  u64 former = unbuilt;
-  const uint parts = structure.get_grid().get_part_count();
   GeometryFrustumCtx query;
   query.mode = static_cast<uint>(GeometryFrustumMode::points);
   for (uint k = 0; k < 200; ++k) {  // grows slab by slab
@@ -309,10 +305,8 @@ TEST(GasPoint, copies_answer_as_their_sources_and_count_memory_as_parts_are_buil
     structure.frustum_hit(scene->world.ctx, scene->world.shader, query);
   }
   EXPECT_EQ(scene->count_all(), 20000u);
-  EXPECT_EQ(structure.get_grid().get_built_part_count(), parts);
-  EXPECT_GT(structure.get_memory_size(), former + 20000 * 8);
-  EXPECT_LT(structure.get_memory_size(), former + 20000 * 20);
-  const double growth = std::log(double(structure.get_memory_size()) / double(former));
+  EXPECT_LT(structure.get_memory_size(), sizeof(GasPoint) + 20000 * 20) << "bytes per point";
+  const double growth = std::log(double(structure.get_memory_size()) / double(unbuilt));
   EXPECT_GE(structure.get_memory_advert_count(), 2u);
   EXPECT_LE(structure.get_memory_advert_count(), growth / -std::log(0.95));
   EXPECT_EQ(GasPoint(structure).get_memory_size(), unbuilt);
@@ -350,11 +344,10 @@ TEST(GasPoint, threads_build_the_parts_together_and_find_the_same) {
     for (std::thread& worker : workers) worker.join();
     results.insert(results.end(), records.begin(), records.end());
   }
-  for (const auto& records : results)
-    for (uint k = 0; k < records.size(); ++k) {
-      EXPECT_EQ(records[k].t, results[0][k].t);
-      EXPECT_EQ(records[k].index, results[0][k].index);
-    }
+  const auto is_same = [](const GeometryRayFrustumRecord& a, const GeometryRayFrustumRecord& b) {
+    return a.t == b.t && a.weight == b.weight && a.index == b.index;
+  };
+  for (const auto& records : results) EXPECT_TRUE(std::ranges::equal(records, results[0], is_same));
 }
 
 TEST(GasPoint, takes_many_coincident_points_and_is_empty_after_a_stop_request) {
