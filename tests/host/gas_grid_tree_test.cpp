@@ -117,7 +117,7 @@ TEST(GasBinaryTree, codes_divide_dense_clusters_and_end_within_the_depth) {
     const float x = std::ldexp(1.0f, -static_cast<int>(k % 150));  // a power takes one level: more than fit
     scenes[2].push_back(make_box({x, 0, 0}, {x, 0, 0}));
     const float large = k % 3 ? 3e38f : HUGE_VALF;
-    scenes[3].push_back(k % 5 ? make_box(p, p) : make_box(p * -large, p * large));
+    scenes[3].push_back(k % 5 ? make_box(p, p) : make_box(p * (k % 2 ? 1.0f : -large), p * large));
   }
   for (const std::vector<FloatBox>& boxes : scenes) {
     for (const uint most_leaf : {1u, 8u}) {
@@ -127,11 +127,13 @@ TEST(GasBinaryTree, codes_divide_dense_clusters_and_end_within_the_depth) {
       GasBinaryTree tree;
       tree.build_by_codes({boxes.data(), order.data(), count, most_leaf, nullptr, nullptr});
       double extents = 0.0;
-      uint next = 0, small = 0;
+      uint next = 0, small = 0, leaves = 0, unbounded = 0;
       check_subtree(tree, tree.get_root().ref, boxes, order, 0, [&](const GasBinaryRef& leaf, const FloatBox& box) {
         EXPECT_EQ(leaf.index, next);  // in the order of the curve, each once
         EXPECT_LE(leaf.count, most_leaf);
         next += leaf.count;
+        ++leaves;
+        unbounded += !(box.get_extent().x < 3.0f);
         if (!(std::fabs(box.min.x) < 1e-6f)) return;
         extents += box.get_extent().x;
         ++small;
@@ -140,6 +142,7 @@ TEST(GasBinaryTree, codes_divide_dense_clusters_and_end_within_the_depth) {
       if (&boxes == &scenes[1]) {
         EXPECT_LT(extents / small, 0.3e-6) << "the cluster, 2e-6 wide, is divided as well as the rest";
       }
+      EXPECT_LT(unbounded, leaves / 2) << "one box in five is large, and not in most leaves";
       std::sort(order.begin(), order.end());
       for (uint k = 0; k < count; ++k) ASSERT_EQ(order[k], k);
     }

@@ -168,6 +168,7 @@ inline GeometryRayFrustumBeam make_beam(const GMathVec3<double>& target, uint nu
   if (form == 2) beam = beam.get_transformed(matrix.get_inverse(), matrix);
   const uint twist = 1 + random.get_index(3);
   for (uint k = 0; k < 4 && form == 4; ++k) beam.corner_directions[k] += ring[(k + twist) % 4] * (0.7 / t);
+  beam.normal = beam.normal * random.get(-2.0, 2.0);
   if (form != 5) return beam;
   const uint fault = random.get_index(5);
   if (fault == 0) std::fill_n(beam.corner_origins, 4, origin);  // no width
