@@ -62,6 +62,7 @@ TEST(ParticleCloud, rays_hit_the_balls_at_their_time) {
     CoreString error;
     const ParticleData data = make_particles(200, samples);
     ASSERT_TRUE(cloud.create(ParticleData(data), error)) << error.get_data();
+    for (uint k = 2; k < 16; ++k) EXPECT_EQ(cloud.get_radius(k), std::max(0.0f, data.radii[k]));
     GasGeometryBvh4 structure;
     ASSERT_TRUE(structure.create(world.ctx, &cloud, &cloud, nullptr));
     RandomValues random(samples);
