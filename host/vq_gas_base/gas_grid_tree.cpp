@@ -4,6 +4,7 @@
 #include <bit>
 #include <new>
 
+#include "vq_app_base/app_base.h"
 #include "vq_app_base/app_progress_scope.h"
 #include "vq_ctx/ctx_eval.h"
 #include "vq_gas_base/gas_grid_cells.h"
@@ -187,6 +188,7 @@ void GasGridTree::set_memory_change(GasGridMemoryChange function, void* user) {
 }
 
 void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
+  ctx.get_application().check_stop();  // else a query would request the boxes of all parts that are left
   uint* positions = const_cast<uint*>(positions_.get()) + part.first;
   // A former build permuted them, and the tree must not depend on it.
   if (!std::is_sorted(positions, positions + part.count)) std::sort(positions, positions + part.count);
