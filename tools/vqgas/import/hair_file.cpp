@@ -47,13 +47,6 @@ u64 get_file_bytes(const HairHeader& header) {
          (header.has(has_transparency) ? points * 4 : 0) + (header.has(has_colors) ? points * 12 : 0);
 }
 
-/// In lower case, with its dot.
-std::string get_extension(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension();
-  for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-  return extension;
-}
-
 class HairReader {
  public:
   explicit HairReader(const std::string& path) : path_(path), file_(path, std::ios::binary) {}

@@ -1,7 +1,5 @@
 #include "tools/vqgas/import/scatter_file.h"
 
-#include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -134,12 +132,7 @@ void append_number(std::string& text, double number) {
 
 }  // namespace
 
-bool is_scatter_file(const std::string& path) {
-  std::string extension = fs::path(path).extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return extension == ".json";
-}
+bool is_scatter_file(const std::string& path) { return get_extension(path) == ".json"; }
 
 ScatterFile read_scatter(const std::string& path) {
   check_input_file(path);

@@ -6,8 +6,6 @@
 #include <assimp/Importer.hpp>
 
 #include <algorithm>
-#include <cctype>
-#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <iostream>
@@ -71,9 +69,7 @@ class SilencedStreams {
 };
 
 bool has_extension(const std::string& path, std::initializer_list<const char*> list) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return std::find(list.begin(), list.end(), extension) != list.end();
+  return std::find(list.begin(), list.end(), get_extension(path)) != list.end();
 }
 
 /// False for formats without nodes; nodes that their importers make are groups of faces.

@@ -24,6 +24,12 @@ void check_input_file(const std::string& path) {
   if (fs::file_size(path, error) == 0) throw InputError(path, "is empty");
 }
 
+std::string get_extension(const std::string& path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  for (char& c : extension) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  return extension;
+}
+
 std::string read_standard_input() {
   constexpr int poll_milliseconds = 100;  // a signal just before a read that blocks is seen after that
   std::string text;
