@@ -8,6 +8,7 @@
 #include "tools/vqgas/render/select_picture.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
@@ -30,19 +31,11 @@ std::vector<uint> select(const QueryScene& scene, const SelectOptions& options, 
   return objects;
 }
 
-/// A field of a CSV line, quoted if necessary (RFC 4180).
-std::string print_field(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char letter : text) quoted += letter == '"' ? "\"\"" : std::string(1, letter);
-  return quoted + "\"";
-}
-
 std::string print_csv(const QueryScene& scene, const std::vector<uint>& selected) {
   std::string text = "object,name\n";
   for (const uint object : selected)
-    text +=
-        std::to_string(object) + "," + print_field(scene.get_objects().objects[object]->get_name().get_data()) + "\n";
+    text += std::to_string(object) + "," + print_csv_field(scene.get_objects().objects[object]->get_name().get_data()) +
+            "\n";
   return text;
 }
 
