@@ -20,6 +20,7 @@ MemoryLimit::MemoryLimit() {
   rlimit limit = former_;
   limit.rlim_cur = std::min(former_.rlim_cur, used_pages * page + machine / 2);
   is_set_ = setrlimit(RLIMIT_AS, &limit) == 0;
+  if (is_set_) bytes_ = limit.rlim_cur - std::min(limit.rlim_cur, used_pages * page);
 }
 
 MemoryLimit::~MemoryLimit() {

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <cstdint>
+#include <limits>
 
 /// Bytes of the machine's memory.
 std::uint64_t get_machine_memory();
@@ -16,7 +17,11 @@ class MemoryLimit {
   MemoryLimit(const MemoryLimit&) = delete;
   MemoryLimit& operator=(const MemoryLimit&) = delete;
 
+  /// What may be allocated in addition, for checks before the work.
+  std::uint64_t get_bytes() const { return bytes_; }
+
  private:
   rlimit former_ = {};
   bool is_set_ = false;
+  std::uint64_t bytes_ = std::numeric_limits<std::uint64_t>::max();
 };
