@@ -1,4 +1,4 @@
-// Point clouds in files: what is read of bytes that the tests put together.
+// Point clouds in files: what is read of bytes that the tests put together, and what is written.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,6 +9,7 @@
 
 #include "tools/run_program.h"
 #include "tools/vqgas/import/point_file.h"
+#include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/support/input_error.h"
 
 namespace {
@@ -133,7 +134,8 @@ TEST(PointFile, the_range_of_colors_follows_from_their_values) {
 }
 
 TEST(PointFile, points_that_are_not_finite_are_read_and_counted) {
-  const PointSource cloud = read_bytes("a.csv", "x y z radius\n1 nan 12345678901 1\n1e39 -1e999 1e-999 1\n0 0 0 inf\n1 2 3 1\n");
+  const PointSource cloud =
+      read_bytes("a.csv", "x y z radius\n1 nan 12345678901 1\n1e39 -1e999 1e-999 1\n0 0 0 inf\n1 2 3 1\n");
   EXPECT_EQ(cloud.non_finite_count, 3u);
   ASSERT_EQ(cloud.positions.size(), 4u);
   EXPECT_TRUE(std::isnan(cloud.positions[0].y));
@@ -262,4 +264,32 @@ TEST(PointFile, ply_files_with_faces_are_meshes) {
   EXPECT_FALSE(is_point("f.ply", ""));
   EXPECT_FALSE(is_point("g.obj", make_header("ascii", vertices)));
   EXPECT_FALSE(is_point_file((folder.get_path() / "missing.ply").string()));
+}
+
+TEST(PointFile, written_points_are_read_again) {
+  const TestFolder folder;
+  PointRows points{{"plain", "with, \"all\"\nkinds"},
+                   {{{0.1f, -2, 3e30f}, 0, 7, 0x01FF80}, {{4, 5, 6}, 1, 4294967294u}}};
+  const auto write = [&](const std::string& name) {
+    write_points((folder.get_path() / name).string(), points);
+    const PointSource cloud = read_points((folder.get_path() / name).string());
+    EXPECT_EQ(get_numbers(cloud), (std::vector<float>{0.1f, -2, 3e30f, 4, 5, 6})) << name;
+    return cloud.colors;
+  };
+  const std::vector<u32> colors = {0x01FF80, 0xFFFFFF};
+  EXPECT_EQ(write("a.csv"), colors);
+  EXPECT_EQ(folder.read("a.csv"),
+            "x,y,z,red,green,blue,object,name,point\n0.1,-2,3e+30,1,255,128,0,plain,7\n"
+            "4,5,6,255,255,255,1,\"with, \"\"all\"\" kinds\",4294967294\n");
+  EXPECT_EQ(write("a.ply"), colors);
+  const std::string ply = folder.read("a.ply");
+  EXPECT_NE(ply.find("\ncomment object 1 with, \"all\" kinds\n"), std::string::npos);
+  EXPECT_NE(ply.find("uchar blue\nproperty uint object\nproperty uint point\nend_header\n"), std::string::npos);
+  EXPECT_TRUE(ply.ends_with(std::string("\1\0\0\0\xFE\xFF\xFF\xFF", 8)));
+
+  points.rows.front().color = core_invalid_index;
+  EXPECT_TRUE(write("b.csv").empty());
+  EXPECT_TRUE(write("b.ply").empty());
+  EXPECT_EQ(folder.read("b.csv").substr(0, 40), "x,y,z,object,name,point\n0.1,-2,3e+30,0,p");
+  EXPECT_FALSE(is_point_output("a.xyz"));
 }
