@@ -172,6 +172,12 @@ void add_render(CLI::App& app, RenderOptions& options, RenderTexts& texts) {
                    "they have not built are gray")
       ->check([](const std::string& text) { return text.find('/') == text.npos ? is_view()(text) : std::string(); })
       ->type_name("VIEW|CAMERA");
+  command
+      ->add_option("--point-size", options.point_size,
+                   "Diameter of points in pixels; without it by their radius, or, if the file has none, as wide as "
+                   "closes the gaps between them: 1 to 6 pixels")
+      ->check(is_positive_number())
+      ->type_name("PX");
   add_scene_options(*command, options);
   command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
   add_shape_options(*command, options.shapes);

@@ -52,6 +52,7 @@ struct RenderOptions : SceneOptions {
   std::optional<Shutter> shutter;  ///< counted from the frame
   std::optional<uint> motion_samples;
   bool has_floor = false;
+  double point_size = 0.0;                ///< in pixels; 0: as suits the points
   std::string overview;                   ///< the view of the layer parts; empty: that of the other layers
   std::optional<Camera> overview_camera;  ///< instead of the view
 };

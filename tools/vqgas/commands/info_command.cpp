@@ -11,11 +11,13 @@
 namespace {
 
 SceneReport examine(const std::string& file, const InfoOptions& options) {
-  SceneSource source = load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second});
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, options.frame);
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
+  SceneSource source =
+      load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second}, {&application, options.quiet});
+  displace_meshes(source, options.displace);
+  if (options.is_bundled) bundle_objects(source, options.frame);
+  display.take_task_seconds();  // of reading: the report is on the build
   display.set_unit("primitives");
   HeldMessages messages;
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);

@@ -37,6 +37,7 @@ RenderSettings make_settings(const RenderOptions& options, const SceneTimes& tim
   settings.samples = options.samples;
   settings.layers = options.layers;
   settings.has_floor = options.has_floor;
+  settings.point_size = options.point_size;
   settings.shutter_open = times.open;
   settings.shutter_close = times.close;
   settings.camera = choose_camera(options.view, options.camera, options, scene);
@@ -138,6 +139,7 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   report["render_seconds"] = result.seconds;
   report["rays"] = {
       {"camera", rays.camera}, {"shadow", rays.shadow}, {"ambient", rays.ambient}, {"all_hits", rays.all_hits}};
+  if (rays.beams > 0) report["beams"] = rays.beams;
   report["mrays_per_second"] = result.seconds > 0.0 ? 1e-6 * double(rays.get_sum()) / result.seconds : 0.0;
   if (const PictureLayer* heat = result.picture.find(Layer::heat)) {
     const MeanVisits visits(*heat);
@@ -170,9 +172,11 @@ bool has_grid(const SceneSource& source, const ShapeSettings& settings) {
 }
 
 void print_summary(const RenderOptions& options, const QueryScene& scene, const RenderResult& result) {
-  const double million_rays = 1e-6 * double(result.rays.get_sum());
-  std::printf("%u x %u pixels, %.2f million rays in %.2f s (%.2f Mrays/s on %u threads), structure built in %.2f s\n",
-              options.width, options.height, million_rays, result.seconds, million_rays / result.seconds,
+  const RayCounts& rays = result.rays;
+  const char* kind = rays.beams == 0 ? "rays" : rays.get_sum() == 0 ? "beams" : "rays and beams";
+  const double million = 1e-6 * double(rays.get_sum() + rays.beams);
+  std::printf("%u x %u pixels, %.2f million %s in %.2f s (%.2f M%s/s on %u threads), structure built in %.2f s\n",
+              options.width, options.height, million, kind, result.seconds, million / result.seconds, kind,
               scene.get_application().get_thread_count(), scene.get_build_seconds());
   if (const PictureLayer* heat = result.picture.find(Layer::heat)) {
     const MeanVisits visits(*heat);
@@ -191,7 +195,9 @@ void run_render(const RenderOptions& options) {
   const std::vector<PictureFile> files = list_picture_files(options);
   check_render_outputs(options, files);
   const SceneTimes times = get_times(options);
-  SceneSource source = load_scene(options.files, times);
+  StoppableApplication application(options.threads);
+  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  SceneSource source = load_scene(options.files, times, {&application, options.quiet});
   displace_meshes(source, options.displace);
   if (options.is_bundled) bundle_objects(source, times.open);
   for (ShapeSource& shape : source.shapes) {
@@ -202,8 +208,6 @@ void run_render(const RenderOptions& options) {
     throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
   if (!options.overview.empty() && !has_layer(options, Layer::parts))
     throw UsageError("--overview: needs --layers parts");
-  StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   ShapeSettings shapes = options.shapes;
   const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);

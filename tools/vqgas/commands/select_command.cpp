@@ -78,7 +78,7 @@ void run_select(const SelectOptions& options) {
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
-  SceneSource source = load_scene(options.files, times);
+  SceneSource source = load_scene(options.files, times, {&application, options.quiet});
   displace_meshes(source, options.displace);
   if (options.is_bundled) bundle_objects(source, options.frame);
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);

@@ -198,7 +198,7 @@ void run_trace(const TraceOptions& options) {
   shapes.hair.has_nearest_queries = !options.all;
   shapes.hair.has_all_hits_queries = options.all;
   const SceneTimes times = get_times(rays, options.frames_per_second);
-  SceneSource source = load_scene({options.file}, times);
+  SceneSource source = load_scene({options.file}, times, {&application, options.quiet});
   displace_meshes(source, options.displace);
   if (options.is_bundled) bundle_objects(source, 0.0);
   QueryScene scene(application, std::move(source), shapes);

@@ -6,33 +6,34 @@ namespace {
 
 struct DemoScene {
   const char* name;
-  SceneSource (*make)();
+  SceneSource (*make)(OfApp* application);
 };
 
 template <MeshSource (*make)()>
-SceneSource make_mesh_scene() {
+SceneSource make_mesh_scene(OfApp* /*application*/) {
   SceneSource scene;
   scene.add_object("", make());
   return scene;
 }
 
-constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
-                                {"knot", make_mesh_scene<make_demo_knot>},
-                                {"terrain", make_mesh_scene<make_demo_terrain>},
-                                {"cliffs", make_demo_cliffs},
-                                {"wave", make_mesh_scene<make_demo_wave>},
-                                {"jelly", make_mesh_scene<make_demo_jelly>},
-                                {"fur", make_demo_fur},
-                                {"strands", make_demo_strands},
-                                {"wind", make_demo_wind},
-                                {"mills", make_demo_mills},
-                                {"forest", make_demo_forest}};
+template <SceneSource (*make)()>
+SceneSource make_small_scene(OfApp* /*application*/) {
+  return make();
+}
+
+constexpr DemoScene scenes[] = {
+    {"gallery", make_mesh_scene<make_demo_gallery>}, {"knot", make_mesh_scene<make_demo_knot>},
+    {"terrain", make_mesh_scene<make_demo_terrain>}, {"cliffs", make_small_scene<make_demo_cliffs>},
+    {"wave", make_mesh_scene<make_demo_wave>},       {"jelly", make_mesh_scene<make_demo_jelly>},
+    {"fur", make_small_scene<make_demo_fur>},        {"strands", make_small_scene<make_demo_strands>},
+    {"wind", make_small_scene<make_demo_wind>},      {"mills", make_small_scene<make_demo_mills>},
+    {"forest", make_small_scene<make_demo_forest>}};
 
 }  // namespace
 
-SceneSource make_demo_scene(const std::string& name) {
+SceneSource make_demo_scene(const std::string& name, OfApp* application) {
   for (const DemoScene& scene : scenes) {
-    if (name == scene.name) return scene.make();
+    if (name == scene.name) return scene.make(application);
   }
   throw InputError("demo:" + name, "no such scene; there are " + list_demo_scenes());
 }

@@ -7,11 +7,14 @@
 
 #include "tools/vqgas/source/scene_source.h"
 
+class OfApp;
+
 /// Begins the name of a built-in scene where files are expected.
 inline constexpr std::string_view demo_prefix = "demo:";
 
-/// The scene of that name. Throws InputError when there is none.
-SceneSource make_demo_scene(const std::string& name);
+/// The scene of that name. Throws InputError when there is none, Interrupted.
+/// @param application  whose threads make it; null: the calling thread
+SceneSource make_demo_scene(const std::string& name, OfApp* application);
 /// All names, separated by commas.
 std::string list_demo_scenes();
 

@@ -182,9 +182,12 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
       return map_pixels(picture, [&](std::size_t pixel) { return show_part(layer, pixel); });
     case Layer::primitive:
     case Layer::instance:
+    case Layer::point:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
     case Layer::object:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, nullptr); });
+    case Layer::weight:
+      return map_pixels(picture, [&](std::size_t pixel) { return Color(1, 1, 1) * get_value(layer, 0, pixel); });
     case Layer::instance_depth:
       return show_instance_depth(picture, layer);
     case Layer::instance_path:

@@ -29,6 +29,8 @@ const LayerTraits& get_traits(Layer layer) {
       {"heat", {"heat.nodes", "heat.leaves"}, 0, 0.0f},
       {"count", {"count"}, 1, 0.0f},
       {"parts", {"part", "part.facing"}, 1, 0.0f},
+      {"weight", {"weight"}, 0, 0.0f},
+      {"point", {"point"}, 1, 0.0f},
   }};
   return traits[static_cast<std::size_t>(layer)];
 }
@@ -51,6 +53,16 @@ std::string list_layers() {
   for (uint index = 0; index < layer_count; ++index)
     list += (index == 0 ? "" : ", ") + std::string(get_layer_name(static_cast<Layer>(index)));
   return list;
+}
+
+void clear_pixel(PictureLayer& layer, std::size_t pixel) {
+  for (PictureChannel& channel : layer.channels) {
+    if (channel.numbers.empty()) {
+      channel.values[pixel] = get_traits(layer.layer).empty;
+    } else {
+      channel.numbers[pixel] = no_number;
+    }
+  }
 }
 
 Picture::Picture(uint width, uint height, const std::vector<Layer>& chosen) : width(width), height(height) {

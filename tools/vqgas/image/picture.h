@@ -24,9 +24,11 @@ enum class Layer {
   motion,
   heat,
   count,
-  parts
+  parts,
+  weight,
+  point
 };
-inline constexpr uint layer_count = 15;
+inline constexpr uint layer_count = 17;
 
 /// The layer's name on the command line and in file names.
 const char* get_layer_name(Layer layer);
@@ -54,6 +56,9 @@ struct PictureLayer {
   std::vector<PictureChannel> channels;
 };
 
+/// Sets a pixel to the values of a ray that hits nothing.
+void clear_pixel(PictureLayer& layer, std::size_t pixel);
+
 struct Picture {
   uint width = 0, height = 0;
   std::vector<PictureLayer> layers;
@@ -61,7 +66,7 @@ struct Picture {
   /// Empty layers with their channels: beauty R G B A, depth Z, normal N.X N.Y N.Z, position P.X P.Y P.Z, primitive,
   /// group and object one number each, instance-path path.0 to path.3, outermost first, instance and instance-depth one
   /// number each, uv UV.U UV.V, motion motion.X motion.Y, heat heat.nodes heat.leaves, count one number, parts a number
-  /// and part.facing.
+  /// and part.facing, weight, point one number.
   Picture(uint width, uint height, const std::vector<Layer>& chosen);
   /// Null when the picture has no such layer.
   PictureLayer* find(Layer layer);

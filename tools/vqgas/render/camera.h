@@ -28,6 +28,17 @@ class CameraRays {
   GMathVec3<double> get_direction(double x, double y) const {
     return forward_ + right_ * ((2.0 * x - width_) * scale_) + up_ * ((height_ - 2.0 * y) * scale_);
   }
+  /// Of the picture at depth 1.
+  double get_pixel_width() const { return 2.0 * scale_; }
+  /// Coordinates of a point as seen from the eye: to the right, upwards, depth along the view.
+  GMathVec3<double> get_place(const GMathVec3<double>& point) const {
+    const GMathVec3<double> way = point - eye_;
+    return {way.dot(right_), way.dot(up_), way.dot(forward_)};
+  }
+  /// A direction with these coordinates.
+  GMathVec3<double> get_world_direction(const GMathVec3<double>& place) const {
+    return right_ * place.x + up_ * place.y + forward_ * place.z;
+  }
   const GMathVec3<double>& get_eye() const { return eye_; }
   /// Along the view, of unit length.
   const GMathVec3<double>& get_forward() const { return forward_; }

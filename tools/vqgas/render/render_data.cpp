@@ -54,6 +54,8 @@ void put_surface(PictureLayer& layer, std::size_t pixel, const SceneHit& hit, co
     case Layer::heat:
     case Layer::count:
     case Layer::parts:
+    case Layer::weight:
+    case Layer::point:
       break;
   }
 }

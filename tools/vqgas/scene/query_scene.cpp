@@ -58,12 +58,14 @@ QueryScene::QueryScene(OfApp& application, SceneSource&& source, const ShapeSett
     if (bundle.motion != nullptr) first_key_ = -std::numeric_limits<double>::infinity(), last_key_ = -first_key_;
   for (const ObjectSource& object : source.objects) is_animated_.push_back(object.is_animated);
   build_shapes(source, settings);
+  build_clouds(source);
   AppProgressBar* progress = application.create_progress_bar("Build scene");
-  const SceneObjectMaker maker(application, shapes_, {&material_, nullptr, nullptr}, settings.hair, frame);
+  const SceneObjectMaker maker(application, shapes_, clouds_, {&material_, nullptr, nullptr}, settings.hair, frame);
   objects_ = maker.make(source, false, progress);
   progress->finish();
   throw_if_interrupted();  // a build that was stopped leaves an empty structure
   set_bundle_structures();
+  note_clouds(source);
   const bool has_all_hits = std::any_of(shapes_.begin(), shapes_.end(), [&](const SceneShape& shape) {
     const bool is_oriented = shape.tree != nullptr && shape.tree->oriented_count > 0;
     return shape.all_hits_structure != shape.structure || (settings.hair.has_all_hits_queries && is_oriented);
@@ -76,15 +78,22 @@ QueryScene::QueryScene(OfApp& application, SceneSource&& source, const ShapeSett
 
 void QueryScene::check_files(const std::vector<SceneFile>& files) const {
   auto shape = shapes_.begin();
+  auto cloud = clouds_.begin();
   for (const SceneFile& file : files) {
     const auto end = shape + static_cast<std::ptrdiff_t>(file.shape_count);
     const bool is_hair = shape != end && shape->hair != nullptr;
-    if (std::all_of(shape, end, [](const SceneShape& empty) { return empty.get_kept_count() == 0; }))
+    const bool has_shapes = file.shape_count > 0 || file.cloud_count == 0;
+    if (has_shapes && std::all_of(shape, end, [](const SceneShape& empty) { return empty.get_kept_count() == 0; }))
       throw InputError(file.name,
                        is_hair ? "holds no segment with finite points" : "holds no polygon with finite corners");
+    const auto cloud_end = cloud + static_cast<std::ptrdiff_t>(file.cloud_count);
+    if (cloud != cloud_end &&
+        std::all_of(cloud, cloud_end, [](const SceneCloud& empty) { return empty.finite_count == 0; }))
+      throw InputError(file.name, "holds no finite point");
     shape = end;
+    cloud = cloud_end;
   }
-  if (objects_.tree->get_tree().is_empty())
+  if (!has_surfaces() && !has_points())
     throw InputError(files.front().name, "holds no object with a place: all matrices are singular or not finite");
 }
 
@@ -121,6 +130,29 @@ void QueryScene::build_shapes(SceneSource& source, const ShapeSettings& settings
     throw_if_interrupted();  // a build that was stopped leaves an empty structure
   }
   progress->finish();
+}
+
+void QueryScene::build_clouds(SceneSource& source) {
+  if (source.clouds.empty()) return;
+  double whole = 0.0;
+  for (const PointSource& cloud : source.clouds) whole += static_cast<double>(cloud.positions.size()) + 1.0;
+  clouds_.reserve(source.clouds.size());  // objects keep references
+  AppProgressBar* progress = application_.create_progress_bar("Build");
+  for (PointSource& cloud : source.clouds) {
+    progress->begin_task("Build points", (static_cast<double>(cloud.positions.size()) + 1.0) / whole);
+    clouds_.push_back(make_cloud(application_, ctx_, std::move(cloud), progress));
+    progress->end_task();
+    throw_if_interrupted();  // a build that was stopped leaves an empty structure
+  }
+  progress->finish();
+}
+
+void QueryScene::note_clouds(const SceneSource& source) {
+  for (uint index = 0; index < source.objects.size(); ++index) {
+    const uint cloud = source.objects[index].cloud;
+    object_clouds_.push_back(cloud < clouds_.size() ? &clouds_[cloud] : nullptr);
+    if (cloud < clouds_.size()) numbers_[reinterpret_cast<u64>(objects_.objects[index].get())] = index;
+  }
 }
 
 void QueryScene::add_shape(SceneShape&& shape, const std::vector<Color>& group_colors) {
@@ -206,9 +238,14 @@ const CoreString& QueryScene::get_group_name(uint group) const {
 }
 
 GMathBbox3<double> QueryScene::get_bbox() const {
-  if (!motion_blur_) return objects_.tree->get_bbox();
   GMathBbox3<double> box;
   box.set_empty();
+  if (has_points()) box.add(objects_.particles->get_bbox());
+  if (!has_surfaces()) return box;
+  if (!motion_blur_) {
+    box.add(objects_.tree->get_bbox());
+    return box;
+  }
   const GMathTimeSampling& sampling = motion_blur_->get_time_sampling();
   for (uint sample = 0; sample < sampling.get_sample_count(); ++sample)
     box.add(objects_.tree->get_bbox_at(ctx_, sampling.get_sample_time(sample)));
@@ -260,6 +297,32 @@ void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vec
 void QueryScene::find_in_frustum(CtxShader& shader, GeometryFrustumCtx& query) const {
   query.shading = &shading_;
   objects_.tree->frustum_hit(get_thread_ctx(), shader, query);
+  objects_.particles->frustum_hit(get_thread_ctx(), shader, query);
+}
+
+std::optional<ScenePoint> QueryScene::get_point(const GeometryRayFrustumRecord& record) const {
+  if (record.index == core_invalid_index) return std::nullopt;
+  const uint object = numbers_.at(record.object);
+  const SceneCloud& cloud = *object_clouds_[object];
+  const GMathVec3<double> local(cloud.get_position(record.index));
+  return ScenePoint{object, record.index, &cloud, objects_.objects[object]->get_global_matrix().transform_point(local)};
+}
+
+std::vector<ScenePoint> QueryScene::list_points(CtxShader& shader, const GeometryFrustumCtx& query, uint object) const {
+  std::vector<ScenePoint> points;
+  const SceneCloud* cloud = object_clouds_[object];
+  if (cloud == nullptr || !has_invertible_matrix(*objects_.objects[object])) return points;
+  const ModuleSceneObject& item = *objects_.objects[object];
+  GeometryFrustumCtx local;
+  static_cast<GeometryFrustumData&>(local) = query;
+  local.mode = static_cast<uint>(GeometryFrustumMode::vertices);
+  local.transform(item.get_inv_global_matrix(), item.get_global_matrix());
+  item.frustum_hit(get_thread_ctx(), shader, local);
+  points.reserve(local.get_points().size());
+  for (const GeometryFrustumVertex& vertex : local.get_points())
+    points.push_back({object, vertex.index, cloud, item.get_global_matrix().transform_point(vertex.position)});
+  std::sort(points.begin(), points.end(), [](const ScenePoint& a, const ScenePoint& b) { return a.point < b.point; });
+  return points;
 }
 
 std::optional<SceneHit> QueryScene::get_nearest(GeometryRayPacket& packet, uint ray) const {

@@ -1,7 +1,12 @@
 // tools/vqgas/scene/query_scene.h
 //
-// A scene ready for queries: shapes with their structures, objects, and the tree over the objects. Primitives and
-// shading groups are numbered consecutively, shape by shape; objects that show the same shape share its numbers.
+// A scene ready for queries: shapes and clouds with their structures, objects, and the trees over the objects.
+// Primitives and shading groups are numbered consecutively, shape by shape; objects that show the same shape share its
+// numbers. Points are numbered from 0 in each cloud.
+//
+//   rays              tree of the scene       meshes, hair
+//   beams             tree of the particles   points
+//   frustums          both
 #pragma once
 #include <limits>
 #include <memory>
@@ -16,6 +21,7 @@
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_hit_surface.h"
 #include "vq_geometry/geometry_intersection_path.h"
+#include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_packet.h"
 #include "vq_of/of_app.h"
 
@@ -39,6 +45,13 @@ struct SceneHit {
   }
 };
 
+/// A point that a beam or a frustum has found.
+struct ScenePoint {
+  uint object, point;  ///< numbers of the object, and of the point in its cloud
+  const SceneCloud* cloud;
+  GMathVec3<double> position;  ///< in the world
+};
+
 class QueryScene {
  public:
   /// Builds all structures on all threads of the application, which must outlive the scene. Until set_shutter() the
@@ -55,10 +68,16 @@ class QueryScene {
 
   OfApp& get_application() const { return application_; }
   const std::vector<SceneShape>& get_shapes() const { return shapes_; }
+  const std::vector<SceneCloud>& get_clouds() const { return clouds_; }
+  /// The cloud that the object shows; null for other objects.
+  const SceneCloud* get_cloud(uint object) const { return object_clouds_[object]; }
   const SceneObjects& get_objects() const { return objects_; }
   /// True if the file moves or deforms the object, possibly at other times than those of the scene.
   bool is_animated(uint object) const { return is_animated_[object] != 0; }
   bool has_hair() const;
+  /// True if rays, or beams, can find anything.
+  bool has_surfaces() const { return !objects_.tree->get_tree().is_empty(); }
+  bool has_points() const { return !objects_.particles->get_valid_indices().is_empty(); }
   /// Sums over the shapes, each counted once.
   uint get_primitive_count() const;
   uint get_kept_count() const;
@@ -84,7 +103,16 @@ class QueryScene {
   /// Whether each ray hits anything at all. The packet is to stop its rays at the first hit.
   /// @param is_hit  [ray count], resized and written
   void find_any(CtxShader& shader, GeometryRayPacket& packet, std::vector<u8>& is_hit) const;
-  /// A frustum query of the static scene.
+  /// The nearest point of each beam. Particle objects are static, at the frame of the scene.
+  void find_points(CtxShader& shader, GeometryRayFrustumCtx& query) const {
+    objects_.particles->ray_frustum_hit(get_thread_ctx(), shader, query);
+  }
+  /// What a beam has found, if anything.
+  std::optional<ScenePoint> get_point(const GeometryRayFrustumRecord& record) const;
+  /// The points of an object inside a frustum, by their numbers. None for an object without a cloud.
+  std::vector<ScenePoint> list_points(CtxShader& shader, const GeometryFrustumCtx& query, uint object) const;
+
+  /// A frustum query of the static scene, in mode any or all.
   void find_in_frustum(CtxShader& shader, GeometryFrustumCtx& query) const;
 
   /// The nearest hit of a ray, or none.
@@ -103,6 +131,8 @@ class QueryScene {
 
  private:
   void build_shapes(SceneSource& source, const ShapeSettings& settings);
+  void build_clouds(SceneSource& source);
+  void note_clouds(const SceneSource& source);
   void set_bundle_structures();
   void note_keys(const std::vector<ObjectSource>& objects);
   void check_files(const std::vector<SceneFile>& files) const;
@@ -115,8 +145,11 @@ class QueryScene {
   ShadingGroupTable shading_;  ///< empty: objects have their own
   std::vector<SceneShape> shapes_;
   std::unordered_map<const GeometryObject*, const SceneShape*> shapes_by_geometry_;
+  std::vector<SceneCloud> clouds_;
   SceneObjects objects_;
-  SceneObjects all_hits_objects_;  ///< its tree is null when objects_ serves queries for all hits too
+  SceneObjects all_hits_objects_;                 ///< its tree is null when objects_ serves queries for all hits too
+  std::vector<const SceneCloud*> object_clouds_;  ///< [object]
+  std::unordered_map<u64, uint> numbers_;         ///< of particle objects, by their address
   std::vector<u8> is_animated_;
   std::vector<Color> group_colors_;
   std::optional<CtxMotionBlur> motion_blur_;

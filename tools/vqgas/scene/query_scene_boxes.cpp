@@ -53,6 +53,27 @@ void add_primitive_boxes(const CtxEval& ctx, const GeometryObject& geometry, con
   }
 }
 
+/// Boxes of consecutive points, with their radii.
+Boxes get_cloud_boxes(const SceneCloud& cloud, uint box_count) {
+  Boxes boxes;
+  const uint count = cloud.get_count(), run = 1 + count / box_count;
+  for (uint first = 0; first < count; first += run) {
+    GMathBbox3<float> box;
+    box.set_empty();
+    for (uint point = first; point < std::min(first + run, count); ++point) {
+      const GMathVec3<float>& center = cloud.get_position(point);
+      const float radius = cloud.particles->get_radius(point);
+      const GMathVec3<float> low = center - GMathVec3<float>(radius, radius, radius),
+                             high = center + GMathVec3<float>(radius, radius, radius);
+      if (!std::isfinite(low.x + low.y + low.z + high.x + high.y + high.z)) continue;
+      box.add(low);
+      box.add(high);
+    }
+    if (box.min.x <= box.max.x) boxes.emplace_back(box);
+  }
+  return boxes;
+}
+
 /// In the shape's space; static if `motion_blur` is null.
 Boxes get_shape_boxes(const CtxEval& ctx, const SceneShape& shape, const CtxMotionBlur* motion_blur, double time,
                       uint box_count) {
@@ -151,6 +172,11 @@ std::vector<GMathBbox3<double>> QueryScene::get_tight_boxes() const {
       throw_if_interrupted();
       const uint share = std::max(1u, box_count / std::max(1u, shows[shape.geometry.get()]));
       all.set_shape_boxes(shape.geometry.get(), get_shape_boxes(ctx_, shape, motion_blur, get_shape_time(time), share));
+    }
+    for (const SceneCloud& cloud : clouds_) {
+      throw_if_interrupted();
+      const uint share = std::max(1u, box_count / std::max(1u, shows[cloud.particles.get()]));
+      all.set_shape_boxes(cloud.particles.get(), get_cloud_boxes(cloud, share));
     }
     for (const auto& object : objects_.objects) all.add(*object, Matrix());
   }

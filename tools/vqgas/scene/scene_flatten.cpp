@@ -41,7 +41,7 @@ class Flattener {
         add_shape(object.shape, matrix);
       } else if (object.bundle != core_invalid_index) {
         add_bundle(scene_.bundles[object.bundle], matrix);
-      } else {
+      } else if (object.group != core_invalid_index) {
         add(scene_.groups[object.group], matrix);
       }
     }

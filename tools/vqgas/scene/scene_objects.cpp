@@ -10,6 +10,7 @@
 #include "vq_module/module_bundle.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+#include "vq_module/module_particle.h"
 #include "vq_of/of_app.h"
 
 bool is_invertible(const GMathMatrix4x4<double>& matrix) {
@@ -55,6 +56,10 @@ SceneObjects SceneObjectMaker::make(const SceneSource& source, bool for_all_hits
   };
   for (const std::vector<ObjectSource>& group : source.groups) parts.groups.push_back(make_tree(group));
   SceneObjects made = make_tree(source.objects);
+  made.particles = std::make_shared<GasParticleTree>();
+  CoreVector<ModuleSceneObject*> objects;
+  for (const auto& object : made.objects) objects.add(object.get());
+  made.particles->create(application_, objects, progress);
   made.bundles = std::move(parts.bundles);
   return made;
 }
@@ -95,7 +100,7 @@ SceneObjects SceneObjectMaker::make_list(const std::vector<ObjectSource>& source
   CoreBasicArray<ModuleSceneObject*> objects(static_cast<uint>(sources.size()));
   for (uint index = 0; index < sources.size(); ++index) {
     made.objects.push_back(make_object(sources[index], parts));
-    objects[index] = made.objects.back().get();
+    if (sources[index].cloud >= clouds_.size()) objects[index] = made.objects.back().get();
   }
   made.tree = std::make_shared<GasSceneTree>();
   made.tree->create(application_, objects, progress);
@@ -109,6 +114,9 @@ std::shared_ptr<ModuleSceneObject> SceneObjectMaker::make_object(const ObjectSou
     object = make_geometry(name, shapes_[source.shape], parts.for_all_hits);
   } else if (source.bundle < parts.bundles.size()) {
     object = make_bundle_object(name, parts.bundles[source.bundle]);
+  } else if (source.cloud < clouds_.size()) {
+    const SceneCloud& cloud = clouds_[source.cloud];
+    object = std::make_shared<ModuleParticle>(name, cloud.particles, cloud.structure);
   } else {
     const SceneObjects& group = parts.groups[source.group];
     object = std::make_shared<ModuleCombiner>(name, group.objects, group.tree);

@@ -1,12 +1,14 @@
 // tools/vqgas/scene/scene_objects.h
 //
-// From the sources of objects to the host's scene objects and the tree over them.
+// From the sources of objects to the host's scene objects and the trees over them.
 #pragma once
 #include <memory>
 #include <vector>
 
 #include "gas/gas_geometry_bundle.h"
+#include "gas/gas_particle_tree.h"
 #include "gas/gas_scene_tree.h"
+#include "tools/vqgas/scene/scene_cloud.h"
 #include "tools/vqgas/scene/scene_shape.h"
 #include "vq_module/module_scene_object.h"
 #include "vq_shading_variable/shading_variables.h"
@@ -29,8 +31,9 @@ struct SceneBundle {
 
 struct SceneObjects {
   std::vector<std::shared_ptr<ModuleSceneObject>> objects;
-  std::shared_ptr<GasSceneTree> tree;
-  std::vector<SceneBundle> bundles;  ///< of all objects and groups
+  std::shared_ptr<GasSceneTree> tree;          ///< over all but particle objects
+  std::shared_ptr<GasParticleTree> particles;  ///< over particle objects; null in groups. Both number all objects
+  std::vector<SceneBundle> bundles;            ///< of all objects and groups
 
   const SceneBundle& get_bundle(const ModuleBundle& object) const;
 };
@@ -47,13 +50,13 @@ void set_matrix(ModuleSceneItem& item, const ObjectSource& source, double frame)
 
 class SceneObjectMaker {
  public:
-  /// All arguments must outlive the maker; `shapes` and the material of `links` also all objects made.
+  /// All arguments must outlive the maker; `shapes`, `clouds` and the material of `links` also all objects made.
   /// @param links      of every shading group
   /// @param hair       how bundles build hair
   /// @param frame      of the static matrices of moving objects
-  SceneObjectMaker(OfApp& application, const std::vector<SceneShape>& shapes, const ShadingGroupLinks& links,
-                   const HairSettings& hair, double frame)
-      : application_(application), shapes_(shapes), links_(links), hair_(hair), frame_(frame) {}
+  SceneObjectMaker(OfApp& application, const std::vector<SceneShape>& shapes, const std::vector<SceneCloud>& clouds,
+                   const ShadingGroupLinks& links, const HairSettings& hair, double frame)
+      : application_(application), shapes_(shapes), clouds_(clouds), links_(links), hair_(hair), frame_(frame) {}
 
   /// @param for_all_hits  use the shapes' structures for all hits; bundles have no oriented nodes
   SceneObjects make(const SceneSource& source, bool for_all_hits, AppProgressBar* progress) const;
@@ -76,6 +79,7 @@ class SceneObjectMaker {
 
   OfApp& application_;
   const std::vector<SceneShape>& shapes_;
+  const std::vector<SceneCloud>& clouds_;
   const ShadingGroupLinks links_;
   const HairSettings hair_;
   const double frame_;

@@ -19,9 +19,9 @@ bool is_one_shape(const SceneSource& scene) {
 }
 
 /// Files that refer to other files could refer to each other.
-SceneSource load_part(const std::string& name, const SceneTimes& times) {
+SceneSource load_part(const std::string& name, const SceneTimes& times, const SceneLoading& loading) {
   if (is_scatter_file(name)) throw InputError(name, "is a scatter file itself");
-  return load_file(name, times);
+  return load_file(name, times, loading);
 }
 
 /// Adds where in the scatter file a name comes from to the errors of its file.
@@ -37,7 +37,7 @@ auto load_named(const std::string& scatter, const std::string& what, const Load&
 }  // namespace
 
 ShapeSource load_instanced_shape(const std::string& name, const SceneTimes& times) {
-  SceneSource scene = load_part(name, times);
+  SceneSource scene = load_part(name, times, {});
   ShapeSource shape;
   if (is_one_shape(scene)) {
     shape = std::move(scene.shapes.front());
@@ -52,11 +52,11 @@ ShapeSource load_instanced_shape(const std::string& name, const SceneTimes& time
   return shape;
 }
 
-SceneSource load_scatter(const std::string& name, const SceneTimes& times) {
+SceneSource load_scatter(const std::string& name, const SceneTimes& times, const SceneLoading& loading) {
   ScatterFile file = read_scatter(name);
   SceneSource scene;
   if (!file.ground.empty())
-    append_scene(scene, load_named(name, "ground", [&] { return load_part(file.ground, times); }));
+    append_scene(scene, load_named(name, "ground", [&] { return load_part(file.ground, times, loading); }));
   BundleSource& bundle = scene.bundles.emplace_back();
   const auto first_shape = static_cast<uint>(scene.shapes.size());
   for (std::size_t k = 0; k < file.geometries.size(); ++k)

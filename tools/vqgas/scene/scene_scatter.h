@@ -1,5 +1,5 @@
 #pragma once
-#include "tools/vqgas/source/scene_source.h"
+#include "tools/vqgas/scene/scene_load.h"
 
 /// The mesh or hair of a file or built-in scene, for instances: its only shape, or all its meshes joined as they are
 /// at the time at which the shutter opens. Throws InputError when it holds several hairs, or hair and meshes.
@@ -7,4 +7,4 @@ ShapeSource load_instanced_shape(const std::string& name, const SceneTimes& time
 
 /// Loads a scatter file: the objects of its ground, then one object that shows the bundle of all instances. Throws
 /// InputError, Interrupted.
-SceneSource load_scatter(const std::string& name, const SceneTimes& times);
+SceneSource load_scatter(const std::string& name, const SceneTimes& times, const SceneLoading& loading);

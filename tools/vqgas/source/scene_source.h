@@ -1,11 +1,13 @@
 // tools/vqgas/source/scene_source.h
 //
-// A scene before its structures are built: shapes, each built once, and objects that show them, any number of times.
+// A scene before its structures are built: shapes and clouds, each built once, and objects that show them, any number
+// of times.
 //
 //   shapes   mesh or hair, ...
+//   clouds   points, ...            rays do not hit them
 //   groups   [object, ...], ...     nested scenes, which objects show like shapes
 //   bundles  [instance, ...], ...   many placed shapes, which objects show like one shape
-//   objects  object, ...            name, matrix over time, number of the shape, group or bundle that it shows
+//   objects  object, ...            name, matrix over time, number of what it shows
 #pragma once
 #include <memory>
 #include <optional>
@@ -15,6 +17,7 @@
 
 #include "tools/vqgas/source/hair_source.h"
 #include "tools/vqgas/source/mesh_builder.h"
+#include "tools/vqgas/source/point_source.h"
 #include "vq_module/module_matrix_source.h"
 
 using ShapeSource = std::variant<MeshSource, HairSource>;
@@ -28,6 +31,7 @@ struct ObjectSource {
   std::vector<ModuleMatrixKey> keys = {};
   bool is_animated = false;          ///< its file moves or deforms it, possibly at other times than those of the scene
   uint bundle = core_invalid_index;  ///< without a shape and a group: into SceneSource::bundles
+  uint cloud = core_invalid_index;   ///< without all of these: into SceneSource::clouds; not in groups
 };
 
 /// Instances of shapes, for one structure over all of them. At least one.
@@ -37,15 +41,16 @@ struct BundleSource {
   std::shared_ptr<const ModuleMatrixSource> motion;  ///< of all instances, over time in frames; null: at rest always
 };
 
-/// The file of consecutive shapes.
+/// The file of consecutive shapes and clouds.
 struct SceneFile {
   std::string name;
-  std::size_t shape_count = 0;
+  std::size_t shape_count = 0, cloud_count = 0;
 };
 
 struct SceneSource {
   std::vector<ShapeSource> shapes;
-  std::vector<SceneFile> files;  ///< in the order of their shapes; filled in by load_scene()
+  std::vector<PointSource> clouds;
+  std::vector<SceneFile> files;  ///< in the order of their shapes and clouds; filled in by load_scene()
   std::vector<std::vector<ObjectSource>> groups;
   std::vector<BundleSource> bundles;
   std::vector<ObjectSource> objects;
@@ -54,6 +59,12 @@ struct SceneSource {
   void add_object(const std::string& name, ShapeSource&& shape) {
     objects.push_back({name, static_cast<uint>(shapes.size())});
     shapes.push_back(std::move(shape));
+  }
+  /// The same for a cloud.
+  void add_object(const std::string& name, PointSource&& cloud) {
+    objects.push_back({name});
+    objects.back().cloud = static_cast<uint>(clouds.size());
+    clouds.push_back(std::move(cloud));
   }
 };
 
