@@ -27,7 +27,7 @@ constexpr DemoScene scenes[] = {
     {"wave", make_mesh_scene<make_demo_wave>},       {"jelly", make_mesh_scene<make_demo_jelly>},
     {"fur", make_small_scene<make_demo_fur>},        {"strands", make_small_scene<make_demo_strands>},
     {"wind", make_small_scene<make_demo_wind>},      {"mills", make_small_scene<make_demo_mills>},
-    {"forest", make_small_scene<make_demo_forest>}};
+    {"forest", make_small_scene<make_demo_forest>},  {"galaxy", make_demo_galaxy}};
 
 }  // namespace
 

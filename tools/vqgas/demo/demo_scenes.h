@@ -42,3 +42,5 @@ SceneSource make_demo_mills();
 /// A clearing with a pond between wooded hills: more than fifty thousand plants, instances of two dozen shapes, on
 /// displaced ground. Moves over the times 0 to 1, and on.
 SceneSource make_demo_forest();
+/// A spiral galaxy: a cloud of ten million points.
+SceneSource make_demo_galaxy(OfApp* application);
