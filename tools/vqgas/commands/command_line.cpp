@@ -4,8 +4,10 @@
 
 #include <cmath>
 
+#include "tools/vqgas/commands/beam_input.h"
 #include "tools/vqgas/commands/trace_rays.h"
 #include "tools/vqgas/demo/demo_scenes.h"
+#include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/number_list.h"
 
@@ -55,8 +57,8 @@ CLI::Validator is_positive_number() {
 
 std::string get_file_help() {
   return "Scene and mesh files (glTF, FBX, Collada, OBJ, PLY, STL, ...), hair files (.hair of the cyHair format; "
-         ".curves or .txt with x y z radius a line and an empty line between strands), scatter files (.json) or "
-         "built-in scenes: demo:NAME "
+         ".curves or .txt with x y z radius a line and an empty line between strands), point clouds (.ply without "
+         "faces, .xyz, .pts, .csv), scatter files (.json) or built-in scenes: demo:NAME "
          "with NAME one of " +
          list_demo_scenes();
 }
@@ -113,21 +115,29 @@ void add_view_options(CLI::App& command, std::string& view, std::string& camera,
   command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
 }
 
+void add_fps_option(CLI::App& command, double& frames_per_second) {
+  command.add_option("--fps", frames_per_second, "Frames per second, for files with times in seconds")
+      ->capture_default_str()
+      ->check(is_positive_number());
+}
+
+void add_frame_option(CLI::App& command, double& frame) {
+  command.add_option("--frame", frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
+}
+
 void add_scene_options(CLI::App& command, SceneOptions& options) {
   command.add_flag(
       "--bundle", options.is_bundled,
       "Put the objects that share a mesh or hair into one bundle of instances, instead of one object each");
-  command.add_option("--fps", options.frames_per_second, "Frames per second, for files with times in seconds")
-      ->capture_default_str()
-      ->check(is_positive_number());
+  add_fps_option(command, options.frames_per_second);
 }
 
 void add_info(CLI::App& app, InfoOptions& options) {
   CLI::App* command = app.add_subcommand("info", "Build the structure over each file and report its statistics");
   command->add_option("FILE", options.files, get_file_help())->required();
-  command->add_option("--frame", options.frame, "Frame at which objects stand")
-      ->capture_default_str()
-      ->check(is_finite_number());
+  add_frame_option(*command, options.frame);
   add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
@@ -212,14 +222,49 @@ void add_trace(CLI::App& app, TraceOptions& options, std::string& format) {
       "Example:\n  vqgas trace bunny.obj --ray 0,0.1,1,0,0,-1 --all\n  vqgas trace demo:knot <rays.csv >hits.csv");
 }
 
-void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
+void add_beam(CLI::App& app, BeamOptions& options, std::string& format) {
   CLI::App* command = app.add_subcommand(
-      "select",
-      "List the scene's objects in a rectangle of a picture, or in a box, as CSV with the header\nobject,name");
+      "beam", "Cast single beams at point clouds and print the nearest point in each, as CSV with the header\n" +
+                  std::string(beam_csv_header));
   command->add_option("FILE", options.files, get_file_help())->required();
-  command->add_option("--mode", texts.mode, "any: objects that the space touches; all: those that lie wholly in it")
+  command
+      ->add_option("--beam", options.beams,
+                   "A beam; repeatable. Without it beams are read from standard input, one a line")
+      ->allow_extra_args(false)
+      ->type_name("ox,oy,oz,dx,dy,dz,SIZE[,tnear,tfar]");
+  command->add_flag("--parallel", options.is_parallel,
+                    "Beams of constant width: SIZE is the width; without it the angle in degrees");
+  command
+      ->add_option("--edge", options.edge,
+                   "Points in the border of a beam, 0.5 / EDGE of its width, have another weight: 1 on the border, "
+                   "falling to 0 at the border's inner end")
       ->capture_default_str()
-      ->check(CLI::IsMember({"any", "all"}));
+      ->check(is_positive_number());
+  add_frame_option(*command, options.frame);
+  add_fps_option(*command, options.frames_per_second);
+  command->add_option("--format", format, "csv or json")->capture_default_str()->check(CLI::IsMember({"csv", "json"}));
+  add_common_options(*command, options, "Write the points as JSON as well; - is standard output, instead of CSV");
+  command->footer(
+      "Beams count from 0, t is in units of the direction, object and point are the numbers of the object and of the\n"
+      "point in its cloud. A beam without a point is a row with its number. The cross-section is a square with "
+      "upright\n"
+      "sides; instead of SIZE a beam may have four corners in a ring, as x,y,z each: directions from the origin, or\n"
+      "with --parallel offsets.\n"
+      "Example:\n  vqgas beam scan.ply --beam 0,0.1,1,0,0,-1,0.5\n  vqgas beam demo:galaxy <beams.csv >points.csv");
+}
+
+void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
+  CLI::App* command = app.add_subcommand("select",
+                                         "List the scene's objects or points in a rectangle of a picture, or in a box, "
+                                         "as CSV with the header\nobject,name");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  command
+      ->add_option(
+          "--mode", texts.mode,
+          "any: objects that the space touches; all: those that lie wholly in it; of clouds: those with any, or "
+          "all points in it. points: the points of clouds in it, as x,y,z; vertices: as object,point,x,y,z")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"any", "all", "points", "vertices"}));
   CLI::Option* rect =
       command->add_option("--rect", texts.rect, "Rectangle of the picture, in pixels; without it the whole picture")
           ->type_name("LEFT,TOP,RIGHT,BOTTOM");
@@ -232,17 +277,22 @@ void add_select(CLI::App& app, SelectOptions& options, SelectTexts& texts) {
       ->excludes(near)
       ->excludes(far);
   add_view_options(*command, options.view, texts.camera, texts.size);
-  command->add_option("-o,--output", options.output, "Picture that shows what was selected")->type_name("NAME.png");
-  command->add_option("--frame", options.frame, "Frame at which objects stand")
-      ->capture_default_str()
-      ->check(is_finite_number());
+  command
+      ->add_option(
+          "-o,--output", options.outputs,
+          "NAME.png: picture that shows what was selected; NAME.csv or NAME.ply: the selected points with their "
+          "colors, which are then not listed. Repeatable")
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  add_frame_option(*command, options.frame);
   add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
   add_displace_options(*command, options.displace);
   add_common_options(*command, options, "Write the list as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Objects count from 0 in the order of the files. Deforming shapes of built-in scenes are static.\n"
-      "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png");
+      "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png\n"
+      "  vqgas select scan.ply --box 0,0,0/1,1,1 --mode points -o part.ply -o part.png");
 }
 
 void add_groom(CLI::App& app, GroomOptions& options) {
@@ -389,13 +439,18 @@ void read_box(const std::string& text, SelectOptions& options) {
 
 void read_select_texts(const SelectTexts& texts, SelectOptions& options) {
   read_size(texts.size, options);
-  options.is_all_mode = texts.mode == "all";
+  constexpr const char* modes[] = {"any", "all", "points", "vertices"};
+  for (uint mode = 0; mode < std::size(modes); ++mode)
+    if (texts.mode == modes[mode]) options.mode = static_cast<GeometryFrustumMode>(mode);
   if (!texts.camera.empty()) options.camera = parse_camera(texts.camera);
   if (!texts.rect.empty()) read_rect(texts.rect, options);
   if (!texts.box.empty()) read_box(texts.box, options);
   if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
-  if (!options.output.empty() && !options.output.ends_with(".png"))
-    throw UsageError("-o: '" + options.output + "' does not end in .png");
+  for (const std::string& output : options.outputs) {
+    if (output.ends_with(".png")) continue;
+    if (!is_point_output(output)) throw UsageError("-o: '" + output + "' ends in none of .png, .csv and .ply");
+    if (!options.has_points()) throw UsageError("-o: '" + output + "' needs --mode points or vertices");
+  }
 }
 
 }  // namespace
@@ -406,7 +461,7 @@ std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<st
 }
 
 int run_command_line(int argc, char** argv) {
-  CLI::App app("Builds ray-tracing structures over meshes and hair and shows what they answer.", "vqgas");
+  CLI::App app("Builds ray-tracing structures over meshes, hair and points and shows what they answer.", "vqgas");
   app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
   app.require_subcommand(1);
   InfoOptions info;
@@ -414,6 +469,8 @@ int run_command_line(int argc, char** argv) {
   RenderTexts render_texts;
   TraceOptions trace;
   std::string format = "csv";
+  BeamOptions beam;
+  std::string beam_format = "csv";
   SelectOptions select;
   SelectTexts select_texts;
   GroomOptions groom;
@@ -422,6 +479,7 @@ int run_command_line(int argc, char** argv) {
   add_info(app, info);
   add_render(app, render, render_texts);
   add_trace(app, trace, format);
+  add_beam(app, beam, beam_format);
   add_select(app, select, select_texts);
   add_groom(app, groom);
   add_scatter(app, scatter, scale);
@@ -430,6 +488,7 @@ int run_command_line(int argc, char** argv) {
     if (app.got_subcommand("render")) read_render_texts(render_texts, render);
     if (app.got_subcommand("select")) read_select_texts(select_texts, select);
     check_trace_rays(trace.rays);
+    check_beams(beam.beams, beam.is_parallel);
     if (app.got_subcommand("groom") && !groom.output.ends_with(".hair"))
       throw UsageError("-o: '" + groom.output + "' does not end in .hair");
     if (app.got_subcommand("scatter")) read_scatter_texts(scale, scatter);
@@ -440,9 +499,11 @@ int run_command_line(int argc, char** argv) {
     return 2;
   }
   trace.as_json = format == "json";
+  beam.as_json = beam_format == "json";
   if (app.got_subcommand("info")) run_info(info);
   if (app.got_subcommand("render")) run_render(render);
   if (app.got_subcommand("trace")) run_trace(trace);
+  if (app.got_subcommand("beam")) run_beam(beam);
   if (app.got_subcommand("select")) run_select(select);
   if (app.got_subcommand("groom")) run_groom(groom);
   if (app.got_subcommand("scatter")) run_scatter(scatter);

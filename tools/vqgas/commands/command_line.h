@@ -64,20 +64,32 @@ struct TraceOptions : SceneOptions {
   bool as_json = false;
 };
 
+inline constexpr const char* beam_csv_header = "beam,object,point,t,weight,x,y,z";
+
+struct BeamOptions : CommonOptions {
+  std::vector<std::string> files;
+  std::vector<std::string> beams;
+  bool is_parallel = false;
+  double edge = 1.0;  ///< GeometryRayFrustumData::edge
+  double frame = 0.0, frames_per_second = 24.0;
+  bool as_json = false;
+};
+
 struct SelectOptions : SceneOptions {
   std::vector<std::string> files;
-  std::string output;
+  std::vector<std::string> outputs;
   std::string view = "three-quarter";
   std::optional<Camera> camera;
   uint width = 960, height = 540;
   std::optional<PictureRect> rect;
   double near = 0.0, far = std::numeric_limits<double>::infinity();
   std::optional<GMathBbox3<double>> box;  ///< instead of the camera's view
-  bool is_all_mode = false;
+  GeometryFrustumMode mode = GeometryFrustumMode::any;
   double frame = 0.0;
 
   /// The whole picture if no rectangle was given.
   PictureRect get_rect() const;
+  bool has_points() const { return mode == GeometryFrustumMode::points || mode == GeometryFrustumMode::vertices; }
 };
 
 struct GroomOptions : CommonOptions {
@@ -108,6 +120,7 @@ int run_command_line(int argc, char** argv);
 void run_info(const InfoOptions& options);
 void run_render(const RenderOptions& options);
 void run_trace(const TraceOptions& options);
+void run_beam(const BeamOptions& options);
 void run_select(const SelectOptions& options);
 void run_groom(const GroomOptions& options);
 void run_scatter(const ScatterOptions& options);

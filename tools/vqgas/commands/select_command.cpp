@@ -4,20 +4,27 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/render/select_picture.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
 
 namespace {
 
-std::vector<uint> select(const QueryScene& scene, const SelectOptions& options, const Camera& camera) {
+const char* get_mode_name(GeometryFrustumMode mode) {
+  constexpr const char* names[] = {"any", "all", "points", "vertices"};
+  return names[static_cast<uint>(mode)];
+}
+
+Selection select(const QueryScene& scene, const SelectOptions& options, const Camera& camera) {
   GeometryFrustumCtx query;
-  query.mode = static_cast<uint>(options.is_all_mode ? GeometryFrustumMode::all : GeometryFrustumMode::any);
+  query.mode = static_cast<uint>(options.mode == GeometryFrustumMode::all ? options.mode : GeometryFrustumMode::any);
   if (options.box) {
     set_box_frustum(*options.box, query);
   } else {
@@ -26,44 +33,96 @@ std::vector<uint> select(const QueryScene& scene, const SelectOptions& options, 
   }
   CtxShader shader;
   scene.find_in_frustum(shader, query);
-  std::vector<uint> objects = query.get_objects();
-  std::sort(objects.begin(), objects.end());
-  return objects;
+  Selection selection{options.has_points(), query.get_objects(), {}};
+  std::sort(selection.objects.begin(), selection.objects.end());
+  if (!selection.has_points) return selection;
+  std::erase_if(selection.objects, [&](uint object) {
+    throw_if_interrupted();
+    const std::vector<ScenePoint> found = scene.list_points(shader, query, object);
+    selection.points.insert(selection.points.end(), found.begin(), found.end());
+    return found.empty();
+  });
+  return selection;
 }
 
-std::string print_csv(const QueryScene& scene, const std::vector<uint>& selected) {
+const char* get_name(const QueryScene& scene, uint object) {
+  return scene.get_objects().objects[object]->get_name().get_data();
+}
+
+std::string print_objects(const QueryScene& scene, const std::vector<uint>& objects) {
   std::string text = "object,name\n";
-  for (const uint object : selected)
-    text += std::to_string(object) + "," + print_csv_field(scene.get_objects().objects[object]->get_name().get_data()) +
-            "\n";
+  for (const uint object : objects)
+    text += std::to_string(object) + "," + print_csv_field(get_name(scene, object)) + "\n";
   return text;
 }
 
-std::string print_json(const SelectOptions& options, const QueryScene& scene, const std::vector<uint>& selected) {
+std::string print_points(const std::vector<ScenePoint>& points, bool has_numbers) {
+  std::string text = has_numbers ? "object,point,x,y,z\n" : "x,y,z\n";
+  for (const ScenePoint& point : points) {
+    if (has_numbers) text += std::to_string(point.object) + "," + std::to_string(point.point) + ",";
+    const GMathVec3<double>& p = point.position;
+    text += print_number(p.x) + "," + print_number(p.y) + "," + print_number(p.z) + "\n";
+  }
+  return text;
+}
+
+std::string print_json(const SelectOptions& options, const QueryScene& scene, const Selection& selection) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
-  report["mode"] = options.is_all_mode ? "all" : "any";
+  report["mode"] = get_mode_name(options.mode);
   report["objects"] = scene.get_objects().objects.size();
   report["selected"] = nlohmann::ordered_json::array();
-  for (const uint object : selected)
-    report["selected"].push_back(
-        {{"object", object}, {"name", scene.get_objects().objects[object]->get_name().get_data()}});
+  for (const uint object : selection.objects)
+    report["selected"].push_back({{"object", object}, {"name", get_name(scene, object)}});
+  if (selection.has_points) report["points"] = nlohmann::ordered_json::array();
+  for (const ScenePoint& point : selection.points)
+    report["points"].push_back({{"object", point.object},
+                                {"point", point.point},
+                                {"position", {point.position.x, point.position.y, point.position.z}}});
   return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-void write_picture(const SelectOptions& options, const QueryScene& scene, const Camera& camera,
-                   const std::vector<uint>& selected) {
+PointRows make_rows(const QueryScene& scene, const Selection& selection) {
+  PointRows rows;
+  for (uint object = 0; object < scene.get_objects().objects.size(); ++object)
+    rows.object_names.emplace_back(get_name(scene, object));
+  rows.rows.reserve(selection.points.size());
+  for (const ScenePoint& point : selection.points)
+    rows.rows.push_back({GMathVec3<float>(point.position), point.object, point.point,
+                         point.cloud->colors.empty() ? core_invalid_index : point.cloud->colors[point.point]});
+  return rows;
+}
+
+ScreenImage draw(const SelectOptions& options, const QueryScene& scene, const Camera& camera,
+                 const Selection& selection) {
   RenderSettings settings;
   settings.width = options.width;
   settings.height = options.height;
-  settings.layers = {Layer::object, Layer::normal};
+  settings.layers = {Layer::object, Layer::normal, Layer::point};
   settings.camera = camera;
   AppProgressBar* progress = scene.get_application().create_progress_bar("Render");
   RayCounts counts;
   const Picture picture = render_picture(scene, settings, progress, counts);
   progress->finish();
   const std::optional<PictureRect> rect = options.box ? std::nullopt : std::optional(options.get_rect());
-  write_png(options.output, make_select_picture(picture, camera, selected, rect));
+  return make_select_picture(picture, camera, selection, rect);
+}
+
+bool is_picture(const std::string& output) { return output.ends_with(".png"); }
+
+void write_outputs(const SelectOptions& options, const QueryScene& scene, const Camera& camera,
+                   const Selection& selection) {
+  std::optional<ScreenImage> image;
+  std::optional<PointRows> rows;
+  for (const std::string& output : options.outputs) {
+    if (is_picture(output)) {
+      if (!image) image = draw(options, scene, camera, selection);
+      write_png(output, *image);
+    } else {
+      if (!rows) rows = make_rows(scene, selection);
+      write_points(output, *rows);
+    }
+  }
 }
 
 }  // namespace
@@ -73,7 +132,9 @@ PictureRect SelectOptions::get_rect() const {
 }
 
 void run_select(const SelectOptions& options) {
-  check_outputs({options.output, options.json}, list_inputs(options, options.files));
+  std::vector<std::string> outputs = options.outputs;
+  outputs.push_back(options.json);
+  check_outputs(outputs, list_inputs(options, options.files));
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
@@ -85,8 +146,14 @@ void run_select(const SelectOptions& options) {
   if (!options.quiet) messages.release();
   const double aspect = double(options.width) / options.height;
   const Camera camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
-  const std::vector<uint> selected = select(scene, options, camera);
-  if (!options.output.empty()) write_picture(options, scene, camera, selected);
-  if (!options.json.empty()) write_text_file(options.json, print_json(options, scene, selected));
-  if (options.json != "-") write_text_file("-", print_csv(scene, selected));
+  const Selection selection = select(scene, options, camera);
+  write_outputs(options, scene, camera, selection);
+  if (!options.json.empty()) write_text_file(options.json, print_json(options, scene, selection));
+  if (options.json == "-") return;
+  const bool are_points_written = !std::all_of(options.outputs.begin(), options.outputs.end(), is_picture);
+  if (!selection.has_points || are_points_written) {
+    write_text_file("-", print_objects(scene, selection.objects));
+  } else {
+    write_text_file("-", print_points(selection.points, options.mode == GeometryFrustumMode::vertices));
+  }
 }

@@ -1,7 +1,7 @@
 #include "tools/vqgas/commands/trace_rays.h"
 
+#include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/support/input_error.h"
-#include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/number_list.h"
 
 bool parse_trace_ray(const std::string& text, TraceRay& ray) {
@@ -19,27 +19,10 @@ bool parse_trace_ray(const std::string& text, TraceRay& ray) {
 void check_trace_rays(const std::vector<std::string>& texts) {
   TraceRay ray;
   for (const std::string& text : texts) {
-    if (!parse_trace_ray(text, ray))
-      throw UsageError("--ray: '" + text + "' is not ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
+    if (!parse_trace_ray(text, ray)) throw UsageError("--ray: '" + text + "' is not " + trace_ray_form);
   }
 }
 
 std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& name) {
-  std::vector<TraceRay> rays;
-  std::string line;
-  bool is_first = true;
-  for (std::size_t number = 1; std::getline(input, line); ++number) {
-    throw_if_interrupted();
-    const std::size_t begin = line.find_first_not_of(" \t\r");
-    if (begin == std::string::npos || line[begin] == '#') continue;
-    TraceRay ray;
-    if (parse_trace_ray(line, ray)) {
-      rays.push_back(ray);
-    } else if (!is_first || parse_numbers(line.substr(0, line.find(',')), ',').size() == 1) {
-      throw InputError(name, "line " + std::to_string(number) + ": '" + line.substr(begin, 60) +
-                                 "' is not ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]");
-    }
-    is_first = false;
-  }
-  return rays;
+  return read_query_lines<TraceRay>(input, name, trace_ray_form, parse_trace_ray);
 }

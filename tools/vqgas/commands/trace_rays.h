@@ -8,6 +8,8 @@
 
 inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path";
 
+inline constexpr const char* trace_ray_form = "ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]";
+
 /// A ray of the command line or of standard input.
 struct TraceRay {
   GMathVec3<double> origin, direction;
@@ -19,6 +21,5 @@ struct TraceRay {
 bool parse_trace_ray(const std::string& text, TraceRay& ray);
 /// Throws UsageError when a ray of the command line cannot be parsed.
 void check_trace_rays(const std::vector<std::string>& texts);
-/// Reads one ray a line. Skips blank lines, lines that begin with # and a first line of column names. Throws InputError
-/// with the number of the line that cannot be parsed, Interrupted after a signal.
+/// Reads one ray a line, as read_query_lines().
 std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& name);

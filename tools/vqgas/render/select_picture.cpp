@@ -1,5 +1,6 @@
 #include "tools/vqgas/render/select_picture.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "tools/vqgas/render/camera.h"
@@ -27,9 +28,19 @@ void draw_border(ScreenImage& image, const PictureRect& rect) {
 
 }  // namespace
 
-ScreenImage make_select_picture(const Picture& picture, const Camera& camera, const std::vector<uint>& selected,
+bool Selection::contains(uint object, uint point) const {
+  if (!has_points) return std::binary_search(objects.begin(), objects.end(), object);
+  const auto is_before = [&](const ScenePoint& found, uint wanted) {
+    return found.object != object ? found.object < object : found.point < wanted;
+  };
+  const auto found = std::lower_bound(points.begin(), points.end(), point, is_before);
+  return found != points.end() && found->object == object && found->point == point;
+}
+
+ScreenImage make_select_picture(const Picture& picture, const Camera& camera, const Selection& selection,
                                 const std::optional<PictureRect>& rect) {
   const std::vector<uint>& objects = picture.find(Layer::object)->channels[0].numbers;
+  const std::vector<uint>& points = picture.find(Layer::point)->channels[0].numbers;
   const std::vector<PictureChannel>& normals = picture.find(Layer::normal)->channels;
   const CameraRays rays(camera, picture.width, picture.height);
   ScreenImage image{picture.width, picture.height, {}};
@@ -39,8 +50,9 @@ ScreenImage make_select_picture(const Picture& picture, const Camera& camera, co
     const GMathVec3<double> normal(normals[0].values[pixel], normals[1].values[pixel], normals[2].values[pixel]);
     const auto column = pixel % picture.width, row = pixel / picture.width;
     const GMathVec3<double> view = rays.get_direction(double(column) + 0.5, double(row) + 0.5);
-    const auto light = static_cast<float>(0.3 + 0.7 * std::fabs(normal.dot(view.get_normalized())));
-    const bool is_selected = std::binary_search(selected.begin(), selected.end(), objects[pixel]);
+    const double facing = normal.dot(normal) > 0.0 ? std::fabs(normal.dot(view.get_normalized())) : 0.7;
+    const auto light = static_cast<float>(0.3 + 0.7 * facing);
+    const bool is_selected = selection.contains(objects[pixel], points[pixel]);
     image.pixels[pixel] = (is_selected ? mix(chosen, hash_color(objects[pixel]), 0.4f) : gray) * light;
   }
   if (rect) draw_border(image, *rect);
