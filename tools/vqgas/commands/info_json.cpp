@@ -6,9 +6,27 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+void add_box(Json& json, const GMathBbox3<double>& box) {
+  json["box"] = {{"min", {box.min.x, box.min.y, box.min.z}}, {"max", {box.max.x, box.max.y, box.max.z}}};
+}
+
+/// Bytes an item.
+void add_bytes(Json& json, const std::vector<ArrayBytes>& arrays, uint count) {
+  for (const ArrayBytes& array : arrays) json[array.name] = double(array.bytes) / std::max(count, 1u);
+  json["sum"] = double(get_sum(arrays)) / std::max(count, 1u);
+}
+
+/// @param queries  rays or beams
+void add_grid(Json& json, const GridReport& grid, const std::string& queries) {
+  json["grid"] = {{"parts", grid.parts},
+                  {"built_before_" + queries, grid.built_before},
+                  {"built_after_" + queries, grid.built_after},
+                  {"bytes_before_" + queries, grid.bytes_before},
+                  {"bytes_after_" + queries, grid.bytes_after}};
+}
+
 void add_tree(Json& json, const TreeReport& tree, const char* bytes_name) {
-  json["box"] = {{"min", {tree.bbox.min.x, tree.bbox.min.y, tree.bbox.min.z}},
-                 {"max", {tree.bbox.max.x, tree.bbox.max.y, tree.bbox.max.z}}};
+  add_box(json, tree.bbox);
   if (tree.statistics) {
     const BvhStatistics& statistics = *tree.statistics;
     json["nodes"] = {{"aligned", statistics.aligned_nodes},
@@ -19,9 +37,7 @@ void add_tree(Json& json, const TreeReport& tree, const char* bytes_name) {
     json["children_per_node"] = statistics.children_per_node;
     json["surface_area_cost"] = statistics.surface_area_cost;
   }
-  Json& bytes = json[bytes_name];
-  for (const ArrayBytes& array : tree.arrays) bytes[array.name] = double(array.bytes) / std::max(tree.kept, 1u);
-  bytes["sum"] = double(get_sum(tree.arrays)) / std::max(tree.kept, 1u);
+  add_bytes(json[bytes_name], tree.arrays, tree.kept);
   json["bytes"] = get_sum(tree.arrays);
 }
 
@@ -36,14 +52,7 @@ void add_shape(Json& json, const ShapeReport& shape) {
     json["shape"] = shape.is_cubic ? "cubic" : "linear";
   }
   json["structure"] = shape.is_hair ? "fur" : shape.grid ? "grid" : "bvh4";
-  if (shape.grid) {
-    const GridReport& grid = *shape.grid;
-    json["grid"] = {{"parts", grid.parts},
-                    {"built_before_rays", grid.built_before},
-                    {"built_after_rays", grid.built_after},
-                    {"bytes_before_rays", grid.bytes_before},
-                    {"bytes_after_rays", grid.bytes_after}};
-  }
+  if (shape.grid) add_grid(json, *shape.grid, "rays");
   if (shape.displaced.micro_triangles > 0)
     json["displaced"] = {{"micro_triangles", shape.displaced.micro_triangles},
                          {"cache_bytes", shape.displaced.cache_bytes},
@@ -52,6 +61,18 @@ void add_shape(Json& json, const ShapeReport& shape) {
   add_tree(json, shape.tree, "bytes_per_primitive");
   for (const ClusterCount& clusters : shape.clusters)
     json["clusters"].push_back({{"wanted", clusters.requested}, {"made", clusters.made}});
+}
+
+void add_cloud(Json& json, const CloudReport& cloud) {
+  json["kind"] = "points";
+  json["points"] = cloud.points;
+  json["finite"] = cloud.finite;
+  json["has_colors"] = cloud.has_colors;
+  json["has_radii"] = cloud.has_radii;
+  add_box(json, cloud.bbox);
+  add_grid(json, cloud.grid, "beams");
+  add_bytes(json["bytes_per_point"], cloud.arrays, cloud.points);
+  json["bytes"] = get_sum(cloud.arrays);
 }
 
 void add_build(Json& json, const SceneReport& report) {
@@ -97,7 +118,11 @@ Json make_bundle(const BundleReport& report) {
 Json make_report_json(const SceneReport& report) {
   Json json = {{"file", report.file}};
   if (report.is_plain) {
-    add_shape(json, report.shapes.front());
+    if (report.clouds.empty()) {
+      add_shape(json, report.shapes.front());
+    } else {
+      add_cloud(json, report.clouds.front());
+    }
     json["threads"] = report.threads;
     add_build(json, report);
     return json;
@@ -110,6 +135,9 @@ Json make_report_json(const SceneReport& report) {
     Json& added = json["shapes"].emplace_back(Json{{"name", shape.name}, {"shown", shape.shown}});
     add_shape(added, shape);
   }
+  if (!report.clouds.empty()) json["clouds"] = Json::array();
+  for (const CloudReport& cloud : report.clouds)
+    add_cloud(json["clouds"].emplace_back(Json{{"name", cloud.name}}), cloud);
   json["scene_tree"] = make_objects(report.whole);
   json["groups"] = Json::array();
   for (const ObjectsReport& group : report.groups) {

@@ -8,6 +8,7 @@
 #include "vq_module/module_bundle.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+#include "vq_module/module_particle.h"
 
 namespace {
 
@@ -32,6 +33,44 @@ TreeReport make_grid_report(const GasGeometry& structure) {
           structure.get_bbox()};
 }
 
+/// Rays and beams that build what they reach.
+void render_small_picture(const QueryScene& scene) {
+  RenderSettings settings;
+  settings.width = settings.height = 64;
+  settings.layers = {Layer::depth};
+  settings.camera = frame_boxes("three-quarter", scene.get_tight_boxes(), 1.0);
+  RayCounts counts;
+  render_picture(scene, settings, nullptr, counts);
+}
+
+/// Of all clouds, in their order. Casts the beams.
+std::vector<CloudReport> examine_clouds(const QueryScene& scene) {
+  std::vector<CloudReport> reports;
+  for (const SceneCloud& cloud : scene.get_clouds()) {
+    const GasGridTree& grid = cloud.structure->get_grid();
+    const u64 bytes = cloud.structure->get_memory_size();
+    CloudReport& report = reports.emplace_back();
+    report.name = cloud.name;
+    report.points = cloud.get_count();
+    report.finite = cloud.finite_count;
+    report.has_colors = !cloud.colors.empty();
+    report.has_radii = cloud.has_radii;
+    report.bbox = cloud.structure->get_bbox();
+    report.grid = {grid.get_part_count(), grid.get_built_part_count(), 0, bytes, bytes};
+  }
+  if (reports.empty()) return reports;
+  render_small_picture(scene);
+  for (std::size_t k = 0; k < reports.size(); ++k) {
+    const SceneCloud& cloud = scene.get_clouds()[k];
+    reports[k].grid.built_after = cloud.structure->get_grid().get_built_part_count();
+    reports[k].grid.bytes_after = cloud.structure->get_memory_size();
+    reports[k].arrays = {{"positions and radii", cloud.particles->get_memory_size()},
+                         {"colors", cloud.get_color_bytes()},
+                         {"structure", cloud.structure->get_memory_size()}};
+  }
+  return reports;
+}
+
 /// Of all shapes, in their order; none for those without a grid. Shoots the rays.
 std::vector<std::optional<GridReport>> examine_grids(const QueryScene& scene) {
   std::vector<std::optional<GridReport>> reports;
@@ -45,12 +84,7 @@ std::vector<std::optional<GridReport>> examine_grids(const QueryScene& scene) {
     reports.back() = {grid.get_part_count(), grid.get_built_part_count(), 0, bytes, bytes};
   }
   if (!has_grid) return reports;
-  RenderSettings settings;
-  settings.width = settings.height = 64;
-  settings.layers = {Layer::depth};
-  settings.camera = frame_boxes("three-quarter", scene.get_tight_boxes(), 1.0);
-  RayCounts counts;
-  render_picture(scene, settings, nullptr, counts);
+  render_small_picture(scene);
   for (std::size_t k = 0; k < reports.size(); ++k) {
     if (!reports[k]) continue;
     const GasGeometry& structure = *scene.get_shapes()[k].grid;
@@ -86,11 +120,12 @@ ShapeReport make_shape_report(const SceneShape& shape) {
   return report;
 }
 
-/// Why the tree left out an object: its own checks, in its order.
-const char* get_reason(const ModuleSceneObject& object) {
+/// Why the trees left out an object: their own checks, in their order. Null for one that is in its tree.
+const char* get_reason(const ModuleSceneObject& object, uint clusters) {
+  if (clusters > 0) return nullptr;
   if (object.get_primitive_count() == 0.0) return "empty";
   if (!has_invertible_matrix(object)) return "singular matrix";
-  return "no clusters";
+  return object.is_kindof(ModuleParticle::class_info()) ? nullptr : "no clusters";
 }
 
 class SceneExaminer {
@@ -105,9 +140,8 @@ class SceneExaminer {
     for (uint index = 0; index < objects.size(); ++index) {
       const ModuleSceneObject& object = *objects[index];
       const uint clusters = tree.get_cluster_count(index);
-      found.objects.push_back({object.get_name().get_data(), clusters, clusters == 0 ? get_reason(object) : nullptr,
-                               examine(object), (object.get_flags() & ModuleSceneObject::moving) != 0,
-                               object.get_primitive_count()});
+      found.objects.push_back({object.get_name().get_data(), clusters, get_reason(object, clusters), examine(object),
+                               (object.get_flags() & ModuleSceneObject::moving) != 0, object.get_primitive_count()});
     }
     return found;
   }
@@ -129,6 +163,7 @@ class SceneExaminer {
       examine_bundle(*bundle);
       return "bundle";
     }
+    if (object.is_kindof(ModuleParticle::class_info())) return "points";
     add_shown(static_cast<const ModuleGeometry&>(object).get_geometry(), object);
     return "geometry";
   }
@@ -194,6 +229,7 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
     report.shapes.push_back(make_shape_report(shape));
     report.shapes.back().grid = grids[report.shapes.size() - 1];
   }
+  report.clouds = examine_clouds(scene);
   SceneExaminer examiner(scene, report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
   for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);
@@ -205,14 +241,16 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
     shape.name = shape.name.starts_with(prefix) ? shape.name.substr(prefix.size()) : shown.name;
   }
   const ModuleSceneObject& first = *scene.get_objects().objects.front();
-  report.is_plain = report.shapes.size() == 1 && report.whole.objects.size() == 1 && !first.is_keyframed() &&
-                    !scene.is_animated(0) && first.get_global_matrix() == GMathMatrix4x4<double>();
+  report.is_plain = report.shapes.size() + report.clouds.size() == 1 && report.whole.objects.size() == 1 &&
+                    !first.is_keyframed() && !scene.is_animated(0) &&
+                    first.get_global_matrix() == GMathMatrix4x4<double>();
   return report;
 }
 
 uint SceneReport::get_kept_count() const {
   uint count = 0;
   for (const ShapeReport& shape : shapes) count += shape.tree.kept;
+  for (const CloudReport& cloud : clouds) count += cloud.finite;
   return count;
 }
 

@@ -28,7 +28,7 @@ struct TreeReport {
   GMathBbox3<double> bbox;
 };
 
-/// A grid before any query and after the rays of a small picture from three-quarter view.
+/// A grid before any query and after the rays or beams of a small picture from three-quarter view.
 struct GridReport {
   uint parts;
   uint built_before, built_after;  ///< parts
@@ -46,11 +46,21 @@ struct ShapeReport {
   std::vector<ClusterCount> clusters;
 };
 
+/// A point cloud. The tree of a part is built when a query first reaches it.
+struct CloudReport {
+  std::string name;
+  uint points, finite;
+  bool has_colors, has_radii;
+  GridReport grid;                 ///< of its structure, before and after the beams of a small picture
+  std::vector<ArrayBytes> arrays;  ///< after them
+  GMathBbox3<double> bbox;
+};
+
 struct ObjectReport {
   std::string name;
   uint clusters;
   const char* left_out;  ///< reason; null if it is in the tree
-  const char* kind;      ///< "geometry", "group" or "bundle"
+  const char* kind;      ///< "geometry", "group", "bundle" or "points"
   bool is_moving;
   double primitives;
 };
@@ -80,13 +90,15 @@ struct SceneReport {
   std::string file;
   uint threads;
   std::vector<ShapeReport> shapes;
+  std::vector<CloudReport> clouds;
   ObjectsReport whole;
   std::vector<ObjectsReport> groups;
   std::vector<BundleReport> bundles;
   std::vector<TaskSeconds> stages;
   double build_seconds;
 
-  bool is_plain;  ///< one shape, shown once with the identity matrix
+  bool is_plain;  ///< one shape or cloud, shown once with the identity matrix
+  /// Primitives and points.
   uint get_kept_count() const;
 };
 

@@ -21,6 +21,14 @@ void print_box(const GMathBbox3<double>& box) {
   print_row("box", "(%g, %g, %g) to (%g, %g, %g)", box.min.x, box.min.y, box.min.z, box.max.x, box.max.y, box.max.z);
 }
 
+/// Bytes an item.
+void print_arrays(const std::vector<ArrayBytes>& arrays, uint count) {
+  for (const ArrayBytes& array : arrays)
+    if (array.bytes != 0) print_row(array.name, "%11.2f", double(array.bytes) / count);
+  const u64 sum = get_sum(arrays);
+  print_row("sum", "%11.2f  (%.2f MB)", double(sum) / count, 1e-6 * double(sum));
+}
+
 /// @param item  name of one item of the tree
 void print_tree(const TreeReport& tree, const char* item) {
   if (tree.statistics) {
@@ -35,16 +43,15 @@ void print_tree(const TreeReport& tree, const char* item) {
   }
   if (tree.kept == 0) return;
   std::printf("  bytes per %s\n", item);
-  for (const ArrayBytes& array : tree.arrays)
-    if (array.bytes != 0) print_row(array.name, "%11.2f", double(array.bytes) / tree.kept);
-  const u64 sum = get_sum(tree.arrays);
-  print_row("sum", "%11.2f  (%.2f MB)", double(sum) / tree.kept, 1e-6 * double(sum));
+  print_arrays(tree.arrays, tree.kept);
 }
 
-void print_grid(const GridReport& grid) {
+/// @param queries  rays or beams
+void print_grid(const GridReport& grid, const char* queries) {
   print_row("parts of the grid", "%11u", grid.parts);
   print_row("  built before any query", "%11u  (%.2f MB)", grid.built_before, 1e-6 * double(grid.bytes_before));
-  print_row("  built after 64 x 64 rays", "%11u  (%.2f MB)", grid.built_after, 1e-6 * double(grid.bytes_after));
+  print_row(("  built after 64 x 64 " + std::string(queries)).c_str(), "%11u  (%.2f MB)", grid.built_after,
+            1e-6 * double(grid.bytes_after));
 }
 
 void print_shape(const ShapeReport& shape) {
@@ -62,10 +69,20 @@ void print_shape(const ShapeReport& shape) {
     print_row("  cached, at most, limit", "%11.2f MB, %.2f MB, %.0f MB", 1e-6 * double(shape.displaced.cache_bytes),
               1e-6 * double(shape.displaced.peak_cache_bytes), 1e-6 * double(shape.displaced.cache_limit));
   }
-  if (shape.grid) print_grid(*shape.grid);
+  if (shape.grid) print_grid(*shape.grid, "rays");
   print_tree(shape.tree, shape.is_hair ? "segment" : "primitive");
   for (const ClusterCount& clusters : shape.clusters)
     print_row(("clusters at " + std::to_string(clusters.requested)).c_str(), "%11u", clusters.made);
+}
+
+void print_cloud(const CloudReport& cloud) {
+  print_row("points", "%11u", cloud.points);
+  print_row("points not finite", "%11u", cloud.points - cloud.finite);
+  print_row("colors, radii", "%11s, %s", cloud.has_colors ? "yes" : "no", cloud.has_radii ? "yes" : "no");
+  print_box(cloud.bbox);
+  print_grid(cloud.grid, "beams");
+  std::printf("  bytes per point\n");
+  print_arrays(cloud.arrays, cloud.points);
 }
 
 void print_build(const SceneReport& report) {
@@ -108,7 +125,7 @@ void print_shape_list(const std::vector<ShapeReport>& shapes) {
 
 const char* get_remark(const ObjectReport& object) {
   const std::string kind = object.kind;
-  return kind == "group" ? " (group)" : kind == "bundle" ? " (bundle)" : "";
+  return kind == "group" ? " (group)" : kind == "bundle" ? " (bundle)" : kind == "points" ? " (points)" : "";
 }
 
 void print_object_list(const std::vector<ObjectReport>& objects) {
@@ -186,6 +203,11 @@ void print_scene(const SceneReport& report) {
     std::printf("shape %zu\n", k);
     print_shape(report.shapes[k]);
   }
+  for (std::size_t k = 0; k < std::min(report.clouds.size(), row_limit); ++k) {
+    std::printf("cloud %zu %s\n", k, make_printable(report.clouds[k].name).c_str());
+    print_cloud(report.clouds[k]);
+  }
+  print_rest(report.clouds.size());
   std::printf("scene tree\n");
   print_objects(report.whole);
   print_object_list(report.whole.objects);
@@ -198,7 +220,11 @@ void print_scene(const SceneReport& report) {
 void print_report(const SceneReport& report) {
   std::printf("%s\n", report.file.c_str());
   if (report.is_plain) {
-    print_shape(report.shapes.front());
+    if (report.clouds.empty()) {
+      print_shape(report.shapes.front());
+    } else {
+      print_cloud(report.clouds.front());
+    }
     print_build(report);
   } else {
     print_scene(report);
