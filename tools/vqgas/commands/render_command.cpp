@@ -173,7 +173,7 @@ bool has_grid(const SceneSource& source, const ShapeSettings& settings) {
 
 void print_summary(const RenderOptions& options, const QueryScene& scene, const RenderResult& result) {
   const RayCounts& rays = result.rays;
-  const char* kind = rays.beams == 0 ? "rays" : rays.get_sum() == 0 ? "beams" : "rays and beams";
+  const char* kind = rays.beams == 0 ? "rays" : rays.get_sum() == 0 ? "beams" : "queries";
   const double million = 1e-6 * double(rays.get_sum() + rays.beams);
   std::printf("%u x %u pixels, %.2f million %s in %.2f s (%.2f M%s/s on %u threads), structure built in %.2f s\n",
               options.width, options.height, million, kind, result.seconds, million / result.seconds, kind,

@@ -21,13 +21,19 @@ SceneSource make_small_scene(OfApp* /*application*/) {
   return make();
 }
 
-constexpr DemoScene scenes[] = {
-    {"gallery", make_mesh_scene<make_demo_gallery>}, {"knot", make_mesh_scene<make_demo_knot>},
-    {"terrain", make_mesh_scene<make_demo_terrain>}, {"cliffs", make_small_scene<make_demo_cliffs>},
-    {"wave", make_mesh_scene<make_demo_wave>},       {"jelly", make_mesh_scene<make_demo_jelly>},
-    {"fur", make_small_scene<make_demo_fur>},        {"strands", make_small_scene<make_demo_strands>},
-    {"wind", make_small_scene<make_demo_wind>},      {"mills", make_small_scene<make_demo_mills>},
-    {"forest", make_small_scene<make_demo_forest>},  {"galaxy", make_demo_galaxy}};
+constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
+                                {"knot", make_mesh_scene<make_demo_knot>},
+                                {"terrain", make_mesh_scene<make_demo_terrain>},
+                                {"cliffs", make_small_scene<make_demo_cliffs>},
+                                {"wave", make_mesh_scene<make_demo_wave>},
+                                {"jelly", make_mesh_scene<make_demo_jelly>},
+                                {"fur", make_small_scene<make_demo_fur>},
+                                {"strands", make_small_scene<make_demo_strands>},
+                                {"wind", make_small_scene<make_demo_wind>},
+                                {"mills", make_small_scene<make_demo_mills>},
+                                {"snow", make_small_scene<make_demo_snow>},
+                                {"forest", make_small_scene<make_demo_forest>},
+                                {"galaxy", make_demo_galaxy}};
 
 }  // namespace
 

@@ -39,6 +39,8 @@ SceneSource make_demo_wind();
 /// An island in the wind: mills, pinwheels, tulips, birds, sheep and boats, some thousand objects that share two dozen
 /// shapes. Moves over the times 0 to 1.
 SceneSource make_demo_mills();
+/// The same island in the snow: clouds of flakes, which fall. Moves over the times 0 to 1.
+SceneSource make_demo_snow();
 /// A clearing with a pond between wooded hills: more than fifty thousand plants, instances of two dozen shapes, on
 /// displaced ground. Moves over the times 0 to 1, and on.
 SceneSource make_demo_forest();
