@@ -2,7 +2,7 @@
 # The main job in one command: installs what is missing, builds Release, then reports on a scene and renders it.
 #
 #   scripts/demo.sh [OPTION...]             the built-in scenes, four of them moving while the shutter is open
-#   scripts/demo.sh FILE... [OPTION...]     the scene, mesh and hair files given, as one scene
+#   scripts/demo.sh FILE... [OPTION...]     the scene, mesh, hair and point files given, as one scene
 #
 # Options go to `vqgas render` as they stand, for example: scripts/demo.sh bunny.ply --view side --size 1920x1080
 # Leaves PNG and EXR pictures and JSON reports in out/ and prints their names.
@@ -23,7 +23,8 @@ mkdir -p "$out"
 started=$(mktemp)
 trap 'rm -f "$started"' EXIT
 
-# render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each; of what moves, the motion too.
+# render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each; of what moves, the motion too, and
+# those of points.
 render() {
   name=$1
   shift
@@ -31,12 +32,15 @@ render() {
     *" --shutter"*) wanted=$layers,motion ;;
     *) wanted=$layers ;;
   esac
+  case " $* " in
+    *demo:galaxy* | *demo:snow* | *.ply\ * | *.xyz\ * | *.pts\ * | *.csv\ *) wanted=$wanted,weight,point ;;
+  esac
   "$vqgas" render "$@" --layers "$wanted" -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
 }
 
 case "${1:-}" in
   "" | -*)
-    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills demo:forest --json "$out/info.json"
+    "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills demo:forest demo:galaxy --json "$out/info.json"
     render gallery demo:gallery --floor "$@"
     render wave demo:wave --shutter 0,0.5 "$@"
     render fur demo:fur --floor "$@"
@@ -47,6 +51,8 @@ case "${1:-}" in
     render mills demo:mills --floor --shutter 0.4,0.65 "$@"
     render forest demo:forest --shutter 0,0.5 --samples 8 --size 704x396 \
            --camera 3,3.4,10.5/-1,0.4,-2/0,1,0/42 "$@"
+    render snow demo:snow --frame 0.5 --samples 8 --size 704x396 "$@"
+    render galaxy demo:galaxy --size 704x396 --camera 20,24,52/0,-2,0/0,1,0/38 "$@"
     # Micro-triangles are costly: few rays, unless the options say otherwise.
     for default in "--samples 8" "--size 704x396" "--camera 5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"; do
       case " $* " in
