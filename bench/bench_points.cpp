@@ -186,7 +186,7 @@ void measure_build(Cloud& cloud, uint rounds) {
               static_cast<double>(cloud.gas.get_memory_size()) / count);
 }
 
-/// Turned boxes that hold a share of the points; the times are means of a query.
+/// Turned boxes that hold a share of the points, above 1 surely all; the times are means of a query.
 void measure_frustums(Cloud& cloud, double share, uint queries, uint rounds) {
   std::vector<double> counts[2], points[2];
   u64 found[4] = {};
@@ -210,9 +210,9 @@ void measure_frustums(Cloud& cloud, double share, uint queries, uint rounds) {
     }
   }
   char name[64];
-  std::snprintf(name, sizeof name, "count, %g %% inside", 100.0 * share);
+  std::snprintf(name, sizeof name, "count, %g %% inside", std::min(100.0, 100.0 * share));
   print_ratio(name, counts[0], counts[1], "scan");
-  std::snprintf(name, sizeof name, "positions, %g %% inside", 100.0 * share);
+  std::snprintf(name, sizeof name, "positions, %g %% inside", std::min(100.0, 100.0 * share));
   print_ratio(name, points[0], points[1], "scan");
   const u64 asked = u64{queries} * rounds;
   std::printf("    points found a query: %llu, %llu, %llu, %llu\n", static_cast<unsigned long long>(found[0] / asked),

@@ -134,7 +134,8 @@ class GasCodeBuild {
   }
 
   /// Where a range is divided: at the highest bit in which its codes differ. Where all are equal the range gets new
-  /// codes. It is halved when that does not help, and far down, which ends after 32 levels whatever the number of items.
+  /// codes. It is halved when that does not help, and far down, which ends after 32 levels whatever the number of
+  /// items.
   /// @param depth  of the range; raised to where halving begins when all of its centers are the same
   uint find_split(uint first, uint end, uint& depth) {
     constexpr uint halved_from = GasBinaryTree::most_depth - 32;
