@@ -1,7 +1,8 @@
 // tools/vqgas/commands/command_line.h
 //
-// Options of the subcommands.
+// What the command line asks for. The options themselves stand in option_groups.h and NAME_options.cpp.
 #pragma once
+#include <array>
 #include <limits>
 #include <optional>
 #include <string>
@@ -74,6 +75,9 @@ struct BeamOptions : CommonOptions {
   double frame = 0.0, frames_per_second = 24.0;
   bool as_json = false;
 };
+
+/// By GeometryFrustumMode.
+inline constexpr std::array<const char*, 4> select_mode_names = {"any", "all", "points", "vertices"};
 
 struct SelectOptions : SceneOptions {
   std::vector<std::string> files;

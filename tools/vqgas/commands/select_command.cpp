@@ -17,11 +17,6 @@
 
 namespace {
 
-const char* get_mode_name(GeometryFrustumMode mode) {
-  constexpr const char* names[] = {"any", "all", "points", "vertices"};
-  return names[static_cast<uint>(mode)];
-}
-
 Selection select(const QueryScene& scene, const SelectOptions& options, const Camera& camera) {
   GeometryFrustumCtx query;
   query.mode = static_cast<uint>(options.mode == GeometryFrustumMode::all ? options.mode : GeometryFrustumMode::any);
@@ -69,7 +64,7 @@ std::string print_points(const std::vector<ScenePoint>& points, bool has_numbers
 std::string print_json(const SelectOptions& options, const QueryScene& scene, const Selection& selection) {
   nlohmann::ordered_json report;
   report["files"] = options.files;
-  report["mode"] = get_mode_name(options.mode);
+  report["mode"] = select_mode_names[static_cast<uint>(options.mode)];
   report["objects"] = scene.get_objects().objects.size();
   report["selected"] = nlohmann::ordered_json::array();
   for (const uint object : selection.objects)

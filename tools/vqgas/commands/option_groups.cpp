@@ -1,0 +1,139 @@
+#include "tools/vqgas/commands/option_groups.h"
+
+#include <cmath>
+
+#include "tools/vqgas/demo/demo_scenes.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/number_list.h"
+
+namespace {
+
+/// Replaces other names of standard output by "-".
+std::string name_standard_output(const std::string& path) {
+  const bool is_standard_output = path == "/dev/stdout" || path == "/dev/fd/1" || path == "/proc/self/fd/1";
+  return is_standard_output ? "-" : path;
+}
+
+/// The library's own checks accept NaN and print ranges with 300 digits.
+CLI::Validator make_number_check(const std::string& kind, bool (*is_valid)(double), const std::string& mark) {
+  const auto check = [kind, is_valid](const std::string& text) {
+    const std::vector<double> values = parse_numbers(text, ',');
+    return values.size() == 1 && is_valid(values[0]) ? std::string() : "'" + text + "' is not " + kind;
+  };
+  return CLI::Validator(check, mark);
+}
+
+}  // namespace
+
+CLI::Validator is_finite_number() {
+  return make_number_check(
+      "a finite number", [](double value) { return std::isfinite(value); }, "");
+}
+
+CLI::Validator is_positive_number() {
+  return make_number_check(
+      "a positive number", [](double value) { return std::isfinite(value) && value > 0.0; }, "POSITIVE");
+}
+
+const CLI::IsMember& is_view() {
+  static const CLI::IsMember member({"front", "side", "top", "three-quarter"});
+  return member;
+}
+
+std::string get_file_help() {
+  return "Scene and mesh files (glTF, FBX, Collada, OBJ, PLY, STL, ...), hair files (.hair of the cyHair format; "
+         ".curves or .txt with x y z radius a line and an empty line between strands), point clouds (.ply without "
+         "faces, .xyz, .pts, .csv), scatter files (.json) or built-in scenes: demo:NAME "
+         "with NAME one of " +
+         list_demo_scenes();
+}
+
+void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
+  command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
+      ->check(CLI::Range(1u, 1024u));
+  command.add_flag("--quiet", options.quiet, "No progress, no messages");
+  command.add_option("--json", options.json, json_help)->type_name("FILE")->transform(name_standard_output);
+}
+
+void add_shape_options(CLI::App& command, ShapeSettings& shapes) {
+  const auto set_structure = [&shapes](const std::string& name) {
+    shapes.structure = name == "grid" ? MeshStructure::grid : MeshStructure::bvh4;
+  };
+  command
+      .add_option_function<std::string>("--structure", set_structure,
+                                        "Over meshes. bvh4: a tree with four children a node, built at once; grid: "
+                                        "parts that are built when a query first reaches them")
+      ->check(CLI::IsMember({"bvh4", "grid"}))
+      ->default_str("bvh4, but grid for demo:cliffs");
+  HairSettings& hair = shapes.hair;
+  command.add_flag("--linear", hair.is_linear, "Hair as straight pieces from point to point, not as smooth curves");
+  command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
+}
+
+void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
+  CLI::Option* height = command
+                            .add_option("--displace", displace.height,
+                                        "Displace all meshes along their normals: by noise, or by a gray PNG file of 8 "
+                                        "or 16 bits over the first UV map (black is inwards, white outwards)")
+                            ->type_name("HEIGHT.png|noise");
+  command
+      .add_option("--bound", displace.bound,
+                  "Largest displacement, in the mesh's own units; without it 2 % of the diagonal of each mesh")
+      ->check(is_positive_number())
+      ->needs(height);
+  command.add_option("--rate", displace.rate, "Parts into which displacement cuts each edge of a polygon")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, DisplacedMeshSettings::most_rate))
+      ->needs(height);
+  command
+      .add_option(
+          "--cache", displace.cache,
+          "Megabytes of micro-triangles kept at most; without it a quarter of the machine's memory. Too few are "
+          "computed again and again, which is slow")
+      ->check(CLI::Range(0u, 16777216u))
+      ->type_name("MB");
+}
+
+void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
+  command.add_option("--view", view, "Frame everything from here")->capture_default_str()->check(is_view());
+  command
+      .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
+      ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
+  command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+}
+
+void add_fps_option(CLI::App& command, double& frames_per_second) {
+  command.add_option("--fps", frames_per_second, "Frames per second, for files with times in seconds")
+      ->capture_default_str()
+      ->check(is_positive_number());
+}
+
+void add_frame_option(CLI::App& command, double& frame) {
+  command.add_option("--frame", frame, "Frame at which objects stand")
+      ->capture_default_str()
+      ->check(is_finite_number());
+}
+
+void add_scene_options(CLI::App& command, SceneOptions& options) {
+  command.add_flag(
+      "--bundle", options.is_bundled,
+      "Put the objects that share a mesh or hair into one bundle of instances, instead of one object each");
+  add_fps_option(command, options.frames_per_second);
+}
+
+void add_format_option(CLI::App& command, bool& as_json) {
+  command
+      .add_option_function<std::string>(
+          "--format", [&as_json](const std::string& format) { as_json = format == "json"; }, "csv or json")
+      ->check(CLI::IsMember({"csv", "json"}))
+      ->default_str("csv");
+}
+
+void read_size(const std::string& text, uint& width, uint& height) {
+  const std::vector<double> values = parse_numbers(text, 'x');
+  const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
+  if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
+    throw UsageError("--size: '" + text + "' is not WIDTHxHEIGHT with sides from 1 to 16384");
+  width = static_cast<uint>(values[0]);
+  height = static_cast<uint>(values[1]);
+}

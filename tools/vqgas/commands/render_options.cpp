@@ -1,0 +1,116 @@
+#include <algorithm>
+#include <cmath>
+
+#include "tools/vqgas/commands/option_groups.h"
+#include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/number_list.h"
+
+namespace {
+
+/// Options, and those that are still to be read from text.
+struct RenderCall {
+  RenderOptions options;
+  std::string camera, size = "960x540", shutter;
+  std::vector<std::string> layers = {"beauty"};
+};
+
+void add_picture_options(CLI::App& command, RenderCall& call) {
+  RenderOptions& options = call.options;
+  command
+      .add_option("-o,--output", options.outputs, "NAME.png (one file a layer) or NAME.exr (all layers); repeatable")
+      ->required()
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+  add_view_options(command, options.view, call.camera, call.size);
+  command.add_option("--samples", options.samples, "Rays per pixel of beauty")
+      ->capture_default_str()
+      ->check(CLI::Range(1u, 65536u));
+  command.add_option("--layers", call.layers, "Any of " + list_layers())
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->capture_default_str()
+      ->type_name("LAYER,...");
+}
+
+void add_motion_options(CLI::App& command, RenderCall& call) {
+  RenderOptions& options = call.options;
+  command
+      .add_option("--frame", options.frame,
+                  "Show the scene at this frame; without it and a shutter, deforming meshes and hair are static")
+      ->type_name("F")
+      ->check(is_finite_number());
+  command
+      .add_option("--shutter", call.shutter,
+                  "Motion blur between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
+      ->type_name("OPEN,CLOSE");
+  command
+      .add_option("--motion-samples", options.motion_samples,
+                  "Samples of motion over the shutter, at least; without it, as many as look smooth")
+      ->check(CLI::Range(2u, 1024u))
+      ->type_name("N");
+}
+
+void read_layers(const std::vector<std::string>& names, RenderOptions& options) {
+  options.layers.clear();
+  for (const std::string& name : names) {
+    Layer layer;
+    if (!find_layer(name, layer)) throw UsageError("--layers: there is no layer '" + name + "'");
+    if (std::find(options.layers.begin(), options.layers.end(), layer) == options.layers.end())
+      options.layers.push_back(layer);
+  }
+}
+
+void read_shutter(const std::string& text, RenderOptions& options) {
+  const std::vector<double> values = parse_numbers(text, ',');
+  const bool valid =
+      values.size() == 2 && std::isfinite(values[0]) && std::isfinite(values[1]) && values[0] <= values[1];
+  if (!valid) throw UsageError("--shutter: '" + text + "' is not OPEN,CLOSE with OPEN not after CLOSE");
+  options.shutter = Shutter{values[0], values[1]};
+}
+
+void complete_render(RenderCall& call) {
+  RenderOptions& options = call.options;
+  read_size(call.size, options.width, options.height);
+  read_layers(call.layers, options);
+  if (!call.camera.empty()) options.camera = parse_camera(call.camera);
+  if (options.overview.find('/') != std::string::npos)
+    options.overview_camera = parse_camera(options.overview, "--overview");
+  if (!call.shutter.empty()) read_shutter(call.shutter, options);
+  for (const std::string& output : options.outputs) {
+    if (!output.ends_with(".png") && !output.ends_with(".exr"))
+      throw UsageError("-o: '" + output + "' ends neither in .png nor in .exr");
+  }
+}
+
+}  // namespace
+
+Subcommand add_render(CLI::App& app) {
+  const auto call = std::make_shared<RenderCall>();
+  RenderOptions& options = call->options;
+  CLI::App* command = app.add_subcommand("render", "Render the files, together, to PNG and EXR pictures");
+  command->add_option("FILE", options.files, get_file_help())->required();
+  add_picture_options(*command, *call);
+  add_motion_options(*command, *call);
+  command
+      ->add_option("--overview", options.overview,
+                   "See the layer parts from this view or camera instead, after the rays of the picture: parts that "
+                   "they have not built are gray")
+      ->check([](const std::string& text) { return text.find('/') == text.npos ? is_view()(text) : std::string(); })
+      ->type_name("VIEW|CAMERA");
+  command
+      ->add_option("--point-size", options.point_size,
+                   "Diameter of points in pixels; without it by their radius, or, if the file has none, as wide as "
+                   "closes the gaps between them: 1 to 6 pixels")
+      ->check(is_positive_number())
+      ->type_name("PX");
+  add_scene_options(*command, options);
+  command->add_flag("--floor", options.has_floor, "Stand the scene on an endless floor (beauty only)");
+  add_shape_options(*command, options.shapes);
+  add_displace_options(*command, options.displace);
+  add_common_options(*command, options, "Write a report as JSON; - is standard output");
+  command->footer(
+      "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
+      "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png\n"
+      "  vqgas render bunny.obj fur.hair --layers beauty,heat -o furry.png");
+  return {command, [call] { complete_render(*call); }, [call] { run_render(call->options); }};
+}
