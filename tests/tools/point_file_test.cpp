@@ -5,12 +5,14 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 
 #include "tools/run_program.h"
 #include "tools/vqgas/import/point_file.h"
 #include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/interrupt.h"
 
 namespace {
 
@@ -247,6 +249,31 @@ TEST(PointFile, memory_is_announced_and_limited_before_it_is_allocated) {
   std::filesystem::resize_file(path, std::filesystem::file_size(path) + 12 * count);
   if (sysconf(_SC_PHYS_PAGES) * sysconf(_SC_PAGESIZE) > 90l << 30) return;  // which would hold the points
   EXPECT_EQ(get_fault(path).substr(0, 35), "needs 48.00 GB for 4000000000 point") << get_fault(path);
+}
+
+TEST(PointFile, a_signal_ends_the_reading) {
+  constexpr std::size_t count = 300000;  // in several pieces
+  std::string lines;
+  for (std::size_t k = 0; k < count; ++k) lines += "1 2 3\n";
+  const std::string elements = "element vertex " + std::to_string(count) + "\n" + xyz_properties;
+  const TestFolder folder;
+  for (const auto& [name, bytes] : std::initializer_list<std::pair<std::string, std::string>>{
+           {"a.xyz", lines},
+           {"a.pts", std::to_string(count) + "\n" + lines},
+           {"text.ply", make_header("ascii", elements) + lines},
+           {"a.ply", make_header("binary_little_endian", elements) + std::string(12 * count, '\0')}}) {
+    folder.write(name, bytes);
+    const auto read_until_signal = [&] {
+      install_signal_handlers();
+      try {
+        read_points((folder.get_path() / name).string(), {nullptr, [](u64, u64) { std::raise(SIGTERM); }});
+      } catch (const Interrupted&) {
+        std::_Exit(report_interrupt());
+      }
+      std::_Exit(0);
+    };
+    EXPECT_EXIT(read_until_signal(), testing::ExitedWithCode(128 + SIGTERM), "^vqgas: interrupted\n$") << name;
+  }
 }
 
 TEST(PointFile, ply_files_with_faces_are_meshes) {
