@@ -255,6 +255,13 @@ TEST(VqgasPoints, info_counts_them_and_particles_move_with_their_object) {
   EXPECT_EQ(report["grid"]["built_before_beams"], 0);
   EXPECT_EQ(report["grid"]["built_after_beams"], report["grid"]["parts"]);
   EXPECT_GT(report["bytes_per_point"]["sum"], 12.0);
+  const ProgramResult mixed =
+      run_vqgas(folder.get_path(), {"info", "demo:snow", "--structure", "grid", "--json", "-", "--quiet"});
+  ASSERT_EQ(mixed.exit_code, 0) << mixed.err;
+  const auto clouds = nlohmann::json::parse(mixed.out)[0]["clouds"];
+  EXPECT_EQ(clouds.size(), 3u);
+  for (const auto& cloud : clouds)
+    EXPECT_EQ(cloud["grid"]["built_before_beams"], 0) << "the rays that build the meshes' parts come later";
   const ProgramResult empty = run_vqgas(folder.get_path(), {"info", "none.xyz"});
   EXPECT_EQ(empty.exit_code, 1);
   EXPECT_EQ(empty.err, "vqgas: none.xyz: holds no finite point\n");

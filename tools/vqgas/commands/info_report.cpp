@@ -43,55 +43,54 @@ void render_small_picture(const QueryScene& scene) {
   render_picture(scene, settings, nullptr, counts);
 }
 
-/// Of all clouds, in their order. Casts the beams.
-std::vector<CloudReport> examine_clouds(const QueryScene& scene) {
-  std::vector<CloudReport> reports;
-  for (const SceneCloud& cloud : scene.get_clouds()) {
-    const GasGridTree& grid = cloud.structure->get_grid();
-    const u64 bytes = cloud.structure->get_memory_size();
-    CloudReport& report = reports.emplace_back();
-    report.name = cloud.name;
-    report.points = cloud.get_count();
-    report.finite = cloud.finite_count;
-    report.has_colors = !cloud.colors.empty();
-    report.has_radii = cloud.has_radii;
-    report.bbox = cloud.structure->get_bbox();
-    report.grid = {grid.get_part_count(), grid.get_built_part_count(), 0, bytes, bytes};
+template <class Structure>
+GridReport begin_grid_report(const Structure& structure) {
+  const GasGridTree& grid = structure.get_grid();
+  return {grid.get_part_count(), grid.get_built_part_count(), 0, structure.get_memory_size(), 0};
+}
+
+template <class Structure>
+void complete_grid_report(const Structure& structure, GridReport& report) {
+  report.built_after = structure.get_grid().get_built_part_count();
+  report.bytes_after = structure.get_memory_size();
+}
+
+struct GridReports {
+  std::vector<std::optional<GridReport>> shapes;  ///< [shape] none for those without a grid
+  std::vector<GridReport> clouds;                 ///< [cloud]
+};
+
+/// Renders the picture, once for all: it builds parts of shapes and of clouds.
+GridReports examine_grids(const QueryScene& scene) {
+  GridReports reports;
+  bool has_grid = !scene.get_clouds().empty();
+  for (const SceneShape& shape : scene.get_shapes()) {
+    reports.shapes.emplace_back();
+    if (shape.grid == nullptr) continue;
+    has_grid = true;
+    reports.shapes.back() = begin_grid_report(*shape.grid);
   }
-  if (reports.empty()) return reports;
-  render_small_picture(scene);
-  for (std::size_t k = 0; k < reports.size(); ++k) {
-    const SceneCloud& cloud = scene.get_clouds()[k];
-    reports[k].grid.built_after = cloud.structure->get_grid().get_built_part_count();
-    reports[k].grid.bytes_after = cloud.structure->get_memory_size();
-    reports[k].arrays = {{"positions and radii", cloud.particles->get_memory_size()},
-                         {"colors", cloud.get_color_bytes()},
-                         {"structure", cloud.structure->get_memory_size()}};
-  }
+  for (const SceneCloud& cloud : scene.get_clouds()) reports.clouds.push_back(begin_grid_report(*cloud.structure));
+  if (has_grid) render_small_picture(scene);
+  for (std::size_t k = 0; k < reports.shapes.size(); ++k)
+    if (reports.shapes[k]) complete_grid_report(*scene.get_shapes()[k].grid, *reports.shapes[k]);
+  for (std::size_t k = 0; k < reports.clouds.size(); ++k)
+    complete_grid_report(*scene.get_clouds()[k].structure, reports.clouds[k]);
   return reports;
 }
 
-/// Of all shapes, in their order; none for those without a grid. Shoots the rays.
-std::vector<std::optional<GridReport>> examine_grids(const QueryScene& scene) {
-  std::vector<std::optional<GridReport>> reports;
-  bool has_grid = false;
-  for (const SceneShape& shape : scene.get_shapes()) {
-    reports.emplace_back();
-    if (shape.grid == nullptr) continue;
-    has_grid = true;
-    const GasGridTree& grid = shape.grid->get_grid();
-    const u64 bytes = shape.grid->get_memory_size();
-    reports.back() = {grid.get_part_count(), grid.get_built_part_count(), 0, bytes, bytes};
-  }
-  if (!has_grid) return reports;
-  render_small_picture(scene);
-  for (std::size_t k = 0; k < reports.size(); ++k) {
-    if (!reports[k]) continue;
-    const GasGeometry& structure = *scene.get_shapes()[k].grid;
-    reports[k]->built_after = structure.get_grid().get_built_part_count();
-    reports[k]->bytes_after = structure.get_memory_size();
-  }
-  return reports;
+/// After the beams.
+CloudReport make_cloud_report(const SceneCloud& cloud, const GridReport& grid) {
+  return {cloud.name,
+          cloud.get_count(),
+          cloud.finite_count,
+          !cloud.colors.empty(),
+          cloud.has_radii,
+          grid,
+          {{"positions and radii", cloud.particles->get_memory_size()},
+           {"colors", cloud.get_color_bytes()},
+           {"structure", cloud.structure->get_memory_size()}},
+          cloud.structure->get_bbox()};
 }
 
 ShapeReport make_shape_report(const SceneShape& shape) {
@@ -223,13 +222,14 @@ SceneReport make_scene_report(const std::string& file, const QueryScene& scene, 
   report.threads = scene.get_application().get_thread_count();
   report.stages = std::move(stages);
   report.build_seconds = scene.get_build_seconds();
-  const std::vector<std::optional<GridReport>> grids = examine_grids(scene);
+  const GridReports grids = examine_grids(scene);
   for (const SceneShape& shape : scene.get_shapes()) {
     throw_if_interrupted();
     report.shapes.push_back(make_shape_report(shape));
-    report.shapes.back().grid = grids[report.shapes.size() - 1];
+    report.shapes.back().grid = grids.shapes[report.shapes.size() - 1];
   }
-  report.clouds = examine_clouds(scene);
+  for (std::size_t k = 0; k < grids.clouds.size(); ++k)
+    report.clouds.push_back(make_cloud_report(scene.get_clouds()[k], grids.clouds[k]));
   SceneExaminer examiner(scene, report);
   report.whole = examiner.examine(scene.get_objects().objects, *scene.get_objects().tree);
   for (uint k = 0; k < report.whole.objects.size(); ++k) report.whole.objects[k].is_moving |= scene.is_animated(k);
