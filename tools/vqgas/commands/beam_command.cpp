@@ -1,8 +1,4 @@
-#include <unistd.h>
-
-#include <iostream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 
 #include "tools/vqgas/commands/beam_input.h"
 #include "tools/vqgas/commands/command_line.h"
@@ -10,7 +6,7 @@
 #include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
-#include "tools/vqgas/support/input_file.h"
+#include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/parallel.h"
 #include "tools/vqgas/support/progress_display.h"
@@ -21,12 +17,7 @@ std::vector<GeometryRayFrustumBeam> get_beams(const BeamOptions& options) {
   const auto parse = [&](const std::string& text, GeometryRayFrustumBeam& beam) {
     return parse_beam(text, options.is_parallel, beam);
   };
-  std::vector<GeometryRayFrustumBeam> beams(options.beams.size());
-  for (std::size_t k = 0; k < beams.size(); ++k) parse(options.beams[k], beams[k]);
-  if (!beams.empty()) return beams;
-  if (isatty(STDIN_FILENO) && !options.quiet) std::cerr << "Reading beams from the terminal, one a line:\n";
-  std::istringstream lines(read_standard_input());
-  return read_query_lines<GeometryRayFrustumBeam>(lines, "standard input", beam_form, parse);
+  return get_queries<GeometryRayFrustumBeam>(options.beams, "beams", options.quiet, beam_form, parse);
 }
 
 std::vector<GeometryRayFrustumRecord> cast(const QueryScene& scene, const std::vector<GeometryRayFrustumBeam>& beams,
@@ -94,11 +85,7 @@ void run_beam(const BeamOptions& options) {
                          options.frame);
   if (!options.quiet) messages.release();
   const std::vector<GeometryRayFrustumRecord> records = cast(scene, beams, options.edge);
-  const bool is_json_printed = options.as_json || options.json == "-";
-  if (!options.json.empty() || is_json_printed) {
-    const std::string text = print_json(options, scene, records);
-    if (!options.json.empty() && options.json != "-") write_text_file(options.json, text);
-    if (is_json_printed) write_text_file("-", text);
-  }
-  if (!is_json_printed) write_text_file("-", print_csv(scene, records));
+  write_answers(
+      options.json, options.as_json, [&] { return print_json(options, scene, records); },
+      [&] { return print_csv(scene, records); });
 }

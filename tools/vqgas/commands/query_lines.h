@@ -1,14 +1,19 @@
 // tools/vqgas/commands/query_lines.h
 //
-// Rays and beams as text, one a line.
+// Rays and beams as text, of the command line or one a line, and where the answers go.
 #pragma once
-#include <istream>
+#include <unistd.h>
+
+#include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/number_list.h"
+#include "tools/vqgas/support/output_file.h"
 
 /// Reads one query a line. Skips blank lines, lines that begin with # and a first line of column names. Throws
 /// InputError with the number of the line that cannot be parsed, Interrupted after a signal.
@@ -33,4 +38,31 @@ std::vector<Query> read_query_lines(std::istream& input, const std::string& name
     is_first = false;
   }
   return queries;
+}
+
+/// The queries of the command line, else those of standard input.
+/// @param texts  of the command line; `parse` takes each
+/// @param kind   of the queries, for the user at a terminal
+template <class Query, class Parse>
+std::vector<Query> get_queries(const std::vector<std::string>& texts, const std::string& kind, bool is_quiet,
+                               const std::string& form, const Parse& parse) {
+  std::vector<Query> queries(texts.size());
+  for (std::size_t k = 0; k < queries.size(); ++k) parse(texts[k], queries[k]);
+  if (!queries.empty()) return queries;
+  if (isatty(STDIN_FILENO) && !is_quiet) std::cerr << "Reading " << kind << " from the terminal, one a line:\n";
+  std::istringstream lines(read_standard_input());
+  return read_query_lines<Query>(lines, "standard input", form, parse);
+}
+
+/// Writes JSON to the file `path` if there is one, and JSON or CSV to standard output.
+/// @param print_json, print_csv  std::string(); called at most once
+template <class PrintJson, class PrintCsv>
+void write_answers(const std::string& path, bool as_json, const PrintJson& print_json, const PrintCsv& print_csv) {
+  const bool is_json_printed = as_json || path == "-";
+  if (!path.empty() || is_json_printed) {
+    const std::string text = print_json();
+    if (!path.empty() && path != "-") write_text_file(path, text);
+    if (is_json_printed) write_text_file("-", text);
+  }
+  if (!is_json_printed) write_text_file("-", print_csv());
 }

@@ -1,28 +1,21 @@
 // tools/vqgas/commands/trace_command.cpp
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <limits>
-#include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <tuple>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/commands/trace_rays.h"
 #include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
-#include "tools/vqgas/support/input_error.h"
-#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/parallel.h"
 #include "tools/vqgas/support/progress_display.h"
-#include "vq_sys/sys_thread_task.h"
-#include "vq_sys/sys_thread_task_manager.h"
 
 namespace {
 
@@ -35,72 +28,58 @@ struct TraceHit {
   const ModuleSceneObject* object = nullptr;  // innermost
 };
 
-/// Traces consecutive rays as a packet. Sorts hits by ray, then distance, then path and primitive.
-class TraceTask final : public SysThreadTask {
- public:
-  TraceTask(const QueryScene& scene, const std::vector<TraceRay>& rays, std::size_t first, std::size_t count, bool all)
-      : scene_(scene), rays_(rays), first_(first), count_(count), all_(all) {
-    flags = counted | for_waiter;
-  }
+TraceHit make_hit(const QueryScene& scene, const TraceRay& ray, uint number, const SceneHit& found) {
+  TraceHit hit;
+  hit.ray = number;
+  hit.primitive = found.get_primitive();
+  hit.group = found.get_group();
+  hit.hit = *found.record;
+  hit.point = scene.get_surface_point(found, ray.time);
+  for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
+  if (const std::optional<uint> instance = found.get_instance()) hit.path.push_back(*instance);
+  hit.object = found.path.back().object;
+  return hit;
+}
 
-  void run(const uint&) override {
-    if (is_interrupted()) return;
-    CtxShader shader;
-    scene_.prepare(shader);
-    GeometryRayPacket packet;
-    packet.resize(static_cast<uint>(count_));
-    for (uint k = 0; k < count_; ++k) {
-      const TraceRay& ray = rays_[first_ + k];
-      packet.set_ray(k, ray.origin, ray.direction, ray.tnear, ray.tfar, ray.time);
-    }
-    if (all_) {
-      scene_.find_all(shader, packet);
-      for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, scene_.get_hit(packet, hit.hit));
-    } else {
-      scene_.find_nearest(shader, packet);
-      for (uint k = 0; k < count_; ++k) {
-        if (const std::optional<SceneHit> hit = scene_.get_nearest(packet, k)) add(k, *hit);
-      }
-    }
-    std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
-      if (a.ray != b.ray) return a.ray < b.ray;
-      if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
-      return std::tie(a.path, a.primitive, a.hit.part) < std::tie(b.path, b.primitive, b.hit.part);
-    });
+/// Traces the rays [first, end) as a packet. The hits are sorted by ray, then distance, then path and primitive.
+std::vector<TraceHit> trace_packet(const QueryScene& scene, const std::vector<TraceRay>& rays, uint first, uint end,
+                                   bool all) {
+  CtxShader shader;
+  scene.prepare(shader);
+  GeometryRayPacket packet;
+  packet.resize(end - first);
+  for (uint k = 0; k < end - first; ++k) {
+    const TraceRay& ray = rays[first + k];
+    packet.set_ray(k, ray.origin, ray.direction, ray.tnear, ray.tfar, ray.time);
   }
-
   std::vector<TraceHit> hits;
-
- private:
-  void add(uint ray, const SceneHit& found) {
-    TraceHit& hit = hits.emplace_back();
-    hit.ray = static_cast<uint>(first_) + ray;
-    hit.primitive = found.get_primitive();
-    hit.group = found.get_group();
-    hit.hit = *found.record;
-    hit.point = scene_.get_surface_point(found, rays_[first_ + ray].time);
-    for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
-    if (const std::optional<uint> instance = found.get_instance()) hit.path.push_back(*instance);
-    hit.object = found.path.back().object;
+  const auto add = [&](uint k, const SceneHit& found) {
+    hits.push_back(make_hit(scene, rays[first + k], first + k, found));
+  };
+  if (all) {
+    scene.find_all(shader, packet);
+    for (const GeometryHit& hit : packet.get_hits().get_hits()) add(hit.ray, scene.get_hit(packet, hit.hit));
+  } else {
+    scene.find_nearest(shader, packet);
+    for (uint k = 0; k < end - first; ++k) {
+      if (const std::optional<SceneHit> hit = scene.get_nearest(packet, k)) add(k, *hit);
+    }
   }
-
-  const QueryScene& scene_;
-  const std::vector<TraceRay>& rays_;
-  const std::size_t first_, count_;
-  const bool all_;
-};
+  std::sort(hits.begin(), hits.end(), [](const TraceHit& a, const TraceHit& b) {
+    if (a.ray != b.ray) return a.ray < b.ray;
+    if (a.hit.distance != b.hit.distance) return a.hit.distance < b.hit.distance;
+    return std::tie(a.path, a.primitive, a.hit.part) < std::tie(b.path, b.primitive, b.hit.part);
+  });
+  return hits;
+}
 
 std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>& rays, bool all) {
-  constexpr std::size_t packet_size = 4096;
-  std::vector<std::unique_ptr<TraceTask>> tasks;
-  for (std::size_t first = 0; first < rays.size(); first += packet_size)
-    tasks.push_back(std::make_unique<TraceTask>(scene, rays, first, std::min(packet_size, rays.size() - first), all));
-  SysThreadTaskManager group(scene.get_application().get_thread_manager());
-  for (const auto& task : tasks) group.add_task(task.get());
-  group.wait_until_completed(true);
-  throw_if_interrupted();
+  constexpr uint packet_size = 4096;
+  std::vector<std::vector<TraceHit>> packets(rays.size() / packet_size + 1);
+  run_slices(&scene.get_application(), static_cast<uint>(rays.size()), packet_size,
+             [&](uint first, uint end) { packets[first / packet_size] = trace_packet(scene, rays, first, end, all); });
   std::vector<TraceHit> hits;
-  for (const auto& task : tasks) hits.insert(hits.end(), task->hits.begin(), task->hits.end());
+  for (const std::vector<TraceHit>& packet : packets) hits.insert(hits.end(), packet.begin(), packet.end());
   return hits;
 }
 
@@ -155,15 +134,6 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
   return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
-std::vector<TraceRay> get_rays(const TraceOptions& options) {
-  std::vector<TraceRay> rays(options.rays.size());
-  for (std::size_t k = 0; k < rays.size(); ++k) parse_trace_ray(options.rays[k], rays[k]);
-  if (!rays.empty()) return rays;
-  if (isatty(STDIN_FILENO) && !options.quiet) std::cerr << "Reading rays from the terminal, one a line:\n";
-  std::istringstream lines(read_standard_input());
-  return read_trace_rays(lines, "standard input");
-}
-
 /// From the earliest to the latest time of the rays, with eight samples a frame.
 SceneTimes get_times(const std::vector<TraceRay>& rays, double frames_per_second) {
   constexpr double samples_per_frame = 8.0, most_samples = 128.0;
@@ -190,7 +160,8 @@ void run_trace(const TraceOptions& options) {
   std::vector<std::string> inputs = list_inputs(options, {options.file});
   if (options.rays.empty()) inputs.push_back("-");
   check_outputs({options.json}, inputs);
-  const std::vector<TraceRay> rays = get_rays(options);
+  const std::vector<TraceRay> rays =
+      get_queries<TraceRay>(options.rays, "rays", options.quiet, trace_ray_form, parse_trace_ray);
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, is_progress_visible(options.quiet));
   HeldMessages messages;
@@ -206,11 +177,7 @@ void run_trace(const TraceOptions& options) {
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   if (has_times) scene.set_shutter(times);
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
-  const bool is_json_printed = options.as_json || options.json == "-";
-  if (!options.json.empty() || is_json_printed) {
-    const std::string text = print_json(options.file, scene, hits, rays.size());
-    if (!options.json.empty() && options.json != "-") write_text_file(options.json, text);
-    if (is_json_printed) write_text_file("-", text);
-  }
-  if (!is_json_printed) write_text_file("-", print_csv(hits, rays.size()));
+  write_answers(
+      options.json, options.as_json, [&] { return print_json(options.file, scene, hits, rays.size()); },
+      [&] { return print_csv(hits, rays.size()); });
 }

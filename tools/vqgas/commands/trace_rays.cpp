@@ -1,6 +1,5 @@
 #include "tools/vqgas/commands/trace_rays.h"
 
-#include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/number_list.h"
 
@@ -21,8 +20,4 @@ void check_trace_rays(const std::vector<std::string>& texts) {
   for (const std::string& text : texts) {
     if (!parse_trace_ray(text, ray)) throw UsageError("--ray: '" + text + "' is not " + trace_ray_form);
   }
-}
-
-std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& name) {
-  return read_query_lines<TraceRay>(input, name, trace_ray_form, parse_trace_ray);
 }

@@ -1,6 +1,5 @@
 // tools/vqgas/commands/trace_rays.h
 #pragma once
-#include <istream>
 #include <string>
 #include <vector>
 
@@ -21,5 +20,3 @@ struct TraceRay {
 bool parse_trace_ray(const std::string& text, TraceRay& ray);
 /// Throws UsageError when a ray of the command line cannot be parsed.
 void check_trace_rays(const std::vector<std::string>& texts);
-/// Reads one ray a line, as read_query_lines().
-std::vector<TraceRay> read_trace_rays(std::istream& input, const std::string& name);
