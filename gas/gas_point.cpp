@@ -6,6 +6,7 @@
 #include "gas/frame/gas_guard.h"
 #include "gas/frame/gas_rebuild.h"
 #include "vq_app_base/app_progress_scope.h"
+#include "vq_ctx/ctx_eval.h"
 #include "vq_event/event_declare.h"
 #include "vq_event/event_table.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -124,10 +125,13 @@ GMathBbox3<double> GasPoint::get_bbox() const { return GMathBbox3<double>(grid.g
 
 u64 GasPoint::get_memory_size() const { return sizeof(GasPoint) - sizeof(GasGridTree) + grid.get_memory_size(); }
 
-void GasPoint::get_leaf_bboxes(const ParticleCloud* cloud, const CtxEval& /*ctx*/, const unsigned int& count,
+void GasPoint::get_leaf_bboxes(const ParticleCloud* cloud, const CtxEval& ctx, const unsigned int& count,
                                const unsigned int* leaves, GMathBbox3<float>* out) {
   const GeometryPointCloud* points = cloud->get_point_cloud();
-  for (uint k = 0; k < count; ++k) out[k].min = out[k].max = points->get_position(leaves[k]);
+  for (uint k = 0; k < count; ++k) {
+    gas_check_stop(ctx.get_application(), k);
+    out[k].min = out[k].max = points->get_position(leaves[k]);
+  }
 }
 
 void GasPoint::frustum_hit_callback(const GasObject* object, const CtxEval& ctx, CtxShader& shader,

@@ -43,7 +43,7 @@ class GasPoint : public GasObject {
   /// For reports and tests.
   const GasGridTree& get_grid() const { return grid; }
 
-  /// Writes the boxes of the points `leaves`. Thread-safe.
+  /// Writes the boxes of the points `leaves`. Thread-safe. Throws AppStopped.
   static void get_leaf_bboxes(const ParticleCloud* cloud, const CtxEval& ctx, const unsigned int& count,
                               const unsigned int* leaves, GMathBbox3<float>* out);
 

@@ -106,7 +106,7 @@ void GasGridTree::create(const CoreVector<GMathBbox3<float>>& boxes, const uint&
 
 void GasGridTree::sort_into_parts(const CoreVector<GMathBbox3<float>>& boxes, uint resolution, AppProgressBar* progress,
                                   const AppBase* app) {
-  CoreVector<uint> placed = gas_list_placed(boxes);
+  CoreVector<uint> placed = gas_list_placed(boxes, app);
   const AppProgressScope stage(progress, "Build grid", 1.0, 3);
   const std::vector<GasGridCell> cells =
       gas_sort_into_cells(boxes, placed.get_items(), placed.get_count(), resolution, app);

@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 
+#include "vq_app_base/app_base.h"
 #include "vq_gas_base/gas_tree_query.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 
@@ -50,10 +51,12 @@ class GasExtentRay {
 
 }  // namespace
 
-CoreVector<uint> gas_list_placed(const CoreVector<GMathBbox3<float>>& boxes) {
+CoreVector<uint> gas_list_placed(const CoreVector<GMathBbox3<float>>& boxes, const AppBase* app) {
+  constexpr uint stop_interval = 65536;
   CoreVector<uint> placed;
-  if (!placed.reserve(boxes.get_count())) throw std::bad_alloc();
+  if (boxes.get_count() >= GasBinaryRef::node_flag || !placed.reserve(boxes.get_count())) throw std::bad_alloc();
   for (uint item = 0; item < boxes.get_count(); ++item) {
+    if (app != nullptr && item % stop_interval == 0) app->check_stop();
     const GMathBbox3<float>& box = boxes[item];
     if (box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z) placed.add(item);
   }
@@ -83,7 +86,7 @@ GasTree& GasTree::operator=(const GasTree& other) {
 
 void GasTree::create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app) {
   clear();
-  CoreVector<uint> order = gas_list_placed(boxes);
+  CoreVector<uint> order = gas_list_placed(boxes, app);
   tree.build({boxes.get_items(), order.get_items(), order.get_count(), 1, app, progress});
   tree.name_items(order.get_items());
 }

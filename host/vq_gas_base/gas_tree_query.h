@@ -71,5 +71,7 @@ inline GasBinaryPlace gas_find_frustum_start(const GasBinaryTree& tree, const Ge
   return tree.find_cluster(is_all ? 0 : query.cluster);
 }
 
-/// The items that get a leaf: those whose box is neither NaN nor inverted. Throws std::bad_alloc.
-CoreVector<uint> gas_list_placed(const CoreVector<GMathBbox3<float>>& boxes);
+/// The items that get a leaf: those whose box is neither NaN nor inverted. Throws std::bad_alloc, also when there are
+/// more items than a GasBinaryRef can count, and AppStopped.
+/// @param app  is checked for stop requests; or null
+CoreVector<uint> gas_list_placed(const CoreVector<GMathBbox3<float>>& boxes, const AppBase* app);
