@@ -278,17 +278,16 @@ void GasGridTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFru
                               const bool& /*motion*/) const {
   const GasTreeLeaf<GeometryFrustumCtx>& primitive =
       callbacks_.frustum.function != nullptr ? callbacks_.frustum : frustum_leaf;
-  if (primitive.function == nullptr && items_callbacks_.frustum == nullptr) return;
+  const auto items_callback = tests_items_ ? items_callbacks_.frustum : nullptr;
   const GasBinaryPlace start = gas_find_frustum_start(tree, query);
+  if (!start.exists() || (primitive.function == nullptr && items_callback == nullptr)) return;
   const GasFrustumPlanes planes(query, tree.get_bbox());
   const bool is_any = query.mode == static_cast<uint>(GeometryFrustumMode::any);
   const auto visit = [&](const GasGridItems& items) {
-    if (tests_items_ && items_callbacks_.frustum != nullptr)
-      return items_callbacks_.frustum(items_callbacks_.user, items, ctx, shader, query);
+    if (items_callback != nullptr) return items_callback(items_callbacks_.user, items, ctx, shader, query);
     for (uint k = 0; k < items.count && !(is_any && query.result.finished != 0); ++k)
       primitive.function(primitive.user, items.numbers[k], ctx, shader, query);
   };
-  if (!start.exists()) return;
   const auto is_reached = [&](const GMathBbox3<float>& box) { return !gas_is_left_out(query, query.classify(box)); };
   const auto visit_leaf = [&](const GasGridPart& part, const GasFrustumEntry& leaf) {
     const GasGridItems items = get_items(part, leaf.ref);
@@ -318,7 +317,8 @@ void GasGridTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFru
 
 void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRayFrustumCtx& query,
                                   const bool& /*motion*/) const {
-  if (ray_frustum_leaf.function == nullptr && items_callbacks_.ray_frustum == nullptr) return;
+  const auto items_callback = tests_items_ ? items_callbacks_.ray_frustum : nullptr;
+  if (ray_frustum_leaf.function == nullptr && items_callback == nullptr) return;
   const GasBeamPlanes beam(query.get_beam(), tree.get_bbox());
   float limit = beam.get_distance(query.get_tfar()), first;
   const auto find_reached = [&](const GMathVec3<float>* points) {
@@ -326,8 +326,7 @@ void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, Geometr
   };
   const auto is_reached = [&](const GMathBbox3<float>& box) { return beam.touches(box, limit, first); };
   const auto visit = [&](const GasGridItems& items) {
-    if (items_callbacks_.ray_frustum != nullptr)
-      return items_callbacks_.ray_frustum(items_callbacks_.user, items, ctx, shader, query);
+    if (items_callback != nullptr) return items_callback(items_callbacks_.user, items, ctx, shader, query);
     for (uint k = 0; k < items.count; ++k)
       ray_frustum_leaf.function(ray_frustum_leaf.user, items.numbers[k], ctx, shader, query);
   };
@@ -335,7 +334,8 @@ void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, Geometr
     const GasGridPart* part = open_part(ctx, top.index);
     if (part == nullptr) return;
     gas_walk_beam(part->tree, part->tree.get_root(), beam, limit, query, [&](const GasBinaryRef& leaf) {
-      visit_reached(get_items(*part, leaf), find_reached, is_reached, visit);
+      const GasGridItems items = get_items(*part, leaf);
+      tests_items_ ? visit_reached(items, find_reached, is_reached, visit) : visit(items);
     });
   });
 }

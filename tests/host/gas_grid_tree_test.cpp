@@ -55,7 +55,7 @@ TEST(GasGridTree, builds_a_part_at_its_first_visit_once) {
   EXPECT_GT(reported, unbuilt_size);
 }
 
-TEST(GasGridTree, nearest_and_all_hits_have_callbacks_of_their_own) {
+TEST(GasGridTree, nearest_and_all_hits_have_callbacks_of_their_own_and_beams_reach_primitives) {
   Probe probe(make_box_scene(BoxKind::uniform, 200, 1), Probe::Form::grid);
   GasGridCallbacks callbacks;
   callbacks.ray.function = [](void*, const uint&, const CtxEval&, CtxShader&, GeometryRaytraceCtx&) {};
@@ -66,6 +66,19 @@ TEST(GasGridTree, nearest_and_all_hits_have_callbacks_of_their_own) {
   BoxQuery nearest({ray});
   probe.grid.ray_hit_nearest(probe.world.ctx, probe.world.shader, nearest.packet.begin_nearest(probe.world.shading));
   EXPECT_FALSE(probe.visited.empty());
+
+  uint beam_count = 0;
+  probe.grid.set_items_callbacks(
+      nullptr, [](void*, const GasGridItems&, const CtxEval&, CtxShader&, auto&) {}, nullptr);
+  probe.grid.set_ray_frustum_leaf([](void* count, const uint&, const CtxEval&, CtxShader&,
+                                     GeometryRayFrustumCtx&) { ++*static_cast<uint*>(count); },
+                                  &beam_count);
+  GeometryRayFrustumBeam beam;  // without a direction: it leaves nothing out
+  GeometryRayFrustumRecord record;
+  GeometryRayFrustumCtx query;
+  query.begin(&beam, &record, 1);
+  probe.grid.ray_frustum_hit(probe.world.ctx, probe.world.shader, query);
+  EXPECT_EQ(beam_count, 200u) << "primitives test themselves";
 }
 
 TEST(GasGridTree, has_about_as_many_parts_as_requested) {
