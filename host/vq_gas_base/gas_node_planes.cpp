@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 GasNodePlane::GasNodePlane(const GMathVec3<double>& normal, double offset, const GMathBbox3<float>& bounds) {
   double magnitude = std::fabs(offset);
@@ -10,8 +11,9 @@ GasNodePlane::GasNodePlane(const GMathVec3<double>& normal, double offset, const
     is_negative_[k] = normal[k] > 0.0 ? 0 : 1;
     magnitude += std::fabs(normal[k]) * std::max(std::fabs(bounds.min[k]), std::fabs(bounds.max[k]));
   }
-  // Each coefficient, product and sum is wrong by 2^-24, and no value passes more than eight of them.
-  const double error = magnitude * 0x1p-21;
+  // Each coefficient, product and sum is wrong by 2^-24, and no value passes more than eight of them. A value below
+  // 2^-126 may also become 0. Above 2^126, where a sum may overflow, every value counts as unsure.
+  const double error = magnitude < 0x1p126 ? magnitude * 0x1p-21 + 0x1p-120 : std::numeric_limits<double>::infinity();
   low_offset_ = static_cast<float>(offset - error);
   high_offset_ = static_cast<float>(offset + error);
   offset_ = SimdF(low_offset_, low_offset_, high_offset_, high_offset_);

@@ -176,6 +176,22 @@ TEST(GasPoint, finds_what_a_loop_over_all_points_finds) {
   }
 }
 
+TEST(GasPoint, planes_and_points_have_any_size_that_a_float_has) {
+  RandomValues random(9);
+  for (const double size : {5e-44, 1e-37, 3e38}) {
+    Positions points;
+    for (uint k = 0; k < 500; ++k) points.emplace_back(random.get_vec() * size);
+    PointScene scene(points);
+    for (uint k = 0; k < 60; ++k) {
+      GeometryFrustumCtx query;
+      query.add_plane({random.get_vec() * size, random.get_vec()});
+      query.add_plane({random.get_vec() * size, random.get_vec() * size});
+      const auto is_inside = [&](const OraclePoint& point) { return query.contains(point.position); };
+      EXPECT_EQ(scene.find(query, scene.structure).size(), std::ranges::count_if(scene.points, is_inside)) << size;
+    }
+  }
+}
+
 TEST(GasPoint, borders_and_ends_belong_to_a_beam_as_far_as_they_are_defined) {
   const auto find = [](const Vec& center, const Vec& middle, const GMathVec3<float>& point, double edge, double tnear,
                        double tfar) {
