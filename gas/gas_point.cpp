@@ -1,7 +1,7 @@
 #include "gas/gas_point.h"
 
 #include <algorithm>
-#include <limits>
+#include <cmath>
 
 #include "gas/frame/gas_guard.h"
 #include "gas/frame/gas_rebuild.h"
@@ -78,14 +78,15 @@ void GasPoint::create(const AppBase& app, const CtxEval& ctx, const ParticleClou
                       AppProgressBar* progress) {
   grid.clear();
   cloud = new_cloud;
-  points = cloud != nullptr ? cloud->get_point_cloud() : nullptr;
   gas_rebuild(
       "GasPoint.create", [&] { build(app, ctx, progress); }, [&] { clear(); });
   memory_account.reset(get_memory_size());
 }
 
 void GasPoint::build(const AppBase& app, const CtxEval& ctx, AppProgressBar* progress) {
-  point_count = points != nullptr ? std::min(cloud->get_point_count(app, ctx), points->get_count()) : 0;
+  point_count = cloud != nullptr ? cloud->get_point_count(app, ctx) : 0;  // before the points: it may compute them
+  points = point_count > 0 ? cloud->get_point_cloud() : nullptr;
+  point_count = points != nullptr ? std::min(point_count, points->get_count()) : 0;
   if (point_count == 0) return;
   uint left_out = 0;
   {

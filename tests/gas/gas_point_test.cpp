@@ -40,12 +40,17 @@ Positions make_points(PointKind kind, uint count, uint seed) {
   return points;
 }
 
-/// Reports at most some of its points.
+/// Reports at most some of its points, and has none before their number was requested.
 struct LimitedCloud : ParticleCloud {
-  uint get_point_count(const AppBase& app, const CtxEval& ctx) const override {
-    return std::min(limit, ParticleCloud::get_point_count(app, ctx));
+  uint get_point_count(const AppBase&, const CtxEval&) const override {
+    has_points = true;
+    return std::min(limit, get_point_cloud()->get_count());
+  }
+  const GeometryPointCloud* get_point_cloud() const override {
+    return has_points ? ParticleCloud::get_point_cloud() : nullptr;
   }
   uint limit = core_invalid_index;
+  mutable bool has_points = false;
 };
 
 /// Points with a structure over them.
