@@ -17,7 +17,8 @@
 
 class AppBase;
 
-/// Input of ParticleCloud::create(). Coordinates and radii may be NaN or infinite: such particles are never found.
+/// Input of ParticleCloud::create(). Coordinates and radii may be NaN or infinite: such particles are never found; as
+/// points, those with such radii are.
 struct ParticleData {
   std::vector<GMathVec3<float>> positions;  ///< at rest
   std::vector<float> radii;                 ///< one per particle; one: for all; none: 0. Negative ones become 0
@@ -42,8 +43,8 @@ class ParticleCloud : public GeometryObject {
   /// @return false, with one sentence in `error` and the cloud unchanged, when sizes disagree
   bool create(ParticleData&& data, CoreString& error);
 
-  /// The number of points that a point structure indexes: at most that of get_point_cloud(). A cloud that computes its
-  /// points when they are needed overrides both. Neither may change while a structure uses the cloud.
+  /// The number of points that a point structure indexes: at most that of get_point_cloud(), which it calls next. A
+  /// cloud that computes its points when they are needed overrides both. Neither may change while a structure uses it.
   virtual uint get_point_count(const AppBase& app, const CtxEval& ctx) const;
   const GeometryPointCloud* get_point_cloud() const override { return &point_cloud_; }
   /// `particle` below get_primitive_count().
