@@ -1,6 +1,8 @@
 #include "gas/gas_particle_tree.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "gas/frame/gas_rebuild.h"
 #include "gas/frame/gas_tasks.h"

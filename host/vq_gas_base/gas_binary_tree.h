@@ -14,8 +14,6 @@
 // Built by gas_binary_tree_build.cpp with the surface area heuristic, or by gas_binary_tree_codes.cpp along a
 // space-filling curve. Walked by gas_binary_walk.h.
 #pragma once
-#include <span>
-
 #include "vq_core/core_array.h"
 #include "vq_core/core_memory.h"
 #include "vq_gmath/gmath_bbox.h"
