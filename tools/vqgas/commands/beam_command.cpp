@@ -1,7 +1,7 @@
-#include <nlohmann/json.hpp>
 
 #include "tools/vqgas/commands/beam_input.h"
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_load.h"
@@ -67,7 +67,7 @@ std::string print_json(const BeamOptions& options, const QueryScene& scene,
     added["weight"] = records[beam].weight;
     added["position"] = {point->position.x, point->position.y, point->position.z};
   }
-  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return print_json_text(report);
 }
 
 }  // namespace

@@ -2,9 +2,9 @@
 #include <chrono>
 #include <cstdio>
 #include <new>
-#include <nlohmann/json.hpp>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/hair_file.h"
 #include "tools/vqgas/scene/scene_flatten.h"
 #include "tools/vqgas/source/groom.h"
@@ -64,7 +64,7 @@ void run_groom(const GroomOptions& options) {
                                            {"strands", settings.curves}, {"segments", segments},
                                            {"area", surface.get_area()}, {"diagonal", surface.get_diagonal()},
                                            {"seconds", seconds}};
-    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;
   std::printf("%s\n%llu strands, %llu segments in %.2f s on %u threads; the mesh's area is %g, its diagonal %g\n",

@@ -1,8 +1,7 @@
 // tools/vqgas/commands/info_command.cpp
-#include <nlohmann/json.hpp>
-
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/info_report.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
@@ -38,6 +37,5 @@ void run_info(const InfoOptions& options) {
     print_report(report);
     flush_standard_output();
   }
-  if (!options.json.empty())
-    write_text_file(options.json, json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+  if (!options.json.empty()) write_text_file(options.json, print_json_text(json));
 }

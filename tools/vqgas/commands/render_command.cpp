@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <numeric>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/image/image_exr.h"
 #include "tools/vqgas/image/layer_display.h"
 #include "tools/vqgas/render/grid_parts.h"
@@ -230,7 +230,7 @@ void run_render(const RenderOptions& options) {
   write_pictures(files, result.picture, scene);
   if (!options.json.empty()) {
     const nlohmann::ordered_json report = make_report(options, times, scene, result, files);
-    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;
   throw_if_interrupted();

@@ -3,9 +3,9 @@
 #include <cmath>
 #include <cstdio>
 #include <new>
-#include <nlohmann/json.hpp>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/scatter_file.h"
 #include "tools/vqgas/scene/scene_flatten.h"
 #include "tools/vqgas/scene/scene_scatter.h"
@@ -77,7 +77,7 @@ void run_scatter(const ScatterOptions& options) {
     const nlohmann::ordered_json report = {{"ground", options.ground},   {"geometries", options.geometries},
                                            {"written", options.output},  {"instances", count},
                                            {"area", surface.get_area()}, {"seconds", seconds}};
-    write_text_file(options.json, report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;
   std::printf("%s\n%u instances in %.2f s; the ground's area is %g\n", options.output.c_str(), count, seconds,

@@ -1,9 +1,9 @@
 // tools/vqgas/commands/select_command.cpp
 #include <algorithm>
 #include <limits>
-#include <nlohmann/json.hpp>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/render/select_picture.h"
@@ -74,7 +74,7 @@ std::string print_json(const SelectOptions& options, const QueryScene& scene, co
     report["points"].push_back({{"object", point.object},
                                 {"point", point.point},
                                 {"position", {point.position.x, point.position.y, point.position.z}}});
-  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return print_json_text(report);
 }
 
 PointRows make_rows(const QueryScene& scene, const Selection& selection) {

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <tuple>
 
 #include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/commands/trace_rays.h"
 #include "tools/vqgas/scene/query_scene.h"
@@ -131,7 +131,7 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
     }
     report["rays"].push_back({{"ray", ray}, {"hits", std::move(list)}});
   }
-  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  return print_json_text(report);
 }
 
 /// From the earliest to the latest time of the rays, with eight samples a frame.

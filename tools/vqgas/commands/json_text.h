@@ -1,0 +1,8 @@
+#pragma once
+#include <nlohmann/json.hpp>
+#include <string>
+
+/// A report as text. Names from files may hold bytes that are not UTF-8; they are replaced.
+inline std::string print_json_text(const nlohmann::ordered_json& report) {
+  return report.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
