@@ -61,7 +61,7 @@ GasPoint& GasPoint::operator=(const GasPoint& other) {
   grid = other.grid;
   install_grid_callbacks();
   if (grid.is_empty() != other.grid.is_empty()) clear();
-  memory_account.reset(get_memory_size());
+  memory_account.reset(GasPoint::get_memory_size());
   return *this;
 }
 

@@ -54,7 +54,7 @@ const CoreClassInfo& GasGridTree::class_info() {
   return info;
 }
 
-GasGridTree::GasGridTree(const GasGridTree& other) : GasTree() { *this = other; }
+GasGridTree::GasGridTree(const GasGridTree& other) : GasGridTree() { *this = other; }
 
 GasGridTree& GasGridTree::operator=(const GasGridTree& other) {
   if (this == &other) return *this;
@@ -335,7 +335,8 @@ void GasGridTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, Geometr
     if (part == nullptr) return;
     gas_walk_beam(part->tree, part->tree.get_root(), beam, limit, query, [&](const GasBinaryRef& leaf) {
       const GasGridItems items = get_items(*part, leaf);
-      tests_items_ ? visit_reached(items, find_reached, is_reached, visit) : visit(items);
+      if (!tests_items_) return visit(items);
+      visit_reached(items, find_reached, is_reached, visit);
     });
   });
 }

@@ -147,9 +147,9 @@ class GasGridTree : public GasTree {
   void build_part(const CtxEval& ctx, GasGridPart& part) const;
   static void keep_corners(const CoreAlignedArray<GMathBbox3<float>>& boxes, GasGridPart& part);
   GasGridItems get_items(const GasGridPart& part, const GasBinaryRef& leaf) const {
-    const GMathVec3<float>* corners =
-        tests_items_ ? part.corners.get() + std::size_t{leaf.index} * part.corner_stride : nullptr;
-    return {positions_.get() + part.first + leaf.index, corners, leaf.count, part.corner_stride};
+    GasGridItems items{positions_.get() + part.first + leaf.index, part.corners.get(), leaf.count, part.corner_stride};
+    if (tests_items_) items.corners += std::size_t{leaf.index} * part.corner_stride;
+    return items;
   }
   const GasTreeLeaf<GeometryRaytraceCtx>& get_ray_primitive() const;
   const GasTreeLeaf<GeometryRaytraceCtx>& get_nearest_primitive() const;
