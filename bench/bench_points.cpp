@@ -5,7 +5,7 @@
 //   scan    all points, in arrays of x, y and z, against all planes; compiled for the machine's vector width
 //   R-tree  Boost.Geometry's, packed at once: boxes along the axes
 //
-// A round measures each in turn; ratios are formed within a round. Both sides must find the same points.
+// A round measures each in turn; ratios are formed within a round. How many points each side found is printed.
 //
 //   bench_points [POINTS [ROUNDS]]
 #include <algorithm>

@@ -30,7 +30,7 @@ class GasPoint : public GasObject {
   /// that are not finite are left out, with a warning in the log. Empty when the cloud is null or has no points, when
   /// there is no memory (logged) and after a stop request. No query may be running. Throws nothing.
   /// Cost: O(n) time and 36 bytes a point meanwhile. The number of parts is eight times the application's threads: it
-  /// decides which of several points at the same distance a beam finds, nothing else.
+  /// decides the order in which points are appended, and which of several at the same distance a beam finds.
   /// @param progress  or null
   void create(const AppBase& app, const CtxEval& ctx, const ParticleCloud* cloud, AppProgressBar* progress);
 

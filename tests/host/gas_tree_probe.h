@@ -18,7 +18,6 @@
 class Probe {
  public:
   static constexpr uint resolution = 12;  ///< of the grids
-  static constexpr uint group_size = 8;   ///< most items of a grid's leaf
   enum class Form { tree, grid, supplied_grid };
   static constexpr Form forms[] = {Form::tree, Form::grid, Form::supplied_grid};
 
@@ -45,11 +44,9 @@ class Probe {
 
   static void supply(void* user, const CtxEval&, const uint& count, const uint* items, FloatBox* boxes) {
     auto& self = *static_cast<Probe*>(user);
-    if (count > group_size) {
-      ++self.supplied;
-      std::this_thread::sleep_for(self.delay);
-      if (self.refuses) throw std::bad_alloc();
-    }
+    ++self.supplied;
+    std::this_thread::sleep_for(self.delay);
+    if (self.refuses) throw std::bad_alloc();
     for (uint k = 0; k < count; ++k) boxes[k] = self.scene.boxes[items[k]];
   }
   static void test_ray(void* user, const uint& item, const CtxEval& ctx, CtxShader& shader,
@@ -122,7 +119,7 @@ class Probe {
   GasGridTree grid;
   std::vector<BoxRay> rays;
   std::vector<uint> visited;
-  std::atomic<uint> supplied = 0;  ///< requests of more boxes than a leaf's: for a part to be built
+  std::atomic<uint> supplied = 0;  ///< requests for boxes: one for each part that is built
   std::atomic<bool> refuses = false;
   std::chrono::milliseconds delay{0};  ///< of the boxes' supply
   bool stops_rays = false;             ///< at their first leaf
