@@ -21,7 +21,7 @@ GMathMatrix4x4<double> blend(const GMathMatrix4x4<double>& a, const GMathMatrix4
 
 const CoreClassInfo& ModuleSceneItem::class_info() {
   static const CoreClassInfo& info =
-      CoreClassInfo::new_class("ModuleSceneItem", core_destroy_object, CoreBaseObject::class_info(), nullptr);
+      CoreClassInfo::new_class("ModuleSceneItem", core_destroy_object, ModuleBase::class_info(), nullptr);
   return info;
 }
 

@@ -4,16 +4,16 @@
 #pragma once
 #include <vector>
 
-#include "vq_core/core_base_type.h"
 #include "vq_core/core_string.h"
 #include "vq_gmath/gmath_matrix.h"
+#include "vq_of/module_base.h"
 
 struct ModuleMatrixKey {
   double time = 0.0;
   GMathMatrix4x4<double> matrix;
 };
 
-class ModuleSceneItem : public CoreBaseObject {
+class ModuleSceneItem : public ModuleBase {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }
