@@ -46,7 +46,7 @@ class CtxShader {
 
   const CtxMotionBlur* motion_blur = nullptr;              ///< the same as the query's and the evaluation context's
   bool visibility_override = false;                        ///< apply forced_hidden and forced_visible of objects
-  double hit_threshold = 0.0;                              ///< for use by the host
+  double hit_threshold = 0.0;                              ///< UV lookups: least coverage that is not a hit
   const Material* override_material = nullptr;             ///< replaces the materials of all groups; or null
   const ShadingVariablesCtx* shading_variables = nullptr;  ///< for use by the host
 

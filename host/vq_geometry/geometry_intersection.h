@@ -9,7 +9,8 @@
 // position, normal and texture coordinates are computed later from (geometry, primitive, part, u, v). The matrix to
 // world is not copied either: the record stores the nesting level whose space it is in, and transform_path() transforms
 // it when the query leaves that level. Transforms and paths (the objects through which a nested hit was found) are
-// stored beside the records; a query of a single structure needs none.
+// stored beside the records; a query of a single structure needs none. So are the medium and the custom data of hits
+// that have them.
 #pragma once
 #include <cfloat>
 #include <memory>
@@ -20,7 +21,21 @@
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_gmath/gmath_matrix.h"
 
+class CoreCustomData;
 class GeometryObject;
+
+/// What the ray passes through behind a hit.
+struct GeometryMedium {
+  float refraction = 1.0f;              ///< refractive index; 1 is empty space
+  float absorption_distance = FLT_MAX;  ///< at which absorption takes full effect
+  uint priority = 0;                    ///< the highest one wins where media overlap
+};
+
+/// Further data of a hit.
+struct GeometryHitData {
+  GeometryMedium medium;
+  const CoreCustomData* custom = nullptr;  ///< not owned
+};
 
 struct GeometryIntersection {
   double distance = DBL_MAX;                 ///< along the ray, in units of its direction
@@ -36,8 +51,10 @@ struct GeometryIntersection {
   uint transform =
       core_invalid_index;          ///< index into the owner's transforms, to the space of `level`; invalid: identity
   uint path = core_invalid_index;  ///< index into the owner's paths; invalid: empty path
+  uint data = core_invalid_index;  ///< index into the owner's hit data; invalid: empty space, no custom data
+  uint pad = 0;
 };
-static_assert(sizeof(GeometryIntersection) == 72);
+static_assert(sizeof(GeometryIntersection) == 80);
 
 /// The transform of a hit of a nested query.
 struct GeometryHitTransform {
@@ -61,12 +78,23 @@ class GeometryNearestHits {
   /// After reserve_nested().
   GeometryHitTransform* get_transforms() { return transforms_.data(); }
   GeometryIntersectionPath* get_paths() { return paths_.get(); }
+  /// Stores the data of the record of ray `ray`. The first call of a packet allocates; throws std::bad_alloc.
+  void record_data(uint ray, const GeometryHitData& data) {
+    if (data_.size() < records_.size()) data_.resize(records_.size());
+    data_[ray] = data;
+    records_[ray].data = ray;
+  }
+  GeometryHitData get_data(uint ray) const {
+    const uint index = records_[ray].data;
+    return index == core_invalid_index ? GeometryHitData() : data_[index];
+  }
 
  private:
   bool grow_nested();
 
   std::vector<GeometryIntersection> records_;
   std::vector<GeometryHitTransform> transforms_;
+  std::vector<GeometryHitData> data_;
   std::unique_ptr<GeometryIntersectionPath[]> paths_;
   std::size_t path_count_ = 0;
 };
@@ -96,6 +124,8 @@ class GeometryIntersectionMap {
   /// Stores `path` with the record of ray `ray`. Allocates only when the packet, or the path, is larger than any
   /// before.
   void record_path(const uint& ray, const GeometryIntersectionPath& path);
+  /// As GeometryNearestHits::record_data().
+  void record_data(const uint& ray, const GeometryHitData& data) { hits_->record_data(ray, data); }
 
   /// Transforms the hit of ray `ray` into this level's space, if it was found one level deeper; else does nothing. The
   /// distance is the same in all spaces. `depth` is the level being left, for the caller's information only.
@@ -131,12 +161,18 @@ class GeometryHitList {
     transforms_.clear();
     path_elements_.clear();
     paths_.clear();
+    data_.clear();
   }
   void append(uint ray, const GeometryIntersection& hit) { hits_.push_back({ray, hit}); }
   /// Appends a hit of a nested query with its matrix to the outermost space.
   void append(uint ray, const GeometryIntersection& hit, const GMathMatrix4x4<double>& matrix);
   /// Stores `path` with the hit appended last.
   void record_path(const GeometryIntersectionPath& path);
+  /// Stores `data` with the hit appended last.
+  void record_data(const GeometryHitData& data) {
+    data_.push_back(data);
+    hits_.back().hit.data = static_cast<uint>(data_.size() - 1);
+  }
 
   std::vector<GeometryHit>& get_hits() { return hits_; }
   const std::vector<GeometryHit>& get_hits() const { return hits_; }
@@ -149,6 +185,9 @@ class GeometryHitList {
     if (hit.path == core_invalid_index) return {};
     return std::span(path_elements_).subspan(paths_[hit.path].first, paths_[hit.path].count);
   }
+  GeometryHitData get_data(const GeometryIntersection& hit) const {
+    return hit.data == core_invalid_index ? GeometryHitData() : data_[hit.data];
+  }
 
  private:
   struct Path {
@@ -159,4 +198,5 @@ class GeometryHitList {
   std::vector<GeometryHitTransform> transforms_;
   std::vector<GeometryIntersectionPathElement> path_elements_;
   std::vector<Path> paths_;
+  std::vector<GeometryHitData> data_;
 };

@@ -56,6 +56,7 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_nearest(const ShadingGroupTable& s
     record.primitive = core_invalid_index;
     record.transform = core_invalid_index;
     record.path = core_invalid_index;
+    record.data = core_invalid_index;
   }
   query_.map = &map_;
   return query_;

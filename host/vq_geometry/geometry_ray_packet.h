@@ -53,6 +53,8 @@ class GeometryRayPacket {
   /// The objects through which a ray's nearest hit was found, outermost first; empty for a query of one structure
   /// alone. Valid until the next query.
   std::span<const GeometryIntersectionPathElement> get_nearest_path(uint ray);
+  /// Medium and custom data of a ray's nearest hit.
+  GeometryHitData get_nearest_data(uint ray) const { return nearest_.get_data(ray); }
   /// The hits of the last all-hits query, unsorted.
   GeometryHitList& get_hits() { return hits_; }
 

@@ -29,7 +29,7 @@ bool GeometryRaytraceCtx::has_filter(GeometryFilterFunction function) const {
 }
 
 bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray,
-                                        const GeometryCandidate& candidate) {
+                                        const GeometryCandidate& candidate, const GeometryHitData* data) {
   // The interval is tested first: a filter may read a texture, and cannot accept a hit outside of the interval.
   if (!(candidate.distance >= get_tnear(ray) && candidate.distance < get_limit(ray))) return false;
   GeometryIntersection hit;
@@ -38,13 +38,14 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
     const GeometryRaytraceFilter filter = filters_[k];
     if (!filter.function(ctx, shader, *this, hit, filter)) return false;
   }
-  if (!is_nearest()) return append_hit(ray, hit);
+  if (!is_nearest()) return append_hit(ray, hit, data);
   map->get_record(ray) = hit;
+  if (data != nullptr) map->record_data(ray, *data);
   if (path != nullptr && level == 0) map->record_path(ray, *path);
   return true;
 }
 
-bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit) {
+bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit, const GeometryHitData* data) {
   GeometryIntersection appended = hit;
   if (hits != nullptr) {
     if (matrices != nullptr)
@@ -52,6 +53,7 @@ bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit) 
     else
       hits->append(ray, hit);
     if (path != nullptr) hits->record_path(*path);
+    if (data != nullptr) hits->record_data(*data);
     appended = hits->get_hits().back().hit;
   }
   if (hit_callback != nullptr) hit_callback(*this, ray, appended, hit_user);

@@ -181,15 +181,18 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   /// when tnear <= distance < tfar, calls the hit callback, and sets the ray's stop flag when the settings require it.
   /// The path of a nearest hit of a nested query is recorded by its structure, when the hit leaves it.
   /// Returns true if the hit was accepted.
-  bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate) {
-    if (is_nearest() && filter_count_ == 0) {
+  /// @param data  medium behind the hit and custom data, copied; null: empty space, none. Throws std::bad_alloc when
+  ///              there is no memory to store it
+  bool push_intersection(const CtxEval& ctx, CtxShader& shader, const uint& ray, const GeometryCandidate& candidate,
+                         const GeometryHitData* data = nullptr) {
+    if (is_nearest() && filter_count_ == 0 && data == nullptr) {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
       if (path != nullptr && level == 0) map->record_path(ray, *path);
       return true;
     }
-    return push_filtered(ctx, shader, ray, candidate);
+    return push_filtered(ctx, shader, ray, candidate, data);
   }
 
   /// True if `primitive` of the current geometry may be tested. To be called before its ray test.
@@ -205,8 +208,9 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
   bool has_filter(GeometryFilterFunction function) const;
 
  private:
-  bool push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray, const GeometryCandidate& candidate);
-  bool append_hit(uint ray, const GeometryIntersection& hit);
+  bool push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray, const GeometryCandidate& candidate,
+                     const GeometryHitData* data);
+  bool append_hit(uint ray, const GeometryIntersection& hit, const GeometryHitData* data);
 
   /// Writes few bytes: most records are soon replaced by a nearer hit.
   void write_hit(GeometryIntersection& record, const GeometryCandidate& candidate) const {
@@ -223,6 +227,7 @@ class GeometryRaytraceCtx : public GeometryRaytraceData {
     record.level = level;
     record.transform = core_invalid_index;
     record.path = core_invalid_index;
+    record.data = core_invalid_index;
   }
 
   GeometryRaytraceFilter filters_[filter_capacity];
