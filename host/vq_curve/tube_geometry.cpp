@@ -156,10 +156,21 @@ CurveSurfacePoint TubeGeometry<kind>::compute_surface_point(const GeometryInters
 template <TubePrimitive kind>
 GeometrySurfacePoint TubeGeometry<kind>::get_surface_point(const GeometryIntersection& hit, const double& time) const {
   const CurveSurfacePoint point = compute_surface_point(hit, time);
-  const uint segment = get_segments(hit.primitive).first + hit.part;
-  const uint curve = curves_.get_curve(segment), first = curves_.get_first_segment(curve);
-  const double u = (segment - first + std::clamp(hit.u, 0.0, 1.0)) / (curves_.get_first_segment(curve + 1) - first);
+  const double u = get_curve_u(get_segments(hit.primitive).first + hit.part, hit.u);
   return {point.position, point.normal, point.normal, {u, std::fabs(hit.v), 0.0}};
+}
+
+template <TubePrimitive kind>
+double TubeGeometry<kind>::get_curve_u(uint segment, double u) const {
+  const uint curve = curves_.get_curve(segment), first = curves_.get_first_segment(curve);
+  return (segment - first + std::clamp(u, 0.0, 1.0)) / (curves_.get_first_segment(curve + 1) - first);
+}
+
+template <TubePrimitive kind>
+GMathVec3<float> TubeGeometry<kind>::get_polygon_uv(const CtxEval& /*ctx*/, uint map, uint polygon,
+                                                    const GMathVec3<double>& uvw) const {
+  if (map != 0 || polygon >= curves_.get_segment_count()) return {};
+  return GMathVec3<float>(GMathVec3<double>(get_curve_u(polygon, uvw.x), uvw.y, 0.0));
 }
 
 template <TubePrimitive kind>

@@ -63,6 +63,18 @@ class TubeGeometry : public GeometryObject {
   /// The control points at rest.
   const GeometryPointCloud* get_point_cloud() const override { return &curves_.get_point_cloud(); }
 
+  // For layouts of texture coordinates, a segment is a quadrilateral along and around the curve, with corners of its
+  // own. The one UV map is procedural, the same as that of get_surface_point().
+  uint get_uv_count() const override { return 1; }
+  uint get_polygon_count() const override { return curves_.get_segment_count(); }
+  uint get_polygon_vertex_count(uint /*polygon*/) const override { return 4; }
+  uint get_polygon_vertex(uint polygon, uint corner) const override { return 4 * polygon + corner; }
+  bool is_polygon_valid(uint /*polygon*/) const override { return true; }
+  bool is_edge_visible(uint /*polygon*/, uint /*corner*/) const override { return true; }
+  uint get_polygon_shading_group(uint polygon) const override { return curves_.get_segment_group(polygon); }
+  GMathVec3<float> get_polygon_uv(const CtxEval& ctx, uint map, uint polygon,
+                                  const GMathVec3<double>& uvw) const override;
+
  protected:
   TubeGeometry() = default;
 
@@ -79,6 +91,8 @@ class TubeGeometry : public GeometryObject {
   /// The box of the solid at `time`, not rounded; NaN without a valid segment.
   GMathBbox3<double> unite_segments(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
   CurveSurfacePoint compute_surface_point(const GeometryIntersection& hit, double time) const;
+  /// Counted along the whole curve from 0 to 1, for `u` from 0 to 1 along a segment.
+  double get_curve_u(uint segment, double u) const;
   template <CurveShape shape>
   void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
   void mark_points(GeometryFrustumCtx& query, SegmentRange segments) const;

@@ -135,6 +135,10 @@ class DisplacedMesh final : public GeometryObject {
   }
   bool is_polygon_valid(uint polygon) const override { return base_->is_polygon_valid(polygon); }
   bool is_edge_visible(uint polygon, uint corner) const override { return base_->is_edge_visible(polygon, corner); }
+  GMathVec3<float> get_polygon_uv(const CtxEval& ctx, uint map, uint polygon,
+                                  const GMathVec3<double>& uvw) const override {
+    return base_ == nullptr ? GMathVec3<float>() : base_->get_polygon_uv(ctx, map, polygon, uvw);
+  }
   /// That of the same point of the base mesh.
   double get_edge_proximity(const GeometryIntersection& hit) const override;
 

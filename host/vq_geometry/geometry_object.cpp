@@ -77,3 +77,7 @@ uint GeometryObject::get_polygon_vertex(uint /*polygon*/, uint /*corner*/) const
 bool GeometryObject::is_polygon_valid(uint /*polygon*/) const { return false; }
 bool GeometryObject::is_edge_visible(uint /*polygon*/, uint /*corner*/) const { return false; }
 double GeometryObject::get_edge_proximity(const GeometryIntersection& /*hit*/) const { return 0.0; }
+GMathVec3<float> GeometryObject::get_polygon_uv(const CtxEval& /*ctx*/, uint /*map*/, uint /*polygon*/,
+                                                const GMathVec3<double>& /*uvw*/) const {
+  return {};
+}

@@ -100,7 +100,7 @@ class GeometryObject : public ResourceData {
   virtual uint get_uv_count() const { return 0; }
   /// Writes the index of the UV map called `name`. False, with `index` unchanged, when there is none.
   virtual bool get_uv_map_index(const CoreString& name, uint& index) const;
-  /// UV map `index`; null when there is none.
+  /// UV map `index`; null when there is none, or when it is procedural: without indices, evaluated by get_polygon_uv().
   virtual const GeometryUvMap* get_uv_map(uint index) const;
 
   // Polygons. Geometry of another kind has none and keeps the defaults.
@@ -108,6 +108,8 @@ class GeometryObject : public ResourceData {
   virtual uint get_polygon_count() const { return 0; }
   /// The number of corners of a polygon.
   virtual uint get_polygon_vertex_count(uint polygon) const;
+  /// The polygon's index into get_shading_groups().
+  virtual uint get_polygon_shading_group(uint polygon) const { return get_primitive_shading_group(polygon); }
   /// The vertex number at corner `corner` of a polygon.
   virtual uint get_polygon_vertex(uint polygon, uint corner) const;
   /// False for a polygon that cannot be hit, for example with fewer than three corners.
@@ -117,4 +119,8 @@ class GeometryObject : public ResourceData {
   /// The proximity of a hit to the nearest visible edge of its polygon: 1 on the edge, 0 at the inner point farthest
   /// from all visible edges. 0 without edges.
   virtual double get_edge_proximity(const GeometryIntersection& hit) const;
+  /// The texture coordinates of UV map `map` at a point of a polygon. A triangle has its corners at uvw = (0, 0), (1,
+  /// 0), (0, 1), a quadrilateral at (0, 0), (1, 0), (1, 1), (0, 1); w is 0. 0 without such a map.
+  virtual GMathVec3<float> get_polygon_uv(const CtxEval& ctx, uint map, uint polygon,
+                                          const GMathVec3<double>& uvw) const;
 };

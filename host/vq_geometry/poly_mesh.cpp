@@ -138,6 +138,7 @@ void PolyMesh::clear() {
   normals_ = {};
   corner_normals_ = {};
   uv_maps_ = {};
+  uv_projection_ = PolyMeshProjection::none;
   point_cloud_ = GeometryPointCloud();
   bbox_.set_empty();
 }
@@ -151,6 +152,7 @@ bool PolyMesh::store(PolyMeshData&& data) {
   normals_ = std::move(data.normals);
   corner_normals_ = std::move(data.corner_normals);
   uv_maps_ = std::move(data.uv_maps);
+  uv_projection_ = data.uv_projection;
   if (data.group_names.empty()) data.group_names.emplace_back("default");
   if (!group_names_.assign(data.group_names.data(), static_cast<uint>(data.group_names.size()))) return false;
   find_group_motion();

@@ -21,6 +21,13 @@
 #include "vq_geometry/geometry_uv_map.h"
 #include "vq_gmath/gmath_time_sampling.h"
 
+/// UV map of a mesh without maps, computed from the positions at rest. Both keep the proportions of the mesh.
+enum class PolyMeshProjection : u8 {
+  none,
+  planar,  ///< along the shortest side of the bounding box
+  cubic,   ///< each polygon along the axis nearest to its normal; the six directions side by side, 3 by 2
+};
+
 /// Input of PolyMesh::create(). Coordinates may be NaN or infinite; indices must be in range.
 struct PolyMeshData {
   std::vector<GMathVec3<float>> positions;  ///< at rest
@@ -32,6 +39,7 @@ struct PolyMeshData {
   std::vector<GMathVec3<float>> normals;    ///< vertex normals; empty: none
   std::vector<u32> corner_normals;          ///< one index into `normals` per corner; empty: none
   std::vector<GeometryUvMap> uv_maps;
+  PolyMeshProjection uv_projection = PolyMeshProjection::none;  ///< when there are no `uv_maps`
   /// Sample k holds the positions at motion_begin + k * motion_step; linear between, constant outside. Empty: at rest
   /// at all times.
   std::vector<std::vector<GMathVec3<float>>> motion_positions;
@@ -86,7 +94,10 @@ class PolyMesh final : public GeometryObject {
   /// The vertices at rest.
   const GeometryPointCloud* get_point_cloud() const override { return &point_cloud_; }
   uint get_render_mode() const override { return render_mode_; }
-  uint get_uv_count() const override { return static_cast<uint>(uv_maps_.size()); }
+  uint get_uv_count() const override {
+    if (uv_maps_.empty()) return uv_projection_ == PolyMeshProjection::none ? 0 : 1;
+    return static_cast<uint>(uv_maps_.size());
+  }
   const GeometryUvMap* get_uv_map(uint index) const override {
     return index < uv_maps_.size() ? &uv_maps_[index] : nullptr;
   }
@@ -105,6 +116,9 @@ class PolyMesh final : public GeometryObject {
   }
   /// Measured at rest: on triangles by barycentric weights, on larger polygons by distances.
   double get_edge_proximity(const GeometryIntersection& hit) const override;
+  /// Of a polygon of more than four corners, the corners 0, 1 and 2 as a triangle.
+  GMathVec3<float> get_polygon_uv(const CtxEval& ctx, uint map, uint polygon,
+                                  const GMathVec3<double>& uvw) const override;
 
   uint get_vertex_count() const { return static_cast<uint>(positions_.get_count()); }
   const GMathVec3<float>& get_position(uint vertex) const { return positions_[vertex]; }
@@ -163,6 +177,7 @@ class PolyMesh final : public GeometryObject {
   double get_triangle_edge_proximity(const GeometryIntersection& hit) const;
   double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
   GMathBbox3<double> compute_bbox(uint primitive, double time) const;
+  GMathVec3<double> get_projected_uv(uint polygon, const GMathVec3<double>& position) const;
   template <class GetPosition>
   void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray,
                 const GetPosition& get_position) const;
@@ -177,6 +192,7 @@ class PolyMesh final : public GeometryObject {
   GMathTimeSampling motion_sampling_;
   uint polygon_count_ = 0;
   uint render_mode_ = 0;
+  PolyMeshProjection uv_projection_ = PolyMeshProjection::none;
 
   std::vector<u32> polygon_groups_;
   CoreArray<CoreString> group_names_;
