@@ -79,9 +79,11 @@ class GasBinaryTree {
     const GMathBbox3<float>* boxes = nullptr;  ///< indexed by item; NaN and infinite bounds are allowed
     uint* order = nullptr;                     ///< [count] items; permuted
     uint count = 0;
-    uint most_leaf = 1;                  ///< largest number of items in a leaf; 1: exactly one
-    const AppBase* app = nullptr;        ///< its threads are used when most_leaf is 1; null: this thread only
+    uint most_leaf = 1;            ///< largest number of items in a leaf; 1: exactly one
+    const AppBase* app = nullptr;  ///< lends its threads, and is checked for stop requests; null: this thread only
     AppProgressBar* progress = nullptr;  ///< one step per item; or null
+    bool on_this_thread = false;         ///< without the threads of `app`
+    bool fills_leaves = false;           ///< sets of at most most_leaf items are not divided, whatever that would save
   };
   /// Replaces the tree. The tree depends on boxes and order only, never on the number of threads. Throws
   /// std::bad_alloc, and AppStopped after a stop request; the tree is then empty. O(n log n).

@@ -1,6 +1,6 @@
-// Building: the range of the order is split from the root down. The nodes of a range of n items with one item a leaf
-// are n - 1 consecutive entries, known before the range is split. So subtrees are built in parallel without locks, and
-// the result is the same for any number of threads.
+// Building: the range of the order is split from the root down. The nodes of a range of n items are at most n - 1
+// consecutive entries, known before the range is split. So subtrees are built in parallel without locks, and the result
+// is the same for any number of threads. Entries that leaves of several items leave unused are closed at the end.
 #include <atomic>
 #include <deque>
 #include <exception>
@@ -13,29 +13,43 @@
 
 class GasBinaryBuild {
  public:
-  GasBinaryBuild(const GasBinaryTree::Input& input, GasBinaryNode* nodes) : nodes_(nodes), progress_(input.progress) {
+  GasBinaryBuild(const GasBinaryTree::Input& input, GasBinaryNode* nodes)
+      : nodes_(nodes), fills_leaves_(input.fills_leaves), progress_(input.progress) {
     split_.order = input.order;
     split_.item_boxes = input.boxes;
     split_.item_count = input.count;
     split_.max_leaf = split_.leaf_threshold = input.most_leaf;
     split_.application = input.app;
-    if (input.app == nullptr || input.most_leaf > 1) return;
+    if (input.app == nullptr || input.on_this_thread) return;
     threads_ = &input.app->get_thread_manager();
     constexpr uint serial_below = 4096, smallest_task = 1024;  // items: less work than starting threads
     if (input.count >= serial_below)
       task_items_ = std::max(smallest_task, input.count / (16 * threads_->get_max_thread_count()));
   }
 
-  /// @return the number of nodes
-  uint run(GasBinaryRef& root, GMathBbox3<float>& box) {
+  void run(GasBinaryRef& root, GMathBbox3<float>& box) {
     GasBvhSplitSetGeom set;
     set.count = split_.item_count;
     set.box = box = split_.compute_items_bbox(set, threads_);
     set.area = set.box.get_half_area();
     GasBvhSplitAligned strategy;
-    const uint used = build_set(strategy, set, {0, 0}, root);
+    build_set(strategy, set, {0, 0}, root);
     if (!tasks_.empty()) run_tasks();
-    return used;
+  }
+
+  uint count_nodes(const GasBinaryRef& ref) const {
+    if (ref.is_leaf()) return 0;
+    return 1 + count_nodes(nodes_[ref.index].child[0]) + count_nodes(nodes_[ref.index].child[1]);
+  }
+  /// Copies the nodes of a subtree to `to`, depth first from entry `next` on, and names the first one in `ref`. Returns
+  /// the entry behind the last one.
+  uint pack(GasBinaryRef& ref, GasBinaryNode* to, uint next) const {
+    if (ref.is_leaf()) return next;
+    GasBinaryNode& node = to[next];
+    node = nodes_[ref.index];
+    ref.index = next++;
+    for (GasBinaryRef& child : node.child) next = pack(child, to, next);
+    return next;
   }
 
  private:
@@ -104,6 +118,7 @@ class GasBinaryBuild {
              GasBvhSplitSetGeom& right, SysThreadManager* threads) {
     constexpr uint rarely = 1024;  // items: a split of fewer takes microseconds
     if (set.count >= rarely) split_.check_stop();
+    if (fills_leaves_ && set.count <= split_.max_leaf) return false;
     // Halving ends after 32 levels at the latest, whatever the number of items.
     if (depth >= GasBinaryTree::most_depth - 32) {
       if (set.count <= split_.max_leaf) return false;
@@ -128,6 +143,7 @@ class GasBinaryBuild {
 
   GasBvhSplitCtx split_;
   GasBinaryNode* nodes_;
+  bool fills_leaves_;
   SysThreadManager* threads_ = nullptr;
   uint task_items_ = 0;            ///< sets of at most this many items become tasks; 0: none
   std::deque<SubtreeTask> tasks_;  ///< addresses stay
@@ -144,12 +160,13 @@ void GasBinaryTree::build(const Input& input) {
     if (!tree.nodes_) throw std::bad_alloc();
   }
   GasBinaryBuild builder(input, tree.nodes_.get());
-  tree.node_count_ = builder.run(tree.root_, tree.box_);
-  // Leaves of several items leave a rest of the array unused.
-  if (tree.node_count_ < tree.nodes_.get_count()) {
-    GasBinaryTree exact;
-    exact.copy(tree);
-    tree = std::move(exact);
+  builder.run(tree.root_, tree.box_);
+  tree.node_count_ = builder.count_nodes(tree.root_);
+  if (tree.node_count_ < input.count - 1) {
+    CoreAlignedArray<GasBinaryNode> packed(tree.node_count_, alignof(GasBinaryNode));
+    if (!packed && tree.node_count_ > 0) throw std::bad_alloc();
+    builder.pack(tree.root_, packed.get(), 0);
+    tree.nodes_ = std::move(packed);
   }
   *this = std::move(tree);
 }

@@ -206,7 +206,7 @@ void GasGridTree::build_part(const CtxEval& ctx, GasGridPart& part) const {
                      {boxes.get(), order.get(), part.count, items_per_leaf, &ctx.get_application(), nullptr}),
                  made);
   } else {
-    made.tree.build({boxes.get(), order.get(), part.count, primitives_per_leaf, &ctx.get_application(), nullptr});
+    made.tree.build({boxes.get(), order.get(), part.count, primitives_per_leaf, &ctx.get_application(), nullptr, true});
   }
   for (uint k = 0; k < part.count; ++k) sorted[k] = positions[order[k]];
   std::copy(sorted.begin(), sorted.end(), positions);

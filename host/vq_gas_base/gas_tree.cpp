@@ -75,8 +75,10 @@ GasTree& GasTree::operator=(const GasTree& other) {
   if (this == &other) return *this;
   try {
     tree.copy(other.tree);
+    order = other.order;
+    if (order.get_count() != other.order.get_count()) clear();
   } catch (const std::bad_alloc&) {
-    tree.clear();
+    clear();
   }
   ray_leaf = other.ray_leaf;
   frustum_leaf = other.frustum_leaf;
@@ -84,22 +86,40 @@ GasTree& GasTree::operator=(const GasTree& other) {
   return *this;
 }
 
-void GasTree::create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app) {
+void GasTree::create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app,
+                     uint most_leaf) {
   clear();
-  CoreVector<uint> order = gas_list_placed(boxes, app);
-  tree.build({boxes.get_items(), order.get_items(), order.get_count(), 1, app, progress});
-  tree.name_items(order.get_items());
+  CoreVector<uint> placed = gas_list_placed(boxes, app);
+  tree.build({boxes.get_items(), placed.get_items(), placed.get_count(), most_leaf, app, progress, false, true});
+  if (most_leaf > 1)
+    order = std::move(placed);
+  else
+    tree.name_items(placed.get_items());
 }
 
-void GasTree::clear() { tree.clear(); }
+void GasTree::clear() {
+  tree.clear();
+  order = CoreVector<uint>();
+}
+
+/// Calls bool visit(item) for the items of a leaf until it returns false; returns its last answer.
+template <class Visit>
+bool GasTree::visit_items(const GasBinaryRef& leaf, const Visit& visit) const {
+  if (order.is_empty()) return visit(leaf.index);
+  for (u32 k = 0; k < leaf.count; ++k)
+    if (!visit(order[leaf.index + k])) return false;
+  return true;
+}
 
 template <GasWalkHits hits>
 void GasTree::walk_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
   if (ray_leaf.function == nullptr) return;
   gas_tree_ray_hit<hits>(tree, query, [&](GasBinaryRay& ray, uint r, const GasBinaryPlace& at) {
     if (GeometryRayVisits* visits = gas_get_visits(query, r)) ++visits->leaves;
-    ray_leaf.function(ray_leaf.user, at.ref.index, ctx, shader, query);
-    return gas_go_on<hits>(query, r, ray);
+    return visit_items(at.ref, [&](const uint& item) {
+      ray_leaf.function(ray_leaf.user, item, ctx, shader, query);
+      return gas_go_on<hits>(query, r, ray);
+    });
   });
 }
 
@@ -120,12 +140,13 @@ void GasTree::ray_hit_extent(const CtxEval& ctx, CtxShader& shader, GeometryRayt
     const GasExtentRay extent(query, r);
     GasBinaryRay ray = extent.get_walk_ray(tree.get_bbox());
     if (!ray.touches(tree.get_bbox())) continue;
-    gas_walk_ray<GasWalkHits::all>(tree, GasStillBoxes{tree.get_nodes()}, tree.get_root(), ray,
-                                   gas_get_visits(query, r), [&](const GasBinaryPlace& at) {
-                                     if (extent.reaches(tree.get_box(at)))
-                                       ray_leaf.function(data, at.ref.index, ctx, shader, query);
-                                     return query.is_nearest() || query.ray_flags == nullptr || !query.is_stopped(r);
-                                   });
+    const auto visit_item = [&](const uint& item) {
+      ray_leaf.function(data, item, ctx, shader, query);
+      return query.is_nearest() || query.ray_flags == nullptr || !query.is_stopped(r);
+    };
+    gas_walk_ray<GasWalkHits::all>(
+        tree, GasStillBoxes{tree.get_nodes()}, tree.get_root(), ray, gas_get_visits(query, r),
+        [&](const GasBinaryPlace& at) { return !extent.reaches(tree.get_box(at)) || visit_items(at.ref, visit_item); });
   }
 }
 
@@ -137,7 +158,10 @@ void GasTree::frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustum
   gas_walk_frustum<GasFrustumLeaves::single>(
       tree, {start.ref, 0, query.classify(tree.get_box(start)), GasFrustumPlanes::all_planes},
       GasFrustumPlanes(query, tree.get_bbox()), query, [&](const GasFrustumEntry& leaf) {
-        frustum_leaf.function(frustum_leaf.user, leaf.ref.index, ctx, shader, query);
+        visit_items(leaf.ref, [&](const uint& item) {
+          frustum_leaf.function(frustum_leaf.user, item, ctx, shader, query);
+          return query.result.finished == 0;
+        });
       });
 }
 
@@ -147,7 +171,10 @@ void GasTree::ray_frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryRay
   const GasBeamPlanes beam(query.get_beam(), tree.get_bbox());
   float limit = beam.get_distance(query.get_tfar());
   gas_walk_beam(tree, tree.get_root(), beam, limit, query, [&](const GasBinaryRef& leaf) {
-    ray_frustum_leaf.function(ray_frustum_leaf.user, leaf.index, ctx, shader, query);
+    visit_items(leaf, [&](const uint& item) {
+      ray_frustum_leaf.function(ray_frustum_leaf.user, item, ctx, shader, query);
+      return true;
+    });
   });
 }
 

@@ -43,16 +43,21 @@ class GasTree : public CoreBaseObject {
   /// Replaces the tree by one over `boxes`. Boxes that are NaN or inverted get no leaf; infinite ones are allowed.
   /// Throws std::bad_alloc, and AppStopped after a stop request; the tree is then empty. O(n log n). The tree does not
   /// depend on the number of threads.
-  /// @param progress  one step per box; or null
-  /// @param app       lends its threads, and is checked for stop requests; null: this thread alone
-  void create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app = nullptr);
+  /// @param progress   one step per box; or null
+  /// @param app        lends its threads, and is checked for stop requests; null: this thread alone
+  /// @param most_leaf  boxes in a leaf. With more than one the tree takes less memory, and queries reach all boxes of a
+  ///                   leaf that they touch: the callback must test the box itself
+  void create(const CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress, const AppBase* app = nullptr,
+              uint most_leaf = 1);
   /// Removes all leaves. Callbacks stay.
   void clear();
   bool is_empty() const { return tree.is_empty(); }
   /// Inverted (+FLT_MAX, -FLT_MAX) for an empty tree.
   const GMathBbox3<float>& get_bbox() const { return tree.get_bbox(); }
   /// Bytes held, this object included.
-  u64 get_memory_size() const override { return sizeof(GasTree) + tree.get_memory_size(); }
+  u64 get_memory_size() const override {
+    return sizeof(GasTree) + tree.get_memory_size() + u64{order.get_capacity()} * sizeof(uint);
+  }
 
   /// Sets the callback of a kind of query. Without one, queries of that kind do nothing.
   void set_ray_leaf(GasTreeLeafCallback<GeometryRaytraceCtx> function, void* user) { ray_leaf = {function, user}; }
@@ -91,12 +96,15 @@ class GasTree : public CoreBaseObject {
   void get_clusters_bboxes(const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes) const;
 
  protected:
-  GasBinaryTree tree;  ///< leaves name items
+  GasBinaryTree tree;      ///< leaves name items, or ranges of `order`
+  CoreVector<uint> order;  ///< items in the order of the tree; empty with one box a leaf
   GasTreeLeaf<GeometryRaytraceCtx> ray_leaf;
   GasTreeLeaf<GeometryFrustumCtx> frustum_leaf;
   GasTreeLeaf<GeometryRayFrustumCtx> ray_frustum_leaf;
 
  private:
+  template <class Visit>
+  bool visit_items(const GasBinaryRef& leaf, const Visit& visit) const;
   template <GasWalkHits hits>
   void walk_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
 };
