@@ -136,6 +136,7 @@ TEST(BvhBuilder, makes_the_same_bytes_on_any_threads) {
   for (const BoxKind kind : {BoxKind::uniform, BoxKind::coincident, BoxKind::signed_zeros}) {
     for (const uint count :
          {4096u, 4097u, scaled(150'000, 70'000)}) {  // the largest is split by several threads at once
+      if (count > 65536 && kind != BoxKind::uniform && get_test_scale() < 1.0) continue;
       const BoxScene scene = make_box_scene(kind, count, seed++);
       const GasBvh<4> serial = make_tree(scene.boxes);
       for (const uint threads : {1u, 2u, 3u, 8u}) {
