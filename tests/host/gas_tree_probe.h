@@ -1,6 +1,7 @@
 // tests/host/gas_tree_probe.h
 //
-// A scene of boxes in one of the host's trees, with callbacks that write down the items they get.
+// A scene of boxes in one of the host's trees, with callbacks that write down the items they get: with several boxes a
+// leaf, those that the query touches.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -17,29 +18,31 @@
 
 class Probe {
  public:
-  static constexpr uint resolution = 12;  ///< of the grids
-  enum class Form { tree, grid, supplied_grid };
-  static constexpr Form forms[] = {Form::tree, Form::grid, Form::supplied_grid};
+  static constexpr uint resolution = 12;                  ///< of the grids
+  enum class Form { tree, groups, grid, supplied_grid };  ///< groups: a tree of several boxes a leaf
+  static constexpr Form forms[] = {Form::tree, Form::groups, Form::grid, Form::supplied_grid};
 
   Probe(const BoxScene& scene, Form form, uint threads = 1) : scene(scene), form(form), world(8, threads) {
     CoreVector<FloatBox> boxes;
     for (const FloatBox& box : scene.boxes) boxes.add(box);
-    if (form == Form::tree) {
-      tree.create(boxes, nullptr, &world.app);
+    if (is_tree()) {
+      tree.create(boxes, nullptr, &world.app, form == Form::groups ? 5 : 1);
     } else {
       grid.create(boxes, resolution, nullptr, &world.app);
       if (form == Form::supplied_grid) grid.set_leaf_boxes(supply, this);
     }
-    GasTree& any = form == Form::tree ? tree : grid;
+    GasTree& any = get();
     any.set_ray_leaf(test_ray, this);
     any.set_frustum_leaf(test_frustum, this);
     any.set_ray_frustum_leaf(test_beam, this);
   }
 
+  bool is_tree() const { return form == Form::tree || form == Form::groups; }
+  GasTree& get() { return is_tree() ? tree : grid; }
   template <class Call>
   void call(const Call& function) {
     visited.clear();
-    form == Form::tree ? function(tree) : function(grid);
+    is_tree() ? function(tree) : function(grid);
   }
 
   static void supply(void* user, const CtxEval&, const uint& count, const uint* items, FloatBox* boxes) {
@@ -52,16 +55,21 @@ class Probe {
   static void test_ray(void* user, const uint& item, const CtxEval& ctx, CtxShader& shader,
                        GeometryRaytraceCtx& query) {
     auto& self = *static_cast<Probe*>(user);
+    std::optional<double> entry;
+    if (query.is_nearest() || self.form == Form::groups)
+      entry = find_entry(GMathBbox3<double>(self.scene.boxes[item]), self.rays[query.first_ray]);
+    if (self.form == Form::groups && !entry && query.intervals[query.first_ray].extent == 0.0) return;
     self.visited.push_back(item);
     if (self.stops_rays) query.ray_flags[query.first_ray] |= 1u;
     if (!query.is_nearest()) return;
-    const auto entry = find_entry(GMathBbox3<double>(self.scene.boxes[item]), self.rays[query.first_ray]);
     if (entry) query.push_intersection(ctx, shader, query.first_ray, {*entry, 0.0, 0.0, item, 0});
   }
   static void test_frustum(void* user, const uint& item, const CtxEval&, CtxShader&, GeometryFrustumCtx& query) {
     auto& self = *static_cast<Probe*>(user);
+    const GeometryBoxPlace place = query.classify(self.scene.boxes[item]);
+    if (self.form == Form::groups && place == GeometryBoxPlace::outside && query.mode != 1) return;
     self.visited.push_back(item);
-    if (query.classify(self.scene.boxes[item]) != GeometryBoxPlace::inside) query.result.outside = 1;
+    if (place != GeometryBoxPlace::inside) query.result.outside = 1;
     if (query.mode == 0) query.result.finished = 1;
   }
   /// The center of a box is hit where the plane across the beam through it has it between the corners.

@@ -91,23 +91,25 @@ TEST(GasTree, boxes_without_a_place_get_no_leaf) {
 
 TEST(GasTree, extents_reach_every_grown_box_once) {
   for (const BoxKind kind : bounded_box_kinds) {
-    Probe probe(make_box_scene(kind, 300, 4), Probe::Form::tree);
-    SCOPED_TRACE(probe.scene);
-    const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 80, 6);
-    for (const double extent : {1e-4, 0.05, 0.7}) {
-      const auto found = probe.ask(rays, extent);
-      for (uint r = 0; r < rays.size(); ++r) {
-        for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
-          const auto reaches = [&](double margin) {
-            const GMathBbox3<double> box = grow(probe.scene.boxes[item], extent + margin);
-            const GMathVec3<double>& o = rays[r].origin;
-            return find_entry(box, rays[r]).has_value() || find_entry(box, {o, {0, 0, 0}, 0.0, 0.0}).has_value();
-          };
-          if (reaches(-1e-9)) {
-            EXPECT_TRUE(found[r].contains(item)) << rays[r] << " item " << item;
-          }
-          if (!reaches(1e-9)) {
-            EXPECT_FALSE(found[r].contains(item)) << rays[r] << " item " << item;
+    for (const Probe::Form form : {Probe::Form::tree, Probe::Form::groups}) {
+      Probe probe(make_box_scene(kind, 300, 4), form);
+      SCOPED_TRACE(probe.scene);
+      const std::vector<BoxRay> rays = make_finite_rays(probe.scene, 80, 6);
+      for (const double extent : {1e-4, 0.05, 0.7}) {
+        const auto found = probe.ask(rays, extent);
+        for (uint r = 0; r < rays.size(); ++r) {
+          for (uint item = 0; item < probe.scene.boxes.size(); ++item) {
+            const auto reaches = [&](double margin) {
+              const GMathBbox3<double> box = grow(probe.scene.boxes[item], extent + margin);
+              const GMathVec3<double>& o = rays[r].origin;
+              return find_entry(box, rays[r]).has_value() || find_entry(box, {o, {0, 0, 0}, 0.0, 0.0}).has_value();
+            };
+            if (reaches(-1e-9)) {
+              EXPECT_TRUE(found[r].contains(item)) << rays[r] << " item " << item;
+            }
+            if (form == Probe::Form::tree && !reaches(1e-9)) {
+              EXPECT_FALSE(found[r].contains(item)) << rays[r] << " item " << item;
+            }
           }
         }
       }
@@ -217,12 +219,11 @@ TEST(GasTree, clusters_hold_everything_once_also_in_a_copy) {
     probe.call([&](auto& any) { any.get_clusters_bboxes(handles, boxes.data()); });
     FloatBox all;
     for (const FloatBox& box : boxes) all.add(box);
-    EXPECT_EQ(0,
-              std::memcmp(&all, &(probe.form == Probe::Form::tree ? probe.tree : probe.grid).get_bbox(), sizeof all));
+    EXPECT_EQ(0, std::memcmp(&all, &probe.get().get_bbox(), sizeof all));
     const std::vector<uint> order = probe.list_all();
     const GasTree tree(probe.tree);
     const GasGridTree grid(probe.grid);
-    (probe.form == Probe::Form::tree ? probe.tree : probe.grid).set_frustum_leaf(nullptr, nullptr);
+    probe.get().set_frustum_leaf(nullptr, nullptr);
     probe.tree = tree;
     probe.grid = grid;
     EXPECT_EQ(probe.list_all(), order);
@@ -243,8 +244,8 @@ TEST(GasTree, is_the_same_for_any_number_of_threads_and_ends_on_equal_boxes) {
   const uint count = scaled(2000000, 100000);
   for (const BoxKind kind : {BoxKind::coincident, BoxKind::uniform}) {
     BoxScene scene = make_box_scene(kind, kind == BoxKind::coincident ? count : 30000, 1);
-    for (const Probe::Form form : {Probe::Form::tree, Probe::Form::supplied_grid}) {
-      if (form != Probe::Form::tree) scene.boxes.resize(30000);
+    for (const Probe::Form form : {Probe::Form::tree, Probe::Form::groups, Probe::Form::supplied_grid}) {
+      if (form == Probe::Form::supplied_grid) scene.boxes.resize(30000);
       std::vector<uint> first;
       for (const uint threads : {1u, 4u}) {
         Probe probe(scene, form, threads);
