@@ -74,6 +74,10 @@ TEST(CoreSet, keeps_the_order_of_adding) {
   std::string order;
   for (const CoreString& name : set) order += name.get_data();
   EXPECT_EQ(order, "dbe");
+  CoreSet<CoreString> copy(set);
+  set.remove_all();
+  EXPECT_TRUE(set.is_empty() && !set.contains("d") && set.add("b"));
+  EXPECT_TRUE(copy.remove("d") && copy.contains("b") && copy[0] == CoreString("b") && copy.get_count() == 2u);
 }
 
 TEST(CoreMemory, blocks_are_aligned_or_null) {

@@ -62,6 +62,61 @@ TEST(RaytraceFilter, runs_last_pushed_first_and_no_more_than_fit) {
   EXPECT_TRUE(packet.get_hits().get_hits().empty());
 }
 
+TEST(HitData, belongs_to_the_hit_that_brought_it) {
+  QueryWorld world;
+  PolyMesh mesh;
+  CoreCustomData custom;
+  const GeometryHitData none, water{{1.33f, 4.0f, 2}, nullptr}, glass{{1.5f, 8.0f, 7}, &custom};
+  const auto expect_same = [](const GeometryHitData& a, const GeometryHitData& b) {
+    EXPECT_EQ(a.medium.refraction, b.medium.refraction);
+    EXPECT_EQ(a.medium.absorption_distance, b.medium.absorption_distance);
+    EXPECT_EQ(a.medium.priority, b.medium.priority);
+    EXPECT_EQ(a.custom, b.custom);
+  };
+  GeometryRayPacket packet;
+  packet.resize(2);
+  for (uint ray = 0; ray < 2; ++ray) packet.set_ray(ray, {0, 0, 0}, {0, 0, 1});
+  const auto push = [&](GeometryRaytraceCtx& query, uint ray, double distance, const GeometryHitData* data) {
+    query.geometry = &mesh;
+    return query.push_intersection(world.ctx, world.shader, ray, {distance, 0.0, 0.0, 0, 0}, data);
+  };
+  for (uint repeat = 0; repeat < 2; ++repeat) {
+    GeometryRaytraceCtx& all = packet.begin_all_hits(world.shading);
+    std::vector<uint> reported;
+    all.hit_user = &reported;
+    all.hit_callback = [](GeometryRaytraceCtx&, const uint&, const GeometryIntersection& hit, void* user) {
+      static_cast<std::vector<uint>*>(user)->push_back(hit.data);
+    };
+    const GeometryHitData* const pushed[] = {&water, nullptr, &glass, nullptr, &water};
+    for (uint k = 0; k < 5; ++k) push(all, k % 2, 5.0 - k, pushed[k]);
+    const GeometryHitList& list = packet.get_hits();
+    for (uint k = 0; k < 5; ++k) {
+      expect_same(list.get_data(list.get_hits()[k].hit), pushed[k] != nullptr ? *pushed[k] : none);
+      EXPECT_EQ(reported[k], list.get_hits()[k].hit.data);
+    }
+    GeometryRaytraceCtx& nearest = packet.begin_nearest(world.shading);
+    const auto expect_data = [&](const GeometryHitData& first, const GeometryHitData& second) {
+      expect_same(packet.get_nearest_data(0), first);
+      expect_same(packet.get_nearest_data(1), second);
+    };
+    expect_data(none, none);
+    push(nearest, 1, 6, &glass);
+    expect_data(none, glass);
+    push(nearest, 0, 5, &water);
+    EXPECT_FALSE(push(nearest, 1, 6, &water));
+    expect_data(water, glass);
+    push(nearest, 1, 4, nullptr);
+    expect_data(water, none);
+    push(nearest, 1, 3, &water);
+    std::vector<double> calls;
+    nearest.push_filter({note_call, 0.0, 0.0, 0, &calls});
+    push(nearest, 0, 4, nullptr);
+    expect_data(none, water);
+    push(nearest, 0, 3, &glass);
+    expect_data(glass, water);
+  }
+}
+
 /// A query inside another, set up as by a scene tree.
 struct NestedQuery {
   explicit NestedQuery(GeometryRaytraceCtx& outer) : query(outer) {

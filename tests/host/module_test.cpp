@@ -173,6 +173,18 @@ TEST(ModuleGeometry, shows_groups_that_have_links_and_are_visible) {
   EXPECT_EQ(CtxHelpers::get_shading(query, 1)->material, &world.material);  // what it was given while hidden
 }
 
+TEST(Module, classes_form_a_chain) {
+  const auto object = make_object(nullptr);
+  const ModuleCombiner combiner(CoreString("combiner"), {}, nullptr);
+  const CoreClassInfo* const chain[] = {&CoreBaseObject::class_info(), &ModuleBase::class_info(),
+                                        &ModuleSceneItem::class_info(), &ModuleSceneObject::class_info(),
+                                        &ModuleGeometry::class_info()};
+  for (const CoreClassInfo* info : chain) EXPECT_TRUE(object->is_kindof(*info)) << info->get_name();
+  for (const CoreClassInfo* info : chain) EXPECT_EQ(combiner.is_kindof(*info), info != chain[4]);
+  EXPECT_FALSE(ModuleBase().is_kindof(*chain[2]));
+  EXPECT_FALSE(object->is_kindof(ModuleCombiner::class_info()));
+}
+
 TEST(ModuleCombiner, sums_large_counts_and_moves_when_an_object_deep_inside_moves) {
   using Objects = std::vector<std::shared_ptr<ModuleSceneObject>>;
   auto item = std::make_shared<CountedObject>();
