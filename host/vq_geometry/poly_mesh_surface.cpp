@@ -69,7 +69,12 @@ GeometrySurfacePoint PolyMesh::get_surface_point(const GeometryIntersection& hit
   if (!corner_normals_.empty())
     point.shading_normal = interpolate(normals_, corner_normals_, corners, hit).get_normalized();
   if (point.shading_normal == Vec()) point.shading_normal = point.normal;
-  if (!uv_maps_.empty()) point.uv = interpolate(uv_maps_[0].positions, uv_maps_[0].corner_positions, corners, hit);
+  if (!uv_maps_.empty()) {
+    point.uv = interpolate(uv_maps_[0].positions, uv_maps_[0].corner_positions, corners, hit);
+  } else if (uv_projection_ != PolyMeshProjection::none) {
+    const auto rest = [&](uint k) { return Vec(positions_[vertices[k]]); };
+    point.uv = get_projected_uv(hit.primitive, interpolate(rest(0), rest(1), rest(2), hit));
+  }
   return point;
 }
 
