@@ -89,6 +89,15 @@ TEST(GasTree, boxes_without_a_place_get_no_leaf) {
   for (const Probe::Form form : Probe::forms) EXPECT_EQ(Probe(invalid, form).list_all(), std::vector<uint>{2});
 }
 
+TEST(GasTree, forgets_its_former_leaves_when_it_is_created_again) {
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 100, 1);
+  CoreVector<FloatBox> boxes;
+  for (const FloatBox& box : scene.boxes) boxes.add(box);
+  Probe former(scene, Probe::Form::groups);
+  former.tree.create(boxes, nullptr);
+  EXPECT_EQ(former.list_all(), Probe(scene, Probe::Form::tree).list_all());
+}
+
 TEST(GasTree, extents_reach_every_grown_box_once) {
   for (const BoxKind kind : bounded_box_kinds) {
     for (const Probe::Form form : {Probe::Form::tree, Probe::Form::groups}) {
