@@ -18,11 +18,13 @@
 #include "gas/gas_particle_tree.h"
 #include "gas/gas_point.h"
 #include "gas/gas_scene_tree.h"
+#include "gas/gas_uv_tree.h"
 #include "support/bundle_input.h"
 #include "support/curve_check.h"
 #include "support/fake_geometry.h"
 #include "support/log_capture.h"
 #include "support/ray_query.h"
+#include "support/uv_world.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_module/module_combiner.h"
@@ -191,6 +193,28 @@ TEST(Allocation, bundles_take_none_once_their_motion_is_refitted) {
   expect_none_repeated(world, bundle);
 }
 
+TEST(Allocation, a_set_is_unchanged_when_an_item_cannot_be_added) {
+  CoreSet<uint> set;
+  for (uint item = 0; item < 40; ++item) {
+    bool was_refused = true;
+    for (uint number = 0; was_refused; ++number) {
+      refused = allocations + number;
+      const bool is_added = [&] {
+        try {
+          return set.add(item);
+        } catch (const std::bad_alloc&) {
+          return false;
+        }
+      }();
+      was_refused = allocations > refused;
+      refused = core_invalid_index;
+      ASSERT_EQ(is_added, !was_refused) << item;
+      ASSERT_EQ(std::pair(set.contains(item), set.get_count()), std::pair(is_added, item + is_added));
+    }
+    EXPECT_EQ(set[item], item);
+  }
+}
+
 TEST(Allocation, copies_of_a_grid_are_empty_or_whole) {
   CoreVector<GMathBbox3<float>> boxes;
   for (uint k = 0; k < 100; ++k) boxes.add(GMathBbox3<float>({1.0f * k, 0, 0}, {1.0f * k, 1, 1}));
@@ -258,6 +282,17 @@ struct Row {
       particles.add(owned_particles.back().get());
     }
     frustum.add_plane({{100, 0, 0}, {-1, 0, 0}});
+    for (uint k = 0; k < 3; ++k) {
+      const auto layout = std::make_shared<UvGeometry>(std::vector<uint>(row_count / 3, 3 + k % 2));
+      layout->shift.y = static_cast<float>(k);
+      layouts.add(layout);
+    }
+    layouts.shader.hit_threshold = 0.0;
+    layouts.look_up(GasUvTree(), std::span(on_edges, 1), 0.1);  // the packet's memory
+    world.app.set_progress_bar_hook([this](AppProgressBar& bar) {
+      bar.set_sink([this](const AppProgressReport& report) { leaves_task_open |= !report.task.is_empty(); },
+                   std::chrono::hours(1));  // the last report only
+    });
   }
 
   void create(GasGeometryBvh4& structure, AppProgressBar* bar) {
@@ -272,6 +307,10 @@ struct Row {
   void create(GasPoint& structure, AppProgressBar* bar) { structure.create(world.app, world.ctx, cloud.get(), bar); }
   void create(GasParticleTree& structure, AppProgressBar* bar) { structure.create(world.app, particles, bar); }
   void create(DisplacedBundle& structure, AppProgressBar* bar) { input.create_displaced(world.app, structure, bar); }
+  void create(GasUvTree& structure, AppProgressBar* /*bar*/) {
+    structure.update(world.app, layouts.items, true, map_name);
+    structure.build();
+  }
   /// By a thread that queries for the first time.
   uint count_hits(const GasObject& structure, bool moving) {
     CtxShader shader;
@@ -286,6 +325,13 @@ struct Row {
 
   uint count_hits(const GasPoint& structure, bool /*moving*/) { return count_found(structure); }
   uint count_hits(const GasParticleTree& structure, bool /*moving*/) { return count_found(structure); }
+  uint count_hits(const GasUvTree& structure, bool /*moving*/) {
+    uint count = 0;
+    for (; count < 4; ++count)
+      if (layouts.look_up(structure, std::span(on_edges + count, 1), 0.1) != 0.0f) break;
+    EXPECT_EQ(structure.is_empty(), count == 0);
+    return count;
+  }
   /// As many as beams along the rays find and a frustum lists.
   uint count_found(const GasObject& structure) {
     GeometryRayFrustumBeam beams[4];
@@ -321,6 +367,10 @@ struct Row {
   std::vector<std::unique_ptr<ModuleParticle>> owned_particles;
   CoreVector<ModuleSceneObject*> particles;
   GeometryFrustumCtx frustum;
+  UvWorld layouts;
+  const CoreString map_name = "a name that does not fit into the string itself";
+  const GMathVec3<double> on_edges[4] = {{10, 0.125, 0}, {11, 1.125, 0}, {12, 2.125, 0}, {60, 0.125, 0}};
+  bool leaves_task_open = false;
 };
 
 /// Does `work` in a fresh world again and again, with one allocation after the other refused, until none is left.
@@ -345,8 +395,10 @@ void refuse_each(const char* what, uint thread_count, bool is_built_before, cons
       bar->set_sink([&](const AppProgressReport& report) { open_task = report.task; });
       bar->finish();
       EXPECT_TRUE(open_task.is_empty()) << what << " " << number << " left open: " << open_task.get_data();
+      EXPECT_FALSE(row.leaves_task_open) << what << " " << number;
       const uint at_rest = row.count_hits(structure, false), moving = row.count_hits(structure, true);
-      const bool is_lost = std::is_same_v<Structure, DisplacedBundle> || !gmath_is_valid_box(structure.get_bbox());
+      const bool is_lost =
+          std::is_same_v<Structure, DisplacedBundle> || !gmath_is_valid_box(GMathBbox3<double>(structure.get_bbox()));
       EXPECT_TRUE(at_rest == 4 || (was_refused && at_rest == 0 && is_lost)) << what << number;
       EXPECT_EQ(moving, at_rest) << what << " " << number;  // rays at 0.3 meet boxes that moved by 0.3 and at rest
       structure.get_memory_size();
@@ -427,7 +479,7 @@ TEST_P(AllocationRefused, points_and_particles_stay_empty_or_whole) {
   EXPECT_EQ(tree.get_particle_count(), 0.0);
 }
 
-TEST(Allocation, points_and_particles_report_what_they_hold_and_take_none_once_built) {
+TEST(Allocation, points_particles_and_uv_trees_report_what_they_hold_and_take_none_once_built) {
   Row row(4);
   GasPoint structure;
   GasParticleTree tree;
@@ -445,6 +497,8 @@ TEST(Allocation, points_and_particles_report_what_they_hold_and_take_none_once_b
   check(structure);
   for (uint k = 0; k < 500; ++k) row.particles.add(row.particles[k]);
   check(tree);
+  GasUvTree layouts;
+  check(layouts);
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, AllocationRefused, testing::Values(1u, 4u));

@@ -2,11 +2,14 @@
 // and what follows once the request is cleared is as if nothing had happened.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "gas/gas_geometry.h"
 #include "support/curve_check.h"
 #include "support/scene_worlds.h"
 #include "support/test_scale.h"
 #include "support/tree_oracle.h"
+#include "support/uv_world.h"
 
 namespace {
 
@@ -126,6 +129,40 @@ TEST_P(GasStop, leaves_an_empty_structure_and_closed_stages) {
   for (const SceneNode& node : nodes) input.add(mesh.mesh.get(), node.keys[0].matrix);
   check<GasGeometryBundle>(
       [&](GasGeometryBundle& structure, AppProgressBar* bar) { input.create(world.app, structure, bar); });
+}
+
+// One of a few tries counts: the machine may be busy.
+TEST(GasUvTree, a_stop_request_ends_a_large_build_at_once) {
+  UvWorld world(2);
+  PolyMeshData own = make_terrain(scaled(500, 200), 1), indexed = own;
+  own.uv_projection = PolyMeshProjection::planar;
+  indexed.uv_maps = {{"uv", own.positions, own.polygon_vertices}};
+  for (const PolyMeshData& data : {own, indexed}) world.add(make_uv_mesh(data));
+  using Clock = std::chrono::steady_clock;
+  const auto build_until_stopped = [&](Clock::duration delay) {
+    GasUvTree tree;
+    Clock::time_point requested{};
+    std::thread user([&] {
+      std::this_thread::sleep_for(delay);
+      requested = Clock::now();
+      world.app.request_stop();
+    });
+    world.build(tree);
+    const Clock::time_point end = Clock::now();
+    user.join();
+    world.app.clear_stop_request();
+    return end - requested;
+  };
+  const Clock::time_point start = Clock::now();
+  GasUvTree whole;
+  world.build(whole);
+  const Clock::duration whole_time = Clock::now() - start;
+  for (uint k = 0; k < 8; ++k) {
+    bool is_in_time = false;
+    for (uint n = 0; n < 5 && !is_in_time; ++n)
+      is_in_time = build_until_stopped(whole_time * k / 8) < std::chrono::milliseconds(100);
+    EXPECT_TRUE(is_in_time) << k;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Threads, GasStop, testing::Values(1u, 3u));

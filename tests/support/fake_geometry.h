@@ -10,7 +10,7 @@
 #include "vq_geometry/geometry_object.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
-class FakeGeometry final : public GeometryObject {
+class FakeGeometry : public GeometryObject {
  public:
   using Box = GMathBbox3<double>;
 
