@@ -19,9 +19,10 @@ namespace {
 /// Edges in a leaf of the tree: one a leaf would take 64 bytes of nodes an edge.
 constexpr uint edges_per_leaf = 8;
 
-bool is_measurable(const GMathBbox3<float>& box) {
+/// Positions are tested, not boxes: the box of a position and a NaN may be that of the position alone.
+bool is_measurable(const GMathVec3<float>& uv) {
   for (uint axis = 0; axis < 3; ++axis)
-    if (!(box.min[axis] >= -GasUvTree::most_coordinate && box.max[axis] <= GasUvTree::most_coordinate)) return false;
+    if (!(std::fabs(uv[axis]) <= GasUvTree::most_coordinate)) return false;
   return true;
 }
 
@@ -150,11 +151,13 @@ void GasUvTree::collect_boxes(CoreVector<GMathBbox3<float>>& boxes, AppProgressB
                                uv_maps.get_count());
   CoreVector<GMathBbox3<float>> map_boxes;
   for (uint map = 0; map < uv_maps.get_count(); ++map) {
-    uv_maps[map].get_bboxes(map_boxes);
+    const GeometryUvMapData& data = uv_maps[map];
+    data.get_bboxes(map_boxes);
     for (uint edge = 0; edge < map_boxes.get_count(); ++edge) {
       gas_check_stop(*app, edge);
-      const GMathBbox3<float>& box = map_boxes[edge];
-      gas_need(boxes.add(is_measurable(box) ? box : GMathBbox3<float>()));  // the tree gives an empty box no leaf
+      const GeometryUvEdge ends = data.edges[edge];
+      const bool is_indexed = is_measurable(data.uvs[ends.first]) && is_measurable(data.uvs[ends.second]);
+      gas_need(boxes.add(is_indexed ? map_boxes[edge] : GMathBbox3<float>()));  // the tree gives an empty box no leaf
       gas_need(leaves.add({map, edge}));
     }
     stage.step(map + 1);

@@ -100,10 +100,10 @@ TEST(GasUvTree, coverage_of_single_edges) {
   UvWorld world;
   std::vector<std::pair<VecF, VecF>> lines;
   const VecF at(40, 0, 0);
-  for (uint k = 0; k < 15; ++k) {  // values that cannot be indexed
+  for (uint k = 0; k < 15; ++k) {  // values that cannot be indexed, at either end
     VecF bad = at;
     bad[k % 3] = std::array{NAN, inf, -inf, 1.5e9f, -1.5e9f}[k / 3];
-    lines.emplace_back(bad, at);
+    lines.insert(lines.end(), {{bad, at}, {at, bad}});
   }
   lines.insert(lines.end(), {{{0, 0, 0}, {1, 0, 0}},
                              {{4, 0, 0}, {4, 1, 0}},
