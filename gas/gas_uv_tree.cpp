@@ -33,6 +33,7 @@ GasUvTree::GasUvTree(const GasUvTree& other) : GasTree(other) { *this = other; }
 GasUvTree& GasUvTree::operator=(const GasUvTree& other) {
   if (this == &other) return *this;
   GasTree::operator=(other);
+  if (ray_leaf.function != nullptr) ray_leaf.user = this;
   app = other.app;
   use_first_uv_map = other.use_first_uv_map;
   dirty = other.dirty;
@@ -49,18 +50,19 @@ GasUvTree& GasUvTree::operator=(const GasUvTree& other) {
     is_whole = uv_maps[map].uvs.get_count() == other.uv_maps[map].uvs.get_count() &&
                uv_maps[map].edges.get_count() == other.uv_maps[map].edges.get_count();
   }
-  if (!is_whole) reset();
+  if (!is_whole) {
+    geometries.remove_all();
+    reset();
+  }
   return *this;
 }
 
 GasUvTree::~GasUvTree() = default;
 
 void GasUvTree::reset() {
-  if (!is_empty()) {
-    uv_maps = {};
-    leaves = {};
-    GasTree::clear();
-  }
+  uv_maps = {};
+  leaves = {};
+  GasTree::clear();
   dirty = true;
 }
 

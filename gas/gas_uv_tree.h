@@ -26,7 +26,7 @@ class GasUvTree : public GasTree {
  public:
   /// Empty and dirty; the first UV map of each geometry is used.
   GasUvTree() = default;
-  /// Copies share the geometries. Empty and dirty if there is no memory.
+  /// Copies share the geometries. Empty, dirty and without items if there is no memory.
   GasUvTree(const GasUvTree& other);
   GasUvTree& operator=(const GasUvTree& other);
   ~GasUvTree() override;
@@ -85,7 +85,6 @@ class GasUvTree : public GasTree {
   void find_maps();
   void load_maps();
   void collect_boxes(CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
-  void install_tree_callbacks();
 
   AppBase* app = nullptr;
   CoreSet<OfObject*> geometries;

@@ -479,6 +479,8 @@ TEST_P(AllocationRefused, points_and_particles_stay_empty_or_whole) {
   EXPECT_EQ(tree.get_particle_count(), 0.0);
 }
 
+TEST_P(AllocationRefused, uv_trees_stay_empty_or_whole) { refuse_builds<GasUvTree>(GetParam()); }
+
 TEST(Allocation, points_particles_and_uv_trees_report_what_they_hold_and_take_none_once_built) {
   Row row(4);
   GasPoint structure;

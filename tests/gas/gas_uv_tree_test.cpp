@@ -42,6 +42,7 @@ struct OpenTree : GasUvTree {
     }
     return bytes;
   }
+  const void* get_leaf_user() const { return ray_leaf.user; }
 };
 
 /// Points at, near, beyond and far from edges.
@@ -307,10 +308,10 @@ TEST(GasUvTree, copies_and_rebuilds_are_the_same_and_independent) {
   }
   const auto get_input = [](const OpenTree& tree) {
     return std::tuple(tree.get_use_first_uv_map(), tree.get_uv_map_name(), tree.get_geometries()->get_count(),
-                      tree.is_dirty());
+                      tree.is_dirty(), tree.get_leaf_user() == &tree);
   };
   OpenTree copy(assigned);
-  EXPECT_EQ(get_input(assigned), std::tuple(false, CoreString("uv"), 3u, false));
+  EXPECT_EQ(get_input(assigned), std::tuple(false, CoreString("uv"), 3u, false, true));
   EXPECT_EQ(get_input(copy), get_input(assigned));
   EXPECT_EQ(copy.get_bytes(), whole.get_bytes());
   other.build(assigned);
@@ -318,7 +319,7 @@ TEST(GasUvTree, copies_and_rebuilds_are_the_same_and_independent) {
   expect_world(assigned, false);
   copy.update(world.app, *copy.get_geometries(), true, copy.get_uv_map_name());
   OpenTree dirty(copy);
-  EXPECT_EQ(get_input(dirty), std::tuple(true, CoreString("uv"), 3u, true));
+  EXPECT_EQ(get_input(dirty), std::tuple(true, CoreString("uv"), 3u, true, true));
   for (OpenTree* tree : {&copy, &dirty}) {
     tree->build();
     EXPECT_EQ(tree->get_bytes(), whole.get_bytes());
