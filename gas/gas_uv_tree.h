@@ -74,6 +74,12 @@ class GasUvTree : public GasTree {
   static constexpr float most_coordinate = 1e9f;  ///< of indexed edges: squares of lengths stay finite
 
  private:
+  // Only build() fills the tree, and only ray_hit() passes what the callback needs.
+  using GasTree::clear;
+  using GasTree::create;
+  using GasTree::ray_hit_extent;
+  using GasTree::ray_hit_nearest;
+
   /// One lookup, on the caller's stack.
   struct LeafData {
     const GasUvTree* tree;

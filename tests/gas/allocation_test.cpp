@@ -156,7 +156,7 @@ TEST(Allocation, scenes_take_none_at_any_depth) {
   const auto structure = std::make_shared<GasGeometryBvh4>();
   ASSERT_TRUE(structure->create(world.ctx, geometry.get(), geometry.get(), nullptr));
   const auto row = std::make_shared<ModuleGeometry>(CoreString("row"), geometry, structure,
-                                                    gas_get_cluster_functions(structure.get()));
+                                                    gas_get_cluster_functions(structure.get(), GasClusterDetail::full));
   row->set_shading_group(0, world.links[0]);
   // Six deep: more than fits a path before it grows.
   std::shared_ptr<ModuleSceneObject> object = row;
@@ -253,8 +253,8 @@ struct Row {
     inner->create(world.ctx, &geometry, &geometry, nullptr);
     const std::shared_ptr<const GeometryObject> shared(std::shared_ptr<void>(), &geometry);
     for (uint k = 0; k < 6; ++k) {
-      objects.push_back(
-          std::make_unique<ModuleGeometry>(CoreString("row"), shared, inner, gas_get_cluster_functions(inner.get())));
+      objects.push_back(std::make_unique<ModuleGeometry>(
+          CoreString("row"), shared, inner, gas_get_cluster_functions(inner.get(), GasClusterDetail::full)));
       for (uint group = 0; group < 2; ++group) objects.back()->set_shading_group(group, world.links[0]);
       GMathMatrix4x4<double> aside;
       aside.m[2][3] = 10.0 * k;

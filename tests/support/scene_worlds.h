@@ -83,7 +83,7 @@ inline ClusterCalls cluster_calls;
 /// What objects over structures are cut by, with a look at who asks.
 inline const ModuleClusterFunctions& get_counted_functions() {
   static const auto get = [](ModuleSceneObject* object) -> const ModuleClusterFunctions& {
-    return gas_get_cluster_functions(object->get_structure());
+    return gas_get_cluster_functions(object->get_structure(), GasClusterDetail::full);
   };
   using Handles = CoreBasicArray<void*>;
   static const ModuleClusterFunctions functions{
@@ -187,7 +187,7 @@ inline std::shared_ptr<ModuleBundle> make_bundle(const QueryWorld& world, SceneN
   contents.geometry_count = bundle->get_valid_instance_count();
   contents.primitive_count = bundle->get_primitive_count();
   auto module = std::make_shared<ModuleBundle>(CoreString("bundle"), std::move(contents), bundle,
-                                               gas_get_cluster_functions(bundle.get()));
+                                               gas_get_cluster_functions(bundle.get(), GasClusterDetail::full));
   for (uint group = 0; group < module->get_shading_group_count(); ++group) {
     module->set_shading_group(group, world.links[0]);
     module->set_shading_group_visibility(group, !is_hidden_group(group));
