@@ -2,18 +2,32 @@
 include_guard()
 find_package(Threads REQUIRED)
 
-# vq_add_library(NAME SOURCES a.cpp … LINK lower_library …): a shared library of the host or of vq_gas itself.
+# vq_add_library(NAME SOURCES a.cpp … HEADERS a.h … LINK lower_library …): a shared library of the host or of vq_gas itself.
+# HEADERS are its public headers, with paths below its folder: they are installed, and may include public ones alone.
 function(vq_add_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;HEADERS;LINK" ${ARGN})
   add_library(${name} SHARED ${ARG_SOURCES})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   target_link_libraries(${name} PUBLIC ${ARG_LINK} Threads::Threads PRIVATE vq_options)
-  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/host)
   # A symbol of a library that is missing in the link list is an error here and not in the program that loads this one.
   # Sanitizers leave their own symbols to the program.
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT VQ_SANITIZE)
     # A call from one source of the library to another is direct.
     target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,-Bsymbolic-functions)
   endif()
+  vq_publish_library(${name} PUBLIC ${ARG_HEADERS})
+endfunction()
+
+# vq_publish_library(NAME PUBLIC|INTERFACE a.h …): makes the library vq_gas::NAME, in this build and where it is installed.
+# INTERFACE: it consists of headers.
+function(vq_publish_library name scope)
+  add_library(vq_gas::${name} ALIAS ${name})
+  target_compile_features(${name} ${scope} cxx_std_20)
+  target_include_directories(${name} ${scope}
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/host>)
+  cmake_path(GET CMAKE_CURRENT_SOURCE_DIR PARENT_PATH base)
+  target_sources(${name} ${scope} FILE_SET HEADERS BASE_DIRS ${base} FILES ${ARGN})
+  set_property(GLOBAL APPEND PROPERTY VQ_LIBRARIES ${name})
 endfunction()
 
 # vq_add_program(NAME SOURCES a.cpp … LINK library …): a program under bin/.

@@ -1,0 +1,92 @@
+#!/bin/sh
+# One check of the package:  check_package.sh CHECK SOURCE_FOLDER BUILD_FOLDER COMPILER
+# Status 77: skipped, with the reason. `install` leaves its result to the checks that use it.
+set -eu
+export LC_ALL=C
+check=$1 source=$2 build=$3 compiler=$4
+here=$source/tests/package
+work=$build/package_test
+moved=$work/moved
+
+fail() {
+  echo "package: $1" >&2
+  exit 1
+}
+
+need() {
+  for tool in "$@"; do
+    command -v "$tool" >/dev/null || {
+      echo "SKIPPED: $tool is missing (scripts/install_packages.sh tests installs it)"
+      exit 77
+    }
+  done
+}
+
+# A folder that has all that a program outside of the repository consists of: examples, and what builds them.
+make_consumer() {
+  rm -rf "$1"
+  mkdir -p "$1"
+  cp -r "$here"/consumer/* "$source/examples" "$1"
+}
+
+# The libraries of this project that a program loads must all be below the given folder.
+check_loaded() {
+  ldd "$2" | grep libvq_ >"$work/loaded.$check" || fail "$2 loads no library"
+  if grep -v "=> $1/" "$work/loaded.$check"; then fail "$2 loads libraries from elsewhere than $1"; fi
+}
+
+case $check in
+  install)
+    rm -rf "$work/prefix" "$moved"
+    cmake --install "$build" --prefix "$work/prefix" >/dev/null
+    mv "$work/prefix" "$moved"
+    ! grep -rlI -e "$source" "$moved" || fail "these files name the repository's folder"
+    if [ -x "$build/bin/vqgas" ]; then
+      check_loaded "$moved" "$moved/bin/vqgas"
+      "$moved/bin/vqgas" --version
+    fi
+    ;;
+
+  headers)
+    include=$moved/include/vq_gas
+    cd "$include"
+    find . -name '*.h' | sed 's,^\./,,' | sort >"$work/installed"
+    [ -s "$work/installed" ] || fail "no header is installed"
+    # Installed headers and examples include only what is installed. Each header compiles alone in the repository.
+    find . "$source/examples" -name '*.[hc]*' -type f -exec sed -n 's/^#include "\(.*\)"$/\1/p' {} + | sort -u |
+      grep -v examples/ | grep -vxF -f "$work/installed" && fail "these headers are included and not installed"
+    sed 's/.*/#include "&"/' "$work/installed" | "$compiler" -std=c++20 -Wall -Wextra -Werror -I. -fsyntax-only -x c++ -
+    # Internal headers of the library are installed only where a public one includes them.
+    grep -x 'gas/[^/]*\.h' "$work/installed" | sed 's/.*/#include "&"/' | "$compiler" -std=c++20 -I. -MM -x c++ - |
+      tr -s '\\ ' '\n' | sed -n 's,^\./,,; s/:$//; /\.h$/p' | sort >"$work/reached"
+    grep '^gas/' "$work/installed" | grep -vxF -f "$work/reached" && fail "these headers are private and installed"
+    wc -l <"$work/installed"
+    ;;
+
+  find_package)
+    make_consumer "$work/by_cmake"
+    cd "$work/by_cmake"
+    cmake -G Ninja -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$moved" -B build . | grep "found $moved"
+    cmake --build build >/dev/null
+    for program in consumer host_consumer sys_consumer; do
+      check_loaded "$moved" build/$program
+      build/$program
+    done
+    ;;
+
+  pkg_config)
+    need pkg-config
+    make_consumer "$work/by_pkg_config"
+    cd "$work/by_pkg_config"
+    libraries=$(dirname "$(find "$moved" -name libvq_gas.so)")
+    PKG_CONFIG_PATH=$libraries/pkgconfig
+    export PKG_CONFIG_PATH
+    pkg-config --exists "vq_gas >= 1 vq_gas < 2"
+    # shellcheck disable=SC2046  # one argument a flag
+    "$compiler" -std=c++20 -I. examples/08_curves.cpp $(pkg-config --cflags --libs vq_gas) "-Wl,-rpath,$libraries" -o curves
+    check_loaded "$moved" curves
+    ./curves
+    ;;
+
+  *) fail "unknown check $check" ;;
+esac
