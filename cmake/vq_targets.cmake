@@ -37,12 +37,18 @@ function(vq_add_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_options)
 endfunction()
 
-# vq_add_test(NAME SOURCES a.cpp … LINK library …): a GoogleTest program. ctest runs each of its tests in a process of its
-# own, so that all processors have work and a hang is found by name.
+# vq_add_test(NAME [INTERNAL] SOURCES a.cpp … LINK library …): a GoogleTest program. ctest runs each of its tests in a
+# process of its own, so that all processors have work and a hang is found by name. INTERNAL: it calls what the shared
+# libraries do not export, and links their objects instead.
 function(vq_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  cmake_parse_arguments(ARG "INTERNAL" "" "SOURCES;LINK" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
-  target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_test_support)
+  if(ARG_INTERNAL)
+    set(tested vq_internal)
+  else()
+    set(tested vq_gas::vq_gas vq_gas::host)
+  endif()
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} vq_test_support ${tested})
   target_precompile_headers(${name} REUSE_FROM vq_test_support)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 TEST_PREFIX ${name}.)

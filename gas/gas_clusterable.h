@@ -5,9 +5,10 @@
 // is valid for its own structure until that is rebuilt. The null handle is the whole structure.
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_object.h"
 
-class GasClusterable : public GasObject {
+class VQ_EXPORT GasClusterable : public GasObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -12,13 +12,14 @@
 #include "gas/gas_clusterable.h"
 #include "gas/structure/gas_bvh_geometry.h"
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_linear_space.h"
 
 class AppProgressBar;
 class GeometryObject;
 class SysThreadManager;
 
-class GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
+class VQ_EXPORT GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

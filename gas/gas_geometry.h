@@ -10,12 +10,13 @@
 #pragma once
 #include "gas/gas_geometry_base.h"
 #include "gas/structure/gas_structure.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_grid_tree_motion.h"
 
 class GasGeometry;
 
 /// The grid's boxes at the samples of one motion-blur description.
-struct GasGeometryMotion {
+struct VQ_EXPORT GasGeometryMotion {
   explicit GasGeometryMotion(GasGeometry* owner) : owner(owner) {}
   void clear() { motion.clear(); }
   u64 get_array_bytes() const { return motion.get_memory_size() - sizeof(motion); }
@@ -29,7 +30,7 @@ struct GasGeometryMotion {
   std::atomic<uint> stamp{0};  ///< stamp of the description that `motion` belongs to; 0: stale
 };
 
-class GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometryMotion> {
+class VQ_EXPORT GasGeometry : public GasStructure<GasGeometry, GasGeometryBase, GasGeometryMotion> {
  public:
   using MotionData = GasGeometryMotion;
 

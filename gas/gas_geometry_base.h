@@ -12,11 +12,12 @@
 
 #include "gas/gas_clusterable.h"
 #include "vq_app_base/app_progress_scope.h"
+#include "vq_core/core_export.h"
 
 class AppProgressBar;
 class GeometryObject;
 
-class GasGeometryBase : public GasClusterable {
+class VQ_EXPORT GasGeometryBase : public GasClusterable {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -17,6 +17,7 @@
 
 #include "gas/gas_clusterable.h"
 #include "gas/structure/gas_instance_structure.h"
+#include "vq_core/core_export.h"
 
 class AppProgressBar;
 class GeometryObject;
@@ -25,7 +26,7 @@ class OfApp;
 struct GasBundleSlots;
 struct GasNestedQueryCtx;
 
-class GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObject> {
+class VQ_EXPORT GasGeometryBundle : public GasInstanceStructure<GasGeometryBundle, GasObject> {
  public:
   using Matrix = GMathMatrix4x4<double>;
   /// Called once a leaf visit, before the query continues in the instance, with the outer query; the last argument is

@@ -11,8 +11,9 @@
 #pragma once
 #include "gas/gas_geometry_base.h"
 #include "gas/structure/gas_bvh_geometry.h"
+#include "vq_core/core_export.h"
 
-class GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> {
+class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -2,6 +2,7 @@
 //
 // Connects the host's scene objects to the clusters of this library's structures.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_module/module_scene_object.h"
 
 /// How many clusters an object has in a scene that asks for `count` of them.
@@ -13,5 +14,5 @@ enum class GasClusterDetail {
 /// The cluster functions for an object over `structure`: those of the structure if it is a GasClusterable or a
 /// GasGeometryBundle, else those that make it one cluster. An object without a structure has no clusters. The result
 /// lives as long as the program. Thread-safe, O(1).
-const ModuleClusterFunctions& gas_get_cluster_functions(const GasObject* structure,
+VQ_EXPORT const ModuleClusterFunctions& gas_get_cluster_functions(const GasObject* structure,
                                                         GasClusterDetail detail = GasClusterDetail::by_size);

@@ -12,6 +12,7 @@
 // Beams keep their parameter t in every space, so a record needs no way back.
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_gas_base/gas_tree.h"
 
@@ -19,7 +20,7 @@ class AppBase;
 class AppProgressBar;
 class ModuleSceneObject;
 
-class GasParticleTree : public GasObject {
+class VQ_EXPORT GasParticleTree : public GasObject {
  public:
   /// An empty structure: queries find nothing.
   GasParticleTree() = default;

@@ -10,13 +10,14 @@
 // its tree: about 22 bytes a point then, and no query has to look up a point in the cloud.
 #pragma once
 #include "gas/frame/gas_memory.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_grid_tree.h"
 #include "vq_gas_base/gas_object.h"
 
 class GeometryPointCloud;
 class ParticleCloud;
 
-class GasPoint : public GasObject {
+class VQ_EXPORT GasPoint : public GasObject {
  public:
   /// An empty structure: queries find nothing.
   GasPoint() = default;

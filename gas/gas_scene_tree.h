@@ -9,6 +9,7 @@
 #pragma once
 #include "gas/structure/gas_instance_structure.h"
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_gmath/gmath_ray.h"
 
@@ -18,7 +19,7 @@ class ModuleSceneObject;
 struct GasNestedQueryCtx;
 struct GeometryOverride;
 
-class GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
+class VQ_EXPORT GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObject> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -11,6 +11,7 @@
 // answers 1, no edges, rather than from old data.
 #pragma once
 #include "gas/geometry_uv_map_data.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_set.h"
 #include "vq_core/core_string.h"
 #include "vq_gas_base/gas_tree.h"
@@ -22,7 +23,7 @@ struct GasUvLeaf {
   uint map, edge;
 };
 
-class GasUvTree : public GasTree {
+class VQ_EXPORT GasUvTree : public GasTree {
  public:
   /// Empty and dirty; the first UV map of each geometry is used.
   GasUvTree() = default;

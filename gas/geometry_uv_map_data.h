@@ -10,6 +10,7 @@
 #pragma once
 #include "gas/frame/gas_tasks.h"
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_bbox.h"
 
 class AppBase;
@@ -21,7 +22,7 @@ struct GeometryUvEdge {
   uint second = core_invalid_index;
 };
 
-struct GeometryUvMapData {
+struct VQ_EXPORT GeometryUvMapData {
   static constexpr uint invalid_index = core_invalid_index;  ///< the end of a list, or an unused entry
 
   const ModuleGeometry* geometry = nullptr;  ///< not owned
@@ -58,7 +59,7 @@ struct GeometryUvMapData {
 };
 
 /// Loads one map, for stages of GasUvTree.
-class GeometryUvMapDataTask final : public GasTask {
+class VQ_EXPORT GeometryUvMapDataTask final : public GasTask {
  public:
   AppBase* app = nullptr;  ///< checked for stop requests
   GeometryUvMapData* data = nullptr;

@@ -3,6 +3,7 @@
 // Statistics of a built tree: for reports, for tests, and to compare split strategies.
 #pragma once
 #include "gas/bvh/gas_bvh.h"
+#include "vq_core/core_export.h"
 
 struct BvhStatistics {
   uint aligned_nodes = 0, quantized_nodes = 0, oriented_nodes = 0;
@@ -17,4 +18,4 @@ struct BvhStatistics {
 };
 
 /// Visits the whole tree. Cost: O(nodes + items).
-BvhStatistics bvh_compute_statistics(const GasBvh<4>& tree);
+VQ_EXPORT BvhStatistics bvh_compute_statistics(const GasBvh<4>& tree);

@@ -11,6 +11,7 @@
 // have few of them. vqgas info prints the bytes by array.
 #pragma once
 #include "gas/bvh/bvh_layout.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_bbox.h"
 
@@ -38,7 +39,7 @@ struct BvhBuildParams {
 static_assert(sizeof(BvhBuildParams) == 16);
 
 template <uint width>
-class GasBvh {
+class VQ_EXPORT GasBvh {
  public:
   template <class Split>
   class BuildTask;

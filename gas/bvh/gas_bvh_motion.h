@@ -19,6 +19,7 @@
 #include "gas/bvh/bvh_layout.h"
 #include "gas/bvh/gas_bvh.h"
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_linear_space.h"
 
 class AppProgressBar;
@@ -34,7 +35,7 @@ struct BvhSampleMeasure {
 };
 
 template <uint width>
-class GasBvhMotion {
+class VQ_EXPORT GasBvhMotion {
  public:
   class UpdateUNodesTask;
 

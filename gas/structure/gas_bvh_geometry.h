@@ -11,11 +11,12 @@
 #include "gas/structure/gas_bvh_structure.h"
 #include "gas/structure/gas_wireframe_filter.h"
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 
 class AppProgressBar;
 
 template <class Self, class Base>
-class GasBvhGeometry : public GasBvhStructure<Self, Base> {
+class VQ_EXPORT GasBvhGeometry : public GasBvhStructure<Self, Base> {
  public:
   using MotionData = GasRefitRecord<Self>;
 

@@ -19,10 +19,11 @@
 #include "gas/bvh/gas_bvh.h"
 #include "gas/bvh/gas_bvh_motion.h"
 #include "gas/structure/gas_structure.h"
+#include "vq_core/core_export.h"
 
 /// The tree refitted to one motion-blur description.
 template <class Owner>
-struct GasRefitRecord {
+struct VQ_EXPORT GasRefitRecord {
   explicit GasRefitRecord(Owner* owner) : owner(owner) {}
   void clear() { refit.clear(); }
   u64 get_array_bytes() const { return refit.get_array_bytes(); }
@@ -36,7 +37,7 @@ struct GasRefitRecord {
 };
 
 template <class Self, class Base, class Record = GasRefitRecord<Self>>
-class GasBvhStructure : public GasStructure<Self, Base, Record> {
+class VQ_EXPORT GasBvhStructure : public GasStructure<Self, Base, Record> {
  public:
   /// For reports and tests.
   const GasBvh<4>& get_tree() const { return tree; }

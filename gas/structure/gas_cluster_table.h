@@ -11,8 +11,9 @@
 // Leaves are in the order of the instances here; the tree has them in its own order (gas_instance_entry.h).
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 
-struct GasClusterTable {
+struct VQ_EXPORT GasClusterTable {
   /// [instance] its clusters, during the build.
   using Lists = CoreArray<CoreVector<void*>>;
 

@@ -8,11 +8,12 @@
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/frame/gas_guard.h"
 #include "gas/structure/gas_bvh_structure.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_memory.h"
 #include "vq_gmath/gmath_matrix.h"
 
 template <class Owner>
-struct GasInstanceMotion : GasRefitRecord<Owner> {
+struct VQ_EXPORT GasInstanceMotion : GasRefitRecord<Owner> {
   using GasRefitRecord<Owner>::GasRefitRecord;
 
   void clear() {

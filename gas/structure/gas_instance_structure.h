@@ -46,6 +46,7 @@
 #include "gas/structure/gas_instance_entry.h"
 #include "gas/structure/gas_instance_motion.h"
 #include "gas/structure/gas_world_bbox.h"
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_ray.h"
 
 struct GasNestedTarget;
@@ -54,7 +55,7 @@ template <class Structure>
 class GasInstanceMotionTask;
 
 template <class Self, class Base>
-class GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotion<Self>> {
+class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotion<Self>> {
  public:
   using MotionData = GasInstanceMotion<Self>;
 

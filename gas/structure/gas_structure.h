@@ -29,11 +29,12 @@
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/frame/gas_memory.h"
 #include "gas/frame/gas_motion_container.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_object.h"
 #include "vq_sys/sys_thread_lock.h"
 
 template <class Self, class Base, class Record>
-class GasStructure : public Base {
+class VQ_EXPORT GasStructure : public Base {
  public:
   /// The static box of the tree; inverted if it is empty. Thread-safe, O(1).
   GMathBbox3<double> get_bbox() const override;

@@ -8,14 +8,15 @@
 #include <vector>
 
 #include "vq_app_base/app_progress_bar.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_core/core_types.h"
 #include "vq_sys/sys_thread_manager.h"
 
 /// Thrown by AppBase::check_stop(). Long operations catch it where they began.
-struct AppStopped {};
+struct VQ_EXPORT AppStopped {};
 
-class AppBase {
+class VQ_EXPORT AppBase {
  public:
   /// Receives each new progress bar before its creator does, to set a sink on it.
   using ProgressBarHook = std::function<void(AppProgressBar&)>;

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_core/core_types.h"
 
@@ -39,7 +40,7 @@ struct AppProgressTask {
   uint depth;  ///< 0 for a task without a parent
 };
 
-class AppProgressBar {
+class VQ_EXPORT AppProgressBar {
  public:
   /// Called from the thread that stepped, one call at a time, and never called again after a report with is_finished.
   /// Of the bar it reports on it may only call the functions named get_... What it throws is dropped.

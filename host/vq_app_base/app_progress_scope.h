@@ -3,9 +3,10 @@
 // Progress of code whose bar may be null. Scopes close their task in the destructor.
 #pragma once
 #include "vq_app_base/app_progress_bar.h"
+#include "vq_core/core_export.h"
 
 /// One task of a bar, open while this lives. Without a bar, or without memory for the task, it does nothing.
-class AppProgressScope {
+class VQ_EXPORT AppProgressScope {
  public:
   AppProgressScope(AppProgressBar* progress, const char* name, double weight, uint step_count = 0) noexcept;
   ~AppProgressScope() {
@@ -24,7 +25,7 @@ class AppProgressScope {
 };
 
 /// Creates a bar for work that was given none; the destructor finishes it.
-class AppOwnProgress {
+class VQ_EXPORT AppOwnProgress {
  public:
   AppOwnProgress(AppBase& application, const char* title) noexcept;
   ~AppOwnProgress() {

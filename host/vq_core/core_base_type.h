@@ -21,9 +21,10 @@
 #include <new>
 
 #include "vq_core/core_class_info.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
-class CoreBaseType {
+class VQ_EXPORT CoreBaseType {
  public:
   virtual ~CoreBaseType();
   /// True when the object's class is `info`'s class or derives from it.
@@ -54,17 +55,17 @@ class CoreBaseType {
 /// The destructor entry of the host's own class records: deletes one object, or the elements of an array from last to
 /// first and then its block. A null object does nothing. Always true.
 /// @param object points at an object (or the first element of an array) of a class derived from CoreBaseType
-bool core_destroy_object(void* object, const bool& is_array);
+VQ_EXPORT bool core_destroy_object(void* object, const bool& is_array);
 
 /// Link of the chain below every object; adds no state.
-class CoreBaseObject : public CoreBaseType {
+class VQ_EXPORT CoreBaseObject : public CoreBaseType {
  public:
   const CoreClassInfo& get_class_info() const override;
   static const CoreClassInfo& class_info();
 };
 
 /// Adds one untyped tag for the program that embeds the host. It is stored, never dereferenced or freed.
-class CoreCustomData : public CoreBaseObject {
+class VQ_EXPORT CoreCustomData : public CoreBaseObject {
  public:
   const CoreClassInfo& get_class_info() const override;
   static const CoreClassInfo& class_info();

@@ -7,9 +7,10 @@
 #pragma once
 #include <string>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
-class CoreClassInfo {
+class VQ_EXPORT CoreClassInfo {
  public:
   /// Destroys and frees the object, or the array when the flag says so. Null objects do nothing. Returns true.
   using Destructor = bool (*)(void* object, const bool& is_array);

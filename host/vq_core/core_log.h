@@ -11,10 +11,11 @@
 #include <functional>
 #include <mutex>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_core/core_types.h"
 
-class CoreLogHandler {
+class VQ_EXPORT CoreLogHandler {
  public:
   /// Receives each message that is let through, one at a time. A sink must not log itself.
   using Sink = std::function<void(const CoreString& message, const uint& level)>;
@@ -40,7 +41,7 @@ class CoreLogHandler {
 };
 
 /// Builds one message from texts and decimal integers.
-class CoreLogStream {
+class VQ_EXPORT CoreLogStream {
  public:
   CoreLogStream& operator<<(const char* text);  ///< null adds nothing
   CoreLogStream& operator<<(const CoreString& text);

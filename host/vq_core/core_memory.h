@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "vq_core/core_assert.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 /// Blocks of at least this size are aligned to it and marked for large pages.
@@ -18,10 +19,10 @@ inline constexpr std::size_t core_large_page_bytes = std::size_t(2) << 20;
 /// @param alignment a power of two
 /// @return the block, to be freed with core_aligned_free(); null when `bytes` is 0, when `alignment` is not a power of
 ///         two or when there is no memory. Never throws. Thread-safe.
-void* core_aligned_alloc(std::size_t bytes, std::size_t alignment) noexcept;
+VQ_EXPORT void* core_aligned_alloc(std::size_t bytes, std::size_t alignment) noexcept;
 
 /// Frees a block of core_aligned_alloc(). Null does nothing. Thread-safe.
-void core_aligned_free(void* block) noexcept;
+VQ_EXPORT void core_aligned_free(void* block) noexcept;
 
 /// Owns one aligned block of `count` items, as unique_ptr owns an object: movable, not copyable. Items start undefined
 /// and are never destroyed, so T is a plain record.

@@ -8,7 +8,9 @@
 #include <string>
 #include <string_view>
 
-class CoreString {
+#include "vq_core/core_export.h"
+
+class VQ_EXPORT CoreString {
  public:
   CoreString() = default;
   /// A null pointer gives the empty string.

@@ -11,13 +11,14 @@
 #pragma once
 #include <memory>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 class AppBase;
 class CtxMotionBlur;
 class OfObjectFactory;
 
-class CtxEval {
+class VQ_EXPORT CtxEval {
  public:
   /// A top-level context with an empty table: as many entries as the application has threads and guests.
   explicit CtxEval(OfObjectFactory& factory);

@@ -6,12 +6,13 @@
 //
 // A description must not change while queries use it.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_time_sampling.h"
 
 class GeometryRaytraceCtx;
 
-class CtxMotionBlur {
+class VQ_EXPORT CtxMotionBlur {
  public:
   /// Samples the shutter [`open`, `close`] at `sample_count` equally spaced times, both ends included. An open shutter
   /// (close > open) has at least two samples, a closed one exactly one. Takes the lowest free slot. Thread-safe.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 class CtxMotionBlur;
@@ -13,7 +14,7 @@ struct Material;
 class ShadingVariablesCtx;
 
 /// Scratch memory of one traversal: grows to the largest request and is kept.
-class CtxGasTraversal {
+class VQ_EXPORT CtxGasTraversal {
  public:
   CtxGasTraversal() = default;
   ~CtxGasTraversal();
@@ -30,7 +31,7 @@ class CtxGasTraversal {
   std::size_t capacity_ = 0;
 };
 
-class CtxShader {
+class VQ_EXPORT CtxShader {
  public:
   CtxShader() = default;
   ~CtxShader();

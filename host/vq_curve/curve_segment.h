@@ -11,11 +11,12 @@
 // minus the angle to 1e-8 turns, and its lowest bits hold the angle between normal and tangent. See
 // curve_get_surface_point().
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
 #include "vq_gmath/gmath_ray.h"
 
-enum class CurveShape { linear, cubic };
+enum class VQ_EXPORT CurveShape { linear, cubic };
 
 /// A control point of a curve: a ball. Negative radii are read as 0.
 template <class T>
@@ -27,7 +28,7 @@ struct CurvePoint {
 static_assert(sizeof(CurvePoint<float>) == 16 && sizeof(CurvePoint<double>) == 32);
 
 template <CurveShape shape>
-struct CurveSegment {
+struct VQ_EXPORT CurveSegment {
   static constexpr uint point_count = shape == CurveShape::linear ? 2 : 4;
   CurvePoint<double> point[point_count];
 
@@ -47,20 +48,21 @@ struct CurveHit {
 /// the ray's point nearest to the segment, so that distant segments keep their precision. A segment whose radii are all
 /// 0 is never hit. No allocation.
 template <CurveShape shape>
-bool curve_hit_segment(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, double t_near,
-                       double t_far, CurveHit& hit);
+VQ_EXPORT bool curve_hit_segment(const GMathBasicRay<double>& ray, const CurveSegment<shape>& segment, double t_near,
+                                 double t_far, CurveHit& hit);
 
 /// The box of the solid along the axes of `space`; `curve_get_bbox` along the world's. Tight, except for
 /// rounding: of a cubic, the extremes of the curve itself and not of its control points. Not a valid box when a
 /// coordinate or a radius is NaN or infinite.
 template <CurveShape shape>
-GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space);
+VQ_EXPORT GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment,
+                                                     const GMathLinearSpace3<double>& space);
 template <CurveShape shape>
-GMathBbox3<double> curve_get_bbox(const CurveSegment<shape>& segment);
+VQ_EXPORT GMathBbox3<double> curve_get_bbox(const CurveSegment<shape>& segment);
 
 /// A frame along the segment: the first axis from its first to its last point, the second in the direction of its bend.
 template <CurveShape shape>
-GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment);
+VQ_EXPORT GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment);
 
 struct CurveSurfacePoint {
   GMathVec3<double> position;
@@ -71,4 +73,4 @@ struct CurveSurfacePoint {
 /// is the direction of the normal of the plane in which a cubic's control points bend most; for a straight segment the
 /// coordinate axis most perpendicular to it. This direction changes continuously along the segment.
 template <CurveShape shape>
-CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v);
+VQ_EXPORT CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, double u, double v);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_memory.h"
 #include "vq_core/core_string.h"
 #include "vq_curve/curve_segment.h"
@@ -45,7 +46,7 @@ struct CurveData {
   double motion_step = 1.0;
 };
 
-class CurveSet {
+class VQ_EXPORT CurveSet {
  public:
   /// How points at a time are computed: the points at rest, or a blend of two motion samples.
   struct MotionBlend {

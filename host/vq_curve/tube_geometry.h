@@ -5,15 +5,16 @@
 //   segment   TubeMeshFast   one segment; a hit's part is 0
 //   curve     TubeMesh       all segments of a curve; a hit's part is the segment within the curve
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_curve/curve_set.h"
 #include "vq_geometry/geometry_object.h"
 
 class CtxMotionBlur;
 
-enum class TubePrimitive { segment, curve };
+enum class VQ_EXPORT TubePrimitive { segment, curve };
 
 template <TubePrimitive kind>
-class TubeGeometry : public GeometryObject {
+class VQ_EXPORT TubeGeometry : public GeometryObject {
  public:
   TubeGeometry(const TubeGeometry&) = delete;
   TubeGeometry& operator=(const TubeGeometry&) = delete;

@@ -3,9 +3,10 @@
 // Few and large curves: cables, pipes, branches. One primitive is a whole curve, tested segment by segment. For
 // structures with boxes along the world's axes.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_curve/tube_geometry.h"
 
-class TubeMesh final : public TubeGeometry<TubePrimitive::curve> {
+class VQ_EXPORT TubeMesh final : public TubeGeometry<TubePrimitive::curve> {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

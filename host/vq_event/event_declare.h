@@ -8,10 +8,11 @@
 //
 // Each entry is a global name and a global flag; several files may declare the same event.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_event/event_table.h"
 
-struct EventDeclaration {
+struct VQ_EXPORT EventDeclaration {
   /// Registers the event with event_debug_collisions().
   EventDeclaration(EventId id);
 

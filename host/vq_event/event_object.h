@@ -4,9 +4,10 @@
 #pragma once
 #include "vq_core/core_array.h"
 #include "vq_core/core_base_type.h"
+#include "vq_core/core_export.h"
 #include "vq_event/event_table.h"
 
-class EventObject : public CoreCustomData {
+class VQ_EXPORT EventObject : public CoreCustomData {
  public:
   using Listener = void (*)(EventObject& sender, const uint& event, void* user);
 

@@ -15,6 +15,7 @@
 // space-filling curve. Walked by gas_binary_walk.h.
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_memory.h"
 #include "vq_gmath/gmath_bbox.h"
 
@@ -66,7 +67,7 @@ struct GasBinaryPlace {
   bool exists() const { return slot != nowhere; }
 };
 
-class GasBinaryTree {
+class VQ_EXPORT GasBinaryTree {
  public:
   static constexpr uint most_depth = 64;
 

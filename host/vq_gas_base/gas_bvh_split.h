@@ -10,6 +10,7 @@
 // throw AppStopped after a stop request of the application, and std::bad_alloc.
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
@@ -39,7 +40,7 @@ struct GasBvhSplitSetGeom : GasBvhSplitSet {
 };
 
 /// The input of a strategy; filled by the tree builder, shared by all sets of one build.
-struct GasBvhSplitCtx {
+struct VQ_EXPORT GasBvhSplitCtx {
   uint* order = nullptr;                                  ///< permuted in place
   const GMathBbox3<float>* item_boxes = nullptr;          ///< indexed by item
   const GMathLinearSpace3<float>* item_spaces = nullptr;  ///< indexed by item; oriented strategy only
@@ -75,7 +76,7 @@ struct GasBvhSplitItemBins {
 
 /// Binned surface-area split on the centroids (Wald 2007, "On fast Construction of SAH-based Bounding Volume
 /// Hierarchies"). The result depends on the set alone, never on the number of threads.
-class GasBvhSplitAligned {
+class VQ_EXPORT GasBvhSplitAligned {
  public:
   /// Permutes the set's range and fills both halves (range, box, area). False when it does not split the set: only for
   /// sets of at most max_leaf items that are cheaper as a leaf. Does not change `aligned`. With a thread manager a
@@ -94,7 +95,7 @@ class GasBvhSplitAligned {
 /// "Exploiting Local Orientation Similarity for Efficient Ray Traversal of Hair and Fur"). The oriented split is
 /// searched with capsules that approximate the items; only refit() measures the items themselves. The result depends on
 /// the set alone, never on the number of threads.
-class GasBvhSplitUnaligned {
+class VQ_EXPORT GasBvhSplitUnaligned {
  public:
   /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; does not
   /// change it otherwise. Areas and boxes of the halves are those along the world's axes either way.

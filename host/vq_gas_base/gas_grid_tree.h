@@ -21,6 +21,7 @@
 #include <atomic>
 #include <memory>
 
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_lazy_state.h"
 #include "vq_gas_base/gas_tree.h"
 
@@ -71,7 +72,7 @@ struct GasGridPart {
   u64 get_memory_size() const { return tree.get_memory_size() + corners.get_bytes(); }
 };
 
-class GasGridTree : public GasTree {
+class VQ_EXPORT GasGridTree : public GasTree {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <memory>
 
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_grid_tree.h"
 #include "vq_gas_base/gas_tree_motion.h"
 #include "vq_gmath/gmath_time_sampling.h"
@@ -21,7 +22,7 @@ class CtxMotionBlur;
 using GasGridLeafBoxesAt = void (*)(void* user, const CtxEval&, const double& time, const uint& count,
                                     const uint* positions, GMathBbox3<float>* boxes);
 
-class GasGridTreeMotion : public GasTreeMotion {
+class VQ_EXPORT GasGridTreeMotion : public GasTreeMotion {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

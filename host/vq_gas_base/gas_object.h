@@ -3,6 +3,7 @@
 // The base of every acceleration structure, with the query entry points for the host. A structure sets the callbacks
 // when it has been built; an entry point without a callback returns no hits.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_resource/resource_data.h"
 
@@ -16,7 +17,7 @@ class GeometryRaytraceCtx;
 template <class Query>
 using GasQueryCallback = void (*)(const GasObject*, const CtxEval&, CtxShader&, Query&);
 
-class GasObject : public ResourceData {
+class VQ_EXPORT GasObject : public ResourceData {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

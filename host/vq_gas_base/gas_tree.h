@@ -7,6 +7,7 @@
 // clear().
 #pragma once
 #include "vq_core/core_base_type.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_binary_tree.h"
 
 class AppBase;
@@ -30,7 +31,7 @@ struct GasTreeLeaf {
   void* user = nullptr;
 };
 
-class GasTree : public CoreBaseObject {
+class VQ_EXPORT GasTree : public CoreBaseObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

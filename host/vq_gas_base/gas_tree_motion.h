@@ -5,9 +5,10 @@
 #include <vector>
 
 #include "vq_core/core_base_type.h"
+#include "vq_core/core_export.h"
 #include "vq_gas_base/gas_binary_tree.h"
 
-class GasTreeMotion : public CoreBaseObject {
+class VQ_EXPORT GasTreeMotion : public CoreBaseObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

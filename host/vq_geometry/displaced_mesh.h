@@ -17,6 +17,7 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_geometry/displaced_mesh_cache.h"
 #include "vq_geometry/displaced_mesh_input.h"
 
@@ -54,7 +55,7 @@ class DisplacedMeshBoxes {
   std::unique_ptr<std::atomic<u8>[]> states_;
 };
 
-class DisplacedMesh final : public GeometryObject {
+class VQ_EXPORT DisplacedMesh final : public GeometryObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

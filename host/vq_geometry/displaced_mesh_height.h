@@ -5,6 +5,7 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_gmath/gmath_vec.h"
 
@@ -14,7 +15,7 @@ struct GeometryHeightPoint {
   GMathVec2<double> uv;  ///< of UV map 0; 0 unless the function uses_uv()
 };
 
-class GeometryHeight {
+class VQ_EXPORT GeometryHeight {
  public:
   GeometryHeight() = default;
   GeometryHeight(const GeometryHeight&) = delete;
@@ -41,7 +42,7 @@ struct GeometryNoiseSettings {
 
 /// Fractal sum of gradient noise of the position: Perlin 1985, "An Image Synthesizer", with the gradients and the
 /// interpolation of Perlin 2002, "Improving Noise". Cost: some 300 instructions per octave.
-class GeometryNoiseHeight final : public GeometryHeight {
+class VQ_EXPORT GeometryNoiseHeight final : public GeometryHeight {
  public:
   explicit GeometryNoiseHeight(const GeometryNoiseSettings& settings);
 
@@ -57,7 +58,7 @@ class GeometryNoiseHeight final : public GeometryHeight {
 
 /// An image, stretched over the unit square of UV map 0 and repeated beyond. Between pixel centers the value is
 /// bilinear; the last column is followed by the first, and so are the rows.
-class GeometryImageHeight final : public GeometryHeight {
+class VQ_EXPORT GeometryImageHeight final : public GeometryHeight {
  public:
   /// @param pixels  [width * height] heights in the unit of the positions, row by row; v = 0 is the first row's edge
   GeometryImageHeight(uint width, uint height, std::vector<float>&& pixels);

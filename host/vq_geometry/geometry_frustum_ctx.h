@@ -9,6 +9,7 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_matrix.h"
 #include "vq_shading_variable/shading_variables.h"
@@ -46,7 +47,7 @@ static_assert(sizeof(GeometryFrustumResult) == 10);
 enum class GeometryFrustumMode : uint { any = 0, all = 1, points = 2, vertices = 3 };
 enum class GeometryBoxPlace { outside, straddling, inside };
 
-struct GeometryFrustumData {
+struct VQ_EXPORT GeometryFrustumData {
   static constexpr uint plane_capacity = 8;
 
   GeometryPlane planes[plane_capacity];  ///< side planes
@@ -78,7 +79,7 @@ struct GeometryFrustumVertex {
   uint index = 0;                            ///< of the vertex in the geometry's point cloud
 };
 
-class GeometryFrustumCtx : public GeometryFrustumData {
+class VQ_EXPORT GeometryFrustumCtx : public GeometryFrustumData {
  public:
   /// Removes all results. Without it, a query adds its results to the previous ones.
   void clear_results();

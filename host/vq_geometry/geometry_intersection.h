@@ -17,6 +17,7 @@
 #include <span>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_gmath/gmath_matrix.h"
@@ -64,7 +65,7 @@ struct GeometryHitTransform {
 };
 
 /// The nearest hits of a packet: one record a ray and, from the first nested hit on, one transform and one path a ray.
-class GeometryNearestHits {
+class VQ_EXPORT GeometryNearestHits {
  public:
   /// One empty record per ray. Grows, never shrinks. Not to be called between a query and the reading of its results.
   void resize(uint ray_count) {
@@ -100,7 +101,7 @@ class GeometryNearestHits {
 };
 
 /// Access of one nesting level to the nearest hits of the outermost query.
-class GeometryIntersectionMap {
+class VQ_EXPORT GeometryIntersectionMap {
  public:
   GeometryIntersectionMap() = default;
   GeometryIntersectionMap(GeometryNearestHits& hits, uint level)
@@ -153,7 +154,7 @@ struct GeometryHit {
 };
 
 /// All hits of a packet in the order they were found; not sorted by distance.
-class GeometryHitList {
+class VQ_EXPORT GeometryHitList {
  public:
   /// Removes the hits, keeps the memory.
   void clear() {

@@ -8,6 +8,7 @@
 #pragma once
 #include <span>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 struct Material;
@@ -31,7 +32,7 @@ struct GeometryIntersectionPathElement {
 static_assert(sizeof(GeometryIntersectionPathElement) == 20);
 
 /// Not thread-safe: each query context has its own.
-class GeometryIntersectionPath {
+class VQ_EXPORT GeometryIntersectionPath {
  public:
   static constexpr uint inline_capacity = 4;
 

@@ -8,6 +8,7 @@
 // geometry's own space. Do not throw anything but std::bad_alloc.
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_linear_space.h"
@@ -29,7 +30,7 @@ struct GeometrySurfacePoint {
   GMathVec3<double> uv;              ///< of the first UV map; 0 without one
 };
 
-class GeometryObject : public ResourceData {
+class VQ_EXPORT GeometryObject : public ResourceData {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -17,12 +17,13 @@
 #pragma once
 #include <type_traits>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_matrix.h"
 
 class ModuleSceneObject;
 
-struct GeometryRayFrustumBeam {
+struct VQ_EXPORT GeometryRayFrustumBeam {
   GMathVec3<double> origin, direction;  ///< of the center; t is in units of the directions, which may have any length
   GMathVec3<double> normal;             ///< of the planes across the beam; any length
   GMathVec3<double> corner_origins[4];  ///< in ring order
@@ -64,7 +65,7 @@ struct GeometryRayFrustumData {
 static_assert(std::is_trivially_copyable_v<GeometryRayFrustumData>);
 
 /// One thread at a time. What `beams` and `records` point to must outlive the query.
-class GeometryRayFrustumCtx : public GeometryRayFrustumData {
+class VQ_EXPORT GeometryRayFrustumCtx : public GeometryRayFrustumData {
  public:
   GeometryRayFrustumCtx() = default;
   GeometryRayFrustumCtx(const GeometryRayFrustumCtx&) = delete;

@@ -12,11 +12,12 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 
 /// One thread at a time. The packet must not move between begin_* and the reading of the results, and `shading` must
 /// live as long as the query.
-class GeometryRayPacket {
+class VQ_EXPORT GeometryRayPacket {
  public:
   GeometryRayPacket() = default;
   GeometryRayPacket(const GeometryRayPacket&) = delete;

@@ -12,6 +12,7 @@
 #pragma once
 #include <type_traits>
 
+#include "vq_core/core_export.h"
 #include "vq_geometry/geometry_intersection.h"
 #include "vq_gmath/gmath_ray.h"
 #include "vq_shading_variable/shading_variables.h"
@@ -157,7 +158,7 @@ struct GeometryRaytraceData {
 };
 static_assert(std::is_trivially_copyable_v<GeometryRaytraceData> && sizeof(GeometryRaytraceData) <= 320);
 
-class GeometryRaytraceCtx : public GeometryRaytraceData {
+class VQ_EXPORT GeometryRaytraceCtx : public GeometryRaytraceData {
  public:
   static constexpr uint filter_capacity = 8;
 

@@ -7,10 +7,11 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_gmath/gmath_vec.h"
 
-struct GeometryUvMap {
+struct VQ_EXPORT GeometryUvMap {
   CoreString name;
   std::vector<GMathVec3<float>> positions;  ///< u, v, w
   std::vector<u32> corner_positions;        ///< one index into `positions` per polygon corner

@@ -15,6 +15,7 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_memory.h"
 #include "vq_geometry/geometry_object.h"
 #include "vq_geometry/geometry_point_cloud.h"
@@ -48,7 +49,7 @@ struct PolyMeshData {
   uint render_mode = 0;
 };
 
-class PolyMesh final : public GeometryObject {
+class VQ_EXPORT PolyMesh final : public GeometryObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -2,9 +2,10 @@
 //
 // Equally spaced sample times begin, begin + step, … and the mapping of a time to the two samples around it.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
-class GMathTimeSampling {
+class VQ_EXPORT GMathTimeSampling {
  public:
   GMathTimeSampling() = default;
   GMathTimeSampling(double begin, double step, uint count) : begin_(begin), step_(step), count_(count) {}

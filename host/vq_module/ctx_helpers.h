@@ -2,11 +2,12 @@
 //
 // Helpers for leaf callbacks: the links of a shading group, and the hit filters that structures use.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_shading_variable/shading_variables.h"
 
-struct CtxHelpers {
+struct VQ_EXPORT CtxHelpers {
   /// The links of a scene-wide shading group; null without a table, beyond it, and for groups that are not shaded.
   /// O(1).
   static const ShadingGroupLinks* get_shading(const GeometryRaytraceCtx& query, const uint& group) {

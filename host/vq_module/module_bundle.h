@@ -6,13 +6,14 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_module/module_scene_object.h"
 #include "vq_module/module_shading_groups.h"
 
 class GeometryObject;
 class ModuleMatrixSource;
 
-class ModuleBundle final : public ModuleSceneObject {
+class VQ_EXPORT ModuleBundle final : public ModuleSceneObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

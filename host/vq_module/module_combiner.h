@@ -6,9 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_module/module_scene_object.h"
 
-class ModuleCombiner final : public ModuleSceneObject {
+class VQ_EXPORT ModuleCombiner final : public ModuleSceneObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -6,11 +6,12 @@
 #pragma once
 #include <memory>
 
+#include "vq_core/core_export.h"
 #include "vq_geometry/displaced_mesh.h"
 #include "vq_gmath/gmath_matrix.h"
 #include "vq_module/module_scene_item.h"
 
-class ModuleDisplacement : public ModuleSceneItem {
+class VQ_EXPORT ModuleDisplacement : public ModuleSceneItem {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

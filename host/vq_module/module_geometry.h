@@ -5,12 +5,13 @@
 #pragma once
 #include <memory>
 
+#include "vq_core/core_export.h"
 #include "vq_module/module_scene_object.h"
 #include "vq_module/module_shading_groups.h"
 
 class GeometryObject;
 
-class ModuleGeometry : public ModuleSceneObject {
+class VQ_EXPORT ModuleGeometry : public ModuleSceneObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -7,9 +7,10 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_module/module_scene_item.h"
 
-class ModuleMatrixSource {
+class VQ_EXPORT ModuleMatrixSource {
  public:
   ModuleMatrixSource() = default;
   ModuleMatrixSource(const ModuleMatrixSource&) = delete;
@@ -25,7 +26,7 @@ class ModuleMatrixSource {
 };
 
 /// Instances that follow the matrices of scene items, with their keys.
-class ModuleKeyedSource final : public ModuleMatrixSource {
+class VQ_EXPORT ModuleKeyedSource final : public ModuleMatrixSource {
  public:
   explicit ModuleKeyedSource(std::vector<std::shared_ptr<const ModuleSceneItem>> items) : items_(std::move(items)) {}
   void get_matrices(double time, GMathMatrix4x4<double>* matrices) const override;
@@ -48,7 +49,7 @@ struct ModuleInstanceTurn {
 
 /// Instances that turn at a constant rate, sway to and fro, and move straight on; all may be combined. A rigid body
 /// turns around its own origin, an orbit has its center elsewhere, a plant sways around a horizontal axis at its foot.
-class ModuleTurnSource final : public ModuleMatrixSource {
+class VQ_EXPORT ModuleTurnSource final : public ModuleMatrixSource {
  public:
   explicit ModuleTurnSource(std::vector<ModuleInstanceTurn> turns) : turns_(std::move(turns)) {}
   void get_matrices(double time, GMathMatrix4x4<double>* matrices) const override;

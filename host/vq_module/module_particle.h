@@ -2,11 +2,12 @@
 //
 // A cloud of particles as an object of a scene: found by frustums and beams in a GasParticleTree.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_module/module_geometry.h"
 
 class ParticleCloud;
 
-class ModuleParticle final : public ModuleGeometry {
+class VQ_EXPORT ModuleParticle final : public ModuleGeometry {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -4,6 +4,7 @@
 #pragma once
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 #include "vq_gmath/gmath_matrix.h"
 #include "vq_of/module_base.h"
@@ -13,7 +14,7 @@ struct ModuleMatrixKey {
   GMathMatrix4x4<double> matrix;
 };
 
-class ModuleSceneItem : public ModuleBase {
+class VQ_EXPORT ModuleSceneItem : public ModuleBase {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -7,6 +7,7 @@
 //              -- rays in the object's space --> ray_hit() ...        --> the same, static or motion queries
 #pragma once
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_gmath/gmath_bbox.h"
 #include "vq_gmath/gmath_ray.h"
 #include "vq_module/module_scene_item.h"
@@ -36,7 +37,7 @@ struct ModuleClusterFunctions {
                                float* weights) = nullptr;
 };
 
-class ModuleSceneObject : public ModuleSceneItem {
+class VQ_EXPORT ModuleSceneObject : public ModuleSceneItem {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

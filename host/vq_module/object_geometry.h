@@ -7,11 +7,12 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_geometry/geometry_object.h"
 
 class ModuleSceneObject;
 
-class ObjectGeometry final : public GeometryObject {
+class VQ_EXPORT ObjectGeometry final : public GeometryObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -3,10 +3,11 @@
 // The behavior of an object: what evaluates it. An OfObject refers to its module and does not own it.
 #pragma once
 #include "vq_core/core_base_type.h"
+#include "vq_core/core_export.h"
 
 class OfApp;
 
-class ModuleBase : public CoreBaseObject {
+class VQ_EXPORT ModuleBase : public CoreBaseObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

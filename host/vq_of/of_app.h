@@ -3,9 +3,10 @@
 // The application that holds objects and items.
 #pragma once
 #include "vq_app_base/app_base.h"
+#include "vq_core/core_export.h"
 #include "vq_of/of_object_factory.h"
 
-class OfApp : public AppBase {
+class VQ_EXPORT OfApp : public AppBase {
  public:
   using AppBase::AppBase;
 

@@ -3,9 +3,10 @@
 // Anything in a project that has a name and can be switched off.
 #pragma once
 #include "vq_core/core_base_type.h"
+#include "vq_core/core_export.h"
 #include "vq_core/core_string.h"
 
-class OfItem : public CoreBaseObject {
+class VQ_EXPORT OfItem : public CoreBaseObject {
  public:
   explicit OfItem(const CoreString& name) : name_(name) {}
 

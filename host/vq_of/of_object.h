@@ -2,11 +2,12 @@
 //
 // An item with a behavior: its module, which evaluates it.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_of/of_item.h"
 
 class ModuleBase;
 
-class OfObject : public OfItem {
+class VQ_EXPORT OfObject : public OfItem {
  public:
   explicit OfObject(const CoreString& name, ModuleBase* module = nullptr) : OfItem(name), module_(module) {}
 

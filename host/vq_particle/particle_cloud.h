@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_curve/curve_segment.h"
 #include "vq_geometry/geometry_object.h"
 #include "vq_geometry/geometry_point_cloud.h"
@@ -29,7 +30,7 @@ struct ParticleData {
   double motion_step = 1.0;
 };
 
-class ParticleCloud : public GeometryObject {
+class VQ_EXPORT ParticleCloud : public GeometryObject {
  public:
   static const CoreClassInfo& class_info();
   const CoreClassInfo& get_class_info() const override { return class_info(); }

@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "vq_core/core_array.h"
+#include "vq_core/core_export.h"
 #include "vq_event/event_object.h"
 
 class ResourceData;
@@ -16,7 +17,7 @@ struct ResourceMemoryReport {
   u64 memory_size;
 };
 
-class ResourceData : public EventObject {
+class VQ_EXPORT ResourceData : public EventObject {
  public:
   ResourceData() = default;
   /// Reports of changes belong to the object: a copy starts without any, and assigning keeps its own.

@@ -9,6 +9,7 @@
 #include <span>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 /// The properties of a material that queries use.
@@ -18,14 +19,14 @@ struct Material {
 };
 
 /// Named values that shading networks read. Queries only carry a pointer to it.
-class ShadingVariablesCtx {
+class VQ_EXPORT ShadingVariablesCtx {
  public:
   /// The default where links give none. Exists as long as the program.
   static const ShadingVariablesCtx& get_default_ctx();
 };
 
 /// A grid of opacities over the unit square of UV: 0 removes the surface. Nearest texel, repeated outside.
-class ClipMap {
+class VQ_EXPORT ClipMap {
  public:
   /// `texels` is row-major, width * height opacities in [0, 255]; anything else makes an opaque map.
   ClipMap(uint width, uint height, std::vector<u8> texels);
@@ -36,7 +37,7 @@ class ClipMap {
   std::vector<u8> texels_;
 };
 
-struct ShadingGroupLinks {
+struct VQ_EXPORT ShadingGroupLinks {
   const Material* material = nullptr;
   const ShadingVariablesCtx* variables = nullptr;
   const ClipMap* clip_map = nullptr;

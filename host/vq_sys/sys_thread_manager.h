@@ -19,12 +19,13 @@
 #include <thread>
 #include <vector>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 class SysThreadTask;
 class SysThreadTaskManager;
 
-class SysThreadManager {
+class VQ_EXPORT SysThreadManager {
  public:
   static constexpr uint guest_count = 64;
   static constexpr uint most_threads = 1024;

@@ -3,9 +3,10 @@
 // One piece of work for the thread pool. It carries its own range and its own results; the pool may run tasks in any
 // order, so the caller combines results in the order of its tasks.
 #pragma once
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
-class SysThreadTask {
+class VQ_EXPORT SysThreadTask {
  public:
   static constexpr unsigned short counted = 0x0001;     ///< wait_until_completed() waits for this task
   static constexpr unsigned short for_waiter = 0x0100;  ///< the waiting thread may run it as well as the workers

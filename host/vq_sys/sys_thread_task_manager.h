@@ -7,12 +7,13 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
 class SysThreadManager;
 class SysThreadTask;
 
-class SysThreadTaskManager {
+class VQ_EXPORT SysThreadTaskManager {
  public:
   explicit SysThreadTaskManager(SysThreadManager& manager);
   /// Drops queued tasks and waits for those that run. Not to be called from a task of the group.

@@ -1,10 +1,8 @@
-// What a query owes its caller whatever it was used for before: times, kinds of hits, shading, counts, infinite boxes.
+// What a query owes its caller whatever it was used for before: times, kinds of hits, shading, counts.
 #include <gtest/gtest.h>
 
-#include "support/box_query.h"
 #include "support/curve_check.h"
 #include "support/scene_worlds.h"
-#include "support/test_tree.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
 namespace {
@@ -123,35 +121,5 @@ TEST(GasQueryRules, mode_all_counts_what_is_tested) {
     EXPECT_EQ(query.result.outside, away_is_shaded ? 1 : 0);
     EXPECT_EQ(query.result.hit_count, polygons);
     EXPECT_EQ(query.result.total, away_is_shaded ? 2 * polygons : polygons);
-  }
-}
-
-TEST(GasQueryRules, one_infinite_box_at_one_sample_hides_no_neighbour) {
-  std::vector<FloatBox> boxes;
-  std::vector<BoxRay> rays;
-  for (uint k = 0; k < 675; ++k) {
-    const GMathVec3<float> at{static_cast<float>(k % 27), static_cast<float>(k / 27), 0.0f};
-    boxes.push_back({at, at + GMathVec3<float>{0.5f, 0.5f, 0.5f}});
-    rays.push_back({Vec(at) + Vec(0.25, 0.25, 3), {0, 0, -1}});
-  }
-  for (const uint quantization_depth : {10u, 2u}) {
-    const GasBvh<4> tree = make_tree(boxes, {1.0f, 1, 1, quantization_depth});
-    for (const uint bounds : {1u, 8u, 9u, 18u, 63u}) {  // which of the six are infinite
-      std::vector<FloatBox> broken = boxes;
-      for (uint k = 0; k < 6; ++k)
-        if ((bounds >> k & 1) != 0) (k < 3 ? broken[300].min : broken[300].max)[k % 3] = k < 3 ? -HUGE_VALF : HUGE_VALF;
-      GasBvhMotion<4> motion;
-      ASSERT_TRUE(motion.set_samples(tree, 2));
-      ASSERT_TRUE(motion.update_sample(0, boxes, nullptr) && motion.update_sample(1, broken, nullptr));
-      BoxQuery query(rays);
-      for (const double fraction : {0.0, 0.4, 1.0}) {
-        query.run<BvhHits::all>(tree, &motion, [&](GeometryRaytraceCtx& asked) {
-          for (uint ray = 0; ray < asked.ray_count; ++ray) asked.spans[ray] = {0, 1, fraction, 0.0};
-        });
-        uint found = 0;
-        for (const LeafVisit& visit : query.visits) found += visit.items[0] == visit.first_ray ? 1 : 0;
-        EXPECT_EQ(found, 675u) << "bounds " << bounds << " at " << fraction << ", from " << quantization_depth;
-      }
-    }
   }
 }

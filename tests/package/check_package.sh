@@ -35,7 +35,43 @@ check_loaded() {
   if grep -v "=> $1/" "$work/loaded.$check"; then fail "$2 loads libraries from elsewhere than $1"; fi
 }
 
+# Class or function of each exported symbol, as "library name". Symbols of the standard library are left out.
+list_exports() {
+  for library in "$build"/lib/libvq_*.so; do
+    nm -DC --defined-only "$library" | cut -d' ' -f3- | awk -v library="$(basename "$library" .so)" '
+      {
+        sub(/^(vtable|typeinfo|typeinfo name|VTT|guard variable) for /, "")
+        sub(/^(virtual|non-virtual) thunk to /, "")
+        sub(/::operator.*/, "::operator")
+        name = ""
+        depth = 0
+        for (i = 1; i <= length($0); ++i) {  # without template arguments and parameters
+          c = substr($0, i, 1)
+          if (c == "<") ++depth
+          else if (c == ">") --depth
+          else if (depth == 0 && c == "(") break
+          else if (depth == 0) name = name c
+        }
+        sub(/.* /, "", name)
+        sub(/::.*/, "", name)
+        sub(/\[.*/, "", name)
+        if (name !~ /^(std|__gnu_cxx|operator)/) print library, name
+      }'
+  done
+}
+
 case $check in
+  exports)
+    need nm awk
+    mkdir -p "$work"
+    list_exports | sort | uniq -c | awk '{ symbols[$2] += $1; names[$2]++ }
+      END { for (library in symbols) print library ": " symbols[library] " symbols of " names[library] " names" }' | sort
+    # Without the library: copies of a record of types may be in others too, as the compiler chooses.
+    list_exports | cut -d' ' -f2 | sort -u >"$work/exported_names.txt"
+    diff -u "$here/exported_names.txt" "$work/exported_names.txt" ||
+      fail "exported names differ from tests/package/exported_names.txt"
+    ;;
+
   install)
     rm -rf "$work/prefix" "$moved"
     cmake --install "$build" --prefix "$work/prefix" >/dev/null
