@@ -12,8 +12,10 @@ function(vq_add_library name)
   # A symbol of a library that is missing in the link list is an error here and not in the program that loads this one.
   # Sanitizers leave their own symbols to the program.
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT VQ_SANITIZE)
-    # A call from one source of the library to another is direct.
-    target_link_options(${name} PRIVATE -Wl,--no-undefined -Wl,-Bsymbolic-functions)
+    # A call from one source of the library to another is direct. Each library names the C library, also those that call
+    # nothing in it: Debian requires that.
+    target_link_options(${name} PRIVATE
+      -Wl,--no-undefined -Wl,-Bsymbolic-functions -Wl,--push-state,--no-as-needed,-lc,--pop-state)
   endif()
   vq_publish_library(${name} PUBLIC ${ARG_HEADERS})
 endfunction()

@@ -5,7 +5,8 @@
 #
 #   build   compiler, CMake, Ninja: the libraries and the examples
 #   tools   what the vqgas program links
-#   tests   GoogleTest, the peer of the differential tests, sample meshes
+#   tests   GoogleTest, the peer of the differential tests, sample meshes, what checks the Debian packages
+#   deb     what makes the Debian packages
 #   bench   Google Benchmark and the peer beside which it measures
 #   clang   the second compiler, the formatter, the static analyzer
 #
@@ -16,10 +17,11 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build" ;;
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
-    tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels" ;;
+    tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian" ;;
+    deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
     clang) echo "clang clang-format clang-tidy" ;;
-    *) fail "unknown package set '$1' (build, tools, tests, bench, clang)" ;;
+    *) fail "unknown package set '$1' (build, tools, tests, deb, bench, clang)" ;;
   esac
 }
 

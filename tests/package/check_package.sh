@@ -1,6 +1,6 @@
 #!/bin/sh
 # One check of the package:  check_package.sh CHECK SOURCE_FOLDER BUILD_FOLDER COMPILER
-# Status 77: skipped, with the reason. `install` leaves its result to the checks that use it.
+# Status 77: skipped, with the reason. `install` and `deb` leave their results to the checks that use them.
 set -eu
 export LC_ALL=C
 check=$1 source=$2 build=$3 compiler=$4
@@ -13,12 +13,14 @@ fail() {
   exit 1
 }
 
+skip() {
+  echo "SKIPPED: $1"
+  exit 77
+}
+
 need() {
   for tool in "$@"; do
-    command -v "$tool" >/dev/null || {
-      echo "SKIPPED: $tool is missing (scripts/install_packages.sh tests installs it)"
-      exit 77
-    }
+    command -v "$tool" >/dev/null || skip "$tool is missing (scripts/install_packages.sh tests installs it)"
   done
 }
 
@@ -122,6 +124,28 @@ case $check in
     "$compiler" -std=c++20 -I. examples/08_curves.cpp $(pkg-config --cflags --libs vq_gas) "-Wl,-rpath,$libraries" -o curves
     check_loaded "$moved" curves
     ./curves
+    ;;
+
+  deb)
+    rm -rf "$work/deb"
+    need cpack dpkg-deb dpkg-shlibdeps lintian
+    mkdir -p "$work/deb"
+    cd "$work/deb"
+    cpack --config "$build/CPackConfig.cmake" -B . >log 2>&1 || { cat log; fail "cpack failed"; }
+    if grep -i warning log; then fail "cpack warns"; fi
+    dpkg-deb -I ./libvq-gas1_*.deb | grep -E 'Package|Version|Depends'
+    lintian --allow-root --fail-on error ./*.deb
+    ;;
+
+  deb_in_clean_root)
+    need dpkg unshare
+    ls "$work"/deb/*.deb >/dev/null 2>&1 || skip "there are no packages to install"
+    make_consumer "$work/in_root"
+    cp "$work"/deb/*.deb "$here/use_debs.sh" "$work/in_root"
+    if [ "$(id -u)" -ne 0 ] || ! unshare --mount true; then
+      skip "needs root and a mount namespace; docs/testing.md says how to run it by hand"
+    fi
+    unshare --mount sh "$here/enter_clean_root.sh" "$source" "$work/in_root" "$compiler"
     ;;
 
   *) fail "unknown check $check" ;;
