@@ -15,4 +15,4 @@ enum class GasClusterDetail {
 /// GasGeometryBundle, else those that make it one cluster. An object without a structure has no clusters. The result
 /// lives as long as the program. Thread-safe, O(1).
 VQ_EXPORT const ModuleClusterFunctions& gas_get_cluster_functions(const GasObject* structure,
-                                                        GasClusterDetail detail = GasClusterDetail::by_size);
+                                                                  GasClusterDetail detail = GasClusterDetail::by_size);
