@@ -54,27 +54,42 @@ uint SceneMeshReader::add_normals(const aiMesh& mesh, const aiMatrix4x4& matrix)
   return first;
 }
 
-void SceneMeshReader::add_faces(const aiMesh& mesh, uint first_vertex, bool has_normals, uint first_normal) {
-  uint first_uv = 0;
-  for (uint k = 0; mesh.HasTextureCoords(0) && k < mesh.mNumVertices; ++k) {
-    const aiVector3D& uv = mesh.mTextureCoords[0][k];
-    const uint index = builder_.add_uv({uv.x, uv.y, uv.z});
-    if (k == 0) first_uv = index;
+std::vector<SceneMeshReader::UvChannel> SceneMeshReader::add_uvs(const aiMesh& mesh) {
+  std::vector<UvChannel> channels;
+  for (uint map = 0; map < AI_MAX_NUMBER_OF_TEXTURECOORDS; ++map) {
+    if (!mesh.HasTextureCoords(map)) continue;
+    if (mesh.HasTextureCoordsName(map)) builder_.name_uv_map(map, mesh.GetTextureCoordsName(map)->C_Str());
+    UvChannel channel{map, 0};
+    for (uint k = 0; k < mesh.mNumVertices; ++k) {
+      const aiVector3D& uv = mesh.mTextureCoords[map][k];
+      const uint index = builder_.add_uv({uv.x, uv.y, uv.z}, map);
+      if (k == 0) channel.first_uv = index;
+    }
+    channels.push_back(channel);
   }
+  return channels;
+}
+
+void SceneMeshReader::add_faces(const aiMesh& mesh, uint first_vertex, bool has_normals, uint first_normal) {
+  const std::vector<UvChannel> channels = add_uvs(mesh);
   const uint group = find_group(mesh);
   for (uint number = 0; number < mesh.mNumFaces; ++number) {
     const aiFace& face = mesh.mFaces[number];
-    vertices_.clear(), normals_.clear(), uvs_.clear();
+    vertices_.clear(), normals_.clear();
     for (uint k = 0; k < face.mNumIndices; ++k) {
       const uint index = face.mIndices[k];
       if (index >= mesh.mNumVertices)
         throw InputError(path_, "polygon " + std::to_string(number) + " names a vertex that does not exist");
       vertices_.push_back(first_vertex + index);
       if (has_normals) normals_.push_back(first_normal + index);
-      if (mesh.HasTextureCoords(0)) uvs_.push_back(first_uv + index);
     }
     has_polygon_ |= face.mNumIndices >= 3;
-    builder_.add_polygon(vertices_, group, normals_, uvs_);
+    builder_.add_polygon(vertices_, group, normals_);
+    for (const UvChannel& channel : channels) {
+      uvs_.clear();
+      for (uint k = 0; k < face.mNumIndices; ++k) uvs_.push_back(channel.first_uv + face.mIndices[k]);
+      builder_.set_uvs(channel.map, uvs_);
+    }
   }
 }
 

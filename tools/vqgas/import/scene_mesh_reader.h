@@ -10,7 +10,7 @@
 
 /// Joins an importer's meshes to meshes of the program. Polygons keep their corners and the order of the file. A
 /// shading group is a material, or a mesh if materials have no names; its color is the material's, or one by its number
-/// in the file.
+/// in the file. UV map k has channel k of all meshes joined, and its first name.
 class SceneMeshReader {
  public:
   SceneMeshReader(const std::string& path, const aiScene& scene) : path_(path), scene_(scene) {}
@@ -31,6 +31,12 @@ class SceneMeshReader {
   bool has_polygon() const { return has_polygon_; }
 
  private:
+  /// A channel of texture coordinates of the importer, and the index of its first one in the UV map.
+  struct UvChannel {
+    uint map, first_uv;
+  };
+
+  std::vector<UvChannel> add_uvs(const aiMesh& mesh);
   uint add_normals(const aiMesh& mesh, const aiMatrix4x4& matrix);
   void add_faces(const aiMesh& mesh, uint first_vertex, bool has_normals, uint first_normal);
   uint find_group(const aiMesh& mesh);

@@ -22,6 +22,14 @@ struct PositionHash {
 /// Maps -0 and +0 to the same bits.
 u32 get_bits(float value) { return std::bit_cast<u32>(value + 0.0f); }
 
+template <class T>
+void append_shifted(std::vector<T>& to, const std::vector<T>& from, T shift) {
+  to.reserve(to.size() + from.size());
+  for (const T& value : from) to.push_back(value + shift);
+}
+
+}  // namespace
+
 void weld_vertices(PolyMeshData& data) {
   std::unordered_map<PositionBits, u32, PositionHash> known;
   known.reserve(data.positions.size());
@@ -37,14 +45,6 @@ void weld_vertices(PolyMeshData& data) {
   data.positions.shrink_to_fit();
   for (u32& vertex : data.polygon_vertices) vertex = new_index[vertex];
 }
-
-template <class T>
-void append_shifted(std::vector<T>& to, const std::vector<T>& from, T shift) {
-  to.reserve(to.size() + from.size());
-  for (const T& value : from) to.push_back(value + shift);
-}
-
-}  // namespace
 
 uint MeshBuilder::add_group(const std::string& name, const Color& color) {
   source_.data.group_names.emplace_back(name.c_str());
@@ -65,11 +65,27 @@ uint MeshBuilder::add_normal(const GMathVec3<float>& normal) {
   return static_cast<uint>(source_.data.normals.size() - 1);
 }
 
-uint MeshBuilder::add_uv(const GMathVec3<float>& uv) {
-  if (uv_map_.positions.empty()) uv_map_.positions.emplace_back();
-  has_uvs_ = true;
-  uv_map_.positions.push_back(uv);
-  return static_cast<uint>(uv_map_.positions.size() - 1);
+GeometryUvMap& MeshBuilder::get_uv_map(uint map) {
+  if (map >= uv_maps_.size()) uv_maps_.resize(map + 1);
+  return uv_maps_[map];
+}
+
+uint MeshBuilder::add_uv(const GMathVec3<float>& uv, uint map) {
+  std::vector<GMathVec3<float>>& positions = get_uv_map(map).positions;
+  if (positions.empty()) positions.emplace_back();
+  positions.push_back(uv);
+  return static_cast<uint>(positions.size() - 1);
+}
+
+void MeshBuilder::name_uv_map(uint map, const std::string& name) {
+  CoreString& known = get_uv_map(map).name;
+  if (known.is_empty()) known = name.c_str();
+}
+
+void MeshBuilder::set_uvs(uint map, std::span<const u32> uvs) {
+  std::vector<u32>& corners = get_uv_map(map).corner_positions;
+  corners.resize(source_.data.polygon_vertices.size() - uvs.size(), 0);
+  corners.insert(corners.end(), uvs.begin(), uvs.end());
 }
 
 void MeshBuilder::add_polygon(std::span<const u32> vertices, uint group, std::span<const u32> normals,
@@ -80,8 +96,7 @@ void MeshBuilder::add_polygon(std::span<const u32> vertices, uint group, std::sp
   data.polygon_vertices.insert(data.polygon_vertices.end(), vertices.begin(), vertices.end());
   data.corner_normals.insert(data.corner_normals.end(), normals.begin(), normals.end());
   data.corner_normals.resize(data.polygon_vertices.size(), 0);
-  uv_map_.corner_positions.insert(uv_map_.corner_positions.end(), uvs.begin(), uvs.end());
-  uv_map_.corner_positions.resize(data.polygon_vertices.size(), 0);
+  if (!uvs.empty()) set_uvs(0, uvs);
 }
 
 bool MeshBuilder::append(const MeshSource& other) {
@@ -102,15 +117,21 @@ bool MeshBuilder::append(const MeshSource& other) {
     const GMathVec3<float>& normal = other.data.normals[other.data.corner_normals[corner]];
     if (normal != GMathVec3<float>()) data.corner_normals[first_corner + corner] = add_normal(normal);
   }
-  uv_map_.corner_positions.resize(data.polygon_vertices.size(), 0);
-  if (!other.data.uv_maps.empty()) {
-    const GeometryUvMap& map = other.data.uv_maps.front();
-    const u32 first_uv = map.positions.empty() ? 0 : add_uv(map.positions.front());
-    uv_map_.positions.insert(uv_map_.positions.end(), map.positions.begin() + 1, map.positions.end());
-    for (std::size_t corner = 0; corner < map.corner_positions.size(); ++corner)
-      uv_map_.corner_positions[first_corner + corner] = first_uv + map.corner_positions[corner];
-  }
+  append_uvs(other.data.uv_maps, first_corner);
   return true;
+}
+
+void MeshBuilder::append_uvs(const std::vector<GeometryUvMap>& maps, std::size_t first_corner) {
+  for (uint map = 0; map < maps.size(); ++map) {
+    const GeometryUvMap& from = maps[map];
+    if (from.positions.empty()) continue;
+    const u32 first_uv = add_uv(from.positions.front(), map);
+    GeometryUvMap& to = uv_maps_[map];
+    to.positions.insert(to.positions.end(), from.positions.begin() + 1, from.positions.end());
+    to.corner_positions.resize(first_corner, 0);
+    append_shifted(to.corner_positions, from.corner_positions, first_uv);
+    if (to.name.is_empty()) to.name = from.name;
+  }
 }
 
 bool MeshBuilder::append_motion(const MeshSource& other) {
@@ -140,9 +161,12 @@ MeshSource MeshBuilder::finish() {
 
 MeshSource MeshBuilder::finish_unwelded() {
   if (!has_normals_) source_.data.corner_normals.clear();
-  if (has_uvs_) {
-    uv_map_.name = "uv";
-    source_.data.uv_maps.push_back(std::move(uv_map_));
+  for (uint map = 0; map < uv_maps_.size(); ++map) {
+    GeometryUvMap& uvs = uv_maps_[map];
+    if (uvs.positions.empty()) continue;
+    if (uvs.name.is_empty()) uvs.name = map == 0 ? "uv" : ("uv" + std::to_string(map + 1)).c_str();
+    uvs.corner_positions.resize(source_.data.polygon_vertices.size(), 0);
+    source_.data.uv_maps.push_back(std::move(uvs));
   }
   return std::move(source_);
 }
