@@ -2,6 +2,7 @@
 
 #include <png.h>
 
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <csetjmp>
@@ -10,18 +11,51 @@
 
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/input_file.h"
+#include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/output_file.h"
 
 namespace {
+
+u8 quantize(float value) { return static_cast<u8>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255.0f)); }
 
 std::vector<u8> quantize(const ScreenImage& image) {
   std::vector<u8> bytes;
   bytes.reserve(image.pixels.size() * 3);
   for (const Color& pixel : image.pixels) {
-    for (const float value : {pixel.x, pixel.y, pixel.z})
-      bytes.push_back(static_cast<u8>(std::lround(std::clamp(value, 0.0f, 1.0f) * 255.0f)));
+    for (const float value : {pixel.x, pixel.y, pixel.z}) bytes.push_back(quantize(value));
   }
   return bytes;
+}
+
+/// PNG keeps colors that are not multiplied by alpha. Throws Interrupted.
+std::vector<u8> quantize(const PictureLayer& beauty) {
+  const std::vector<PictureChannel>& channels = beauty.channels;
+  const std::size_t count = channels[3].values.size();
+  std::vector<u8> bytes(4 * count);
+  for (std::size_t pixel = 0; pixel < count; ++pixel) {
+    if (pixel % 65536 == 0) throw_if_interrupted();
+    const float alpha = channels[3].values[pixel];
+    if (!(alpha > 0.0f)) continue;
+    for (std::size_t k = 0; k < 3; ++k) bytes[4 * pixel + k] = quantize(encode_srgb(channels[k].values[pixel] / alpha));
+    bytes[4 * pixel + 3] = quantize(alpha);
+  }
+  return bytes;
+}
+
+/// @param flags  of the library, for the compression
+void write_bytes(const std::string& path, uint width, uint height, png_uint_32 format, png_uint_32 flags,
+                 const std::vector<u8>& bytes) {
+  OutputFile output(path);
+  png_image header = {};
+  header.version = PNG_IMAGE_VERSION;
+  header.width = width;
+  header.height = height;
+  header.format = format;
+  header.flags = flags;
+  errno = 0;
+  if (png_image_write_to_stdio(&header, output.get_stream(), 0, bytes.data(), 0, nullptr) == 0)
+    output.fail(errno != 0 ? "" : header.message);
+  output.commit();
 }
 
 /// What the library says of a file that it cannot read.
@@ -87,16 +121,38 @@ GrayImage read_gray_png(const std::string& path) {
   return image;
 }
 
-void write_png(const std::string& path, const ScreenImage& image) {
-  OutputFile output(path);
-  const std::vector<u8> bytes = quantize(image);
+Picture read_color_png(const std::string& path) {
+  check_input_file(path);
   png_image header = {};
   header.version = PNG_IMAGE_VERSION;
-  header.width = image.width;
-  header.height = image.height;
-  header.format = PNG_FORMAT_RGB;
-  errno = 0;
-  if (png_image_write_to_stdio(&header, output.get_stream(), 0, bytes.data(), 0, nullptr) == 0)
-    output.fail(errno != 0 ? "" : header.message);
-  output.commit();
+  const auto fail = [&] { throw InputError(path, std::string("is not a readable PNG file: ") + header.message); };
+  if (png_image_begin_read_from_file(&header, path.c_str()) == 0) fail();
+  if (header.width > PngReader::most_pixels || header.height > PngReader::most_pixels) {
+    png_image_free(&header);
+    throw InputError(path, "has more than " + std::to_string(PngReader::most_pixels) + " pixels a side");
+  }
+  header.format = PNG_FORMAT_RGBA;
+  std::vector<u8> bytes(PNG_IMAGE_SIZE(header));
+  if (png_image_finish_read(&header, nullptr, bytes.data(), 0, nullptr) == 0) fail();
+  std::array<float, 256> linear;
+  for (std::size_t value = 0; value < linear.size(); ++value)
+    linear[value] = decode_srgb(static_cast<float>(value) / 255.0f);
+  Picture picture(header.width, header.height, {Layer::beauty});
+  std::vector<PictureChannel>& channels = picture.layers[0].channels;
+  for (std::size_t pixel = 0; 4 * pixel < bytes.size(); ++pixel) {
+    const float alpha = static_cast<float>(bytes[4 * pixel + 3]) / 255.0f;
+    for (std::size_t k = 0; k < 3; ++k) channels[k].values[pixel] = linear[bytes[4 * pixel + k]] * alpha;
+    channels[3].values[pixel] = alpha;
+  }
+  return picture;
+}
+
+void write_transparent_png(const std::string& path, const Picture& picture) {
+  // The filters take most of the time, and save little where there are only lines.
+  write_bytes(path, picture.width, picture.height, PNG_FORMAT_RGBA, PNG_IMAGE_FLAG_FAST,
+              quantize(*picture.find(Layer::beauty)));
+}
+
+void write_png(const std::string& path, const ScreenImage& image) {
+  write_bytes(path, image.width, image.height, PNG_FORMAT_RGB, 0, quantize(image));
 }
