@@ -33,7 +33,8 @@ constexpr DemoScene scenes[] = {{"gallery", make_mesh_scene<make_demo_gallery>},
                                 {"mills", make_small_scene<make_demo_mills>},
                                 {"snow", make_small_scene<make_demo_snow>},
                                 {"forest", make_small_scene<make_demo_forest>},
-                                {"galaxy", make_demo_galaxy}};
+                                {"galaxy", make_demo_galaxy},
+                                {"amphora", make_mesh_scene<make_demo_amphora>}};
 
 }  // namespace
 

@@ -26,6 +26,8 @@ MeshSource make_demo_terrain();
 SceneSource make_demo_cliffs();
 /// A colonnade with a knot, gears, stars, spheres and a chain: polygons of 3 to 80 corners, many of them concave.
 MeshSource make_demo_gallery();
+/// A painted vessel whose UV layout has three tiles.
+MeshSource make_demo_amphora();
 /// A ring-shaped wave runs through a pond in which a ball floats. Moves over the times 0 to 1.
 MeshSource make_demo_wave();
 /// A cube of jelly that twists, sways and springs. Moves over the times 0 to 1.
