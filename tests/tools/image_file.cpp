@@ -31,21 +31,35 @@ ExrFile read_exr(const std::filesystem::path& path) {
   return exr;
 }
 
+namespace {
+
+std::vector<std::uint8_t> read_pixels(const std::filesystem::path& path, png_uint_32 format, png_image& header) {
+  header.version = PNG_IMAGE_VERSION;
+  bool is_read = png_image_begin_read_from_file(&header, path.c_str()) != 0;
+  header.format = format;
+  std::vector<std::uint8_t> bytes(is_read ? PNG_IMAGE_SIZE(header) : 0);
+  const png_color black = {};
+  is_read = is_read && png_image_finish_read(&header, &black, bytes.data(), 0, nullptr) != 0;
+  EXPECT_TRUE(is_read) << path << ": " << header.message;
+  return bytes;
+}
+
+}  // namespace
+
 PngFile read_png(const std::filesystem::path& path) {
   png_image header = {};
-  header.version = PNG_IMAGE_VERSION;
   PngFile png;
-  if (png_image_begin_read_from_file(&header, path.c_str()) == 0) {
-    ADD_FAILURE() << path << ": " << header.message;
-    return png;
-  }
-  header.format = PNG_FORMAT_RGB;
+  png.rgb = read_pixels(path, PNG_FORMAT_RGB, header);
   png.width = header.width;
   png.height = header.height;
-  png.rgb.resize(PNG_IMAGE_SIZE(header));
-  if (png_image_finish_read(&header, nullptr, png.rgb.data(), 0, nullptr) == 0)
-    ADD_FAILURE() << path << ": " << header.message;
   return png;
+}
+
+std::vector<std::uint8_t> read_png_alpha(const std::filesystem::path& path) {
+  png_image header = {};
+  std::vector<std::uint8_t> alpha, bytes = read_pixels(path, PNG_FORMAT_RGBA, header);
+  for (std::size_t at = 3; at < bytes.size(); at += 4) alpha.push_back(bytes[at]);
+  return alpha;
 }
 
 void write_png(const std::filesystem::path& path, unsigned width, const std::vector<std::uint8_t>& bytes,

@@ -24,6 +24,8 @@ struct PngFile {
   }
 };
 PngFile read_png(const std::filesystem::path& path);
+/// The alpha of each pixel; 255 in a picture without.
+std::vector<std::uint8_t> read_png_alpha(const std::filesystem::path& path);
 /// Writes 8-bit pixels, rows from top to bottom, as gray or, with three bytes a pixel, in color.
 void write_png(const std::filesystem::path& path, unsigned width, const std::vector<std::uint8_t>& bytes,
                bool is_gray = true);

@@ -35,6 +35,7 @@ TEST(VqgasInterrupt, a_signal_leaves_the_old_file_or_a_whole_new_one) {
       {{"render", "demo:knot", "-o", "out.exr", "--size", "4000x3000", "--layers", "depth,normal"}, {"out.exr"}},
       {{"groom", "demo:knot", "-o", "out.hair", "--strands", "4000000"}, {"out.hair"}},
       {{"select", "demo:mills", "-o", "out.png", "--json", "out.json"}, {"out.json", "out.png"}},
+      {{"uv", "demo:terrain", "-o", "out.png", "--size", "4096", "--json", "out.json"}, {"out.json", "out.png"}},
       {{"trace", "demo:knot", "--json", "out.json"}, {"out.json"}}};
   std::string cubes;  // that take the importer some tenths of a second
   for (int cube = 0; cube < 25000; ++cube) cubes += make_cube_obj(1.0, 8 * cube + 1);

@@ -11,6 +11,7 @@
 #include "tools/vqgas/image/picture.h"
 #include "tools/vqgas/render/camera.h"
 #include "tools/vqgas/render/select_frustum.h"
+#include "tools/vqgas/render/uv_picture.h"
 #include "tools/vqgas/scene/scene_displace.h"
 #include "tools/vqgas/scene/scene_shape.h"
 #include "tools/vqgas/source/groom.h"
@@ -102,6 +103,18 @@ struct GroomOptions : CommonOptions {
   std::optional<double> density;  ///< strands per unit of area, instead of settings.curves
 };
 
+struct UvOptions : CommonOptions {
+  std::vector<std::string> files, outputs;
+  std::string map;  ///< empty: the first of each mesh
+  PolyMeshProjection projection = PolyMeshProjection::none;
+  UvColoring coloring = UvColoring::geometry;
+  std::vector<UvTile> tiles;  ///< empty: those in use
+  std::string background;
+  uint size = 1024;
+  double line_width = 1.0;
+  bool has_info = false;
+};
+
 /// The most instances that the command scatter makes.
 inline constexpr uint most_scattered = 4000000;
 
@@ -128,3 +141,4 @@ void run_beam(const BeamOptions& options);
 void run_select(const SelectOptions& options);
 void run_groom(const GroomOptions& options);
 void run_scatter(const ScatterOptions& options);
+void run_uv(const UvOptions& options);

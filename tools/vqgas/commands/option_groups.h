@@ -24,6 +24,7 @@ Subcommand add_beam(CLI::App& app);
 Subcommand add_select(CLI::App& app);
 Subcommand add_groom(CLI::App& app);
 Subcommand add_scatter(CLI::App& app);
+Subcommand add_uv(CLI::App& app);
 
 // Checks of values.
 CLI::Validator is_finite_number();
