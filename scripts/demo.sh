@@ -52,6 +52,8 @@ case "${1:-}" in
     render forest demo:forest --shutter 0,0.5 --samples 8 --size 704x396 \
            --camera 3,3.4,10.5/-1,0.4,-2/0,1,0/42 "$@"
     render snow demo:snow --frame 0.5 --samples 8 --size 704x396 "$@"
+    render amphora demo:amphora --floor "$@"
+    "$vqgas" uv demo:amphora --color group --info -o "$out/amphora.layout.png" -o "$out/amphora.layout.svg"
     render galaxy demo:galaxy --size 704x396 --camera 20,24,52/0,-2,0/0,1,0/38 "$@"
     # Micro-triangles are costly: few rays, unless the options say otherwise.
     for default in "--samples 8" "--size 704x396" "--camera 5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"; do
