@@ -50,7 +50,8 @@ GMathVec3<double> PolyMesh::get_projected_uv(uint polygon, const GMathVec3<doubl
   const Vec normal = (corner(1) - corner(0)).cross(corner(2) - corner(0));
   const uint axis = find_largest(get_magnitudes(normal));
   constexpr double cell = 1.0 / 3.0, margin = 0.05;  // of the cell, between neighbors
-  const double side = normal[axis] < 0.0 ? 1.0 : 0.0;
+  const bool is_behind = normal[axis] < 0.0;         // seen from there, right is left
+  const double right = is_behind ? size[(axis + 1) % 3] * scale - place[(axis + 1) % 3] : place[(axis + 1) % 3];
   const auto shrink = [&](double value) { return cell * (0.5 * margin + (1.0 - margin) * value); };
-  return {cell * axis + shrink(place[(axis + 1) % 3]), 0.5 * side + shrink(place[(axis + 2) % 3]), 0.0};
+  return {cell * axis + shrink(right), (is_behind ? 0.5 : 0.0) + shrink(place[(axis + 2) % 3]), 0.0};
 }
