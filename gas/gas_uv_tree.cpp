@@ -17,7 +17,7 @@
 namespace {
 
 /// Edges in a leaf of the tree: one a leaf would take 64 bytes of nodes an edge.
-constexpr uint edges_per_leaf = 8;
+constexpr uint edges_per_leaf = 4;
 
 /// Positions are tested, not boxes: the box of a position and a NaN may be that of the position alone.
 bool is_measurable(const GMathVec3<float>& uv) {
