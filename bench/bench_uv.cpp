@@ -115,8 +115,8 @@ void draw_edges(const GeometryUvMapData& map, Picture& picture) {
     const float low_y = std::min(a.y, b.y) - t, high_y = std::max(a.y, b.y) + t;
     for (int y = clamp(low_y * size - 1.0f); y < clamp(high_y * size + 1.0f); ++y) {
       for (int x = clamp(low_x * size - 1.0f); x < clamp(high_x * size + 1.0f); ++x) {
-        const GMathVec2<float> point(static_cast<float>(picture.get_center(x)),
-                                     static_cast<float>(picture.get_center(y)));
+        const GMathVec2<float> point{static_cast<float>(picture.get_center(x)),
+                                     static_cast<float>(picture.get_center(y))};
         if (point.x < low_x || point.x > high_x || point.y < low_y || point.y > high_y) continue;
         const float d = GasUvTree::get_distance_from_point_to_line(point, a, b);
         picture.coverage[std::size_t(y) * picture.size + x] *= std::min(d / t, 1.0f);

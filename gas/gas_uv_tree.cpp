@@ -201,7 +201,7 @@ void GasUvTree::leaf_raytrace_callback(void* user, const unsigned int& leaf, con
   const GMathVec3<float>&a = map.uvs[edge.first], &b = map.uvs[edge.second];
   for (uint r = rays.first_ray; r <= rays.last_ray; ++r) {
     const GMathVec3<double>& origin = rays.get_ray(r).origin;
-    const GMathVec2<float> point(static_cast<float>(origin.x), static_cast<float>(origin.y));
+    const GMathVec2<float> point{static_cast<float>(origin.x), static_cast<float>(origin.y)};
     const float tolerance = static_cast<float>(rays.intervals[r].extent);
     if (!(std::min(a.x, b.x) - tolerance <= point.x && point.x <= std::max(a.x, b.x) + tolerance)) continue;
     if (!(std::min(a.y, b.y) - tolerance <= point.y && point.y <= std::max(a.y, b.y) + tolerance)) continue;

@@ -73,15 +73,16 @@ TEST(VqgasTrace, polygons_keep_their_number_in_the_file_and_their_concave_outlin
 TEST(VqgasTrace, rays_on_standard_input_may_have_a_header_and_blank_lines) {
   const TestFolder folder;
   folder.write("cube.obj", make_cube_obj(1.0));
-  const std::string rays = "ox,oy,oz,dx,dy,dz\r\n\n# towards the cube\n 0, 0.1, 5, 0, 0, -1 \r\n   \n9,9,5,0,0,-1\n";
+  const std::string rays =
+      "\xEF\xBB\xBFox,oy,oz,dx,dy,dz\r\n\n# towards the cube\n 0, 0.1, 5, 0, 0, -1 \r\n   \n9,9,5,0,0,-1\n";
   const std::vector<Row> rows = read_rows(run_vqgas(folder.get_path(), {"trace", "cube.obj"}, rays));
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_DOUBLE_EQ(rows[0].values.at(0), 4.0);
   EXPECT_TRUE(rows[1].values.empty());
   EXPECT_TRUE(read_rows(run_vqgas(folder.get_path(), {"trace", "cube.obj"}, "")).empty());
 
-  for (const std::string bad :
-       {"0,0,5,0,0\n", "0,0,5,0,0,-1\n1,2,three,4,5,6\n", "0,0,5,0,0,-1\nox,oy,oz,dx,dy,dz\n"}) {
+  for (const std::string bad : {"0,0,5,0,0\n", "0;0;5;0;0;-1\n", "ray\n", "0,0,5,0,0,-1\n1,2,three,4,5,6\n",
+                                "0,0,5,0,0,-1\nox,oy,oz,dx,dy,dz\n"}) {
     const ProgramResult result = run_vqgas(folder.get_path(), {"trace", "cube.obj"}, bad);
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.out, "");

@@ -1,14 +1,31 @@
 #include "tools/vqgas/commands/command_line.h"
 
 #include <iostream>
+#include <span>
 
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/quote.h"
 
 std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<std::string> files) {
   if (options.displace.is_file()) files.push_back(options.displace.height);
   return files;
 }
+
+namespace {
+
+/// A first argument that is neither an option nor a subcommand: the parser would only say that one is required.
+void check_subcommand(int argc, char** argv, std::span<const Subcommand> subcommands) {
+  if (argc < 2 || argv[1][0] == '-') return;
+  std::string names;
+  for (const Subcommand& entry : subcommands) {
+    if (entry.command->get_name() == argv[1]) return;
+    names.append(names.empty() ? "" : ", ").append(entry.command->get_name());
+  }
+  throw UsageError(quote(argv[1]) + " is no subcommand; there are " + names);
+}
+
+}  // namespace
 
 int run_command_line(int argc, char** argv) {
   CLI::App app("Builds ray-tracing structures over meshes, hair and points and shows what they answer.", "vqgas");
@@ -20,6 +37,7 @@ int run_command_line(int argc, char** argv) {
     return *std::ranges::find_if(subcommands, [](const Subcommand& entry) { return entry.command->parsed(); });
   };
   try {
+    check_subcommand(argc, argv, subcommands);
     app.parse(argc, argv);
     if (get_chosen().complete) get_chosen().complete();
   } catch (const CLI::ParseError& error) {

@@ -1,5 +1,6 @@
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 
 Subcommand add_groom(CLI::App& app) {
   const auto shared = std::make_shared<GroomOptions>();
@@ -34,7 +35,8 @@ Subcommand add_groom(CLI::App& app) {
       "Example:\n  vqgas groom bunny.obj -o fur.hair --strands 200000 --length 0.04 --curl 0.5 --seed 7\n"
       "  vqgas render bunny.obj fur.hair -o furry.png");
   const auto check = [shared] {
-    if (!shared->output.ends_with(".hair")) throw UsageError("-o: '" + shared->output + "' does not end in .hair");
+    if (get_extension(shared->output) != ".hair")
+      throw UsageError("-o: '" + shared->output + "' does not end in .hair");
   };
   return {command, check, [shared] { run_groom(*shared); }};
 }

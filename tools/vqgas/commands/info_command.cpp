@@ -1,10 +1,14 @@
 // tools/vqgas/commands/info_command.cpp
+#include <cstdio>
+#include <optional>
+
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/info_report.h"
 #include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/output_file.h"
 
 namespace {
@@ -29,13 +33,20 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
 void run_info(const InfoOptions& options) {
   check_outputs({options.json}, list_inputs(options, options.files));
   nlohmann::ordered_json json = nlohmann::ordered_json::array();
+  std::optional<InputError> fault;  // the last one; former ones are printed
   for (const std::string& file : options.files) {
-    const SceneReport report = examine(file, options);
-    json.push_back(make_report_json(report));
-    throw_if_interrupted();
-    if (options.json == "-" || options.quiet) continue;
-    print_report(report);
-    flush_standard_output();
+    try {
+      const SceneReport report = examine(file, options);
+      json.push_back(make_report_json(report));
+      throw_if_interrupted();
+      if (options.json == "-") continue;
+      print_report(report);
+      flush_standard_output();
+    } catch (const InputError& error) {
+      if (fault) std::fprintf(stderr, "vqgas: %s\n", fault->what());
+      fault.emplace(error);
+    }
   }
   if (!options.json.empty()) write_text_file(options.json, print_json_text(json));
+  if (fault) throw *fault;
 }

@@ -4,6 +4,7 @@
 #pragma once
 #include <unistd.h>
 
+#include <algorithm>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -14,9 +15,23 @@
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/quote.h"
 
-/// Reads one query a line. Skips blank lines, lines that begin with # and a first line of column names. Throws
-/// InputError with the number of the line that cannot be parsed, Interrupted after a signal.
+/// True for several column names between commas: each a letter, then letters, digits and underscores.
+inline bool is_column_header(const std::string& line) {
+  const std::vector<std::string> names = split_text(line, ',');
+  const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  const auto is_name = [&](const std::string& piece) {
+    const std::size_t begin = piece.find_first_not_of(" \t\r\"");
+    if (begin == std::string::npos || !is_letter(piece[begin])) return false;
+    const std::string name = piece.substr(begin, piece.find_last_not_of(" \t\r\"") + 1 - begin);
+    return std::ranges::all_of(name, [&](char c) { return is_letter(c) || c == '_' || (c >= '0' && c <= '9'); });
+  };
+  return names.size() > 1 && std::ranges::all_of(names, is_name);
+}
+
+/// Reads one query a line. Skips a byte order mark, blank lines, lines that begin with # and a first line of column
+/// names. Throws InputError with the number of the line that cannot be parsed, Interrupted after a signal.
 /// @param parse  bool(text, Query&)
 /// @param form   for the error
 template <class Query, class Parse>
@@ -27,13 +42,14 @@ std::vector<Query> read_query_lines(std::istream& input, const std::string& name
   bool is_first = true;
   for (std::size_t number = 1; std::getline(input, line); ++number) {
     throw_if_interrupted();
+    if (number == 1 && line.starts_with("\xEF\xBB\xBF")) line.erase(0, 3);
     const std::size_t begin = line.find_first_not_of(" \t\r");
     if (begin == std::string::npos || line[begin] == '#') continue;
     Query query;
     if (parse(line, query)) {
       queries.push_back(query);
-    } else if (!is_first || parse_numbers(line.substr(0, line.find(',')), ',').size() == 1) {
-      throw InputError(name, "line " + std::to_string(number) + ": '" + line.substr(begin, 60) + "' is not " + form);
+    } else if (!is_first || !is_column_header(line)) {
+      throw InputError(name, "line " + std::to_string(number) + ": " + quote(line.substr(begin)) + " is not " + form);
     }
     is_first = false;
   }

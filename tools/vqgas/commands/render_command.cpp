@@ -14,6 +14,7 @@
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
 
@@ -59,7 +60,7 @@ struct PictureFile {
 std::vector<PictureFile> list_picture_files(const RenderOptions& options) {
   std::vector<PictureFile> files;
   for (const std::string& name : options.outputs) {
-    if (name.ends_with(".exr")) {
+    if (get_extension(name) == ".exr") {
       files.push_back({name, std::nullopt});
       continue;
     }

@@ -3,6 +3,7 @@
 
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 
 namespace {
@@ -77,7 +78,7 @@ void complete_render(RenderCall& call) {
     options.overview_camera = parse_camera(options.overview, "--overview");
   if (!call.shutter.empty()) read_shutter(call.shutter, options);
   for (const std::string& output : options.outputs) {
-    if (!output.ends_with(".png") && !output.ends_with(".exr"))
+    if (get_extension(output) != ".png" && get_extension(output) != ".exr")
       throw UsageError("-o: '" + output + "' ends neither in .png nor in .exr");
   }
 }

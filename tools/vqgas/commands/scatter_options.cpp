@@ -2,6 +2,7 @@
 
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 
 namespace {
@@ -15,7 +16,7 @@ struct ScatterCall {
 void complete_scatter(ScatterCall& call) {
   ScatterOptions& options = call.options;
   const std::string& scale = call.scale;
-  if (!options.output.ends_with(".json")) throw UsageError("-o: '" + options.output + "' does not end in .json");
+  if (get_extension(options.output) != ".json") throw UsageError("-o: '" + options.output + "' does not end in .json");
   if (scale.empty()) return;
   const std::vector<double> v = parse_numbers(scale, ',');
   if (v.size() != 2 || !std::isfinite(v[0] + v[1]) || !(v[0] > 0.0) || v[0] > v[1])

@@ -11,6 +11,7 @@
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
@@ -103,7 +104,7 @@ ScreenImage draw(const SelectOptions& options, const QueryScene& scene, const Ca
   return make_select_picture(picture, camera, selection, rect);
 }
 
-bool is_picture(const std::string& output) { return output.ends_with(".png"); }
+bool is_picture(const std::string& output) { return get_extension(output) == ".png"; }
 
 void write_outputs(const SelectOptions& options, const QueryScene& scene, const Camera& camera,
                    const Selection& selection) {

@@ -4,6 +4,7 @@
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 
 namespace {
@@ -42,7 +43,7 @@ void complete_select(SelectCall& call) {
   if (!call.box.empty()) read_box(call.box, options);
   if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
   for (const std::string& output : options.outputs) {
-    if (output.ends_with(".png")) continue;
+    if (get_extension(output) == ".png") continue;
     if (!is_point_output(output)) throw UsageError("-o: '" + output + "' ends in none of .png, .csv and .ply");
     if (!options.has_points()) throw UsageError("-o: '" + output + "' needs --mode points or vertices");
   }

@@ -11,6 +11,7 @@
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
 
@@ -58,7 +59,7 @@ void note_left_out(const std::vector<UvLayout>& layouts) {
   }
 }
 
-bool is_svg(const std::string& name) { return name.ends_with(".svg"); }
+bool is_svg(const std::string& name) { return get_extension(name) == ".svg"; }
 
 /// Draws each tile once for all of its files.
 void draw_tiles(const UvOptions& options, const UvDrawing& drawing, const std::vector<TileFiles>& files) {
@@ -77,7 +78,7 @@ void draw_tiles(const UvOptions& options, const UvDrawing& drawing, const std::v
         continue;
       }
       if (!picture) draw_uv_picture(drawing, settings, picture.emplace(background));
-      if (name.ends_with(".png")) {
+      if (get_extension(name) == ".png") {
         write_transparent_png(name, *picture);
       } else {
         write_exr(name, *picture);

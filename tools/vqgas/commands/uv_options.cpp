@@ -3,6 +3,7 @@
 
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/number_list.h"
 
 namespace {
@@ -40,9 +41,9 @@ void complete_uv(UvCall& call) {
   if (options.outputs.empty() && !options.has_info && options.json.empty())
     throw UsageError("uv: needs -o for a picture, or --info or --json for numbers");
   for (const std::string& output : options.outputs) {
-    if (!output.ends_with(".png") && !output.ends_with(".exr") && !output.ends_with(".svg"))
+    if (get_extension(output) != ".png" && get_extension(output) != ".exr" && get_extension(output) != ".svg")
       throw UsageError("-o: '" + output + "' ends in none of .png, .exr and .svg");
-    if (output.ends_with(".svg") && !options.background.empty())
+    if (get_extension(output) == ".svg" && !options.background.empty())
       throw UsageError("--background: '" + output + "' has lines only");
   }
 }

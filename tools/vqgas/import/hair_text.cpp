@@ -6,6 +6,7 @@
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/number_list.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ HairSource read_hair_text(const std::string& path) {
     }
     const std::vector<double> v = parse_numbers(text, ' ');
     if (v.size() != 4)
-      throw InputError(path, "line " + std::to_string(number) + ": '" + text.substr(0, 60) + "' is not x y z radius");
+      throw InputError(path, "line " + std::to_string(number) + ": " + quote(text) + " is not x y z radius");
     const GMathVec3<double> position(v[0], v[1], v[2]);
     data.points.push_back({GMathVec3<float>(position), static_cast<float>(v[3])});
     if (!in_curve) data.curve_sizes.push_back(0);

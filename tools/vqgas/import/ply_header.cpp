@@ -1,5 +1,7 @@
 #include "tools/vqgas/import/ply_header.h"
 
+#include "tools/vqgas/support/quote.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>

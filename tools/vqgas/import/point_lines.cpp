@@ -98,9 +98,3 @@ bool read_number(const char*& at, const char* end, float& value) {
   at = next;
   return true;
 }
-
-std::string quote(std::string_view text) {
-  std::string quoted = "'";
-  for (const char c : text.substr(0, 60)) quoted += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
-  return quoted + "'";
-}

@@ -44,6 +44,3 @@ constexpr bool ends_number(char c) { return c == ' ' || c == '\t' || c == ',' ||
 /// Reads a number up to a character for which ends_number() holds, or `end`, and advances `at`. inf and nan are
 /// numbers; too large ones are infinite, too small ones 0. False, `at` unchanged, when there is none.
 bool read_number(const char*& at, const char* end, float& value);
-
-/// What an error quotes of a text: its first letters, without control characters.
-std::string quote(std::string_view text);

@@ -9,6 +9,7 @@
 #include "tools/vqgas/import/ply_header.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 

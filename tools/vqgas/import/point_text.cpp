@@ -5,6 +5,7 @@
 
 #include "tools/vqgas/import/point_lines.h"
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 

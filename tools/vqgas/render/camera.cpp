@@ -1,5 +1,6 @@
 #include "tools/vqgas/render/camera.h"
 
+#include <cmath>
 #include <numbers>
 
 #include "tools/vqgas/support/input_error.h"
@@ -24,7 +25,10 @@ double get_half_tangent(const Camera& camera) { return std::tan(camera.field_of_
 GMathVec3<double> read_vector(const std::string& text, const std::string& whole, const std::string& option) {
   const std::vector<double> values = parse_numbers(text, ',');
   if (values.size() != 3) throw UsageError(option + ": '" + whole + "' is not ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
-  return {values[0], values[1], values[2]};
+  const GMathVec3<double> vector(values[0], values[1], values[2]);
+  if (!std::isfinite(vector.x) || !std::isfinite(vector.y) || !std::isfinite(vector.z))
+    throw UsageError(option + ": '" + whole + "' has a number that is not finite");
+  return vector;
 }
 
 /// Direction from the target to the eye, and the up vector.

@@ -32,6 +32,7 @@ std::vector<double> parse_numbers(std::string_view text, char separator) {
 
 std::string print_number(double value) {
   std::array<char, 32> text;
-  const std::to_chars_result result = std::to_chars(text.data(), text.data() + text.size(), value);
+  const std::to_chars_result result =
+      std::to_chars(text.data(), text.data() + text.size(), value + 0.0);  // -0 becomes 0
   return std::string(text.data(), result.ptr);
 }

@@ -11,5 +11,5 @@ std::vector<std::string> split_text(std::string_view text, char separator);
 /// not a number.
 std::vector<double> parse_numbers(std::string_view text, char separator);
 
-/// The shortest decimal text that reads back as the same double.
+/// The shortest decimal text that reads back as the same double; of -0, "0".
 std::string print_number(double value);

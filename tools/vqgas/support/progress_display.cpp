@@ -1,5 +1,6 @@
 #include "tools/vqgas/support/progress_display.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,6 +30,12 @@ std::string print_rate(double rate, const std::string& unit) {
     std::snprintf(text, sizeof(text), "%.0f %s/s", rate, unit.c_str());
   }
   return text;
+}
+
+/// Of the terminal; 80 when it does not tell.
+std::size_t get_column_count() {
+  winsize size = {};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 }  // namespace
@@ -79,19 +86,22 @@ void ProgressDisplay::keep_time(const AppProgressReport& report, Clock::time_poi
 }
 
 void ProgressDisplay::draw(const AppProgressReport& report, Clock::time_point now) {
-  constexpr int width = 28;
+  constexpr std::size_t most_width = 28;
   const double elapsed = std::chrono::duration<double>(now - bar_begin_).count();
-  const int filled = static_cast<int>(report.fraction * width);
-  std::string line = "\r\033[K";
-  line += report.task.is_empty() ? report.title.get_data() : report.task.get_data();
-  line += " [" + std::string(static_cast<std::size_t>(filled), '#') +
-          std::string(static_cast<std::size_t>(width - filled), '.') + "] ";
-  line += std::to_string(static_cast<int>(report.fraction * 100.0)) + "%";
+  std::string line = std::to_string(static_cast<int>(report.fraction * 100.0)) + "%";
   const double task_elapsed = std::chrono::duration<double>(now - task_begin_).count();
   if (!unit_.empty() && report.step_position > 0 && task_elapsed > 0.0)
     line += "  " + print_rate(report.step_position / task_elapsed, unit_);
   if (report.fraction > 0.0) line += "  " + print_span(elapsed * (1.0 / report.fraction - 1.0)) + " left";
-  std::fputs(line.c_str(), stderr);
+  // In a narrow terminal the bar is shorter, then there is none, and the text ends before the last column: a line that
+  // wraps could not be drawn over.
+  const std::string task = report.task.is_empty() ? report.title.get_data() : report.task.get_data();
+  const std::size_t columns = get_column_count() - 1, others = task.size() + 4 + line.size();
+  const std::size_t width = columns > others ? std::min(most_width, columns - others) : 0;
+  const std::size_t filled = static_cast<std::size_t>(report.fraction * static_cast<double>(width));
+  const std::string bar = " [" + std::string(filled, '#') + std::string(width - filled, '.') + "] ";
+  line = (task + (width > 0 ? bar : " ") + line).substr(0, columns);
+  std::fprintf(stderr, "\r\033[K%s", line.c_str());
   std::fflush(stderr);
   line_drawn_ = true;
 }
