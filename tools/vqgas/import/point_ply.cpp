@@ -181,7 +181,8 @@ class PlyBinaryRows final : public PlyRows {
     const double count = load_value(property.count_type, from, is_swapped_);
     if (!(count >= 0.0)) fail(element, number, "has a list without a length");
     const std::size_t size = get_size(property.type);
-    if (count > static_cast<double>(left_ / size)) fail(element, number, "has a list beyond the end of the file");
+    const std::size_t most = left_ / size;
+    if (count > static_cast<double>(most)) fail(element, number, "has a list beyond the end of the file");
     for (auto entries = static_cast<u64>(count); entries > 0; --entries) take(element, number, size);
   }
 

@@ -43,7 +43,7 @@ std::string escape(const std::string& text) {
 /// Clipping"). False if nothing is left.
 bool clip(UvPoint& a, UvPoint& b, double size, double margin) {
   double from = 0.0, to = 1.0;
-  const UvPoint step(b.x - a.x, b.y - a.y);
+  const UvPoint step{b.x - a.x, b.y - a.y};
   const auto cut = [&](double speed, double room) {  // keeps where speed * t <= room
     if (speed == 0.0) return room >= 0.0;
     const double t = room / speed;
@@ -67,7 +67,7 @@ void print_edges(const GasUvTree& tree, const UvPictureSettings& settings, std::
   for (const GeometryUvMapData& map : tree.get_uv_maps()) {
     const auto get = [&](uint index) {
       const GMathVec3<float>& uv = map.uvs[index];
-      return UvPoint((double{uv.x} - settings.tile.u) * size, (1.0 - (double{uv.y} - settings.tile.v)) * size);
+      return UvPoint{(double{uv.x} - settings.tile.u) * size, (1.0 - (double{uv.y} - settings.tile.v)) * size};
     };
     uint number = 0;
     for (const GeometryUvEdge& edge : map.edges) {

@@ -51,7 +51,8 @@ inline double get_doubled_area(const UvTriangle& t) {
 /// The unit square whose lower left corner is (u, v).
 struct UvTile {
   int v = 0, u = 0;  ///< compared in this order
-  auto operator<=>(const UvTile&) const = default;
+  bool operator==(const UvTile&) const = default;
+  bool operator<(const UvTile& other) const { return v != other.v ? v < other.v : u < other.u; }
 };
 
 /// The number of a tile in file names (UDIM): 1001 + u + 10 v; uU_vV for tiles without a number.

@@ -51,7 +51,7 @@ bool overlap_triangles(const UvTriangle& a, const UvTriangle& b) {
   for (const UvTriangle* edges : {&a, &b}) {
     for (uint k = 0; k < 3; ++k) {
       const UvPoint &from = (*edges)[k], &to = (*edges)[(k + 1) % 3];
-      const UvPoint normal(from.y - to.y, to.x - from.x);
+      const UvPoint normal{from.y - to.y, to.x - from.x};
       const auto measure = [&](const UvTriangle& t) {
         const auto get = [&](const UvPoint& p) { return (p.x - from.x) * normal.x + (p.y - from.y) * normal.y; };
         return std::minmax({get(t[0]), get(t[1]), get(t[2])});
