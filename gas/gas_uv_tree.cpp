@@ -1,10 +1,10 @@
 #include "gas/gas_uv_tree.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "gas/frame/gas_rebuild.h"
 #include "vq_app_base/app_progress_scope.h"

@@ -1,6 +1,6 @@
 #include "gas/geometry_uv_map_data.h"
 
-#include <optional>
+#include <algorithm>
 #include <utility>
 
 #include "gas/frame/gas_rebuild.h"
