@@ -108,6 +108,7 @@ class BvhTraversal {
   static constexpr bool is_guarded = kinds == BvhKinds::oriented_taken_as_aligned;
   using Entry = std::conditional_t<is_guarded, BvhGuardedStackEntry<time>, BvhStackEntry<time>>;
 
+  /// @param stack  three entries for each level of the tree, and one
   BvhTraversal(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                std::span<Entry> stack)
       : tree_(target.tree),
@@ -124,16 +125,44 @@ class BvhTraversal {
   /// Traverses the tree with ray `ray` from `start`, which is an inner node.
   void traverse_ray(const BvhStart& start, uint ray) {
     query_.first_ray = query_.last_ray = ray;
-    float limit = gas_clamp_limit(query_.get_limit(ray));
-    BvhRay r = bvh_load_ray<time>(query_, ray, limit, get_bounds(ray));
+    BvhRay r = bvh_load_ray<time>(query_, ray, get_limit(ray), get_bounds(ray));
     if constexpr (kinds == BvhKinds::all)
       oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), query_.get_tnear(ray), query_.get_limit(ray));
     if constexpr (is_guarded) nodes_left_ = 4 * (u64{tree_.aligned_count} + tree_.quantized_count + 1);
-    Entry at = make_start(start, r);
+    write_start(start, r, *stack_);
+    walk(r, start.ref, ray);
+  }
+
+ private:
+  float get_limit(uint ray) const { return gas_clamp_limit(query_.get_limit(ray)); }
+
+  /// A box around the whole tree at both motion samples of the ray.
+  GMathBbox3<float> get_bounds(uint ray) const {
+    if constexpr (time == BvhTime::still) return tree_.box;
+    GMathBbox3<float> bounds = motion_->get_bbox(query_.spans[ray].first);
+    bounds.add(motion_->get_bbox(query_.spans[ray].second));
+    return bounds;
+  }
+
+  void write_start(const BvhStart& start, const BvhRay& ray, Entry& to) const {
+    if constexpr (is_guarded) to.first_allowed = 0;
+    if constexpr (time == BvhTime::still) {
+      to.box[0] = start.box;
+    } else {
+      for (uint k = 0; k < 2; ++k)
+        to.box[k] = start.is_root ? motion_->get_bbox(ray.sample[k])
+                                  : motion_->get_aligned(start.node, ray.sample[k]).get_lane(start.lane);
+    }
+  }
+
+  /// Visits the tree from `at`. What else a step needs to know about the current node is in the entry at `top`; the
+  /// entries below it wait.
+  [[gnu::always_inline]] void walk(BvhRay& r, BvhChildRef at, uint ray) {
     Entry* top = stack_;
+    float limit = get_limit(ray);
     for (;;) {
       if (descend(r, at, top)) {
-        if (!visit_leaf(at.ref, ray)) return;
+        if (!visit_leaf(at, ray)) return;
         if constexpr (hits == BvhHits::nearest) {
           const double distance = query_.map->get_path(ray).distance;
           limit = gas_clamp_limit(distance);
@@ -145,41 +174,19 @@ class BvhTraversal {
         if (top == stack_) return;
         --top;
       } while (hits == BvhHits::nearest && top->distance > limit);
-      at = *top;
+      at = top->ref;
     }
-  }
-
- private:
-  /// A box around the whole tree at both motion samples of the ray.
-  GMathBbox3<float> get_bounds(uint ray) const {
-    if constexpr (time == BvhTime::still) return tree_.box;
-    GMathBbox3<float> bounds = motion_->get_bbox(query_.spans[ray].first);
-    bounds.add(motion_->get_bbox(query_.spans[ray].second));
-    return bounds;
-  }
-
-  Entry make_start(const BvhStart& start, const BvhRay& ray) const {
-    Entry at;
-    at.ref = start.ref;
-    at.distance = 0.0f;
-    if constexpr (time == BvhTime::still) {
-      at.box[0] = start.box;
-    } else {
-      for (uint k = 0; k < 2; ++k)
-        at.box[k] = start.is_root ? motion_->get_bbox(ray.sample[k])
-                                  : motion_->get_aligned(start.node, ray.sample[k]).get_lane(start.lane);
-    }
-    return at;
   }
 
   /// Descends to a leaf by the nearest hit child of each node and pushes the siblings. False when all children of a
   /// node are missed.
-  [[gnu::always_inline]] bool descend(const BvhRay& ray, Entry& at, Entry*& top) {  // as a call: 10 to 18 % slower
+  [[gnu::always_inline]] bool descend(const BvhRay& ray, BvhChildRef& at,
+                                      Entry*& top) {  // as a call: 10 to 18 % slower
     for (;;) {
       // Oriented first when the tree has such nodes, as most are in trees over curves; then aligned, the most frequent
       // kind.
-      const u32 kind = at.ref.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
-      if (kinds == BvhKinds::all && (at.ref.word & BvhChildRef::oriented_bit)) {
+      const u32 kind = at.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
+      if (kinds == BvhKinds::all && (at.word & BvhChildRef::oriented_bit)) {
         if (!step_oriented(ray, at, top)) return false;
       } else if (kind == 0) {
         if (!step_aligned(ray, at, top)) return false;
@@ -191,10 +198,16 @@ class BvhTraversal {
     }
   }
 
-  bool step_aligned(const BvhRay& ray, Entry& at, Entry*& top) {
-    const u32 index = at.ref.index;
+  /// A bit for each lane that is used. Unused ones are inverted boxes, but a ray with a NaN passes every slab, and
+  /// their reference 0 would lead back to node 0.
+  uint get_used_lanes(BvhChildRef node) const {
+    return is_guarded ? 0xf : (1u << node.get_count()) - 1;  // guarded: the count is that of another node
+  }
+
+  bool step_aligned(const BvhRay& ray, BvhChildRef& at, Entry*& top) {
+    const u32 index = at.index;
     if constexpr (is_guarded) {
-      if (index >= tree_.aligned_count || index < at.first_allowed || nodes_left_ == 0) return false;
+      if (index >= tree_.aligned_count || index < top->first_allowed || nodes_left_ == 0) return false;
       --nodes_left_;
     }
     count_node();
@@ -209,54 +222,46 @@ class BvhTraversal {
       mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
-    const auto write_box = [&](Entry& to, uint lane) {
+    const auto write_box = [&](Entry& to, BvhChildRef child, uint lane) {
       if constexpr (is_guarded) to.first_allowed = index + 1;
       // Only a quantized node is decoded against the box that its parent holds for it.
-      if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
+      if (kinds == BvhKinds::aligned || !(child.word & BvhChildRef::quantized_bit)) return;
       if constexpr (time == BvhTime::still) {
         to.box[0] = node.lanes.get_lane(lane);
       } else {
         for (uint k = 0; k < 2; ++k) to.box[k] = motion_->get_aligned(index, ray.sample[k]).get_lane(lane);
       }
     };
-    return take_nearest(mask, entry, at, top, get_child, write_box);
+    return take_nearest(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
   }
 
-  bool step_quantized(const BvhRay& ray, Entry& at, Entry*& top) {
+  bool step_quantized(const BvhRay& ray, BvhChildRef& at, Entry*& top) {
     count_node();
-    const u32 index = at.ref.index;
+    const u32 index = at.index;
     const BvhNodeQuantized& node = tree_.quantized[index];
-    const uint used_lanes = (1u << at.ref.get_count()) - 1;  // in a frame of extent 0 an unused lane is not inverted
+    BvhLanePlanes decoded[time == BvhTime::still ? 1 : 2];
     SimdF entry;
     uint mask;
     if constexpr (time == BvhTime::still) {
-      mask = bvh_test_lanes(bvh_decode_planes(node.lanes.planes, at.box[0], ray), ray, entry);
+      mask = bvh_test_lanes(bvh_decode_planes(node.lanes.planes, top->box[0], ray, decoded[0]), ray, entry);
     } else {
-      const BvhLanes a = bvh_decode_planes(motion_->get_quantized(index, ray.sample[0]).planes, at.box[0], ray);
-      const BvhLanes b = bvh_decode_planes(motion_->get_quantized(index, ray.sample[1]).planes, at.box[1], ray);
+      const BvhLaneBytes& bytes_a = motion_->get_quantized(index, ray.sample[0]);
+      const BvhLaneBytes& bytes_b = motion_->get_quantized(index, ray.sample[1]);
+      const BvhLanes a = bvh_decode_planes(bytes_a.planes, top->box[0], ray, decoded[0]);
+      const BvhLanes b = bvh_decode_planes(bytes_b.planes, top->box[1], ray, decoded[1]);
       mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
     }
     const auto get_child = [&](uint lane) { return node.get_child(lane); };
-    // A copy of this node's frame: take_nearest() overwrites `at`.
-    GMathBbox3<float> frame[time == BvhTime::still ? 1 : 2];
-    std::copy(std::begin(at.box), std::end(at.box), frame);
-    const auto write_box = [&](Entry& to, uint lane) {
-      if constexpr (is_guarded) to.first_allowed = at.first_allowed;
-      // Only a quantized node is decoded against the box that its parent holds for it.
-      if (kinds == BvhKinds::aligned || !(to.ref.word & BvhChildRef::quantized_bit)) return;
-      if constexpr (time == BvhTime::still) {
-        to.box[0] = bvh_decode_lane(frame[0], node.lanes.planes, lane);
-      } else {
-        for (uint k = 0; k < 2; ++k)
-          to.box[k] = bvh_decode_lane(frame[k], motion_->get_quantized(index, ray.sample[k]).planes, lane);
-      }
+    const auto write_box = [&](Entry& to, BvhChildRef /*child*/, uint lane) {
+      if constexpr (is_guarded) to.first_allowed = top->first_allowed;
+      for (uint k = 0; k < std::size(decoded); ++k) to.box[k] = decoded[k].get_lane(lane);
     };
-    return take_nearest(mask & used_lanes, entry, at, top, get_child, write_box);
+    return take_nearest(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
   }
 
-  bool step_oriented(const BvhRay& ray, Entry& at, Entry*& top) {
+  bool step_oriented(const BvhRay& ray, BvhChildRef& at, Entry*& top) {
     count_node();
-    const u32 index = at.ref.index;
+    const u32 index = at.index;
     const BvhNodeOriented& node = tree_.oriented[index];
     SimdF entry;
     uint mask;
@@ -269,23 +274,18 @@ class BvhTraversal {
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
     // No child is quantized, so none needs its box.
-    return take_nearest(mask, entry, at, top, get_child, [](Entry& /*to*/, uint /*lane*/) {});
+    return take_nearest(mask, entry, at, top, get_child, [](Entry&, BvhChildRef, uint) {});
   }
 
   /// Makes the nearest hit child the current one and pushes the others, nearest on top. Equal distances: the higher
   /// lane first. False when none is hit.
   template <class GetChild, class WriteBox>
-  bool take_nearest(uint mask, const SimdF& entry, Entry& at, Entry*& top, const GetChild& get_child,
+  bool take_nearest(uint mask, const SimdF& entry, BvhChildRef& at, Entry*& top, const GetChild& get_child,
                     const WriteBox& write_box) {
     if (mask == 0) return false;
     const uint first = static_cast<uint>(std::countr_zero(mask));
     mask &= mask - 1;
-    if (mask == 0) {
-      at.ref = get_child(first);
-      prefetch(at.ref);
-      write_box(at, first);
-      return true;
-    }
+    if (mask == 0) return take(first, at, top, get_child, write_box);
     alignas(16) float distance[4];
     entry.store(distance);
     const uint second = static_cast<uint>(std::countr_zero(mask));
@@ -295,19 +295,16 @@ class BvhTraversal {
       const bool first_is_nearer = distance[first] < distance[second];
       const uint nearer = first_is_nearer ? first : second;
       const uint farther = first ^ second ^ nearer;
-      push(top, farther, distance, get_child, write_box);
-      at.ref = get_child(nearer);
-      prefetch(at.ref);
-      write_box(at, nearer);
-      return true;
+      push(farther, distance, top, get_child, write_box);
+      return take(nearer, at, top, get_child, write_box);
     }
     return take_nearest_of_many(first, second, mask, distance, at, top, get_child, write_box);
   }
 
   /// Three or four hit children, by insertion into a list ordered from far to near.
   template <class GetChild, class WriteBox>
-  bool take_nearest_of_many(uint first, uint second, uint rest, const float (&distance)[4], Entry& at, Entry*& top,
-                            const GetChild& get_child, const WriteBox& write_box) {
+  bool take_nearest_of_many(uint first, uint second, uint rest, const float (&distance)[4], BvhChildRef& at,
+                            Entry*& top, const GetChild& get_child, const WriteBox& write_box) {
     uint order[4] = {first, second, 0, 0};
     if (distance[first] < distance[second]) std::swap(order[0], order[1]);
     uint count = 2;
@@ -317,22 +314,28 @@ class BvhTraversal {
       for (; place > 0 && distance[order[place - 1]] < distance[lane]; --place) order[place] = order[place - 1];
       order[place] = lane;
     }
-    for (uint k = 0; k + 1 < count; ++k) push(top, order[k], distance, get_child, write_box);
-    at.ref = get_child(order[count - 1]);
-    prefetch(at.ref);
-    write_box(at, order[count - 1]);
+    for (uint k = 0; k + 1 < count; ++k) push(order[k], distance, top, get_child, write_box);
+    return take(order[count - 1], at, top, get_child, write_box);
+  }
+
+  template <class GetChild, class WriteBox>
+  bool take(uint lane, BvhChildRef& at, Entry* top, const GetChild& get_child, const WriteBox& write_box) {
+    at = get_child(lane);
+    prefetch_.prefetch(at);
+    write_box(*top, at, lane);
     return true;
   }
 
   /// The stack's size is computed from the tree's depth: it overflows only on a guarded path, which may be longer.
   template <class GetChild, class WriteBox>
-  void push(Entry*& top, uint lane, const float (&distance)[4], const GetChild& get_child, const WriteBox& write_box) {
-    if (is_guarded && top == stack_end_) return;
-    Entry& to = *top++;
-    to.ref = get_child(lane);
-    prefetch(to.ref);
-    write_box(to, lane);
-    to.distance = distance[lane];
+  void push(uint lane, const float (&distance)[4], Entry*& top, const GetChild& get_child, const WriteBox& write_box) {
+    if (is_guarded && top + 1 == stack_end_) return;
+    const BvhChildRef child = get_child(lane);
+    prefetch_.prefetch(child);
+    write_box(*top, child, lane);
+    top->ref = child;
+    top->distance = distance[lane];
+    ++top;
   }
 
   /// Calls the leaf callback. False when the ray is ended by its stop flag.
@@ -342,8 +345,6 @@ class BvhTraversal {
     leaf_function_(ctx_, shader_, query_, range_, leaf_user_);
     return hits == BvhHits::nearest || !query_.is_stopped(ray);
   }
-
-  void prefetch(BvhChildRef ref) const { prefetch_.prefetch(ref); }
 
   void count_node() {
     if constexpr (visits == BvhVisits::counted) ++query_.visits[query_.first_ray].nodes;

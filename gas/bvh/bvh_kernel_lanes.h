@@ -36,7 +36,6 @@ struct BvhRay {
 /// Planes of four boxes, sorted by the sign of the ray's direction.
 struct BvhLanes {
   SimdF near[3], far[3];
-  SimdF min_x, max_x;
 };
 
 /// x, y and z, each in all lanes.
@@ -84,23 +83,22 @@ inline BvhLanes bvh_pick_planes(const float (&planes)[6][4], const BvhRay& ray) 
     lanes.near[axis] = SimdF::load(planes[ray.near_plane[axis]]);
     lanes.far[axis] = SimdF::load(planes[ray.far_plane[axis]]);
   }
-  lanes.min_x = SimdF::load(planes[0]);
-  lanes.max_x = SimdF::load(planes[1]);
   return lanes;
 }
 
-/// Planes in 8 bits, decoded against the frame that the parent's lane box is.
-inline BvhLanes bvh_decode_planes(const u8 (&planes)[6][4], const GMathBbox3<float>& frame, const BvhRay& ray) {
+/// Planes in 8 bits, decoded against the frame that the parent's lane box is. Also writes them as floats to `decoded`:
+/// the boxes of its lanes are the frames of quantized children.
+inline BvhLanes bvh_decode_planes(const u8 (&planes)[6][4], const GMathBbox3<float>& frame, const BvhRay& ray,
+                                  BvhLanePlanes& decoded) {
   BvhLanes lanes;
   for (uint axis = 0; axis < 3; ++axis) {
     const SimdF first(frame.min[axis]);
     const SimdF step((frame.max[axis] - frame.min[axis]) * bvh_quantum);
     lanes.near[axis] = first + SimdF::load_bytes(planes[ray.near_plane[axis]]) * step;
     lanes.far[axis] = first + SimdF::load_bytes(planes[ray.far_plane[axis]]) * step;
+    lanes.near[axis].store_unaligned(decoded.planes[ray.near_plane[axis]]);
+    lanes.far[axis].store_unaligned(decoded.planes[ray.far_plane[axis]]);
   }
-  const bool x_is_negative = ray.near_plane[0] != 0;
-  lanes.min_x = x_is_negative ? lanes.far[0] : lanes.near[0];
-  lanes.max_x = x_is_negative ? lanes.near[0] : lanes.far[0];
   return lanes;
 }
 
@@ -114,25 +112,23 @@ inline BvhLanes bvh_blend_lanes(const BvhLanes& a, const BvhLanes& b, const BvhR
     lanes.near[axis] = bvh_blend(a.near[axis], b.near[axis], ray);
     lanes.far[axis] = bvh_blend(a.far[axis], b.far[axis], ray);
   }
-  lanes.min_x = bvh_blend(a.min_x, b.min_x, ray);
-  lanes.max_x = bvh_blend(a.max_x, b.max_x, ray);
   return lanes;
 }
 
 /// Slab test (Kay, Kajiya 1986) of one ray against four boxes. Writes the entry distance of each lane, in units of the
 /// ray's direction, and returns a bit per hit lane.
 inline uint bvh_test_lanes(const BvhLanes& box, const BvhRay& ray, SimdF& entry) {
-  // A ray lying in a slab plane gives 0 * inf = NaN; SimdF's min and max return their second operand on NaN, so the
-  // running bound stands second and the ray counts as inside that slab.
-  entry = ray.t_near;
-  SimdF exit = ray.t_far;
+  SimdF near[3], far[3];
   for (uint axis = 0; axis < 3; ++axis) {
-    entry = max((box.near[axis] - ray.near_origin[axis]) * ray.near_inverse[axis], entry);
-    exit = min((box.far[axis] - ray.far_origin[axis]) * ray.far_inverse[axis], exit);
+    near[axis] = (box.near[axis] - ray.near_origin[axis]) * ray.near_inverse[axis];
+    far[axis] = (box.far[axis] - ray.far_origin[axis]) * ray.far_inverse[axis];
   }
-  // The second term is for rays with a NaN: they pass every slab, and the reference 0 of an unused lane would lead back
-  // to node 0. NaN planes (infinite ones after blending or decoding) do not make a lane unused.
-  return ((entry <= exit) & is_not_greater(box.min_x, box.max_x)).get_bits();
+  // A ray lying in a slab plane may give 0 * inf = NaN. SimdF's min and max return their second operand on NaN, so the
+  // ray's interval stands second and the lane is hit if the other slabs are. In pairs: two operations wait for each
+  // other instead of three.
+  entry = max(max(near[1], near[2]), max(near[0], ray.t_near));
+  const SimdF exit = min(min(far[1], far[2]), min(far[0], ray.t_far));
+  return (entry <= exit).get_bits();
 }
 
 /// The ray for oriented lanes. The direction is not inverted, because each lane has its own axes. The start is the

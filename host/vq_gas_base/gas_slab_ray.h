@@ -45,7 +45,8 @@ inline SimdF gas_get_blend_slack(const GMathBbox3<float>& bounds) { return gas_g
   const SimdF origin = pack(ray.origin), inverse = pack(ray.inverse);
   // An infinite origin stays infinite.
   const SimdF distance = min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX));
-  SimdF axis_slack = distance * SimdF(0x1p-23f) + plane_slack;
+  // Never 0: a ray that lies in a plane would give 0 * inf = NaN.
+  SimdF axis_slack = max(distance * SimdF(0x1p-23f), SimdF(FLT_MIN)) + plane_slack;
   // A smaller inverse makes an entry earlier only at positive distances. At negative ones it makes it later, by at most
   // 2^-22 of the way from the origin to the plane.
   if (tnear < 0.0) axis_slack = axis_slack + (distance + gas_get_reach(bounds)) * SimdF(0x1p-21f);
