@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -28,8 +32,9 @@ void redirect(int descriptor, const fs::path& path, int flags) {
   close(file);
 }
 
-pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs::path& streams,
-            const fs::path& output) {
+/// @param environment  NAME=VALUE, or empty
+pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs::path& streams, const fs::path& output,
+            const fs::path& errors, std::string environment = "") {
   std::vector<char*> words;
   arguments.insert(arguments.begin(), VQGAS_PROGRAM);
   for (std::string& argument : arguments) words.push_back(argument.data());
@@ -39,7 +44,8 @@ pid_t start(const fs::path& folder, std::vector<std::string> arguments, const fs
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) std::signal(signal, SIG_DFL);  // whatever started the tests
   redirect(STDIN_FILENO, streams / "in", O_RDONLY);
   redirect(STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC);
-  redirect(STDERR_FILENO, streams / "err", O_WRONLY | O_CREAT | O_TRUNC);
+  redirect(STDERR_FILENO, errors, O_WRONLY | O_CREAT | O_TRUNC | O_NOCTTY);
+  if (!environment.empty()) putenv(environment.data());
   if (chdir(folder.c_str()) != 0) _exit(126);
   execv(words[0], words.data());
   _exit(127);
@@ -60,7 +66,11 @@ ProgramResult finish(pid_t child, const fs::path& streams) {
   ProgramResult result;
   result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   result.out = read_whole(streams / "out");
-  result.err = read_whole(streams / "err");
+  std::istringstream lines(read_whole(streams / "err"));
+  for (std::string line; std::getline(lines, line);) {
+    const bool is_whole = !lines.eof();
+    (line.starts_with("progress: ") ? result.progress : result.err).append(line).append(is_whole ? "\n" : "");
+  }
   return result;
 }
 
@@ -75,7 +85,38 @@ ProgramResult run_vqgas(const fs::path& folder, const std::vector<std::string>& 
   const TestFolder streams;
   streams.write("in", input);
   const fs::path out = output.empty() ? streams.get_path() / "out" : output;
-  return finish(start(folder, arguments, streams.get_path(), out), streams.get_path());
+  return finish(start(folder, arguments, streams.get_path(), out, streams.get_path() / "err"), streams.get_path());
+}
+
+ProgramResult run_vqgas_on_terminal(const fs::path& folder, const std::vector<std::string>& arguments,
+                                    const std::string& environment) {
+  const TestFolder streams;
+  streams.write("in", "");
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+  if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) ADD_FAILURE() << "no terminal";
+  const std::string name = ptsname(terminal);
+  // Held open, so that reading waits before the program has opened its end.
+  const int held = open(name.c_str(), O_RDWR | O_NOCTTY);
+  const pid_t child = start(folder, arguments, streams.get_path(), streams.get_path() / "out", name, environment);
+  const auto is_running = [&] {
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+  };
+  std::string bytes;
+  std::array<char, 4096> piece;
+  for (bool running = true; running;) {
+    running = is_running();
+    pollfd waiting = {terminal, POLLIN, 0};
+    while (poll(&waiting, 1, 10) > 0) {
+      const ssize_t size = read(terminal, piece.data(), piece.size());
+      bytes.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    }
+  }
+  ProgramResult result = finish(child, streams.get_path());
+  result.err = bytes;
+  close(held);
+  close(terminal);
+  return result;
 }
 
 ProgramResult interrupt_vqgas(const fs::path& folder, const std::vector<std::string>& arguments, int signal,
@@ -84,11 +125,14 @@ ProgramResult interrupt_vqgas(const fs::path& folder, const std::vector<std::str
   const fs::path input = streams.get_path() / "in";
   mkfifo(input.c_str(), 0600);
   const int writer = open(input.c_str(), O_RDWR);
-  const pid_t child = start(folder, arguments, streams.get_path(), streams.get_path() / "out");
+  const pid_t child =
+      start(folder, arguments, streams.get_path(), streams.get_path() / "out", streams.get_path() / "err");
   for (int wait = 0; wait < 5000 && !handles_signal(child, signal); ++wait) usleep(1000);
   usleep(static_cast<useconds_t>(milliseconds) * 1000);
   for (int k = 0; k < times; ++k) kill(child, signal);
-  const ProgramResult result = finish(child, streams.get_path());
+  const auto stopped = std::chrono::steady_clock::now();
+  ProgramResult result = finish(child, streams.get_path());
+  result.stop_seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - stopped).count();
   close(writer);
   return result;
 }

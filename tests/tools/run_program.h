@@ -9,6 +9,8 @@
 struct ProgramResult {
   int exit_code = -1;  ///< minus the signal's number when a signal ended it unhandled
   std::string out, err;
+  std::string progress;       ///< the lines of standard error that tell the progress of long work, not in `err`
+  double stop_seconds = 0.0;  ///< from the last signal to the end
   std::size_t count_error_lines() const;
 };
 
@@ -17,6 +19,10 @@ struct ProgramResult {
 /// @param output  where standard output goes instead, if not empty; it must exist
 ProgramResult run_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
                         const std::string& input = "", const std::filesystem::path& output = {});
+/// Runs it with standard error on a terminal, whose bytes are `err`.
+/// @param environment  NAME=VALUE
+ProgramResult run_vqgas_on_terminal(const std::filesystem::path& folder, const std::vector<std::string>& arguments,
+                                    const std::string& environment);
 /// Runs it with a standard input that never ends, and sends `signal` so many times, `milliseconds` after the program
 /// began to handle it.
 ProgramResult interrupt_vqgas(const std::filesystem::path& folder, const std::vector<std::string>& arguments,

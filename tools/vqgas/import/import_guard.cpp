@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,7 +9,6 @@
 #include <exception>
 
 #include "tools/vqgas/support/input_error.h"
-#include "tools/vqgas/support/interrupt.h"
 
 namespace {
 
@@ -66,17 +64,6 @@ void* run(void* guarded) {
   return nullptr;
 }
 
-/// Waits a little. True when the thread has ended.
-bool join(pthread_t thread) {
-  constexpr long poll_nanoseconds = 20'000'000, second = 1'000'000'000;
-  timespec until = {};
-  clock_gettime(CLOCK_REALTIME, &until);
-  until.tv_nsec += poll_nanoseconds;
-  until.tv_sec += until.tv_nsec / second;
-  until.tv_nsec %= second;
-  return pthread_timedjoin_np(thread, nullptr, &until) == 0;
-}
-
 }  // namespace
 
 void run_import_guarded(const std::string& path, const std::function<void()>& work) {
@@ -91,8 +78,6 @@ void run_import_guarded(const std::string& path, const std::function<void()>& wo
   const bool is_started = pthread_create(&thread, &attributes, run, &guarded) == 0;
   pthread_attr_destroy(&attributes);
   if (!is_started) throw InputError(path, "asks for more memory than there is");
-  while (!join(thread)) {
-    if (is_interrupted()) end_interrupted();  // other libraries' code cannot be stopped
-  }
+  pthread_join(thread, nullptr);
   if (guarded.fault) std::rethrow_exception(guarded.fault);
 }

@@ -1,5 +1,6 @@
 #include "tools/vqgas/support/interrupt.h"
 
+#include <time.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,11 +13,17 @@ namespace {
 
 constexpr char interrupted_line[] = "vqgas: interrupted\n";
 
+/// From the first signal to the end of the program. A user takes 100 ms for immediate; the rest of them is for the
+/// system, which frees some gigabytes of pages in that time.
+constexpr long grace_nanoseconds = 30'000'000;
+
 // State of the handler, which may neither allocate nor lock: plain arrays and lock-free atomics.
 std::atomic<int> arrived_signal{0};
 std::atomic<AppBase*> current_application{nullptr};
 std::atomic<int> running_handlers{0};
 std::atomic<bool> is_reported{false};
+timer_t grace_timer;
+std::atomic<bool> has_timer{false};
 struct FileSlot {
   std::atomic<bool> is_taken{false};
   std::atomic<bool> is_set{false};
@@ -45,8 +52,15 @@ void write_interrupted_line() {
   _exit(128 + signal_number);
 }
 
+extern "C" void receive_alarm(int) {
+  if (const int signal_number = arrived_signal.load()) end_at_once(signal_number);
+}
+
 extern "C" void receive_signal(int signal_number) {
   if (arrived_signal.exchange(signal_number) != 0) end_at_once(signal_number);
+  itimerspec grace = {};
+  grace.it_value.tv_nsec = grace_nanoseconds;
+  if (has_timer.load()) timer_settime(grace_timer, 0, &grace, nullptr);
   ++running_handlers;
   if (AppBase* application = current_application.load()) application->request_stop();
   --running_handlers;
@@ -56,9 +70,15 @@ extern "C" void receive_signal(int signal_number) {
 
 void install_signal_handlers() {
   struct sigaction action = {};
-  action.sa_handler = receive_signal;
   sigemptyset(&action.sa_mask);
   action.sa_flags = 0;  // no SA_RESTART: a blocked read or open of a pipe returns
+  sigevent alarm = {};
+  alarm.sigev_notify = SIGEV_SIGNAL;
+  alarm.sigev_signo = SIGALRM;
+  action.sa_handler = receive_alarm;
+  sigaction(SIGALRM, &action, nullptr);
+  has_timer.store(timer_create(CLOCK_MONOTONIC, &alarm, &grace_timer) == 0);
+  action.sa_handler = receive_signal;
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction former = {};
     sigaction(number, nullptr, &former);
@@ -78,8 +98,6 @@ int report_interrupt() {
   write_interrupted_line();
   return 128 + arrived_signal.load();
 }
-
-void end_interrupted() { end_at_once(arrived_signal.load()); }
 
 StoppableApplication::StoppableApplication(uint thread_count)
     : OfApp(thread_count == 0 ? std::thread::hardware_concurrency() : thread_count) {

@@ -1,8 +1,9 @@
 // tools/vqgas/support/interrupt.h
 //
 // Ctrl-C (SIGINT), SIGTERM and SIGHUP. The first signal sets a flag and requests the application to stop. Long loops
-// read the flag; the main thread then throws Interrupted, which main() catches. A second signal ends the program at
-// once.
+// read the flag; the main thread then throws Interrupted, which main() catches. What does not stop in time, such as a
+// reader of another library, or a large file on its way to a slow disk, is ended with the program by a timer. A second
+// signal ends the program at once. Unfinished files are removed in every case.
 #pragma once
 #include <string>
 
@@ -21,8 +22,6 @@ bool is_interrupted();
 void throw_if_interrupted();
 /// Prints "vqgas: interrupted" and returns the exit code, 128 + the signal's number.
 int report_interrupt();
-/// Ends the program without destructors, for a thread that cannot be stopped. Removes unfinished files.
-[[noreturn]] void end_interrupted();
 
 /// The application of one call; a signal requests it to stop. One at a time.
 class StoppableApplication : public OfApp {

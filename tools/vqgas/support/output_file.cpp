@@ -120,6 +120,7 @@ OutputFile::OutputFile(const std::string& path) : name_(path), path_(follow_link
 }
 
 void OutputFile::open_temporary() {
+  throw_if_interrupted();  // the program may end without destructors at any time now: begin no file that would remain
   const fs::path folder = fs::path(path_).parent_path();
   for (int number = 0; descriptor_ < 0; ++number) {
     temporary_ = folder / (".vqgas-" + std::to_string(getpid()) + "-" + std::to_string(number) + ".part");
