@@ -1,3 +1,4 @@
+#include <atomic>
 
 #include "tools/vqgas/commands/beam_input.h"
 #include "tools/vqgas/commands/command_line.h"
@@ -24,13 +25,20 @@ std::vector<GeometryRayFrustumRecord> cast(const QueryScene& scene, const std::v
                                            double edge) {
   constexpr uint slice = 4096;
   std::vector<GeometryRayFrustumRecord> records(beams.size());
-  run_slices(&scene.get_application(), static_cast<uint>(beams.size()), slice, [&](uint first, uint end) {
+  const auto count = static_cast<uint>(beams.size());
+  std::atomic<uint> done = 0;
+  AppProgressBar* progress = scene.get_application().create_progress_bar("Cast beams");
+  progress->begin_task("Cast beams", 1.0);
+  progress->set_step_count(count);
+  run_slices(&scene.get_application(), count, slice, [&](uint first, uint end) {
     CtxShader shader;
     GeometryRayFrustumCtx query;
     query.edge = edge;
     query.begin(beams.data() + first, records.data() + first, end - first);
     scene.find_points(shader, query);
+    progress->step(done += end - first);
   });
+  progress->finish();
   return records;
 }
 
@@ -78,12 +86,13 @@ void run_beam(const BeamOptions& options) {
   check_outputs({options.json}, inputs);
   const std::vector<GeometryRayFrustumBeam> beams = get_beams(options);
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
   const QueryScene scene(application, load_scene(options.files, times, {&application, options.quiet}), {},
                          options.frame);
   if (!options.quiet) messages.release();
+  display.set_unit("beams");
   const std::vector<GeometryRayFrustumRecord> records = cast(scene, beams, options.edge);
   write_answers(
       options.json, options.as_json, [&] { return print_json(options, scene, records); },

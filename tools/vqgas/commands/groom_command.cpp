@@ -50,7 +50,8 @@ void run_groom(const GroomOptions& options) {
   const GroomSettings settings = complete_settings(options, surface.get_area());
 
   StoppableApplication application(options.threads);
-  const ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
+  display.set_unit("strands");
   AppProgressBar* progress = application.create_progress_bar("Groom");
   const auto begin = std::chrono::steady_clock::now();
   const CurveData fur = grow(options, surface, settings, progress);

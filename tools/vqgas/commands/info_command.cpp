@@ -15,7 +15,7 @@ namespace {
 
 SceneReport examine(const std::string& file, const InfoOptions& options) {
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   SceneSource source =
       load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second}, {&application, options.quiet});
   displace_meshes(source, options.displace);

@@ -197,7 +197,7 @@ void run_render(const RenderOptions& options) {
   check_render_outputs(options, files);
   const SceneTimes times = get_times(options);
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   SceneSource source = load_scene(options.files, times, {&application, options.quiet});
   displace_meshes(source, options.displace);
   if (options.is_bundled) bundle_objects(source, times.open);

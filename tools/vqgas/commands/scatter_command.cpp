@@ -65,7 +65,7 @@ void run_scatter(const ScatterOptions& options) {
   const uint count = get_instance_count(options, surface.get_area());
 
   StoppableApplication application(options.threads);
-  const ProgressDisplay display(application, is_progress_visible(options.quiet));
+  const ProgressDisplay display(application, !options.quiet);
   AppProgressBar* progress = application.create_progress_bar("Scatter");
   const auto begin = std::chrono::steady_clock::now();
   const std::vector<GroomSurface::Root> points = spread(options, surface, count, progress);

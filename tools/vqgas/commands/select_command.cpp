@@ -132,7 +132,7 @@ void run_select(const SelectOptions& options) {
   outputs.push_back(options.json);
   check_outputs(outputs, list_inputs(options, options.files));
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
   SceneSource source = load_scene(options.files, times, {&application, options.quiet});

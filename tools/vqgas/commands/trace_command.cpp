@@ -1,5 +1,6 @@
 // tools/vqgas/commands/trace_command.cpp
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 #include <tuple>
@@ -76,8 +77,16 @@ std::vector<TraceHit> trace_packet(const QueryScene& scene, const std::vector<Tr
 std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>& rays, bool all) {
   constexpr uint packet_size = 4096;
   std::vector<std::vector<TraceHit>> packets(rays.size() / packet_size + 1);
-  run_slices(&scene.get_application(), static_cast<uint>(rays.size()), packet_size,
-             [&](uint first, uint end) { packets[first / packet_size] = trace_packet(scene, rays, first, end, all); });
+  const auto count = static_cast<uint>(rays.size());
+  std::atomic<uint> done = 0;
+  AppProgressBar* progress = scene.get_application().create_progress_bar("Trace");
+  progress->begin_task("Trace", 1.0);
+  progress->set_step_count(count);
+  run_slices(&scene.get_application(), count, packet_size, [&](uint first, uint end) {
+    packets[first / packet_size] = trace_packet(scene, rays, first, end, all);
+    progress->step(done += end - first);
+  });
+  progress->finish();
   std::vector<TraceHit> hits;
   for (const std::vector<TraceHit>& packet : packets) hits.insert(hits.end(), packet.begin(), packet.end());
   return hits;
@@ -163,7 +172,7 @@ void run_trace(const TraceOptions& options) {
   const std::vector<TraceRay> rays =
       get_queries<TraceRay>(options.rays, "rays", options.quiet, trace_ray_form, parse_trace_ray);
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   HeldMessages messages;
   ShapeSettings shapes = options.shapes;
   shapes.hair.has_nearest_queries = !options.all;
@@ -176,6 +185,7 @@ void run_trace(const TraceOptions& options) {
   if (!options.quiet) messages.release();
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
   if (has_times) scene.set_shutter(times);
+  display.set_unit("rays");
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
   write_answers(
       options.json, options.as_json, [&] { return print_json(options.file, scene, hits, rays.size()); },

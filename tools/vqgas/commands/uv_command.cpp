@@ -108,7 +108,7 @@ void run_uv(const UvOptions& options) {
   outputs.push_back(options.json);
   check_outputs(outputs, list_uv_inputs(options));
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   HeldMessages messages;
   SceneSource scene = load_scene(options.files, {}, {&application, options.quiet});
   if (options.projection != PolyMeshProjection::none) project_uvs(scene, options.projection);
