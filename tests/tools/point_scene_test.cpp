@@ -239,7 +239,7 @@ TEST(VqgasPoints, beams_find_the_nearest_point_between_their_sides) {
   }
   // Rays pass between points.
   EXPECT_EQ(run_vqgas(folder.get_path(), {"trace", "cloud.xyz", "--ray", "0,0,3,0,0,-1"}).out,
-            "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path\n0,,,,,,,,,,,,\n");
+            "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path,object,names\n0,,,,,,,,,,,,,,\n");
 }
 
 TEST(VqgasPoints, info_counts_them_and_particles_move_with_their_object) {

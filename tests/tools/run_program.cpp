@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace {
@@ -74,6 +75,47 @@ ProgramResult finish(pid_t child, const fs::path& streams) {
   return result;
 }
 
+/// Keeps every report of the program, and validates them against the schemas after the last test.
+class ReportCheck : public testing::Environment {
+ public:
+  void add(const std::string& report) {
+    if (!folder_) folder_ = std::make_unique<TestFolder>();
+    folder_->write(std::to_string(++count_) + ".json", report);
+  }
+  void TearDown() override {
+    if (!folder_) return;
+    const std::string script = VQGAS_TESTS "/check_reports.py", schemas = VQGAS_SCHEMAS;
+    const std::string reports = folder_->get_path().string() + "/";
+    const std::string command =
+        "python3 '" + script + "' '" + schemas + "' " + reports + "*.json >" + reports + "faults 2>&1";
+    if (std::system(command.c_str()) != 0) ADD_FAILURE() << folder_->read("faults");
+  }
+
+ private:
+  std::unique_ptr<TestFolder> folder_;
+  int count_ = 0;
+};
+
+ReportCheck& get_report_check() {
+  static auto* check = dynamic_cast<ReportCheck*>(testing::AddGlobalTestEnvironment(new ReportCheck));
+  return *check;
+}
+
+[[maybe_unused]] const ReportCheck& registered = get_report_check();
+
+/// The reports of a successful run: --json and --format json, and the file of scatter. Devices have none.
+void keep_reports(const fs::path& folder, const std::vector<std::string>& arguments, const ProgramResult& result) {
+  for (std::size_t k = 1; k < arguments.size(); ++k) {
+    const std::string &option = arguments[k - 1], &value = arguments[k];
+    const bool is_printed = (option == "--json" && value == "-") || (option == "--format" && value == "json");
+    const bool is_file =
+        (option == "--json" && !value.starts_with('/')) || (option == "-o" && arguments[0] == "scatter");
+    if (is_printed && !result.out.empty()) get_report_check().add(result.out);
+    if (!is_printed && is_file && fs::is_regular_file(folder / value))
+      get_report_check().add(read_whole(folder / value));
+  }
+}
+
 }  // namespace
 
 std::size_t ProgramResult::count_error_lines() const {
@@ -85,7 +127,10 @@ ProgramResult run_vqgas(const fs::path& folder, const std::vector<std::string>& 
   const TestFolder streams;
   streams.write("in", input);
   const fs::path out = output.empty() ? streams.get_path() / "out" : output;
-  return finish(start(folder, arguments, streams.get_path(), out, streams.get_path() / "err"), streams.get_path());
+  const ProgramResult result =
+      finish(start(folder, arguments, streams.get_path(), out, streams.get_path() / "err"), streams.get_path());
+  if (result.exit_code == 0) keep_reports(folder, arguments, result);
+  return result;
 }
 
 ProgramResult run_vqgas_on_terminal(const fs::path& folder, const std::vector<std::string>& arguments,

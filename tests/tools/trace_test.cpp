@@ -9,11 +9,11 @@
 
 namespace {
 
-/// A row of the CSV: 13 fields, the numbers of a hit in `values`; a miss has none.
+/// A row of the CSV: 15 fields, the numbers of a hit in `values`; a miss has none.
 struct Row {
   std::size_t ray = 0;
   std::vector<double> values;  // distance, primitive, group, u, v, nx, ny, nz, x, y, z
-  std::string path;
+  std::string path, names;
 };
 
 std::vector<Row> read_rows(const ProgramResult& result) {
@@ -22,18 +22,20 @@ std::vector<Row> read_rows(const ProgramResult& result) {
   std::istringstream lines(result.out);
   std::string line;
   std::getline(lines, line);
-  EXPECT_EQ(line, "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path");
+  EXPECT_EQ(line, "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path,object,names");
   std::vector<Row> rows;
   while (std::getline(lines, line)) {
     std::vector<std::string> fields;
     std::istringstream text(line + ',');
     for (std::string field; std::getline(text, field, ',');) fields.push_back(field);
-    EXPECT_EQ(fields.size(), 13u) << line;
+    EXPECT_EQ(fields.size(), 15u) << line;
     Row row;
     row.ray = std::stoul(fields[0]);
-    for (std::size_t k = 1; k + 1 < fields.size() && !fields[1].empty(); ++k)
+    for (std::size_t k = 1; k + 3 < fields.size() && !fields[1].empty(); ++k)
       row.values.push_back(std::stod(fields[k]));
-    row.path = fields.back();
+    row.path = fields[12];
+    row.names = fields[14];
+    EXPECT_TRUE(row.names.ends_with(fields[13])) << line;
     rows.push_back(row);
   }
   return rows;
@@ -155,4 +157,16 @@ TEST(VqgasTrace, displaced_surfaces_have_the_heights_of_the_picture) {
   EXPECT_EQ(noise, trace({"--displace", "noise"}).out);
   for (const Row& row : read_rows(trace({"--displace", "noise"})))
     EXPECT_LE(std::fabs(row.values.at(10)), 0.02 * std::sqrt(2.0)) << row.ray;
+}
+
+TEST(VqgasTrace, a_table_is_the_csv_in_columns) {
+  const TestFolder folder;
+  folder.write("a,b.obj", make_cube_obj(1.0));
+  const std::vector<std::string> line = {"trace", "a,b.obj",       "--ray",    "0.25,0.123456789,5,0,0,-1",
+                                         "--ray", "9,9,5,0,0,-10", "--format", "table"};
+  EXPECT_EQ(
+      run_vqgas(folder.get_path(), line).out,
+      "ray  distance  primitive  group          u         v  nx  ny  nz     x         y  z  path  object   names\n"
+      "  0         4          5      0  0.0632716  0.561728   0   0   1  0.25  0.123457  1     0  a,b.obj  a,b.obj\n"
+      "  1         -          -      -          -         -   -   -   -     -         -  -     -  -        -\n");
 }

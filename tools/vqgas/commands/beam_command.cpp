@@ -61,7 +61,7 @@ std::string print_csv(const QueryScene& scene, const std::vector<GeometryRayFrus
 
 std::string print_json(const BeamOptions& options, const QueryScene& scene,
                        const std::vector<GeometryRayFrustumRecord>& records) {
-  nlohmann::ordered_json report;
+  nlohmann::ordered_json report = begin_report("beam");
   report["files"] = options.files;
   report["beams"] = nlohmann::ordered_json::array();
   for (std::size_t beam = 0; beam < records.size(); ++beam) {
@@ -95,6 +95,6 @@ void run_beam(const BeamOptions& options) {
   display.set_unit("beams");
   const std::vector<GeometryRayFrustumRecord> records = cast(scene, beams, options.edge);
   write_answers(
-      options.json, options.as_json, [&] { return print_json(options, scene, records); },
+      options.json, options.format, [&] { return print_json(options, scene, records); },
       [&] { return print_csv(scene, records); });
 }

@@ -23,7 +23,7 @@ Subcommand add_beam(CLI::App& app) {
       ->check(is_positive_number());
   add_frame_option(*command, options.frame);
   add_fps_option(*command, options.frames_per_second);
-  add_format_option(*command, options.as_json);
+  add_format_option(*command, options.format);
   add_common_options(*command, options, "Write the points as JSON as well; - is standard output, instead of CSV");
   command->footer(
       "Beams count from 0, t is in units of the direction, object and point are the numbers of the object and of the\n"

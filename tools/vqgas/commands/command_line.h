@@ -59,11 +59,14 @@ struct RenderOptions : SceneOptions {
   std::optional<Camera> overview_camera;  ///< instead of the view
 };
 
+/// How answers are printed.
+enum class AnswerFormat { csv, json, table };
+
 struct TraceOptions : SceneOptions {
   std::string file;
   std::vector<std::string> rays;
   bool all = false;
-  bool as_json = false;
+  AnswerFormat format = AnswerFormat::csv;
 };
 
 inline constexpr const char* beam_csv_header = "beam,object,point,t,weight,x,y,z";
@@ -74,7 +77,7 @@ struct BeamOptions : CommonOptions {
   bool is_parallel = false;
   double edge = 1.0;  ///< GeometryRayFrustumData::edge
   double frame = 0.0, frames_per_second = 24.0;
-  bool as_json = false;
+  AnswerFormat format = AnswerFormat::csv;
 };
 
 /// By GeometryFrustumMode.

@@ -61,10 +61,14 @@ void run_groom(const GroomOptions& options) {
 
   const u64 segments = settings.curves * (settings.points - 1);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = {{"file", options.file},       {"written", options.output},
-                                           {"strands", settings.curves}, {"segments", segments},
-                                           {"area", surface.get_area()}, {"diagonal", surface.get_diagonal()},
-                                           {"seconds", seconds}};
+    nlohmann::ordered_json report = begin_report("groom");
+    report["file"] = options.file;
+    report["written"] = options.output;
+    report["strands"] = settings.curves;
+    report["segments"] = segments;
+    report["area"] = surface.get_area();
+    report["diagonal"] = surface.get_diagonal();
+    report["seconds"] = seconds;
     write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;

@@ -1,6 +1,5 @@
-#include <nlohmann/json.hpp>
-
 #include "tools/vqgas/commands/info_report.h"
+#include "tools/vqgas/commands/json_text.h"
 
 namespace {
 
@@ -116,7 +115,8 @@ Json make_bundle(const BundleReport& report) {
 }  // namespace
 
 Json make_report_json(const SceneReport& report) {
-  Json json = {{"file", report.file}};
+  Json json = begin_report("info");
+  json["file"] = report.file;
   if (report.is_plain) {
     if (report.clouds.empty()) {
       add_shape(json, report.shapes.front());

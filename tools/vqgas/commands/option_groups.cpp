@@ -121,11 +121,14 @@ void add_scene_options(CLI::App& command, SceneOptions& options) {
   add_fps_option(command, options.frames_per_second);
 }
 
-void add_format_option(CLI::App& command, bool& as_json) {
+void add_format_option(CLI::App& command, AnswerFormat& format) {
+  const auto set = [&format](const std::string& name) {
+    format = name == "json" ? AnswerFormat::json : name == "table" ? AnswerFormat::table : AnswerFormat::csv;
+  };
   command
-      .add_option_function<std::string>(
-          "--format", [&as_json](const std::string& format) { as_json = format == "json"; }, "csv or json")
-      ->check(CLI::IsMember({"csv", "json"}))
+      .add_option_function<std::string>("--format", set,
+                                        "Of standard output; table: the columns of csv, aligned and rounded")
+      ->check(CLI::IsMember({"csv", "json", "table"}))
       ->default_str("csv");
 }
 

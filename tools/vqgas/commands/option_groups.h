@@ -49,7 +49,7 @@ void add_frame_option(CLI::App& command, double& frame);
 /// --bundle, --fps
 void add_scene_options(CLI::App& command, SceneOptions& options);
 /// --format
-void add_format_option(CLI::App& command, bool& as_json);
+void add_format_option(CLI::App& command, AnswerFormat& format);
 
 /// Reads --size. Throws UsageError.
 void read_size(const std::string& text, uint& width, uint& height);

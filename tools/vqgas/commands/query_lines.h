@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/vqgas/commands/command_line.h"
+#include "tools/vqgas/support/csv_table.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/interrupt.h"
@@ -70,15 +72,17 @@ std::vector<Query> get_queries(const std::vector<std::string>& texts, const std:
   return read_query_lines<Query>(lines, "standard input", form, parse);
 }
 
-/// Writes JSON to the file `path` if there is one, and JSON or CSV to standard output.
+/// Writes JSON to the file `path` if there is one, and to standard output what `format` says.
 /// @param print_json, print_csv  std::string(); called at most once
 template <class PrintJson, class PrintCsv>
-void write_answers(const std::string& path, bool as_json, const PrintJson& print_json, const PrintCsv& print_csv) {
-  const bool is_json_printed = as_json || path == "-";
+void write_answers(const std::string& path, AnswerFormat format, const PrintJson& print_json,
+                   const PrintCsv& print_csv) {
+  const bool is_json_printed = format == AnswerFormat::json || path == "-";
   if (!path.empty() || is_json_printed) {
     const std::string text = print_json();
     if (!path.empty() && path != "-") write_text_file(path, text);
     if (is_json_printed) write_text_file("-", text);
   }
-  if (!is_json_printed) write_text_file("-", print_csv());
+  if (!is_json_printed)
+    write_text_file("-", format == AnswerFormat::table ? align_csv(print_csv()) : std::string(print_csv()));
 }

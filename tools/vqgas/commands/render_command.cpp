@@ -128,7 +128,7 @@ void render_overview(const RenderOptions& options, const QueryScene& scene, Rend
 nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
                                    const RenderResult& result, const std::vector<PictureFile>& written) {
   const RayCounts& rays = result.rays;
-  nlohmann::ordered_json report;
+  nlohmann::ordered_json report = begin_report("render");
   report["files"] = options.files;
   report["objects"] = scene.get_objects().objects.size();
   report["primitives"] = scene.get_primitive_count();

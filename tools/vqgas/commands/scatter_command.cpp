@@ -74,9 +74,13 @@ void run_scatter(const ScatterOptions& options) {
   write_scatter(options.output, make_file(options, points));
 
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = {{"ground", options.ground},   {"geometries", options.geometries},
-                                           {"written", options.output},  {"instances", count},
-                                           {"area", surface.get_area()}, {"seconds", seconds}};
+    nlohmann::ordered_json report = begin_report("scatter");
+    report["ground"] = options.ground;
+    report["geometries"] = options.geometries;
+    report["written"] = options.output;
+    report["instances"] = count;
+    report["area"] = surface.get_area();
+    report["seconds"] = seconds;
     write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;

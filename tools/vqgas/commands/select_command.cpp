@@ -63,7 +63,7 @@ std::string print_points(const std::vector<ScenePoint>& points, bool has_numbers
 }
 
 std::string print_json(const SelectOptions& options, const QueryScene& scene, const Selection& selection) {
-  nlohmann::ordered_json report;
+  nlohmann::ordered_json report = begin_report("select");
   report["files"] = options.files;
   report["mode"] = select_mode_names[static_cast<uint>(options.mode)];
   report["objects"] = scene.get_objects().objects.size();

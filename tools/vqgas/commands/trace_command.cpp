@@ -12,6 +12,7 @@
 #include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_load.h"
+#include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/number_list.h"
 #include "tools/vqgas/support/output_file.h"
@@ -26,7 +27,7 @@ struct TraceHit {
   GeometryIntersection hit;
   GeometrySurfacePoint point;
   std::vector<uint> path;
-  const ModuleSceneObject* object = nullptr;  // innermost
+  std::vector<const char*> names;  ///< of the objects of the path, the innermost last
 };
 
 TraceHit make_hit(const QueryScene& scene, const TraceRay& ray, uint number, const SceneHit& found) {
@@ -36,9 +37,11 @@ TraceHit make_hit(const QueryScene& scene, const TraceRay& ray, uint number, con
   hit.group = found.get_group();
   hit.hit = *found.record;
   hit.point = scene.get_surface_point(found, ray.time);
-  for (const GeometryIntersectionPathElement& element : found.path) hit.path.push_back(element.object_index);
+  for (const GeometryIntersectionPathElement& element : found.path) {
+    hit.path.push_back(element.object_index);
+    hit.names.push_back(element.object->get_name().get_data());
+  }
   if (const std::optional<uint> instance = found.get_instance()) hit.path.push_back(*instance);
-  hit.object = found.path.back().object;
   return hit;
 }
 
@@ -92,13 +95,19 @@ std::vector<TraceHit> trace(const QueryScene& scene, const std::vector<TraceRay>
   return hits;
 }
 
+std::string join_names(const std::vector<const char*>& names) {
+  std::string joined;
+  for (const char* name : names) joined.append(joined.empty() ? "" : "/").append(name);
+  return joined;
+}
+
 std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) {
   std::string text = trace_csv_header;
   text += '\n';
   auto hit = hits.begin();
   for (std::size_t ray = 0; ray < ray_count; ++ray) {
     throw_if_interrupted();
-    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,,\n");
+    if (hit == hits.end() || hit->ray != ray) text.append(std::to_string(ray)).append(",,,,,,,,,,,,,,\n");
     for (; hit != hits.end() && hit->ray == ray; ++hit) {
       const GMathVec3<double>&n = hit->point.normal, &p = hit->point.position;
       text += std::to_string(ray);
@@ -109,6 +118,8 @@ std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) 
         text.append(",").append(print_number(value));
       for (std::size_t level = 0; level < hit->path.size(); ++level)
         text.append(level == 0 ? "," : "/").append(std::to_string(hit->path[level]));
+      text.append(",").append(print_csv_field(hit->names.back()));
+      text.append(",").append(print_csv_field(join_names(hit->names)));
       text += '\n';
     }
   }
@@ -118,7 +129,7 @@ std::string print_csv(const std::vector<TraceHit>& hits, std::size_t ray_count) 
 /// {"file": ..., "rays": [{"ray": 0, "hits": [{...}, ...]}, ...]}
 std::string print_json(const std::string& file, const QueryScene& scene, const std::vector<TraceHit>& hits,
                        std::size_t ray_count) {
-  nlohmann::ordered_json report;
+  nlohmann::ordered_json report = begin_report("trace");
   report["file"] = file;
   report["rays"] = nlohmann::ordered_json::array();
   auto hit = hits.begin();
@@ -131,8 +142,9 @@ std::string print_json(const std::string& file, const QueryScene& scene, const s
                       {"primitive", hit->primitive},
                       {"group", hit->group},
                       {"group_name", scene.get_group_name(hit->group).get_data()},
-                      {"object", hit->object->get_name().get_data()},
+                      {"object", hit->names.back()},
                       {"path", hit->path},
+                      {"names", hit->names},
                       {"u", hit->hit.u},
                       {"v", hit->hit.v},
                       {"normal", {point.normal.x, point.normal.y, point.normal.z}},
@@ -188,6 +200,6 @@ void run_trace(const TraceOptions& options) {
   display.set_unit("rays");
   const std::vector<TraceHit> hits = trace(scene, rays, options.all);
   write_answers(
-      options.json, options.as_json, [&] { return print_json(options.file, scene, hits, rays.size()); },
+      options.json, options.format, [&] { return print_json(options.file, scene, hits, rays.size()); },
       [&] { return print_csv(hits, rays.size()); });
 }

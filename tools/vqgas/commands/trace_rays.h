@@ -5,7 +5,7 @@
 
 #include "vq_gmath/gmath_ray.h"
 
-inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path";
+inline constexpr const char* trace_csv_header = "ray,distance,primitive,group,u,v,nx,ny,nz,x,y,z,path,object,names";
 
 inline constexpr const char* trace_ray_form = "ox,oy,oz,dx,dy,dz[,tnear,tfar[,time]]";
 

@@ -1,9 +1,9 @@
 #include "tools/vqgas/commands/uv_report.h"
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "gas/geometry_uv_map_data.h"
+#include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/scene/uv_statistics.h"
 #include "vq_module/module_geometry.h"
 
@@ -66,7 +66,9 @@ void print_uv_report(const UvReport& report) {
 }
 
 nlohmann::ordered_json make_uv_report_json(const UvReport& report) {
-  nlohmann::ordered_json json = {{"name", report.name}, {"maps", nlohmann::ordered_json::array()}};
+  nlohmann::ordered_json json = begin_report("uv");
+  json["name"] = report.name;
+  json["maps"] = nlohmann::ordered_json::array();
   for (const UvMapCounts& map : report.maps)
     json["maps"].push_back({{"name", map.name}, {"positions", map.positions}, {"edges", map.edges}});
   json["map"] = report.map;
