@@ -35,7 +35,7 @@ render() {
   case " $* " in
     *demo:galaxy* | *demo:snow* | *.ply\ * | *.xyz\ * | *.pts\ * | *.csv\ *) wanted=$wanted,weight,point ;;
   esac
-  "$vqgas" render "$@" --layers "$wanted" -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
+  "$vqgas" render "$@" --layers "$wanted" --legend -o "$out/$name.png" -o "$out/$name.exr" --json "$out/$name.render.json"
 }
 
 case "${1:-}" in
@@ -44,7 +44,7 @@ case "${1:-}" in
     render gallery demo:gallery --floor "$@"
     render wave demo:wave --shutter 0,0.5 "$@"
     render fur demo:fur --floor "$@"
-    "$vqgas" render demo:fur "$@" --layers heat --aligned-only -o "$out/fur.heat.aligned-only.png"
+    "$vqgas" render demo:fur "$@" --layers heat --legend --aligned-only -o "$out/fur.heat.aligned-only.png"
     render strands demo:strands --floor "$@"
     render wind demo:wind --floor --shutter 0.35,0.42 "$@"
     "$vqgas" render demo:mills --floor "$@" -o "$out/mills.still.png"

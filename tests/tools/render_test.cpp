@@ -289,3 +289,62 @@ TEST(VqgasRender, overview_hides_the_parts_that_the_camera_did_not_build) {
   EXPECT_LE(seen.size(), built[0]);
   EXPECT_EQ(built[2], built[0]) << "without the rays of the overview";
 }
+
+TEST(VqgasRender, views_look_from_their_sides_and_print_their_camera) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  const auto render = [&](std::vector<std::string> options, const std::string& name) {
+    options.insert(options.begin(), {"render", "cube.obj", "--size", "32x24", "--samples", "1", "-o", name});
+    const ProgramResult result = run_vqgas(folder.get_path(), options);
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    return result.out.substr(std::min(result.out.find("--camera "), result.out.size()));
+  };
+  struct Case {
+    std::string view, up;
+    int axis;  // of the eye: 1 x, 2 y, 3 z, negative on the lower side
+    std::string up_vector;
+  };
+  const Case cases[] = {{"front", "y", 3, "0,1,0"},   {"back", "y", -3, "0,1,0"}, {"right", "y", 1, "0,1,0"},
+                        {"side", "y", 1, "0,1,0"},    {"left", "y", -1, "0,1,0"}, {"top", "y", 2, "0,0,-1"},
+                        {"bottom", "y", -2, "0,0,1"}, {"90,0", "y", 1, "0,1,0"},  {"0,90", "y", 2, "0,0,-1"},
+                        {"front", "z", -2, "0,0,1"},  {"right", "z", 1, "0,0,1"}, {"top", "z", 3, "0,1,0"},
+                        {"front", "x", 2, "1,0,0"},   {"right", "x", 3, "1,0,0"}};
+  for (const Case& at : cases) {
+    SCOPED_TRACE(at.view + " " + at.up);
+    const std::string line = render({"--view", at.view, "--up", at.up, "--print-camera"}, "a.png");
+    double eye[3] = {};
+    ASSERT_EQ(std::sscanf(line.c_str(), "--camera %lf,%lf,%lf/", &eye[0], &eye[1], &eye[2]), 3) << line;
+    for (int axis = 0; axis < 3; ++axis) {
+      const bool is_along = std::abs(at.axis) - 1 == axis;
+      EXPECT_NEAR(eye[axis], is_along ? (at.axis > 0 ? 1.0 : -1.0) * std::fabs(eye[axis]) : 0.0, 1e-9);
+      EXPECT_TRUE(!is_along || std::fabs(eye[axis]) > 2.0);
+    }
+    EXPECT_NE(line.find("/" + at.up_vector + "/35"), std::string::npos) << line;
+    render({"--camera", line.substr(9, line.find('\n') - 9), "--up", at.up}, "b.png");
+    EXPECT_EQ(folder.read("a.png"), folder.read("b.png"));
+  }
+  // A floor is below: seen from above along each axis that may be upwards it fills the corners of the picture.
+  for (const std::string up : {"x", "y", "z"}) {
+    render({"--view", "top", "--up", up}, "sky.png");
+    render({"--view", "top", "--up", up, "--floor"}, "floor.png");
+    EXPECT_NE(folder.read("sky.png"), folder.read("floor.png")) << up;
+  }
+  render({"--layers", "heat"}, "heat.png");
+  EXPECT_EQ(read_png(folder.get_path() / "heat.png").height, 24u);
+  render({"--layers", "heat", "--legend"}, "heat.png");
+  EXPECT_GT(read_png(folder.get_path() / "heat.png").height, 24u);
+}
+
+TEST(VqgasRender, white_and_gray_materials_keep_their_colors) {
+  const TestFolder folder;
+  folder.write("colors.mtl", "newmtl plain\nKd 1 1 1\nnewmtl dull\nKd 0.6 0.6 0.6\n");
+  for (const std::string name : {"plain", "dull"}) {
+    std::string obj = make_cube_obj(1.0);
+    folder.write("cube.obj", "mtllib colors.mtl\n" + obj.insert(obj.find("f "), "usemtl " + name + "\n"));
+    run_vqgas(folder.get_path(),
+              {"render", "cube.obj", "--view", "front", "--layers", "group", "--size", "16x16", "-o", "c.png"});
+    const PngFile picture = read_png(folder.get_path() / "c.png");
+    for (int channel = 0; channel < 3; ++channel)  // albedo stays below 0.85, which is 237 on the sRGB curve
+      EXPECT_NEAR(picture.rgb.at(3 * (8 * 16 + 8) + static_cast<std::size_t>(channel)), name == "plain" ? 237 : 153, 1);
+  }
+}

@@ -47,8 +47,11 @@ struct RenderOptions : SceneOptions {
   std::vector<std::string> outputs;
   std::string view = "three-quarter";
   std::optional<Camera> camera;
+  uint up_axis = 1;
+  bool prints_camera = false;
   uint width = 960, height = 540;
   uint samples = 16;
+  bool has_legend = false;
   std::vector<Layer> layers = {Layer::beauty};
   std::optional<double> frame;
   std::optional<Shutter> shutter;  ///< counted from the frame
@@ -88,6 +91,8 @@ struct SelectOptions : SceneOptions {
   std::vector<std::string> outputs;
   std::string view = "three-quarter";
   std::optional<Camera> camera;
+  uint up_axis = 1;
+  bool prints_camera = false;
   uint width = 960, height = 540;
   std::optional<PictureRect> rect;
   double near = 0.0, far = std::numeric_limits<double>::infinity();

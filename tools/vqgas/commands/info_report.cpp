@@ -38,7 +38,7 @@ void render_small_picture(const QueryScene& scene) {
   RenderSettings settings;
   settings.width = settings.height = 64;
   settings.layers = {Layer::depth};
-  settings.camera = frame_boxes("three-quarter", scene.get_tight_boxes(), 1.0);
+  settings.camera = frame_boxes("three-quarter", 1, scene.get_tight_boxes(), 1.0);
   RayCounts counts;
   render_picture(scene, settings, nullptr, counts);
 }

@@ -35,9 +35,12 @@ CLI::Validator is_positive_number() {
       "a positive number", [](double value) { return std::isfinite(value) && value > 0.0; }, "POSITIVE");
 }
 
-const CLI::IsMember& is_view() {
-  static const CLI::IsMember member({"front", "side", "top", "three-quarter"});
-  return member;
+CLI::Validator is_view() {
+  const auto check = [](const std::string& text) {
+    GMathVec3<double> back, up;
+    return find_view(text, back, up) ? std::string() : "'" + text + "' is none of " + view_names + ", nor two angles";
+  };
+  return CLI::Validator(check, "");
 }
 
 std::string get_file_help() {
@@ -94,12 +97,29 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
       ->type_name("MB");
 }
 
-void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size) {
-  command.add_option("--view", view, "Frame everything from here")->capture_default_str()->check(is_view());
+void add_view_options(CLI::App& command, std::string& view, std::string& camera, uint& up_axis, std::string& size) {
+  command
+      .add_option("--view", view,
+                  std::string("Frame everything from here: ") + view_names +
+                      ", or an azimuth from the front to the right and an elevation, in degrees")
+      ->capture_default_str()
+      ->check(is_view())
+      ->type_name("VIEW|AZIMUTH,ELEVATION");
+  command
+      .add_option_function<std::string>(
+          "--up", [&up_axis](const std::string& axis) { up_axis = static_cast<uint>(axis[0] - 'x'); },
+          "The scene's upward axis, for views, light and floor. With z, front looks along y, as most programs for "
+          "construction have it")
+      ->check(CLI::IsMember({"x", "y", "z"}))
+      ->default_str("y");
   command
       .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
       ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
   command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+}
+
+void add_print_camera_option(CLI::App& command, bool& prints_camera) {
+  command.add_flag("--print-camera", prints_camera, "Print the camera of the picture in the form that --camera takes");
 }
 
 void add_fps_option(CLI::App& command, double& frames_per_second) {

@@ -29,7 +29,7 @@ Subcommand add_uv(CLI::App& app);
 // Checks of values.
 CLI::Validator is_finite_number();
 CLI::Validator is_positive_number();
-const CLI::IsMember& is_view();
+CLI::Validator is_view();
 
 /// What FILE may be.
 std::string get_file_help();
@@ -40,8 +40,10 @@ void add_common_options(CLI::App& command, CommonOptions& options, const std::st
 void add_shape_options(CLI::App& command, ShapeSettings& shapes);
 /// --displace, --bound, --rate, --cache
 void add_displace_options(CLI::App& command, DisplaceOptions& displace);
-/// --view, --camera, --size
-void add_view_options(CLI::App& command, std::string& view, std::string& camera, std::string& size);
+/// --view, --camera, --up, --size
+void add_view_options(CLI::App& command, std::string& view, std::string& camera, uint& up_axis, std::string& size);
+/// --print-camera
+void add_print_camera_option(CLI::App& command, bool& prints_camera);
 /// --fps
 void add_fps_option(CLI::App& command, double& frames_per_second);
 /// --frame

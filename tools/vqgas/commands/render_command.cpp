@@ -28,7 +28,8 @@ SceneTimes get_times(const RenderOptions& options) {
 
 Camera choose_camera(const std::string& view, const std::optional<Camera>& camera, const RenderOptions& options,
                      const QueryScene& scene) {
-  return camera ? *camera : frame_boxes(view, scene.get_tight_boxes(), double(options.width) / options.height);
+  return camera ? *camera
+                : frame_boxes(view, options.up_axis, scene.get_tight_boxes(), double(options.width) / options.height);
 }
 
 RenderSettings make_settings(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene) {
@@ -76,14 +77,15 @@ void check_render_outputs(const RenderOptions& options, const std::vector<Pictur
   check_outputs(outputs, list_inputs(options, options.files));
 }
 
-void write_pictures(const std::vector<PictureFile>& files, const Picture& picture, const QueryScene& scene) {
+void write_pictures(const std::vector<PictureFile>& files, const Picture& picture, const QueryScene& scene,
+                    bool has_legend) {
   for (const PictureFile& file : files) {
     if (!file.layer) {
       write_exr(file.name, picture);
       continue;
     }
     const PictureLayer& layer = *picture.find(*file.layer);
-    write_png(file.name, make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair()));
+    write_png(file.name, make_screen_image(picture, layer, scene.get_group_colors(), scene.has_hair(), has_legend));
   }
 }
 
@@ -126,7 +128,8 @@ void render_overview(const RenderOptions& options, const QueryScene& scene, Rend
 }
 
 nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene,
-                                   const RenderResult& result, const std::vector<PictureFile>& written) {
+                                   const RenderResult& result, const std::vector<PictureFile>& written,
+                                   const Camera& camera) {
   const RayCounts& rays = result.rays;
   nlohmann::ordered_json report = begin_report("render");
   report["files"] = options.files;
@@ -136,6 +139,7 @@ nlohmann::ordered_json make_report(const RenderOptions& options, const SceneTime
   report["threads"] = scene.get_application().get_thread_count();
   report["build_seconds"] = scene.get_build_seconds();
   report["picture"] = {{"width", options.width}, {"height", options.height}, {"samples", options.samples}};
+  report["camera"] = print_camera(camera);
   for (const Layer layer : options.layers) report["layers"].push_back(get_layer_name(layer));
   report["render_seconds"] = result.seconds;
   report["rays"] = {
@@ -228,13 +232,14 @@ void run_render(const RenderOptions& options) {
   RenderResult result = render(scene, settings);
   if (!options.overview.empty()) render_overview(options, scene, settings, *parts, result.picture);
 
-  write_pictures(files, result.picture, scene);
+  write_pictures(files, result.picture, scene, options.has_legend);
   if (!options.json.empty()) {
-    const nlohmann::ordered_json report = make_report(options, times, scene, result, files);
+    const nlohmann::ordered_json report = make_report(options, times, scene, result, files, settings.camera);
     write_text_file(options.json, print_json_text(report));
   }
   if (options.quiet || options.json == "-") return;
   throw_if_interrupted();
   for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
   print_summary(options, scene, result);
+  if (options.prints_camera) std::printf("--camera %s\n", print_camera(settings.camera).c_str());
 }

@@ -22,7 +22,11 @@ void add_picture_options(CLI::App& command, RenderCall& call) {
       ->required()
       ->allow_extra_args(false)
       ->type_name("NAME");
-  add_view_options(command, options.view, call.camera, call.size);
+  add_view_options(command, options.view, call.camera, options.up_axis, call.size);
+  add_print_camera_option(command, options.prints_camera);
+  command.add_flag("--legend", options.has_legend,
+                   "Add what the colors mean below the pictures of heat, count, motion and instance-depth, which makes "
+                   "them higher");
   command.add_option("--samples", options.samples, "Rays per pixel of beauty")
       ->capture_default_str()
       ->check(CLI::Range(1u, 65536u));
@@ -73,9 +77,14 @@ void complete_render(RenderCall& call) {
   RenderOptions& options = call.options;
   read_size(call.size, options.width, options.height);
   read_layers(call.layers, options);
-  if (!call.camera.empty()) options.camera = parse_camera(call.camera);
-  if (options.overview.find('/') != std::string::npos)
+  if (!call.camera.empty()) {
+    options.camera = parse_camera(call.camera);
+    options.camera->up_axis = options.up_axis;
+  }
+  if (options.overview.find('/') != std::string::npos) {
     options.overview_camera = parse_camera(options.overview, "--overview");
+    options.overview_camera->up_axis = options.up_axis;
+  }
   if (!call.shutter.empty()) read_shutter(call.shutter, options);
   for (const std::string& output : options.outputs) {
     if (get_extension(output) != ".png" && get_extension(output) != ".exr")

@@ -1,5 +1,6 @@
 // tools/vqgas/commands/select_command.cpp
 #include <algorithm>
+#include <cstdio>
 #include <limits>
 
 #include "tools/vqgas/commands/command_line.h"
@@ -62,9 +63,11 @@ std::string print_points(const std::vector<ScenePoint>& points, bool has_numbers
   return text;
 }
 
-std::string print_json(const SelectOptions& options, const QueryScene& scene, const Selection& selection) {
+std::string print_json(const SelectOptions& options, const QueryScene& scene, const Camera& camera,
+                       const Selection& selection) {
   nlohmann::ordered_json report = begin_report("select");
   report["files"] = options.files;
+  if (!options.box) report["camera"] = print_camera(camera);
   report["mode"] = select_mode_names[static_cast<uint>(options.mode)];
   report["objects"] = scene.get_objects().objects.size();
   report["selected"] = nlohmann::ordered_json::array();
@@ -141,10 +144,12 @@ void run_select(const SelectOptions& options) {
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
   const double aspect = double(options.width) / options.height;
-  const Camera camera = options.camera ? *options.camera : frame_boxes(options.view, scene.get_tight_boxes(), aspect);
+  const Camera camera =
+      options.camera ? *options.camera : frame_boxes(options.view, options.up_axis, scene.get_tight_boxes(), aspect);
   const Selection selection = select(scene, options, camera);
   write_outputs(options, scene, camera, selection);
-  if (!options.json.empty()) write_text_file(options.json, print_json(options, scene, selection));
+  if (!options.json.empty()) write_text_file(options.json, print_json(options, scene, camera, selection));
+  if (options.prints_camera && !options.quiet) std::fprintf(stderr, "--camera %s\n", print_camera(camera).c_str());
   if (options.json == "-") return;
   const bool are_points_written = !std::all_of(options.outputs.begin(), options.outputs.end(), is_picture);
   if (!selection.has_points || are_points_written) {

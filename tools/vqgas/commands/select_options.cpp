@@ -38,7 +38,10 @@ void complete_select(SelectCall& call) {
   read_size(call.size, options.width, options.height);
   const auto mode = std::ranges::find(select_mode_names, call.mode);
   options.mode = static_cast<GeometryFrustumMode>(mode - select_mode_names.begin());
-  if (!call.camera.empty()) options.camera = parse_camera(call.camera);
+  if (!call.camera.empty()) {
+    options.camera = parse_camera(call.camera);
+    options.camera->up_axis = options.up_axis;
+  }
   if (!call.rect.empty()) read_rect(call.rect, options);
   if (!call.box.empty()) read_box(call.box, options);
   if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
@@ -76,7 +79,8 @@ Subcommand add_select(CLI::App& app) {
       ->excludes(rect)
       ->excludes(near)
       ->excludes(far);
-  add_view_options(*command, options.view, call->camera, call->size);
+  add_view_options(*command, options.view, call->camera, options.up_axis, call->size);
+  add_print_camera_option(*command, options.prints_camera);
   command
       ->add_option(
           "-o,--output", options.outputs,

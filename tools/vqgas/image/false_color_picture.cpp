@@ -4,8 +4,8 @@
 
 #include "tools/vqgas/image/picture_legend.h"
 
-ScreenImage make_false_color_picture(uint width, uint height, const std::vector<float>& values,
-                                     std::string_view title) {
+ScreenImage make_false_color_picture(uint width, uint height, const std::vector<float>& values, std::string_view title,
+                                     bool has_legend) {
   constexpr Color background(0.0f, 0.0f, 0.0f);
   PictureLegend legend;
   legend.title = title;
@@ -15,5 +15,5 @@ ScreenImage make_false_color_picture(uint width, uint height, const std::vector<
   picture.pixels.reserve(values.size());
   for (const float value : values)
     picture.pixels.push_back(value < 0.0f ? background : legend.get_color(value / legend.top));
-  return add_legend(picture, legend);
+  return has_legend ? add_legend(picture, legend) : picture;
 }

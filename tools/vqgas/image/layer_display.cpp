@@ -119,7 +119,7 @@ Color get_motion_color(double right, double down) {
   return {channel(0.0), channel(third), channel(-third)};
 }
 
-ScreenImage show_motion(const Picture& picture, const PictureLayer& layer) {
+ScreenImage show_motion(const Picture& picture, const PictureLayer& layer, bool has_legend) {
   std::vector<float> lengths;
   lengths.reserve(layer.channels[0].values.size());
   for (std::size_t pixel = 0; pixel < layer.channels[0].values.size(); ++pixel) {
@@ -135,45 +135,45 @@ ScreenImage show_motion(const Picture& picture, const PictureLayer& layer) {
   const ScreenImage image = map_pixels(picture, [&](std::size_t pixel) {
     return get_motion_color(get_value(layer, 0, pixel) / legend.top, get_value(layer, 1, pixel) / legend.top);
   });
-  return add_legend(image, legend);
+  return has_legend ? add_legend(image, legend) : image;
 }
 
-ScreenImage show_heat(const Picture& picture, const PictureLayer& layer) {
+ScreenImage show_heat(const Picture& picture, const PictureLayer& layer, bool has_legend) {
   std::vector<float> sums = layer.channels[0].values;
   for (std::size_t pixel = 0; pixel < sums.size(); ++pixel) sums[pixel] += get_value(layer, 1, pixel);
-  return make_false_color_picture(picture.width, picture.height, sums, "nodes and leaves visited per ray");
+  return make_false_color_picture(picture.width, picture.height, sums, "nodes and leaves visited per ray", has_legend);
 }
 
-ScreenImage show_instance_depth(const Picture& picture, const PictureLayer& layer) {
+ScreenImage show_instance_depth(const Picture& picture, const PictureLayer& layer, bool has_legend) {
   std::vector<float> values;
   values.reserve(layer.channels[0].numbers.size());
   for (const uint number : layer.channels[0].numbers)
     values.push_back(number == no_number ? -1.0f : static_cast<float>(number));
-  return make_false_color_picture(picture.width, picture.height, values, "bundles that the surface is in");
+  return make_false_color_picture(picture.width, picture.height, values, "bundles that the surface is in", has_legend);
 }
 
-ScreenImage show_count(const Picture& picture, const PictureLayer& layer, bool has_hair) {
+ScreenImage show_count(const Picture& picture, const PictureLayer& layer, bool has_hair, bool has_legend) {
   std::vector<float> values;
   values.reserve(layer.channels[0].numbers.size());
   for (const uint number : layer.channels[0].numbers)
     values.push_back(number == 0 ? -1.0f : static_cast<float>(number));
   const char* title = has_hair ? "polygons and hair segments along each ray" : "surfaces along each ray";
-  return make_false_color_picture(picture.width, picture.height, values, title);
+  return make_false_color_picture(picture.width, picture.height, values, title, has_legend);
 }
 
 }  // namespace
 
 ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer, const std::vector<Color>& group_colors,
-                              bool has_hair) {
+                              bool has_hair, bool has_legend) {
   switch (layer.layer) {
     case Layer::depth:
       return show_depth(picture, layer);
     case Layer::position:
       return show_position(picture, layer);
     case Layer::heat:
-      return show_heat(picture, layer);
+      return show_heat(picture, layer, has_legend);
     case Layer::count:
-      return show_count(picture, layer, has_hair);
+      return show_count(picture, layer, has_hair, has_legend);
     case Layer::normal:
       return map_pixels(picture, [&](std::size_t pixel) { return show_normal(layer, pixel); });
     case Layer::uv:
@@ -189,11 +189,11 @@ ScreenImage make_screen_image(const Picture& picture, const PictureLayer& layer,
     case Layer::weight:
       return map_pixels(picture, [&](std::size_t pixel) { return Color(1, 1, 1) * get_value(layer, 0, pixel); });
     case Layer::instance_depth:
-      return show_instance_depth(picture, layer);
+      return show_instance_depth(picture, layer, has_legend);
     case Layer::instance_path:
       return map_pixels(picture, [&](std::size_t pixel) { return show_path(layer, pixel); });
     case Layer::motion:
-      return show_motion(picture, layer);
+      return show_motion(picture, layer, has_legend);
     case Layer::group:
       return map_pixels(picture, [&](std::size_t pixel) { return show_number(layer, pixel, &group_colors); });
     case Layer::beauty:

@@ -9,12 +9,18 @@
 
 namespace {
 
+/// Importers give polygons without a material one of their own, gray or white, with a fixed name or none. A material of
+/// the file keeps these colors.
+bool is_made_by_importer(const aiMaterial& material, const aiColor3D& diffuse) {
+  const std::string_view name = material.GetName().C_Str();
+  const aiColor3D gray(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
+  return (name.empty() || name == AI_DEFAULT_MATERIAL_NAME) && (diffuse == gray || diffuse == white);
+}
+
 Color get_material_color(const aiMaterial& material, uint group) {
   aiColor3D diffuse;
   if (material.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS) return palette_color(group);
-  // Importers' defaults for materials without a color.
-  const aiColor3D importer_default(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
-  if (diffuse == importer_default || diffuse == white) return palette_color(group);
+  if (is_made_by_importer(material, diffuse)) return palette_color(group);
   const auto channel = [](float value) { return std::clamp(decode_srgb(value), 0.03f, 0.85f); };
   return {channel(diffuse.r), channel(diffuse.g), channel(diffuse.b)};
 }

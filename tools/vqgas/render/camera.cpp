@@ -31,21 +31,11 @@ GMathVec3<double> read_vector(const std::string& text, const std::string& whole,
   return vector;
 }
 
-/// Direction from the target to the eye, and the up vector.
-void get_view(const std::string& view, GMathVec3<double>& back, GMathVec3<double>& up) {
-  up = {0.0, 1.0, 0.0};
-  if (view == "front") {
-    back = {0.0, 0.0, 1.0};
-  } else if (view == "side") {
-    back = {1.0, 0.0, 0.0};
-  } else if (view == "top") {
-    back = {0.0, 1.0, 0.0};
-    up = {0.0, 0.0, -1.0};
-  } else if (view == "three-quarter") {
-    back = GMathVec3<double>(0.68, 0.46, 1.0).get_normalized();
-  } else {
-    throw UsageError("--view: '" + view + "' is none of front, side, top, three-quarter");
-  }
+/// From the axes of a scene with y up to those of another.
+GMathVec3<double> turn_up(const GMathVec3<double>& v, uint up_axis) {
+  if (up_axis == 2) return {v.x, -v.z, v.y};
+  if (up_axis == 0) return {v.y, v.z, v.x};
+  return v;
 }
 
 }  // namespace
@@ -67,11 +57,50 @@ Camera parse_camera(const std::string& text, const std::string& option) {
   return camera;
 }
 
-Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect) {
+std::string print_camera(const Camera& camera) {
+  const auto print = [](const GMathVec3<double>& v) {
+    return print_number(v.x) + "," + print_number(v.y) + "," + print_number(v.z) + "/";
+  };
+  return print(camera.eye) + print(camera.target) + print(camera.up) + print_number(camera.field_of_view);
+}
+
+bool find_view(const std::string& view, GMathVec3<double>& back, GMathVec3<double>& up) {
+  struct NamedView {
+    const char* name;
+    double azimuth, elevation;
+  };
+  constexpr NamedView views[] = {{"front", 0.0, 0.0},  {"back", 180.0, 0.0}, {"right", 90.0, 0.0},  {"side", 90.0, 0.0},
+                                 {"left", -90.0, 0.0}, {"top", 0.0, 90.0},   {"bottom", 0.0, -90.0}};
+  up = {0.0, 1.0, 0.0};
+  if (view == "three-quarter") {
+    back = GMathVec3<double>(0.68, 0.46, 1.0).get_normalized();
+    return true;
+  }
+  std::vector<double> angles = parse_numbers(view, ',');
+  for (const NamedView& named : views)
+    if (view == named.name) angles = {named.azimuth, named.elevation};
+  if (angles.size() != 2 || !std::isfinite(angles[0]) || !(std::fabs(angles[1]) <= 90.0)) return false;
+  // Right angles are exact, so that faces along the axes are seen edge-on.
+  const auto turn = [](double degrees, double& cosine, double& sine) {
+    const double rest = std::remainder(degrees, 360.0);
+    cosine = std::fabs(rest) == 90.0 ? 0.0 : std::cos(rest * std::numbers::pi / 180.0);
+    sine = std::fabs(rest) == 180.0 ? 0.0 : std::sin(rest * std::numbers::pi / 180.0);
+  };
+  double cos_azimuth, sin_azimuth, cos_elevation, sin_elevation;
+  turn(angles[0], cos_azimuth, sin_azimuth);
+  turn(angles[1], cos_elevation, sin_elevation);
+  back = {sin_azimuth * cos_elevation, sin_elevation, cos_azimuth * cos_elevation};
+  if (cos_elevation == 0.0) up = GMathVec3<double>(sin_azimuth, 0.0, cos_azimuth) * -sin_elevation;
+  return true;
+}
+
+Camera frame_boxes(const std::string& view, uint up_axis, const std::vector<GMathBbox3<double>>& boxes, double aspect) {
   Camera camera;
   GMathVec3<double> back;
-  get_view(view, back, camera.up);
-  camera.eye = back;
+  if (!find_view(view, back, camera.up)) throw UsageError("--view: '" + view + "' is none of " + view_names);
+  camera.up = turn_up(camera.up, up_axis);
+  camera.up_axis = up_axis;
+  camera.eye = turn_up(back, up_axis);
   const CameraAxes axes = get_axes(camera);
   constexpr double margin = 1.06;
   const double tangent_y = get_half_tangent(camera) / margin;

@@ -10,14 +10,24 @@
 struct Camera {
   GMathVec3<double> eye, target, up{0.0, 1.0, 0.0};
   double field_of_view = 35.0;  ///< vertical, in degrees
+  uint up_axis = 1;             ///< of the scene, for its light and floor: 0 x, 1 y, 2 z
 };
 
 /// Reads "ex,ey,ez/tx,ty,tz/ux,uy,uz/fov", the value of `option`. Throws UsageError.
 Camera parse_camera(const std::string& text, const std::string& option = "--camera");
 
-/// A camera that frames all boxes as large as possible, y up. `view` is front (from +z), side (from +x), top
-/// (from +y) or three-quarter; anything else throws UsageError. `aspect` is width over height.
-Camera frame_boxes(const std::string& view, const std::vector<GMathBbox3<double>>& boxes, double aspect);
+/// The camera in the form that parse_camera() reads.
+std::string print_camera(const Camera& camera);
+
+inline constexpr const char* view_names = "front, back, left, right (or side), top, bottom, three-quarter";
+
+/// Direction from the target to the eye and the up vector of a view, y up: front is from +z, right from +x, top from
+/// +y; "azimuth,elevation" is turned from the front to the right, and raised, in degrees. False for any other text.
+bool find_view(const std::string& view, GMathVec3<double>& back, GMathVec3<double>& up);
+
+/// A camera that frames all boxes as large as possible. With z up, front is from -y and right from +x; with x up, front
+/// is from +y and right from +z. Throws UsageError when there is no such view. `aspect` is width over height.
+Camera frame_boxes(const std::string& view, uint up_axis, const std::vector<GMathBbox3<double>>& boxes, double aspect);
 
 /// The rays of a camera through a picture.
 class CameraRays {

@@ -14,5 +14,8 @@ struct Daylight {
   /// A direction to a random point of the sun, which is larger than the real one for soft shadows.
   GMathVec3<double> sample_sun(double x, double y) const;
   /// Color of a ray that leaves the scene: sky above, dim ground below.
-  static Color get_sky(const GMathVec3<double>& direction);
+  Color get_sky(const GMathVec3<double>& direction) const;
+
+ private:
+  uint up_axis_;
 };

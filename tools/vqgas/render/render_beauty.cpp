@@ -64,7 +64,7 @@ class BeautyTile {
       for (const ShadePoint& point : points_) {
         const Vector& direction = thread_.camera_rays.get_ray(point.ray).direction;
         const Color color = multiply(point.albedo, point.light) + point.gloss;
-        sums_[point.ray] += mix(color, Daylight::get_sky(direction), point.haze);
+        sums_[point.ray] += mix(color, daylight_.get_sky(direction), point.haze);
       }
     }
     const float scale = 1.0f / static_cast<float>(settings_.samples);
@@ -106,7 +106,7 @@ class BeautyTile {
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
       ShadePoint point;
       if (!find_point(ray, point)) {
-        sums_[ray] += Daylight::get_sky(packet.get_ray(ray).direction);
+        sums_[ray] += daylight_.get_sky(packet.get_ray(ray).direction);
         continue;
       }
       double x, y;
@@ -125,8 +125,9 @@ class BeautyTile {
     point.time = source.time;
     point.view = -source.direction.get_normalized();
     double floor_distance = DBL_MAX;
-    if (settings_.has_floor && source.direction.y < 0.0 && source.origin.y > box_.min.y)
-      floor_distance = (box_.min.y - source.origin.y) / source.direction.y;
+    const uint up = settings_.camera.up_axis;
+    if (settings_.has_floor && source.direction[up] < 0.0 && source.origin[up] > box_.min[up])
+      floor_distance = (box_.min[up] - source.origin[up]) / source.direction[up];
     if (floor_distance < distance) return find_floor_point(source.get_point(floor_distance), point);
     const std::optional<SceneHit> hit = scene_.get_nearest(thread_.camera_rays, ray);
     if (!hit) return false;
@@ -166,8 +167,10 @@ class BeautyTile {
 
   bool find_floor_point(const Vector& position, ShadePoint& point) const {
     const double away = (position - box_.get_center()).get_length() / (5.0 * radius_);
-    point.position = position + Vector(0.0, 1e-5 * radius_, 0.0);
-    point.normal = point.face_normal = {0.0, 1.0, 0.0};
+    Vector up;
+    up[settings_.camera.up_axis] = 1.0;
+    point.position = position + up * (1e-5 * radius_);
+    point.normal = point.face_normal = up;
     point.albedo = floor_color;
     point.haze = static_cast<float>(1.0 - std::exp(-away * away));
     return true;
@@ -230,8 +233,9 @@ class BeautyTile {
     const GMathRay& source = thread_.ambient_rays.get_ray(ray);
     const std::optional<SceneHit> hit = scene_.get_nearest(thread_.ambient_rays, ray);
     if (hit) return scene_.get_group_colors()[hit->get_group()] * reflected_part;
-    if (settings_.has_floor && source.direction.y < 0.0) return floor_color * (2.0f * reflected_part);
-    return Daylight::get_sky(source.direction);
+    if (settings_.has_floor && source.direction[settings_.camera.up_axis] < 0.0)
+      return floor_color * (2.0f * reflected_part);
+    return daylight_.get_sky(source.direction);
   }
 
   static constexpr Color floor_color{0.62f, 0.60f, 0.57f};
