@@ -31,8 +31,8 @@ int run_command_line(int argc, char** argv) {
   CLI::App app("Builds ray-tracing structures over meshes, hair and points and shows what they answer.", "vqgas");
   app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
   app.require_subcommand(1);
-  const Subcommand subcommands[] = {add_info(app),   add_render(app), add_trace(app),   add_beam(app),
-                                    add_select(app), add_groom(app),  add_scatter(app), add_uv(app)};
+  const Subcommand subcommands[] = {add_info(app),  add_render(app),  add_trace(app), add_beam(app),   add_select(app),
+                                    add_groom(app), add_scatter(app), add_uv(app),    add_compare(app)};
   const auto get_chosen = [&]() -> const Subcommand& {
     return *std::ranges::find_if(subcommands, [](const Subcommand& entry) { return entry.command->parsed(); });
   };

@@ -111,6 +111,19 @@ struct GroomOptions : CommonOptions {
   std::optional<double> density;  ///< strands per unit of area, instead of settings.curves
 };
 
+struct CompareOptions : SceneOptions {
+  std::string first, second;
+  ShapeSettings other_shapes;  ///< of the second; those of the first are `shapes`
+  std::string output;
+  std::string view = "three-quarter";
+  std::optional<Camera> camera;
+  uint up_axis = 1;
+  uint width = 480, height = 270;
+  uint rays = 100000, seed = 1;
+  double tolerance = 1e-6;  ///< of the diagonal
+  double frame = 0.0;
+};
+
 struct UvOptions : CommonOptions {
   std::vector<std::string> files, outputs;
   std::string map;  ///< empty: the first of each mesh
@@ -150,3 +163,4 @@ void run_select(const SelectOptions& options);
 void run_groom(const GroomOptions& options);
 void run_scatter(const ScatterOptions& options);
 void run_uv(const UvOptions& options);
+void run_compare(const CompareOptions& options);

@@ -25,6 +25,7 @@ Subcommand add_select(CLI::App& app);
 Subcommand add_groom(CLI::App& app);
 Subcommand add_scatter(CLI::App& app);
 Subcommand add_uv(CLI::App& app);
+Subcommand add_compare(CLI::App& app);
 
 // Checks of values.
 CLI::Validator is_finite_number();
@@ -52,6 +53,9 @@ void add_frame_option(CLI::App& command, double& frame);
 void add_scene_options(CLI::App& command, SceneOptions& options);
 /// --format
 void add_format_option(CLI::App& command, AnswerFormat& format);
+
+/// The settings as options.
+std::string print_shape_settings(const ShapeSettings& shapes);
 
 /// Reads --size. Throws UsageError.
 void read_size(const std::string& text, uint& width, uint& height);
