@@ -55,4 +55,7 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   install(FILES cmake/deb/copyright ${CMAKE_CURRENT_BINARY_DIR}/changelog.gz
     DESTINATION share/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME} COMPONENT ${component} EXCLUDE_FROM_ALL)
 endforeach()
+if(TARGET vqgas)  # Debian's zsh does not read site-functions below /usr
+  install(FILES ${manual}/_vqgas DESTINATION share/zsh/vendor-completions COMPONENT tool EXCLUDE_FROM_ALL)
+endif()
 include(CPack)

@@ -3,7 +3,7 @@
 #   lib/libvq_*.so.1*                      library
 #   lib/libvq_*.so, include/vq_gas/        dev
 #   lib/cmake/vq_gas/, lib/pkgconfig/      dev      find_package(vq_gas 1), pkg-config vq_gas
-#   bin/vqgas                              tool
+#   bin/vqgas, share/                      tool     with manual pages, completion for shells, schemas of its reports
 #
 # Everything finds the rest by relative paths, so that the tree can be moved.
 include(CMakePackageConfigHelpers)
@@ -46,4 +46,11 @@ if(TARGET vqgas)
     OUTPUT_VARIABLE library_folder)
   set_target_properties(vqgas PROPERTIES INSTALL_RPATH "$ORIGIN/${library_folder}")
   install(TARGETS vqgas RUNTIME COMPONENT tool)
+  get_target_property(manual vqgas VQGAS_MANUAL)
+  install(DIRECTORY ${manual}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool FILES_MATCHING PATTERN "*.1.gz")
+  install(FILES ${manual}/vqgas.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tool
+    RENAME vqgas)
+  install(FILES ${manual}/_vqgas DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT tool)
+  install(FILES ${manual}/vqgas.fish DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT tool)
+  install(DIRECTORY docs/schemas DESTINATION ${CMAKE_INSTALL_DATADIR}/vq_gas COMPONENT tool)
 endif()

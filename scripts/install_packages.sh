@@ -17,7 +17,7 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build" ;;
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
-    tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian python3-jsonschema" ;;
+    tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian python3-jsonschema man-db bsdextrautils zsh fish" ;;
     deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
     clang) echo "clang clang-format clang-tidy" ;;

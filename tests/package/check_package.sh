@@ -82,6 +82,10 @@ case $check in
     if [ -x "$build/bin/vqgas" ]; then
       check_loaded "$moved" "$moved/bin/vqgas"
       "$moved/bin/vqgas" --version
+      for file in man/man1/vqgas.1.gz man/man1/vqgas-trace.1.gz bash-completion/completions/vqgas \
+                  zsh/site-functions/_vqgas fish/vendor_completions.d/vqgas.fish vq_gas/schemas/trace.json; do
+        [ -s "$moved/share/$file" ] || fail "share/$file is not installed"
+      done
     fi
     ;;
 

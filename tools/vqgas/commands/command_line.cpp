@@ -3,6 +3,7 @@
 #include <iostream>
 #include <span>
 
+#include "tools/vqgas/commands/manual.h"
 #include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/quote.h"
@@ -31,6 +32,11 @@ int run_command_line(int argc, char** argv) {
   CLI::App app("Builds ray-tracing structures over meshes, hair and points and shows what they answer.", "vqgas");
   app.set_version_flag("--version", "vqgas " VQGAS_VERSION);
   app.require_subcommand(1);
+  const auto write = [&app](const std::string& folder) {
+    write_manual(app, folder);
+    throw CLI::Success();
+  };
+  app.add_option_function<std::string>("--write-manual", write)->group("")->trigger_on_parse();  // for the build
   const Subcommand subcommands[] = {add_info(app),  add_render(app),  add_trace(app), add_beam(app),   add_select(app),
                                     add_groom(app), add_scatter(app), add_uv(app),    add_compare(app)};
   const auto get_chosen = [&]() -> const Subcommand& {
