@@ -348,3 +348,29 @@ TEST(VqgasRender, white_and_gray_materials_keep_their_colors) {
       EXPECT_NEAR(picture.rgb.at(3 * (8 * 16 + 8) + static_cast<std::size_t>(channel)), name == "plain" ? 237 : 153, 1);
   }
 }
+
+TEST(VqgasRender, frames_are_a_picture_each_with_one_camera) {
+  const TestFolder folder;
+  const std::vector<std::string> common = {"render", "demo:mills", "--size", "64x36", "--layers", "object"};
+  const auto render = [&](std::vector<std::string> options) {
+    options.insert(options.begin(), common.begin(), common.end());
+    return run_vqgas(folder.get_path(), options);
+  };
+  const ProgramResult sequence = render({"--frames", "0-2", "--view", "front", "--print-camera", "-o", "a.png"});
+  ASSERT_EQ(sequence.exit_code, 0) << sequence.err;
+  EXPECT_EQ(folder.list(), (std::vector<std::string>{"a.0000.png", "a.0001.png", "a.0002.png"}));
+  EXPECT_NE(folder.read("a.0000.png"), folder.read("a.0001.png")) << "it moves";
+  const std::size_t begin = sequence.out.find("--camera ") + 9;
+  const std::string camera = sequence.out.substr(begin, sequence.out.find('\n', begin) - begin);
+  render({"--frame", "2", "--camera", camera, "-o", "b.png"});
+  EXPECT_EQ(folder.read("a.0002.png"), folder.read("b.png"));
+  for (const std::vector<std::string>& useless : {std::vector<std::string>{"--frames", "2-1"},
+                                                  {"--frames", "0-1", "--frame", "0"},
+                                                  {"--floor"},
+                                                  {"--legend"},
+                                                  {"--view", "top", "--camera", camera}}) {
+    std::vector<std::string> line = useless;
+    line.insert(line.end(), {"-o", "c.png"});
+    EXPECT_EQ(render(line).exit_code, 2) << testing::PrintToString(useless);
+  }
+}

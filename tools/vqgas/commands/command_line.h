@@ -42,6 +42,10 @@ struct Shutter {
   double open = 0.0, close = 0.0;
 };
 
+struct FrameRange {
+  uint first = 0, last = 0;
+};
+
 struct RenderOptions : SceneOptions {
   std::vector<std::string> files;
   std::vector<std::string> outputs;
@@ -54,7 +58,8 @@ struct RenderOptions : SceneOptions {
   bool has_legend = false;
   std::vector<Layer> layers = {Layer::beauty};
   std::optional<double> frame;
-  std::optional<Shutter> shutter;  ///< counted from the frame
+  std::optional<FrameRange> frames;  ///< a picture each, instead of the one at `frame`
+  std::optional<Shutter> shutter;    ///< counted from the frame
   std::optional<uint> motion_samples;
   bool has_floor = false;
   double point_size = 0.0;                ///< in pixels; 0: as suits the points

@@ -194,9 +194,8 @@ void print_summary(const RenderOptions& options, const QueryScene& scene, const 
                 1e-6 * static_cast<double>(memory.peak_cache_bytes), 1e-6 * static_cast<double>(memory.cache_limit));
 }
 
-}  // namespace
-
-void run_render(const RenderOptions& options) {
+/// Renders one picture. Returns its camera.
+Camera render_frame(const RenderOptions& options) {
   const std::vector<PictureFile> files = list_picture_files(options);
   check_render_outputs(options, files);
   const SceneTimes times = get_times(options);
@@ -237,9 +236,37 @@ void run_render(const RenderOptions& options) {
     const nlohmann::ordered_json report = make_report(options, times, scene, result, files, settings.camera);
     write_text_file(options.json, print_json_text(report));
   }
-  if (options.quiet || options.json == "-") return;
+  if (options.quiet || options.json == "-") return settings.camera;
   throw_if_interrupted();
   for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
   print_summary(options, scene, result);
   if (options.prints_camera) std::printf("--camera %s\n", print_camera(settings.camera).c_str());
+  return settings.camera;
+}
+
+/// The options of one frame of a sequence: its number stands before the extension of each output.
+RenderOptions choose_frame(const RenderOptions& options, uint frame) {
+  char number[16];
+  std::snprintf(number, sizeof(number), ".%04u", frame);
+  RenderOptions chosen = options;
+  chosen.frame = frame;
+  for (std::string& name : chosen.outputs) name.insert(name.rfind('.'), number);
+  return chosen;
+}
+
+}  // namespace
+
+void run_render(const RenderOptions& options) {
+  if (!options.frames) {
+    render_frame(options);
+    return;
+  }
+  for (uint frame = options.frames->first; frame <= options.frames->last; ++frame)  // all names, before any work
+    check_render_outputs(choose_frame(options, frame), list_picture_files(choose_frame(options, frame)));
+  std::optional<Camera> camera = options.camera;
+  for (uint frame = options.frames->first; frame <= options.frames->last; ++frame) {
+    RenderOptions chosen = choose_frame(options, frame);
+    chosen.camera = camera;
+    camera = render_frame(chosen);
+  }
 }

@@ -11,7 +11,7 @@ namespace {
 /// Options, and those that are still to be read from text.
 struct RenderCall {
   RenderOptions options;
-  std::string camera, size = "960x540", shutter;
+  std::string camera, size = "960x540", shutter, frames;
   std::vector<std::string> layers = {"beauty"};
 };
 
@@ -45,6 +45,11 @@ void add_motion_options(CLI::App& command, RenderCall& call) {
       ->type_name("F")
       ->check(is_finite_number());
   command
+      .add_option("--frames", call.frames,
+                  "Render each of these frames, with the camera of the first, to NAME.0001.png and so on")
+      ->type_name("FIRST-LAST")
+      ->excludes("--frame");
+  command
       .add_option("--shutter", call.shutter,
                   "Motion blur between these times, in frames from --frame on (built-in scenes move from 0 to 1)")
       ->type_name("OPEN,CLOSE");
@@ -73,7 +78,28 @@ void read_shutter(const std::string& text, RenderOptions& options) {
   options.shutter = Shutter{values[0], values[1]};
 }
 
-void complete_render(RenderCall& call) {
+void read_frames(const std::string& text, RenderOptions& options) {
+  const std::vector<double> values = parse_numbers(text, '-');
+  const auto is_frame = [](double value) { return value >= 0.0 && value <= 999999.0 && value == std::floor(value); };
+  if (values.size() != 2 || !is_frame(values[0]) || !is_frame(values[1]) || values[0] > values[1])
+    throw UsageError("--frames: '" + text + "' is not FIRST-LAST in whole numbers, FIRST not after LAST");
+  if (!options.json.empty()) throw UsageError("--frames: has no report; leave --json out");
+  options.frames = FrameRange{static_cast<uint>(values[0]), static_cast<uint>(values[1])};
+}
+
+/// Options that would change nothing are mistakes.
+void check_effects(const CLI::App& command, const RenderOptions& options) {
+  const auto has_any = [&](std::initializer_list<Layer> layers) {
+    return std::ranges::find_first_of(options.layers, layers) != options.layers.end();
+  };
+  if (command.count("--view") > 0 && options.camera) throw UsageError("--view: has no effect with --camera");
+  if (options.has_floor && !has_any({Layer::beauty}))
+    throw UsageError("--floor: has no effect without the layer beauty");
+  if (options.has_legend && !has_any({Layer::heat, Layer::count, Layer::motion, Layer::instance_depth}))
+    throw UsageError("--legend: has no effect without one of the layers heat, count, motion and instance-depth");
+}
+
+void complete_render(const CLI::App& command, RenderCall& call) {
   RenderOptions& options = call.options;
   read_size(call.size, options.width, options.height);
   read_layers(call.layers, options);
@@ -86,6 +112,8 @@ void complete_render(RenderCall& call) {
     options.overview_camera->up_axis = options.up_axis;
   }
   if (!call.shutter.empty()) read_shutter(call.shutter, options);
+  if (!call.frames.empty()) read_frames(call.frames, options);
+  check_effects(command, options);
   for (const std::string& output : options.outputs) {
     if (get_extension(output) != ".png" && get_extension(output) != ".exr")
       throw UsageError("-o: '" + output + "' ends neither in .png nor in .exr");
@@ -122,5 +150,5 @@ Subcommand add_render(CLI::App& app) {
       "Example:\n  vqgas render bunny.obj --view front --layers beauty,depth,heat -o bunny.png -o bunny.exr\n"
       "  vqgas render demo:wave --shutter 0,0.5 --samples 64 -o wave.png\n"
       "  vqgas render bunny.obj fur.hair --layers beauty,heat -o furry.png");
-  return {command, [call] { complete_render(*call); }, [call] { run_render(call->options); }};
+  return {command, [command, call] { complete_render(*command, *call); }, [call] { run_render(call->options); }};
 }
