@@ -6,6 +6,7 @@
 #include "gas/gas_module_clusters.h"
 #include "gas/gas_scene_tree.h"
 #include "vq_ctx/ctx_motion_blur.h"
+#include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
 
@@ -88,6 +89,16 @@ int main() {
                 point.y, point.z, local.x, local.y, local.z);
     expect(object->get_name() == CoreString(expected[ray]) && std::fabs(point.z - heights[ray]) < 1e-12, expected[ray]);
   }
+
+  // A frustum finds objects. In mode any result.hit_count counts those that it touches, and get_objects() lists their
+  // numbers; a scene does not end at the first.
+  GeometryFrustumCtx frustum;
+  frustum.mode = static_cast<uint>(GeometryFrustumMode::any);
+  frustum.add_plane({{-2, 0, 0}, {-1, 0, 0}});  // x < -2
+  frustum.add_plane({{0, 0, 0.5}, {0, 0, 1}});  // z > 0.5
+  scene->frustum_hit(world.ctx, world.shader, frustum);
+  std::printf("left and above: %u object\n", frustum.result.hit_count);
+  expect(frustum.result.hit_count == 1 && frustum.get_objects() == std::vector<uint>{1}, "the small cube");
 
   // The small cube now moves from x = -4 to x = 0 while the shutter is open. The tree is unchanged; the first query
   // under a shutter refits it. After earlier queries under this shutter, dirty_motion_blur() would be needed here.

@@ -5,7 +5,7 @@
 #
 #   build   compiler, CMake, Ninja: the libraries and the examples
 #   tools   what the vqgas program links
-#   tests   GoogleTest, the peer of the differential tests, sample meshes, what checks the Debian packages
+#   tests   GoogleTest, the peer of the differential tests, sample meshes, what checks the Debian packages and the documentation
 #   deb     what makes the Debian packages
 #   bench   Google Benchmark and the peer beside which it measures
 #   clang   the second compiler, the formatter, the static analyzer
@@ -17,7 +17,10 @@ packages_of() {
   case $1 in
     build) echo "g++ cmake ninja-build" ;;
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
-    tests) echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian python3-jsonschema man-db bsdextrautils zsh fish" ;;
+    tests)
+      echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian"
+      echo "python3 python3-jsonschema man-db bsdextrautils zsh fish"
+      ;;
     deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
     clang) echo "clang clang-format clang-tidy" ;;

@@ -110,10 +110,19 @@ case $check in
     cd "$work/by_cmake"
     cmake -G Ninja -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$moved" -B build . | grep "found $moved"
     cmake --build build >/dev/null
-    for program in consumer host_consumer sys_consumer; do
+    for program in consumer host_consumer sys_consumer my_renderer; do
       check_loaded "$moved" build/$program
       build/$program
     done
+    # The first program of the documentation, and a copy of the repository beside a program: this one is not built.
+    cp -r "$here/first" "$here/renderer" .
+    cp examples/01_nearest_hit.cpp first/first.cpp
+    cp examples/01_nearest_hit.cpp renderer/my_renderer.cpp
+    ln -s "$source" renderer/vq_gas
+    cmake -S first -B first/build -D CMAKE_CXX_COMPILER="$compiler" -D CMAKE_PREFIX_PATH="$moved" >/dev/null
+    cmake --build first/build >/dev/null
+    first/build/first
+    cmake -G Ninja -S renderer -B renderer/build -D CMAKE_CXX_COMPILER="$compiler" >/dev/null
     ;;
 
   pkg_config)
