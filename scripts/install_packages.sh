@@ -19,7 +19,7 @@ packages_of() {
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
     tests)
       echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian"
-      echo "python3 python3-jsonschema man-db bsdextrautils zsh fish"
+      echo "python3 python3-jsonschema man-db bsdextrautils zsh fish doxygen"
       ;;
     deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;

@@ -30,7 +30,9 @@ class VQ_EXPORT CoreString {
   std::string text_;
 };
 
+/// @cond  the reference has no place for a member of std
 template <>
 struct std::hash<CoreString> {
   std::size_t operator()(const CoreString& text) const { return std::hash<std::string_view>()(text.get_view()); }
 };
+/// @endcond
