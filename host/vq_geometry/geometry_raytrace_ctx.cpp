@@ -45,6 +45,18 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
   return true;
 }
 
+bool GeometryRaytraceCtx::is_in_current_instance(uint ray, const GeometryIntersection& listed) const {
+  if (listed.geometry != geometry || listed.instance != current_instance || listed.depth != depth) return false;
+  // Matrices tell instances of nested bundles apart, which have no path.
+  const GeometryHitTransform* transform = hits->get_transform(listed);
+  if (transform == nullptr || matrices == nullptr) return transform == nullptr && matrices == nullptr;
+  if (!(transform->matrix == compose_matrices(*this, ray))) return false;
+  const auto elements = hits->get_path(listed);
+  if (path == nullptr) return elements.empty();
+  return std::ranges::equal(elements, path->get_elements(), {}, &GeometryIntersectionPathElement::object_index,
+                            &GeometryIntersectionPathElement::object_index);
+}
+
 bool GeometryRaytraceCtx::append_hit(uint ray, const GeometryIntersection& hit, const GeometryHitData* data) {
   GeometryIntersection appended = hit;
   if (hits != nullptr) {

@@ -94,8 +94,11 @@ using GeometryPrimitiveFilter = bool (*)(const GeometryRaytraceCtx&, const uint&
 struct GeometryRaytraceSettings {
   bool compute_motion_vectors = false;  ///< also record the transforms at the end of the ray's motion span
   bool allow_matte = true;              ///< matte objects set GeometryRaytraceData::matte
-  uint max_hits = 0xFFFFFFFFu;          ///< all-hits: a ray ends after this many (needs tallies)
-  double opacity_stop = DBL_MAX;        ///< all-hits: a ray ends at this sum of hit weights (needs tallies)
+  /// All hits, with a list: a ray that meets an edge or a vertex of several polygons of a PolyMesh exactly has one hit
+  /// there, on the polygon that was tested first. Without it each of the polygons has one.
+  bool merge_edge_hits = false;
+  uint max_hits = 0xFFFFFFFFu;    ///< all-hits: a ray ends after this many (needs tallies)
+  double opacity_stop = DBL_MAX;  ///< all-hits: a ray ends at this sum of hit weights (needs tallies)
 };
 
 struct GeometryRaytraceData {
@@ -196,6 +199,23 @@ class VQ_EXPORT GeometryRaytraceCtx : public GeometryRaytraceData {
     return push_filtered(ctx, shader, ray, candidate, data);
   }
 
+  /// True if the list has a hit of this ray on the current geometry, in the current instance, for which
+  /// is_same(primitive, part) is true. Cost: the ray's hits so far; all of the list while several rays are active.
+  template <class IsSame>
+  bool has_listed_hit(uint ray, const IsSame& is_same) const {
+    if (hits == nullptr) return false;
+    const std::vector<GeometryHit>& listed = hits->get_hits();
+    for (std::size_t k = listed.size(); k-- > 0;) {
+      if (listed[k].ray != ray) {
+        if (first_ray == last_ray) return false;  // the hits of one ray after another are listed in this order
+        continue;
+      }
+      if (is_in_current_instance(ray, listed[k].hit) && is_same(listed[k].hit.primitive, listed[k].hit.part))
+        return true;
+    }
+    return false;
+  }
+
   /// True if `primitive` of the current geometry may be tested. To be called before its ray test.
   bool apply_primitive_filters(const uint& primitive) const {
     return primitive_filter == nullptr || primitive_filter(*this, primitive, primitive_filter_user);
@@ -211,6 +231,7 @@ class VQ_EXPORT GeometryRaytraceCtx : public GeometryRaytraceData {
  private:
   bool push_filtered(const CtxEval& ctx, CtxShader& shader, uint ray, const GeometryCandidate& candidate,
                      const GeometryHitData* data);
+  bool is_in_current_instance(uint ray, const GeometryIntersection& listed) const;
   bool append_hit(uint ray, const GeometryIntersection& hit, const GeometryHitData* data);
 
   /// Writes few bytes: most records are soon replaced by a nearer hit.

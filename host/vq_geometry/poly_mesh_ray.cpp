@@ -1,5 +1,5 @@
 // Ray test of polygons. An edge function of zero is a hit of the triangles on both sides. Two triangles of one polygon
-// then give one hit, those of two polygons one each.
+// then give one hit, those of two polygons one each, or one in all when the query asks for it.
 #include "vq_geometry/geometry_ray_triangle.h"
 #include "vq_geometry/poly_mesh.h"
 
@@ -63,6 +63,11 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
     // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
     if (part != 0 && geometry_may_be_on_edge(hit) &&
         is_already_offered(query, ray, sheared, vertices, part, get_position))
+      continue;
+    if (query.settings.merge_edge_hits && geometry_may_be_on_edge(hit) &&
+        query.has_listed_hit(ray, [&](uint other, uint other_part) {
+          return share_met_edge(sheared, vertices, get_part_vertices(other, other_part), get_position);
+        }))
       continue;
     hit.primitive = primitive;
     hit.part = part;

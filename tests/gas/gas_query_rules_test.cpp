@@ -123,3 +123,73 @@ TEST(GasQueryRules, mode_all_counts_what_is_tested) {
     EXPECT_EQ(query.result.total, away_is_shaded ? 2 * polygons : polygons);
   }
 }
+
+// A cube of unit quadrilaterals, and rays exactly through its vertices, edges and diagonals. Alone, cut into clusters,
+// as two objects that touch, and in bundles in bundles; at rest and moving.
+TEST(GasQueryRules, hits_on_an_edge_are_counted_once_when_asked_for) {
+  constexpr int side = 8;
+  QueryWorld world;
+  PolyMeshData cube;
+  for (uint axis = 0; axis < 3; ++axis) {
+    for (const int at : {0, side}) {
+      // Sides of the cube share edges of positions, not of vertices: rays stay off them.
+      const u32 first = static_cast<u32>(cube.positions.size());
+      for (int k = 0; k < (side + 1) * (side + 1); ++k) {
+        GMathVec3<float> corner;
+        corner[axis] = float(at);
+        corner[(axis + 1) % 3] = float(k % (side + 1));
+        corner[(axis + 2) % 3] = float(k / (side + 1));
+        cube.positions.push_back(corner);
+      }
+      for (u32 k = 0; k < side * side; ++k) {
+        const u32 corner = first + k / side * (side + 1) + k % side;
+        cube.polygon_sizes.push_back(4);
+        cube.polygon_vertices.insert(cube.polygon_vertices.end(),
+                                     {corner, corner + 1, corner + side + 2, corner + side + 1});
+      }
+    }
+  }
+  cube.motion_positions.assign(2, cube.positions);
+  for (GMathVec3<float>& position : cube.motion_positions[1]) position.z += 4;
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.ctx.set_motion_blur(&blur);
+  world.shader.motion_blur = &blur;
+  const SceneShape shape(world, cube);
+  std::vector<SceneNode> two, nested;
+  for (const double z : {0.0, 64.0}) two.push_back(make_node(shape, {{0.0, make_translation({0, 0, z})}}));
+  for (const double z : {0.0, 16.0}) {
+    SceneNode bundle;
+    bundle.is_bundle = true;
+    bundle.keys = {{0.0, make_translation({0, 0, z})}};
+    bundle.children = {make_node(shape), make_node(shape, {{0.0, make_translation({0, 0, 32})}})};
+    nested.push_back(bundle);
+  }
+  const auto scene = build_scene(world, two), bundles = build_scene(world, nested);
+  struct Case {
+    const GasObject* structure;
+    uint surfaces;
+  };
+  for (const auto& [structure, surfaces] : {Case{shape.structure.get(), 2}, {scene.get(), 4}, {bundles.get(), 8}}) {
+    for (const bool moving : {false, true}) {
+      uint merged = 0, all = 0;
+      for (int k = 1; k < 4 * (side - 1); ++k) {
+        GeometryRayPacket packet;
+        packet.resize(1);
+        const double x = 0.25 * k, y = k % 2 == 0 ? x : 0.5 * (k % (2 * side - 2) + 1);
+        packet.set_ray(0, {x, y, 200}, {0, 0, -1}, 0.0, DBL_MAX, 0.5);
+        for (const bool merges : {false, true}) {
+          GeometryRaytraceCtx& query = packet.begin_all_hits(world.shading);
+          query.settings.merge_edge_hits = merges;
+          if (moving)
+            structure->ray_hit_motion(world.ctx, world.shader, query);
+          else
+            structure->ray_hit_static(world.ctx, world.shader, query);
+          const uint count = static_cast<uint>(packet.get_hits().get_hits().size());
+          (merges ? merged : all) += count;
+          ASSERT_TRUE(!merges || count == surfaces) << x << ' ' << y << ": " << count;
+        }
+      }
+      EXPECT_GT(all, merged) << "rays on edges have several hits otherwise";
+    }
+  }
+}
