@@ -50,6 +50,9 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               AppProgressBar* progress);
 
+  /// The primitive of the geometries at `position`, an item of the tree. For reports.
+  uint get_primitive(const uint& position) const { return GasGeometryBase::get_primitive(position); }
+
  private:
   friend GasBvhGeometry;
   friend GasStructure;

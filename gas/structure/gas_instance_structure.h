@@ -59,6 +59,9 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
  public:
   using MotionData = GasInstanceMotion<Self>;
 
+  /// Index in the input of create() of the instance at place `place` of the tree's item order. For reports.
+  uint get_instance_index(uint place) const { return get_instance(place).index; }
+
  protected:
   friend class GasStructure<Self, Base, MotionData>;
   friend class GasBvhStructure<Self, Base, MotionData>;

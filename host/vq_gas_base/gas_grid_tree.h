@@ -105,6 +105,15 @@ class VQ_EXPORT GasGridTree : public GasTree {
   /// True once a query has reached the part. `part` below get_part_count().
   bool is_part_built(uint part) const { return parts_[part].state.is_made(); }
 
+  // For reports. No query may run meanwhile.
+
+  /// The tree over the parts: each leaf names one part by its number.
+  const GasBinaryTree& get_tree() const { return tree; }
+  /// A part; its tree is empty unless it is built.
+  const GasGridPart& get_part(uint part) const { return parts_[part]; }
+  /// The number in create() of the box at place `k` of a part, in the order of the part's tree.
+  uint get_part_box(const GasGridPart& part, uint k) const { return positions_[part.first + k]; }
+
   /// For primitives, which test themselves: leaves hold up to 4. With a function for boxes those of create() are freed.
   /// All parts become unbuilt.
   void set_callbacks(const GasGridCallbacks& callbacks);

@@ -72,6 +72,8 @@ class VQ_EXPORT DisplacedMesh final : public GeometryObject {
   ///         micro-triangles, and when there is no memory
   bool create(const PolyMesh& base, const DisplacedMeshSettings& settings, CoreString& error);
 
+  /// Parts into which an edge of a polygon is cut.
+  uint get_rate() const { return rate_; }
   /// The micro-triangles of all primitives; they are never in memory all at once.
   u64 get_micro_triangle_count() const { return input_ == nullptr ? 0 : get_patch_count() * rate_ * rate_; }
   /// The bytes of the micro-triangles in memory now, and the most there have been: at most the settings' cache_bytes,
