@@ -38,6 +38,21 @@ struct InfoOptions : SceneOptions {
   double frame = 0.0;
 };
 
+struct ReportOptions : SceneOptions {
+  std::vector<std::string> files;
+  std::string output;
+  double frame = 0.0;
+  double size_limit = 19.0;  ///< of the page, in megabytes
+
+  /// The second column of the page: what differs from the first.
+  struct Second {
+    std::vector<std::string> files;
+    std::optional<MeshStructure> structure;
+    bool is_linear = false, is_aligned_only = false, is_bundled = false;
+    bool exists() const { return !files.empty() || structure || is_linear || is_aligned_only || is_bundled; }
+  } second;
+};
+
 struct Shutter {
   double open = 0.0, close = 0.0;
 };
@@ -161,6 +176,7 @@ int run_command_line(int argc, char** argv);
 
 // The subcommands, each in a file of its own.
 void run_info(const InfoOptions& options);
+void run_report(const ReportOptions& options);
 void run_render(const RenderOptions& options);
 void run_trace(const TraceOptions& options);
 void run_beam(const BeamOptions& options);

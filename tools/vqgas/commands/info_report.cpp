@@ -10,9 +10,7 @@
 #include "vq_module/module_geometry.h"
 #include "vq_module/module_particle.h"
 
-namespace {
-
-std::vector<ArrayBytes> get_arrays(const GasBvh<4>& tree, u64 whole) {
+std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, u64 whole) {
   return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
@@ -21,8 +19,10 @@ std::vector<ArrayBytes> get_arrays(const GasBvh<4>& tree, u64 whole) {
           {"tables and object", whole - tree.get_array_bytes()}};
 }
 
+namespace {
+
 TreeReport make_tree_report(const GasBvh<4>& tree, const GasObject& structure) {
-  return {bvh_compute_statistics(tree), tree.item_count, get_arrays(tree, structure.get_memory_size()),
+  return {bvh_compute_statistics(tree), tree.item_count, list_array_bytes(tree, structure.get_memory_size()),
           structure.get_bbox()};
 }
 

@@ -18,6 +18,7 @@ struct Subcommand {
 
 // Each in a file of its own.
 Subcommand add_info(CLI::App& app);
+Subcommand add_report(CLI::App& app);
 Subcommand add_render(CLI::App& app);
 Subcommand add_trace(CLI::App& app);
 Subcommand add_beam(CLI::App& app);
