@@ -5,7 +5,8 @@
 #
 #   build   compiler, CMake, Ninja: the libraries and the examples
 #   tools   what the vqgas program links
-#   tests   GoogleTest, the peer of the differential tests, sample meshes, what checks the Debian packages and the documentation
+#   tests   GoogleTest, the peer of the differential tests, sample meshes, what checks the Debian packages, the
+#           documentation and the reports, which a browser opens
 #   deb     what makes the Debian packages
 #   bench   Google Benchmark and the peer beside which it measures
 #   clang   the second compiler, the formatter, the static analyzer
@@ -19,7 +20,7 @@ packages_of() {
     tools) echo "libassimp-dev libcli11-dev nlohmann-json3-dev libpng-dev libopenexr-dev pkg-config" ;;
     tests)
       echo "libgtest-dev libgmock-dev libembree-dev assimp-testmodels pkg-config dpkg-dev file lintian"
-      echo "python3 python3-jsonschema man-db bsdextrautils zsh fish doxygen"
+      echo "python3 python3-jsonschema man-db bsdextrautils zsh fish doxygen chromium chromium-driver"
       ;;
     deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
