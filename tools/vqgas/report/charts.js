@@ -6,6 +6,8 @@ function formatNumber(value, digits = 3) {
   if (Math.abs(value) >= 1e5 || Math.abs(value) < 1e-3) return value.toExponential(digits - 1);
   return String(Number(value.toPrecision(digits)));
 }
+/** "1 polygon", "2 polygons"; "1 cluster of objects". */
+const formatItems = (count, items) => `${formatCount(count)} ${count === 1 ? items.replace(/s( |$)/, "$1") : items}`;
 function formatBytes(bytes) {
   if (bytes >= 1e6) return (bytes / 1e6).toFixed(2) + " MB";
   return bytes >= 1e3 ? (bytes / 1e3).toFixed(1) + " kB" : bytes + " B";

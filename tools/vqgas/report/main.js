@@ -78,11 +78,9 @@ class Column {
     const tree = this.tree, list = element("ol");
     const most = 2000;
     for (const visit of visits.slice(0, most)) {
-      const node = visit.node, kind = tree.kind(node), items = this.treeData().items;
-      const content = kind === "leaf" ? `${formatCount(tree.items[node])} ${items}${this.ownerText(node)}` :
-        kind === "unbuilt" ? `${formatCount(tree.items[node])} ${items}` :
-        tree.isCut(node) ? `cut here, ${formatCount(tree.items[node])} ${items} below` :
-        `${tree.childCount(node)} children`;
+      const node = visit.node, kind = tree.kind(node), items = formatItems(tree.items[node], this.treeData().items);
+      const content = kind === "leaf" ? items + this.ownerText(node) : kind === "unbuilt" ? items :
+        tree.isCut(node) ? `cut here, ${items} below` : `${tree.childCount(node)} children`;
       const row = element("li", {"data-node": node, "data-parent": visit.parent, "data-t": visit.t},
         `level ${tree.level(node)} \u00b7 ${KIND_NAMES[kind]} \u00b7 entered at ${formatNumber(visit.t, 5)} \u00b7 ${content}`);
       row.addEventListener("mouseenter", () => { this.view.setMarked(node); this.page.draw(); });

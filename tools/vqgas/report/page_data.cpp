@@ -284,7 +284,9 @@ Json make_tree_json(const PageTree& tree) {
                         {"made", tree.measures.cluster_items.size()},
                         {"sizes", list_cluster_sizes(tree.measures.cluster_items)}};
   if (tree.parts > 0) json["parts"] = {{"all", tree.parts}, {"built", tree.built_parts}};
-  if (tree.kind == std::string("mesh")) json["is_displaced"] = tree.placed.front().shape->displaced != nullptr;
+  json["is_displaced"] = std::any_of(tree.placed.begin(), tree.placed.end(), [](const PlacedShape& placed) {
+    return placed.shape != nullptr && placed.shape->displaced != nullptr;
+  });
   for (const ArrayBytes& array : tree.memory) json["memory"].push_back({{"name", array.name}, {"bytes", array.bytes}});
   return json;
 }
@@ -295,6 +297,16 @@ Json make_heading_json(const SceneReport& report, const PageHeading& heading) {
   json["stages"] = Json::array();
   for (const TaskSeconds& stage : report.stages) json["stages"].push_back({stage.task, stage.seconds});
   return json;
+}
+
+/// The tree of the scene, which shows all geometry, gets half of the bytes if there are others.
+std::vector<u64> share_out_geometry(const std::vector<PageTree>& trees, std::vector<u64> wanted, u64 whole) {
+  if (trees.empty() || std::string(trees.front().kind) != "scene") return share_out(wanted, whole);
+  const u64 of_scene = std::min(wanted.front(), whole / 2);
+  wanted.front() = 0;
+  std::vector<u64> shares = share_out(wanted, whole - of_scene);
+  shares.front() = of_scene;
+  return shares;
 }
 
 /// Arrays of all trees: about half of the bytes for nodes, more if the geometry leaves some, and the rest for geometry.
@@ -319,7 +331,7 @@ void add_arrays(const std::vector<PageTree>& trees, u64 most_bytes, AppProgressB
     for (uint level = 0; level < level_counts[k]; ++level) left -= std::min(left, get_level_bytes(trees[k], level));
     left -= std::min(left, owner_bytes[k]);
   }
-  const std::vector<u64> geometry_shares = share_out(geometry_bytes, left);
+  const std::vector<u64> geometry_shares = share_out_geometry(trees, geometry_bytes, left);
   for (std::size_t k = 0; k < trees.size(); ++k) {
     const PageTree& tree = trees[k];
     const AppProgressScope stage(progress, "Thin trees", 1.0 / double(trees.size()));

@@ -13,7 +13,7 @@ namespace {
 
 using Matrix = GMathMatrix4x4<double>;
 
-constexpr uint pieces_of_cubic = 3;
+constexpr uint pieces_of_cubic = 2;
 constexpr u64 triangle_bytes = 44, strand_bytes = 40, point_bytes = 24;
 
 u64 get_piece_bytes(const PagePieces& pieces) {

@@ -130,8 +130,8 @@ class TreeView {
 
   /** Thinned triangles and points are drawn larger, so that the surface still shows. */
   setGeometry() {
-    const {triangles, strands, points, data} = this.tree, growth = Math.min(40, Math.sqrt(data.geometry.stride));
-    const surface = parseColor("surface"), gl = this.gl;
+    const {triangles, strands, points, data} = this.tree, growth = Math.sqrt(data.geometry.stride);
+    const surface = parseColor("surface"), line = parseColor("line-geometry"), gl = this.gl;
     if (gl === null) return;
     const positions = new Float32Array(9 * triangles.count), normals = new Float32Array(9 * triangles.count);
     for (let k = 0; k < triangles.count; ++k) {
@@ -140,18 +140,21 @@ class TreeView {
       const normal = cross(subtract(corners[1], corners[0]), subtract(corners[2], corners[0]));
       const length = lengthOf(normal) || 1;
       if (!corners.flat().every(Number.isFinite)) continue;
+      // No larger than a twentieth of the view: few triangles would turn into spikes.
+      const reach = Math.max(...corners.map(corner => lengthOf(subtract(corner, middle))));
+      const scale = Math.max(1, Math.min(growth, 0.025 / reach));
       corners.forEach((corner, c) => {
-        positions.set(addScaled(middle, subtract(corner, middle), growth), 9 * k + 3 * c);
+        positions.set(addScaled(middle, subtract(corner, middle), scale), 9 * k + 3 * c);
         normals.set(normal.map(v => v / length), 9 * k + 3 * c);
       });
     }
     this.setMesh("triangles", gl.TRIANGLES, positions, fillColors(positions.length / 3, surface), normals);
     const lines = new Float32Array(6 * strands.count);
     for (let k = 0; k < 2 * strands.count; ++k) lines.set(this.toView(strands.point(k >> 1, k & 1, 4)), 3 * k);
-    this.setMesh("strands", gl.LINES, lines, fillColors(lines.length / 3, surface));
+    this.setMesh("strands", gl.LINES, lines, fillColors(lines.length / 3, line));
     const dots = new Float32Array(3 * points.count);
     for (let k = 0; k < points.count; ++k) dots.set(this.toView(points.point(k, 0, 4)), 3 * k);
-    this.setMesh("points", gl.POINTS, dots, fillColors(points.count, surface));
+    this.setMesh("points", gl.POINTS, dots, fillColors(points.count, line));
   }
 
   /** Twelve edges a box. */
@@ -218,7 +221,7 @@ class TreeView {
     gl.clear(gl.COLOR_BUFFER_BIT | gl.DEPTH_BUFFER_BIT);
     gl.uniformMatrix4fv(this.uniforms.matrix, false, this.camera.matrix(width / height));
     gl.uniform3fv(this.uniforms.eye, this.camera.eye());
-    gl.uniform1f(this.uniforms.pointSize, scale * Math.min(4, Math.max(1, 1.5 / this.camera.distance)));
+    gl.uniform1f(this.uniforms.pointSize, scale * Math.min(5, Math.max(1.5, 3 / this.camera.distance)));
     gl.enable(gl.DEPTH_TEST);
     gl.enable(gl.BLEND);
     gl.blendFunc(gl.SRC_ALPHA, gl.ONE_MINUS_SRC_ALPHA);
