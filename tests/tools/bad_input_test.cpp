@@ -207,6 +207,7 @@ TEST(VqgasBadInput, no_output_replaces_an_input_or_another_output) {
       {"trace", "cube.obj", "--json", "/dev/stdin"},
       {"trace", "cube.obj", "--json", "/dev/../dev/stdout"},
       {"groom", "cube.obj", "-o", "fur.hair", "--json", "sub/../fur.hair"},
+      {"report", "demo:knot", "--with", "cube.obj", "-o", "hard.obj"},
       {"render", "cube.obj", "-o", "p.png", "--json", "p.png"},
       {"render", "cube.obj", "-o", "p.png", "-o", absolute},
       {"render", "cube.obj", "--layers", "beauty,depth", "-o", "p.png", "-o", "p.depth.png"}};
@@ -289,7 +290,8 @@ TEST(VqgasBadInput, a_bad_file_among_others_costs_none_of_their_reports) {
 TEST(VqgasBadInput, command_lines_that_make_no_sense_give_exit_code_2) {
   const TestFolder folder;
   folder.write("cube.obj", make_cube_obj(1.0));
-  std::vector<std::vector<std::string>> lines = {{}, {"frobnicate"}, {"info"}, {"render", "cube.obj"}};
+  std::vector<std::vector<std::string>> lines = {
+      {}, {"frobnicate"}, {"info"}, {"render", "cube.obj"}, {"report", "cube.obj"}};
   lines.push_back({"render", "cube.obj", "-o", "out.jpg"});
   lines.push_back({"info", "cube.obj", "--structure", "octree"});
   lines.push_back({"info", "cube.obj", "--threads", "0"});

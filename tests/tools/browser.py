@@ -70,6 +70,11 @@ class Browser:
             {"type": "pointerMove", "duration": 50, "x": x, "y": y, "origin": {ELEMENT: element}},
             {"type": "pointerUp", "button": 0}]}]})
 
+    def wheel(self, element, y):
+        self.call("POST", "/actions", {"actions": [{"type": "wheel", "id": "wheel", "actions": [
+            {"type": "scroll", "x": 0, "y": 0, "deltaX": 0, "deltaY": y, "duration": 0,
+             "origin": {ELEMENT: element}}]}]})
+
     def screenshot(self, element=None):
         """PNG bytes of the element, or of the window."""
         path = "/screenshot" if element is None else f"/element/{element}/screenshot"

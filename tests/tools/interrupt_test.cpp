@@ -17,6 +17,7 @@ bool is_whole(const TestFolder& folder, const std::string& name) {
   if (name.ends_with(".json")) return nlohmann::json::accept(bytes);
   if (name.ends_with(".exr")) return !read_exr(folder.get_path() / name).values.empty();
   if (name.ends_with(".png")) return !read_png(folder.get_path() / name).rgb.empty();
+  if (name.ends_with(".html")) return bytes.starts_with("<!DOCTYPE html>") && bytes.ends_with("</html>\n");
   return HairBytes().read(bytes);
 }
 
@@ -39,6 +40,7 @@ TEST(VqgasInterrupt, a_signal_ends_it_at_once_and_leaves_no_part_of_a_file) {
       {{"uv", "demo:terrain", "-o", "out.png", "--size", "4096", "--json", "out.json"}, {"out.json", "out.png"}},
       {{"select", "demo:galaxy", "--mode", "points", "--json", "out.json"}, {"out.json"}},
       {{"scatter", "demo:knot", "--on", "demo:terrain", "--count", "3000000", "-o", "out.json"}, {"out.json"}},
+      {{"report", "demo:fur", "--with", "demo:terrain", "-o", "out.html"}, {"out.html"}},
       {{"trace", "demo:knot", "--json", "out.json"}, {"out.json"}}};
   std::string cubes;  // that take the importer some tenths of a second
   for (int cube = 0; cube < 25000; ++cube) cubes += make_cube_obj(1.0, 8 * cube + 1);

@@ -168,6 +168,7 @@ void choose_trees(std::vector<PageTree>& trees) {
   ranks.resize(std::min(ranks.size(), most_page_trees));
   std::sort(ranks.begin(), ranks.end(), [](const auto& a, const auto& b) { return a.second < b.second; });
   std::vector<PageTree> chosen;
+  chosen.reserve(ranks.size());
   for (const auto& [rank, place] : ranks) chosen.push_back(std::move(trees[place]));
   trees = std::move(chosen);
 }

@@ -135,7 +135,8 @@ class Tree {
 
   /**
    * Follows a ray through the levels that the page has, nearer children first; of two at one distance the later lane
-   * first, as the library does. The root is visited also when the ray misses its box.
+   * of a four-wide node, the earlier one of a two-wide node, as the library does. The root is visited also when the
+   * ray misses its box.
    * @returns {visits: [{node, t, parent}], hit: null or {t, kind, piece}}
    */
   trace(ray) {
@@ -151,7 +152,8 @@ class Tree {
         const t = this.enter(node, ray, hit === null ? Infinity : hit.t);
         if (t < Infinity) children.push({node, t, parent: at.node});
       }
-      children.sort((a, b) => b.t - a.t || a.node - b.node);
+      const tie = this.kind(at.node) === "binary" ? -1 : 1;
+      children.sort((a, b) => b.t - a.t || tie * (a.node - b.node));
       stack.push(...children);
       if (this.childCount(at.node) === 0) hit = this.testItems(at.node, ray, hit);
     }
