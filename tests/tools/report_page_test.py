@@ -117,6 +117,8 @@ class ReportPage(unittest.TestCase):
     def test_levels_and_colors_show_what_the_tree_has(self):
         trees = [Tree(column["trees"][0]) for column in self.open_report(self.name, "--with-structure", "grid")]
         self.assertEqual(self.browser.run("return document.querySelector('h1').textContent"), f"{self.name} | {self.name}")
+        self.assertEqual(self.browser.run("return [document.title, document.images.length]"),
+                         [f"{self.name} | {self.name}", 0])
         info = json.loads(self.run_program("info", self.name, "--quiet", "--json", "-"))[0]
         levels = trees[0].data["levels"]
         for number, kind in enumerate(("aligned", "quantized", "oriented")):
