@@ -86,6 +86,31 @@ std::vector<std::pair<std::string, std::string>> make_broken_files() {
   return files;
 }
 
+/// Files on which a reader crashed, ran for minutes, allocated a gigabyte, read outside of a buffer, or printed what
+/// would spoil a terminal.
+std::vector<std::pair<std::string, std::string>> make_damaged_files() {
+  const std::string ply = make_cut_ply(1), scatter = R"({"format": "vqgas scatter 1", "geometries": [)";
+  const std::string instances = R"("matrix": [1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0]}})";
+  const std::string gltf = R"({"asset": {"version": "2.0"}, "buffers": [{"byteLength": 36, "uri": "data:;base64,)" +
+                           std::string(48, 'A') + R"("}], "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}],
+                           "scenes": [{"nodes": [0]}], "nodes": [{"mesh": 0)";
+  const std::string view = R"(}], "bufferViews": [{"buffer": 0, "byteLength": 36}], )";
+  const std::string accessor = R"({"bufferView": 0, "componentType": 5126, "type": "VEC3", "count": )";
+  return {{"element.ply",
+           "ply\nformat binary_little_endian 1.0\n\xff\xff"
+           "ement vertex "},
+          {"list.ply", std::string(ply).replace(ply.find("vertex_indices\nend"), 17, "")},
+          {"deep.json", scatter + R"("cube.obj"], "instances": {"geometry": [)" + std::string(200000, '[') +
+                            std::string(200000, ']') + "], " + instances},
+          {"name.json", scatter + "\"\x7f.obj\"], \"instances\": {\"geometry\": [0], " + instances},
+          {"token.json", scatter + "\x7f"},
+          {"view.gltf", gltf + R"(}], "bufferViews": [{"buffer": 0, "byteOffset": 18446744073709551615, "byteLength": 36}],
+                         "accessors": [)" +
+                            accessor + "3}]}"},
+          {"accessor.gltf", gltf + view + R"("accessors": [)" + accessor + "4}]}"},
+          {"skin.gltf", gltf + R"(, "skin": 0)" + view + R"("skins": [{"joints": [0]}], "accessors": [)" + accessor + "3}]}"}};
+}
+
 /// A fault is one line that names the file, and nothing on standard output.
 void expect_one_line(const ProgramResult& result, const std::string& name) {
   EXPECT_EQ(result.exit_code, 1) << name << ": " << result.err;
@@ -113,6 +138,26 @@ TEST(VqgasBadInput, each_broken_file_gives_one_line_and_exit_code_1) {
   // Of several files, the one that is broken.
   expect_one_line(run_vqgas(folder.get_path(), {"render", "demo:knot", "not_finite.hair", "-o", "out.png"}),
                   "not_finite.hair");
+}
+
+TEST(VqgasBadInput, damaged_files_cost_neither_a_crash_nor_time) {
+  const TestFolder folder;
+  folder.write("cube.obj", make_cube_obj(1.0));
+  for (const auto& [name, bytes] : make_damaged_files()) {
+    folder.write(name, bytes);
+    const ProgramResult result = run_vqgas(folder.get_path(), {"info", name});
+    expect_one_line(result, name);
+    EXPECT_EQ(result.err.find("breaks down"), std::string::npos) << name;
+    EXPECT_EQ(result.err.find('\x7f'), std::string::npos) << name;
+  }
+  // 16384 x 16384 pixels of 8 bytes
+  folder.write("huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x40\0\0\0\x40\0\x10\x06\0\0\0\xf9\x58\xcc\xc7"
+                                       "\0\0\0\0IDAT\x35\xaf\x06\x1e\0\0\0\0IEND\xae\x42\x60\x82",
+                                       57));
+  const ProgramResult huge = run_vqgas(
+      folder.get_path(), {"uv", "cube.obj", "--project", "planar", "-o", "a.png", "--background", "huge.png"});
+  expect_one_line(huge, "huge.png");
+  EXPECT_NE(huge.err.find("too short"), std::string::npos) << huge.err;
 }
 
 TEST(VqgasBadInput, heights_that_cannot_be_used_are_told) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <csetjmp>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
 #include "tools/vqgas/support/input_error.h"
@@ -121,16 +122,32 @@ GrayImage read_gray_png(const std::string& path) {
   return image;
 }
 
+namespace {
+
+/// Before memory for the pixels is allocated. A pixel has a bit at least, and a packed byte never makes more than 1032.
+void check_size(const std::string& path, png_image& header) {
+  constexpr std::uintmax_t most_per_byte = 1032 * 8;
+  std::string fault;
+  if (header.width > PngReader::most_pixels || header.height > PngReader::most_pixels) {
+    fault = "has more than " + std::to_string(PngReader::most_pixels) + " pixels a side";
+  } else if (std::uintmax_t{header.width} * header.height / most_per_byte > std::filesystem::file_size(path)) {
+    fault = "is cut off: it is too short for " + std::to_string(header.width) + " x " + std::to_string(header.height) +
+            " pixels";
+  }
+  if (fault.empty()) return;
+  png_image_free(&header);
+  throw InputError(path, fault);
+}
+
+}  // namespace
+
 Picture read_color_png(const std::string& path) {
   check_input_file(path);
   png_image header = {};
   header.version = PNG_IMAGE_VERSION;
   const auto fail = [&] { throw InputError(path, std::string("is not a readable PNG file: ") + header.message); };
   if (png_image_begin_read_from_file(&header, path.c_str()) == 0) fail();
-  if (header.width > PngReader::most_pixels || header.height > PngReader::most_pixels) {
-    png_image_free(&header);
-    throw InputError(path, "has more than " + std::to_string(PngReader::most_pixels) + " pixels a side");
-  }
+  check_size(path, header);
   header.format = PNG_FORMAT_RGBA;
   std::vector<u8> bytes(PNG_IMAGE_SIZE(header));
   if (png_image_finish_read(&header, nullptr, bytes.data(), 0, nullptr) == 0) fail();

@@ -223,13 +223,22 @@ std::vector<PointField> list_fields(const PlyElement& vertices) {
   return fields;
 }
 
+/// Takes over the lines after the header.
+std::unique_ptr<PlyRows> open_rows(const std::string& path, const PlyHeader& header, PointLines&& lines) {
+  if (header.format == PlyFormat::ascii) return std::make_unique<PlyTextRows>(path, std::move(lines));
+  return std::make_unique<PlyBinaryRows>(path, lines.get_offset(), header.format == PlyFormat::big_endian);
+}
+
+void skip_rows(const PlyElement& element, PlyRows& rows) {
+  PointValues values = {};
+  const std::vector<PointField> none(element.properties.size(), PointField::other);
+  for (u64 number = 0; number < element.count && !none.empty(); ++number) rows.read(element, number, none, values);
+}
+
 PointSource read_vertices(const std::string& path, const PlyHeader& header, const PlyElement& vertices, PlyRows& rows,
                           const PointCollecting& collecting) {
+  for (const PlyElement* element = header.elements.data(); element != &vertices; ++element) skip_rows(*element, rows);
   PointValues values = {};
-  for (const PlyElement* element = header.elements.data(); element != &vertices; ++element) {
-    const std::vector<PointField> none(element->properties.size(), PointField::other);
-    for (u64 number = 0; number < element->count && !none.empty(); ++number) rows.read(*element, number, none, values);
-  }
   std::vector<PointField> fields = list_fields(vertices);
   const PointFields present = check_fields(path, "element vertex", fields);
   PointCollector collector(path, present, vertices.count, get_color_range(vertices, fields), collecting);
@@ -259,11 +268,14 @@ PointSource read_point_ply(const std::string& path, const PointCollecting& colle
   const PlyElement* vertices = header.find("vertex");
   if (vertices == nullptr) throw InputError(path, "holds no point");
   check_counts(path, header, lines.get_offset());
-  std::unique_ptr<PlyRows> rows;
-  if (header.format == PlyFormat::ascii) {
-    rows = std::make_unique<PlyTextRows>(path, std::move(lines));
-  } else {
-    rows = std::make_unique<PlyBinaryRows>(path, lines.get_offset(), header.format == PlyFormat::big_endian);
-  }
+  const std::unique_ptr<PlyRows> rows = open_rows(path, header, std::move(lines));
   return read_vertices(path, header, *vertices, *rows, collecting);
+}
+
+void check_ply(const std::string& path) {
+  PointLines lines(path);
+  const PlyHeader header = read_ply_header(lines);
+  check_counts(path, header, lines.get_offset());
+  const std::unique_ptr<PlyRows> rows = open_rows(path, header, std::move(lines));
+  for (const PlyElement& element : header.elements) skip_rows(element, *rows);
 }

@@ -1,5 +1,6 @@
 #include "tools/vqgas/import/scatter_file.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/memory_limit.h"
 #include "tools/vqgas/support/output_file.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 
@@ -21,6 +23,11 @@ constexpr const char* scatter_format = "vqgas scatter 1";
 constexpr std::size_t numbers_per_matrix = 12;
 
 bool is_built_in(const std::string& name) { return name.starts_with("demo:"); }
+
+/// For errors. Printing lists within lists is recursive, and their depth is the file's.
+std::string print(const Json& value) {
+  return value.is_structured() ? value.type_name() : make_one_line(value.dump()).substr(0, 60);
+}
 
 class ScatterReader {
  public:
@@ -47,7 +54,7 @@ class ScatterReader {
     } catch (const Json::exception& error) {
       const std::string text = error.what();  // "[json.exception.parse_error.101] parse error at line 1, column 2: ..."
       const std::size_t end = text.find("] ");
-      fail("is not JSON: " + (end == std::string::npos ? text : text.substr(end + 2)));
+      fail("is not JSON: " + make_one_line(end == std::string::npos ? text : text.substr(end + 2)));
     }
   }
 
@@ -60,6 +67,8 @@ class ScatterReader {
   std::string read_name(const Json& value, const std::string& what) const {
     if (!value.is_string() || value.get_ref<const std::string&>().empty()) fail(what + " is not the name of a file");
     const auto& name = value.get_ref<const std::string&>();
+    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+    if (std::any_of(name.begin(), name.end(), is_control)) fail(what + " has a control character in its name");
     return is_built_in(name) ? name : (folder_ / name).string();
   }
 
@@ -102,7 +111,7 @@ class ScatterReader {
 
   uint read_index(const Json& value, std::size_t instance) const {
     if (!value.is_number_unsigned() || value.get<u64>() >= file_.geometries.size())
-      fail("instance " + std::to_string(instance) + ": " + value.dump() + " is not the number of one of the " +
+      fail("instance " + std::to_string(instance) + ": " + print(value) + " is not the number of one of the " +
            std::to_string(file_.geometries.size()) + " geometries");
     return value.get<uint>();
   }
@@ -112,8 +121,7 @@ class ScatterReader {
     for (std::size_t k = 0; k < numbers_per_matrix; ++k) {
       const Json& value = numbers[instance * numbers_per_matrix + k];
       if (!value.is_number() || !std::isfinite(value.get<float>()))
-        fail("instance " + std::to_string(instance) + ": " + value.dump().substr(0, 60) +
-             " in its matrix is not a finite number");
+        fail("instance " + std::to_string(instance) + ": " + print(value) + " in its matrix is not a finite number");
       matrix.m[k / 4][k % 4] = value.get<double>();
     }
     return matrix;

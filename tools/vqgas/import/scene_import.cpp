@@ -11,12 +11,15 @@
 #include <iostream>
 #include <new>
 
+#include "tools/vqgas/import/gltf_check.h"
 #include "tools/vqgas/import/import_guard.h"
+#include "tools/vqgas/import/point_ply.h"
 #include "tools/vqgas/import/scene_mesh_reader.h"
 #include "tools/vqgas/import/scene_node_import.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/memory_limit.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 
@@ -33,19 +36,17 @@ bool has_triangle_strips(const std::string& path) {
   return false;
 }
 
+bool has_extension(const std::string& path, std::initializer_list<const char*> list) {
+  return std::find(list.begin(), list.end(), get_extension(path)) != list.end();
+}
+
 void check_file(const std::string& path) {
   check_input_file(path);
   if (has_triangle_strips(path))
     throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
-}
-
-/// Importers' messages may have several lines.
-std::string make_one_line(std::string text) {
-  for (char& c : text) {
-    if (static_cast<unsigned char>(c) < ' ') c = ' ';
-  }
-  while (!text.empty() && text.back() == ' ') text.pop_back();
-  return text.empty() ? "cannot be read" : text;
+  // Assimp loops for minutes over a damaged header, and reads behind the end of a file that is cut off.
+  if (get_extension(path) == ".ply") check_ply(path);
+  if (has_extension(path, {".gltf", ".glb"})) check_gltf(path);
 }
 
 /// Discards what importers print to std::cout and std::cerr during its lifetime.
@@ -67,10 +68,6 @@ class SilencedStreams {
   std::streambuf* out_;
   std::streambuf* err_;
 };
-
-bool has_extension(const std::string& path, std::initializer_list<const char*> list) {
-  return std::find(list.begin(), list.end(), get_extension(path)) != list.end();
-}
 
 /// False for formats without nodes; nodes that their importers make are groups of faces.
 bool has_nodes(const std::string& path) {
