@@ -52,6 +52,8 @@ std::optional<PlyElement> find_ply_element(const std::vector<std::string>& words
   const char* end = words[2].data() + words[2].size();
   const auto [next, error] = std::from_chars(words[2].data(), end, count);
   if (error != std::errc() || next != end) return std::nullopt;
+  const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
+  if (std::any_of(words[1].begin(), words[1].end(), is_control)) return std::nullopt;  // errors print the name
   return PlyElement{words[1], count, {}};
 }
 
