@@ -138,7 +138,8 @@ void node_quantized(benchmark::State& state) {
   const GasBvh<4>& tree = get_fur(CurveShape::cubic).get_tree();
   const GMathBbox3<float> frame = tree.box;
   walk_nodes(state, tree.quantized_count, [&](uint node, const BvhRay& ray, const BvhOrientedRay&, SimdF& entry) {
-    return bvh_test_lanes(bvh_decode_planes(tree.quantized[node].lanes.planes, frame, ray), ray, entry);
+    BvhLanePlanes decoded;
+    return bvh_test_lanes(bvh_decode_planes(tree.quantized[node].lanes.planes, frame, ray, decoded), ray, entry);
   });
 }
 BENCHMARK(node_quantized);

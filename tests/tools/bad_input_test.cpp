@@ -96,19 +96,21 @@ std::vector<std::pair<std::string, std::string>> make_damaged_files() {
                            "scenes": [{"nodes": [0]}], "nodes": [{"mesh": 0)";
   const std::string view = R"(}], "bufferViews": [{"buffer": 0, "byteLength": 36}], )";
   const std::string accessor = R"({"bufferView": 0, "componentType": 5126, "type": "VEC3", "count": )";
-  return {{"element.ply",
-           "ply\nformat binary_little_endian 1.0\n\xff\xff"
-           "ement vertex "},
-          {"list.ply", std::string(ply).replace(ply.find("vertex_indices\nend"), 17, "")},
-          {"deep.json", scatter + R"("cube.obj"], "instances": {"geometry": [)" + std::string(200000, '[') +
-                            std::string(200000, ']') + "], " + instances},
-          {"name.json", scatter + "\"\x7f.obj\"], \"instances\": {\"geometry\": [0], " + instances},
-          {"token.json", scatter + "\x7f"},
-          {"view.gltf", gltf + R"(}], "bufferViews": [{"buffer": 0, "byteOffset": 18446744073709551615, "byteLength": 36}],
+  return {
+      {"element.ply",
+       "ply\nformat binary_little_endian 1.0\n\xff\xff"
+       "ement vertex "},
+      {"list.ply", std::string(ply).replace(ply.find("vertex_indices\nend"), 17, "")},
+      {"deep.json", scatter + R"("cube.obj"], "instances": {"geometry": [)" + std::string(200000, '[') +
+                        std::string(200000, ']') + "], " + instances},
+      {"name.json", scatter + "\"\x7f.obj\"], \"instances\": {\"geometry\": [0], " + instances},
+      {"token.json", scatter + "\x7f"},
+      {"view.gltf", gltf + R"(}], "bufferViews": [{"buffer": 0, "byteOffset": 18446744073709551615, "byteLength": 36}],
                          "accessors": [)" +
-                            accessor + "3}]}"},
-          {"accessor.gltf", gltf + view + R"("accessors": [)" + accessor + "4}]}"},
-          {"skin.gltf", gltf + R"(, "skin": 0)" + view + R"("skins": [{"joints": [0]}], "accessors": [)" + accessor + "3}]}"}};
+                        accessor + "3}]}"},
+      {"accessor.gltf", gltf + view + R"("accessors": [)" + accessor + "4}]}"},
+      {"skin.gltf",
+       gltf + R"(, "skin": 0)" + view + R"("skins": [{"joints": [0]}], "accessors": [)" + accessor + "3}]}"}};
 }
 
 /// A fault is one line that names the file, and nothing on standard output.

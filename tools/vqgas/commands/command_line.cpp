@@ -37,8 +37,9 @@ int run_command_line(int argc, char** argv) {
     throw CLI::Success();
   };
   app.add_option_function<std::string>("--write-manual", write)->group("")->trigger_on_parse();  // for the build
-  const Subcommand subcommands[] = {add_info(app),   add_report(app), add_render(app),  add_trace(app), add_beam(app),
-                                    add_select(app), add_groom(app),  add_scatter(app), add_uv(app),    add_compare(app)};
+  const Subcommand subcommands[] = {add_info(app), add_report(app), add_render(app), add_trace(app),
+                                    add_beam(app), add_select(app), add_groom(app),  add_scatter(app),
+                                    add_uv(app),   add_compare(app)};
   const auto get_chosen = [&]() -> const Subcommand& {
     return *std::ranges::find_if(subcommands, [](const Subcommand& entry) { return entry.command->parsed(); });
   };

@@ -72,7 +72,7 @@ PageHeading make_heading(const ReportOptions& options, const ReportColumn& colum
 
 nlohmann::ordered_json make_column(const ReportOptions& options, const ReportColumn& column, u64 most_bytes) {
   StoppableApplication application(options.threads);
-  ProgressDisplay display(application, is_progress_visible(options.quiet));
+  ProgressDisplay display(application, !options.quiet);
   SceneSource source = load_scene(column.files, {options.frame, options.frame, {}, options.frames_per_second},
                                   {&application, options.quiet});
   displace_meshes(source, options.displace);
