@@ -215,6 +215,28 @@ TEST(VqgasSceneImport, nodes_move_over_the_frames_with_what_hangs_from_them) {
   }
   for (const Json& hit : aim(folder, "turn.gltf", arms, "10")) expect_there(hit, "arm");
   for (const Json& hit : aim(folder, "turn.gltf", hands, "10")) expect_there(hit, "hand");
+  // Keys from 0.1 to 1.1 seconds; the third animation, which is not played, adds none.
+  const ProgramResult result =
+      run_vqgas(folder.get_path(), {"info", "turn.gltf", "--fps", "10", "--json", "-", "--quiet"});
+  const Json info = Json::parse(result.out)[0];
+  EXPECT_NEAR(info["first_frame"].get<double>(), 1.0, 1e-5);
+  EXPECT_NEAR(info["last_frame"].get<double>(), 11.0, 1e-5);
+  EXPECT_FALSE(info.contains("not_shown"));
+}
+
+TEST(VqgasSceneImport, what_pictures_leave_out_is_said_once_a_file) {
+  const TestFolder folder;
+  folder.write("m.mtl", "newmtl paint\nKd 1 0 0\nmap_Kd paint.png\nd 0.5\n");
+  folder.write("painted.obj", "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl paint\nf 1 2 3\n");
+  const std::vector<std::string> line = {"render", "painted.obj", "-o", "p.png", "--size", "8x8", "--samples", "1"};
+  const ProgramResult shown = run_vqgas(folder.get_path(), line);
+  EXPECT_EQ(shown.exit_code, 0);
+  EXPECT_NE(shown.err.find("vqgas: painted.obj: textures and transparency of the file are not shown\n"),
+            std::string::npos)
+      << shown.err;
+  const ProgramResult info = run_vqgas(folder.get_path(), {"info", "painted.obj", "--json", "-", "--quiet"});
+  EXPECT_EQ(Json::parse(info.out)[0]["not_shown"], Json({"textures", "transparency"}));
+  EXPECT_FALSE(Json::parse(info.out)[0].contains("first_frame"));
 }
 
 TEST(VqgasSceneImport, morph_targets_and_bones_move_vertices) {

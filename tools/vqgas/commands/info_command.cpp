@@ -22,10 +22,13 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
   if (options.is_bundled) bundle_objects(source, options.frame);
   display.take_task_seconds();  // of reading: the report is on the build
   display.set_unit("primitives");
+  const SceneFileNotes notes = source.files.front().notes;
   HeldMessages messages;
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
-  return make_scene_report(file, scene, display.take_task_seconds());
+  SceneReport report = make_scene_report(file, scene, display.take_task_seconds());
+  report.notes = notes;
+  return report;
 }
 
 }  // namespace

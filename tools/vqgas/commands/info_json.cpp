@@ -117,6 +117,11 @@ Json make_bundle(const BundleReport& report) {
 Json make_report_json(const SceneReport& report) {
   Json json = begin_report("info");
   json["file"] = report.file;
+  if (report.notes.frames) {
+    json["first_frame"] = report.notes.frames->first;
+    json["last_frame"] = report.notes.frames->last;
+  }
+  if (!report.notes.not_shown.empty()) json["not_shown"] = report.notes.not_shown;
   if (report.is_plain) {
     if (report.clouds.empty()) {
       add_shape(json, report.shapes.front());

@@ -88,6 +88,7 @@ struct ObjectsReport {
 
 struct SceneReport {
   std::string file;
+  SceneFileNotes notes;
   uint threads;
   std::vector<ShapeReport> shapes;
   std::vector<CloudReport> clouds;

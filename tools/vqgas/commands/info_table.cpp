@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "tools/vqgas/commands/info_report.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 
@@ -219,6 +220,8 @@ void print_scene(const SceneReport& report) {
 
 void print_report(const SceneReport& report) {
   std::printf("%s\n", report.file.c_str());
+  if (report.notes.frames) print_row("frames", "%11g to %g", report.notes.frames->first, report.notes.frames->last);
+  if (!report.notes.not_shown.empty()) print_row("not in pictures", "%11s", join_words(report.notes.not_shown).c_str());
   if (report.is_plain) {
     if (report.clouds.empty()) {
       print_shape(report.shapes.front());

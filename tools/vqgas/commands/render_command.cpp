@@ -17,6 +17,7 @@
 #include "tools/vqgas/support/input_file.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/progress_display.h"
+#include "tools/vqgas/support/quote.h"
 
 namespace {
 
@@ -202,6 +203,11 @@ Camera render_frame(const RenderOptions& options) {
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, !options.quiet);
   SceneSource source = load_scene(options.files, times, {&application, options.quiet});
+  for (const SceneFile& file : source.files) {
+    if (!options.quiet && !file.notes.not_shown.empty())
+      std::fprintf(stderr, "vqgas: %s: %s of the file are not shown\n", file.name.c_str(),
+                   join_words(file.notes.not_shown).c_str());
+  }
   displace_meshes(source, options.displace);
   if (options.is_bundled) bundle_objects(source, times.open);
   for (ShapeSource& shape : source.shapes) {

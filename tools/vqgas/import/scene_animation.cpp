@@ -27,7 +27,8 @@ bool is_finite(const AnimationQuaternion& q) { return std::isfinite(q.w + q.x + 
 
 template <class T, class Key>
 void read_curve(AnimationCurve<T>& curve, const Key* keys, uint count, double frames_per_tick) {
-  for (uint k = 0; keys != nullptr && k < count; ++k) {
+  if (keys == nullptr || count < 2) return;  // importers give constant channels one key, at time 0
+  for (uint k = 0; k < count; ++k) {
     const double frame = keys[k].mTime * frames_per_tick;
     const T value = convert(keys[k].mValue);
     if (std::isfinite(frame) && is_finite(value)) curve.keys.push_back({frame, value});
@@ -153,6 +154,18 @@ SceneAnimation::SceneAnimation(const aiScene& scene, double frames_per_second) {
   }
 }
 
+template <class Key>
+void SceneAnimation::add_frames(const Key* keys, uint count, double frames_per_tick) {
+  if (keys == nullptr || count < 2) return;  // importers give constant channels one key, at time 0
+  for (uint k = 0; k < count; ++k) {
+    const double frame = keys[k].mTime * frames_per_tick;
+    if (!std::isfinite(frame)) continue;
+    if (!frames_) frames_ = {frame, frame};
+    frames_->first = std::min(frames_->first, frame);
+    frames_->last = std::max(frames_->last, frame);
+  }
+}
+
 void SceneAnimation::play(const aiAnimation& animation, double frames_per_second) {
   const std::span nodes(animation.mChannels, animation.mNumChannels);
   const std::span morphs(animation.mMorphMeshChannels, animation.mNumMorphMeshChannels);
@@ -166,10 +179,16 @@ void SceneAnimation::play(const aiAnimation& animation, double frames_per_second
   const double rate = animation.mTicksPerSecond;
   const double frames_per_tick = rate > 0.0 ? frames_per_second / rate : 1.0;
   for (const aiNodeAnim* channel : nodes) {
-    if (channel != nullptr) channels_.try_emplace(channel->mNodeName.C_Str(), Channel{channel, frames_per_tick});
+    if (channel == nullptr) continue;
+    channels_.try_emplace(channel->mNodeName.C_Str(), Channel{channel, frames_per_tick});
+    add_frames(channel->mPositionKeys, channel->mNumPositionKeys, frames_per_tick);
+    add_frames(channel->mRotationKeys, channel->mNumRotationKeys, frames_per_tick);
+    add_frames(channel->mScalingKeys, channel->mNumScalingKeys, frames_per_tick);
   }
   for (const aiMeshMorphAnim* channel : morphs) {
-    if (channel != nullptr) morphs_.try_emplace(cut_mesh_number(channel->mName.C_Str()), *channel, frames_per_tick);
+    if (channel == nullptr) continue;
+    morphs_.try_emplace(cut_mesh_number(channel->mName.C_Str()), *channel, frames_per_tick);
+    add_frames(channel->mKeys, channel->mNumKeys, frames_per_tick);
   }
 }
 

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "tools/vqgas/source/scene_source.h"
 #include "vq_gmath/gmath_matrix.h"
 
 /// Keys in the order of their times, which are finite; at two keys of one time the value jumps. Constant before the
@@ -71,6 +72,8 @@ class SceneAnimation {
   // Empty or null for a static node or mesh.
   std::optional<NodeMotion> find_motion(const aiNode& node) const;
   const MorphMotion* find_morph(const aiNode& node, const aiMesh& mesh) const;
+  /// From the first key to the last of all animations that are played; none without keys.
+  const std::optional<SceneFileNotes::Frames>& get_frames() const { return frames_; }
 
  private:
   struct Channel {
@@ -78,7 +81,10 @@ class SceneAnimation {
     double frames_per_tick;
   };
   void play(const aiAnimation& animation, double frames_per_second);
+  template <class Key>
+  void add_frames(const Key* keys, uint count, double frames_per_tick);
 
   std::unordered_map<std::string, Channel> channels_;
   std::unordered_map<std::string, MorphMotion> morphs_;
+  std::optional<SceneFileNotes::Frames> frames_;
 };

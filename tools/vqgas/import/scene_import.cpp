@@ -1,6 +1,7 @@
 #include "tools/vqgas/import/scene_import.h"
 
 #include <assimp/config.h>
+#include <assimp/material.h>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 #include <assimp/Importer.hpp>
@@ -10,6 +11,7 @@
 #include <initializer_list>
 #include <iostream>
 #include <new>
+#include <span>
 
 #include "tools/vqgas/import/gltf_check.h"
 #include "tools/vqgas/import/import_guard.h"
@@ -112,13 +114,35 @@ MeshSource read_flat(const std::string& path, const aiScene& scene) {
   return reader.finish();
 }
 
+/// Pictures have one color a shading group.
+std::vector<std::string> list_not_shown(const aiScene& scene) {
+  bool has_textures = false, has_opacity = false, has_colors = false;
+  for (const aiMaterial* material : std::span(scene.mMaterials, scene.mNumMaterials)) {
+    if (material == nullptr) continue;
+    for (const aiTextureType type : {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR, aiTextureType_OPACITY})
+      has_textures = has_textures || material->GetTextureCount(type) > 0;
+    ai_real opacity = 1;
+    has_opacity = has_opacity || (material->Get(AI_MATKEY_OPACITY, opacity) == aiReturn_SUCCESS && opacity < 1);
+  }
+  for (const aiMesh* mesh : std::span(scene.mMeshes, scene.mNumMeshes))
+    has_colors = has_colors || (mesh != nullptr && mesh->HasVertexColors(0));
+  std::vector<std::string> list;
+  if (has_textures) list.emplace_back("textures");
+  if (has_colors) list.emplace_back("vertex colors");
+  if (has_opacity) list.emplace_back("transparency");
+  return list;
+}
+
 SceneSource read_file(const std::string& path, const SceneTimes& times) {
   const SilencedStreams silence;
   Assimp::Importer importer;
   const aiScene& scene = *read_scene(importer, path);
-  if (has_nodes(path)) return import_nodes(path, scene, times);
   SceneSource source;
-  source.add_object("", read_flat(path, scene));
+  if (has_nodes(path))
+    source = import_nodes(path, scene, times);
+  else
+    source.add_object("", read_flat(path, scene));
+  source.notes.not_shown = list_not_shown(scene);
   return source;
 }
 

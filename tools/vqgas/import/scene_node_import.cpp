@@ -30,6 +30,7 @@ class NodeImporter {
     bake();
     set_keys();
     if (!reader_.has_polygon()) throw InputError(path_, "holds no polygon");
+    source_.notes.frames = animation_.get_frames();
     return std::move(source_);
   }
 

@@ -86,7 +86,7 @@ SceneSource load_scene(const std::vector<std::string>& names, const SceneTimes& 
     for (ShapeSource& shape : file.shapes) std::visit([&](auto& source) { set_default(source.name, name); }, shape);
     for (PointSource& cloud : file.clouds) set_default(cloud.name, name);
     for (ObjectSource& object : file.objects) set_default(object.name, name);
-    scene.files.push_back({name, file.shapes.size(), file.clouds.size()});
+    scene.files.push_back({name, file.shapes.size(), file.clouds.size(), std::move(file.notes)});
     append_scene(scene, std::move(file));
   }
   return scene;

@@ -41,10 +41,20 @@ struct BundleSource {
   std::shared_ptr<const ModuleMatrixSource> motion;  ///< of all instances, over time in frames; null: at rest always
 };
 
+/// What a file has beyond its shapes and objects.
+struct SceneFileNotes {
+  struct Frames {
+    double first, last;
+  };
+  std::optional<Frames> frames;        ///< of its first and last key; none without an animation
+  std::vector<std::string> not_shown;  ///< what no picture shows, such as "textures"
+};
+
 /// The file of consecutive shapes and clouds.
 struct SceneFile {
   std::string name;
   std::size_t shape_count = 0, cloud_count = 0;
+  SceneFileNotes notes;
 };
 
 struct SceneSource {
@@ -54,6 +64,7 @@ struct SceneSource {
   std::vector<std::vector<ObjectSource>> groups;
   std::vector<BundleSource> bundles;
   std::vector<ObjectSource> objects;
+  SceneFileNotes notes;  ///< of a source read from one file
 
   /// Adds a shape, and an object that shows it with the identity matrix.
   void add_object(const std::string& name, ShapeSource&& shape) {
