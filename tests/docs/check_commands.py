@@ -87,10 +87,11 @@ def stage_files(folder):
     (folder / "square.obj").write_text(square + "f 1 2 3 4\n")
     for name in ("bunny.obj", "spot.obj", "ground.obj", "vessel.obj"):
         (folder / name).write_text(square + maps + "f 1/1 2/2 3/3 4/4\n")
-    (folder / "bunny.ply").write_text(
-        "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
-        "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"
-    )
+    for name in ("bunny.ply", "dragon.ply"):
+        (folder / name).write_text(
+            "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+            "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"
+        )
     (folder / "cloud.xyz").write_text("0 0 0\n1 0 0\n0 1 0\n")
     (folder / "rays.csv").write_text("0,5,0,0,-1,0\n")
     write_robot(folder / "robot.glb")
@@ -111,13 +112,13 @@ def make_small(command):
                 words[place + 1] = "64" if option == "--size" and one_number else value
             if word == "--rect":
                 words[place + 1] = "5,5,40,30"
-    quote = lambda word: word if re.fullmatch(r"[|;<>&]+", word) else shlex.quote(word)
+    quote = lambda word: word if re.fullmatch(r"2?[|;<>&]+", word) else shlex.quote(word)
     return " ".join(quote(word) for word in words)
 
 
 def split_shell(command):
     """Blanks around what the shell reads as operators."""
-    return re.sub(r"(?<!\S)([<>])(?=\S)", r"\1 ", command.replace(";", " ; "))
+    return re.sub(r"(?<!\S)(2?[<>])(?=\S)", r"\1 ", command.replace(";", " ; "))
 
 
 def run(command, folder, binaries):
