@@ -7,22 +7,6 @@
 
 namespace {
 
-constexpr uint side = 10;  // of a sheet of unit squares at z = 0
-
-PolyMeshData make_sheet() {
-  PolyMeshData data;
-  for (uint y = 0; y <= side; ++y)
-    for (uint x = 0; x <= side; ++x) data.positions.emplace_back(float(x), float(y), 0.0f);
-  for (uint y = 0; y < side; ++y) {
-    for (uint x = 0; x < side; ++x) {
-      const u32 corner = y * (side + 1) + x;
-      data.polygon_sizes.push_back(4);
-      for (const u32 step : {0u, 1u, side + 2, side + 1}) data.polygon_vertices.push_back(corner + step);
-    }
-  }
-  return data;
-}
-
 /// The pyramid from the eye through a rectangle in the plane z = 0. The normal of a plane points inside.
 void aim(GeometryFrustumCtx& query, const GMathVec3<double>& eye, double min, double max) {
   const GMathVec3<double> corners[4] = {{min, min, 0}, {max, min, 0}, {max, max, 0}, {min, max, 0}};
@@ -40,7 +24,7 @@ void run_query(ExampleWorld& world, const GasObject& structure, GeometryFrustumM
 int main() {
   ExampleWorld world;
   PolyMesh mesh;
-  create_mesh(mesh, make_sheet());
+  create_mesh(mesh, make_sheet(10, [](uint, uint) { return 0.0f; }));  // flat, at z = 0
   GasGeometryBvh4 structure;
   structure.create(world.ctx, &mesh, &mesh, nullptr);
   const GMathVec3<double> eye(5, 5, 10);

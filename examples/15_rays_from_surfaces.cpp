@@ -8,22 +8,6 @@
 
 namespace {
 
-constexpr uint side = 20;  // of the sheet, in quadrilaterals of two triangles each
-
-PolyMeshData make_bumps() {
-  PolyMeshData data;
-  for (uint y = 0; y <= side; ++y)
-    for (uint x = 0; x <= side; ++x) data.positions.emplace_back(float(x), float(y), std::sin(0.7f * x) + 0.3f * y);
-  for (uint y = 0; y < side; ++y) {
-    for (uint x = 0; x < side; ++x) {
-      const u32 corner = y * (side + 1) + x;
-      data.polygon_sizes.push_back(4);
-      for (const u32 step : {0u, 1u, side + 2, side + 1}) data.polygon_vertices.push_back(corner + step);
-    }
-  }
-  return data;
-}
-
 /// The point moved off its surface, to the side to which `normal` points. Positions are rounded to 2^-53 of the largest
 /// coordinate that took part; 2^-40 of it leaves room for a few matrices, and is far below any detail in single
 /// precision.
@@ -37,7 +21,7 @@ GMathVec3<double> leave_surface(const GMathVec3<double>& point, const GMathVec3<
 int main() {
   ExampleWorld world;
   PolyMesh mesh;
-  create_mesh(mesh, make_bumps());
+  create_mesh(mesh, make_sheet(20, [](uint x, uint y) { return std::sin(0.7f * x) + 0.3f * y; }));
   GasGeometryBvh4 structure;
   structure.create(world.ctx, &mesh, &mesh, nullptr);
 

@@ -45,6 +45,22 @@ inline void add_box(PolyMeshData& mesh, const GMathVec3<float>& min, const GMath
   }
 }
 
+/// A sheet of quadrilaterals, `side` along x and y, each a unit square seen from above; get_height(x, y) is z.
+template <class GetHeight>
+PolyMeshData make_sheet(uint side, const GetHeight& get_height) {
+  PolyMeshData data;
+  for (uint y = 0; y <= side; ++y)
+    for (uint x = 0; x <= side; ++x) data.positions.emplace_back(float(x), float(y), get_height(x, y));
+  for (uint y = 0; y < side; ++y) {
+    for (uint x = 0; x < side; ++x) {
+      const u32 corner = y * (side + 1) + x;
+      data.polygon_sizes.push_back(4);
+      for (const u32 step : {0u, 1u, side + 2, side + 1}) data.polygon_vertices.push_back(corner + step);
+    }
+  }
+  return data;
+}
+
 /// Creates a mesh from valid data.
 inline void create_mesh(PolyMesh& mesh, PolyMeshData&& data) {
   CoreString error;
