@@ -30,4 +30,6 @@ endif()
 if(VQ_SANITIZE)
   target_compile_options(vq_options INTERFACE -fsanitize=${VQ_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   target_link_options(vq_options INTERFACE -fsanitize=${VQ_SANITIZE})
+  # GCC: checks of a sanitizer hide from this warning what is set before use, in the standard library's headers too.
+  target_compile_options(vq_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
