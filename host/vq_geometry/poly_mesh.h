@@ -92,6 +92,13 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   /// NaN: the mesh at rest. Vertex normals are the input's at all times.
   GeometrySurfacePoint get_surface_point(const GeometryIntersection& hit, const double& time) const override;
 
+  /// Where rays to the light start, so that the flat triangles of a smooth surface do not shadow their neighbors: the
+  /// hit's position, moved out to the planes through the triangle's corners at right angles to their normals. The
+  /// position itself without vertex normals, and where the surface is hollow.
+  /// Source: Johannes Hanika, Hacking the Shadow Terminator, Ray Tracing Gems II, 2021.
+  /// @param is_behind  the rays leave on the side that the vertex normals point away from
+  GMathVec3<double> get_smooth_position(const GeometryIntersection& hit, const double& time, bool is_behind) const;
+
   /// The vertices at rest.
   const GeometryPointCloud* get_point_cloud() const override { return &point_cloud_; }
   uint get_render_mode() const override { return render_mode_; }

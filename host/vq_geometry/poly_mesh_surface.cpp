@@ -78,6 +78,26 @@ GeometrySurfacePoint PolyMesh::get_surface_point(const GeometryIntersection& hit
   return point;
 }
 
+GMathVec3<double> PolyMesh::get_smooth_position(const GeometryIntersection& hit, const double& time,
+                                                bool is_behind) const {
+  const MotionBlend blend = get_motion_blend(time);
+  const u32* vertices = get_part_vertices(hit.primitive, hit.part);
+  const GMathVec3<u32> corners = get_part_corners(hit.primitive, hit.part);
+  const double weights[3] = {1.0 - hit.u - hit.v, hit.u, hit.v};
+  Vec corner[3], flat;
+  for (uint k = 0; k < 3; ++k) {
+    corner[k] = get_moved_position(blend, vertices[k]);
+    flat += corner[k] * weights[k];
+  }
+  Vec smooth = flat;
+  for (uint k = 0; k < 3 && !corner_normals_.empty(); ++k) {
+    const Vec normal = Vec(normals_[corner_normals_[corners[k]]]).get_normalized() * (is_behind ? -1.0 : 1.0);
+    const double height = (flat - corner[k]).dot(normal);  // above the plane through the corner
+    if (height < 0.0) smooth += normal * (-height * weights[k]);
+  }
+  return smooth;
+}
+
 double PolyMesh::get_edge_proximity(const GeometryIntersection& hit) const {
   if (hit.primitive >= polygon_count_ || hit.part >= get_part_count(hit.primitive)) return 0.0;
   return get_polygon_vertex_count(hit.primitive) == 3 ? get_triangle_edge_proximity(hit)

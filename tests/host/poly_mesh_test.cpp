@@ -227,6 +227,28 @@ TEST(PolyMeshSurface, point_normals_and_uv_of_a_hit) {
   EXPECT_EQ(shoot(world, mesh, {1.5, 1.5, 5}, {0, 0, -1}).geometry, nullptr);
 }
 
+TEST(PolyMeshSurface, smooth_positions_are_lifted_where_the_surface_bulges) {
+  PolyMeshData data;  // a triangle whose normals lean outwards, as on a ball around the origin
+  data.positions = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  data.polygon_sizes = {3};
+  data.polygon_vertices = {0, 1, 2};
+  data.normals = {{2, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  data.corner_normals = {0, 1, 2};
+  PolyMesh mesh;
+  create(mesh, data);
+  GeometryIntersection hit;
+  hit.primitive = hit.part = 0;
+  hit.u = hit.v = 1.0 / 3.0;  // below each plane by two thirds, each third of which lifts along its normal
+  EXPECT_NEAR((mesh.get_smooth_position(hit, 0.0, false) - Vec(5, 5, 5) * (1.0 / 9.0)).get_length(), 0, 1e-12);
+  EXPECT_NEAR((mesh.get_smooth_position(hit, 0.0, true) - Vec(1, 1, 1) * (1.0 / 3.0)).get_length(), 0, 1e-12)
+      << "from behind the surface is hollow";
+  hit.u = 1.0, hit.v = 0.0;
+  EXPECT_NEAR((mesh.get_smooth_position(hit, 0.0, false) - Vec(0, 1, 0)).get_length(), 0, 1e-12);
+  data.corner_normals.clear();
+  create(mesh, data);
+  EXPECT_NEAR((mesh.get_smooth_position(hit, 0.0, false) - Vec(0, 1, 0)).get_length(), 0, 1e-12);
+}
+
 TEST(PolyMeshSurface, edge_proximity_is_one_on_visible_edges_and_zero_in_the_middle) {
   QueryWorld world;
   PolyMeshData data = make_polygons({{0, 0, 0}, {8, 0, 0}, {8, 2, 0}, {0, 2, 0}}, 4);

@@ -18,8 +18,9 @@ using Vector = GMathVec3<double>;
 
 /// A surface point hit by a camera ray, with its light so far.
 struct ShadePoint {
-  uint ray = 0;  // of the camera packet
-  Vector position, normal, face_normal, view;
+  uint ray = 0;     // of the camera packet
+  Vector position;  // on the smooth surface
+  Vector normal, face_normal, view;
   Color albedo;
   double time = 0.0;
   float haze = 0.0f;    // blend weight of the sky's color
@@ -137,7 +138,7 @@ class BeautyTile {
     point.face_normal = from_behind ? -surface.normal : surface.normal;
     point.normal = from_behind ? -surface.shading_normal : surface.shading_normal;
     if (!(point.normal.dot(point.face_normal) > 0.0)) point.normal = point.face_normal;
-    point.position = surface.position + point.face_normal * (1e-5 * radius_);
+    point.position = scene_.get_smooth_position(*hit, source.time, from_behind) + point.face_normal * (1e-5 * radius_);
     point.albedo = scene_.get_group_colors()[hit->get_group()];
     coverage_[ray] += 1.0f;
     if (hit->shape->hair != nullptr) find_hair(*hit, surface, point);
@@ -181,9 +182,9 @@ class BeautyTile {
     packet.resize(static_cast<uint>(points_.size()));
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
       const ShadePoint& point = points_[ray];
-      // A surface that faces away from the sun is in shadow; its ray has an empty interval.
-      const bool faces_sun =
-          point.is_thin_hair || (point.face_normal.dot(point.sun) > 0.0 && point.normal.dot(point.sun) > 0.0);
+      // A surface that faces away from the sun is in shadow; its ray has an empty interval. A face of a smooth surface
+      // may face away where the surface does not.
+      const bool faces_sun = point.is_thin_hair || point.normal.dot(point.sun) > 0.0;
       const Vector origin = point.is_thin_hair ? get_sunny_side(point) : point.position;
       packet.set_ray(ray, origin, point.sun, 0.0, faces_sun ? DBL_MAX : -1.0, point.time, GMathRay::shadow);
       thread_.counts.shadow += faces_sun;

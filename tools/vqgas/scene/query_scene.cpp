@@ -8,6 +8,7 @@
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
+#include "vq_geometry/poly_mesh.h"
 
 namespace {
 
@@ -335,6 +336,12 @@ std::optional<SceneHit> QueryScene::get_nearest(GeometryRayPacket& packet, uint 
 SceneHit QueryScene::get_hit(GeometryRayPacket& packet, const GeometryIntersection& record) const {
   const GeometryHitList& hits = packet.get_hits();
   return {&record, hits.get_transform(record), hits.get_path(record), shapes_by_geometry_.at(record.geometry)};
+}
+
+GMathVec3<double> QueryScene::get_smooth_position(const SceneHit& hit, double time, bool is_behind) const {
+  if (hit.shape->mesh == nullptr) return get_surface_point(hit, time).position;
+  const GMathVec3<double> local = hit.shape->mesh->get_smooth_position(*hit.record, get_shape_time(time), is_behind);
+  return hit.transform == nullptr ? local : hit.transform->matrix.transform_point(local);
 }
 
 GMathVec3<double> QueryScene::get_end_position(const SceneHit& hit, double time, double& end_time) const {

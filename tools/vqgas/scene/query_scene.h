@@ -123,6 +123,8 @@ class QueryScene {
   GeometrySurfacePoint get_surface_point(const SceneHit& hit, double time) const {
     return geometry_get_hit_surface(*hit.record, hit.transform, get_shape_time(time));
   }
+  /// Where rays to the light start: PolyMesh::get_smooth_position() of meshes, the surface point of others.
+  GMathVec3<double> get_smooth_position(const SceneHit& hit, double time, bool is_behind) const;
   /// Position at the next motion sample of the surface point that a ray hit at `time`, and the time of that sample.
   /// Only with a shutter, for hits found with end matrices.
   GMathVec3<double> get_end_position(const SceneHit& hit, double time, double& end_time) const;

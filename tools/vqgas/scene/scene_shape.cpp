@@ -39,6 +39,7 @@ SceneShape make_mesh_shape(MeshSource&& source) {
   SceneShape shape;
   shape.name = source.name;
   shape.geometry = mesh;
+  shape.mesh = displacement ? nullptr : mesh.get();
   if (displacement) {
     const auto pair = std::make_shared<DisplacedPair>();
     pair->base = mesh;

@@ -17,6 +17,7 @@
 
 class AppProgressBar;
 class CtxEval;
+class PolyMesh;
 
 /// How hair is built.
 struct HairSettings {
@@ -55,7 +56,8 @@ struct SceneShape {
   // One of both is set, unless there is no structure.
   const GasBvh<4>* tree = nullptr;           ///< of the structure; null for a grid
   const GasGeometry* grid = nullptr;         ///< the structure, if it is a grid
-  const TubeMeshFast* hair = nullptr;        ///< the geometry; null for a mesh
+  const PolyMesh* mesh = nullptr;            ///< the geometry, if it is a mesh that is not displaced
+  const TubeMeshFast* hair = nullptr;        ///< the geometry, if it is hair
   const DisplacedMesh* displaced = nullptr;  ///< the geometry, if it is displaced
   uint point_count = 0;                      ///< vertices of a mesh, points of curves as they are stored
   GMathTimeSampling motion_sampling;         ///< of its motion; one sample for a static shape
