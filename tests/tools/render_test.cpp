@@ -36,9 +36,34 @@ struct PlanePoint {
   double reach() const { return std::fmax(std::fabs(x), std::fabs(y)); }
 };
 
-std::vector<std::string> make_line(const std::string& name, const std::string& output) {
-  return {"render",   name,       "-o",        output, "--camera", "0,0,5/0,0,0/0,1,0/60", "--size", "64x48",
-          "--layers", all_layers, "--samples", "4",    "--quiet"};
+/// A ball of radius 1 of circles of latitude.
+std::string make_ball_obj(int rows) {
+  std::string text;
+  const int columns = 2 * rows;
+  for (int row = 0; row <= rows; ++row) {
+    for (int column = 0; column < columns; ++column) {
+      const double down = row * std::numbers::pi / rows, turn = column * std::numbers::pi / rows;
+      text += "v " + std::to_string(std::sin(down) * std::cos(turn)) + " " + std::to_string(std::cos(down)) + " " +
+              std::to_string(-std::sin(down) * std::sin(turn)) + "\n";
+    }
+  }
+  for (int row = 0; row < rows; ++row) {
+    for (int column = 0; column < columns; ++column) {
+      const int next = (column + 1) % columns, upper = row * columns + 1, lower = upper + columns;
+      for (const int corner : {upper + column, lower + column, lower + next, upper + next})
+        text += (corner == upper + column ? "f " : " ") + std::to_string(corner);
+      text += "\n";
+    }
+  }
+  return text;
+}
+
+std::vector<std::string> make_line(const std::string& name, const std::string& output,
+                                   const std::string& layers = all_layers) {
+  std::vector<std::string> line = {"render", name,    "-o",       output, "--camera", "0,0,5/0,0,0/0,1,0/60",
+                                   "--size", "64x48", "--layers", layers, "--quiet"};
+  if (layers == all_layers) line.insert(line.end(), {"--samples", "4"});
+  return line;
 }
 
 /// Two squares of half side 0.5 at z = 0. The first goes from (-1.5, -0.5) to (0.5, 0) in a second, the second stands
@@ -126,8 +151,7 @@ TEST(VqgasRender, png_is_one_file_a_layer) {
 TEST(VqgasRender, motion_is_the_way_over_the_shutter_in_pixels) {
   const TestFolder folder;
   write_moving_squares(folder);
-  std::vector<std::string> line = make_line("moving.gltf", "m.exr");
-  *std::find(line.begin(), line.end(), all_layers) = "object,position,motion";
+  const std::vector<std::string> line = make_line("moving.gltf", "m.exr", "object,position,motion");
   for (const std::string samples : {"2", "7"}) {
     std::vector<std::string> moving = line;
     moving.insert(moving.end(), {"--frame", "6", "--shutter", "-6,6", "--motion-samples", samples});
@@ -158,13 +182,12 @@ TEST(VqgasRender, shapes_that_deform_neither_hold_up_what_moves_nor_lose_parts_b
   const TestFolder folder;
   write_moving_squares(folder);
   const auto render = [&](std::vector<std::string> line, const std::vector<std::string>& more) {
-    *std::find(line.begin(), line.end(), all_layers) = "object,group,motion";
     line.insert(line.end(), more.begin(), more.end());
     EXPECT_EQ(run_vqgas(folder.get_path(), line).exit_code, 0);
     return read_exr(folder.get_path() / "m.exr");
   };
   // The jelly has moved long since.
-  std::vector<std::string> line = make_line("moving.gltf", "m.exr");
+  std::vector<std::string> line = make_line("moving.gltf", "m.exr", "object,group,motion");
   const std::vector<std::string> later = {"--frame", "6", "--shutter", "-1,1"};
   const ExrFile alone = render(line, later);
   line.insert(line.begin() + 2, "demo:jelly");
@@ -181,7 +204,7 @@ TEST(VqgasRender, shapes_that_deform_neither_hold_up_what_moves_nor_lose_parts_b
   }
   EXPECT_GT(seen, 10);
 
-  line = make_line("demo:jelly", "m.exr");
+  line = make_line("demo:jelly", "m.exr", "object,group,motion");
   const auto groups = render(line, {"--shutter", "0,1"}).numbers.at("group");
   EXPECT_EQ(render(line, {"--shutter", "0,1", "--motion-samples", "2"}).numbers.at("group"), groups);
 }
@@ -294,7 +317,7 @@ TEST(VqgasRender, views_look_from_their_sides_and_print_their_camera) {
   const TestFolder folder;
   folder.write("cube.obj", make_cube_obj(1.0));
   const auto render = [&](std::vector<std::string> options, const std::string& name) {
-    options.insert(options.begin(), {"render", "cube.obj", "--size", "32x24", "--samples", "1", "-o", name});
+    options.insert(options.begin(), {"render", "cube.obj", "--size", "32x24", "-o", name});
     const ProgramResult result = run_vqgas(folder.get_path(), options);
     EXPECT_EQ(result.exit_code, 0) << result.err;
     return result.out.substr(std::min(result.out.find("--camera "), result.out.size()));
@@ -311,7 +334,7 @@ TEST(VqgasRender, views_look_from_their_sides_and_print_their_camera) {
                         {"front", "x", 2, "1,0,0"},   {"right", "x", 3, "1,0,0"}};
   for (const Case& at : cases) {
     SCOPED_TRACE(at.view + " " + at.up);
-    const std::string line = render({"--view", at.view, "--up", at.up, "--print-camera"}, "a.png");
+    const std::string line = render({"--view", at.view, "--up", at.up}, "a.png");
     double eye[3] = {};
     ASSERT_EQ(std::sscanf(line.c_str(), "--camera %lf,%lf,%lf/", &eye[0], &eye[1], &eye[2]), 3) << line;
     for (int axis = 0; axis < 3; ++axis) {
@@ -333,6 +356,8 @@ TEST(VqgasRender, views_look_from_their_sides_and_print_their_camera) {
   EXPECT_EQ(read_png(folder.get_path() / "heat.png").height, 24u);
   render({"--layers", "heat", "--legend"}, "heat.png");
   EXPECT_GT(read_png(folder.get_path() / "heat.png").height, 24u);
+  for (const std::string useless : {"--linear", "--aligned-only"})
+    EXPECT_EQ(run_vqgas(folder.get_path(), {"info", "cube.obj", useless}).exit_code, 2) << useless;
 }
 
 TEST(VqgasRender, white_and_gray_materials_keep_their_colors) {
@@ -349,6 +374,26 @@ TEST(VqgasRender, white_and_gray_materials_keep_their_colors) {
   }
 }
 
+TEST(VqgasRender, flat_faces_do_not_shadow_a_smooth_surface) {
+  const TestFolder folder;
+  const auto render_ball = [&](int rows) {
+    folder.write("ball.obj", make_ball_obj(rows));
+    run_vqgas(folder.get_path(), {"render", "ball.obj", "--camera", "4,2,4/0,0,0/0,1,0/24", "--size", "96x96",
+                                  "--samples", "64", "-o", "ball.png"});
+    return read_png(folder.get_path() / "ball.png");
+  };
+  const PngFile coarse = render_ball(8), fine = render_ball(64);
+  int difference = 0;
+  for (int y = 0; y < 96; ++y) {
+    for (int x = 0; x < 96; ++x) {
+      if (std::hypot(x - 47.5, y - 47.5) > 34.0) continue;  // outlines differ
+      const std::size_t value = 3 * (static_cast<std::size_t>(y) * 96 + static_cast<std::size_t>(x));
+      difference = std::max(difference, std::abs(int(coarse.rgb.at(value)) - int(fine.rgb.at(value))));
+    }
+  }
+  EXPECT_LT(difference, 16) << "a jagged shadow: 24";
+}
+
 TEST(VqgasRender, frames_are_a_picture_each_with_one_camera) {
   const TestFolder folder;
   const std::vector<std::string> common = {"render", "demo:mills", "--size", "64x36", "--layers", "object"};
@@ -356,7 +401,7 @@ TEST(VqgasRender, frames_are_a_picture_each_with_one_camera) {
     options.insert(options.begin(), common.begin(), common.end());
     return run_vqgas(folder.get_path(), options);
   };
-  const ProgramResult sequence = render({"--frames", "0-2", "--view", "front", "--print-camera", "-o", "a.png"});
+  const ProgramResult sequence = render({"--frames", "0-2", "--view", "front", "-o", "a.png"});
   ASSERT_EQ(sequence.exit_code, 0) << sequence.err;
   EXPECT_EQ(folder.list(), (std::vector<std::string>{"a.0000.png", "a.0001.png", "a.0002.png"}));
   EXPECT_NE(folder.read("a.0000.png"), folder.read("a.0001.png")) << "it moves";
@@ -368,9 +413,13 @@ TEST(VqgasRender, frames_are_a_picture_each_with_one_camera) {
                                                   {"--frames", "0-1", "--frame", "0"},
                                                   {"--floor"},
                                                   {"--legend"},
+                                                  {"--samples", "2"},
+                                                  {"--point-size", "2"},
+                                                  {"--motion-samples", "3", "--frame", "0"},
+                                                  {"--layers", "heat", "--legend", "-o", "c.exr"},
                                                   {"--view", "top", "--camera", camera}}) {
     std::vector<std::string> line = useless;
-    line.insert(line.end(), {"-o", "c.png"});
+    if (std::ranges::find(line, "-o") == line.end()) line.insert(line.end(), {"-o", "c.png"});
     EXPECT_EQ(render(line).exit_code, 2) << testing::PrintToString(useless);
   }
 }

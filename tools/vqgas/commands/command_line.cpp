@@ -8,11 +8,6 @@
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/quote.h"
 
-std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<std::string> files) {
-  if (options.displace.is_file()) files.push_back(options.displace.height);
-  return files;
-}
-
 namespace {
 
 /// A first argument that is neither an option nor a subcommand: the parser would only say that one is required.

@@ -30,6 +30,13 @@ struct SceneOptions : CommonOptions {
   double frames_per_second = 24.0;
 };
 
+/// Loads the files, displaces the meshes and bundles the objects. Throws as load_scene().
+SceneSource load_scene(const SceneOptions& options, const std::vector<std::string>& files, const SceneTimes& times,
+                       OfApp& application);
+/// The settings as options.
+std::string print_shape_settings(const ShapeSettings& shapes);
+/// Throws UsageError for an option of shapes that changes nothing in this scene.
+void check_effects(const ShapeSettings& shapes, const SceneSource& scene);
 /// `files`, and the picture of heights if there is one.
 std::vector<std::string> list_inputs(const SceneOptions& options, std::vector<std::string> files);
 
@@ -53,6 +60,19 @@ struct ReportOptions : SceneOptions {
   } second;
 };
 
+/// From where a picture is seen, and its size in pixels.
+struct ViewOptions {
+  std::string view = "three-quarter";
+  std::optional<Camera> camera;  ///< instead of the view
+  uint up_axis = 1;
+  uint width = 960, height = 540;
+
+  /// The camera, or the one that shows all boxes in the view.
+  Camera choose_camera(const std::vector<GMathBbox3<double>>& boxes) const {
+    return camera ? *camera : frame_boxes(view, up_axis, boxes, static_cast<double>(width) / height);
+  }
+};
+
 struct Shutter {
   double open = 0.0, close = 0.0;
 };
@@ -61,14 +81,9 @@ struct FrameRange {
   uint first = 0, last = 0;
 };
 
-struct RenderOptions : SceneOptions {
+struct RenderOptions : SceneOptions, ViewOptions {
   std::vector<std::string> files;
   std::vector<std::string> outputs;
-  std::string view = "three-quarter";
-  std::optional<Camera> camera;
-  uint up_axis = 1;
-  bool prints_camera = false;
-  uint width = 960, height = 540;
   uint samples = 16;
   bool has_legend = false;
   std::vector<Layer> layers = {Layer::beauty};
@@ -77,9 +92,8 @@ struct RenderOptions : SceneOptions {
   std::optional<Shutter> shutter;    ///< counted from the frame
   std::optional<uint> motion_samples;
   bool has_floor = false;
-  double point_size = 0.0;                ///< in pixels; 0: as suits the points
-  std::string overview;                   ///< the view of the layer parts; empty: that of the other layers
-  std::optional<Camera> overview_camera;  ///< instead of the view
+  double point_size = 0.0;              ///< in pixels; 0: as suits the points
+  std::optional<ViewOptions> overview;  ///< of the layer parts; none: as the other layers
 };
 
 /// How answers are printed.
@@ -106,14 +120,9 @@ struct BeamOptions : CommonOptions {
 /// By GeometryFrustumMode.
 inline constexpr std::array<const char*, 4> select_mode_names = {"any", "all", "points", "vertices"};
 
-struct SelectOptions : SceneOptions {
+struct SelectOptions : SceneOptions, ViewOptions {
   std::vector<std::string> files;
   std::vector<std::string> outputs;
-  std::string view = "three-quarter";
-  std::optional<Camera> camera;
-  uint up_axis = 1;
-  bool prints_camera = false;
-  uint width = 960, height = 540;
   std::optional<PictureRect> rect;
   double near = 0.0, far = std::numeric_limits<double>::infinity();
   std::optional<GMathBbox3<double>> box;  ///< instead of the camera's view
@@ -131,17 +140,15 @@ struct GroomOptions : CommonOptions {
   std::optional<double> density;  ///< strands per unit of area, instead of settings.curves
 };
 
-struct CompareOptions : SceneOptions {
+struct CompareOptions : SceneOptions, ViewOptions {
   std::string first, second;
   ShapeSettings other_shapes;  ///< of the second; those of the first are `shapes`
   std::string output;
-  std::string view = "three-quarter";
-  std::optional<Camera> camera;
-  uint up_axis = 1;
-  uint width = 480, height = 270;
   uint rays = 100000, seed = 1;
   double tolerance = 1e-6;  ///< of the diagonal
   double frame = 0.0;
+
+  CompareOptions() { width = 480, height = 270; }
 };
 
 struct UvOptions : CommonOptions {

@@ -4,11 +4,8 @@
 
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/json_text.h"
-#include "tools/vqgas/commands/option_groups.h"
 #include "tools/vqgas/image/bitmap_font.h"
-#include "tools/vqgas/scene/scene_bundle.h"
 #include "tools/vqgas/scene/scene_compare.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/output_file.h"
@@ -27,9 +24,8 @@ std::unique_ptr<QueryScene> build(OfApp& application, const CompareOptions& opti
                                   const ShapeSettings& shapes) {
   HeldMessages messages;
   SceneSource source =
-      load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second}, {&application, options.quiet});
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, options.frame);
+      load_scene(options, {file}, {options.frame, options.frame, {}, options.frames_per_second}, application);
+  if (options.first == options.second) check_effects(shapes, source);
   auto scene = std::make_unique<QueryScene>(application, std::move(source), shapes, options.frame);
   if (!options.quiet) messages.release();
   if (!scene->has_surfaces()) throw InputError(file, "has no surface or hair to compare");
@@ -156,10 +152,7 @@ void run_compare(const CompareOptions& options) {
   boxes.insert(boxes.end(), more.begin(), more.end());
   GMathBbox3<double> box = first->get_bbox();
   box.add(second->get_bbox());
-  const Camera camera = options.camera
-                            ? *options.camera
-                            : frame_boxes(options.view, options.up_axis, boxes, double(options.width) / options.height);
-  const std::vector<CompareRay> camera_rays = make_camera_rays(options, camera),
+  const std::vector<CompareRay> camera_rays = make_camera_rays(options, options.choose_camera(boxes)),
                                 random = make_random_rays(options, box);
 
   display.set_unit("rays");

@@ -9,7 +9,8 @@ namespace {
 /// Options, and those that are still to be read from text.
 struct CompareCall {
   CompareOptions options;
-  std::string camera, size = "480x270", with;
+  ViewTexts view;
+  std::string with;
 };
 
 /// The settings of A, changed by the options of the text.
@@ -25,13 +26,9 @@ ShapeSettings read_other_shapes(const std::string& text, const ShapeSettings& sh
   return other;
 }
 
-void complete_compare(CompareCall& call) {
+void complete_compare(const CLI::App& command, CompareCall& call) {
   CompareOptions& options = call.options;
-  read_size(call.size, options.width, options.height);
-  if (!call.camera.empty()) {
-    options.camera = parse_camera(call.camera);
-    options.camera->up_axis = options.up_axis;
-  }
+  complete_view(command, call.view, options);
   if (options.second.empty()) options.second = options.first;
   options.other_shapes = read_other_shapes(call.with, options.shapes);
   if (!options.output.empty() && get_extension(options.output) != ".png")
@@ -39,14 +36,6 @@ void complete_compare(CompareCall& call) {
 }
 
 }  // namespace
-
-std::string print_shape_settings(const ShapeSettings& shapes) {
-  std::string text = "--structure default";
-  if (shapes.structure) text = *shapes.structure == MeshStructure::grid ? "--structure grid" : "--structure bvh4";
-  if (shapes.hair.is_linear) text += " --linear";
-  if (shapes.hair.is_aligned_only) text += " --aligned-only";
-  return text;
-}
 
 Subcommand add_compare(CLI::App& app) {
   const auto call = std::make_shared<CompareCall>();
@@ -71,7 +60,7 @@ Subcommand add_compare(CLI::App& app) {
                    "Distances are the same up to this fraction of the diagonal of the box around both")
       ->capture_default_str()
       ->check(CLI::NonNegativeNumber);
-  add_view_options(*command, options.view, call->camera, options.up_axis, call->size);
+  add_view_options(*command, options, call->view);
   add_frame_option(*command, options.frame);
   add_scene_options(*command, options);
   add_shape_options(*command, options.shapes);
@@ -81,5 +70,5 @@ Subcommand add_compare(CLI::App& app) {
       "Points are left out. The rates are those of a second run, when a grid has built the parts that rays reach.\n"
       "Example:\n  vqgas compare bunny.obj --with \"--structure grid\"\n"
       "  vqgas compare bunny.obj bunny.ply -o difference.png");
-  return {command, [call] { complete_compare(*call); }, [call] { run_compare(call->options); }};
+  return {command, [command, call] { complete_compare(*command, *call); }, [call] { run_compare(call->options); }};
 }

@@ -5,8 +5,6 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/info_report.h"
 #include "tools/vqgas/commands/json_text.h"
-#include "tools/vqgas/scene/scene_bundle.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/output_file.h"
@@ -17,9 +15,8 @@ SceneReport examine(const std::string& file, const InfoOptions& options) {
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, !options.quiet);
   SceneSource source =
-      load_scene({file}, {options.frame, options.frame, {}, options.frames_per_second}, {&application, options.quiet});
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, options.frame);
+      load_scene(options, {file}, {options.frame, options.frame, {}, options.frames_per_second}, application);
+  if (options.files.size() == 1) check_effects(options.shapes, source);
   display.take_task_seconds();  // of reading: the report is on the build
   display.set_unit("primitives");
   const SceneFileNotes notes = source.files.front().notes;

@@ -23,6 +23,16 @@ CLI::Validator make_number_check(const std::string& kind, bool (*is_valid)(doubl
   return CLI::Validator(check, mark);
 }
 
+/// Reads --size.
+void read_size(const std::string& text, uint& width, uint& height) {
+  const std::vector<double> values = parse_numbers(text, 'x');
+  const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
+  if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
+    throw UsageError("--size: '" + text + "' is not WIDTHxHEIGHT with sides from 1 to 16384");
+  width = static_cast<uint>(values[0]);
+  height = static_cast<uint>(values[1]);
+}
+
 }  // namespace
 
 CLI::Validator is_finite_number() {
@@ -97,9 +107,10 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
       ->type_name("MB");
 }
 
-void add_view_options(CLI::App& command, std::string& view, std::string& camera, uint& up_axis, std::string& size) {
+void add_view_options(CLI::App& command, ViewOptions& options, ViewTexts& texts) {
+  texts.size = std::to_string(options.width) + "x" + std::to_string(options.height);
   command
-      .add_option("--view", view,
+      .add_option("--view", options.view,
                   std::string("Frame everything from here: ") + view_names +
                       ", or an azimuth from the front to the right and an elevation, in degrees")
       ->capture_default_str()
@@ -107,19 +118,24 @@ void add_view_options(CLI::App& command, std::string& view, std::string& camera,
       ->type_name("VIEW|AZIMUTH,ELEVATION");
   command
       .add_option_function<std::string>(
-          "--up", [&up_axis](const std::string& axis) { up_axis = static_cast<uint>(axis[0] - 'x'); },
+          "--up", [&options](const std::string& axis) { options.up_axis = static_cast<uint>(axis[0] - 'x'); },
           "The scene's upward axis, for views, light and floor. With z, front looks along y, as most programs for "
           "construction have it")
       ->check(CLI::IsMember({"x", "y", "z"}))
       ->default_str("y");
   command
-      .add_option("--camera", camera, "Instead of a view: eye, target, up vector, vertical field of view in degrees")
+      .add_option("--camera", texts.camera,
+                  "Instead of a view: eye, target, up vector, vertical field of view in degrees")
       ->type_name("ex,ey,ez/tx,ty,tz/ux,uy,uz/fov");
-  command.add_option("--size", size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
+  command.add_option("--size", texts.size, "Picture size in pixels")->capture_default_str()->type_name("WxH");
 }
 
-void add_print_camera_option(CLI::App& command, bool& prints_camera) {
-  command.add_flag("--print-camera", prints_camera, "Print the camera of the picture in the form that --camera takes");
+void complete_view(const CLI::App& command, const ViewTexts& texts, ViewOptions& options) {
+  read_size(texts.size, options.width, options.height);
+  if (texts.camera.empty()) return;
+  if (command.count("--view") > 0) throw UsageError("--view: has no effect with --camera");
+  options.camera = parse_camera(texts.camera);
+  options.camera->up_axis = options.up_axis;
 }
 
 void add_fps_option(CLI::App& command, double& frames_per_second) {
@@ -150,13 +166,4 @@ void add_format_option(CLI::App& command, AnswerFormat& format) {
                                         "Of standard output; table: the columns of csv, aligned and rounded")
       ->check(CLI::IsMember({"csv", "json", "table"}))
       ->default_str("csv");
-}
-
-void read_size(const std::string& text, uint& width, uint& height) {
-  const std::vector<double> values = parse_numbers(text, 'x');
-  const auto is_side = [](double value) { return value >= 1.0 && value <= 16384.0 && value == std::floor(value); };
-  if (values.size() != 2 || !is_side(values[0]) || !is_side(values[1]))
-    throw UsageError("--size: '" + text + "' is not WIDTHxHEIGHT with sides from 1 to 16384");
-  width = static_cast<uint>(values[0]);
-  height = static_cast<uint>(values[1]);
 }

@@ -16,6 +16,11 @@ struct Subcommand {
   std::function<void()> run;       ///< throws as run_command_line()
 };
 
+/// Values of options of the view that are still to be read.
+struct ViewTexts {
+  std::string camera, size;
+};
+
 // Each in a file of its own.
 Subcommand add_info(CLI::App& app);
 Subcommand add_report(CLI::App& app);
@@ -43,9 +48,9 @@ void add_shape_options(CLI::App& command, ShapeSettings& shapes);
 /// --displace, --bound, --rate, --cache
 void add_displace_options(CLI::App& command, DisplaceOptions& displace);
 /// --view, --camera, --up, --size
-void add_view_options(CLI::App& command, std::string& view, std::string& camera, uint& up_axis, std::string& size);
-/// --print-camera
-void add_print_camera_option(CLI::App& command, bool& prints_camera);
+void add_view_options(CLI::App& command, ViewOptions& options, ViewTexts& texts);
+/// Reads the texts. Throws UsageError.
+void complete_view(const CLI::App& command, const ViewTexts& texts, ViewOptions& options);
 /// --fps
 void add_fps_option(CLI::App& command, double& frames_per_second);
 /// --frame
@@ -54,9 +59,3 @@ void add_frame_option(CLI::App& command, double& frame);
 void add_scene_options(CLI::App& command, SceneOptions& options);
 /// --format
 void add_format_option(CLI::App& command, AnswerFormat& format);
-
-/// The settings as options.
-std::string print_shape_settings(const ShapeSettings& shapes);
-
-/// Reads --size. Throws UsageError.
-void read_size(const std::string& text, uint& width, uint& height);

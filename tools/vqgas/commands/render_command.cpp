@@ -10,8 +10,6 @@
 #include "tools/vqgas/image/layer_display.h"
 #include "tools/vqgas/render/grid_parts.h"
 #include "tools/vqgas/render/render.h"
-#include "tools/vqgas/scene/scene_bundle.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/input_file.h"
@@ -27,12 +25,6 @@ SceneTimes get_times(const RenderOptions& options) {
   return {frame + shutter.open, frame + shutter.close, options.motion_samples, options.frames_per_second};
 }
 
-Camera choose_camera(const std::string& view, const std::optional<Camera>& camera, const RenderOptions& options,
-                     const QueryScene& scene) {
-  return camera ? *camera
-                : frame_boxes(view, options.up_axis, scene.get_tight_boxes(), double(options.width) / options.height);
-}
-
 RenderSettings make_settings(const RenderOptions& options, const SceneTimes& times, const QueryScene& scene) {
   RenderSettings settings;
   settings.width = options.width;
@@ -43,7 +35,7 @@ RenderSettings make_settings(const RenderOptions& options, const SceneTimes& tim
   settings.point_size = options.point_size;
   settings.shutter_open = times.open;
   settings.shutter_close = times.close;
-  settings.camera = choose_camera(options.view, options.camera, options, scene);
+  settings.camera = options.choose_camera(scene.get_tight_boxes());
   return settings;
 }
 
@@ -120,11 +112,11 @@ RenderResult render(const QueryScene& scene, const RenderSettings& settings) {
 }
 
 /// Replaces the layer parts by one seen from the camera of the overview.
-void render_overview(const RenderOptions& options, const QueryScene& scene, RenderSettings settings, GridParts& parts,
+void render_overview(const ViewOptions& overview, const QueryScene& scene, RenderSettings settings, GridParts& parts,
                      Picture& picture) {
   parts.hide_unbuilt();
   settings.layers = {Layer::parts};
-  settings.camera = choose_camera(options.overview, options.overview_camera, options, scene);
+  settings.camera = overview.choose_camera(scene.get_tight_boxes());
   *picture.find(Layer::parts) = *render(scene, settings).picture.find(Layer::parts);
 }
 
@@ -202,22 +194,20 @@ Camera render_frame(const RenderOptions& options) {
   const SceneTimes times = get_times(options);
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, !options.quiet);
-  SceneSource source = load_scene(options.files, times, {&application, options.quiet});
+  SceneSource source = load_scene(options, options.files, times, application);
+  check_effects(options.shapes, source);
+  if (options.point_size > 0.0 && source.clouds.empty()) throw UsageError("--point-size: there are no points");
   for (const SceneFile& file : source.files) {
     if (!options.quiet && !file.notes.not_shown.empty())
       std::fprintf(stderr, "vqgas: %s: %s of the file are not shown\n", file.name.c_str(),
                    join_words(file.notes.not_shown).c_str());
   }
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, times.open);
   for (ShapeSource& shape : source.shapes) {
     MeshSource* mesh = std::get_if<MeshSource>(&shape);
     if (mesh != nullptr && !mesh->displacement) complete_normals(mesh->data, crease_degrees);
   }
   if (has_layer(options, Layer::parts) && !has_grid(source, options.shapes))
     throw UsageError("--layers parts: needs meshes on a grid; add --structure grid");
-  if (!options.overview.empty() && !has_layer(options, Layer::parts))
-    throw UsageError("--overview: needs --layers parts");
   HeldMessages messages;
   ShapeSettings shapes = options.shapes;
   const auto counts = std::count(options.layers.begin(), options.layers.end(), Layer::count);
@@ -235,7 +225,7 @@ Camera render_frame(const RenderOptions& options) {
   if (has_layer(options, Layer::parts)) settings.parts = &parts.emplace(scene);
   display.set_unit("pixels");
   RenderResult result = render(scene, settings);
-  if (!options.overview.empty()) render_overview(options, scene, settings, *parts, result.picture);
+  if (options.overview) render_overview(*options.overview, scene, settings, *parts, result.picture);
 
   write_pictures(files, result.picture, scene, options.has_legend);
   if (!options.json.empty()) {
@@ -246,7 +236,7 @@ Camera render_frame(const RenderOptions& options) {
   throw_if_interrupted();
   for (const PictureFile& file : files) std::printf("%s\n", file.name.c_str());
   print_summary(options, scene, result);
-  if (options.prints_camera) std::printf("--camera %s\n", print_camera(settings.camera).c_str());
+  std::printf("--camera %s\n", print_camera(settings.camera).c_str());
   return settings.camera;
 }
 

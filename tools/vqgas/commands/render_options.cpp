@@ -11,7 +11,8 @@ namespace {
 /// Options, and those that are still to be read from text.
 struct RenderCall {
   RenderOptions options;
-  std::string camera, size = "960x540", shutter, frames;
+  ViewTexts view;
+  std::string shutter, frames, overview;
   std::vector<std::string> layers = {"beauty"};
 };
 
@@ -22,8 +23,7 @@ void add_picture_options(CLI::App& command, RenderCall& call) {
       ->required()
       ->allow_extra_args(false)
       ->type_name("NAME");
-  add_view_options(command, options.view, call.camera, options.up_axis, call.size);
-  add_print_camera_option(command, options.prints_camera);
+  add_view_options(command, options, call.view);
   command.add_flag("--legend", options.has_legend,
                    "Add what the colors mean below the pictures of heat, count, motion and instance-depth, which makes "
                    "them higher");
@@ -87,30 +87,39 @@ void read_frames(const std::string& text, RenderOptions& options) {
   options.frames = FrameRange{static_cast<uint>(values[0]), static_cast<uint>(values[1])};
 }
 
+void read_overview(const std::string& text, RenderOptions& options) {
+  if (std::ranges::find(options.layers, Layer::parts) == options.layers.end())
+    throw UsageError("--overview: needs --layers parts");
+  ViewOptions& overview = options.overview.emplace(options);
+  overview.view = text;
+  overview.camera.reset();
+  if (text.find('/') == std::string::npos) return;
+  overview.camera = parse_camera(text, "--overview");
+  overview.camera->up_axis = options.up_axis;
+}
+
 /// Options that would change nothing are mistakes.
 void check_effects(const CLI::App& command, const RenderOptions& options) {
   const auto has_any = [&](std::initializer_list<Layer> layers) {
     return std::ranges::find_first_of(options.layers, layers) != options.layers.end();
   };
-  if (command.count("--view") > 0 && options.camera) throw UsageError("--view: has no effect with --camera");
-  if (options.has_floor && !has_any({Layer::beauty}))
-    throw UsageError("--floor: has no effect without the layer beauty");
+  const auto is_png = [](const std::string& output) { return get_extension(output) == ".png"; };
+  for (const char* option : {"--floor", "--samples"})
+    if (command.count(option) > 0 && !has_any({Layer::beauty}))
+      throw UsageError(std::string(option) + ": has no effect without the layer beauty");
+  if (options.motion_samples && !(options.shutter && options.shutter->open < options.shutter->close))
+    throw UsageError("--motion-samples: has no effect without --shutter and a time in it");
+  if (options.has_legend && std::ranges::none_of(options.outputs, is_png))
+    throw UsageError("--legend: has no effect without a PNG picture");
   if (options.has_legend && !has_any({Layer::heat, Layer::count, Layer::motion, Layer::instance_depth}))
     throw UsageError("--legend: has no effect without one of the layers heat, count, motion and instance-depth");
 }
 
 void complete_render(const CLI::App& command, RenderCall& call) {
   RenderOptions& options = call.options;
-  read_size(call.size, options.width, options.height);
+  complete_view(command, call.view, options);
   read_layers(call.layers, options);
-  if (!call.camera.empty()) {
-    options.camera = parse_camera(call.camera);
-    options.camera->up_axis = options.up_axis;
-  }
-  if (options.overview.find('/') != std::string::npos) {
-    options.overview_camera = parse_camera(options.overview, "--overview");
-    options.overview_camera->up_axis = options.up_axis;
-  }
+  if (!call.overview.empty()) read_overview(call.overview, options);
   if (!call.shutter.empty()) read_shutter(call.shutter, options);
   if (!call.frames.empty()) read_frames(call.frames, options);
   check_effects(command, options);
@@ -130,7 +139,7 @@ Subcommand add_render(CLI::App& app) {
   add_picture_options(*command, *call);
   add_motion_options(*command, *call);
   command
-      ->add_option("--overview", options.overview,
+      ->add_option("--overview", call->overview,
                    "See the layer parts from this view or camera instead, after the rays of the picture: parts that "
                    "they have not built are gray")
       ->check([](const std::string& text) { return text.find('/') == text.npos ? is_view()(text) : std::string(); })

@@ -5,8 +5,6 @@
 #include "tools/vqgas/commands/info_report.h"
 #include "tools/vqgas/report/page_data.h"
 #include "tools/vqgas/report/page_write.h"
-#include "tools/vqgas/scene/scene_bundle.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/output_file.h"
@@ -14,14 +12,12 @@
 namespace {
 
 /// One column of the page.
-struct ReportColumn {
+struct ReportColumn : SceneOptions {
   std::vector<std::string> files;
-  ShapeSettings shapes;
-  bool is_bundled;
 };
 
 std::vector<ReportColumn> list_columns(const ReportOptions& options) {
-  std::vector<ReportColumn> columns = {{options.files, options.shapes, options.is_bundled}};
+  std::vector<ReportColumn> columns = {{options, options.files}};
   const ReportOptions::Second& second = options.second;
   if (!second.exists()) return columns;
   ReportColumn column = columns.front();
@@ -45,14 +41,14 @@ std::string quote_argument(const std::string& text) {
   return quoted + "'";
 }
 
-std::string print_settings(const ReportOptions& options, const ReportColumn& column) {
+std::string print_settings(const ReportColumn& column) {
   std::string text;
   if (column.shapes.structure)
     text += *column.shapes.structure == MeshStructure::grid ? " --structure grid" : " --structure bvh4";
   if (column.shapes.hair.is_linear) text += " --linear";
   if (column.shapes.hair.is_aligned_only) text += " --aligned-only";
   if (column.is_bundled) text += " --bundle";
-  const DisplaceOptions& displace = options.displace;
+  const DisplaceOptions& displace = column.displace;
   if (!displace.height.empty()) {
     text += " --displace " + quote_argument(displace.height) + " --rate " + std::to_string(displace.rate);
     if (displace.bound) text += " --bound " + nlohmann::ordered_json(*displace.bound).dump();
@@ -63,7 +59,7 @@ std::string print_settings(const ReportOptions& options, const ReportColumn& col
 PageHeading make_heading(const ReportOptions& options, const ReportColumn& column) {
   PageHeading heading;
   for (const std::string& file : column.files) heading.name += (heading.name.empty() ? "" : " + ") + file;
-  heading.settings = print_settings(options, column);
+  heading.settings = print_settings(column);
   // `trace` reads one file, at frame 0.
   if (column.files.size() == 1 && options.frame == 0.0)
     heading.command = quote_argument(column.files.front()) + (heading.settings.empty() ? "" : " " + heading.settings);
@@ -73,10 +69,9 @@ PageHeading make_heading(const ReportOptions& options, const ReportColumn& colum
 nlohmann::ordered_json make_column(const ReportOptions& options, const ReportColumn& column, u64 most_bytes) {
   StoppableApplication application(options.threads);
   ProgressDisplay display(application, !options.quiet);
-  SceneSource source = load_scene(column.files, {options.frame, options.frame, {}, options.frames_per_second},
-                                  {&application, options.quiet});
-  displace_meshes(source, options.displace);
-  if (column.is_bundled) bundle_objects(source, options.frame);
+  SceneSource source =
+      load_scene(column, column.files, {options.frame, options.frame, {}, options.frames_per_second}, application);
+  check_effects(column.shapes, source);
   display.take_task_seconds();  // of reading: the page shows the build
   display.set_unit("primitives");
   HeldMessages messages;

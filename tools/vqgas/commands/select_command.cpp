@@ -8,8 +8,6 @@
 #include "tools/vqgas/import/point_write.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/render/select_picture.h"
-#include "tools/vqgas/scene/scene_bundle.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/input_file.h"
@@ -138,18 +136,16 @@ void run_select(const SelectOptions& options) {
   ProgressDisplay display(application, !options.quiet);
   HeldMessages messages;
   const SceneTimes times{options.frame, options.frame, {}, options.frames_per_second};
-  SceneSource source = load_scene(options.files, times, {&application, options.quiet});
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, options.frame);
+  SceneSource source = load_scene(options, options.files, times, application);
+  check_effects(options.shapes, source);
   const QueryScene scene(application, std::move(source), options.shapes, options.frame);
   if (!options.quiet) messages.release();
-  const double aspect = double(options.width) / options.height;
-  const Camera camera =
-      options.camera ? *options.camera : frame_boxes(options.view, options.up_axis, scene.get_tight_boxes(), aspect);
+  const Camera camera = options.choose_camera(scene.get_tight_boxes());
   const Selection selection = select(scene, options, camera);
   write_outputs(options, scene, camera, selection);
   if (!options.json.empty()) write_text_file(options.json, print_json(options, scene, camera, selection));
-  if (options.prints_camera && !options.quiet) std::fprintf(stderr, "--camera %s\n", print_camera(camera).c_str());
+  if (!options.quiet && std::any_of(options.outputs.begin(), options.outputs.end(), is_picture))
+    std::fprintf(stderr, "--camera %s\n", print_camera(camera).c_str());
   if (options.json == "-") return;
   const bool are_points_written = !std::all_of(options.outputs.begin(), options.outputs.end(), is_picture);
   if (!selection.has_points || are_points_written) {

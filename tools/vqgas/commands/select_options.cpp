@@ -12,7 +12,8 @@ namespace {
 /// Options, and those that are still to be read from text.
 struct SelectCall {
   SelectOptions options;
-  std::string mode = "any", camera, size = "960x540", rect, box;
+  ViewTexts view;
+  std::string mode = "any", rect, box;
 };
 
 void read_rect(const std::string& text, SelectOptions& options) {
@@ -33,15 +34,11 @@ void read_box(const std::string& text, SelectOptions& options) {
   options.box = GMathBbox3<double>({v[0], v[1], v[2]}, {v[3], v[4], v[5]});
 }
 
-void complete_select(SelectCall& call) {
+void complete_select(const CLI::App& command, SelectCall& call) {
   SelectOptions& options = call.options;
-  read_size(call.size, options.width, options.height);
+  complete_view(command, call.view, options);
   const auto mode = std::ranges::find(select_mode_names, call.mode);
   options.mode = static_cast<GeometryFrustumMode>(mode - select_mode_names.begin());
-  if (!call.camera.empty()) {
-    options.camera = parse_camera(call.camera);
-    options.camera->up_axis = options.up_axis;
-  }
   if (!call.rect.empty()) read_rect(call.rect, options);
   if (!call.box.empty()) read_box(call.box, options);
   if (!(options.near <= options.far)) throw UsageError("--near and --far: nothing lies between them");
@@ -79,8 +76,7 @@ Subcommand add_select(CLI::App& app) {
       ->excludes(rect)
       ->excludes(near)
       ->excludes(far);
-  add_view_options(*command, options.view, call->camera, options.up_axis, call->size);
-  add_print_camera_option(*command, options.prints_camera);
+  add_view_options(*command, options, call->view);
   command
       ->add_option(
           "-o,--output", options.outputs,
@@ -97,5 +93,5 @@ Subcommand add_select(CLI::App& app) {
       "Objects count from 0 in the order of the files. Deforming shapes of built-in scenes are static.\n"
       "Example:\n  vqgas select scene.glb --rect 100,100,400,300 --mode all -o selected.png\n"
       "  vqgas select scan.ply --box 0,0,0/1,1,1 --mode points -o part.ply -o part.png");
-  return {command, [call] { complete_select(*call); }, [call] { run_select(call->options); }};
+  return {command, [command, call] { complete_select(*command, *call); }, [call] { run_select(call->options); }};
 }

@@ -10,8 +10,6 @@
 #include "tools/vqgas/commands/query_lines.h"
 #include "tools/vqgas/commands/trace_rays.h"
 #include "tools/vqgas/scene/query_scene.h"
-#include "tools/vqgas/scene/scene_bundle.h"
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/support/csv_field.h"
 #include "tools/vqgas/support/held_messages.h"
 #include "tools/vqgas/support/number_list.h"
@@ -190,9 +188,8 @@ void run_trace(const TraceOptions& options) {
   shapes.hair.has_nearest_queries = !options.all;
   shapes.hair.has_all_hits_queries = options.all;
   const SceneTimes times = get_times(rays, options.frames_per_second);
-  SceneSource source = load_scene({options.file}, times, {&application, options.quiet});
-  displace_meshes(source, options.displace);
-  if (options.is_bundled) bundle_objects(source, 0.0);
+  SceneSource source = load_scene(options, {options.file}, times, application);
+  check_effects(options.shapes, source);
   QueryScene scene(application, std::move(source), shapes);
   if (!options.quiet) messages.release();
   const bool has_times = std::any_of(rays.begin(), rays.end(), [](const TraceRay& ray) { return ray.has_time; });
