@@ -21,7 +21,7 @@ std::string list_tiles(const UvReport& report) {
   constexpr std::size_t most = 12;
   std::string list;
   for (std::size_t k = 0; k < report.tiles.size() && k < most; ++k)
-    list += (k == 0 ? "" : " ") + get_tile_name(report.tiles[k]);
+    list.append(k == 0 ? "" : " ").append(get_tile_name(report.tiles[k]));
   if (report.tiles.size() > most || !report.has_all_tiles) list += " ...";
   return list.empty() ? "none" : list;
 }
