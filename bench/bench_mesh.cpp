@@ -4,6 +4,9 @@
 #include <cmath>
 #include <numbers>
 
+#include "bench/bench_name.h"
+#include "bench/bench_random.h"
+
 namespace {
 
 constexpr double tau = 2.0 * std::numbers::pi;
@@ -46,6 +49,8 @@ PolyMeshData make_data(const BenchMesh& mesh) {
   data.positions = mesh.positions;
   data.polygon_vertices = mesh.indices;
   data.polygon_sizes.assign(mesh.get_triangle_count(), 3);
+  data.motion_positions = mesh.samples;
+  data.motion_step = 1.0 / static_cast<double>(std::max<std::size_t>(mesh.samples.size(), 2) - 1);
   return data;
 }
 
@@ -53,8 +58,26 @@ PolyMeshData make_data(const BenchMesh& mesh) {
 
 GMathBbox3<double> BenchMesh::get_bbox() const {
   GMathBbox3<double> box;
-  for (const u32 index : indices) box.add(GMathVec3<double>(positions[index]));
+  for (const u32 index : indices) {
+    if (samples.empty()) box.add(GMathVec3<double>(positions[index]));
+    for (const std::vector<GMathVec3<float>>& sample : samples) box.add(GMathVec3<double>(sample[index]));
+  }
   return box;
+}
+
+BenchMesh::Moment BenchMesh::get_moment(double time) const {
+  const double place = time * static_cast<double>(samples.size() - 1);
+  const std::size_t first = std::min(static_cast<std::size_t>(place), samples.size() - 1);
+  const std::size_t second = std::min(first + 1, samples.size() - 1);
+  return {&samples[first], &samples[second], place - static_cast<double>(first)};
+}
+
+GMathVec3<double> BenchMesh::get_normal(uint triangle, double time) const {
+  GMathVec3<double> corner[3];
+  for (uint k = 0; k < 3; ++k)
+    corner[k] = samples.empty() ? get_vertex(triangle, k)
+                                : get_moment(time).get_position(indices[std::size_t{3} * triangle + k]);
+  return (corner[1] - corner[0]).cross(corner[2] - corner[0]);
 }
 
 BenchMesh bench_make_terrain(uint triangle_count) {
@@ -107,24 +130,81 @@ BenchMesh bench_make_ball(uint triangle_count) {
   return mesh;
 }
 
+BenchMesh bench_make_speck(uint triangle_count) {
+  const uint sparse = std::max(2u, triangle_count / 50);
+  BenchMesh mesh = bench_make_terrain(sparse);
+  mesh.name = "speck";
+  const BenchMesh ball = bench_make_ball(triangle_count - std::min(sparse, triangle_count));
+  const u32 first = static_cast<u32>(mesh.positions.size());
+  for (const GMathVec3<float>& position : ball.positions)
+    mesh.positions.push_back(GMathVec3<float>(GMathVec3<double>(position) * 0.01 + GMathVec3<double>(0.5, 0.1, 0.5)));
+  for (const u32 index : ball.indices) mesh.indices.push_back(first + index);
+  return mesh;
+}
+
+BenchMesh bench_make_needles(uint triangle_count) {
+  BenchMesh mesh;
+  mesh.name = "needles";
+  BenchRandom random(29);
+  const auto make_vec = [&] {
+    return GMathVec3<double>(random.get_unit(), random.get_unit(), random.get_unit()) * 2.0 -
+           GMathVec3<double>(1.0, 1.0, 1.0);
+  };
+  const uint count = std::max(1u, triangle_count / 12);
+  const double length = 0.3, width = 0.2 / std::sqrt(static_cast<double>(count));
+  constexpr u32 corners[] = {0, 1, 3, 0, 3, 2, 4, 6, 7, 4, 7, 5, 0, 4, 5, 0, 5, 1,
+                             2, 3, 7, 2, 7, 6, 0, 2, 6, 0, 6, 4, 1, 5, 7, 1, 7, 3};
+  for (uint needle = 0; needle < count; ++needle) {
+    const GMathVec3<double> center = make_vec(), along = make_vec().get_normalized();
+    const GMathVec3<double> side = along.cross(make_vec()).get_normalized(), up = along.cross(side);
+    const u32 first = static_cast<u32>(mesh.positions.size());
+    for (const u32 corner : corners) mesh.indices.push_back(first + corner);
+    for (uint k = 0; k < 8; ++k)
+      mesh.positions.push_back(GMathVec3<float>(center + along * (k & 1 ? length : -length) +
+                                                side * (k & 2 ? width : -width) + up * (k & 4 ? width : -width)));
+  }
+  return mesh;
+}
+
+bool bench_make_mesh(const std::string& name, BenchMesh& mesh) {
+  struct Kind {
+    const char* name;
+    BenchMesh (*make)(uint);
+  };
+  constexpr Kind kinds[] = {{"terrain", bench_make_terrain},
+                            {"knot", bench_make_knot},
+                            {"ball", bench_make_ball},
+                            {"speck", bench_make_speck},
+                            {"needles", bench_make_needles}};
+  std::string kind;
+  uint count = 0;
+  if (!bench_split_name(name, kind, count)) return false;
+  const auto* found = std::find_if(std::begin(kinds), std::end(kinds), [&](const Kind& k) { return kind == k.name; });
+  if (found == std::end(kinds)) return false;
+  mesh = found->make(count);
+  mesh.name = name;
+  return true;
+}
+
+void bench_add_motion(BenchMesh& mesh, uint sample_count) {
+  const GMathBbox3<double> box = mesh.get_bbox();
+  const GMathVec3<double> center = box.get_center();
+  mesh.samples.clear();
+  for (uint sample = 0; sample < sample_count; ++sample) {
+    const double time = double(sample) / std::max(1u, sample_count - 1), angle = time * tau / 6.0;
+    const double scale = 1.0 + 0.1 * time, c = scale * std::cos(angle), s = scale * std::sin(angle);
+    const double rise = 0.2 * box.get_extent().y * time;
+    std::vector<GMathVec3<float>>& moved = mesh.samples.emplace_back();
+    moved.reserve(mesh.positions.size() + 1);  // a peer reads four bytes past the last position
+    for (const GMathVec3<float>& position : mesh.positions) {
+      const GMathVec3<double> p = GMathVec3<double>(position) - center;
+      moved.push_back(
+          GMathVec3<float>(center + GMathVec3<double>(c * p.x + s * p.z, scale * p.y + rise, c * p.z - s * p.x)));
+    }
+  }
+}
+
 bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh) {
   CoreString fault;
   return poly_mesh.create(make_data(mesh), fault);
-}
-
-bool bench_fill_moving_poly_mesh(const BenchMesh& mesh, uint sample_count, PolyMesh& poly_mesh) {
-  PolyMeshData data = make_data(mesh);
-  const double rise = 0.2 * mesh.get_bbox().get_extent().y;
-  data.motion_step = 1.0 / std::max(1u, sample_count - 1);
-  for (uint sample = 0; sample < sample_count; ++sample) {
-    const double time = sample * data.motion_step;
-    std::vector<GMathVec3<float>> moved;
-    moved.reserve(mesh.positions.size());
-    for (const GMathVec3<float>& position : mesh.positions)
-      moved.push_back(GMathVec3<float>(GMathVec3<double>(position) * (1.0 + 0.1 * time) +
-                                       GMathVec3<double>(0.0, rise * time, 0.0)));
-    data.motion_positions.push_back(std::move(moved));
-  }
-  CoreString fault;
-  return poly_mesh.create(std::move(data), fault);
 }

@@ -1,6 +1,6 @@
 // bench/bench_mesh.h
 //
-// Triangle meshes to measure with, as plain arrays; every library gets the same numbers.
+// Triangle meshes to measure with, static or moving, as plain arrays; every library gets the same numbers.
 #pragma once
 #include <string>
 #include <vector>
@@ -13,16 +13,28 @@ struct BenchMesh {
   std::string name;
   std::vector<GMathVec3<float>> positions;
   std::vector<u32> indices;  ///< three per triangle
+  /// The positions of each motion sample over [0, 1]; between two samples vertices move in straight lines. Static:
+  /// none.
+  std::vector<std::vector<GMathVec3<float>>> samples;
 
   uint get_triangle_count() const { return static_cast<uint>(indices.size() / 3); }
   GMathVec3<double> get_vertex(uint triangle, uint corner) const {
     return GMathVec3<double>(positions[indices[std::size_t{3} * triangle + corner]]);
   }
+  /// The blend of two motion samples.
+  struct Moment {
+    const std::vector<GMathVec3<float>>*first, *second;
+    double fraction;
+
+    GMathVec3<double> get_position(u32 vertex) const {
+      return GMathVec3<double>((*first)[vertex]) * (1.0 - fraction) + GMathVec3<double>((*second)[vertex]) * fraction;
+    }
+  };
+  /// Only of a moving mesh.
+  Moment get_moment(double time) const;
   /// Not normalized; zero for a triangle without area.
-  GMathVec3<double> get_normal(uint triangle) const {
-    const GMathVec3<double> a = get_vertex(triangle, 0);
-    return (get_vertex(triangle, 1) - a).cross(get_vertex(triangle, 2) - a);
-  }
+  GMathVec3<double> get_normal(uint triangle, double time = 0.0) const;
+  /// Around all samples.
   GMathBbox3<double> get_bbox() const;
 };
 
@@ -34,7 +46,14 @@ BenchMesh bench_make_knot(uint triangle_count);
 /// A unit ball of circles of latitude; triangles at the poles have no area.
 BenchMesh bench_make_ball(uint triangle_count);
 
-/// Makes the library's own mesh, without motion. False if the library rejects it.
+/// A tiny dense ball, of nearly all triangles, on a wide terrain of few.
+BenchMesh bench_make_speck(uint triangle_count);
+/// Long thin boxes in all directions, of twelve triangles each, in a cube.
+BenchMesh bench_make_needles(uint triangle_count);
+/// False for another name than those above, without "bench_make_", and a number: "terrain-8m".
+bool bench_make_mesh(const std::string& name, BenchMesh& mesh);
+/// Makes the mesh move in `sample_count` samples: it turns by a sixth of a circle, grows by a tenth and rises.
+void bench_add_motion(BenchMesh& mesh, uint sample_count);
+
+/// Makes the library's own mesh. False if the library rejects it.
 bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh);
-/// The same with `sample_count` motion samples over [0, 1]: the mesh grows by a tenth and rises.
-bool bench_fill_moving_poly_mesh(const BenchMesh& mesh, uint sample_count, PolyMesh& poly_mesh);

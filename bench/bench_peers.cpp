@@ -4,9 +4,10 @@
 //
 //   bench_peers bunny.obj dragon.ply --threads 1,2 --json peers.json
 //   bench_peers dragon.ply --sets bounce --only-ours --rounds 20        (under a profiler)
-//   bench_peers --no-knot --no-terrain --hair fur-200k,fur-5m --motion 0,2,8
-//   bench_peers --no-knot --no-terrain --scene swarm-10k,giants-200 --motion 0,2,8
-//   bench_peers --no-knot --no-terrain --bundle plants-200k,swarm-10k,giants-200 --motion 0,2,8
+//   bench_peers --mesh terrain-8m,speck-1m,needles-1m
+//   bench_peers --hair fur-200k,fur-5m --motion 0,2,8
+//   bench_peers --scene swarm-10k,giants-200 --motion 0,2,8
+//   bench_peers --bundle plants-200k,swarm-10k,giants-200 --motion 0,2,8
 //
 // It fails on bad input, never on a time.
 #include <CLI/CLI.hpp>
@@ -23,11 +24,9 @@ namespace {
 
 struct Settings {
   PeerSettings measure;
-  std::vector<std::string> files, hair, scenes, bundles, curves = {"cubic", "linear"};
+  std::vector<std::string> files, meshes, hair, scenes, bundles, curves = {"cubic", "linear"};
   std::vector<uint> motion = {0};
-  uint terrain_triangles = 8000000, knot_triangles = 200000;
   uint displaced_instances = 0;
-  bool no_terrain = false, no_knot = false;
   std::string json_path;
 };
 
@@ -42,7 +41,8 @@ void add_options(CLI::App& app, Settings& settings) {
   settings.measure.peers = peers;
   app.add_option(
          "--peers", settings.measure.peers,
-         "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Scenes: this "
+         "Peers. Meshes and scenes: Embree user geometry or built-in triangles, at SSE4.2 or its best. Meshes: this "
+         "library on the grid tree, or as the only object of a scene. Scenes: this "
          "library with one leaf per object; of a bundle, with one object per instance. Hair: this library without "
          "oriented nodes, Embree's round curves at "
          "SSE4.2 or its best")
@@ -61,6 +61,11 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_option("--size", settings.measure.size, "Primary rays a side; as many random rays")
       ->check(CLI::Range(1, 16384))
       ->capture_default_str();
+  app.add_option(
+         "--mesh", settings.meshes,
+         "Meshes to make: terrain, knot, ball, speck (a tiny dense ball on a wide terrain) or needles (long thin "
+         "slanted boxes) and the number of triangles, as terrain-8m")
+      ->delimiter(',');
   app.add_option("--hair", settings.hair,
                  "Grooms to grow: fur, straight or curly and the number of segments, as fur-200k,curly-5m")
       ->delimiter(',');
@@ -78,18 +83,10 @@ void add_options(CLI::App& app, Settings& settings) {
   app.add_option("--displaced", settings.displaced_instances,
                  "Time the first picture of a bundle of so many displaced instances, all of them in view or a tenth")
       ->check(CLI::Range(10, 100000));
-  app.add_option("--motion", settings.motion, "Motion samples of hair and scenes, 0 for static ones; one run each")
+  app.add_option("--motion", settings.motion, "Motion samples, 0 for static subjects; one run each")
       ->delimiter(',')
       ->check(CLI::IsMember({0, 2, 3, 4, 5, 6, 7, 8}))
       ->capture_default_str();
-  app.add_option("--terrain", settings.terrain_triangles, "Triangles of the generated terrain")
-      ->check(CLI::Range(2, 200000000))
-      ->capture_default_str();
-  app.add_option("--knot", settings.knot_triangles, "Triangles of the generated knot")
-      ->check(CLI::Range(96, 200000000))
-      ->capture_default_str();
-  app.add_flag("--no-terrain", settings.no_terrain, "Leave out the terrain");
-  app.add_flag("--no-knot", settings.no_knot, "Leave out the knot");
   app.add_flag("--only-ours", settings.measure.only_ours, "No peers");
   app.add_flag("--processor-time", settings.measure.processor_time,
                "Count the threads' own processor time: for machines that others use as well");
@@ -110,6 +107,23 @@ bool measure(const Settings& settings, const Subject& subject, std::vector<PeerR
 
 std::string get_motion_text(uint samples) {
   return samples == 0 ? "" : ", " + std::to_string(samples) + " motion samples";
+}
+
+bool measure_mesh(const Settings& settings, const BenchMesh& mesh, std::vector<PeerReport>& reports) {
+  for (const uint samples : settings.motion) {
+    BenchMesh moving = mesh;
+    if (samples > 0) bench_add_motion(moving, samples);
+    moving.name += get_motion_text(samples);
+    if (!measure(settings, PeerMesh(std::move(moving)), reports)) return false;
+  }
+  return true;
+}
+
+bool measure_mesh(const Settings& settings, const std::string& name, std::vector<PeerReport>& reports) {
+  BenchMesh mesh;
+  if (bench_make_mesh(name, mesh)) return measure_mesh(settings, mesh, reports);
+  std::cerr << name << ": a mesh is named like terrain-8m, knot-200k, ball-1k, speck-1m or needles-1m\n";
+  return false;
 }
 
 bool measure_hair(const Settings& settings, const std::string& name, std::vector<PeerReport>& reports) {
@@ -178,11 +192,11 @@ int main(int argc, char** argv) {
       std::cerr << path << ": " << fault << '\n';
       return 1;
     }
-    if (!measure(settings, PeerMesh(std::move(mesh)), reports)) return 1;
+    if (!measure_mesh(settings, mesh, reports)) return 1;
   }
-  if (!settings.no_knot && !measure(settings, PeerMesh(bench_make_knot(settings.knot_triangles)), reports)) return 1;
-  if (!settings.no_terrain && !measure(settings, PeerMesh(bench_make_terrain(settings.terrain_triangles)), reports))
-    return 1;
+  for (const std::string& name : settings.meshes) {
+    if (!measure_mesh(settings, name, reports)) return 1;
+  }
   for (const std::string& name : settings.hair) {
     if (!measure_hair(settings, name, reports)) return 1;
   }

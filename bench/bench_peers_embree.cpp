@@ -8,7 +8,8 @@ namespace {
 void get_bounds(const RTCBoundsFunctionArguments* args) {
   const auto& mesh = *static_cast<const BenchMesh*>(args->geometryUserPtr);
   const u32* index = mesh.indices.data() + std::size_t{3} * args->primID;
-  const GMathVec3<float>* positions = mesh.positions.data();
+  const GMathVec3<float>* positions =
+      mesh.samples.empty() ? mesh.positions.data() : mesh.samples[args->timeStep].data();
   const GMathVec3<float> a = positions[index[0]], b = positions[index[1]], c = positions[index[2]];
   RTCBounds& bounds = *args->bounds_o;
   bounds.lower_x = std::min({a.x, b.x, c.x});
@@ -25,12 +26,13 @@ struct TriangleHit {
 
 /// Möller, Trumbore 1997, "Fast, Minimum Storage Ray/Triangle Intersection", both faces, in double precision. Divides
 /// only after a hit is certain, because most rays miss.
-inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const RTCRay& ray, TriangleHit& hit) {
+template <class GetPosition>
+inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const GetPosition& get_position, const RTCRay& ray,
+                         TriangleHit& hit) {
   const u32* index = mesh.indices.data() + std::size_t{3} * triangle;
-  const GMathVec3<float>* positions = mesh.positions.data();
-  const GMathVec3<double> a(positions[index[0]]);
-  const GMathVec3<double> ab = GMathVec3<double>(positions[index[1]]) - a;
-  const GMathVec3<double> ac = GMathVec3<double>(positions[index[2]]) - a;
+  const GMathVec3<double> a = get_position(index[0]);
+  const GMathVec3<double> ab = get_position(index[1]) - a;
+  const GMathVec3<double> ac = get_position(index[2]) - a;
   const GMathVec3<double> direction(ray.dir_x, ray.dir_y, ray.dir_z);
   const GMathVec3<double> p = direction.cross(ac);
   const double determinant = ab.dot(p);
@@ -46,11 +48,24 @@ inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const RTCRay& ray
   return hit.distance >= double(ray.tnear) && hit.distance < double(ray.tfar);
 }
 
+/// The same at the time of the ray.
+inline bool hit_triangle(const void* user_data, uint triangle, const RTCRay& ray, TriangleHit& hit) {
+  const BenchMesh& mesh = *static_cast<const BenchMesh*>(user_data);
+  if (mesh.samples.empty()) {
+    const GMathVec3<float>* positions = mesh.positions.data();
+    return hit_triangle(
+        mesh, triangle, [=](u32 vertex) { return GMathVec3<double>(positions[vertex]); }, ray, hit);
+  }
+  const BenchMesh::Moment moment = mesh.get_moment(double(ray.time));
+  return hit_triangle(
+      mesh, triangle, [&](u32 vertex) { return moment.get_position(vertex); }, ray, hit);
+}
+
 /// Called with one valid ray: the callers below use no packets.
 void intersect_triangle(const RTCIntersectFunctionNArguments* args) {
   RTCRayHit& ray_hit = *reinterpret_cast<RTCRayHit*>(args->rayhit);
   TriangleHit hit;
-  if (!hit_triangle(*static_cast<const BenchMesh*>(args->geometryUserPtr), args->primID, ray_hit.ray, hit)) return;
+  if (!hit_triangle(args->geometryUserPtr, args->primID, ray_hit.ray, hit)) return;
   ray_hit.ray.tfar = static_cast<float>(hit.distance);
   ray_hit.hit.u = static_cast<float>(hit.u);
   ray_hit.hit.v = static_cast<float>(hit.v);
@@ -62,8 +77,7 @@ void intersect_triangle(const RTCIntersectFunctionNArguments* args) {
 void occlude_triangle(const RTCOccludedFunctionNArguments* args) {
   RTCRay& ray = *reinterpret_cast<RTCRay*>(args->ray);
   TriangleHit hit;
-  if (hit_triangle(*static_cast<const BenchMesh*>(args->geometryUserPtr), args->primID, ray, hit))
-    ray.tfar = -HUGE_VALF;
+  if (hit_triangle(args->geometryUserPtr, args->primID, ray, hit)) ray.tfar = -HUGE_VALF;
 }
 
 inline void set_ray(const BenchRaySet& set, std::size_t index, RTCRay& ray) {
@@ -99,8 +113,16 @@ RTCGeometry make_instance(RTCDevice device, const BenchObjects::Object& object, 
 
 RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh) {
   RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
-  rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, mesh.positions.data(), 0,
-                             sizeof(GMathVec3<float>), mesh.positions.size());
+  const auto set_positions = [&](uint sample, const std::vector<GMathVec3<float>>& positions) {
+    rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, sample, RTC_FORMAT_FLOAT3, positions.data(), 0,
+                               sizeof(GMathVec3<float>), positions.size());
+  };
+  if (mesh.samples.empty()) {
+    set_positions(0, mesh.positions);
+  } else {
+    rtcSetGeometryTimeStepCount(geometry, static_cast<uint>(mesh.samples.size()));
+    for (uint sample = 0; sample < mesh.samples.size(); ++sample) set_positions(sample, mesh.samples[sample]);
+  }
   rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, mesh.indices.data(), 0,
                              3 * sizeof(u32), mesh.get_triangle_count());
   return geometry;
@@ -109,6 +131,7 @@ RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh) {
 RTCGeometry embree_make_user_triangles(RTCDevice device, const BenchMesh& mesh) {
   RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_USER);
   rtcSetGeometryUserPrimitiveCount(geometry, mesh.get_triangle_count());
+  if (!mesh.samples.empty()) rtcSetGeometryTimeStepCount(geometry, static_cast<uint>(mesh.samples.size()));
   rtcSetGeometryUserData(geometry, const_cast<BenchMesh*>(&mesh));
   rtcSetGeometryBoundsFunction(geometry, get_bounds, nullptr);
   rtcSetGeometryIntersectFunction(geometry, intersect_triangle);

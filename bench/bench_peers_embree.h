@@ -18,8 +18,8 @@
 using EmbreeGeometryMaker = std::function<RTCGeometry(RTCDevice)>;
 using EmbreeMeshMaker = RTCGeometry (*)(RTCDevice, const BenchMesh&);
 
-/// Embree's own triangles, single precision. The array of positions must have four more bytes after the last position,
-/// because Embree reads vertices as sixteen bytes.
+/// Embree's own triangles, single precision. Arrays of positions must have four more bytes after the last position,
+/// because Embree reads vertices as sixteen bytes. As many time steps as the mesh has samples.
 RTCGeometry embree_make_triangles(RTCDevice device, const BenchMesh& mesh);
 /// Boxes and tests through callbacks, in double precision, as this library calls its geometry.
 RTCGeometry embree_make_user_triangles(RTCDevice device, const BenchMesh& mesh);

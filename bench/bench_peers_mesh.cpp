@@ -9,7 +9,8 @@ constexpr PeerMeshKind mesh_kinds[] = {{"user-sse42", embree_make_user_triangles
                                        {"tri-sse42", embree_make_triangles, "sse4.2"},
                                        {"tri", embree_make_triangles, ""}};
 
-constexpr const char* grid_name = "grid";  // this library's structure on the grid tree
+// This library's structure on the grid tree; its mesh as the only object of a scene.
+constexpr const char *grid_name = "grid", *in_scene_name = "in-scene";
 
 }  // namespace
 
@@ -22,14 +23,16 @@ const PeerMeshKind* peer_find_mesh_kind(const std::string& name) {
 double peer_get_mesh_offset(const GMathBbox3<double>& box) { return 1e-5 * box.get_extent().get_length(); }
 
 std::vector<std::string> peer_get_mesh_peers() {
-  std::vector<std::string> names = {grid_name};
+  std::vector<std::string> names = {grid_name, in_scene_name};
   for (const PeerMeshKind& kind : mesh_kinds) names.push_back(kind.name);
   return names;
 }
 
 PeerMesh::PeerMesh(BenchMesh mesh) : mesh_(std::move(mesh)) {
   mesh_.positions.reserve(mesh_.positions.size() + 1);  // the peer reads four bytes past the last position
-  valid_ = bench_fill_poly_mesh(mesh_, poly_mesh_);
+  valid_ = bench_fill_poly_mesh(mesh_, *poly_mesh_);
+  only_object_.objects.push_back({0, {BenchMatrix()}});
+  only_object_.first_triangles = {0};
 }
 
 PeerReport PeerMesh::describe() const {
@@ -51,21 +54,31 @@ PeerContender PeerMesh::make(const std::string& library, BenchClock clock, uint 
       return std::make_unique<EmbreeScene>(device, [&](RTCDevice made_on) { return kind->make(made_on, mesh_); });
     });
   }
-  PeerContender made = PeerContender::make_ours(thread_count, 0);
-  if (library == grid_name) {
+  PeerContender made = PeerContender::make_ours(thread_count, static_cast<uint>(mesh_.samples.size()));
+  if (library == in_scene_name) {
+    made.build_seconds = bench_time(clock, [&] {
+      auto scene =
+          std::make_unique<BenchObjectsScene>(*made.world, only_object_, std::vector{poly_mesh_}, true, thread_count);
+      scene->create_tree();
+      made.tracer = std::move(scene);
+    });
+  } else if (library == grid_name) {
     made.build_seconds = bench_time(
-        clock, [&] { made.tracer = std::make_unique<BenchGridScene>(*made.world, poly_mesh_, thread_count); });
-    return made;
+        clock, [&] { made.tracer = std::make_unique<BenchGridScene>(*made.world, *poly_mesh_, thread_count); });
+  } else {
+    made.build_seconds =
+        bench_time(clock, [&] { made.tracer = std::make_unique<BenchScene>(*made.world, *poly_mesh_, thread_count); });
   }
-  made.build_seconds =
-      bench_time(clock, [&] { made.tracer = std::make_unique<BenchScene>(*made.world, poly_mesh_, thread_count); });
+  made.refit(clock, get_bbox());
   return made;
 }
 
 BenchRaySet PeerMesh::make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const {
-  return bench_make_bounce_rays(
-      primary, hits, [&](std::size_t ray) { return mesh_.get_normal(hits[ray].primitive).get_normalized(); },
-      peer_get_mesh_offset(get_bbox()), seed);
+  const auto get_normal = [&](std::size_t ray) {
+    const double time = primary.times.empty() ? 0.0 : double(primary.times[ray]);
+    return mesh_.get_normal(hits[ray].primitive, time).get_normalized();
+  };
+  return bench_make_bounce_rays(primary, hits, get_normal, peer_get_mesh_offset(get_bbox()), seed);
 }
 
 BenchRaySet PeerMesh::make_shadow_rays(const BenchRaySet&, const std::vector<BenchHit>&, const BenchRaySet& bounce,

@@ -1,6 +1,6 @@
 // bench/bench_peers_mesh.h
 //
-// A mesh as a subject: this library's mesh structure and Embree's triangles.
+// A mesh, static or moving, as a subject: this library's mesh structure and Embree's triangles.
 #pragma once
 #include "bench/bench_peers_run.h"
 
@@ -27,6 +27,7 @@ class PeerMesh final : public PeerSubject {
   std::vector<std::string> get_libraries(const std::vector<std::string>& wanted) const override;
   PeerContender make(const std::string& library, BenchClock clock, uint thread_count) const override;
   GMathBbox3<double> get_bbox() const override { return mesh_.get_bbox(); }
+  bool has_motion() const override { return !mesh_.samples.empty(); }
   BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
   BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
                                u64 seed) const override;
@@ -35,6 +36,7 @@ class PeerMesh final : public PeerSubject {
 
  private:
   BenchMesh mesh_;
-  PolyMesh poly_mesh_;
+  std::shared_ptr<PolyMesh> poly_mesh_ = std::make_shared<PolyMesh>();
+  BenchObjects only_object_;  ///< shows the mesh; has no meshes of its own
   bool valid_ = false;
 };

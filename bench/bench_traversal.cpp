@@ -21,12 +21,11 @@ enum RayKind { primary, random_lines };
 struct Knot {
   explicit Knot(bool moving) : world(1), mesh(bench_make_knot(triangles)), blur(0.0, 1.0, 4) {
     if (moving) {
-      bench_fill_moving_poly_mesh(mesh, 4, poly_mesh);
+      bench_add_motion(mesh, 4);
       world.ctx.set_motion_blur(&blur);
       shader.motion_blur = &blur;
-    } else {
-      bench_fill_poly_mesh(mesh, poly_mesh);
     }
+    bench_fill_poly_mesh(mesh, poly_mesh);
     scene = std::make_unique<BenchScene>(world, poly_mesh, 0);
   }
   const GasObject& get_structure() const { return scene->get_structure(); }
@@ -40,8 +39,8 @@ struct Knot {
 };
 
 Knot& get_knot(bool moving) {
-  static Knot still(false), swelling(true);
-  return moving ? swelling : still;
+  static Knot still(false), turning(true);
+  return moving ? turning : still;
 }
 
 /// The rays as packets, at random times.

@@ -9,6 +9,7 @@
 #           documentation and the reports, which a browser opens
 #   deb     what makes the Debian packages
 #   bench   Google Benchmark and the peer beside which it measures
+#   charts  what draws the chart of rates
 #   clang   the second compiler, the formatter, the static analyzer
 #
 # Says nothing and needs no rights when everything is there. Ends with one line and status 1 when it cannot install.
@@ -24,8 +25,9 @@ packages_of() {
       ;;
     deb) echo "dpkg-dev file" ;;
     bench) echo "libbenchmark-dev libembree-dev libboost-dev" ;;
+    charts) echo "python3 python3-matplotlib" ;;
     clang) echo "clang clang-format clang-tidy" ;;
-    *) fail "unknown package set '$1' (build, tools, tests, deb, bench, clang)" ;;
+    *) fail "unknown package set '$1' (build, tools, tests, deb, bench, charts, clang)" ;;
   esac
 }
 
