@@ -12,7 +12,7 @@ namespace {
 /// Importers give polygons without a material one of their own, gray or white, with a fixed name or none. A material of
 /// the file keeps these colors.
 bool is_made_by_importer(const aiMaterial& material, const aiColor3D& diffuse) {
-  const std::string_view name = material.GetName().C_Str();
+  const std::string name = material.GetName().C_Str();
   const aiColor3D gray(0.6f, 0.6f, 0.6f), white(1.0f, 1.0f, 1.0f);
   return (name.empty() || name == AI_DEFAULT_MATERIAL_NAME) && (diffuse == gray || diffuse == white);
 }
