@@ -3,6 +3,7 @@
 
 #include <regex>
 
+#include "support/test_scale.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -23,7 +24,7 @@ std::vector<std::string> render(uint samples) {
 
 TEST(VqgasProgress, a_bar_on_a_terminal_ends_at_100_percent) {
   const TestFolder folder;
-  const ProgramResult drawn = run_vqgas_on_terminal(folder.get_path(), render(32), "TERM=xterm");
+  const ProgramResult drawn = run_vqgas_on_terminal(folder.get_path(), render(scaled(20, 2)), "TERM=xterm");
   EXPECT_EQ(drawn.exit_code, 0);
   const std::vector<int> percentages = list_percentages(drawn.err);
   ASSERT_GT(percentages.size(), 2u) << drawn.err;
@@ -33,7 +34,7 @@ TEST(VqgasProgress, a_bar_on_a_terminal_ends_at_100_percent) {
   EXPECT_TRUE(drawn.err.ends_with("\r\033[K")) << "no bar remains";
   EXPECT_FALSE(std::regex_search(drawn.err, std::regex("\033\\[[0-9;]*m"))) << "no color";
   EXPECT_EQ(run_vqgas_on_terminal(folder.get_path(), render(1), "TERM=dumb").err, "");
-  std::vector<std::string> quiet = render(32);
+  std::vector<std::string> quiet = render(scaled(20, 2));
   quiet.emplace_back("--quiet");
   EXPECT_EQ(run_vqgas_on_terminal(folder.get_path(), quiet, "TERM=xterm").err, "");
 }
@@ -42,7 +43,8 @@ TEST(VqgasProgress, a_pipe_gets_a_line_each_tenth_of_long_work) {
   const TestFolder folder;
   EXPECT_EQ(run_vqgas(folder.get_path(), render(1)).progress, "");
   ProgramResult result;
-  for (uint samples = 32; result.progress.empty() && samples < 1000; samples *= 2)  // until it takes long enough
+  for (uint samples = scaled(32, 2); result.progress.empty() && samples < 1000;
+       samples *= 2)  // until it takes long enough
     result = run_vqgas(folder.get_path(), render(samples));
   const std::vector<int> tenths = list_percentages(result.progress);
   ASSERT_FALSE(tenths.empty());
