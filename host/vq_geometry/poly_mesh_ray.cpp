@@ -1,5 +1,7 @@
 // Ray test of polygons. An edge function of zero is a hit of the triangles on both sides. Two triangles of one polygon
 // then give one hit, those of two polygons one each, or one in all when the query asks for it.
+#include "vq_ctx/ctx_motion_blur.h"
+#include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_ray_triangle.h"
 #include "vq_geometry/poly_mesh.h"
 
@@ -79,12 +81,19 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
 void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const {
   const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
+  // The usual case: the rays' spans are those of the mesh's own samples, too, and need not be searched for each
+  // triangle.
+  const CtxMotionBlur* motion_blur = moving ? shader.motion_blur : nullptr;
+  const bool has_own_spans = motion_blur != nullptr && motion_blur->get_stamp() == query.span_stamp &&
+                             motion_blur->get_time_sampling() == motion_sampling_;
   const GMathVec3<float>* positions = positions_.get();
   for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
     if (!query.is_nearest() && query.is_stopped(ray)) continue;
     ++query.counter;
     if (moving) {
-      const MotionBlend blend = get_motion_blend(query.spans[ray].time);
+      const GeometryRaySpan& span = query.spans[ray];
+      const MotionBlend blend = has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
+                                              : get_motion_blend(span.time);
       test_ray(ctx, shader, query, primitive, ray, [&](u32 vertex) { return get_moved_position(blend, vertex); });
     } else {
       test_ray(ctx, shader, query, primitive, ray,
