@@ -7,6 +7,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "tools/vqgas/support/base64.h"
 #include "tools/vqgas/support/input_error.h"
 #include "vq_core/core_types.h"
 
@@ -40,7 +41,7 @@ u64 get_component_count(const std::string& type) {
 
 class GltfChecker {
  public:
-  explicit GltfChecker(const std::string& path) : path_(path), root_(parse()) {}
+  explicit GltfChecker(const std::string& path) : path_(path) { parse(); }
 
   void check() const {
     if (!root_.is_object()) fail("is not a glTF file");
@@ -51,27 +52,72 @@ class GltfChecker {
     });
   }
 
+  /// The file with identity matrices for the skins that have none; empty if there is no such skin.
+  std::string complete_skins() {
+    const auto skins = root_.find("skins");
+    if (skins == root_.end() || !skins->is_array()) return {};
+    std::size_t most_joints = 0;
+    for (Json& skin : *skins) {
+      if (!skin.is_object() || !skin.contains("joints") || skin.contains("inverseBindMatrices")) continue;
+      most_joints = std::max(most_joints, skin["joints"].size());
+      skin["inverseBindMatrices"] = get_list("accessors").size();
+    }
+    if (most_joints == 0) return {};
+    std::vector<float> matrices(16 * most_joints, 0.0f);
+    for (std::size_t k = 0; k < matrices.size(); ++k) matrices[k] = k % 16 % 5 == 0 ? 1.0f : 0.0f;
+    const std::size_t bytes = matrices.size() * sizeof(float);
+    get_list("accessors")
+        .push_back({{"bufferView", get_list("bufferViews").size()},
+                    {"componentType", 5126},
+                    {"count", most_joints},
+                    {"type", "MAT4"}});
+    get_list("bufferViews").push_back({{"buffer", get_list("buffers").size()}, {"byteLength", bytes}});
+    get_list("buffers").push_back(
+        {{"byteLength", bytes}, {"uri", "data:application/octet-stream;base64," + print_base64(matrices)}});
+    return print();
+  }
+
  private:
   [[noreturn]] void fail(const std::string& fault) const { throw InputError(path_, fault); }
 
   /// The binary form has 20 bytes before the JSON text, their last but one word its length.
-  Json parse() const {
+  void parse() {
     std::ifstream file(path_, std::ios::binary);
     std::string text(20, '\0');
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     if (file && text.starts_with("glTF")) {
       u32 size = 0;
       std::memcpy(&size, text.data() + 12, sizeof(size));
+      header_ = text;
       text.assign(std::istreambuf_iterator<char>(file), {});
       if (size > text.size()) fail("is cut off");
+      body_ = text.substr(size);
       text.resize(size);
     } else {
       text.resize(static_cast<std::size_t>(file.gcount()));
       text.append(std::istreambuf_iterator<char>(file), {});
     }
-    Json root = Json::parse(text, nullptr, false);
-    if (root.is_discarded()) fail("is not a glTF file: its text is not JSON");
-    return root;
+    root_ = Json::parse(text, nullptr, false);
+    if (root_.is_discarded()) fail("is not a glTF file: its text is not JSON");
+  }
+
+  /// Made if there is none.
+  Json& get_list(const char* key) {
+    Json& list = root_[key];
+    if (!list.is_null() && !list.is_array()) fail(std::string("its ") + key + " are no list");
+    return list;
+  }
+
+  /// In the form that was parsed.
+  std::string print() const {
+    std::string text = root_.dump();
+    if (header_.empty()) return text;
+    text.resize((text.size() + 3) / 4 * 4, ' ');
+    std::string header = header_;
+    const u32 size = static_cast<u32>(text.size()), whole = static_cast<u32>(header.size() + size + body_.size());
+    std::memcpy(header.data() + 8, &whole, sizeof(whole));
+    std::memcpy(header.data() + 12, &size, sizeof(size));
+    return header + text + body_;
   }
 
   /// Members of a list, or of an object in version 1.
@@ -135,17 +181,25 @@ class GltfChecker {
   void check_skin(const Json& skin, const std::string& what) const {
     if (!skin.is_object()) fail(what + " is not an object");
     const auto joints = skin.find(root_["skins"].is_array() ? "joints" : "jointNames");
-    if (!skin.contains("inverseBindMatrices") || joints == skin.end())
-      fail(what + " has no joints or no inverse bind matrices, without which it cannot be read");
+    if (joints == skin.end() || !joints->is_array()) fail(what + " has no joints");
+    if (!skin.contains("inverseBindMatrices")) {
+      if (root_["skins"].is_array()) return;
+      fail(what + " has no inverse bind matrices");
+    }
     const Json& matrices = find("accessors", skin["inverseBindMatrices"], what);
     if (matrices.value("type", Json()) != "MAT4" || get_number(matrices, "count", what) < joints->size())
       fail(what + " has less matrices than joints");
   }
 
   const std::string& path_;
-  const Json root_;
+  std::string header_, body_;  ///< binary form: what is before and after the text
+  Json root_;
 };
 
 }  // namespace
 
-void check_gltf(const std::string& path) { GltfChecker(path).check(); }
+std::string check_gltf(const std::string& path) {
+  GltfChecker checker(path);
+  checker.check();
+  return checker.complete_skins();
+}

@@ -1,5 +1,7 @@
 #include "tools/vqgas/import/scene_import.h"
 
+#include <assimp/DefaultIOSystem.h>
+#include <assimp/MemoryIOWrapper.h>
 #include <assimp/config.h>
 #include <assimp/material.h>
 #include <assimp/postprocess.h>
@@ -42,14 +44,29 @@ bool has_extension(const std::string& path, std::initializer_list<const char*> l
   return std::find(list.begin(), list.end(), get_extension(path)) != list.end();
 }
 
-void check_file(const std::string& path) {
+/// Returns what to read instead of the file; empty: the file.
+std::string check_file(const std::string& path) {
   check_input_file(path);
   if (has_triangle_strips(path))
     throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
   // Assimp loops for minutes over a damaged header, and reads behind the end of a file that is cut off.
   if (get_extension(path) == ".ply") check_ply(path);
-  if (has_extension(path, {".gltf", ".glb"})) check_gltf(path);
+  return has_extension(path, {".gltf", ".glb"}) ? check_gltf(path) : std::string();
 }
+
+/// The files of the disk, but one of them with other bytes.
+class ReplacedFile final : public Assimp::DefaultIOSystem {
+ public:
+  ReplacedFile(const std::string& path, const std::string& bytes) : path_(path), bytes_(bytes) {}
+  Assimp::IOStream* Open(const char* name, const char* mode) override {
+    if (name != path_) return DefaultIOSystem::Open(name, mode);
+    return new Assimp::MemoryIOStream(reinterpret_cast<const u8*>(bytes_.data()), bytes_.size());
+  }
+
+ private:
+  const std::string& path_;
+  const std::string& bytes_;
+};
 
 /// Discards what importers print to std::cout and std::cerr during its lifetime.
 class SilencedStreams {
@@ -133,9 +150,11 @@ std::vector<std::string> list_not_shown(const aiScene& scene) {
   return list;
 }
 
-SceneSource read_file(const std::string& path, const SceneTimes& times) {
+/// @param bytes  to read instead of the file; empty: the file
+SceneSource read_file(const std::string& path, const std::string& bytes, const SceneTimes& times) {
   const SilencedStreams silence;
   Assimp::Importer importer;
+  if (!bytes.empty()) importer.SetIOHandler(new ReplacedFile(path, bytes));
   const aiScene& scene = *read_scene(importer, path);
   SceneSource source;
   if (has_nodes(path))
@@ -149,12 +168,12 @@ SceneSource read_file(const std::string& path, const SceneTimes& times) {
 }  // namespace
 
 SceneSource import_scene(const std::string& path, const SceneTimes& times) {
-  check_file(path);
+  const std::string bytes = check_file(path);
   try {
     SceneSource source;
     run_import_guarded(path, [&] {
       const MemoryLimit limit;
-      source = read_file(path, times);
+      source = read_file(path, bytes, times);
     });
     return source;
   } catch (const InputError&) {

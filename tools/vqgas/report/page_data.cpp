@@ -5,9 +5,9 @@
 #include <functional>
 
 #include "gas/gas_geometry_bvh4.h"
-#include "tools/vqgas/report/base64.h"
 #include "tools/vqgas/report/page_geometry.h"
 #include "tools/vqgas/report/tree_measure.h"
+#include "tools/vqgas/support/base64.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "vq_module/module_combiner.h"
 

@@ -1,4 +1,4 @@
-#include "tools/vqgas/report/base64.h"
+#include "tools/vqgas/support/base64.h"
 
 #include <algorithm>
 
