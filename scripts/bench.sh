@@ -29,7 +29,7 @@ if [ $# -gt 0 ]; then
   measure files --threads 1,2 --peers user-sse42,user,tri,in-scene "$@"
   measure moving --threads 1 --peers user-sse42,user --motion 0,2,8 "$1"
 fi
-measure meshes --threads 1,2 --peers user-sse42,user,tri --mesh terrain-8m,speck-1m,needles-1m
+measure meshes --threads 1,2 --peers user-sse42,user,tri --mesh terrain-8m,speck-1m,needles-100k
 measure scenes --threads 1 --build-rounds 2 --motion 0,2 --peers whole,user-sse42,tri --scene swarm-10k,giants-200
 measure hair --threads 1 --build-rounds 2 --curves cubic --peers round-sse42,round --hair fur-200k,fur-5m
 sizes=terrain-1k,terrain-10k,terrain-100k,terrain-1m,terrain-10m,terrain-$largest

@@ -17,6 +17,8 @@
 #include "tools/vqgas/source/groom.h"
 #include "tools/vqgas/source/scatter.h"
 
+class OfApp;
+
 struct CommonOptions {
   uint threads = 0;  ///< 0: as many as the machine runs at once
   bool quiet = false;
