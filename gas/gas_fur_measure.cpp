@@ -59,15 +59,12 @@ GMathBbox3<float> get_everything() {
   return {{-most, -most, -most}, {most, most, most}};
 }
 
-/// The union of measure(ctx, item) for all items.
+/// The union of measure(ctx, items) for parts of the items.
 template <class Measure>
 GMathBbox3<float> unite(const CoreBasicArray<uint>& items, const GasFur::ComputeSpaceBboxesData& data,
                         SysThreadManager* threads, const Measure& measure) {
   const auto unite_part = [&](uint first, uint end) {
-    const CtxEval& ctx = get_own_ctx(*data.ctx);
-    GMathBbox3<double> box;
-    for (uint k = first; k < end; ++k) box.add(measure(ctx, items[k]));
-    return box;
+    return measure(get_own_ctx(*data.ctx), CoreBasicArray<uint>::make_view(items.get_items() + first, end - first));
   };
   GMathBbox3<double> box;
   const uint count = items.get_count();
@@ -137,8 +134,8 @@ GMathBbox3<float> GasFur::compute_space_bbox(const CoreBasicArray<unsigned int>&
                                              const GMathLinearSpace3<float>& space, ComputeSpaceBboxesData* data,
                                              SysThreadManager* threads) {
   const GMathLinearSpace3<double> wide(space);
-  return unite(items, *data, threads, [&](const CtxEval& ctx, uint item) {
-    return data->geometry->get_primitive_bbox_in_space(ctx, wide, item);
+  return unite(items, *data, threads, [&](const CtxEval& ctx, const CoreBasicArray<uint>& part) {
+    return data->geometry->unite_primitive_bboxes_in_space(ctx, wide, part);
   });
 }
 
@@ -154,8 +151,10 @@ GMathBbox3<float> GasFur::compute_space_bbox_at(const CoreBasicArray<unsigned in
                                                 const GMathLinearSpace3<float>& space, ComputeSpaceBboxesData* data,
                                                 SysThreadManager* threads) {
   const GMathLinearSpace3<double> wide(space);
-  return unite(items, *data, threads, [&](const CtxEval& ctx, uint item) {
-    return data->geometry->get_primitive_bbox_in_space_at(ctx, data->time, wide, item);
+  return unite(items, *data, threads, [&](const CtxEval& ctx, const CoreBasicArray<uint>& part) {
+    GMathBbox3<double> box;
+    for (const uint& item : part) box.add(data->geometry->get_primitive_bbox_in_space_at(ctx, data->time, wide, item));
+    return box;
   });
 }
 

@@ -7,6 +7,7 @@
 #include "vq_ctx/ctx_eval.h"
 #include "vq_ctx/ctx_motion_blur.h"
 #include "vq_curve/curve_frustum.h"
+#include "vq_curve/curve_space_box.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
 #include "vq_gmath/gmath_key_bbox.h"
@@ -65,6 +66,22 @@ GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space(const CtxEval
                                                                    const GMathLinearSpace3<double>& space,
                                                                    const uint& primitive) const {
   return compute_bbox(primitive, nan_time, space, nullptr);
+}
+
+template <TubePrimitive kind>
+GMathBbox3<double> TubeGeometry<kind>::unite_primitive_bboxes_in_space(const CtxEval& ctx,
+                                                                       const GMathLinearSpace3<double>& space,
+                                                                       const CoreBasicArray<uint>& primitives) const {
+  // A curve may have segments that are not valid, which are measured one by one.
+  if (kind == TubePrimitive::segment && !primitives.is_empty()) {
+    const CurvePoint<float>* points = &curves_.get_point(0);
+    CurveSpaceBox box(space, points[curves_.get_first_point(primitives[0])].position);
+    with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
+      for (const uint segment : primitives) box.add<shape>(points + curves_.get_first_point(segment));
+    });
+    if (const auto sum = box.get_bbox()) return GMathBbox3<double>(gmath_round_outwards(*sum));
+  }
+  return GeometryObject::unite_primitive_bboxes_in_space(ctx, space, primitives);
 }
 
 template <TubePrimitive kind>

@@ -44,6 +44,8 @@ class VQ_EXPORT TubeGeometry : public GeometryObject {
                                            const uint& primitive) const override;
   GMathBbox3<double> get_primitive_bbox_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
                                                  const uint& primitive) const override;
+  GMathBbox3<double> unite_primitive_bboxes_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
+                                                     const CoreBasicArray<uint>& primitives) const override;
   GMathBbox3<double> get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                     const GMathLinearSpace3<double>& space,
                                                     const uint& primitive) const override;

@@ -40,6 +40,14 @@ GMathBbox3<double> GeometryObject::get_primitive_bbox_in_space(const CtxEval& ct
   return measure_corners(get_primitive_bbox(ctx, primitive), space);
 }
 
+GMathBbox3<double> GeometryObject::unite_primitive_bboxes_in_space(const CtxEval& ctx,
+                                                                   const GMathLinearSpace3<double>& space,
+                                                                   const CoreBasicArray<uint>& primitives) const {
+  GMathBbox3<double> box;
+  for (const uint& primitive : primitives) box.add(get_primitive_bbox_in_space(ctx, space, primitive));
+  return box;
+}
+
 GMathBbox3<double> GeometryObject::get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                                   const GMathLinearSpace3<double>& space,
                                                                   const uint& primitive) const {

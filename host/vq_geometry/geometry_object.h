@@ -65,7 +65,11 @@ class VQ_EXPORT GeometryObject : public ResourceData {
   /// from the corners of get_primitive_bbox().
   virtual GMathBbox3<double> get_primitive_bbox_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
                                                          const uint& primitive) const;
-  /// The same at `time`, enlarged for keys between samples as get_primitive_bbox_at().
+  /// The union of these boxes of several primitives, whose boxes at rest are valid. Most of the time of building a
+  /// tree with oriented nodes may be spent here: override it to save the calls.
+  virtual GMathBbox3<double> unite_primitive_bboxes_in_space(const CtxEval& ctx, const GMathLinearSpace3<double>& space,
+                                                             const CoreBasicArray<uint>& primitives) const;
+  /// The same as get_primitive_bbox_in_space() at `time`, enlarged for keys between samples as get_primitive_bbox_at().
   virtual GMathBbox3<double> get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                             const GMathLinearSpace3<double>& space,
                                                             const uint& primitive) const;

@@ -84,6 +84,9 @@ inline SimdFPlain copy_sign(const SimdFPlain& magnitude, const SimdFPlain& sign)
   return SimdFPlain::each(magnitude, sign, [](float x, float y) { return std::copysign(x, y); });
 }
 inline SimdFPlain abs(const SimdFPlain& a) { return copy_sign(a, SimdFPlain(0.0f)); }
+inline SimdFPlain sqrt(const SimdFPlain& a) {
+  return {std::sqrt(a.lane[0]), std::sqrt(a.lane[1]), std::sqrt(a.lane[2]), std::sqrt(a.lane[3])};
+}
 /// Lane `k` in all lanes.
 template <uint k>
 SimdFPlain broadcast(const SimdFPlain& a) {

@@ -132,6 +132,30 @@ TEST(TubeGeometry, both_kinds_answer_rays_alike_at_rest_and_at_the_time_of_the_r
   EXPECT_GT(hits, scaled(400, 40));
 }
 
+// Also where single precision cannot square the coordinates, and of all kinds of bends.
+TEST(TubeGeometry, boxes_of_sets_hold_the_boxes_of_their_segments_tightly) {
+  QueryWorld world;
+  RandomValues random(5);
+  for (uint k = 0; k < 400; ++k) {
+    const double size = k % 20 < 4 ? 1e-25 : k % 20 < 8 ? 1e25 : 1.0, distance = k % 20 < 12 ? 0.0 : 1e3;
+    const Tubes tubes(make_curves(CurveBasis(k % 4), k, 0, size, random.get_vec(distance)));
+    const Vec x = random.get_vec().get_normalized(), y = x.cross(random.get_vec()).get_normalized();
+    const GMathLinearSpace3<double> space(GMathLinearSpace3<float>(GMathLinearSpace3<double>(x, y, x.cross(y))));
+    CoreVector<uint> items;
+    GMathBbox3<double> expected;
+    for (uint segment = k % 3; segment < tubes.curves.get_segment_count(); segment += 1 + k % 5) {
+      items.add(segment);
+      expected.add(tubes.segments.get_primitive_bbox_in_space(world.ctx, space, segment));
+    }
+    const auto box = tubes.segments.unite_primitive_bboxes_in_space(world.ctx, space, items.as_array());
+    const double slack = 1e-5 * expected.get_extent().get_length() + 1e-6 * distance;
+    for (uint axis = 0; axis < 3; ++axis) {
+      EXPECT_TRUE(box.min[axis] <= expected.min[axis] && box.min[axis] >= expected.min[axis] - slack) << k;
+      EXPECT_TRUE(box.max[axis] >= expected.max[axis] && box.max[axis] <= expected.max[axis] + slack) << k;
+    }
+  }
+}
+
 TEST(TubeGeometry, values_that_are_none_cost_their_own_segments_only) {
   QueryWorld world;
   for (const float bad : {NAN, INFINITY}) {
