@@ -1,112 +1,157 @@
-// host/vq_gas_base/gas_bvh_split_frame.cpp
 #include "vq_gas_base/gas_bvh_split_frame.h"
 
 #include <cmath>
 
+#include "vq_gas_base/gas_bvh_split_cost.h"
+
 namespace {
 
 /// More items do not change the mean noticeably.
-constexpr uint most_samples = 64;
+constexpr uint most_samples = 16;
 
 using Vec = GMathVec3<double>;
 
-/// A sum of outer products v v^T. v and -v give the same product, so that the sign of a direction does not matter.
-struct Scatter {
-  double xx = 0.0, yy = 0.0, zz = 0.0, xy = 0.0, xz = 0.0, yz = 0.0;
+/// The sum of lanes x, y and z, in all lanes.
+SimdF sum_lanes(const SimdF& v) { return broadcast<0>(v + rotate_lanes(v) + swap_pairs(v)); }
 
-  void add(const Vec& v, double weight) {
-    xx += weight * v.x * v.x;
-    yy += weight * v.y * v.y;
-    zz += weight * v.z * v.z;
-    xy += weight * v.x * v.y;
-    xz += weight * v.x * v.z;
-    yz += weight * v.y * v.z;
+Vec get_vec(const SimdF& v) {
+  float lanes[4];
+  v.store_unaligned(lanes);
+  return {lanes[0], lanes[1], lanes[2]};
+}
+
+/// A sum of outer products v v^T, as the rows of a matrix; the fourth lane is unused. v and -v give the same product,
+/// so that the sign of a direction does not matter.
+struct Scatter {
+  SimdF row[3] = {SimdF(0.0f), SimdF(0.0f), SimdF(0.0f)};
+
+  void add(const SimdF& v, const SimdF& weight) {
+    const SimdF weighted = v * weight;
+    row[0] = row[0] + weighted * broadcast<0>(v);
+    row[1] = row[1] + weighted * broadcast<1>(v);
+    row[2] = row[2] + weighted * broadcast<2>(v);
   }
-  double get_trace() const { return xx + yy + zz; }
-  Vec apply(const Vec& v) const {
-    return {xx * v.x + xy * v.y + xz * v.z, xy * v.x + yy * v.y + yz * v.z, xz * v.x + yz * v.y + zz * v.z};
+  /// In all lanes.
+  SimdF get_trace() const { return broadcast<0>(row[0] + rotate_lanes(row[1]) + swap_pairs(row[2])); }
+  SimdF apply(const SimdF& v) const {
+    return row[0] * broadcast<0>(v) + row[1] * broadcast<1>(v) + row[2] * broadcast<2>(v);
   }
   /// Scaled to trace 1 and squared: squares the ratio of the largest eigenvalue to the others.
   Scatter get_square() const {
-    const double scale = 1.0 / get_trace();
-    const Vec x = Vec(xx, xy, xz) * scale, y = Vec(xy, yy, yz) * scale, z = Vec(xz, yz, zz) * scale;
-    return {x.dot(x), y.dot(y), z.dot(z), x.dot(y), x.dot(z), y.dot(z)};
+    const SimdF scale = SimdF(1.0f) / get_trace();
+    Scatter scaled{{row[0] * scale, row[1] * scale, row[2] * scale}};
+    return {{scaled.apply(scaled.row[0]), scaled.apply(scaled.row[1]), scaled.apply(scaled.row[2])}};
   }
   /// The eigenvector of the largest eigenvalue: the mean direction of the vectors. 0 without vectors.
   Vec get_main_axis() const {
     Scatter power = *this;
-    for (uint k = 0; k < 6; ++k) power = power.get_square();
-    // A column is the axis times one of its coordinates: the largest is the most exact.
-    if (power.xx >= power.yy && power.xx >= power.zz) return Vec(power.xx, power.xy, power.xz).get_normalized();
-    if (power.yy >= power.zz) return Vec(power.xy, power.yy, power.yz).get_normalized();
-    return Vec(power.xz, power.yz, power.zz).get_normalized();
+    for (uint k = 0; k < 5; ++k) power = power.get_square();
+    // A row is the axis times one of its coordinates: the largest is the most exact.
+    const Vec x = get_vec(power.row[0]), y = get_vec(power.row[1]), z = get_vec(power.row[2]);
+    if (x.x >= y.y && x.x >= z.z) return x.get_normalized();
+    return y.y >= z.z ? y.get_normalized() : z.get_normalized();
   }
 };
 
-bool is_finite(const Vec& v) { return std::isfinite(v.x + v.y + v.z); }
-
-Vec get_any_perpendicular(const Vec& v) {
-  return (std::fabs(v.x) < 0.6 ? v.cross({1.0, 0.0, 0.0}) : v.cross({0.0, 1.0, 0.0})).get_normalized();
+/// Two unit vectors at right angles to the unit vector `v` and to each other (Duff et al. 2017, "Building an
+/// Orthonormal Basis, Revisited").
+void get_perpendiculars(const Vec& v, Vec& first, Vec& second) {
+  const double sign = std::copysign(1.0, v.z), a = -1.0 / (sign + v.z), b = v.x * v.y * a;
+  first = {1.0 + sign * v.x * v.x * a, sign * b, -sign * v.x};
+  second = {b, sign + v.y * v.y * a, -v.y};
 }
 
 /// @param x       unit length
 /// @param second  its component at right angles to `x` becomes the second axis
 GMathLinearSpace3<float> make_space(const Vec& x, const Vec& second) {
-  Vec y = second + x * -x.dot(second);
+  Vec y = second - x * x.dot(second);
   const double length = y.get_length();
-  y = length > 1e-6 * second.get_length() && std::isfinite(length) ? y * (1.0 / length) : get_any_perpendicular(x);
-  y = (y + x * -x.dot(y)).get_normalized();
+  if (length > 1e-6 * second.get_length() && std::isfinite(length)) {
+    y = y * (1.0 / length);
+    y = (y - x * x.dot(y)).get_normalized();  // rounding of a small component is not at right angles
+  } else {
+    Vec unused;
+    get_perpendiculars(x, y, unused);
+  }
   return GMathLinearSpace3<float>(GMathLinearSpace3<double>(x, y, x.cross(y)));
 }
 
+/// Coordinates are relative to the set's box and in units of its size.
 struct SetScatter {
-  Scatter directions;
+  Scatter directions;   ///< weighted by length
   Scatter ends;         ///< of the items' ends about their mean
   Vec bend;             ///< second axis of the longest item
   uint item_count = 0;  ///< those that are finite
 
-  SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set);
-  /// The direction at right angles to `x` in which the ends spread most.
+  SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
+  /// The direction at right angles to `x` in which the ends spread most; not of unit length.
   Vec get_widest(const Vec& x) const;
 };
 
-SetScatter::SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
+SetScatter::SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+  const GMathVec3<float> extent = set.box.get_extent();
+  const SimdF scale(1.0f / std::max({extent.x, extent.y, extent.z}));
+  const SimdF origin = GasBvhSplitBox::load(set.box).get_center_sum();
+  const SimdF zero(0.0f), half(0.5f), one(1.0f), quarter(0.25f), limit(100.0f);
   const uint samples = set.count < most_samples ? set.count : most_samples;
-  Vec origin, sum;
-  double longest = 0.0;
+  const GMathLinearSpace3<float>* longest_space = nullptr;
+  SimdF sum = zero;
+  float longest = 0.0f;
   for (uint k = 0; k < samples; ++k) {
     const uint item = ctx.order[set.first + static_cast<uint>(u64{k} * set.count / samples)];
-    const GMathLinearSpace3<float>& space = ctx.item_spaces[item];
-    const GMathBbox3<double> box(ctx.item_boxes[item]);
-    const Vec direction = Vec(space.axis[0]).get_normalized(), center = box.get_center();
-    const double length = box.get_extent().get_length();
-    if (!is_finite(direction) || !is_finite(center) || !(length > 0.0) || !std::isfinite(length * length)) continue;
-    if (item_count++ == 0) origin = center;
-    if (length > longest) {
-      longest = length;
-      bend = Vec(space.axis[1]);
+    const GasBvhSplitBox box = GasBvhSplitBox::load(ctx.item_boxes[item]);
+    const SimdF direction = SimdF::load_unaligned(&ctx.item_spaces[item].axis[0].x);
+    const SimdF at = (box.get_center_sum() - origin) * (scale * half), extents = (box.high - box.low) * scale;
+    const SimdF length = sqrt(sum_lanes(extents * extents)), size = sum_lanes(direction * direction);
+    // Also false for NaN.
+    const auto usable =
+        (half <= size) & (size <= SimdF(2.0f)) & (length > zero) & (length <= limit) & (sum_lanes(at * at) <= limit);
+    if ((usable.get_bits() & 1u) == 0) continue;
+    ++item_count;
+    float new_length;
+    length.store_first(&new_length);
+    if (new_length > longest) {
+      longest = new_length;
+      longest_space = &ctx.item_spaces[item];
     }
     directions.add(direction, length);
-    const Vec at = center - origin;
-    sum += at;
-    ends.add(at, 1.0);
-    ends.add(direction * length, 0.25);
+    sum = sum + at;
+    ends.add(at, one);
+    ends.add(direction * length, quarter);
   }
-  if (item_count > 0) ends.add(sum, -1.0 / item_count);
+  if (item_count == 0) return;
+  bend = Vec(longest_space->axis[1]);
+  ends.add(sum, SimdF(-1.0f / static_cast<float>(item_count)));
 }
 
 Vec SetScatter::get_widest(const Vec& x) const {
-  const Vec u = get_any_perpendicular(x), v = x.cross(u), along_u = ends.apply(u), along_v = ends.apply(v);
-  const double uu = u.dot(along_u), uv = u.dot(along_v), vv = v.dot(along_v);
+  const Vec rows[3] = {get_vec(ends.row[0]), get_vec(ends.row[1]), get_vec(ends.row[2])};
+  const auto apply = [&](const Vec& v) { return Vec(rows[0].dot(v), rows[1].dot(v), rows[2].dot(v)); };
+  Vec u, v;
+  get_perpendiculars(x, u, v);
+  const Vec along_u = apply(u);
+  const double uu = u.dot(along_u), uv = v.dot(along_u), vv = v.dot(apply(v));
   // A single straight item, or several in one line, spread only by rounding.
-  if (!(uu + vv > 1e-9 * ends.get_trace())) return bend;
-  const double angle = 0.5 * std::atan2(2.0 * uv, uu - vv);
-  return u * std::cos(angle) + v * std::sin(angle);
+  if (!(uu + vv > 1e-6 * (rows[0].x + rows[1].y + rows[2].z))) return bend;
+  const double difference = uu - vv, root = std::sqrt(difference * difference + 4.0 * uv * uv);
+  return difference >= 0.0 ? u * (difference + root) + v * (2.0 * uv) : u * (2.0 * uv) + v * (root - difference);
+}
+
+/// Whether the axes are as exact as floats can be.
+bool is_orthonormal(const GMathLinearSpace3<float>& space) {
+  constexpr double error = 0x1p-21;
+  const Vec x(space.axis[0]), y(space.axis[1]), z = Vec(space.axis[2]) - x.cross(y);
+  return std::fabs(x.dot(x) - 1.0) < error && std::fabs(y.dot(y) - 1.0) < error && std::fabs(x.dot(y)) < error &&
+         z.dot(z) < error * error;
 }
 
 }  // namespace
 
-GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
+GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+  if (set.count == 1) {
+    const GMathLinearSpace3<float>& own = ctx.item_spaces[ctx.order[set.first]];
+    if (is_orthonormal(own)) return {own, 1.0f};
+  }
   GasBvhSplitFrame frame;
   const SetScatter scatter(ctx, set);
   const Vec x = scatter.directions.get_main_axis();
@@ -120,6 +165,7 @@ GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBv
     return frame;
   }
   frame.space = make_space(x, scatter.get_widest(x));
-  frame.agreement = static_cast<float>(x.dot(scatter.directions.apply(x)) / scatter.directions.get_trace());
+  const SimdF axis(static_cast<float>(x.x), static_cast<float>(x.y), static_cast<float>(x.z), 0.0f);
+  (sum_lanes(axis * scatter.directions.apply(axis)) / scatter.directions.get_trace()).store_first(&frame.agreement);
   return frame;
 }

@@ -13,4 +13,4 @@ struct GasBvhSplitFrame {
 };
 
 /// Uses every item of a small set, and evenly spaced samples of a large set. Needs the context's item spaces.
-GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set);
+GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
