@@ -9,6 +9,8 @@
 // Both strategies always end: a set larger than the maximum leaf is always split, also with NaN or infinite boxes. They
 // throw AppStopped after a stop request of the application, and std::bad_alloc.
 #pragma once
+#include <memory>
+
 #include "vq_core/core_array.h"
 #include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
@@ -16,7 +18,9 @@
 #include "vq_gmath/gmath_linear_space.h"
 
 class AppBase;
+class GasBvhSplitSmall;
 class SysThreadManager;
+struct GasBvhSplitSides;
 
 /// Callbacks that measure items along the axes of a space (unit length, at right angles): one box around all of them,
 /// or one box per item. Called on several threads at once, with the context's `measure_owner`.
@@ -31,12 +35,14 @@ struct GasBvhSplitSet {
 };
 
 struct GasBvhSplitSetGeom : GasBvhSplitSet {
-  GMathBbox3<float> box;           ///< in the builder's space
-  float area = 0.0f;               ///< half the surface of `box`; the largest set is split first
-  bool leaf = false;               ///< not to be split any further
-  GMathLinearSpace3<float> space;  ///< oriented strategy: the set's frame
-  GMathBbox3<float> space_box;     ///< oriented strategy: the set's box measured along `space`, no extent 0
-  bool refitted = false;           ///< oriented strategy: `space` and `space_box` are those of this range
+  GMathBbox3<float> box;  ///< in the builder's space
+  float area = 0.0f;      ///< half the surface of `box`; the largest set is split first
+  bool leaf = false;      ///< not to be split any further
+  // Of the oriented strategy:
+  bool has_space = false;          ///< the set is in an oriented node
+  GMathLinearSpace3<float> space;  ///< the space in which the set was split off, or after refit() its own
+  GMathBbox3<float> space_box;     ///< its box along `space`; approximate, or after refit() measured, no extent 0
+  bool refitted = false;
 };
 
 /// The input of a strategy; filled by the tree builder, shared by all sets of one build.
@@ -97,8 +103,11 @@ class VQ_EXPORT GasBvhSplitAligned {
 /// the set alone, never on the number of threads.
 class VQ_EXPORT GasBvhSplitUnaligned {
  public:
+  GasBvhSplitUnaligned();
+  GasBvhSplitUnaligned(GasBvhSplitUnaligned&& other) noexcept;
+  ~GasBvhSplitUnaligned();
   /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; does not
-  /// change it otherwise. Areas and boxes of the halves are those along the world's axes either way.
+  /// change it otherwise. The halves then get the space of the split and, as area, that of their boxes in it.
   bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
              bool& aligned, SysThreadManager* threads);
   /// Gives `set` the space of its items' mean direction and its tight box in it, with every extent large
@@ -107,18 +116,14 @@ class VQ_EXPORT GasBvhSplitUnaligned {
   void refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads);
 
  private:
-  template <class MakeSearch>
-  bool split_by(const MakeSearch& make_search, GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
-                GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads);
-  static bool split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                         GasBvhSplitSetGeom& right, bool& aligned);
-  static bool may_orient(const GasBvhSplitCtx& ctx);
-  /// Fills `space_boxes_` with the boxes of the items' capsules. False when oriented boxes are not possible or cannot
-  /// cost less.
-  bool fill_space_boxes(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
+  bool split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                  GasBvhSplitSetGeom& right, bool& aligned);
+  template <class Search>
+  bool split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                   GasBvhSplitSetGeom& right, bool& aligned);
+  void fill_oriented_halves(const GasBvhSplitSetGeom& set, const GMathLinearSpace3<float>& space,
+                            const GasBvhSplitSides& sides, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right) const;
 
-  /// Scratch, kept from set to set, as in the aligned strategy.
-  CoreVector<GMathBbox3<float>> space_boxes_;
-  CoreVector<GasBvhSplitItemBins> item_bins_, oriented_item_bins_;
-  CoreVector<uint> moved_;
+  GasBvhSplitAligned large_;                 ///< splits sets that are too large for oriented boxes
+  std::unique_ptr<GasBvhSplitSmall> small_;  ///< scratch, kept from set to set
 };

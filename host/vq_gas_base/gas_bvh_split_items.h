@@ -1,7 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_items.h
 //
 // Access of a split search to the boxes of a set's items, by position in the set: the item boxes of the build, read
-// through the order array, or an array in the order of the set.
+// through the order array, or the copies of a small set.
 #pragma once
 #include "vq_gas_base/gas_bvh_split_cost.h"
 
@@ -15,10 +15,11 @@ struct GasBvhSplitWorldBoxes {
   void prefetch(uint position) const { simd_prefetch(reinterpret_cast<std::uintptr_t>(&item_boxes[order[position]])); }
 };
 
-/// Boxes along the axes of another space, computed for this set.
-struct GasBvhSplitSpaceBoxes {
-  const GMathBbox3<float>* boxes;  ///< indexed by position
+/// Boxes of a small set, copied next to each other.
+struct GasBvhSplitSlotBoxes {
+  const GasBvhSplitBox* boxes;  ///< [slot]
+  const uint* slots;            ///< of the set
 
-  GasBvhSplitBox load(uint position) const { return GasBvhSplitBox::load(boxes[position]); }
+  GasBvhSplitBox load(uint position) const { return boxes[slots[position]]; }
   void prefetch(uint /*position*/) const {}
 };

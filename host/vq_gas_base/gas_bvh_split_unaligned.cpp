@@ -1,12 +1,12 @@
-// host/vq_gas_base/gas_bvh_split_unaligned.cpp
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <optional>
 
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_gas_base/gas_bvh_split_binned.h"
-#include "vq_gas_base/gas_bvh_split_capsule.h"
 #include "vq_gas_base/gas_bvh_split_frame.h"
-#include "vq_gas_base/gas_bvh_split_halves.h"
+#include "vq_gas_base/gas_bvh_split_small.h"
 #include "vq_gas_base/gas_bvh_split_sorted.h"
 
 namespace {
@@ -14,47 +14,70 @@ namespace {
 /// Below this agreement, boxes in the items' mean space are no smaller than those along the world's axes. On all grooms
 /// tested a lower limit gives no better trees; with 0.8, rays visit 2 % more nodes.
 constexpr float least_agreement = 0.65f;
-/// In larger sets the direction of the items does not affect the size of the box: rays through a million curves visit
-/// as many nodes with this limit as without it.
-constexpr uint most_oriented_items = 16384;
-
-CoreBasicArray<uint> get_items(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
-  return CoreBasicArray<uint>::make_view(ctx.order + set.first, set.count);
-}
-
-GasBvhSplitCapsule get_capsule(const GasBvhSplitCtx& ctx, uint position) {
-  const uint item = ctx.order[position];
-  return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]);
-}
 
 /// Expected cost of a set for a ray that has entered it, as a leaf or split.
 class Costs {
  public:
-  Costs(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, bool aligned, float padding)
-      : unit_(gas_bvh_split_unit_cost(ctx)),
+  Costs(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, bool aligned)
+      : padding_(gas_bvh_split_padding(get_box(set))),
+        unit_(gas_bvh_split_unit_cost(ctx)),
         whole_(gas_bvh_split_whole_cost(ctx, set)),
-        area_(gas_bvh_split_padded_area(set.refitted ? set.space_box : set.box, padding)),
+        area_(gas_bvh_split_padded_area(get_box(set), padding_)),
         // Up to three splits make one node: each is charged a third of the additional cost of an oriented node.
         oriented_node_(ctx.aligned_cost + (ctx.oriented_cost - ctx.aligned_cost) * (1.0f / 3.0f)),
-        aligned_node_(aligned ? ctx.aligned_cost : oriented_node_) {}
+        aligned_node_(aligned ? ctx.aligned_cost : oriented_node_),
+        may_be_leaf_(set.count <= ctx.max_leaf) {}
 
-  float get_whole() const { return whole_; }
+  float get_padding() const { return padding_; }
   /// @param cut_cost  sum of area x weight over both sides; infinite: no split
   float get_aligned(float cut_cost) const { return aligned_node_ + get_items(cut_cost); }
   float get_oriented(float cut_cost) const { return oriented_node_ + get_items(cut_cost); }
+  bool is_cheaper_whole(float split_cost) const { return may_be_leaf_ && whole_ <= split_cost; }
 
  private:
+  /// The box by which a ray enters.
+  static const GMathBbox3<float>& get_box(const GasBvhSplitSetGeom& set) {
+    return set.has_space ? set.space_box : set.box;
+  }
   /// A side may be larger than the box by which the set is entered, but it is not visited more often than the set.
   float get_items(float cut_cost) const {
     const float items = cut_cost / area_ * unit_;
     return items < whole_ || items == std::numeric_limits<float>::infinity() ? items : whole_;
   }
 
+  float padding_;
   float unit_;   ///< cost of an item of weight 1
   float whole_;  ///< as a leaf
-  float area_;   ///< of the box by which a ray enters
+  float area_;
   float oriented_node_, aligned_node_;
+  bool may_be_leaf_;
 };
+
+/// GasBvhSplitBinned for a small set, with the interface of GasBvhSplitSorted.
+class SmallBinned {
+ public:
+  SmallBinned(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const GasBvhSplitSlotBoxes& boxes)
+      : search_(ctx, set, boxes, item_bins_, nullptr) {}
+  GasBvhSplitChoice find(float padding) { return search_.find(padding); }
+  GasBvhSplitSides cut(const GasBvhSplitChoice& choice) { return search_.cut(choice, moved_); }
+
+ private:
+  GasBvhSplitItemBins item_bins_[GasBvhSplitSmall::most_items];
+  uint moved_[GasBvhSplitSmall::most_items];
+  GasBvhSplitBinned<GasBvhSplitSlotBoxes> search_;
+};
+
+bool may_orient(const GasBvhSplitCtx& ctx) {
+  return std::isfinite(ctx.oriented_cost) && ctx.item_spaces != nullptr && ctx.measure_set != nullptr;
+}
+
+/// The space in which the set may be split.
+std::optional<GMathLinearSpace3<float>> find_space(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+  if (set.has_space) return set.space;
+  const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
+  if (!(frame.agreement >= least_agreement)) return std::nullopt;
+  return frame.space;
+}
 
 /// Enlarges an extent below `least` to `least`, equally on both sides.
 void widen(GMathBbox3<float>& box, uint axis, float least) {
@@ -82,101 +105,106 @@ void make_invertible(GMathBbox3<float>& box) {
 
 }  // namespace
 
-template <class MakeSearch>
-bool GasBvhSplitUnaligned::split_by(const MakeSearch& make_search, GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
-                                    GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, bool& aligned,
-                                    SysThreadManager* threads) {
-  const float padding = gas_bvh_split_padding(set.box);
-  const Costs costs(ctx, set, aligned, padding);
-  const bool may_be_leaf = set.count <= ctx.max_leaf;
-  auto search = make_search(GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first}, item_bins_);
-  const GasBvhSplitChoice choice = search.find(padding);
-  const float aligned_cut_cost = costs.get_aligned(choice.cost);
+GasBvhSplitUnaligned::GasBvhSplitUnaligned() = default;
+GasBvhSplitUnaligned::GasBvhSplitUnaligned(GasBvhSplitUnaligned&&) noexcept = default;
+GasBvhSplitUnaligned::~GasBvhSplitUnaligned() = default;
 
-  if (fill_space_boxes(ctx, set)) {
-    auto oriented_search = make_search(GasBvhSplitSpaceBoxes{space_boxes_.get_items()}, oriented_item_bins_);
-    const GasBvhSplitChoice oriented_choice = oriented_search.find(padding);
-    const float oriented_cut_cost = costs.get_oriented(oriented_choice.cost);
-    if (oriented_choice.is_found() && oriented_cut_cost < aligned_cut_cost) {
-      if (may_be_leaf && costs.get_whole() <= oriented_cut_cost) return false;
-      const GasBvhSplitSides sides = oriented_search.cut(oriented_choice, moved_.get_items());
-      gas_bvh_split_at(ctx, set, sides.left_count, left, right, threads);
-      aligned = false;
-      return true;
-    }
+/// A set that has a space is split in it, unless that does not pay. Others are searched along the world's axes too.
+template <class Search>
+bool GasBvhSplitUnaligned::split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                                       GasBvhSplitSetGeom& right, bool& aligned) {
+  const Costs costs(ctx, set, aligned);
+  const GasBvhSplitSet part = small_->get_part(set);
+  const std::optional<GMathLinearSpace3<float>> space = find_space(ctx, set);
+  std::optional<Search> in_space;
+  GasBvhSplitChoice oriented;
+  float oriented_cost = std::numeric_limits<float>::infinity();
+  if (space) {
+    small_->measure(set, *space);
+    in_space.emplace(small_->get_ctx(), part, small_->get_space_boxes(set));
+    oriented = in_space->find(costs.get_padding());
+    oriented_cost = costs.get_oriented(oriented.cost);
   }
-  if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, threads);
-  if (may_be_leaf && costs.get_whole() <= aligned_cut_cost) return false;
-  gas_bvh_split_fill_halves(set, search.cut(choice, moved_.get_items()), left, right);
+  const auto cut_in_space = [&] {
+    fill_oriented_halves(set, *space, in_space->cut(oriented), left, right);
+    small_->store_order(set, ctx.order);
+    aligned = false;
+    return true;
+  };
+  const bool pays = oriented.is_found() && !costs.is_cheaper_whole(oriented_cost);
+  if (pays && set.has_space) return cut_in_space();
+
+  Search in_world(small_->get_ctx(), part, small_->get_world_boxes(set));
+  const GasBvhSplitChoice choice = in_world.find(costs.get_padding());
+  const float cost = costs.get_aligned(choice.cost);
+  if (pays && oriented_cost < cost) return cut_in_space();
+  if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, nullptr);
+  if (costs.is_cheaper_whole(cost)) return false;
+  gas_bvh_split_fill_halves(set, in_world.cut(choice), left, right);
+  small_->store_order(set, ctx.order);
   return true;
 }
 
-/// Two items: there is only one split. In an oriented node each item gets the box of its own space.
+/// The halves keep the space, which then serves all splits of the node.
+void GasBvhSplitUnaligned::fill_oriented_halves(const GasBvhSplitSetGeom& set, const GMathLinearSpace3<float>& space,
+                                                const GasBvhSplitSides& sides, GasBvhSplitSetGeom& left,
+                                                GasBvhSplitSetGeom& right) const {
+  const uint left_count = sides.left_count;
+  gas_bvh_split_fill_halves(set,
+                            {left_count, small_->unite({set.first, left_count}),
+                             small_->unite({set.first + left_count, set.count - left_count})},
+                            left, right);
+  left.space_box = sides.left.get_bbox();
+  right.space_box = sides.right.get_bbox();
+  for (GasBvhSplitSetGeom* half : {&left, &right}) {
+    half->has_space = true;
+    half->space = space;
+    half->area = half->space_box.get_half_area();
+  }
+}
+
+/// Two items: there is only one split.
 bool GasBvhSplitUnaligned::split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                       GasBvhSplitSetGeom& right, bool& aligned) {
   gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
-  const float padding = gas_bvh_split_padding(set.box);
-  const Costs costs(ctx, set, aligned, padding);
-  const float weights[2] = {gas_bvh_split_weight(ctx, ctx.order[set.first]),
-                            gas_bvh_split_weight(ctx, ctx.order[set.first + 1])};
-  float aligned_cut_cost = costs.get_aligned(gas_bvh_split_padded_area(left.box, padding) * weights[0] +
-                                             gas_bvh_split_padded_area(right.box, padding) * weights[1]);
-  if (may_orient(ctx)) {
-    const float oriented_cut_cost = costs.get_oriented(get_capsule(ctx, set.first).get_half_area() * weights[0] +
-                                                       get_capsule(ctx, set.first + 1).get_half_area() * weights[1]);
-    if (oriented_cut_cost < aligned_cut_cost) {
-      aligned_cut_cost = oriented_cut_cost;
-      aligned = false;
-    }
+  const Costs costs(ctx, set, aligned);
+  float aligned_cost = 0.0f, oriented_cost = 0.0f;
+  for (GasBvhSplitSetGeom* half : {&left, &right}) {
+    const uint item = ctx.order[half->first];
+    const float weight = gas_bvh_split_weight(ctx, item);
+    const float area = GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]).get_half_area();
+    aligned_cost += gas_bvh_split_padded_area(half->box, costs.get_padding()) * weight;
+    oriented_cost += area * weight;
+    if (!aligned) half->area = area;
   }
-  return ctx.max_leaf < 2 || !(costs.get_whole() <= aligned_cut_cost);
-}
-
-bool GasBvhSplitUnaligned::may_orient(const GasBvhSplitCtx& ctx) {
-  return std::isfinite(ctx.oriented_cost) && ctx.item_spaces != nullptr && ctx.measure_set != nullptr;
-}
-
-bool GasBvhSplitUnaligned::fill_space_boxes(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
-  if (!may_orient(ctx) || set.count > most_oriented_items) return false;
-  GMathLinearSpace3<float> space = set.space;
-  if (!set.refitted) {
-    const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
-    if (!(frame.agreement >= least_agreement)) return false;
-    space = frame.space;
-  }
-  if (!space_boxes_.resize_for_overwrite(set.count)) return false;
-  for (uint k = 0; k < set.count; ++k) space_boxes_[k] = get_capsule(ctx, set.first + k).get_bbox(space);
+  if (!aligned) return true;  // another lane of an oriented node costs nothing
+  const float best_oriented = costs.get_oriented(oriented_cost), best_aligned = costs.get_aligned(aligned_cost);
+  if (costs.is_cheaper_whole(std::min(best_aligned, best_oriented))) return false;
+  aligned = best_aligned <= best_oriented;
   return true;
 }
 
 bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                  GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads) {
   if (set.count < 2) return false;
+  if (set.count > GasBvhSplitSmall::most_items || !may_orient(ctx))
+    return large_.split(ctx, set, left, right, aligned, threads);
   if (set.count == 2) return split_pair(ctx, set, left, right, aligned);
-  if (set.count <= GasBvhSplitSorted::most_items) {
-    const auto make_sorted = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& /*item_bins*/) {
-      return GasBvhSplitSorted(ctx, set, boxes);
-    };
-    return split_by(make_sorted, ctx, set, left, right, aligned, nullptr);
-  }
-  for (CoreVector<GasBvhSplitItemBins>* item_bins : {&item_bins_, &oriented_item_bins_}) {
-    if (!item_bins->resize_for_overwrite(set.count)) return gas_bvh_split_fallback(ctx, set, left, right, threads);
-  }
-  if (!moved_.resize_for_overwrite(set.count)) return gas_bvh_split_fallback(ctx, set, left, right, threads);
-  const auto make_binned = [&](const auto& boxes, CoreVector<GasBvhSplitItemBins>& item_bins) {
-    return GasBvhSplitBinned(ctx, set, boxes, item_bins.get_items(), threads);
-  };
-  return split_by(make_binned, ctx, set, left, right, aligned, threads);
+  if (!small_) small_ = std::make_unique<GasBvhSplitSmall>();
+  small_->load(ctx, set);
+  if (set.count <= GasBvhSplitSorted::most_items) return split_small<GasBvhSplitSorted>(ctx, set, left, right, aligned);
+  return split_small<SmallBinned>(ctx, set, left, right, aligned);
 }
 
 void GasBvhSplitUnaligned::refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads) {
   if (set.refitted) return;
-  set.refitted = true;
+  set.refitted = set.has_space = true;
   set.space = GMathLinearSpace3<float>();
   set.space_box = set.box;
   if (ctx.item_spaces != nullptr && ctx.measure_set != nullptr) {
     set.space = gas_bvh_split_find_frame(ctx, set).space;
-    set.space_box = ctx.measure_set(get_items(ctx, set), set.space, ctx.measure_owner, threads);
+    const auto items = CoreBasicArray<uint>::make_view(ctx.order + set.first, set.count);
+    set.space_box = ctx.measure_set(items, set.space, ctx.measure_owner, threads);
   }
   make_invertible(set.space_box);
 }
