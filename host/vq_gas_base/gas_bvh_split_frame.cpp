@@ -20,8 +20,7 @@ Vec get_vec(const SimdF& v) {
   return {lanes[0], lanes[1], lanes[2]};
 }
 
-/// A sum of outer products v v^T, as the rows of a matrix; the fourth lane is unused. v and -v give the same product,
-/// so that the sign of a direction does not matter.
+/// A sum of outer products v v^T, as the rows of a matrix; the fourth lane is unused.
 struct Scatter {
   SimdF row[3] = {SimdF(0.0f), SimdF(0.0f), SimdF(0.0f)};
 
@@ -30,26 +29,6 @@ struct Scatter {
     row[0] = row[0] + weighted * broadcast<0>(v);
     row[1] = row[1] + weighted * broadcast<1>(v);
     row[2] = row[2] + weighted * broadcast<2>(v);
-  }
-  /// In all lanes.
-  SimdF get_trace() const { return broadcast<0>(row[0] + rotate_lanes(row[1]) + swap_pairs(row[2])); }
-  SimdF apply(const SimdF& v) const {
-    return row[0] * broadcast<0>(v) + row[1] * broadcast<1>(v) + row[2] * broadcast<2>(v);
-  }
-  /// Scaled to trace 1 and squared: squares the ratio of the largest eigenvalue to the others.
-  Scatter get_square() const {
-    const SimdF scale = SimdF(1.0f) / get_trace();
-    Scatter scaled{{row[0] * scale, row[1] * scale, row[2] * scale}};
-    return {{scaled.apply(scaled.row[0]), scaled.apply(scaled.row[1]), scaled.apply(scaled.row[2])}};
-  }
-  /// The eigenvector of the largest eigenvalue: the mean direction of the vectors. 0 without vectors.
-  Vec get_main_axis() const {
-    Scatter power = *this;
-    for (uint k = 0; k < 5; ++k) power = power.get_square();
-    // A row is the axis times one of its coordinates: the largest is the most exact.
-    const Vec x = get_vec(power.row[0]), y = get_vec(power.row[1]), z = get_vec(power.row[2]);
-    if (x.x >= y.y && x.x >= z.z) return x.get_normalized();
-    return y.y >= z.z ? y.get_normalized() : z.get_normalized();
   }
 };
 
@@ -76,12 +55,45 @@ GMathLinearSpace3<float> make_space(const Vec& x, const Vec& second) {
   return GMathLinearSpace3<float>(GMathLinearSpace3<double>(x, y, x.cross(y)));
 }
 
-/// Coordinates are relative to the set's box and in units of its size.
+/// Reads the items of a set, in coordinates relative to the set's box and in units of its size.
+class Samples {
+ public:
+  Samples(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set)
+      : ctx_(ctx), set_(set), count_(set.count < most_samples ? set.count : most_samples) {
+    const GMathVec3<float> extent = set.box.get_extent();
+    scale_ = SimdF(1.0f / std::max({extent.x, extent.y, extent.z}));
+    origin_ = GasBvhSplitBox::load(set.box).get_center_sum();
+  }
+
+  /// Calls use(direction, length, center, space) for every item that is finite and has a direction of unit length.
+  /// Vectors have lanes x, y and z, `length` is in all lanes.
+  template <class Use>
+  void for_each(const Use& use) const {
+    const SimdF zero(0.0f), half(0.5f), two(2.0f), limit(100.0f);
+    for (uint k = 0; k < count_; ++k) {
+      const uint item = ctx_.order[set_.first + static_cast<uint>(u64{k} * set_.count / count_)];
+      const GasBvhSplitBox box = GasBvhSplitBox::load(ctx_.item_boxes[item]);
+      const GMathLinearSpace3<float>& space = ctx_.item_spaces[item];
+      const SimdF direction = SimdF::load_unaligned(&space.axis[0].x);
+      const SimdF center = (box.get_center_sum() - origin_) * scale_ * half, extent = (box.high - box.low) * scale_;
+      const SimdF length = sqrt(sum_lanes(extent * extent)), size = sum_lanes(direction * direction);
+      const auto usable = (half <= size) & (size <= two) & (length > zero) & (length <= limit) &
+                          (sum_lanes(center * center) <= limit);  // also false for NaN
+      if ((usable.get_bits() & 1u) != 0) use(direction, length, center, space);
+    }
+  }
+
+ private:
+  const GasBvhSplitCtx& ctx_;
+  const GasBvhSplitSetGeom& set_;
+  uint count_;
+  SimdF scale_, origin_;
+};
+
 struct SetScatter {
-  Scatter directions;   ///< weighted by length
-  Scatter ends;         ///< of the items' ends about their mean
-  Vec bend;             ///< second axis of the longest item
-  uint item_count = 0;  ///< those that are finite
+  SimdF direction{0.0f};  ///< sum of the directions, weighted by length, each turned to agree with those before it
+  Scatter ends;           ///< of the items' ends about their mean
+  Vec bend;               ///< second axis of the longest item
 
   SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
   /// The direction at right angles to `x` in which the ends spread most; not of unit length.
@@ -89,39 +101,23 @@ struct SetScatter {
 };
 
 SetScatter::SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
-  const GMathVec3<float> extent = set.box.get_extent();
-  const SimdF scale(1.0f / std::max({extent.x, extent.y, extent.z}));
-  const SimdF origin = GasBvhSplitBox::load(set.box).get_center_sum();
-  const SimdF zero(0.0f), half(0.5f), one(1.0f), quarter(0.25f), limit(100.0f);
-  const uint samples = set.count < most_samples ? set.count : most_samples;
   const GMathLinearSpace3<float>* longest_space = nullptr;
-  SimdF sum = zero;
-  float longest = 0.0f;
-  for (uint k = 0; k < samples; ++k) {
-    const uint item = ctx.order[set.first + static_cast<uint>(u64{k} * set.count / samples)];
-    const GasBvhSplitBox box = GasBvhSplitBox::load(ctx.item_boxes[item]);
-    const SimdF direction = SimdF::load_unaligned(&ctx.item_spaces[item].axis[0].x);
-    const SimdF at = (box.get_center_sum() - origin) * (scale * half), extents = (box.high - box.low) * scale;
-    const SimdF length = sqrt(sum_lanes(extents * extents)), size = sum_lanes(direction * direction);
-    // Also false for NaN.
-    const auto usable =
-        (half <= size) & (size <= SimdF(2.0f)) & (length > zero) & (length <= limit) & (sum_lanes(at * at) <= limit);
-    if ((usable.get_bits() & 1u) == 0) continue;
-    ++item_count;
-    float new_length;
-    length.store_first(&new_length);
-    if (new_length > longest) {
-      longest = new_length;
-      longest_space = &ctx.item_spaces[item];
-    }
-    directions.add(direction, length);
-    sum = sum + at;
-    ends.add(at, one);
-    ends.add(direction * length, quarter);
-  }
-  if (item_count == 0) return;
+  SimdF sum(0.0f), longest(0.0f);
+  float count = 0.0f;
+  Samples(ctx, set).for_each([&](const SimdF& axis, const SimdF& length, const SimdF& center,
+                                 const GMathLinearSpace3<float>& space) {
+    count += 1.0f;
+    if (((length > longest).get_bits() & 1u) != 0) longest_space = &space;
+    longest = max(length, longest);
+    const SimdF along = axis * length;
+    direction = direction + along * copy_sign(SimdF(1.0f), sum_lanes(direction * axis));
+    sum = sum + center;
+    ends.add(center, SimdF(1.0f));
+    ends.add(along, SimdF(0.25f));
+  });
+  if (longest_space == nullptr) return;
   bend = Vec(longest_space->axis[1]);
-  ends.add(sum, SimdF(-1.0f / static_cast<float>(item_count)));
+  ends.add(sum, SimdF(-1.0f / count));
 }
 
 Vec SetScatter::get_widest(const Vec& x) const {
@@ -147,25 +143,33 @@ bool is_orthonormal(const GMathLinearSpace3<float>& space) {
 
 }  // namespace
 
-GasBvhSplitFrame gas_bvh_split_find_frame(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
+GMathLinearSpace3<float> gas_bvh_split_find_space(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
   if (set.count == 1) {
     const GMathLinearSpace3<float>& own = ctx.item_spaces[ctx.order[set.first]];
-    if (is_orthonormal(own)) return {own, 1.0f};
+    if (is_orthonormal(own)) return own;
   }
-  GasBvhSplitFrame frame;
   const SetScatter scatter(ctx, set);
-  const Vec x = scatter.directions.get_main_axis();
-  if (scatter.item_count == 0 || !(x.dot(x) > 0.5)) {
-    const auto get_hint = [&ctx](uint k) {
-      const float* hint = ctx.direction_hints[k];
-      return Vec(hint[0], hint[1], hint[2]);
-    };
-    const Vec hint = get_hint(0).get_normalized();
-    frame.space = hint.dot(hint) > 0.5 ? make_space(hint, get_hint(1)) : GMathLinearSpace3<float>();
-    return frame;
-  }
-  frame.space = make_space(x, scatter.get_widest(x));
-  const SimdF axis(static_cast<float>(x.x), static_cast<float>(x.y), static_cast<float>(x.z), 0.0f);
-  (sum_lanes(axis * scatter.directions.apply(axis)) / scatter.directions.get_trace()).store_first(&frame.agreement);
-  return frame;
+  const Vec x = get_vec(scatter.direction).get_normalized();
+  if (x.dot(x) > 0.5) return make_space(x, scatter.get_widest(x));
+  const auto get_hint = [&ctx](uint k) {
+    const float* hint = ctx.direction_hints[k];
+    return Vec(hint[0], hint[1], hint[2]);
+  };
+  const Vec hint = get_hint(0).get_normalized();
+  return hint.dot(hint) > 0.5 ? make_space(hint, get_hint(1)) : GMathLinearSpace3<float>();
+}
+
+float gas_bvh_split_get_agreement(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
+                                  const GMathVec3<float>& axis) {
+  const SimdF x(axis.x, axis.y, axis.z, 0.0f);
+  SimdF weight(0.0f), agreement(0.0f);
+  Samples(ctx, set).for_each([&](const SimdF& direction, const SimdF& length, const SimdF& /*center*/,
+                                 const GMathLinearSpace3<float>& /*space*/) {
+    const SimdF cosine = sum_lanes(direction * x);
+    weight = weight + length;
+    agreement = agreement + length * cosine * cosine;
+  });
+  float result;
+  (agreement / max(weight, SimdF(std::numeric_limits<float>::min()))).store_first(&result);
+  return result;
 }

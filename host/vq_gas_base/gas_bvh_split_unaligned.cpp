@@ -74,9 +74,9 @@ bool may_orient(const GasBvhSplitCtx& ctx) {
 /// The space in which the set may be split.
 std::optional<GMathLinearSpace3<float>> find_space(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) {
   if (set.has_space) return set.space;
-  const GasBvhSplitFrame frame = gas_bvh_split_find_frame(ctx, set);
-  if (!(frame.agreement >= least_agreement)) return std::nullopt;
-  return frame.space;
+  const GMathLinearSpace3<float> space = gas_bvh_split_find_space(ctx, set);
+  if (!(gas_bvh_split_get_agreement(ctx, set, space.axis[0]) >= least_agreement)) return std::nullopt;
+  return space;
 }
 
 /// Enlarges an extent below `least` to `least`, equally on both sides.
@@ -202,7 +202,7 @@ void GasBvhSplitUnaligned::refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, S
   set.space = GMathLinearSpace3<float>();
   set.space_box = set.box;
   if (ctx.item_spaces != nullptr && ctx.measure_set != nullptr) {
-    set.space = gas_bvh_split_find_frame(ctx, set).space;
+    set.space = gas_bvh_split_find_space(ctx, set);
     const auto items = CoreBasicArray<uint>::make_view(ctx.order + set.first, set.count);
     set.space_box = ctx.measure_set(items, set.space, ctx.measure_owner, threads);
   }
