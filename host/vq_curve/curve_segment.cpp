@@ -168,6 +168,30 @@ double get_largest(const double (&value)[CurveSegment<shape>::point_count]) {
     return get_maximum(value[0], value[1], value[2], value[3]);
 }
 
+/// @param get_place   (position, axis) -> coordinate along the axis
+/// @param get_length  (axis) -> length of the axis
+template <CurveShape shape, class GetPlace, class GetLength>
+GMathBbox3<double> measure_segment(const CurveSegment<shape>& segment, const GetPlace& get_place,
+                                   const GetLength& get_length) {
+  constexpr uint count = CurveSegment<shape>::point_count;
+  GMathBbox3<double> box;
+  double poison = 0.0;  // NaN when a value is NaN or infinite, which comparisons alone would ignore
+  for (uint axis = 0; axis < 3; ++axis) {
+    double below[count], above[count];
+    const double scale = get_length(axis);
+    for (uint k = 0; k < count; ++k) {
+      const double place = get_place(segment.point[k].position, axis);
+      const double radius = get_radius(segment.point[k]) * scale;
+      below[k] = radius - place;
+      above[k] = radius + place;
+      poison += place * 0.0 + radius * 0.0;
+    }
+    box.min[axis] = -get_largest<shape>(below);
+    box.max[axis] = get_largest<shape>(above);
+  }
+  return {box.min + Vec(poison, poison, poison), box.max + Vec(poison, poison, poison)};
+}
+
 }  // namespace
 
 template <CurveShape shape>
@@ -254,28 +278,16 @@ CurveSurfacePoint curve_get_surface_point(const CurveSegment<shape>& segment, do
 
 template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox_in_space(const CurveSegment<shape>& segment, const GMathLinearSpace3<double>& space) {
-  constexpr uint count = CurveSegment<shape>::point_count;
-  GMathBbox3<double> box;
-  double poison = 0.0;  // NaN when a value is NaN or infinite, which comparisons alone would ignore
-  for (uint axis = 0; axis < 3; ++axis) {
-    double below[count], above[count];
-    const double scale = space.axis[axis].get_length();  // rounded axes are not exactly of unit length
-    for (uint k = 0; k < count; ++k) {
-      const double place = space.axis[axis].dot(segment.point[k].position);
-      const double radius = get_radius(segment.point[k]) * scale;
-      below[k] = radius - place;
-      above[k] = radius + place;
-      poison += place * 0.0 + radius * 0.0;
-    }
-    box.min[axis] = -get_largest<shape>(below);
-    box.max[axis] = get_largest<shape>(above);
-  }
-  return {box.min + Vec(poison, poison, poison), box.max + Vec(poison, poison, poison)};
+  return measure_segment(
+      segment, [&](const Vec& position, uint axis) { return space.axis[axis].dot(position); },
+      // rounded axes are not exactly of unit length
+      [&](uint axis) { return space.axis[axis].get_length(); });
 }
 
 template <CurveShape shape>
 GMathBbox3<double> curve_get_bbox(const CurveSegment<shape>& segment) {
-  return curve_get_bbox_in_space(segment, GMathLinearSpace3<double>());
+  return measure_segment(
+      segment, [](const Vec& position, uint axis) { return position[axis]; }, [](uint /*axis*/) { return 1.0; });
 }
 
 template <CurveShape shape>
@@ -290,7 +302,8 @@ GMathLinearSpace3<double> curve_get_space(const CurveSegment<shape>& segment) {
   const Vec across = bend - along * bend.dot(along);
   // The bend of a straight segment is only rounding and may have any direction, also along the segment.
   const bool bent = across.dot(across) > 1e-24 * std::max(bend.dot(bend), chord.dot(chord));
-  const Vec second = get_across(bent ? across : get_least_axis(along), along);
+  const Vec rough = bent ? across : get_least_axis(along);
+  const Vec second = (rough - along * rough.dot(along)).get_normalized();
   return {along, second, along.cross(second)};
 }
 

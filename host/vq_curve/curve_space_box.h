@@ -3,7 +3,7 @@
 // The box of many segments at rest along the axes of one space, four floats per operation. A lane is an axis:
 //
 //   place_k    (p_k - origin) . axis        of control point k; lanes x, y, z, 0
-//   radius_k   its radius in units of the axes, which are not exactly of unit length
+//   radius_k   its radius
 //   above_k    radius_k + place_k           control values of the upper bound
 //   below_k    radius_k - place_k           minus the lower bound
 //
@@ -23,7 +23,6 @@ class CurveSpaceBox {
   CurveSpaceBox(const GMathLinearSpace3<double>& space, const GMathVec3<float>& origin)
       : origin_(origin.x, origin.y, origin.z, 0.0f), offset_(space.measure(GMathVec3<double>(origin))) {
     for (uint k = 0; k < 3; ++k) columns_[k] = join(space.axis[0][k], space.axis[1][k], space.axis[2][k]);
-    lengths_ = join(space.axis[0].get_length(), space.axis[1].get_length(), space.axis[2].get_length());
   }
 
   /// @param points  the segment's control points, 16-byte aligned
@@ -75,7 +74,7 @@ class CurveSpaceBox {
     const SimdF at = SimdF::load(&point.position.x) - origin_;
     const SimdF place =
         columns_[0] * broadcast<0>(at) + columns_[1] * broadcast<1>(at) + columns_[2] * broadcast<2>(at);
-    const SimdF radius = max(broadcast<3>(at), SimdF(0.0f)) * lengths_;
+    const SimdF radius = max(broadcast<3>(at), SimdF(0.0f));
     above = radius + place;
     below = radius - place;
   }
@@ -94,7 +93,6 @@ class CurveSpaceBox {
   }
 
   SimdF columns_[3];  ///< components x, y, z of the three axes
-  SimdF lengths_;     ///< of the axes
   SimdF origin_;
   GMathVec3<double> offset_;  ///< the origin along the axes
   SimdF above_{std::numeric_limits<float>::lowest()}, below_{std::numeric_limits<float>::lowest()};

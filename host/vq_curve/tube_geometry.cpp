@@ -28,7 +28,7 @@ uint get_last_point(CurveShape shape) { return shape == CurveShape::linear ? 1 :
 }  // namespace
 
 template <TubePrimitive kind>
-GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space,
+GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>* space,
                                                     const CtxMotionBlur* motion_blur) const {
   const GMathBbox3<double> box = gmath_get_bbox_between_keys(
       motion_blur != nullptr ? &motion_blur->get_time_sampling() : nullptr, curves_.get_motion_sampling(), time,
@@ -38,13 +38,15 @@ GMathBbox3<double> TubeGeometry<kind>::compute_bbox(uint primitive, double time,
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::unite_segments(uint primitive, double time,
-                                                      const GMathLinearSpace3<double>& space) const {
+                                                      const GMathLinearSpace3<double>* space) const {
   const SegmentRange segments = get_segments(primitive);
   const CurveSet::MotionBlend blend = curves_.get_motion_blend(time);
   GMathBbox3<double> out;
   with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
-    for (uint segment = segments.first; segment < segments.end; ++segment)  // a NaN box adds nothing
-      out.add(curve_get_bbox_in_space(curves_.get_segment<shape>(segment, blend), space));
+    for (uint index = segments.first; index < segments.end; ++index) {  // a NaN box adds nothing
+      const CurveSegment<shape> segment = curves_.get_segment<shape>(index, blend);
+      out.add(space != nullptr ? curve_get_bbox_in_space(segment, *space) : curve_get_bbox(segment));
+    }
   });
   const GMathVec3<double> none(nan_time, nan_time, nan_time);
   return out.is_empty() ? GMathBbox3<double>(none, none) : out;
@@ -52,20 +54,20 @@ GMathBbox3<double> TubeGeometry<kind>::unite_segments(uint primitive, double tim
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox(const CtxEval& /*ctx*/, const uint& primitive) const {
-  return compute_bbox(primitive, nan_time, {}, nullptr);
+  return compute_bbox(primitive, nan_time, nullptr, nullptr);
 }
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_at(const CtxEval& ctx, const double& time,
                                                              const uint& primitive) const {
-  return compute_bbox(primitive, time, {}, ctx.get_motion_blur());
+  return compute_bbox(primitive, time, nullptr, ctx.get_motion_blur());
 }
 
 template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space(const CtxEval& /*ctx*/,
                                                                    const GMathLinearSpace3<double>& space,
                                                                    const uint& primitive) const {
-  return compute_bbox(primitive, nan_time, space, nullptr);
+  return compute_bbox(primitive, nan_time, &space, nullptr);
 }
 
 template <TubePrimitive kind>
@@ -88,7 +90,7 @@ template <TubePrimitive kind>
 GMathBbox3<double> TubeGeometry<kind>::get_primitive_bbox_in_space_at(const CtxEval& ctx, const double& time,
                                                                       const GMathLinearSpace3<double>& space,
                                                                       const uint& primitive) const {
-  return compute_bbox(primitive, time, space, ctx.get_motion_blur());
+  return compute_bbox(primitive, time, &space, ctx.get_motion_blur());
 }
 
 template <TubePrimitive kind>

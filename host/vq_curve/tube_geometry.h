@@ -89,10 +89,10 @@ class VQ_EXPORT TubeGeometry : public GeometryObject {
     if constexpr (kind == TubePrimitive::segment) return {primitive, primitive + 1};
     return {curves_.get_first_segment(primitive), curves_.get_first_segment(primitive + 1)};
   }
-  GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>& space,
+  GMathBbox3<double> compute_bbox(uint primitive, double time, const GMathLinearSpace3<double>* space,
                                   const CtxMotionBlur* motion_blur) const;
-  /// The box of the solid at `time`, not rounded; NaN without a valid segment.
-  GMathBbox3<double> unite_segments(uint primitive, double time, const GMathLinearSpace3<double>& space) const;
+  /// The box of the solid at `time`, not rounded; NaN without a valid segment. A null space means the world's axes.
+  GMathBbox3<double> unite_segments(uint primitive, double time, const GMathLinearSpace3<double>* space) const;
   CurveSurfacePoint compute_surface_point(const GeometryIntersection& hit, double time) const;
   /// Counted along the whole curve from 0 to 1, for `u` from 0 to 1 along a segment.
   double get_curve_u(uint segment, double u) const;
