@@ -53,11 +53,12 @@ GMathBbox3<float> measure_at(const CoreBasicArray<uint>& items, const GMathLinea
 bool has_large_leaf(const GasBvh<4>& tree) {
   const auto is_large = [](BvhChildRef ref) { return ref.is_leaf() && ref.get_count() > 1; };
   bool found = is_large(tree.root);
-  for (uint lane = 0; lane < 4 && !found; ++lane) {
-    for (u32 k = 0; k < tree.aligned_count; ++k) found |= is_large(tree.aligned[k].child[lane]);
-    for (u32 k = 0; k < tree.quantized_count; ++k) found |= is_large(tree.quantized[k].get_child(lane));
-    for (u32 k = 0; k < tree.oriented_count; ++k) found |= is_large(tree.oriented[k].child[lane]);
-  }
+  for (u32 k = 0; k < tree.aligned_count; ++k)
+    for (const BvhChildRef ref : tree.aligned[k].child) found |= is_large(ref);
+  for (u32 k = 0; k < tree.quantized_count; ++k)
+    for (uint lane = 0; lane < 4; ++lane) found |= is_large(tree.quantized[k].get_child(lane));
+  for (u32 k = 0; k < tree.oriented_count; ++k)
+    for (const BvhChildRef ref : tree.oriented[k].child) found |= is_large(ref);
   return found;
 }
 

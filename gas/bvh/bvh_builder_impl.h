@@ -67,11 +67,12 @@ class BvhSubtreeBuilder {
   /// Builds the subtree over `set` and stores its reference at `place`. Throws std::bad_alloc, and
   /// AppStopped when the application requests a stop; the build then ends.
   void build_subtree(const BvhBuildPlace& place, uint depth, BvhBuildFlags flags, const GasBvhSplitSetGeom& set) {
+    if (set.leaf) return store_leaf(place, set);
     worker_.split_ctx.check_stop();
     BvhChildSets children;
     children.set[0] = set;
     bool aligned = true;
-    if (set.leaf || !split_children(children, aligned, depth)) return store_leaf(place, set);
+    if (!split_children(children, aligned, depth)) return store_leaf(place, set);
     if (depth + 1 > worker_.max_depth) worker_.max_depth = depth + 1;
     children.sort_by_decreasing_area();
     if (!aligned && bvh_get_reach(set.box) <= bvh_most_oriented_reach) {
