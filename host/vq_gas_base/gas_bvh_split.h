@@ -43,6 +43,7 @@ struct GasBvhSplitSetGeom : GasBvhSplitSet {
   GMathLinearSpace3<float> space;  ///< the space in which the set was split off, or after refit() its own
   GMathBbox3<float> space_box;     ///< its box along `space`; approximate, or after refit() measured, no extent 0
   bool refitted = false;
+  bool apart = false;  ///< each item gets a lane of its own
 };
 
 /// The input of a strategy; filled by the tree builder, shared by all sets of one build.
@@ -116,8 +117,6 @@ class VQ_EXPORT GasBvhSplitUnaligned {
   void refit(GasBvhSplitCtx& ctx, GasBvhSplitSetGeom& set, SysThreadManager* threads);
 
  private:
-  bool split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                  GasBvhSplitSetGeom& right, bool& aligned);
   template <class Search>
   bool split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                    GasBvhSplitSetGeom& right, bool& aligned);

@@ -104,17 +104,17 @@ SetScatter::SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set)
   const GMathLinearSpace3<float>* longest_space = nullptr;
   SimdF sum(0.0f), longest(0.0f);
   float count = 0.0f;
-  Samples(ctx, set).for_each([&](const SimdF& axis, const SimdF& length, const SimdF& center,
-                                 const GMathLinearSpace3<float>& space) {
-    count += 1.0f;
-    if (((length > longest).get_bits() & 1u) != 0) longest_space = &space;
-    longest = max(length, longest);
-    const SimdF along = axis * length;
-    direction = direction + along * copy_sign(SimdF(1.0f), sum_lanes(direction * axis));
-    sum = sum + center;
-    ends.add(center, SimdF(1.0f));
-    ends.add(along, SimdF(0.25f));
-  });
+  Samples(ctx, set).for_each(
+      [&](const SimdF& axis, const SimdF& length, const SimdF& center, const GMathLinearSpace3<float>& space) {
+        count += 1.0f;
+        if (((length > longest).get_bits() & 1u) != 0) longest_space = &space;
+        longest = max(length, longest);
+        const SimdF along = axis * length;
+        direction = direction + along * copy_sign(SimdF(1.0f), sum_lanes(direction * axis));
+        sum = sum + center;
+        ends.add(center, SimdF(1.0f));
+        ends.add(along, SimdF(0.25f));
+      });
   if (longest_space == nullptr) return;
   bend = Vec(longest_space->axis[1]);
   ends.add(sum, SimdF(-1.0f / count));

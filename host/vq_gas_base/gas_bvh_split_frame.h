@@ -5,9 +5,9 @@
 #pragma once
 #include "vq_gas_base/gas_bvh_split.h"
 
-/// The axes are of unit length, at right angles, right-handed. Without an item that has a direction they are those of the
-/// context's direction hints. Uses every item of a small set, and evenly spaced samples of a large set, here and below.
-/// Needs the context's item spaces.
+/// The axes are of unit length, at right angles, right-handed. Without an item that has a direction they are those of
+/// the context's direction hints. Uses every item of a small set, and evenly spaced samples of a large set, here and
+/// below. Needs the context's item spaces.
 GMathLinearSpace3<float> gas_bvh_split_find_space(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
 
 /// Agreement of the items with an axis of unit length: mean squared cosine, weighted by length. 1/3 for random

@@ -11,12 +11,12 @@ void gas_bvh_split_fill_halves(const GasBvhSplitSetGeom& set, const GasBvhSplitS
   left.count = left_count;
   left.box = sides.left.get_bbox();
   left.area = left.box.get_half_area();
-  left.has_space = left.refitted = false;
+  left.has_space = left.refitted = left.apart = false;
   right.first = first + left_count;
   right.count = right_count;
   right.box = sides.right.get_bbox();
   right.area = right.box.get_half_area();
-  right.has_space = right.refitted = false;
+  right.has_space = right.refitted = right.apart = false;
 }
 
 void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, uint left_count,

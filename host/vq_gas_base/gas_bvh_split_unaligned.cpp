@@ -103,6 +103,42 @@ void make_invertible(GMathBbox3<float>& box) {
   for (uint axis = 0; axis < 3; ++axis) widen(box, axis, std::max({largest * 1.1e-6f, farthest * 0x1.2p-20f, least}));
 }
 
+float get_capsule_area(const GasBvhSplitCtx& ctx, uint item) {
+  return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]).get_half_area();
+}
+
+/// Splits off the first item, as all others are going to be.
+void split_first(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                 GasBvhSplitSetGeom& right) {
+  const uint* items = ctx.order + set.first;
+  GasBvhSplitSides sides;
+  sides.left_count = 1;
+  sides.left.add(GasBvhSplitBox::load(ctx.item_boxes[items[0]]));
+  for (uint k = 1; k < set.count; ++k) sides.right.add(GasBvhSplitBox::load(ctx.item_boxes[items[k]]));
+  gas_bvh_split_fill_halves(set, sides, left, right);
+  left.area = get_capsule_area(ctx, items[0]);
+  right.area = get_capsule_area(ctx, items[1]);
+  right.apart = true;
+}
+
+/// At most as many items as a node has lanes, or two: each gets a lane, and there is nothing to search.
+bool split_few(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+               GasBvhSplitSetGeom& right, bool& aligned) {
+  const Costs costs(ctx, set, aligned);
+  float aligned_cost = 0.0f, oriented_cost = 0.0f;
+  for (uint k = set.first; k < set.first + set.count; ++k) {
+    const uint item = ctx.order[k];
+    const float weight = gas_bvh_split_weight(ctx, item);
+    aligned_cost += gas_bvh_split_padded_area(ctx.item_boxes[item], costs.get_padding()) * weight;
+    oriented_cost += get_capsule_area(ctx, item) * weight;
+  }
+  const float best_oriented = costs.get_oriented(oriented_cost), best_aligned = costs.get_aligned(aligned_cost);
+  if (costs.is_cheaper_whole(std::min(best_aligned, best_oriented))) return false;
+  split_first(ctx, set, left, right);
+  aligned = best_aligned <= best_oriented;
+  return true;
+}
+
 }  // namespace
 
 GasBvhSplitUnaligned::GasBvhSplitUnaligned() = default;
@@ -163,33 +199,16 @@ void GasBvhSplitUnaligned::fill_oriented_halves(const GasBvhSplitSetGeom& set, c
   }
 }
 
-/// Two items: there is only one split.
-bool GasBvhSplitUnaligned::split_pair(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
-                                      GasBvhSplitSetGeom& right, bool& aligned) {
-  gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
-  const Costs costs(ctx, set, aligned);
-  float aligned_cost = 0.0f, oriented_cost = 0.0f;
-  for (GasBvhSplitSetGeom* half : {&left, &right}) {
-    const uint item = ctx.order[half->first];
-    const float weight = gas_bvh_split_weight(ctx, item);
-    const float area = GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]).get_half_area();
-    aligned_cost += gas_bvh_split_padded_area(half->box, costs.get_padding()) * weight;
-    oriented_cost += area * weight;
-    if (!aligned) half->area = area;
-  }
-  if (!aligned) return true;  // another lane of an oriented node costs nothing
-  const float best_oriented = costs.get_oriented(oriented_cost), best_aligned = costs.get_aligned(aligned_cost);
-  if (costs.is_cheaper_whole(std::min(best_aligned, best_oriented))) return false;
-  aligned = best_aligned <= best_oriented;
-  return true;
-}
-
 bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                  GasBvhSplitSetGeom& right, bool& aligned, SysThreadManager* threads) {
   if (set.count < 2) return false;
   if (set.count > GasBvhSplitSmall::most_items || !may_orient(ctx))
     return large_.split(ctx, set, left, right, aligned, threads);
-  if (set.count == 2) return split_pair(ctx, set, left, right, aligned);
+  if (set.apart || (set.count == 2 && !aligned)) {  // lanes that the oriented node has left cost nothing
+    split_first(ctx, set, left, right);
+    return true;
+  }
+  if (set.count == 2 || (set.count <= 4 && set.refitted)) return split_few(ctx, set, left, right, aligned);
   if (!small_) small_ = std::make_unique<GasBvhSplitSmall>();
   small_->load(ctx, set);
   if (set.count <= GasBvhSplitSorted::most_items) return split_small<GasBvhSplitSorted>(ctx, set, left, right, aligned);
