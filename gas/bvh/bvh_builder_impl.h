@@ -21,7 +21,7 @@ struct BvhBuildFlags {
 /// Up to four sets that will become the children of one node.
 struct BvhChildSets {
   GasBvhSplitSetGeom set[4];
-  uint count = 1;
+  uint count = 0;
 
   /// The largest set that may still be split; the lowest lane among equals. 4 when there is none.
   uint find_largest() const {
@@ -70,9 +70,8 @@ class BvhSubtreeBuilder {
     if (set.leaf) return store_leaf(place, set);
     worker_.split_ctx.check_stop();
     BvhChildSets children;
-    children.set[0] = set;
     bool aligned = true;
-    if (!split_children(children, aligned, depth)) return store_leaf(place, set);
+    if (!split_children(set, children, aligned, depth)) return store_leaf(place, set);
     if (depth + 1 > worker_.max_depth) worker_.max_depth = depth + 1;
     children.sort_by_decreasing_area();
     if (!aligned && bvh_get_reach(set.box) <= bvh_most_oriented_reach) {
@@ -87,22 +86,28 @@ class BvhSubtreeBuilder {
  private:
   /// Splits the set, then repeatedly the largest part, until there are four parts or none can be split. False when the
   /// set itself is not split.
-  bool split_children(BvhChildSets& children, bool& aligned, uint depth) {
+  bool split_children(const GasBvhSplitSetGeom& set, BvhChildSets& children, bool& aligned, uint depth) {
     SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
+    const auto split = [&](const GasBvhSplitSetGeom& whole, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right) {
+      if (!worker_.split.split(worker_.split_ctx, whole, left, right, aligned, threads)) return false;
+      left.leaf = left.count <= worker_.split_ctx.leaf_threshold;
+      right.leaf = right.count <= worker_.split_ctx.leaf_threshold;
+      return true;
+    };
+    if (!split(set, children.set[0], children.set[1])) return false;
+    children.count = 2;
     while (children.count < 4) {
       const uint lane = children.find_largest();
       if (lane == 4) break;
-      GasBvhSplitSetGeom left, right;
-      if (worker_.split.split(worker_.split_ctx, children.set[lane], left, right, aligned, threads)) {
-        left.leaf = left.count <= worker_.split_ctx.leaf_threshold;
-        right.leaf = right.count <= worker_.split_ctx.leaf_threshold;
+      GasBvhSplitSetGeom left;
+      if (split(children.set[lane], left, children.set[children.count])) {
         children.set[lane] = left;
-        children.set[children.count++] = right;
+        ++children.count;
       } else {
         children.set[lane].leaf = true;
       }
     }
-    return children.count > 1;
+    return true;
   }
 
   /// A frame near the end of the float range has an infinite quantization step. Such a node stays aligned, unless its
