@@ -40,26 +40,28 @@ void get_perpendiculars(const Vec& v, Vec& first, Vec& second) {
   second = {b, sign + v.y * v.y * a, -v.y};
 }
 
-/// @param x       unit length
-/// @param second  its component at right angles to `x` becomes the second axis
-GMathLinearSpace3<float> make_space(const Vec& x, const Vec& second) {
-  Vec y = second - x * x.dot(second);
-  const double length = y.get_length();
-  if (length > 1e-6 * second.get_length() && std::isfinite(length)) {
-    y = y * (1.0 / length);
-    y = (y - x * x.dot(y)).get_normalized();  // rounding of a small component is not at right angles
-  } else {
-    Vec unused;
-    get_perpendiculars(x, y, unused);
-  }
+Vec get_any_perpendicular(const Vec& v) {
+  Vec first, second;
+  get_perpendiculars(v, first, second);
+  return first;
+}
+
+/// The direction of the component of `v` at right angles to the unit vector `x`; any such direction without one.
+Vec get_across(const Vec& v, const Vec& x) {
+  const Vec rough = v - x * x.dot(v);
+  if (!(rough.dot(rough) > 1e-12 * v.dot(v)) || !std::isfinite(rough.dot(rough))) return get_any_perpendicular(x);
+  return (rough - x * x.dot(rough)).get_normalized();  // rounding of a small component is not at right angles
+}
+
+/// @param x, y  unit length, at right angles
+GMathLinearSpace3<float> make_space(const Vec& x, const Vec& y) {
   return GMathLinearSpace3<float>(GMathLinearSpace3<double>(x, y, x.cross(y)));
 }
 
 /// Reads the items of a set, in coordinates relative to the set's box and in units of its size.
 class Samples {
  public:
-  Samples(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set)
-      : ctx_(ctx), set_(set), count_(set.count < most_samples ? set.count : most_samples) {
+  Samples(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) : ctx_(ctx), set_(set) {
     const GMathVec3<float> extent = set.box.get_extent();
     scale_ = SimdF(1.0f / std::max({extent.x, extent.y, extent.z}));
     origin_ = GasBvhSplitBox::load(set.box).get_center_sum();
@@ -70,8 +72,10 @@ class Samples {
   template <class Use>
   void for_each(const Use& use) const {
     const SimdF zero(0.0f), half(0.5f), two(2.0f), limit(100.0f);
-    for (uint k = 0; k < count_; ++k) {
-      const uint item = ctx_.order[set_.first + static_cast<uint>(u64{k} * set_.count / count_)];
+    const uint* items = ctx_.order + set_.first;
+    const bool is_small = set_.count <= most_samples;
+    for (uint k = 0; k < (is_small ? set_.count : most_samples); ++k) {
+      const uint item = items[is_small ? k : u64{k} * set_.count / most_samples];
       const GasBvhSplitBox box = GasBvhSplitBox::load(ctx_.item_boxes[item]);
       const GMathLinearSpace3<float>& space = ctx_.item_spaces[item];
       const SimdF direction = SimdF::load_unaligned(&space.axis[0].x);
@@ -86,7 +90,6 @@ class Samples {
  private:
   const GasBvhSplitCtx& ctx_;
   const GasBvhSplitSetGeom& set_;
-  uint count_;
   SimdF scale_, origin_;
 };
 
@@ -96,7 +99,7 @@ struct SetScatter {
   Vec bend;               ///< second axis of the longest item
 
   SetScatter(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set);
-  /// The direction at right angles to `x` in which the ends spread most; not of unit length.
+  /// The direction at right angles to the unit vector `x` in which the ends spread most.
   Vec get_widest(const Vec& x) const;
 };
 
@@ -128,9 +131,12 @@ Vec SetScatter::get_widest(const Vec& x) const {
   const Vec along_u = apply(u);
   const double uu = u.dot(along_u), uv = v.dot(along_u), vv = v.dot(apply(v));
   // A single straight item, or several in one line, spread only by rounding.
-  if (!(uu + vv > 1e-6 * (rows[0].x + rows[1].y + rows[2].z))) return bend;
+  if (!(uu + vv > 1e-6 * (rows[0].x + rows[1].y + rows[2].z))) return get_across(bend, x);
   const double difference = uu - vv, root = std::sqrt(difference * difference + 4.0 * uv * uv);
-  return difference >= 0.0 ? u * (difference + root) + v * (2.0 * uv) : u * (2.0 * uv) + v * (root - difference);
+  if (!(root > 0.0)) return u;  // they spread equally in all directions
+  const Vec widest =
+      difference >= 0.0 ? u * (difference + root) + v * (2.0 * uv) : u * (2.0 * uv) + v * (root - difference);
+  return widest.get_normalized();
 }
 
 /// Whether the axes are as exact as floats can be.
@@ -156,7 +162,7 @@ GMathLinearSpace3<float> gas_bvh_split_find_space(const GasBvhSplitCtx& ctx, con
     return Vec(hint[0], hint[1], hint[2]);
   };
   const Vec hint = get_hint(0).get_normalized();
-  return hint.dot(hint) > 0.5 ? make_space(hint, get_hint(1)) : GMathLinearSpace3<float>();
+  return hint.dot(hint) > 0.5 ? make_space(hint, get_across(get_hint(1), hint)) : GMathLinearSpace3<float>();
 }
 
 float gas_bvh_split_get_agreement(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set,
