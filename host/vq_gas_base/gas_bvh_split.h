@@ -108,7 +108,8 @@ class VQ_EXPORT GasBvhSplitUnaligned {
   GasBvhSplitUnaligned(GasBvhSplitUnaligned&& other) noexcept;
   ~GasBvhSplitUnaligned();
   /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; does not
-  /// change it otherwise. The halves then get the space of the split and, as area, that of their boxes in it.
+  /// change it otherwise. The halves then get the space of the split; their area is that of their boxes in it,
+  /// larger or smaller for sets that are to be split earlier or later.
   bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
              bool& aligned, SysThreadManager* threads);
   /// Gives `set` the space of its items' mean direction and its tight box in it, with every extent large
