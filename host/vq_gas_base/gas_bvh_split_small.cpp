@@ -9,8 +9,8 @@ bool contains(const GasBvhSplitSet& whole, const GasBvhSplitSet& part) {
 }  // namespace
 
 bool GasBvhSplitSmall::is_loaded(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) const {
-  if (ctx_.item_boxes == nullptr || !contains(loaded_, set)) return false;
-  // The order may have been changed by others, and the copy may be of another build.
+  if (ctx_.item_boxes != ctx.item_boxes || ctx_.item_spaces != ctx.item_spaces || !contains(loaded_, set)) return false;
+  // The fallback changes the order of the items, and not that of the slots.
   for (uint k = 0; k < set.count; ++k)
     if (items_[slots_[set.first - loaded_.first + k]] != ctx.order[set.first + k]) return false;
   return true;
