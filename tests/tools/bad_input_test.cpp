@@ -110,7 +110,7 @@ std::vector<std::pair<std::string, std::string>> make_damaged_files() {
                         accessor + "3}]}"},
       {"accessor.gltf", gltf + view + R"("accessors": [)" + accessor + "4}]}"},
       {"skin.gltf",
-       gltf + R"(, "skin": 0)" + view + R"("skins": [{"joints": [0]}], "accessors": [)" + accessor + "3}]}"}};
+       gltf + R"(, "skin": 0)" + view + R"("skins": [{"joints": {}}], "accessors": [)" + accessor + "3}]}"}};
 }
 
 /// A fault is one line that names the file, and nothing on standard output.
