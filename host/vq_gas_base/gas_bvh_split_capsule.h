@@ -2,7 +2,7 @@
 //
 // A long item approximated by a capsule, from its box and its preferred space: a straight cylinder with round ends
 // along the main axis. The box of a capsule in any space takes a few operations. Measuring the items themselves nearly
-// halves the build rate, and rays through such trees visit as many nodes and leaves. Boxes of the tree are never
+// halved the build rate, and rays through such trees visited as many nodes and leaves. Boxes of the tree are never
 // approximated.
 #pragma once
 #include <algorithm>

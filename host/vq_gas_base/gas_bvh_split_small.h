@@ -15,6 +15,8 @@
 
 class GasBvhSplitSmall {
  public:
+  /// Larger sets are not oriented. On fur a limit of 512 takes 11 % more instructions to build, with 128 rays visit 1 %
+  /// more nodes.
   static constexpr uint most_items = 256;
 
   /// Copies the items of `set`, unless it is part of the set copied last.

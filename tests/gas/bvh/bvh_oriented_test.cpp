@@ -12,7 +12,7 @@ namespace {
 
 TEST(BvhOriented, lanes_of_built_trees_hold_the_curves_below_them) {
   QueryWorld world;
-  uint lanes[4] = {0, 0, 0, 0};
+  uint lanes[4] = {0, 0, 0, 0}, oriented_nodes = 0;
   for (const uint curve_count : {2u, 40u, 1000u}) {
     std::vector<CurveScene> scenes = make_curve_scenes(curve_count, 5);
     scenes.push_back({"tufts", make_tufts(curve_count, 6)});
@@ -21,10 +21,12 @@ TEST(BvhOriented, lanes_of_built_trees_hold_the_curves_below_them) {
       OrientedCheck check(built.structure.get_tree(), CurveOracle(scene.data));
       EXPECT_EQ(check.find_fault(), "") << scene.name << ", " << curve_count << " curves";
       for (uint kind = 0; kind < 4; ++kind) lanes[kind] += check.lanes_of_kind[kind];
+      oriented_nodes += built.structure.get_tree().oriented_count;
     }
   }
   for (const BvhKind kind : {BvhKind::aligned, BvhKind::quantized, BvhKind::oriented})
     EXPECT_GT(lanes[static_cast<uint>(kind)], 100u);
+  EXPECT_GT(lanes[static_cast<uint>(BvhKind::oriented)], 3.2 * oriented_nodes) << "few nodes of two lanes";
 }
 
 // Queries for all hits take an oriented reference for an aligned one. Here a third of the leaves of a sound tree become
