@@ -2,7 +2,7 @@
 # All rates of docs/performance.md in one command: builds, measures beside Embree in the same process, writes JSON to
 # out/bench, prints a table with the rates aimed at, draws the chart of rates by size.
 #
-#   scripts/bench.sh [MESH_FILE...]     rows "bunny" and "dragon" are for files with these names
+#   scripts/bench.sh [MESH_FILE...]     rows "bunny" and "dragon" are for files whose names end so
 #
 # About half an hour on an idle machine. VQ_BENCH_ROUNDS (5), VQ_BENCH_SIZE (512: pixels a side) and VQ_BENCH_LARGEST
 # (50m: triangles of the largest mesh of the chart, which takes 10 GB) make it shorter. Fails on bad input, never on a
@@ -26,8 +26,8 @@ measure() {
 }
 
 if [ $# -gt 0 ]; then
-  measure files --threads 1,2 --peers user-sse42,user,tri,in-scene "$@"
-  measure moving --threads 1 --peers user-sse42,user --motion 0,2,8 "$1"
+  measure files "$@" --threads 1,2 --peers user-sse42,user,tri,in-scene
+  measure moving "$1" --threads 1 --peers user-sse42,user --motion 2,8
 fi
 measure meshes --threads 1,2 --peers user-sse42,user,tri --mesh terrain-8m,speck-1m,needles-100k
 measure scenes --threads 1 --build-rounds 2 --motion 0,2 --peers whole,user-sse42,tri --scene swarm-10k,giants-200

@@ -8,8 +8,14 @@ import argparse
 import json
 import math
 import pathlib
+import re
 
 OURS = "vq_gas"
+
+
+def divide(ours, other):
+    """None if either was not measured."""
+    return ours / other if ours and other else None
 
 
 class Subject:
@@ -33,8 +39,7 @@ class Subject:
         if library == OURS:
             return next((row["ratio"] for row in self.report["mean_ratios"]
                          if row["library"] == peer and row["threads"] == threads), None)
-        ours, other = self.get_mean_rate(library, threads), self.get_mean_rate(peer, threads)
-        return ours / other if ours and other else None
+        return divide(self.get_mean_rate(library, threads), self.get_mean_rate(peer, threads))
 
     def get_build(self, library, what=None, threads=1):
         """The median: million primitives a second; for scenes milliseconds."""
@@ -44,11 +49,14 @@ class Subject:
         return None
 
     def get_build_ratio(self, peer, threads=1):
-        ours, other = self.get_build(OURS, threads=threads), self.get_build(peer, threads=threads)
-        return ours / other if ours and other else None
+        return divide(self.get_build(OURS, threads=threads), self.get_build(peer, threads=threads))
 
     def get_tree_bytes(self):
         return next(row["tree_bytes"] for row in self.report["memory"] if row["library"] == OURS)
+
+    def get_motion_bytes(self):
+        row = next(row for row in self.report["memory"] if row["library"] == OURS)
+        return row["total_bytes"] - row["tree_bytes"]
 
 
 def read_subjects(folder):
@@ -61,7 +69,8 @@ def read_subjects(folder):
         machine = f'{report["processor"]}, {report["compiler"]}, {report["clock"]}, {report["rounds"]} rounds'
         for entry in report["meshes"]:
             subject = Subject(entry)
-            subjects[pathlib.PurePath(subject.name).name.replace(".obj", "").replace(".ply", "")] = subject
+            name = pathlib.PurePath(subject.name).name.replace(".obj", "").replace(".ply", "")
+            subjects[re.sub(r"^[\w-]*(bunny|dragon)", r"\1", name)] = subject
     return subjects, machine
 
 
@@ -89,21 +98,21 @@ def list_rows(subjects):
             add(name, f"build, {count} thread{'s' * (count > 1)}", "user-sse42", "1.5",
                 lambda subject, count=count: subject.get_build_ratio("user-sse42", count))
         add(name, "build on two threads", "on one", "1.8",
-            lambda subject: subject.get_build(OURS, threads=2) / subject.get_build(OURS, threads=1))
+            lambda subject: divide(subject.get_build(OURS, threads=2), subject.get_build(OURS, threads=1)))
         add(name, "bytes a triangle", "", "32", lambda subject: subject.get_tree_bytes(), "{:.1f}")
     for name in ("bunny", "dragon"):
         add(name, "in a scene of one", "alone", "0.97",
-            lambda subject: 1.0 / ratio if (ratio := subject.get_ratio("in-scene")) else None)
+            lambda subject: divide(1.0, subject.get_ratio("in-scene")))
         for samples in (2, 8):
             moving = f"{name}, {samples} motion samples"
             add_rates(moving, {"user-sse42": "1.1", "user": "1.0"})
             if name in subjects:
                 still = subjects[name].get_mean_rate(OURS)
-                add(moving, "rays", "static", "0.75", lambda subject, still=still: subject.get_mean_rate(OURS) / still)
+                add(moving, "rays", "static", "0.75", lambda subject, still=still: divide(subject.get_mean_rate(OURS), still))
             add(moving, "refit", "build of user-sse42", "6",
-                lambda subject: subject.get_build(OURS, "refit") / subject.get_build("user-sse42"))
+                lambda subject: divide(subject.get_build(OURS, "refit"), subject.get_build("user-sse42")))
             add(moving, "bytes a triangle and sample", "", "45",
-                lambda subject, samples=samples: subject.get_tree_bytes() / samples, "{:.1f}")
+                lambda subject, samples=samples: subject.get_motion_bytes() / samples, "{:.1f}")
     for name in ("swarm-10k", "giants-200"):
         for motion in ("", ", 2 motion samples"):
             add_rates(name + motion, {"user-sse42": "1.0"})
