@@ -1,12 +1,11 @@
 #!/bin/sh
-# All rates of docs/performance.md in one command: builds, measures beside Embree in the same process, writes JSON to
+# The rates of meshes, scenes and hair that have an aim, in one command: builds, measures beside Embree in the same process, writes JSON to
 # out/bench, prints a table with the rates aimed at, draws the chart of rates by size.
 #
 #   scripts/bench.sh [MESH_FILE...]     rows "bunny" and "dragon" are for files whose names end so
 #
-# About half an hour on an idle machine. VQ_BENCH_ROUNDS (5), VQ_BENCH_SIZE (512: pixels a side) and VQ_BENCH_LARGEST
-# (50m: triangles of the largest mesh of the chart, which takes 10 GB) make it shorter. Fails on bad input, never on a
-# time.
+# VQ_BENCH_ROUNDS (5), VQ_BENCH_SIZE (512: pixels a side) and VQ_BENCH_LARGEST (50m: triangles of the largest mesh of
+# the chart) make it shorter. Fails on bad input, never on a time.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 out=$root/out/bench

@@ -36,8 +36,8 @@ struct GasBvhSplitSet {
 
 struct GasBvhSplitSetGeom : GasBvhSplitSet {
   GMathBbox3<float> box;  ///< in the builder's space
-  float area = 0.0f;      ///< half the surface of `box`; the largest set is split first
-  bool leaf = false;      ///< not to be split any further
+  float area = 0.0f;  ///< half the surface of `box`, or what the strategy puts in its place; the largest is split first
+  bool leaf = false;  ///< not to be split any further
   // Of the oriented strategy:
   bool has_space = false;          ///< the set is in an oriented node
   GMathLinearSpace3<float> space;  ///< the space in which the set was split off, or after refit() its own
