@@ -182,6 +182,7 @@ int main(int argc, char** argv) {
   PeerMachine machine = peer_describe_machine();
   machine.seed = settings.measure.seed;
   machine.rounds = settings.measure.rounds;
+  machine.size = settings.measure.size;
   machine.clock = settings.measure.processor_time ? "processor time" : "wall time";
   peer_print_machine(machine);
   std::vector<PeerReport> reports;

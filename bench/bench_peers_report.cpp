@@ -208,5 +208,6 @@ nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<Peer
           {"seed", machine.seed},
           {"clock", machine.clock},
           {"rounds", machine.rounds},
+          {"size", machine.size},
           {"meshes", subjects}};
 }

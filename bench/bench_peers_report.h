@@ -54,6 +54,7 @@ struct PeerMachine {
   std::string compiler, processor, build, clock;
   u64 seed = 0;
   uint rounds = 0;
+  uint size = 0;  ///< primary rays a side
 };
 PeerMachine peer_describe_machine();
 

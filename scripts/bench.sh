@@ -1,6 +1,6 @@
 #!/bin/sh
-# The rates of meshes, scenes and hair that have an aim, in one command: builds, measures beside Embree in the same process, writes JSON to
-# out/bench, prints a table with the rates aimed at, draws the chart of rates by size.
+# The rates that have an aim, in one command: builds, measures beside Embree in the same process, writes JSON to
+# out/bench, prints a table with the rates aimed at, and writes tables and chart into docs/performance.md.
 #
 #   scripts/bench.sh [MESH_FILE...]     rows "bunny" and "dragon" are for files whose names end so
 #
@@ -30,8 +30,11 @@ if [ $# -gt 0 ]; then
 fi
 measure meshes --threads 1,2 --peers user-sse42,user,tri --mesh terrain-8m,speck-1m,needles-100k
 measure scenes --threads 1 --build-rounds 2 --motion 0,2 --peers whole,user-sse42,tri --scene swarm-10k,giants-200
+measure bundles --threads 1 --build-rounds 1 --motion 0,2 --peers objects,user-sse42,tri \
+  --bundle plants-200k,swarm-10k,giants-200
 measure hair --threads 1 --build-rounds 2 --curves cubic --peers round-sse42,round --hair fur-200k,fur-5m
 sizes=terrain-1k,terrain-10k,terrain-100k,terrain-1m,terrain-10m,terrain-$largest
 measure sizes --threads 1 --build-rounds 1 --sets primary,bounce,random --peers user-sse42,tri --mesh "$sizes"
 
-python3 "$root/scripts/bench_table.py" "$out" --chart "$root/docs/pictures/rates_by_size.svg"
+/usr/bin/python3 "$root/scripts/bench_table.py" "$out" --chart "$root/docs/pictures/rates_by_size.svg" \
+  --page "$root/docs/performance.md"

@@ -1,77 +1,16 @@
-"""Prints what bench.sh measured as one table, beside what is aimed at, and draws the chart of rates by size.
+"""Prints what bench.sh measured as one table, beside what is aimed at, draws the chart of rates by size, and writes both
+into the page of figures.
 
-    bench_table.py FOLDER [--chart FILE.svg]
+    bench_table.py FOLDER [--chart FILE.svg] [--page FILE.md]
 
 FOLDER holds the JSON files of bench_peers. A missing file leaves out its rows.
 """
 import argparse
 import json
-import math
 import pathlib
-import re
 
-OURS = "vq_gas"
-
-
-def divide(ours, other):
-    """None if either was not measured."""
-    return ours / other if ours and other else None
-
-
-class Subject:
-    """What bench_peers measured on one mesh, groom or scene."""
-
-    def __init__(self, report):
-        self.name = next(report[kind] for kind in ("mesh", "hair", "scene", "bundle") if kind in report)
-        self.report = report
-
-    def get_count(self):
-        return next(self.report[name] for name in ("triangles", "segments", "instances") if name in self.report)
-
-    def get_mean_rate(self, library, threads=1):
-        """Geometric mean of the median rates of all ray sets, in million rays a second."""
-        rates = [row["mrays"]["median"] for row in self.report["traces"]
-                 if row["library"] == library and row["threads"] == threads]
-        return math.exp(sum(map(math.log, rates)) / len(rates)) if rates else None
-
-    def get_ratio(self, peer, threads=1, library=OURS):
-        """Of the rates: the mean of the ratios of each round; between two libraries, of the mean rates."""
-        if library == OURS:
-            return next((row["ratio"] for row in self.report["mean_ratios"]
-                         if row["library"] == peer and row["threads"] == threads), None)
-        return divide(self.get_mean_rate(library, threads), self.get_mean_rate(peer, threads))
-
-    def get_build(self, library, what=None, threads=1):
-        """The median: million primitives a second; for scenes milliseconds."""
-        for row in self.report["builds"]:
-            if (row["library"], row["threads"], row.get("what")) == (library, threads, what):
-                return (row.get("mprims") or row["milliseconds"])["median"]
-        return None
-
-    def get_build_ratio(self, peer, threads=1):
-        return divide(self.get_build(OURS, threads=threads), self.get_build(peer, threads=threads))
-
-    def get_tree_bytes(self):
-        return next(row["tree_bytes"] for row in self.report["memory"] if row["library"] == OURS)
-
-    def get_motion_bytes(self):
-        row = next(row for row in self.report["memory"] if row["library"] == OURS)
-        return row["total_bytes"] - row["tree_bytes"]
-
-
-def read_subjects(folder):
-    """By their name, without the folder and the ending of a file."""
-    subjects, machine = {}, None
-    for path in sorted(folder.glob("*.json")):
-        report = json.loads(path.read_text())
-        if "meshes" not in report:
-            continue
-        machine = f'{report["processor"]}, {report["compiler"]}, {report["clock"]}, {report["rounds"]} rounds'
-        for entry in report["meshes"]:
-            subject = Subject(entry)
-            name = pathlib.PurePath(subject.name).name.replace(".obj", "").replace(".ply", "")
-            subjects[re.sub(r"^[\w-]*(bunny|dragon)", r"\1", name)] = subject
-    return subjects, machine
+from bench_page import write_page
+from bench_reports import OURS, Subject, divide, read_subjects
 
 
 def list_rows(subjects):
@@ -79,7 +18,7 @@ def list_rows(subjects):
     rows = []
 
     def add(name, what, beside, aim, value, form="{:.3f}"):
-        subject = next((subjects[key] for key in subjects if key == name or key.startswith(name + " of ")), None)
+        subject = subjects.get(name)
         measured = value(subject) if subject else None
         if measured is not None:
             rows.append((f"{name}: {what}", beside, form.format(measured), aim))
@@ -118,6 +57,11 @@ def list_rows(subjects):
             add_rates(name + motion, {"user-sse42": "1.0"})
             add(name + motion, "rays, whole objects", "user-sse42", "1.0",
                 lambda subject: subject.get_ratio("user-sse42", library="whole"))
+    for name in ("bundle plants-200k", "bundle swarm-10k", "bundle giants-200"):
+        for motion in ("", ", 2 motion samples"):
+            add_rates(name + motion, {"user-sse42": ""})
+            add(name + motion, "rays", "a scene of objects", "", lambda subject: subject.get_ratio("objects"))
+        add(name, "bytes an instance", "", "", lambda subject: subject.get_tree_bytes(), "{:,.0f}")
     add("swarm-10k", "build of the scene's tree, ms", "", "20", lambda subject: subject.get_build(OURS), "{:.1f}")
     add("swarm-10k", "its bytes, MB", "", "5", lambda subject: 1e-6 * subject.get_tree_bytes(), "{:.1f}")
     for name in ("fur-200k cubic", "fur-5m cubic"):
@@ -160,16 +104,20 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("--chart", type=pathlib.Path)
+    parser.add_argument("--page", type=pathlib.Path)
     arguments = parser.parse_args()
     subjects, machine = read_subjects(arguments.folder)
     if not subjects:
         parser.error(f"{arguments.folder} holds no report of bench_peers")
     print(machine)
-    print_rows(list_rows(subjects))
+    rows = list_rows(subjects)
+    print_rows(rows)
     (arguments.folder / "table.json").write_text(json.dumps(
-        [dict(zip(("what", "beside", "measured", "aim"), row)) for row in list_rows(subjects)], indent=1))
+        [dict(zip(("what", "beside", "measured", "aim"), row)) for row in rows], indent=1))
     if arguments.chart:
         draw_chart(subjects, arguments.chart)
+    if arguments.page:
+        write_page(arguments.page, machine, rows, subjects)
 
 
 main()
