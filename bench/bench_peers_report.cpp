@@ -202,12 +202,8 @@ void peer_print_report(const PeerReport& report) {
 nlohmann::json peer_make_json(const PeerMachine& machine, const std::vector<PeerReport>& reports) {
   json subjects = json::array();
   for (const PeerReport& report : reports) subjects.push_back(make_subject_json(report));
-  return {{"compiler", machine.compiler},
-          {"processor", machine.processor},
-          {"build", machine.build},
-          {"seed", machine.seed},
-          {"clock", machine.clock},
-          {"rounds", machine.rounds},
-          {"size", machine.size},
-          {"meshes", subjects}};
+  return {{"compiler", machine.compiler}, {"processor", machine.processor},
+          {"build", machine.build},       {"seed", machine.seed},
+          {"clock", machine.clock},       {"rounds", machine.rounds},
+          {"size", machine.size},         {"meshes", subjects}};
 }

@@ -153,11 +153,11 @@ class BvhSubtreeBuilder {
                        BvhChildSets& children) {
     BvhNodeQuantized& node = new_node(worker_.quantized, BvhChildRef::quantized_bit, children.count, place);
     const bool has_aligned_parent = depth > 0 && !flags.below_quantized;
-    const GMathBbox3<float> frame = has_aligned_parent ? bvh_make_frame(set.box) : set.box;
+    const BvhQuantizer quantizer(has_aligned_parent ? bvh_make_frame(set.box) : set.box);
     for (uint lane = 0; lane < 4; ++lane) {
       node.set_child(lane, {});
       if (lane < children.count) {
-        children.set[lane].box = bvh_quantize_lane(frame, children.set[lane].box, lane, node.lanes.planes);
+        children.set[lane].box = quantizer.write_lane(children.set[lane].box, lane, node.lanes.planes);
       } else {
         bvh_clear_lane(lane, node.lanes.planes);
       }

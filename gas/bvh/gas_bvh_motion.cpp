@@ -135,7 +135,7 @@ void GasBvhMotion<width>::quantize_lanes(Scratch& scratch, uint sample, std::spa
   BvhNodeSteps steps(progress, tree_->aligned_count + tree_->quantized_count + tree_->oriented_count);
   for (u32 node = 0; node < tree_->quantized_count; ++node) {
     BvhLaneBytes& block = quantized_[std::size_t{node} * sample_count_ + sample];
-    const GMathBbox3<float> frame = scratch.quantized[node];
+    const BvhQuantizer quantizer(scratch.quantized[node]);
     for (uint lane = 0; lane < 4; ++lane) {
       const BvhChildRef child = tree_->quantized[node].get_child(lane);
       if (child.get_count() == 0) {
@@ -143,7 +143,7 @@ void GasBvhMotion<width>::quantize_lanes(Scratch& scratch, uint sample, std::spa
         continue;
       }
       const GMathBbox3<float> box = get_child_box(scratch, child, item_boxes);
-      const GMathBbox3<float> decoded = bvh_quantize_lane(frame, box, lane, block.planes);
+      const GMathBbox3<float> decoded = quantizer.write_lane(box, lane, block.planes);
       if (child.get_kind() == BvhKind::quantized) scratch.quantized[child.index] = decoded;
     }
     steps.step();

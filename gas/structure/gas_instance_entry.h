@@ -31,7 +31,7 @@ struct GasInstanceLeaf {
 
   void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
     u8 planes[6][4];
-    bvh_quantize_lane(frame, box, 0, planes);
+    BvhQuantizer(frame).write_lane(box, 0, planes);
     for (uint axis = 0; axis < 3; ++axis) {
       low[axis] = planes[2 * axis][0];
       high[axis] = planes[2 * axis + 1][0];

@@ -7,8 +7,8 @@
 GMathBbox3<float> GasBvhSplitCtx::compute_items_bbox(const GasBvhSplitSet& set, SysThreadManager* threads) const {
   const uint* items = order + set.first;
   const auto unite = [&](uint first, uint count) {
-    GasBvhSplitBox box;
-    for (uint k = first; k < first + count; ++k) box.add(GasBvhSplitBox::load(item_boxes[items[k]]));
+    GasSimdBox box;
+    for (uint k = first; k < first + count; ++k) box.add(GasSimdBox::load(item_boxes[items[k]]));
     return box;
   };
   return gas_split_unite(*this, set.count, threads, unite).get_bbox();

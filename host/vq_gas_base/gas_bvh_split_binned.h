@@ -32,7 +32,7 @@ class GasBvhSplitBinned {
     uint left_before;  ///< how many items of the chunks before it go left
   };
 
-  GasBvhSplitBox unite_center_sums() const;
+  GasSimdBox unite_center_sums() const;
   void fill_bins(const GasBvhSplitGrid& grid);
   void partition(const GasBvhSplitChoice& choice, uint left_count, uint* moved);
   uint partition_chunk(const GasBvhSplitChoice& choice, uint first, uint chunk_count, uint left_at, uint right_at,
@@ -52,7 +52,7 @@ class GasBvhSplitBinned {
 struct GasBvhSplitBinSlots {
   const GasBvhSplitBins& bins;
   bool weighted;
-  const GasBvhSplitBox& get_box(uint axis, uint bin) const { return bins.boxes[axis][bin]; }
+  const GasSimdBox& get_box(uint axis, uint bin) const { return bins.boxes[axis][bin]; }
   SimdF get_weights(uint bin) const { return weighted ? convert(bins.weights, bin) : convert(bins.counts, bin); }
 
  private:
@@ -83,9 +83,9 @@ GasBvhSplitChoice GasBvhSplitBinned<Boxes>::find(float padding) {
 }
 
 template <class Boxes>
-GasBvhSplitBox GasBvhSplitBinned<Boxes>::unite_center_sums() const {
+GasSimdBox GasBvhSplitBinned<Boxes>::unite_center_sums() const {
   return gas_split_unite(ctx_, count_, threads_, [this](uint first, uint unite_count) {
-    GasBvhSplitBox sums;
+    GasSimdBox sums;
     for (uint k = first; k < first + unite_count; ++k) sums.add(item_boxes_.load(k).get_center_sum());
     return sums;
   });

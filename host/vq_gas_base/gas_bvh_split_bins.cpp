@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-GasBvhSplitGrid::GasBvhSplitGrid(const GasBvhSplitBox& center_sums, uint bin_count)
+GasBvhSplitGrid::GasBvhSplitGrid(const GasSimdBox& center_sums, uint bin_count)
     : origin(center_sums.low), bin_count(bin_count) {
   float scales[4];
   (center_sums.high - center_sums.low).store_unaligned(scales);

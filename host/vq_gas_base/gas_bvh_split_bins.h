@@ -14,9 +14,9 @@ struct GasBvhSplitGrid {
   bool is_flat = true;  ///< on all three axes: no split by bins is possible
 
   GasBvhSplitGrid() = default;
-  GasBvhSplitGrid(const GasBvhSplitBox& center_sums, uint bin_count);
+  GasBvhSplitGrid(const GasSimdBox& center_sums, uint bin_count);
   /// The bin on each axis. In range for any box, NaN and infinite ones included.
-  GasBvhSplitItemBins get_bins(const GasBvhSplitBox& box) const {
+  GasBvhSplitItemBins get_bins(const GasSimdBox& box) const {
     const SimdF zero(0.0f);
     GasBvhSplitItemBins bins;
     min(max((box.get_center_sum() - origin) * scale, zero), last).store_bytes(bins.bin);
@@ -26,7 +26,7 @@ struct GasBvhSplitGrid {
 
 struct GasBvhSplitBins {
   static constexpr uint most_bins = 32;
-  GasBvhSplitBox boxes[3][most_bins];
+  GasSimdBox boxes[3][most_bins];
   double weights[3][most_bins] = {};  ///< all 0 when every item weighs the same
   uint counts[3][most_bins] = {};
 
@@ -60,7 +60,7 @@ void GasBvhSplitBins::add_items(const GasBvhSplitCtx& ctx, const GasBvhSplitGrid
       item_bins[k] = grid.get_bins(item_boxes.load(k));
     }
     for (uint k = block; k < end; ++k) {
-      const GasBvhSplitBox box = item_boxes.load(k);
+      const GasSimdBox box = item_boxes.load(k);
       for (uint axis = 0; axis < 3; ++axis) {
         const uint bin = item_bins[k].bin[axis];
         boxes[axis][bin].add(box);

@@ -43,7 +43,7 @@ struct GasBvhSplitCapsule {
     half = {axis.x * length * 0.5f, axis.y * length * 0.5f, axis.z * length * 0.5f, length};
   }
 
-  GasBvhSplitBox get_box(const Space& space) const {
+  GasSimdBox get_box(const Space& space) const {
     const SimdF middle = space.measure(center);
     const SimdF reach = abs(space.measure(half)) + broadcast<3>(center) * SimdF(0.5f);
     return {middle - reach, middle + reach};

@@ -84,12 +84,11 @@ void gas_split_for_each_chunk(const GasBvhSplitCtx& ctx, uint item_count, SysThr
 
 /// The union of the boxes unite(first, count) over `item_count` items, on the threads when there are enough items.
 template <class Unite>
-GasBvhSplitBox gas_split_unite(const GasBvhSplitCtx& ctx, uint item_count, SysThreadManager* threads,
-                               const Unite& unite) {
-  GasBvhSplitBox box;
-  CoreAlignedArray<GasBvhSplitBox> chunk_boxes;
+GasSimdBox gas_split_unite(const GasBvhSplitCtx& ctx, uint item_count, SysThreadManager* threads, const Unite& unite) {
+  GasSimdBox box;
+  CoreAlignedArray<GasSimdBox> chunk_boxes;
   if (gas_split_is_parallel(item_count, threads))
-    chunk_boxes = CoreAlignedArray<GasBvhSplitBox>(gas_split_chunk_count(item_count));
+    chunk_boxes = CoreAlignedArray<GasSimdBox>(gas_split_chunk_count(item_count));
   if (!chunk_boxes) {
     gas_split_for_each_chunk(ctx, item_count, nullptr,
                              [&](uint /*chunk*/, uint first, uint count) { box.add(unite(first, count)); });
@@ -97,6 +96,6 @@ GasBvhSplitBox gas_split_unite(const GasBvhSplitCtx& ctx, uint item_count, SysTh
   }
   gas_split_for_each_chunk(ctx, item_count, threads,
                            [&](uint chunk, uint first, uint count) { chunk_boxes[chunk] = unite(first, count); });
-  for (const GasBvhSplitBox& chunk_box : chunk_boxes) box.add(chunk_box);
+  for (const GasSimdBox& chunk_box : chunk_boxes) box.add(chunk_box);
   return box;
 }

@@ -3,7 +3,7 @@
 // The cost of a split, for the binned and the exact search. Both divide the items along each axis into slots (bins, or
 // single items) and search the best plane between two slots. The three axes are evaluated at once:
 //
-//   GasBvhSplitBox   lanes x, y, z, -                   the two corners of one box
+//   GasSimdBox   lanes x, y, z, -                   the two corners of one box
 //   areas, costs     lanes along x, along y, along z, - one number for each axis of the cut
 //
 // The fourth lane is unused.
@@ -12,35 +12,7 @@
 #include <limits>
 
 #include "vq_gas_base/gas_bvh_split.h"
-#include "vq_simd/simd_float.h"
-
-/// A box in two vectors. As with GMathBbox3, add() ignores a NaN bound.
-struct GasBvhSplitBox {
-  SimdF low{std::numeric_limits<float>::max()};
-  SimdF high{std::numeric_limits<float>::lowest()};
-
-  static GasBvhSplitBox load(const GMathBbox3<float>& box) {
-    // The second load starts at min z and ends with the box: memory behind the last box may not be readable.
-    const float* values = reinterpret_cast<const float*>(&box);
-    return {SimdF::load_unaligned(values), rotate_lanes(SimdF::load_unaligned(values + 2))};
-  }
-  GMathBbox3<float> get_bbox() const {
-    float from[4], to[4];
-    low.store_unaligned(from);
-    high.store_unaligned(to);
-    return {{from[0], from[1], from[2]}, {to[0], to[1], to[2]}};
-  }
-  void add(const GasBvhSplitBox& box) {
-    low = min(box.low, low);
-    high = max(box.high, high);
-  }
-  void add(const SimdF& point) {
-    low = min(point, low);
-    high = max(point, high);
-  }
-  /// Twice the center: the search needs only order and relative distances.
-  SimdF get_center_sum() const { return low + high; }
-};
+#include "vq_gas_base/gas_simd_box.h"
 
 /// The best split of a set: the slots of `axis` below `plane` go left, the others right.
 struct GasBvhSplitChoice {
@@ -60,7 +32,7 @@ inline float gas_bvh_split_padding(const GMathBbox3<float>& set_box) {
 }
 
 /// Half the padded surface of three boxes, one per axis of the split.
-inline SimdF gas_bvh_split_areas(const GasBvhSplitBox (&boxes)[3], const SimdF& padding) {
+inline SimdF gas_bvh_split_areas(const GasSimdBox (&boxes)[3], const SimdF& padding) {
   SimdF dx = boxes[0].high - boxes[0].low;
   SimdF dy = boxes[1].high - boxes[1].low;
   SimdF dz = boxes[2].high - boxes[2].low;
@@ -81,7 +53,7 @@ template <uint most_slots, class Slots>
 GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, float padding) {
   const SimdF pad(padding), zero(0.0f);
   SimdF right_cost[most_slots];
-  GasBvhSplitBox side[3];
+  GasSimdBox side[3];
   SimdF weight = zero;
   for (uint slot = slot_count - 1; slot > 0; --slot) {
     for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, slot));
@@ -89,7 +61,7 @@ GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, floa
     right_cost[slot] = gas_bvh_split_areas(side, pad) * weight;
   }
 
-  for (GasBvhSplitBox& box : side) box = GasBvhSplitBox();
+  for (GasSimdBox& box : side) box = GasSimdBox();
   weight = zero;
   SimdF best_cost(std::numeric_limits<float>::infinity()), best_plane = zero;
   for (uint plane = 1; plane < slot_count; ++plane) {

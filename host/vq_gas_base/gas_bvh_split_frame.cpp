@@ -64,7 +64,7 @@ class Samples {
   Samples(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set) : ctx_(ctx), set_(set) {
     const GMathVec3<float> extent = set.box.get_extent();
     scale_ = SimdF(1.0f / std::max({extent.x, extent.y, extent.z}));
-    origin_ = GasBvhSplitBox::load(set.box).get_center_sum();
+    origin_ = GasSimdBox::load(set.box).get_center_sum();
   }
 
   /// Calls use(direction, length, center, space) for every item that is finite and has a direction of unit length.
@@ -76,7 +76,7 @@ class Samples {
     const bool is_small = set_.count <= most_samples;
     for (uint k = 0; k < (is_small ? set_.count : most_samples); ++k) {
       const uint item = items[is_small ? k : u64{k} * set_.count / most_samples];
-      const GasBvhSplitBox box = GasBvhSplitBox::load(ctx_.item_boxes[item]);
+      const GasSimdBox box = GasSimdBox::load(ctx_.item_boxes[item]);
       const GMathLinearSpace3<float>& space = ctx_.item_spaces[item];
       const SimdF direction = SimdF::load_unaligned(&space.axis[0].x);
       const SimdF center = (box.get_center_sum() - origin_) * scale_ * half, extent = (box.high - box.low) * scale_;

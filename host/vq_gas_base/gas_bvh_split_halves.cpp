@@ -24,8 +24,8 @@ void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, 
   const GasBvhSplitSet front{set.first, left_count}, back{set.first + left_count, set.count - left_count};
   GasBvhSplitSides sides;
   sides.left_count = left_count;
-  sides.left = GasBvhSplitBox::load(ctx.compute_items_bbox(front, threads));
-  sides.right = GasBvhSplitBox::load(ctx.compute_items_bbox(back, threads));
+  sides.left = GasSimdBox::load(ctx.compute_items_bbox(front, threads));
+  sides.right = GasSimdBox::load(ctx.compute_items_bbox(back, threads));
   gas_bvh_split_fill_halves(set, sides, left, right);
 }
 

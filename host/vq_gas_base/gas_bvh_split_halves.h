@@ -7,7 +7,7 @@
 /// The two sides of a split, with their boxes in the space of the search.
 struct GasBvhSplitSides {
   uint left_count = 0;
-  GasBvhSplitBox left, right;
+  GasSimdBox left, right;
 };
 
 /// Writes range, box and area of both halves; `sides` has boxes along the world's axes. Marks both as not refitted.

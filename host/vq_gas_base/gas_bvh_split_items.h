@@ -10,16 +10,16 @@ struct GasBvhSplitWorldBoxes {
   const GMathBbox3<float>* item_boxes;  ///< indexed by item
   const uint* order;                    ///< of the set
 
-  GasBvhSplitBox load(uint position) const { return GasBvhSplitBox::load(item_boxes[order[position]]); }
+  GasSimdBox load(uint position) const { return GasSimdBox::load(item_boxes[order[position]]); }
   /// The boxes are scattered: prefetching hides most of the memory latency.
   void prefetch(uint position) const { simd_prefetch(reinterpret_cast<std::uintptr_t>(&item_boxes[order[position]])); }
 };
 
 /// Boxes of a small set, copied next to each other.
 struct GasBvhSplitSlotBoxes {
-  const GasBvhSplitBox* boxes;  ///< [slot]
-  const uint* slots;            ///< of the set
+  const GasSimdBox* boxes;  ///< [slot]
+  const uint* slots;        ///< of the set
 
-  GasBvhSplitBox load(uint position) const { return boxes[slots[position]]; }
+  GasSimdBox load(uint position) const { return boxes[slots[position]]; }
   void prefetch(uint /*position*/) const {}
 };

@@ -28,7 +28,7 @@ void GasBvhSplitSmall::load(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set
     slots_[slot] = slot;
     items_[slot] = item;
     if (ctx.item_weights != nullptr) weights_[slot] = ctx.item_weights[item];
-    boxes_[slot] = GasBvhSplitBox::load(ctx.item_boxes[item]);
+    boxes_[slot] = GasSimdBox::load(ctx.item_boxes[item]);
     capsules_[slot] = GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]);
   }
 }
@@ -42,9 +42,9 @@ void GasBvhSplitSmall::measure(const GasBvhSplitSet& set, const GMathLinearSpace
   for (uint k = 0; k < set.count; ++k) space_boxes_[slots[k]] = capsules_[slots[k]].get_box(columns);
 }
 
-GasBvhSplitBox GasBvhSplitSmall::unite(const GasBvhSplitSet& set) const {
+GasSimdBox GasBvhSplitSmall::unite(const GasBvhSplitSet& set) const {
   const GasBvhSplitSlotBoxes boxes = get_world_boxes(set);
-  GasBvhSplitBox box;
+  GasSimdBox box;
   for (uint k = 0; k < set.count; ++k) box.add(boxes.load(k));
   return box;
 }

@@ -31,13 +31,13 @@ class GasBvhSplitSmall {
   GasBvhSplitSlotBoxes get_world_boxes(const GasBvhSplitSet& set) const { return get_boxes(boxes_, set); }
   GasBvhSplitSlotBoxes get_space_boxes(const GasBvhSplitSet& set) const { return get_boxes(space_boxes_, set); }
   /// The union of the boxes along the world's axes.
-  GasBvhSplitBox unite(const GasBvhSplitSet& set) const;
+  GasSimdBox unite(const GasBvhSplitSet& set) const;
   /// Writes the order of the slots to the build's order array.
   void store_order(const GasBvhSplitSet& set, uint* order) const;
 
  private:
   bool is_loaded(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) const;
-  GasBvhSplitSlotBoxes get_boxes(const GasBvhSplitBox* boxes, const GasBvhSplitSet& set) const {
+  GasBvhSplitSlotBoxes get_boxes(const GasSimdBox* boxes, const GasBvhSplitSet& set) const {
     return {boxes, slots_ + (set.first - loaded_.first)};
   }
 
@@ -48,6 +48,6 @@ class GasBvhSplitSmall {
   uint slots_[most_items];
   uint items_[most_items];
   u32 weights_[most_items];  ///< only if the items have weights
-  GasBvhSplitBox boxes_[most_items], space_boxes_[most_items];
+  GasSimdBox boxes_[most_items], space_boxes_[most_items];
   GasBvhSplitCapsule capsules_[most_items];
 };

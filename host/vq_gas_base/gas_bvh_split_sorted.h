@@ -20,13 +20,13 @@ class GasBvhSplitSorted {
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved = nullptr) const;
 
   // The interface of slots for gas_bvh_split_search().
-  const GasBvhSplitBox& get_box(uint axis, uint rank) const { return boxes_[order_[rank][axis]]; }
+  const GasSimdBox& get_box(uint axis, uint rank) const { return boxes_[order_[rank][axis]]; }
   SimdF get_weights(uint rank) const {
     return {weights_[order_[rank][0]], weights_[order_[rank][1]], weights_[order_[rank][2]], 0.0f};
   }
 
  private:
-  GasBvhSplitBox boxes_[most_items];
+  GasSimdBox boxes_[most_items];
   float weights_[most_items];
   uint items_[most_items];
   u8 order_[most_items][4];  ///< [rank][axis]: position in `items_`
@@ -42,7 +42,7 @@ GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSpli
     : range_(ctx.order + set.first), count_(set.count) {
   const SimdF zero(0.0f), one(1.0f), lowest(-std::numeric_limits<float>::infinity());
   SimdF centers[most_items], ranks[most_items];
-  GasBvhSplitBox center_sums;
+  GasSimdBox center_sums;
   for (uint k = 0; k < count_; ++k) {
     items_[k] = range_[k];
     boxes_[k] = item_boxes.load(k);

@@ -118,8 +118,8 @@ void split_first(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBv
   const uint* items = ctx.order + set.first;
   GasBvhSplitSides sides;
   sides.left_count = 1;
-  sides.left.add(GasBvhSplitBox::load(ctx.item_boxes[items[0]]));
-  for (uint k = 1; k < set.count; ++k) sides.right.add(GasBvhSplitBox::load(ctx.item_boxes[items[k]]));
+  sides.left.add(GasSimdBox::load(ctx.item_boxes[items[0]]));
+  for (uint k = 1; k < set.count; ++k) sides.right.add(GasSimdBox::load(ctx.item_boxes[items[k]]));
   gas_bvh_split_fill_halves(set, sides, left, right);
   left.area = get_capsule_area(ctx, items[0]);
   right.area = get_capsule_area(ctx, items[1]);

@@ -84,6 +84,12 @@ inline SimdFPlain copy_sign(const SimdFPlain& magnitude, const SimdFPlain& sign)
   return SimdFPlain::each(magnitude, sign, [](float x, float y) { return std::copysign(x, y); });
 }
 inline SimdFPlain abs(const SimdFPlain& a) { return copy_sign(a, SimdFPlain(0.0f)); }
+inline SimdFPlain floor(const SimdFPlain& a) {
+  return {std::floor(a.lane[0]), std::floor(a.lane[1]), std::floor(a.lane[2]), std::floor(a.lane[3])};
+}
+inline SimdFPlain ceil(const SimdFPlain& a) {
+  return {std::ceil(a.lane[0]), std::ceil(a.lane[1]), std::ceil(a.lane[2]), std::ceil(a.lane[3])};
+}
 inline SimdFPlain sqrt(const SimdFPlain& a) {
   return {std::sqrt(a.lane[0]), std::sqrt(a.lane[1]), std::sqrt(a.lane[2]), std::sqrt(a.lane[3])};
 }

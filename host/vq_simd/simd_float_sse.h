@@ -74,6 +74,8 @@ inline SimdFSse copy_sign(const SimdFSse& magnitude, const SimdFSse& sign) {
   return _mm_or_ps(_mm_andnot_ps(sign_bit, magnitude.value), _mm_and_ps(sign_bit, sign.value));
 }
 inline SimdFSse abs(const SimdFSse& a) { return _mm_andnot_ps(_mm_set1_ps(-0.0f), a.value); }
+inline SimdFSse floor(const SimdFSse& a) { return _mm_floor_ps(a.value); }
+inline SimdFSse ceil(const SimdFSse& a) { return _mm_ceil_ps(a.value); }
 inline SimdFSse sqrt(const SimdFSse& a) { return _mm_sqrt_ps(a.value); }
 /// Lane `k` in all lanes.
 template <uint k>
