@@ -20,8 +20,9 @@ struct BvhBuildFlags {
 
 /// Up to four sets that will become the children of one node.
 struct BvhChildSets {
-  GasBvhSplitSetGeom set[4];
+  GasBvhSplitSetGeom set[4];  ///< in the order of the splits
   uint count = 0;
+  u8 order[4] = {0, 1, 2, 3};  ///< [lane]: position in `set`
 
   /// The largest set that may still be split; the lowest lane among equals. 4 when there is none.
   uint find_largest() const {
@@ -31,12 +32,13 @@ struct BvhChildSets {
     }
     return best;
   }
-  /// Larger children first: a ray hits them with a higher probability. Stable.
+  /// Larger children first: a ray hits them with a higher probability. Stable. The sets stay where they are.
   void sort_by_decreasing_area() {
     for (uint lane = 1; lane < count; ++lane) {
-      for (uint at = lane; at > 0 && set[at].area > set[at - 1].area; --at) std::swap(set[at], set[at - 1]);
+      for (uint at = lane; at > 0 && get(at).area > get(at - 1).area; --at) std::swap(order[at], order[at - 1]);
     }
   }
+  GasBvhSplitSetGeom& get(uint lane) { return set[order[lane]]; }
 };
 
 /// Builds one large child subtree. The driver waits for all tasks, so `build` and the parent outlive each of them.
@@ -140,11 +142,11 @@ class BvhSubtreeBuilder {
   void build_aligned(const BvhBuildPlace& place, uint depth, const GasBvhSplitSetGeom& set, BvhChildSets& children) {
     BvhNodeAligned& node = new_node(worker_.aligned, 0, children.count, place);
     for (uint lane = 0; lane < 4; ++lane) {
-      node.lanes.set_lane(lane, lane < children.count ? children.set[lane].box : GMathBbox3<float>());
+      node.lanes.set_lane(lane, lane < children.count ? children.get(lane).box : GMathBbox3<float>());
       node.child[lane] = {};
     }
     for (uint lane = 0; lane < children.count; ++lane)
-      build_child({&node.child[lane], nullptr, 0}, depth, {true, false}, set, children.set[lane]);
+      build_child({&node.child[lane], nullptr, 0}, depth, {true, false}, set, children.get(lane));
   }
 
   /// Each child's box is replaced by the decoded one, so that its descendants are quantized against the box that a ray
@@ -157,13 +159,13 @@ class BvhSubtreeBuilder {
     for (uint lane = 0; lane < 4; ++lane) {
       node.set_child(lane, {});
       if (lane < children.count) {
-        children.set[lane].box = quantizer.write_lane(children.set[lane].box, lane, node.lanes.planes);
+        children.get(lane).box = quantizer.write_lane(children.get(lane).box, lane, node.lanes.planes);
       } else {
         bvh_clear_lane(lane, node.lanes.planes);
       }
     }
     for (uint lane = 0; lane < children.count; ++lane)
-      build_child({nullptr, &node, lane}, depth, {true, true}, set, children.set[lane]);
+      build_child({nullptr, &node, lane}, depth, {true, true}, set, children.get(lane));
   }
 
   /// Each lane is the tight box of its items in a frame of their own. No child is quantized: a quantized child is
@@ -175,9 +177,9 @@ class BvhSubtreeBuilder {
       for (uint lane = 0; lane < 4; ++lane) {
         node.child[lane] = {};
         if (lane < children.count) {
-          worker_.split.refit(worker_.split_ctx, children.set[lane], threads);
-          bvh_set_oriented_lane(node, lane, children.set[lane].space, children.set[lane].space_box,
-                                bvh_get_reach(children.set[lane].box));
+          worker_.split.refit(worker_.split_ctx, children.get(lane), threads);
+          bvh_set_oriented_lane(node, lane, children.get(lane).space, children.get(lane).space_box,
+                                bvh_get_reach(children.get(lane).box));
         } else {
           bvh_clear_oriented_lane(node, lane);
         }
@@ -185,7 +187,7 @@ class BvhSubtreeBuilder {
       GasBvhSplitSetGeom whole = set;
       worker_.split.refit(worker_.split_ctx, whole, threads);
       for (uint lane = 0; lane < children.count; ++lane)
-        build_child({&node.child[lane], nullptr, 0}, depth, {false, false}, whole, children.set[lane]);
+        build_child({&node.child[lane], nullptr, 0}, depth, {false, false}, whole, children.get(lane));
     }
   }
 
