@@ -157,6 +157,27 @@ struct GasGeometryBundle::BuildCtx {
       : bundle(bundle), app(app), progress(progress), ctx(app.get_factory()) {}
 };
 
+/// Who used each slot first in a task: the others have the same clusters and local boxes, and copy them.
+class GasGeometryBundle::FirstUsers {
+ public:
+  /// Throws std::bad_alloc.
+  explicit FirstUsers(const GasGeometryBundle& bundle)
+      : bundle_(bundle), users_(bundle.displacement_on ? 0 : bundle.slots->count) {
+    gas_need(bundle.displacement_on || users_.get_count() == bundle.slots->count);
+    std::fill(users_.begin(), users_.end(), core_invalid_index);
+  }
+  /// The first user of the slot of `instance`; without one `user` becomes it, and the result is core_invalid_index.
+  uint find_or_become(uint instance, uint user) {
+    if (bundle_.displacement_on) return core_invalid_index;  // each has its own slot
+    uint& first = users_[bundle_.get_slot(instance)];
+    return first != core_invalid_index ? first : std::exchange(first, user);
+  }
+
+ private:
+  const GasGeometryBundle& bundle_;
+  CoreBasicArray<uint> users_;  ///< [slot]
+};
+
 /// Gets the clusters of a slice of the instances. Writes only the lists of these instances.
 class GasGeometryBundle::GasGeometryBundleCheckTask final : public GasTask {
  public:
@@ -166,20 +187,26 @@ class GasGeometryBundle::GasGeometryBundleCheckTask final : public GasTask {
 
   void work(const uint& thread_index) override {
     const CtxEval& ctx = build->ctx.get_or_create_thread_ctx(thread_index);
+    FirstUsers users(build->bundle);
     for (uint instance = first; instance < end; ++instance) {
       build->app.check_stop();
-      check(ctx, instance);
+      check(ctx, instance, users);
       if (build->progress != nullptr) build->progress->step(instance + 1);
     }
   }
 
  private:
-  void check(const CtxEval& ctx, uint instance) const {
+  void check(const CtxEval& ctx, uint instance, FirstUsers& users) const {
     const GasGeometryBundle& bundle = build->bundle;
     const GeometryObject* geometry = bundle.get_geometry(instance);
     if (geometry == nullptr || geometry->get_primitive_count() == 0) return;
     if (!gas_is_invertible(bundle.matrices[instance])) return;
     if (bundle.is_displaced(instance)) return gas_need(lists[instance].add(nullptr));
+    const uint user = users.find_or_become(instance, instance);
+    if (user != core_invalid_index) {
+      lists[instance] = lists[user];
+      return gas_need(lists[instance].get_count() == lists[user].get_count());
+    }
     const float ratio = bundle.get_instance_count() > 1 ? 0.3f : 0.0f;
     const GasClusterable* structure = bundle.get_geometry_gas(ctx, instance);
     if (structure != nullptr) structure->get_clusters(lists[instance], 1024, ratio);
@@ -196,15 +223,16 @@ class GasGeometryBundle::GasGeometryBundleBboxTask final : public GasTask {
 
   void work(const uint& thread_index) override {
     const CtxEval& ctx = build->ctx.get_or_create_thread_ctx(thread_index);
+    FirstUsers users(build->bundle);
     for (uint valid = first; valid < end; ++valid) {
       build->app.check_stop();
-      measure(ctx, valid);
+      measure(ctx, valid, users);
       if (build->progress != nullptr) build->progress->step(valid + 1);
     }
   }
 
  private:
-  void measure(const CtxEval& ctx, uint valid) const {
+  void measure(const CtxEval& ctx, uint valid, FirstUsers& users) const {
     const GasGeometryBundle& bundle = build->bundle;
     const uint instance = bundle.table.indices[valid];
     const CoreBasicArray<void*> clusters = bundle.table.get_clusters(valid);
@@ -212,6 +240,8 @@ class GasGeometryBundle::GasGeometryBundleBboxTask final : public GasTask {
     GMathBbox3<float>* own = local_boxes + first_leaf;
     if (bundle.is_displaced(instance)) {
       std::fill_n(own, clusters.get_count(), gmath_round_outwards(bundle.get_geometry(instance)->get_bbox(ctx)));
+    } else if (const uint user = users.find_or_become(instance, valid); user != core_invalid_index) {
+      std::copy_n(local_boxes + bundle.table.first_leaves[user], clusters.get_count(), own);
     } else if (const GasClusterable* structure = bundle.get_geometry_gas(ctx, instance); structure != nullptr) {
       structure->get_clusters_bboxes(clusters, own);
     }

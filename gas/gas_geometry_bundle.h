@@ -138,6 +138,7 @@ class VQ_EXPORT GasGeometryBundle : public GasInstanceStructure<GasGeometryBundl
     const GasClusterable* structure;
   };
   struct BuildCtx;
+  class FirstUsers;
   static constexpr const char* update_title = "Updating motion blur of bundle GAS";
 
   /// Runs `set_arrays`, which throws std::bad_alloc, and builds the rest.
