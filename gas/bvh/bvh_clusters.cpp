@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <optional>
 
 #include "gas/bvh/bvh_start.h"
 
@@ -123,73 +122,28 @@ float get_tree_weight(const GasBvh<4>& tree) {
   return static_cast<float>(sum);
 }
 
-/// Weights of all subtrees, filled from the leaves up: a child's index is above its parent's of the same kind, but
-/// kinds may alternate, so that the order must come from a traversal.
-class SubtreeWeights {
- public:
-  explicit SubtreeWeights(const GasBvh<4>& tree)
-      : tree_(tree), aligned_(tree.aligned_count), quantized_(tree.quantized_count), oriented_(tree.oriented_count) {
-    const u64 node_count = u64{tree.aligned_count} + tree.quantized_count + tree.oriented_count;
-    CoreVector<BvhChildRef> order;
-    if (aligned_.get_count() != tree.aligned_count || quantized_.get_count() != tree.quantized_count ||
-        oriented_.get_count() != tree.oriented_count || !order.reserve(static_cast<uint>(node_count)))
-      return;
-    is_complete_ = true;
-    if (!tree.is_empty() && !tree.root.is_leaf()) order.add(tree.root);
-    for (uint at = 0; at < order.get_count(); ++at) {
-      for (uint lane = 0; lane < order[at].get_count(); ++lane) {
-        const BvhChildRef child = get_child(order[at], lane);
-        if (!child.is_leaf()) order.add(child);
-      }
-    }
-    while (!order.is_empty()) {
-      const BvhChildRef node = order.get_last();
-      order.remove_last();
-      float sum = 0.0f;
-      for (uint lane = 0; lane < node.get_count(); ++lane) sum += get(get_child(node, lane));
-      get_entry(node) = sum;
-    }
+BvhChildRef get_child(const GasBvh<4>& tree, BvhChildRef node, uint lane) {
+  switch (node.get_kind()) {
+    case BvhKind::aligned:
+      return tree.aligned[node.index].child[lane];
+    case BvhKind::quantized:
+      return tree.quantized[node.index].get_child(lane);
+    default:
+      return tree.oriented[node.index].child[lane];
   }
+}
 
-  /// False when there was no memory.
-  bool is_complete() const { return is_complete_; }
-
-  float get(BvhChildRef ref) {
-    if (ref.get_count() == 0) return 0.0f;
-    if (!ref.is_leaf()) return get_entry(ref);
-    if (tree_.item_weight_bits == nullptr) return static_cast<float>(ref.get_count()) * tree_.uniform_item_weight;
-    float sum = 0.0f;
-    for (uint k = 0; k < ref.get_count(); ++k)
-      sum += std::bit_cast<float>(tree_.item_weight_bits[tree_.order[ref.index + k]]);
-    return sum;
+/// The sum over the items of a subtree, child by child.
+float get_subtree_weight(const GasBvh<4>& tree, BvhChildRef ref) {
+  const uint count = ref.get_count();
+  if (ref.is_leaf() && tree.item_weight_bits == nullptr) return static_cast<float>(count) * tree.uniform_item_weight;
+  float sum = 0.0f;
+  for (uint k = 0; k < count; ++k) {
+    sum += ref.is_leaf() ? std::bit_cast<float>(tree.item_weight_bits[tree.order[ref.index + k]])
+                         : get_subtree_weight(tree, get_child(tree, ref, k));
   }
-
- private:
-  BvhChildRef get_child(BvhChildRef ref, uint lane) const {
-    switch (ref.get_kind()) {
-      case BvhKind::aligned:
-        return tree_.aligned[ref.index].child[lane];
-      case BvhKind::quantized:
-        return tree_.quantized[ref.index].get_child(lane);
-      default:
-        return tree_.oriented[ref.index].child[lane];
-    }
-  }
-  float& get_entry(BvhChildRef ref) {
-    switch (ref.get_kind()) {
-      case BvhKind::aligned:
-        return aligned_[ref.index];
-      case BvhKind::quantized:
-        return quantized_[ref.index];
-      default:
-        return oriented_[ref.index];
-    }
-  }
-
-  const GasBvh<4>& tree_;
-  CoreBasicArray<float> aligned_, quantized_, oriented_;
-  bool is_complete_ = false;
-};
+  return sum;
+}
 
 }  // namespace
 
@@ -218,10 +172,8 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
 }
 
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights) {
-  std::optional<SubtreeWeights> subtrees;  // a traversal; the weight of the whole tree does not need it
   for (uint k = 0; k < clusters.get_count(); ++k) {
     const BvhStart start = bvh_find_start(tree, std::bit_cast<u64>(clusters[k]));
-    if (!start.is_root && !subtrees) subtrees.emplace(tree);
-    weights[k] = start.is_root ? get_tree_weight(tree) : subtrees->is_complete() ? subtrees->get(start.ref) : 1.0f;
+    weights[k] = start.is_root ? get_tree_weight(tree) : get_subtree_weight(tree, start.ref);
   }
 }

@@ -25,6 +25,5 @@ void bvh_get_clusters_bboxes_at(const GasBvh<4>& tree, const GasBvhMotion<4>& mo
                                 float fraction, const CoreBasicArray<void*>& clusters, GMathBbox3<float>* boxes);
 
 /// One weight per handle: the sum over its items of their own weights, or of the tree's uniform one. A handle that
-/// names no node has weight 0. Without memory for the sums, subtrees have weight 1. Cost: O(nodes) once for all
-/// handles, less if all are null.
+/// names no node has weight 0. Cost: O(nodes below the handles); O(1) for null handles of items without own weights.
 void bvh_get_clusters_weights(const GasBvh<4>& tree, const CoreBasicArray<void*>& clusters, float* weights);
