@@ -46,7 +46,7 @@ struct StructureClusters {
     get(object).get_clusters_weights(clusters, weights);
   }
   static constexpr ModuleClusterFunctions functions{get_clusters, get_clusters_bboxes, get_clusters_bboxes_at,
-                                                    get_clusters_weights};
+                                                    get_clusters_weights, true};
 };
 
 template <GasClusterDetail detail>

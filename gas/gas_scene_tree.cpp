@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <unordered_map>
 
 #include "gas/frame/gas_class.h"
 #include "gas/frame/gas_tasks.h"
@@ -12,6 +13,7 @@
 #include "vq_event/event_table.h"
 #include "vq_gas_base/gas_bvh_split.h"
 #include "vq_module/module_scene_object.h"
+#include "vq_sys/sys_thread_lock.h"
 
 namespace {
 
@@ -20,6 +22,43 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 // Registers the class with the host when the library is loaded.
 [[maybe_unused]] const CoreClassInfo& class_record = GasSceneTree::class_info();
+
+/// The weights of the structures that several objects may share: they cost a traversal of the structure. Thread-safe.
+class StructureWeights {
+ public:
+  /// Writes `weights`. Threads do not wait for each other: some may compute the same.
+  void get(const ModuleClusterFunctions& functions, ModuleSceneObject* object, GeometryOverride* replaced,
+           const CoreBasicArray<void*>& clusters, float* weights) {
+    const bool is_shared = functions.weights_are_structures && clusters.get_count() > 1;
+    if (is_shared && copy(object->get_structure(), clusters, weights)) return;
+    functions.get_clusters_weights(object, replaced, clusters, weights);
+    if (is_shared) keep(object->get_structure(), clusters, weights);
+  }
+
+ private:
+  struct Known {
+    CoreBasicArray<void*> clusters;
+    CoreBasicArray<float> weights;
+  };
+
+  bool copy(const GasObject* structure, const CoreBasicArray<void*>& clusters, float* weights) {
+    const SysThreadLockGuard guard(lock_);
+    const auto found = known_.find(structure);
+    if (found == known_.end() || !std::ranges::equal(found->second.clusters, clusters)) return false;
+    std::ranges::copy(found->second.weights, weights);
+    return true;
+  }
+  void keep(const GasObject* structure, const CoreBasicArray<void*>& clusters, const float* weights) {
+    Known known;
+    gas_need(known.clusters.assign(clusters.get_items(), clusters.get_count()) &&
+             known.weights.assign(weights, clusters.get_count()));
+    const SysThreadLockGuard guard(lock_);
+    known_.try_emplace(structure, std::move(known));
+  }
+
+  SysThreadLock lock_;
+  std::unordered_map<const GasObject*, Known> known_;
+};
 
 /// Arguments of get_clusters() for all objects. With a count of 0 a single object is one cluster.
 struct ClusterRequest {
@@ -102,6 +141,7 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
   GMathBbox3<float>* local_boxes = nullptr;  ///< [leaf], written
   GMathBbox3<float>* boxes = nullptr;        ///< [leaf] in the world, written
   float* weights = nullptr;
+  StructureWeights* structure_weights = nullptr;
   const AppBase* app = nullptr;
   uint first = 0, end = 0;
   AppProgressBar* progress = nullptr;
@@ -117,7 +157,7 @@ class GasSceneTree::GasSceneTreeBboxTask final : public GasTask {
       const ModuleClusterFunctions& functions = object->get_cluster_functions();
       functions.get_clusters_bboxes(object, replaced, clusters, local_boxes + first_leaf);
       if (functions.get_clusters_weights != nullptr)
-        functions.get_clusters_weights(object, replaced, clusters, weights + first_leaf);
+        structure_weights->get(functions, object, replaced, clusters, weights + first_leaf);
       for (uint leaf = first_leaf; leaf < first_leaf + clusters.get_count(); ++leaf)
         boxes[leaf] = gas_get_world_bbox(local_boxes[leaf], object->get_global_matrix());
       geometry_sum += object->get_geometry_count();
@@ -186,11 +226,13 @@ void GasSceneTree::compute_bboxes(const AppBase& app, GMathBbox3<float>* local_b
                                   float* weights, AppProgressBar* progress) {
   const uint count = table.get_accepted_count();
   const AppProgressScope stage(progress, "create tree", 0.3, count);
+  StructureWeights structure_weights;
   const auto tasks = gas_run_instance_slices<GasSceneTreeBboxTask>(app, count, [&](GasSceneTreeBboxTask& task) {
     task.scene = this;
     task.local_boxes = local_boxes;
     task.boxes = boxes;
     task.weights = weights;
+    task.structure_weights = &structure_weights;
     task.app = &app;
     task.progress = progress;
   });

@@ -35,6 +35,8 @@ struct ModuleClusterFunctions {
   /// Null: all clusters have weight 1.
   void (*get_clusters_weights)(ModuleSceneObject*, GeometryOverride*, const CoreBasicArray<void*>& clusters,
                                float* weights) = nullptr;
+  /// Weights depend on the structure and the handles alone, so that they are needed once for objects that share one.
+  bool weights_are_structures = false;
 };
 
 class VQ_EXPORT ModuleSceneObject : public ModuleSceneItem {

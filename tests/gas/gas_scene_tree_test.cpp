@@ -226,6 +226,37 @@ TEST(GasSceneTree, is_the_same_for_any_number_of_threads) {
   }
 }
 
+TEST(GasSceneTree, weighs_a_structure_once_for_all_its_objects) {
+  static uint calls = 0;
+  QueryWorld world;
+  const SceneShape shapes[] = {{world, make_sphere(3)}, {world, make_sphere(4)}};
+  ModuleClusterFunctions each = gas_get_cluster_functions(shapes[0].structure.get(), GasClusterDetail::full);
+  static const auto get_weights = each.get_clusters_weights;
+  each.get_clusters_weights = [](auto... arguments) {
+    ++calls;
+    get_weights(arguments...);
+  };
+  ModuleClusterFunctions shared = each;
+  ASSERT_TRUE(shared.weights_are_structures);
+  each.weights_are_structures = false;
+  GasSceneTree scenes[2];
+  for (const bool is_shared : {false, true}) {
+    std::vector<std::unique_ptr<ModuleGeometry>> objects;
+    std::vector<ModuleSceneObject*> list;
+    for (uint k = 0; k < 12; ++k) {
+      const SceneShape& shape = shapes[k * k % 5 % 2];
+      objects.push_back(std::make_unique<ModuleGeometry>(CoreString("object"), shape.mesh, shape.structure,
+                                                         is_shared ? shared : each));
+      objects.back()->set_global_matrix(make_translation({0.7 * k, 0.1 * k * k, 0}));
+      list.push_back(objects.back().get());
+    }
+    calls = 0;
+    create(scenes[is_shared], world, list);
+    EXPECT_EQ(calls, is_shared ? 2u : 12u);
+  }
+  EXPECT_EQ(find_tree_difference(scenes[1].get_tree(), scenes[0].get_tree()), "");
+}
+
 /// Two spheres, one behind the other on the z axis, in scenes three deep; outermost matrices stretch by two.
 struct NestedSpheres {
   explicit NestedSpheres(QueryWorld& world) : sphere(world, make_sphere(2)) {
