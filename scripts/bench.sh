@@ -25,7 +25,7 @@ measure() {
 }
 
 if [ $# -gt 0 ]; then
-  measure files "$@" --threads 1,2 --peers user-sse42,user,tri,in-scene
+  measure files "$@" --threads 1,2 --peers user-sse42,user,tri,in-scene,grid
   measure moving "$1" --threads 1 --peers user-sse42,user --motion 2,8
 fi
 measure meshes --threads 1,2 --peers user-sse42,user,tri --mesh terrain-8m,speck-1m,needles-100k
