@@ -3,6 +3,11 @@ from bench_reports import OURS
 
 BEGIN, END = "<!-- scripts/bench.sh writes what follows -->", "<!-- scripts/bench.sh ends here -->"
 
+ABOUT_RATES = """Million rays a second, then the ratio to each peer of the second column. *Spread*: largest less least round,
+the largest of the four sets. *Disagree*: rays whose hit or distance differs from a peer's, the most of any set."""
+ABOUT_BUILDS = """Million primitives or instances a second and bytes each; for scenes milliseconds and bytes in all. Of scenes
+*all* includes the structures of the objects, of moving subjects the samples."""
+
 
 def make_table(rows):
     """The first row is the head."""
@@ -63,6 +68,6 @@ def write_page(path, machine, rows, subjects):
     before, rest = text.split(BEGIN)
     after = rest.split(END)[1]
     parts = (f"Measured on: {machine}.", make_table([("", "beside", "measured", "aim"), *rows]),
-             "### Rates of each set of rays, one thread", make_table(list_rates(subjects)),
-             "### Builds and memory, one thread", make_table(list_builds(subjects)))
+             "### Rates of each set of rays, one thread", ABOUT_RATES, make_table(list_rates(subjects)),
+             "### Builds and memory, one thread", ABOUT_BUILDS, make_table(list_builds(subjects)))
     path.write_text(f"{before}{BEGIN}\n\n" + "\n\n".join(parts) + f"\n\n{END}{after}")

@@ -61,7 +61,7 @@ def list_rows(subjects):
         for motion in ("", ", 2 motion samples"):
             add_rates(name + motion, {"user-sse42": ""})
             add(name + motion, "rays", "a scene of objects", "", lambda subject: subject.get_ratio("objects"))
-        add(name, "bytes an instance", "", "", lambda subject: subject.get_tree_bytes(), "{:,.0f}")
+        add(name, "bytes an instance", "", "", lambda subject: subject.get_tree_bytes(), "{:.0f}")
     add("swarm-10k", "build of the scene's tree, ms", "", "20", lambda subject: subject.get_build(OURS), "{:.1f}")
     add("swarm-10k", "its bytes, MB", "", "5", lambda subject: 1e-6 * subject.get_tree_bytes(), "{:.1f}")
     for name in ("fur-200k cubic", "fur-5m cubic"):
