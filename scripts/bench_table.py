@@ -79,13 +79,14 @@ def print_rows(rows):
 
 
 def draw_chart(subjects, path):
-    """Rates and build rates of the terrains, by their number of triangles."""
+    """Rates and build rates of the terrains that were measured for it, by their number of triangles."""
     import matplotlib
     matplotlib.use("svg")
     matplotlib.rcParams["svg.hashsalt"] = "vq_gas"  # the same figures, the same file
     from matplotlib import pyplot
 
-    terrains = sorted((s for name, s in subjects.items() if name.startswith("terrain-")), key=Subject.get_count)
+    terrains = sorted((s for name, s in subjects.items()
+                       if name.startswith("terrain-") and "shadow" not in s.get_sets()), key=Subject.get_count)
     figure, (rays, builds) = pyplot.subplots(1, 2, figsize=(9.6, 3.8), layout="constrained")
     for library, label, style in ((OURS, "this library", "o-"), ("user-sse42", "Embree, user geometry, SSE4.2", "s--"),
                                   ("tri", "Embree, own triangles, best", "^:")):
@@ -93,8 +94,10 @@ def draw_chart(subjects, path):
         rays.plot(counts, [subject.get_mean_rate(library) for subject in terrains], style, label=label)
         builds.plot(counts, [subject.get_build(library) for subject in terrains], style, label=label)
     for axes, title in ((rays, "Million rays a second"), (builds, "Million triangles built a second")):
-        axes.set(xscale="log", yscale="log", title=title, xlabel="triangles")
+        axes.set(xscale="log", title=title, xlabel="triangles")
         axes.grid(True, which="both", alpha=0.25)
+    rays.set_yscale("log")
+    builds.set_ylim(bottom=0)
     rays.legend(fontsize=8)
     figure.savefig(path, metadata={"Date": None})
     print(f"\n{path}")
