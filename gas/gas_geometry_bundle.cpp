@@ -62,11 +62,7 @@ GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) 
   oriented_nodes_allowed = other.oriented_nodes_allowed;
   matrices_callback = other.matrices_callback;
   matrices_user = other.matrices_user;
-  const GasOutcome outcome = gas_try([&] {
-    gas_need(is_whole_copy_of(other));
-    refer_instances(other);
-  });
-  if (outcome != GasOutcome::done) clear();
+  complete_copy(other);
   return *this;
 }
 

@@ -86,11 +86,7 @@ GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   overrides = other.overrides;
   geometry_count = other.geometry_count;
   primitive_count = other.primitive_count;
-  const GasOutcome outcome = gas_try([&] {
-    gas_need(is_whole_copy_of(other));
-    refer_instances(other);
-  });
-  if (outcome != GasOutcome::done) clear();
+  complete_copy(other);
   return *this;
 }
 

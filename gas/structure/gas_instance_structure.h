@@ -39,7 +39,10 @@
 //   GasBboxSurplus get_growth(accepted)                 added to the world boxes
 //   uint get_update_slice(thread_count)                 instances that one task updates
 //
-// All are const.
+//   bool is_whole_copy_of(other)                        false: a member could not be copied
+//   void clear()                                        empties the structure
+//
+// All but the last are const.
 #pragma once
 #include "gas/structure/gas_bvh_structure.h"
 #include "gas/structure/gas_cluster_table.h"
@@ -69,7 +72,7 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   friend class GasInstanceMotionTask<Self>;
 
   explicit GasInstanceStructure(Self* self);
-  /// Copies the tree and its leaves. The structure then calls refer_instances().
+  /// Copies the tree and its leaves. The structure then copies its own members and calls complete_copy().
   GasInstanceStructure(const GasInstanceStructure& other, Self* self)
       : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table), leaves(other.leaves) {}
   GasInstanceStructure& operator=(const GasInstanceStructure& other);
@@ -80,8 +83,8 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   /// Replaces the accepted instances in `leaves` by the numbers of their records.
   /// @param numbers  [accepted instance] written
   void number_instances(CoreBasicArray<uint>& numbers);
-  /// After a copy: fills `instances` again, which refer to arrays of the structure. Throws std::bad_alloc.
-  void refer_instances(const GasInstanceStructure& other);
+  /// Makes `instances` refer to the copied members; without memory, or if one was not copied, empties the structure.
+  void complete_copy(const Self& other);
   void clear_entries();
   bool is_whole_copy_of(const GasInstanceStructure& other) const;
   u64 get_entry_bytes() const;

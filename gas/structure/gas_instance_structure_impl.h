@@ -65,13 +65,18 @@ void GasInstanceStructure<Self, Base>::number_instances(CoreBasicArray<uint>& nu
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::refer_instances(const GasInstanceStructure& other) {
-  instances = CoreAlignedArray<GasInstance>(other.instances.get_count());
-  gas_need(instances.get_count() == other.instances.get_count());
-  for (std::size_t k = 0; k < instances.get_count(); ++k) {
-    instances[k] = other.instances[k];
-    self().describe_instance(instances[k].accepted, instances[k]);
-  }
+void GasInstanceStructure<Self, Base>::complete_copy(const Self& other) {
+  const GasInstanceStructure& source = other;
+  const GasOutcome outcome = gas_try([&] {
+    gas_need(self().is_whole_copy_of(other));
+    instances = CoreAlignedArray<GasInstance>(source.instances.get_count());
+    gas_need(instances.get_count() == source.instances.get_count());
+    for (std::size_t k = 0; k < instances.get_count(); ++k) {
+      instances[k] = source.instances[k];
+      self().describe_instance(instances[k].accepted, instances[k]);
+    }
+  });
+  if (outcome != GasOutcome::done) static_cast<Self*>(this)->clear();
 }
 
 template <class Self, class Base>
