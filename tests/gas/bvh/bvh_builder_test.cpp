@@ -6,6 +6,7 @@
 #include <bit>
 #include <thread>
 
+#include "gas/bvh/bvh_quantize.h"
 #include "support/test_scale.h"
 #include "support/test_tree.h"
 #include "support/tree_oracle.h"
@@ -63,6 +64,37 @@ TEST(BvhBuilder, boxes_near_the_smallest_floats_keep_their_items) {
         const float slack = scale * 1e-5f + 2e-42f;
         ASSERT_LE(leaves[k].min[axis], item.min[axis] + slack) << "scale " << scale << ", position " << k;
         ASSERT_GE(leaves[k].max[axis], item.max[axis] - slack) << "scale " << scale << ", position " << k;
+      }
+    }
+  }
+}
+
+// Planes on the steps of the frame, where rounding may decode a byte to the inner side of its plane.
+TEST(BvhBuilder, eight_bit_boxes_hold_boxes_on_their_steps_and_are_tight) {
+  u8 flat[6][4];
+  BvhQuantizer(FloatBox({1, 2, 3}, {5, 2, 9})).write_lane(FloatBox({1, 2, 3}, {5, 2, 9}), 0, flat);
+  EXPECT_EQ(std::pair(flat[2][0], flat[3][0]), std::pair(u8{0}, u8{0}));
+  for (const float extent : {255.0f, 1.0f, 3e-5f, 7e6f}) {
+    for (const float origin : {0.0f, -0.4f * extent, 1000.0f * extent}) {
+      const FloatBox frame({origin, origin, origin}, {origin + extent, origin + 0.7f * extent, origin + 1.9f * extent});
+      const BvhQuantizer quantizer(frame);
+      const auto get_step = [&](uint axis) { return (frame.max[axis] - frame.min[axis]) / 255.0f; };
+      for (uint low = 0; low <= 254; ++low) {
+        FloatBox box;
+        for (uint axis = 0; axis < 3; ++axis) {
+          box.min[axis] = frame.min[axis] + static_cast<float>(low) * get_step(axis);
+          box.max[axis] = std::min(frame.max[axis], frame.min[axis] + static_cast<float>(low + 1) * get_step(axis));
+        }
+        u8 planes[6][4];
+        const FloatBox decoded = quantizer.write_lane(box, low % 4, planes);
+        EXPECT_EQ(decoded, bvh_decode_lane(frame, planes, low % 4));
+        for (uint axis = 0; axis < 3; ++axis) {
+          EXPECT_LE(decoded.min[axis], box.min[axis]) << low;
+          EXPECT_LE(box.min[axis] - decoded.min[axis], 1.1f * get_step(axis)) << low;
+          EXPECT_LE(decoded.max[axis] - box.max[axis], 1.1f * get_step(axis)) << low;
+          // The last byte needs a frame with a margin.
+          EXPECT_TRUE(low == 254 || decoded.max[axis] >= box.max[axis]) << low;
+        }
       }
     }
   }
