@@ -122,17 +122,6 @@ float get_tree_weight(const GasBvh<4>& tree) {
   return static_cast<float>(sum);
 }
 
-BvhChildRef get_child(const GasBvh<4>& tree, BvhChildRef node, uint lane) {
-  switch (node.get_kind()) {
-    case BvhKind::aligned:
-      return tree.aligned[node.index].child[lane];
-    case BvhKind::quantized:
-      return tree.quantized[node.index].get_child(lane);
-    default:
-      return tree.oriented[node.index].child[lane];
-  }
-}
-
 /// The sum over the items of a subtree, child by child.
 float get_subtree_weight(const GasBvh<4>& tree, BvhChildRef ref) {
   const uint count = ref.get_count();
@@ -140,7 +129,7 @@ float get_subtree_weight(const GasBvh<4>& tree, BvhChildRef ref) {
   float sum = 0.0f;
   for (uint k = 0; k < count; ++k) {
     sum += ref.is_leaf() ? std::bit_cast<float>(tree.item_weight_bits[tree.order[ref.index + k]])
-                         : get_subtree_weight(tree, get_child(tree, ref, k));
+                         : get_subtree_weight(tree, tree.get_child(ref, k));
   }
   return sum;
 }

@@ -73,6 +73,17 @@ class VQ_EXPORT GasBvh {
              AppProgressBar* progress);
 
   bool is_empty() const { return item_count == 0; }
+  /// Child `lane`, below node.get_count(), of an inner node.
+  BvhChildRef get_child(BvhChildRef node, uint lane) const {
+    switch (node.get_kind()) {
+      case BvhKind::aligned:
+        return aligned[node.index].child[lane];
+      case BvhKind::quantized:
+        return quantized[node.index].get_child(lane);
+      default:
+        return oriented[node.index].child[lane];
+    }
+  }
   /// Frees the arrays (borrowed ones are not freed) and makes the tree empty.
   void clear();
   /// Bytes of all arrays, without the object itself.

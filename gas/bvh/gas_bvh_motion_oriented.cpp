@@ -19,17 +19,6 @@ namespace {
 constexpr uint parallel_nodes = 1024;      // from this many oriented nodes on, tasks refit them
 constexpr uint least_nodes_of_task = 512;  // refitting fewer takes less time than starting a thread
 
-BvhChildRef get_child(const GasBvh<4>& tree, BvhChildRef parent, uint lane) {
-  switch (parent.get_kind()) {
-    case BvhKind::aligned:
-      return tree.aligned[parent.index].child[lane];
-    case BvhKind::quantized:
-      return tree.quantized[parent.index].get_child(lane);
-    default:
-      return tree.oriented[parent.index].child[lane];
-  }
-}
-
 /// All inner nodes, each before its children.
 std::vector<BvhChildRef> list_parents_first(const GasBvh<4>& tree) {
   std::vector<BvhChildRef> list;
@@ -38,7 +27,7 @@ std::vector<BvhChildRef> list_parents_first(const GasBvh<4>& tree) {
   list.push_back(tree.root);
   for (std::size_t at = 0; at < list.size(); ++at) {
     for (uint lane = 0; lane < list[at].get_count(); ++lane) {
-      const BvhChildRef child = get_child(tree, list[at], lane);
+      const BvhChildRef child = tree.get_child(list[at], lane);
       if (!child.is_leaf()) list.push_back(child);
     }
   }
@@ -58,7 +47,7 @@ class ItemRanges {
       const BvhChildRef node = parents_first[at];
       ItemRange range{core_invalid_index, 0};
       for (uint lane = 0; lane < node.get_count(); ++lane) {
-        const ItemRange child = get(get_child(tree, node, lane));
+        const ItemRange child = get(tree.get_child(node, lane));
         range = {std::min(range.begin, child.begin), std::max(range.end, child.end)};
       }
       get_ranges(node.get_kind())[node.index] = range;
@@ -184,10 +173,10 @@ void GasBvhMotion<width>::fit_nodes_of_all_kinds(Scratch& scratch, std::span<con
     GMathBbox3<float> box;
     for (uint lane = 0; lane < 4; ++lane) {
       const GMathBbox3<float> child = lane < node.get_count()
-                                          ? get_child_box(scratch, get_child(*tree_, node, lane), item_boxes)
+                                          ? get_child_box(scratch, tree_->get_child(node, lane), item_boxes)
                                           : GMathBbox3<float>();
       if (block != nullptr) {
-        const BvhChildRef ref = get_child(*tree_, node, lane);
+        const BvhChildRef ref = tree_->get_child(node, lane);
         block->set_lane(lane, ref.get_kind() == BvhKind::quantized ? make_frame(scratch, ref) : child);
       }
       box.add(child);
