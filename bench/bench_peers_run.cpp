@@ -54,8 +54,8 @@ class PeerRun {
       }
       for (uint round = 0; round < settings_.build_rounds; ++round) {
         for (std::size_t k = 0; k < names_.size(); ++k) {
-          std::this_thread::sleep_for(
-              std::chrono::milliseconds(50));  // threads of the former one may still wait busily
+          // Threads of the former library may still wait busily.
+          std::this_thread::sleep_for(std::chrono::milliseconds(50));
           const PeerContender built = subject_.make(names_[k], settings_.get_build_clock(threads), threads);
           if (built.tracer == nullptr) continue;
           builds[k].seconds.push_back(built.build_seconds);

@@ -3,7 +3,7 @@
 // The cost of a split, for the binned and the exact search. Both divide the items along each axis into slots (bins, or
 // single items) and search the best plane between two slots. The three axes are evaluated at once:
 //
-//   GasSimdBox   lanes x, y, z, -                   the two corners of one box
+//   GasSimdBox       lanes x, y, z, -                   the two corners of one box
 //   areas, costs     lanes along x, along y, along z, - one number for each axis of the cut
 //
 // The fourth lane is unused.
