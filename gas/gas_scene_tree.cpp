@@ -29,7 +29,7 @@ class StructureWeights {
   /// Writes `weights`. Threads do not wait for each other: some may compute the same.
   void get(const ModuleClusterFunctions& functions, ModuleSceneObject* object, GeometryOverride* replaced,
            const CoreBasicArray<void*>& clusters, float* weights) {
-    const bool is_shared = functions.weights_are_structures && clusters.get_count() > 1;
+    const bool is_shared = functions.weights_depend_on_structure_only && clusters.get_count() > 1;
     if (is_shared && copy(object->get_structure(), clusters, weights)) return;
     functions.get_clusters_weights(object, replaced, clusters, weights);
     if (is_shared) keep(object->get_structure(), clusters, weights);

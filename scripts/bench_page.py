@@ -3,10 +3,12 @@ from bench_reports import OURS
 
 BEGIN, END = "<!-- scripts/bench.sh writes what follows -->", "<!-- scripts/bench.sh ends here -->"
 
-ABOUT_RATES = """Million rays a second, then the ratio to each peer of the second column. *Spread*: largest less least round,
-the largest of the four sets. *Disagree*: rays whose hit or distance differs from a peer's, the most of any set."""
-ABOUT_BUILDS = """Million primitives or instances a second and bytes each; for scenes milliseconds and bytes in all. Of scenes
-*all* includes the structures of the objects, of moving subjects the samples."""
+ABOUT_RATES = """\
+Million rays a second, then the ratio to each peer of the second column. *Spread*: largest less least round, the largest
+of the four sets. *Disagree*: rays whose hit or distance differs from a peer's, the most of any set."""
+ABOUT_BUILDS = """\
+Million primitives or instances a second and bytes each; for scenes milliseconds and bytes in all. Of scenes *all*
+includes the structures of the objects, of moving subjects the samples."""
 
 
 def make_table(rows):

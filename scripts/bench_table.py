@@ -1,5 +1,5 @@
-"""Prints what bench.sh measured as one table, beside what is aimed at, draws the chart of rates by size, and writes both
-into the page of figures.
+"""Prints what bench.sh measured as one table, beside what is aimed at, draws the chart of rates by size, and writes
+tables into the page of figures.
 
     bench_table.py FOLDER [--chart FILE.svg] [--page FILE.md]
 
@@ -38,7 +38,8 @@ def list_rows(subjects):
                 lambda subject, count=count: subject.get_build_ratio("user-sse42", count))
         add(name, "build on two threads", "on one", "1.8",
             lambda subject: divide(subject.get_build(OURS, threads=2), subject.get_build(OURS, threads=1)))
-        add(name, "bytes a triangle", "", "32" if name == "dragon" else "", lambda subject: subject.get_tree_bytes(), "{:.1f}")
+        add(name, "bytes a triangle", "", "32" if name == "dragon" else "",
+            lambda subject: subject.get_tree_bytes(), "{:.1f}")
     for name in ("bunny", "dragon"):
         add(name, "in a scene of one", "alone", "0.97",
             lambda subject: divide(1.0, subject.get_ratio("in-scene")))
@@ -47,7 +48,8 @@ def list_rows(subjects):
             add_rates(moving, {"user-sse42": "1.1", "user": "1.0"})
             if name in subjects:
                 still = subjects[name].get_mean_rate(OURS)
-                add(moving, "rays", "static", "0.75", lambda subject, still=still: divide(subject.get_mean_rate(OURS), still))
+                add(moving, "rays", "static", "0.75",
+                    lambda subject, still=still: divide(subject.get_mean_rate(OURS), still))
             add(moving, "refit", "build of user-sse42", "6",
                 lambda subject: divide(subject.get_build(OURS, "refit"), subject.get_build("user-sse42")))
             add(moving, "bytes a triangle and sample", "", "45",

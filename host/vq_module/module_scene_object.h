@@ -36,7 +36,7 @@ struct ModuleClusterFunctions {
   void (*get_clusters_weights)(ModuleSceneObject*, GeometryOverride*, const CoreBasicArray<void*>& clusters,
                                float* weights) = nullptr;
   /// Weights depend on the structure and the handles alone, so that they are needed once for objects that share one.
-  bool weights_are_structures = false;
+  bool weights_depend_on_structure_only = false;
 };
 
 class VQ_EXPORT ModuleSceneObject : public ModuleSceneItem {

@@ -237,8 +237,8 @@ TEST(GasSceneTree, weighs_a_structure_once_for_all_its_objects) {
     get_weights(arguments...);
   };
   ModuleClusterFunctions shared = each;
-  ASSERT_TRUE(shared.weights_are_structures);
-  each.weights_are_structures = false;
+  ASSERT_TRUE(shared.weights_depend_on_structure_only);
+  each.weights_depend_on_structure_only = false;
   GasSceneTree scenes[2];
   for (const bool is_shared : {false, true}) {
     std::vector<std::unique_ptr<ModuleGeometry>> objects;
