@@ -121,13 +121,9 @@ json make_subject_json(const PeerReport& report) {
     visits.push_back({{"set", row.set}, {"library", row.library}, {"nodes", row.nodes}, {"leaves", row.leaves}});
   for (const auto& [key, mean] : get_mean_ratios(report))
     means.push_back({{"threads", key.first}, {"library", key.second}, {"ratio", mean}});
-  return {{report.kind, report.name},
-          {report.primitives, report.primitive_count},
-          {"any_hit_query", report.any_hit_query},
-          {"builds", builds},
-          {"memory", memory},
-          {"traces", traces},
-          {"visits", visits},
+  return {{report.kind, report.name}, {report.primitives, report.primitive_count},
+          {"builds", builds},         {"memory", memory},
+          {"traces", traces},         {"visits", visits},
           {"mean_ratios", means}};
 }
 
@@ -195,7 +191,6 @@ void peer_print_report(const PeerReport& report) {
                 row.library.c_str());
   for (const auto& [key, mean] : get_mean_ratios(report))
     std::printf("  geometric mean of the ratios: %s %u thr %.3f\n", key.second.c_str(), key.first, mean);
-  if (!report.any_hit_query.empty()) std::printf("  any-hit rays of %s: %s\n", peer_ours, report.any_hit_query.c_str());
   std::fflush(stdout);
 }
 

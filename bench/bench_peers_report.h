@@ -43,7 +43,6 @@ struct PeerReport {
   std::string primitives;  ///< their name, in the plural
   uint primitive_count = 0;
   PeerScale scale = PeerScale::primitive;
-  std::string any_hit_query;  ///< the query that this library used for any hit
   std::vector<PeerBuildRow> builds;
   std::vector<PeerMemoryRow> memory;
   std::vector<PeerVisitsRow> visits;

@@ -70,7 +70,7 @@ class PeerRun {
     }
   }
 
-  BenchStructure& get_ours() { return static_cast<BenchStructure&>(*contenders_[0].tracer); }
+  BenchTracer& get_ours() { return *contenders_[0].tracer; }
   bool is_wanted(const std::string& set) const {
     return std::find(settings_.sets.begin(), settings_.sets.end(), set) != settings_.sets.end();
   }
@@ -87,34 +87,8 @@ class PeerRun {
       sets_.push_back(bench_make_random_rays(subject_.get_bbox(), settings_.size * settings_.size, settings_.seed + 1));
       if (subject_.has_motion()) bench_add_times(sets_.back(), settings_.seed + 4);
     }
-    if (is_wanted("shadow") && !bounce.rays.empty()) {
+    if (is_wanted("shadow") && !bounce.rays.empty())
       sets_.push_back(subject_.make_shadow_rays(primary, hits, bounce, settings_.seed + 2));
-      choose_any_hit_query(sets_.back());
-    }
-  }
-
-  /// A program can use either query, so the comparison uses the faster one.
-  void choose_any_hit_query(const BenchRaySet& set) {
-    if (!subject_.allows_first_of_all()) {
-      report_.any_hit_query = "the nearest hit within the interval";
-      return;
-    }
-    std::vector<BenchHit> hits(set.rays.size());
-    double best[2] = {1e30, 1e30};
-    for (uint round = 0; round < 3; ++round) {
-      for (const BenchAnyHitQuery query : {BenchAnyHitQuery::nearest, BenchAnyHitQuery::first_of_all}) {
-        get_ours().set_any_hit_query(query);
-        double& least = best[static_cast<uint>(query)];
-        least = std::min(least, bench_time_trace(settings_.get_clock(), get_ours(), set, 1, hits));
-      }
-    }
-    const bool nearest = best[0] <= best[1];
-    get_ours().set_any_hit_query(nearest ? BenchAnyHitQuery::nearest : BenchAnyHitQuery::first_of_all);
-    char times[96];
-    const double mrays = 1e-6 * static_cast<double>(set.rays.size());
-    std::snprintf(times, sizeof times, " (nearest %.3f, all hits %.3f Mrays/s)", mrays / best[0], mrays / best[1]);
-    report_.any_hit_query =
-        (nearest ? "the nearest hit within the interval" : "all hits, stopped at the first") + std::string(times);
   }
 
   void count_visits(const BenchRaySet& set) {

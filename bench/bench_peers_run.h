@@ -61,8 +61,6 @@ class PeerSubject {
                                        u64 seed) const = 0;
   virtual BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits,
                                        const BenchRaySet& bounce, u64 seed) const = 0;
-  /// True if this library may use all hits, stopped at the first, for any hit.
-  virtual bool allows_first_of_all() const { return true; }
   virtual BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,
                                     BenchTracer& peer, const std::vector<BenchHit>& peer_hits) const = 0;
 

@@ -106,14 +106,10 @@ BenchHairScene::BenchHairScene(BenchWorld& world, const TubeMeshFast& tubes, boo
 
 void BenchStructure::trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) {
   Worker& worker = *workers_[thread];
-  const bool first_of_all = set.any_hit && any_hit_query_ == BenchAnyHitQuery::first_of_all;
   while (first < end) {
     const uint count = fill_packet(worker, set, first, end);
-    if (first_of_all) {
-      trace_first_of_all(worker, set, hits + first, count);
-    } else {
-      trace_nearest(worker, set, hits + first, count);
-    }
+    ask(worker, set, nullptr);
+    read_hits(worker, hits + first, count);
     first += count;
   }
 }
@@ -124,9 +120,7 @@ BenchStructure::MeanVisits BenchStructure::count_visits(const BenchRaySet& set) 
   MeanVisits sum;
   for (std::size_t first = 0; first < set.rays.size(); first += packet_size) {
     visits.assign(fill_packet(worker, set, first, set.rays.size()), {});
-    GeometryRaytraceCtx& query = worker.packet.begin_nearest(world_.shading);
-    query.visits = visits.data();
-    ask_nearest(worker, set, query);
+    ask(worker, set, visits.data());
     for (const GeometryRayVisits& ray : visits) {
       sum.nodes += ray.nodes;
       sum.leaves += ray.leaves;
@@ -149,7 +143,10 @@ uint BenchStructure::fill_packet(Worker& worker, const BenchRaySet& set, std::si
   return count;
 }
 
-void BenchStructure::ask_nearest(Worker& worker, const BenchRaySet& set, GeometryRaytraceCtx& query) const {
+void BenchStructure::ask(Worker& worker, const BenchRaySet& set, GeometryRayVisits* visits) const {
+  GeometryRaytraceCtx& query =
+      set.any_hit ? worker.packet.begin_any_hit(world_.shading) : worker.packet.begin_nearest(world_.shading);
+  query.visits = visits;
   if (set.times.empty()) {
     get_doors().ray_hit_nearest_static(worker.ctx, worker.shader, query);
   } else {
@@ -157,32 +154,18 @@ void BenchStructure::ask_nearest(Worker& worker, const BenchRaySet& set, Geometr
   }
 }
 
-void BenchStructure::trace_nearest(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const {
-  GeometryRaytraceCtx& query = worker.packet.begin_nearest(world_.shading);
-  ask_nearest(worker, set, query);
+void BenchStructure::read_hits(Worker& worker, BenchHit* hits, uint count) const {
   for (uint ray = 0; ray < count; ++ray) {
-    const GeometryIntersection& hit = worker.packet.get_nearest(ray);
-    if (hit.geometry == nullptr) {
+    if (!worker.packet.has_hit(ray)) {
       hits[ray] = BenchHit();
       continue;
     }
+    const GeometryIntersection& hit = worker.packet.get_nearest(ray);
     const auto get_object = [&] {
       return is_bundle_ ? hit.instance : worker.packet.get_nearest_path(ray)[0].object_index;
     };
     const u32 before = first_primitives_ != nullptr ? first_primitives_[get_object()] : 0;
-    hits[ray] = {static_cast<float>(hit.distance), before + hit.primitive};
+    // A query for any hit tells no distance.
+    hits[ray] = {static_cast<float>(std::max(hit.distance, 0.0)), before + hit.primitive};
   }
-}
-
-void BenchStructure::trace_first_of_all(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const {
-  worker.packet.set_stop_rule(1);
-  GeometryRaytraceCtx& query = worker.packet.begin_all_hits(world_.shading);
-  if (set.times.empty()) {
-    get_doors().ray_hit_static(worker.ctx, worker.shader, query);
-  } else {
-    get_doors().ray_hit_motion(worker.ctx, worker.shader, query);
-  }
-  for (uint ray = 0; ray < count; ++ray) hits[ray] = BenchHit();
-  for (const GeometryHit& hit : worker.packet.get_hits().get_hits())
-    hits[hit.ray] = {static_cast<float>(hit.hit.distance), hit.hit.primitive};
 }

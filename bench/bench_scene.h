@@ -38,22 +38,17 @@ struct BenchWorld {
   ShadingGroupTable shading;
 };
 
-/// The query for a set of any-hit rays: the nearest hit within the interval, or all hits, stopped at the first.
-enum class BenchAnyHitQuery { nearest, first_of_all };
-
 /// Any structure of this library, traced.
 class BenchStructure : public BenchTracer {
  public:
   /// Sets with times use motion queries, under the motion blur of the world's context.
   void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) override;
 
-  /// Nodes and leaves that nearest-hit queries of the set visit: means per ray.
+  /// Nodes and leaves that queries of the set visit: means per ray.
   struct MeanVisits {
     double nodes = 0.0, leaves = 0.0;
   };
   MeanVisits count_visits(const BenchRaySet& set);
-
-  void set_any_hit_query(BenchAnyHitQuery query) { any_hit_query_ = query; }
 
   static constexpr uint packet_size = 256;
 
@@ -78,13 +73,11 @@ class BenchStructure : public BenchTracer {
     GeometryRayPacket packet;
   };
   static uint fill_packet(Worker& worker, const BenchRaySet& set, std::size_t first, std::size_t end);
-  void ask_nearest(Worker& worker, const BenchRaySet& set, GeometryRaytraceCtx& query) const;
-  void trace_nearest(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const;
-  void trace_first_of_all(Worker& worker, const BenchRaySet& set, BenchHit* hits, uint count) const;
+  void ask(Worker& worker, const BenchRaySet& set, GeometryRayVisits* visits) const;
+  void read_hits(Worker& worker, BenchHit* hits, uint count) const;
 
   BenchWorld& world_;
   std::vector<std::unique_ptr<Worker>> workers_;
-  BenchAnyHitQuery any_hit_query_ = BenchAnyHitQuery::nearest;
   const u32* first_primitives_ = nullptr;
   bool is_bundle_ = false;
 };

@@ -50,4 +50,11 @@ int main() {
   structure.ray_hit_static(world.ctx, world.shader, packet.begin_all_hits(world.shading));
   std::printf("%zu hits when each ray ends after two\n", packet.get_hits().get_hits().size());
   expect(packet.get_hits().get_hits().size() == 2 * 8, "eight rays pass through the box");
+
+  // To know only whether there is anything, as between a point and a light, end each ray at the first hit found.
+  structure.ray_hit_nearest_static(world.ctx, world.shader, packet.begin_any_hit(world.shading));
+  uint blocked_count = 0;
+  for (uint ray = 0; ray < packet.get_count(); ++ray) blocked_count += packet.has_hit(ray) ? 1 : 0;
+  std::printf("%u rays are blocked\n", blocked_count);
+  expect(blocked_count == 8, "the same rays");
 }

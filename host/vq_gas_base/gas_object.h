@@ -46,7 +46,8 @@ class VQ_EXPORT GasObject : public ResourceData {
   /// The same at each ray's own time.
   void ray_hit_motion(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   /// The nearest hit of each ray. Needs a map whose records hold the rays' tfar (GeometryRayPacket::begin_nearest).
-  /// Replaces the record of each ray with a nearer hit. A context begun for all hits finds nothing.
+  /// Replaces the record of each ray with a nearer hit; begun for any hit, with the first one found. A context begun
+  /// for all hits finds nothing.
   void ray_hit_nearest_static(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;
   /// The same at each ray's own time.
   void ray_hit_nearest_motion(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const;

@@ -39,6 +39,9 @@ struct GeometryHitData {
 };
 
 struct GeometryIntersection {
+  /// The distance of a hit in a query for any hit: before every interval, so that nothing more is searched for.
+  static constexpr double any_distance = -FLT_MAX;
+
   double distance = DBL_MAX;                 ///< along the ray, in units of its direction
   double u = 0.0, v = 0.0;                   ///< barycentric weights of the part's second and third corner
   double weight = 1.0;                       ///< opacity of the hit: the share of the ray that it stops

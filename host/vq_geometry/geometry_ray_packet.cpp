@@ -62,6 +62,11 @@ GeometryRaytraceCtx& GeometryRayPacket::begin_nearest(const ShadingGroupTable& s
   return query_;
 }
 
+GeometryRaytraceCtx& GeometryRayPacket::begin_any_hit(const ShadingGroupTable& shading) {
+  begin_nearest(shading).settings.any_hit = true;
+  return query_;
+}
+
 GeometryRaytraceCtx& GeometryRayPacket::begin_all_hits(const ShadingGroupTable& shading) {
   begin(shading);
   hits_.clear();

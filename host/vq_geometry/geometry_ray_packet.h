@@ -43,12 +43,17 @@ class VQ_EXPORT GeometryRayPacket {
   /// Prepares a query for the nearest hit of each ray. The packet owns the context; the caller may change filters
   /// and settings before the query. Does not allocate when the packet was used at this size before.
   GeometryRaytraceCtx& begin_nearest(const ShadingGroupTable& shading);
+  /// The same for whether a ray hits anything: each ray ends at the first hit found. To be passed to the queries for
+  /// the nearest hit.
+  GeometryRaytraceCtx& begin_any_hit(const ShadingGroupTable& shading);
   /// The same for all hits of each ray.
   GeometryRaytraceCtx& begin_all_hits(const ShadingGroupTable& shading);
 
   /// The nearest hit of a ray. When nothing was hit its geometry is null, its distance the ray's tfar, its primitive
   /// core_invalid_index, and the rest undefined.
   const GeometryIntersection& get_nearest(uint ray) { return nearest_.get_records()[ray]; }
+  /// After a query for the nearest or for any hit. The record of any hit has all but the distance.
+  bool has_hit(uint ray) { return get_nearest(ray).geometry != nullptr; }
   /// From the space of the hit's geometry to the caller's; null: identity.
   const GeometryHitTransform* get_nearest_transform(uint ray);
   /// The objects through which a ray's nearest hit was found, outermost first; empty for a query of one structure

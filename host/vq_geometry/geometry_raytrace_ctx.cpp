@@ -39,6 +39,7 @@ bool GeometryRaytraceCtx::push_filtered(const CtxEval& ctx, CtxShader& shader, u
     if (!filter.function(ctx, shader, *this, hit, filter)) return false;
   }
   if (!is_nearest()) return append_hit(ray, hit, data);
+  end_if_any_hit(hit);
   map->get_record(ray) = hit;
   if (data != nullptr) map->record_data(ray, *data);
   if (path != nullptr && level == 0) map->record_path(ray, *path);

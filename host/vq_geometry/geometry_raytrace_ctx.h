@@ -94,6 +94,7 @@ using GeometryPrimitiveFilter = bool (*)(const GeometryRaytraceCtx&, const uint&
 struct GeometryRaytraceSettings {
   bool compute_motion_vectors = false;  ///< also record the transforms at the end of the ray's motion span
   bool allow_matte = true;              ///< matte objects set GeometryRaytraceData::matte
+  bool any_hit = false;                 ///< nearest-hit: the first hit found ends its ray, near or far
   /// All hits, with a list: a ray that meets an edge or a vertex of several polygons of a PolyMesh exactly has one hit
   /// there, on the polygon that was tested first. Without it each of the polygons has one.
   bool merge_edge_hits = false;
@@ -193,6 +194,7 @@ class VQ_EXPORT GeometryRaytraceCtx : public GeometryRaytraceData {
       GeometryIntersection& record = map->get_record(ray);
       if (!(candidate.distance >= get_tnear(ray) && candidate.distance < record.distance)) return false;
       write_hit(record, candidate);
+      end_if_any_hit(record);
       if (path != nullptr && level == 0) map->record_path(ray, *path);
       return true;
     }
@@ -233,6 +235,10 @@ class VQ_EXPORT GeometryRaytraceCtx : public GeometryRaytraceData {
                      const GeometryHitData* data);
   bool is_in_current_instance(uint ray, const GeometryIntersection& listed) const;
   bool append_hit(uint ray, const GeometryIntersection& hit, const GeometryHitData* data);
+
+  void end_if_any_hit(GeometryIntersection& record) const {
+    if (settings.any_hit) record.distance = GeometryIntersection::any_distance;
+  }
 
   /// Writes few bytes: most records are soon replaced by a nearer hit.
   void write_hit(GeometryIntersection& record, const GeometryCandidate& candidate) const {

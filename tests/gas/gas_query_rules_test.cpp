@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "support/curve_check.h"
+#include "support/ray_query.h"
 #include "support/scene_worlds.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 
@@ -23,6 +24,31 @@ double ask_again(GeometryRaytraceCtx& query, double time, const std::function<vo
   query.map->get_record(0) = GeometryIntersection();
   ask();
   return query.map->get_record(0).distance;
+}
+
+bool reject_third(const CtxEval&, CtxShader&, GeometryRaytraceCtx&, GeometryIntersection& hit,
+                  const GeometryRaytraceFilter&) {
+  return hit.primitive % 3 != 0;
+}
+
+/// Leaves that each ray visits, and its record.
+struct RayTrail {
+  uint leaves = 0;
+  GeometryIntersection record;
+};
+
+std::vector<RayTrail> follow_rays(QueryWorld& world, const GasObject& structure, const std::vector<TestRay>& rays,
+                                  const CtxMotionBlur* blur, bool any_hit, bool is_filtered) {
+  std::vector<GeometryRayVisits> visits(rays.size());
+  GeometryRayPacket packet;
+  ask_rays(world, structure, packet, rays, {true, blur, [&](GeometryRaytraceCtx& query) {
+                                              query.visits = visits.data();
+                                              query.settings.any_hit = any_hit;
+                                              if (is_filtered) query.push_filter({reject_third});
+                                            }});
+  std::vector<RayTrail> trails;
+  for (uint k = 0; k < rays.size(); ++k) trails.push_back({visits[k].leaves, packet.get_nearest(k)});
+  return trails;
 }
 
 }  // namespace
@@ -51,6 +77,45 @@ TEST(GasQueryRules, a_context_is_asked_again_at_other_times_and_at_rest) {
     EXPECT_NEAR(ask_again(query, 1.0, ask_moving), at_rest + 5, 1e-6);
     EXPECT_NEAR(ask_again(query, 0.4, ask_moving), at_rest + 2, 1e-6);
     EXPECT_EQ(ask_again(query, 0.4, ask_static), at_rest);
+  }
+}
+
+TEST(GasQueryRules, any_hit_is_found_where_there_is_a_nearest_and_ends_its_ray) {
+  QueryWorld world(64);
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  world.ctx.set_motion_blur(&blur);
+  PolyMeshData soup = make_soup(400, 5);
+  add_motion(soup, 2, 0.0, 1.0, 5);
+  const BothMesh mesh(world, soup);
+  CurveData hair = make_hair(CurveBasis::linear, 200, 1);
+  add_motion(hair, 2, 0.0, 1.0, 2);
+  const BuiltFur fur(world.ctx, hair);
+  SceneMaker maker(world, 3, SceneMotion::deforming, true);
+  std::vector<SceneNode> nodes = maker.make(12, 2);
+  const auto scene = build_scene(world, nodes);
+  std::vector<TestRay> rays = make_rays(soup, 3000, 7);
+  for (uint k = 0; k < rays.size(); ++k) rays[k].time = (k % 11) * 0.1;
+  for (const GasObject* structure :
+       {static_cast<const GasObject*>(&mesh.structure), static_cast<const GasObject*>(&mesh.grid),
+        static_cast<const GasObject*>(&fur.structure), static_cast<const GasObject*>(scene.get())}) {
+    for (const uint kind : {0, 1, 2, 3}) {
+      const CtxMotionBlur* motion = kind % 2 == 0 ? nullptr : &blur;
+      const bool is_filtered = kind >= 2;
+      const auto nearest = follow_rays(world, *structure, rays, motion, false, is_filtered);
+      const auto any = follow_rays(world, *structure, rays, motion, true, is_filtered);
+      uint hits = 0, nearest_leaves = 0, any_leaves = 0;
+      for (uint k = 0; k < rays.size(); ++k) {
+        const bool is_hit = nearest[k].record.geometry != nullptr;
+        ASSERT_EQ(any[k].record.geometry != nullptr, is_hit) << describe(rays[k]);
+        EXPECT_EQ(any[k].record.distance, is_hit ? GeometryIntersection::any_distance : rays[k].tfar);
+        ASSERT_LE(any[k].leaves, nearest[k].leaves) << describe(rays[k]);
+        hits += is_hit;
+        nearest_leaves += nearest[k].leaves;
+        any_leaves += any[k].leaves;
+      }
+      EXPECT_GT(hits, rays.size() / 20);
+      EXPECT_LT(any_leaves, nearest_leaves);
+    }
   }
 }
 

@@ -53,9 +53,7 @@ class BeautyTile {
         box_(scene.get_bbox()),
         radius_(0.5 * box_.get_extent().get_length()),
         sums_(tile.get_pixel_count()),
-        coverage_(tile.get_pixel_count(), 0.0f) {
-    thread_.shadow_rays.set_stop_rule(1);
-  }
+        coverage_(tile.get_pixel_count(), 0.0f) {}
 
   void render(PictureLayer& layer) {
     for (uint sample = 0; sample < settings_.samples && !is_interrupted(); ++sample) {
@@ -189,9 +187,9 @@ class BeautyTile {
       packet.set_ray(ray, origin, point.sun, 0.0, faces_sun ? DBL_MAX : -1.0, point.time, GMathRay::shadow);
       thread_.counts.shadow += faces_sun;
     }
-    scene_.find_any(thread_.shader, packet, is_shadowed_);
+    scene_.find_any(thread_.shader, packet);
     for (uint ray = 0; ray < packet.get_count(); ++ray) {
-      if (is_shadowed_[ray] == 0 && packet.get_ray(ray).tfar >= 0.0) add_sun(points_[ray]);
+      if (!packet.has_hit(ray) && packet.get_ray(ray).tfar >= 0.0) add_sun(points_[ray]);
     }
   }
 
@@ -253,7 +251,6 @@ class BeautyTile {
   std::vector<Color> sums_;
   std::vector<float> coverage_;
   std::vector<ShadePoint> points_;
-  std::vector<u8> is_shadowed_;
 };
 
 }  // namespace

@@ -264,6 +264,14 @@ void QueryScene::find_nearest(CtxShader& shader, GeometryRayPacket& packet, Geom
   GeometryRaytraceCtx& query = packet.begin_nearest(shading_);
   query.visits = visits;
   query.settings.compute_motion_vectors = has_end_matrices;
+  answer_nearest(shader, query);
+}
+
+void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet) const {
+  if (packet.get_count() != 0) answer_nearest(shader, packet.begin_any_hit(shading_));
+}
+
+void QueryScene::answer_nearest(CtxShader& shader, GeometryRaytraceCtx& query) const {
   if (motion_blur_) {
     objects_.tree->ray_hit_nearest_motion(get_thread_ctx(), shader, query);
   } else {
@@ -281,18 +289,6 @@ void QueryScene::find_all(CtxShader& shader, GeometryRayPacket& packet) const {
   } else {
     tree.ray_hit_static(get_thread_ctx(), shader, query);
   }
-}
-
-void QueryScene::find_any(CtxShader& shader, GeometryRayPacket& packet, std::vector<u8>& is_hit) const {
-  is_hit.assign(packet.get_count(), 0);
-  if (!has_hair()) {
-    find_all(shader, packet);
-    for (const GeometryHit& hit : packet.get_hits().get_hits()) is_hit[hit.ray] = 1;
-    return;
-  }
-  // Queries for all hits miss curves below oriented nodes.
-  find_nearest(shader, packet);
-  for (uint ray = 0; ray < packet.get_count(); ++ray) is_hit[ray] = packet.get_nearest(ray).geometry != nullptr;
 }
 
 void QueryScene::find_in_frustum(CtxShader& shader, GeometryFrustumCtx& query) const {

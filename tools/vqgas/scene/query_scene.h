@@ -100,9 +100,8 @@ class QueryScene {
                     bool has_end_matrices = false) const;
   /// All hits of each ray, unsorted. For hair the scene must be made with HairSettings::has_all_hits_queries.
   void find_all(CtxShader& shader, GeometryRayPacket& packet) const;
-  /// Whether each ray hits anything at all. The packet is to stop its rays at the first hit.
-  /// @param is_hit  [ray count], resized and written
-  void find_any(CtxShader& shader, GeometryRayPacket& packet, std::vector<u8>& is_hit) const;
+  /// Whether each ray hits anything at all: GeometryRayPacket::has_hit().
+  void find_any(CtxShader& shader, GeometryRayPacket& packet) const;
   /// The nearest point of each beam. Particle objects are static, at the frame of the scene.
   void find_points(CtxShader& shader, GeometryRayFrustumCtx& query) const {
     objects_.particles->ray_frustum_hit(get_thread_ctx(), shader, query);
@@ -140,6 +139,7 @@ class QueryScene {
   void check_files(const std::vector<SceneFile>& files) const;
   void add_shape(SceneShape&& shape, const std::vector<Color>& group_colors);
   const CtxEval& get_thread_ctx() const;
+  void answer_nearest(CtxShader& shader, GeometryRaytraceCtx& query) const;
 
   OfApp& application_;
   CtxEval ctx_;
