@@ -112,7 +112,8 @@ std::vector<FuzzSeed> make_scatter_seeds() {
   const std::string matrix = "1, 0, 0, 0,  0, 1, 0, 0,  0, 0, 1, 0";
   const std::string moved = "0, -2, 0, 3,  2, 0, 0, 1.5e0,  0, 0, 2, -1";
   return {{"json",
-           "{\"format\": \"vqgas scatter 1\",\n \"ground\": \"quad.obj\",\n \"geometries\": [\"quad.obj\",\n"
+           "{\"format\": \"vqgas scatter 1\",\n \"ground\": \"quad.obj\",\n \"displacement\":"
+           " {\"height\": \"noise\", \"bound\": 0.1, \"rate\": 4},\n \"geometries\": [\"quad.obj\",\n"
            "  \"tuft.curves\"],\n \"sway\": {\"degrees\": 4,\n  \"period\": 24},\n \"instances\": {\n"
            "  \"geometry\": [0,\n 1,\n 0],\n  \"matrix\": [" +
                matrix + ",\n" + moved + ",\n" + moved + "]}}\n",

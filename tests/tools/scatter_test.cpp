@@ -92,6 +92,44 @@ TEST(VqgasScatter, instances_keep_their_distance_for_any_number_of_threads) {
   EXPECT_GT(nearest, 0.7 * spacing);  // points at random come as near as 0.02 of it
 }
 
+TEST(VqgasScatter, instances_stand_on_displaced_ground_which_the_file_displaces_too) {
+  const TestFolder folder;
+  write_parts(folder);
+  const std::vector<std::string> displacement = {"--displace", "noise", "--bound", "1.5", "--rate", "6"};
+  std::vector<std::string> options = {"--count", "300", "--scale", "0.01,0.01"};
+  options.insert(options.end(), displacement.begin(), displacement.end());
+  const std::vector<double> numbers = run_scatter(folder, options)["instances"]["matrix"];
+  std::string beside, down;
+  double farthest = 0.0;
+  for (std::size_t k = 0; k < numbers.size(); k += 12) {
+    const double x = numbers[k + 3], y = numbers[k + 7], z = numbers[k + 11];
+    farthest = std::fmax(farthest, std::fabs(y - slope * x));
+    // Along the normal of the slope, from both sides.
+    for (const double side : {0.01, -0.01}) {
+      for (const double v : {x - 0.6 * side, y + 0.8 * side, z, 0.6 * side, -0.8 * side})
+        beside += std::to_string(v) + ',';
+      beside += "0\n";
+    }
+    down += std::to_string(0.03 * double(k) / 12 + 0.5) + ",50," + std::to_string(0.5 + 0.1 * double(k / 12 % 90)) +
+            ",0,-1,0\n";
+  }
+  EXPECT_GT(farthest, 0.3) << "a height of noise";
+  std::vector<std::string> trace = {"trace", "hill.obj"};
+  trace.insert(trace.end(), displacement.begin(), displacement.end());
+  std::size_t standing = 0, ground_hits = 0;
+  const auto around = read_csv(run_vqgas(folder.get_path(), trace, beside));
+  for (const auto& row : around) standing += !row[1].empty() && std::fabs(std::stod(row[1]) - 1.0) < 0.01;
+  EXPECT_GE(standing, 2 * 290u) << "but for some at the rim";
+  const auto displaced = read_csv(run_vqgas(folder.get_path(), trace, down));
+  const auto scattered = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json"}, down));
+  for (std::size_t k = 0; k < displaced.size(); ++k) {
+    if (displaced[k][1].empty() || scattered[k][12] != "0") continue;  // missed, or an instance is hit
+    EXPECT_EQ(scattered[k][1], displaced[k][1]);
+    ++ground_hits;
+  }
+  EXPECT_GT(ground_hits, 200u);
+}
+
 TEST(VqgasScatter, rays_hit_instances_as_they_hit_one_mesh_of_all_their_triangles) {
   const TestFolder folder;
   write_parts(folder);
@@ -216,4 +254,19 @@ TEST(VqgasScatter, a_fault_of_a_file_is_one_line_that_tells_where) {
   expect_change("/instances/matrix/24", 1, "has 25 numbers of matrices, not 12 for each of 2 instances");
   expect_change("/instances", {{"geometry", Json::array()}, {"matrix", Json::array()}}, "holds no instance");
   expect_change("/sway", {{"degrees", 5}, {"period", 0}}, "\"sway\" has no valid \"period\"");
+  expect_change("/displacement", {{"height", "noise"}, {"rate", 4}}, "\"displacement\" has no ground");
+  Json hill = good;
+  hill["ground"] = "hill.obj";
+  for (const auto& [value, fault] :
+       {std::pair<Json, std::string>{{{"height", "noise"}}, "\"displacement\" has no valid \"rate\""},
+        {{{"height", 3}, {"rate", 4}}, "the height of \"displacement\" is not the name of a file"},
+        {{{"height", "noise"}, {"rate", 4}, {"bound", 0}}, "\"displacement\" has no valid \"bound\""},
+        {{{"height", "nosuch.png"}, {"rate", 4}}, "ground: nosuch.png: no such file"}}) {
+    hill["displacement"] = value;
+    expect_fault(hill.dump(), fault);
+  }
+  const ProgramResult on_scattered =
+      run_vqgas(folder.get_path(), {"scatter", "tetra.obj", "--on", "broken.json", "--count", "1", "-o", "new.json"});
+  EXPECT_EQ(on_scattered.exit_code, 1);
+  EXPECT_NE(on_scattered.err.find("broken.json: is a scatter file"), std::string::npos) << on_scattered.err;
 }

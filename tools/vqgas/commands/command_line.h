@@ -171,6 +171,7 @@ inline constexpr uint most_scattered = 4000000;
 struct ScatterOptions : CommonOptions {
   std::vector<std::string> geometries;
   std::string ground, output;
+  DisplaceOptions displace;  ///< of the ground
   uint count = 0;
   std::optional<double> density;  ///< instances per unit of area, instead of `count`
   ScatterSettings placing;

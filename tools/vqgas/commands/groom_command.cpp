@@ -7,6 +7,7 @@
 #include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/hair_file.h"
 #include "tools/vqgas/scene/scene_flatten.h"
+#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/source/groom.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/memory_limit.h"
@@ -44,7 +45,7 @@ CurveData grow(const GroomOptions& options, const GroomSurface& surface, const G
 void run_groom(const GroomOptions& options) {
   check_outputs({options.output, options.json}, {options.file});
   PolyMesh mesh;
-  load_surface_mesh(options.file, "fur could grow on", mesh);
+  make_surface_mesh(load_scene({options.file}, {}), options.file, "fur could grow on", mesh);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.file, "has no area that fur could grow on");
   const GroomSettings settings = complete_settings(options, surface.get_area());

@@ -7,7 +7,10 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/scatter_file.h"
+#include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_flatten.h"
+#include "tools/vqgas/scene/scene_ground.h"
+#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/scene/scene_scatter.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/memory_limit.h"
@@ -26,6 +29,13 @@ uint get_instance_count(const ScatterOptions& options, double area) {
   return static_cast<uint>(count);
 }
 
+SceneSource load_ground(const ScatterOptions& options) {
+  if (is_scatter_file(options.ground)) throw InputError(options.ground, "is a scatter file: it cannot be the ground");
+  SceneSource ground = load_scene({options.ground}, {});
+  displace_meshes(ground, options.displace);
+  return ground;
+}
+
 std::vector<GroomSurface::Root> spread(const ScatterOptions& options, const GroomSurface& surface, uint count,
                                        AppProgressBar* progress) {
   try {
@@ -39,7 +49,10 @@ std::vector<GroomSurface::Root> spread(const ScatterOptions& options, const Groo
 
 ScatterFile make_file(const ScatterOptions& options, const std::vector<GroomSurface::Root>& points) {
   ScatterFile file;
-  if (!options.leaves_ground_out) file.ground = options.ground;
+  if (!options.leaves_ground_out) {
+    file.ground = options.ground;
+    file.displacement = options.displace;
+  }
   file.geometries = options.geometries;
   file.sway_degrees = options.sway_degrees;
   file.sway_period = options.sway_period;
@@ -56,10 +69,12 @@ ScatterFile make_file(const ScatterOptions& options, const std::vector<GroomSurf
 void run_scatter(const ScatterOptions& options) {
   std::vector<std::string> inputs = options.geometries;
   inputs.push_back(options.ground);
+  if (options.displace.is_file()) inputs.push_back(options.displace.height);
   check_outputs({options.output, options.json}, inputs);
   for (const std::string& geometry : options.geometries) load_instanced_shape(geometry, {});  // for its errors
+  SceneSource ground = load_ground(options);
   PolyMesh mesh;
-  load_surface_mesh(options.ground, "instances could stand on", mesh);
+  make_surface_mesh(ground, options.ground, "instances could stand on", mesh);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.ground, "has no area that instances could stand on");
   const uint count = get_instance_count(options, surface.get_area());
@@ -68,8 +83,9 @@ void run_scatter(const ScatterOptions& options) {
   const ProgressDisplay display(application, !options.quiet);
   AppProgressBar* progress = application.create_progress_bar("Scatter");
   const auto begin = std::chrono::steady_clock::now();
-  const std::vector<GroomSurface::Root> points = spread(options, surface, count, progress);
+  std::vector<GroomSurface::Root> points = spread(options, surface, count, progress);
   progress->finish();
+  if (has_displaced_mesh(ground)) move_to_displaced(QueryScene(application, std::move(ground), {}), points);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   write_scatter(options.output, make_file(options, points));
 

@@ -13,6 +13,7 @@
 #include "tools/vqgas/support/memory_limit.h"
 #include "tools/vqgas/support/output_file.h"
 #include "tools/vqgas/support/quote.h"
+#include "vq_geometry/displaced_mesh.h"
 
 namespace {
 
@@ -38,6 +39,7 @@ class ScatterReader {
     if (!root.is_object() || root.value("format", Json()) != scatter_format)
       fail(std::string("is not a scatter file: its \"format\" is not \"") + scatter_format + "\"");
     if (root.contains("ground")) file_.ground = read_name(root["ground"], "\"ground\"");
+    if (root.contains("displacement")) read_displacement(root["displacement"]);
     read_geometries(get(root, "geometries"));
     if (root.contains("sway")) read_sway(root["sway"]);
     read_instances(get(root, "instances"));
@@ -78,15 +80,28 @@ class ScatterReader {
       file_.geometries.push_back(read_name(name, "geometry " + std::to_string(file_.geometries.size())));
   }
 
+  /// The number `parent`[key], where `parent` is called `name`.
+  double read_number(const Json& parent, const char* name, const char* key, double low, double high) const {
+    const Json value = parent.is_object() ? parent.value(key, Json()) : Json();
+    const double number = value.is_number() ? value.get<double>() : -1.0;
+    if (!(number >= low && number <= high)) fail(std::string("\"") + name + "\" has no valid \"" + key + "\"");
+    return number;
+  }
+
+  void read_displacement(const Json& displacement) {
+    constexpr const char* name = "displacement";
+    if (file_.ground.empty()) fail("\"displacement\" has no ground");
+    if (!displacement.is_object()) fail("\"displacement\" is not an object");
+    DisplaceOptions& options = file_.displacement;
+    const Json height = displacement.value("height", Json());
+    options.height = height == "noise" ? "noise" : read_name(height, "the height of \"displacement\"");
+    if (displacement.contains("bound")) options.bound = read_number(displacement, name, "bound", 1e-30, 1e30);
+    options.rate = static_cast<uint>(read_number(displacement, name, "rate", 1.0, DisplacedMeshSettings::most_rate));
+  }
+
   void read_sway(const Json& sway) {
-    const auto read_number = [&](const char* key, double low, double high) {
-      const Json value = sway.is_object() ? sway.value(key, Json()) : Json();
-      const double number = value.is_number() ? value.get<double>() : -1.0;
-      if (!(number >= low && number <= high)) fail(std::string("\"sway\" has no valid \"") + key + "\"");
-      return number;
-    };
-    file_.sway_degrees = read_number("degrees", 0.0, 90.0);
-    file_.sway_period = read_number("period", 1e-6, 1e12);
+    file_.sway_degrees = read_number(sway, "sway", "degrees", 0.0, 90.0);
+    file_.sway_period = read_number(sway, "sway", "period", 1e-6, 1e12);
   }
 
   void read_instances(const Json& instances) {
@@ -160,6 +175,16 @@ void write_scatter(const std::string& path, const ScatterFile& file) {
   };
   std::string text = std::string("{\"format\": \"") + scatter_format + "\",\n";
   if (!file.ground.empty()) text += " \"ground\": " + print_name(file.ground) + ",\n";
+  const DisplaceOptions& displacement = file.displacement;
+  if (!file.ground.empty() && !displacement.height.empty()) {
+    text +=
+        " \"displacement\": {\"height\": " + (displacement.is_file() ? print_name(displacement.height) : "\"noise\"");
+    if (displacement.bound) {
+      text += ", \"bound\": ";
+      append_number(text, *displacement.bound);
+    }
+    text += ", \"rate\": " + std::to_string(displacement.rate) + "},\n";
+  }
   text += " \"geometries\": [";
   for (const std::string& name : file.geometries)
     text += (&name == file.geometries.data() ? "" : ", ") + print_name(name);

@@ -3,7 +3,9 @@
 // Scatter files: instances of geometries, and the ground that they stand on. JSON, as `vqgas scatter` writes it:
 //
 //   {"format": "vqgas scatter 1",
-//    "ground": "hill.obj",                            optional
+//    "ground": "hill.obj",                            optional, and so is its displacement:
+//    "displacement": {"height": "noise",              or a picture's name, relative as well
+//                     "bound": 0.5, "rate": 16},      bound optional
 //    "geometries": ["fern.obj", "tuft.hair"],         relative to the file's folder, or demo:NAME
 //    "sway": {"degrees": 4, "period": 24},            optional; the period in frames
 //    "instances": {"geometry": [0, 1],                [instance] number of the geometry
@@ -12,11 +14,13 @@
 #include <string>
 #include <vector>
 
+#include "tools/vqgas/source/displace_options.h"
 #include "vq_core/core_types.h"
 #include "vq_gmath/gmath_matrix.h"
 
 struct ScatterFile {
-  std::string ground;  ///< empty: none
+  std::string ground;            ///< empty: none
+  DisplaceOptions displacement;  ///< of the ground
   std::vector<std::string> geometries;
   double sway_degrees = 0.0, sway_period = 24.0;
   std::vector<uint> instance_geometries;

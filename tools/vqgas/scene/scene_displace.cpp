@@ -60,29 +60,6 @@ class HeightMaker {
   std::map<double, std::shared_ptr<const GeometryHeight>> made_;
 };
 
-void set_displacement(SceneSource& scene, const DisplaceOptions& options) {
-  HeightMaker heights(options);
-  constexpr double default_share = 0.02, most_diagonals = 10.0;
-  double largest = 0.0;
-  bool has_mesh = false;
-  for (ShapeSource& shape : scene.shapes) {
-    MeshSource* mesh = std::get_if<MeshSource>(&shape);
-    if (mesh == nullptr) continue;
-    has_mesh = true;
-    const double diagonal = get_diagonal(*mesh);
-    largest = std::max(largest, diagonal);
-    DisplacedMeshSettings& settings = mesh->displacement.emplace();
-    settings.bound = options.bound.value_or(default_share * diagonal);
-    settings.rate = options.rate;
-    settings.height = heights.make(settings.bound, diagonal);
-  }
-  const std::string& name = scene.files.front().name;
-  if (!has_mesh) throw InputError(name, "holds no mesh to displace");
-  if (options.bound && *options.bound > most_diagonals * largest)
-    throw InputError(name, "--bound " + print_number(*options.bound) +
-                               " is more than ten times the diagonal of the mesh, which is " + print_number(largest));
-}
-
 void share_cache(SceneSource& scene, u64 bytes) {
   std::vector<MeshSource*> meshes;
   double corners = 0.0;
@@ -99,7 +76,37 @@ void share_cache(SceneSource& scene, u64 bytes) {
 
 }  // namespace
 
+void set_displacement(SceneSource& scene, const std::string& name, const DisplaceOptions& options) {
+  if (options.height.empty()) return;
+  HeightMaker heights(options);
+  constexpr double default_share = 0.02, most_diagonals = 10.0;
+  double largest = 0.0;
+  bool has_mesh = false;
+  for (ShapeSource& shape : scene.shapes) {
+    MeshSource* mesh = std::get_if<MeshSource>(&shape);
+    if (mesh == nullptr) continue;
+    has_mesh = true;
+    const double diagonal = get_diagonal(*mesh);
+    largest = std::max(largest, diagonal);
+    DisplacedMeshSettings& settings = mesh->displacement.emplace();
+    settings.bound = options.bound.value_or(default_share * diagonal);
+    settings.rate = options.rate;
+    settings.height = heights.make(settings.bound, diagonal);
+  }
+  if (!has_mesh) throw InputError(name, "holds no mesh to displace");
+  if (options.bound && *options.bound > most_diagonals * largest)
+    throw InputError(name, "--bound " + print_number(*options.bound) +
+                               " is more than ten times the diagonal of the mesh, which is " + print_number(largest));
+}
+
 void displace_meshes(SceneSource& scene, const DisplaceOptions& options) {
-  if (!options.height.empty()) set_displacement(scene, options);
+  set_displacement(scene, scene.files.front().name, options);
   share_cache(scene, options.cache ? u64{*options.cache} * 1000000 : get_machine_memory() / 4);
+}
+
+bool has_displaced_mesh(const SceneSource& scene) {
+  return std::any_of(scene.shapes.begin(), scene.shapes.end(), [](const ShapeSource& shape) {
+    const auto* mesh = std::get_if<MeshSource>(&shape);
+    return mesh != nullptr && mesh->displacement;
+  });
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/scene/scene_objects.h"
 #include "tools/vqgas/source/groom.h"
 #include "tools/vqgas/support/input_error.h"
@@ -79,8 +78,8 @@ class Flattener {
 
 }  // namespace
 
-void load_surface_mesh(const std::string& name, const char* use, PolyMesh& mesh) {
-  MeshSource source = flatten_scene(load_scene({name}, {}), 0.0);
+void make_surface_mesh(const SceneSource& scene, const std::string& name, const char* use, PolyMesh& mesh) {
+  MeshSource source = flatten_scene(scene, 0.0);
   if (source.data.polygon_sizes.empty()) throw InputError(name, std::string("holds no mesh that ") + use);
   source.name = name;
   create_groom_mesh(std::move(source), crease_degrees, mesh);

@@ -6,7 +6,7 @@
 /// objects whose matrix is not invertible. The mesh may have no polygons.
 MeshSource flatten_scene(const SceneSource& scene, double frame);
 
-/// Loads a file or built-in scene at frame 0 as one mesh, with normals that are smooth below the crease angle. Throws
-/// InputError when it holds no polygon.
-/// @param use  for the error: "fur could grow on"
-void load_surface_mesh(const std::string& name, const char* use, PolyMesh& mesh);
+/// The same at frame 0, with normals that are smooth below the crease angle. Throws InputError when there is no
+/// polygon.
+/// @param name, use  for the error: of the scene, "fur could grow on"
+void make_surface_mesh(const SceneSource& scene, const std::string& name, const char* use, PolyMesh& mesh);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "tools/vqgas/import/scatter_file.h"
+#include "tools/vqgas/scene/scene_displace.h"
 #include "tools/vqgas/scene/scene_flatten.h"
 #include "tools/vqgas/scene/scene_load.h"
 #include "tools/vqgas/source/scatter.h"
@@ -34,6 +35,15 @@ auto load_named(const std::string& scatter, const std::string& what, const Load&
   }
 }
 
+SceneSource load_ground(const std::string& name, const ScatterFile& file, const SceneTimes& times,
+                        const SceneLoading& loading) {
+  return load_named(name, "ground", [&] {
+    SceneSource ground = load_part(file.ground, times, loading);
+    set_displacement(ground, file.ground, file.displacement);
+    return ground;
+  });
+}
+
 }  // namespace
 
 ShapeSource load_instanced_shape(const std::string& name, const SceneTimes& times) {
@@ -55,8 +65,7 @@ ShapeSource load_instanced_shape(const std::string& name, const SceneTimes& time
 SceneSource load_scatter(const std::string& name, const SceneTimes& times, const SceneLoading& loading) {
   ScatterFile file = read_scatter(name);
   SceneSource scene;
-  if (!file.ground.empty())
-    append_scene(scene, load_named(name, "ground", [&] { return load_part(file.ground, times, loading); }));
+  if (!file.ground.empty()) append_scene(scene, load_ground(name, file, times, loading));
   BundleSource& bundle = scene.bundles.emplace_back();
   const auto first_shape = static_cast<uint>(scene.shapes.size());
   for (std::size_t k = 0; k < file.geometries.size(); ++k)
