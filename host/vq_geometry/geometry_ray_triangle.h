@@ -28,11 +28,12 @@ struct GeometryShearedRay {
   double shear_x, shear_y, scale_z;
 
   explicit GeometryShearedRay(const GMathBasicRay<double>& ray) {
+    // Without branches: the longest axis is as unpredictable as the ray.
     const double length_x = std::fabs(ray.direction.x), length_y = std::fabs(ray.direction.y);
-    z = length_y > length_x ? 1 : 0;
-    if (std::fabs(ray.direction.z) > (length_y > length_x ? length_y : length_x)) z = 2;
-    x = z == 2 ? 0 : z + 1;
-    y = x == 2 ? 0 : x + 1;
+    const uint is_z = std::fabs(ray.direction.z) > std::max(length_x, length_y);
+    z = is_z << 1 | (uint{length_y > length_x} & ~is_z);
+    x = 0b001001u >> 2 * z & 3u;
+    y = 0b010010u >> 2 * z & 3u;
     origin_x = geometry_load_axis(ray.origin, x);
     origin_y = geometry_load_axis(ray.origin, y);
     origin_z = geometry_load_axis(ray.origin, z);

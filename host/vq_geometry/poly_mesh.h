@@ -29,6 +29,8 @@ enum class PolyMeshProjection : u8 {
   cubic,   ///< each polygon along the axis nearest to its normal; the six directions side by side, 3 by 2
 };
 
+struct GeometryCandidate;
+
 /// Input of PolyMesh::create(). Coordinates may be NaN or infinite; indices must be in range.
 struct PolyMeshData {
   std::vector<GMathVec3<float>> positions;  ///< at rest
@@ -186,9 +188,15 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
   GMathBbox3<double> compute_bbox(uint primitive, double time) const;
   GMathVec3<double> get_projected_uv(uint polygon, const GMathVec3<double>& position) const;
-  template <class GetPosition>
+  template <bool all_triangles, class GetPositions>
+  void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                 GetPositions get_positions) const;
+  template <bool all_triangles, class GetPosition>
   void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray,
-                const GetPosition& get_position) const;
+                GetPosition get_position) const;
+  template <class GetPosition>
+  bool is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit, const u32* vertices,
+                GetPosition get_position) const;
 
   CoreAlignedArray<GMathVec3<float>> positions_;
   CoreAlignedArray<u32> polygon_vertices_;

@@ -38,8 +38,8 @@ bool share_met_edge(const GeometryShearedRay& ray, const u32* triangle, const u3
 /// meets the shared edge or vertex exactly. A tolerance on distances would not do: at a flat angle rounding may
 /// separate the two distances without bound. Searched backwards, because the neighbor is often the triangle before.
 template <class GetPosition>
-[[gnu::noinline]] bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const GeometryShearedRay& sheared,
-                                          const u32* triangle, uint part, const GetPosition& get_position) {
+bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const GeometryShearedRay& sheared,
+                        const u32* triangle, uint part, const GetPosition& get_position) {
   for (const u32* other = triangle; part-- > 0;) {
     other -= 3;
     GeometryCandidate hit;
@@ -53,51 +53,71 @@ template <class GetPosition>
 
 }  // namespace
 
-template <class GetPosition>
+// A function of its own for each kind of mesh: of triangles at rest, nearly all meshes, it has no loop over parts and
+// keeps all values in registers.
+template <bool all_triangles, class GetPositions>
+[[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                           uint primitive, GetPositions get_positions) const {
+  for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
+    if (!query.is_nearest() && query.is_stopped(ray)) continue;
+    ++query.counter;
+    test_ray<all_triangles>(ctx, shader, query, primitive, ray, get_positions(ray));
+  }
+}
+
+template <bool all_triangles, class GetPosition>
 inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                               uint ray, const GetPosition& get_position) const {
+                               uint ray, GetPosition get_position) const {
   const GeometryShearedRay sheared(query.get_ray(ray));
-  const u32* vertices = get_part_vertices(primitive, 0);
-  for (uint part = 0, count = get_part_count(primitive); part < count; ++part, vertices += 3) {
+  const u32* vertices =
+      all_triangles ? polygon_vertices_.get() + std::size_t{3} * primitive : get_part_vertices(primitive, 0);
+  for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
     if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
       continue;
-    // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
-    if (part != 0 && geometry_may_be_on_edge(hit) &&
-        is_already_offered(query, ray, sheared, vertices, part, get_position))
-      continue;
-    if (query.settings.merge_edge_hits && geometry_may_be_on_edge(hit) &&
-        query.has_listed_hit(ray, [&](uint other, uint other_part) {
-          return share_met_edge(sheared, vertices, get_part_vertices(other, other_part), get_position);
-        }))
-      continue;
     hit.primitive = primitive;
     hit.part = part;
+    if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, vertices, get_position)) continue;
     query.push_intersection(ctx, shader, ray, hit);
     if (!query.is_nearest() && query.is_stopped(ray)) return;
   }
 }
 
+/// True if the hit is on an edge and was given by the triangle on the other side.
+template <class GetPosition>
+[[gnu::noinline]] bool PolyMesh::is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit,
+                                          const u32* vertices, GetPosition get_position) const {
+  const GeometryShearedRay sheared(query.get_ray(ray));
+  // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
+  if (hit.part != 0 && is_already_offered(query, ray, sheared, vertices, hit.part, get_position)) return true;
+  return query.settings.merge_edge_hits && query.has_listed_hit(ray, [&](uint other, uint other_part) {
+    return share_met_edge(sheared, vertices, get_part_vertices(other, other_part), get_position);
+  });
+}
+
 void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const {
+  const auto test = [&](const auto& get_positions) {
+    if (is_all_triangles())
+      test_rays<true>(ctx, shader, query, primitive, get_positions);
+    else
+      test_rays<false>(ctx, shader, query, primitive, get_positions);
+  };
   const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
+  if (!moving) {
+    return test([positions = positions_.get()](uint /*ray*/) {
+      return [positions](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; };
+    });
+  }
   // The usual case: the rays' spans are those of the mesh's own samples, too, and need not be searched for each
   // triangle.
-  const CtxMotionBlur* motion_blur = moving ? shader.motion_blur : nullptr;
+  const CtxMotionBlur* motion_blur = shader.motion_blur;
   const bool has_own_spans = motion_blur != nullptr && motion_blur->get_stamp() == query.span_stamp &&
                              motion_blur->get_time_sampling() == motion_sampling_;
-  const GMathVec3<float>* positions = positions_.get();
-  for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
-    if (!query.is_nearest() && query.is_stopped(ray)) continue;
-    ++query.counter;
-    if (moving) {
-      const GeometryRaySpan& span = query.spans[ray];
-      const MotionBlend blend = has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
-                                              : get_motion_blend(span.time);
-      test_ray(ctx, shader, query, primitive, ray, [&](u32 vertex) { return get_moved_position(blend, vertex); });
-    } else {
-      test_ray(ctx, shader, query, primitive, ray,
-               [&](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; });
-    }
-  }
+  test([this, &query, has_own_spans](uint ray) {
+    const GeometryRaySpan& span = query.spans[ray];
+    const MotionBlend blend = has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
+                                            : get_motion_blend(span.time);
+    return [this, blend](u32 vertex) { return get_moved_position(blend, vertex); };
+  });
 }
