@@ -128,6 +128,7 @@ class BvhTraversal {
     BvhRay r = bvh_load_ray<time>(query_, ray, get_limit(ray), get_bounds(ray));
     if constexpr (kinds == BvhKinds::all)
       oriented_ray_ = bvh_load_oriented_ray(query_.get_ray(ray), query_.get_tnear(ray), query_.get_limit(ray));
+    if constexpr (time == BvhTime::moving) moved_ = motion_->get_aligned_between(r.sample);
     if constexpr (is_guarded) nodes_left_ = 4 * (u64{tree_.aligned_count} + tree_.quantized_count + 1);
     write_start(start, r, *stack_);
     walk(r, start.ref, ray);
@@ -217,8 +218,9 @@ class BvhTraversal {
     if constexpr (time == BvhTime::still) {
       mask = bvh_test_lanes(bvh_pick_planes(node.lanes.planes, ray), ray, entry);
     } else {
-      const BvhLanes a = bvh_pick_planes(motion_->get_aligned(index, ray.sample[0]).planes, ray);
-      const BvhLanes b = bvh_pick_planes(motion_->get_aligned(index, ray.sample[1]).planes, ray);
+      const BvhMovedPlanes::Node moved = moved_[index];
+      const BvhLanes a = bvh_pick_planes(moved.a.planes, ray);
+      const BvhLanes b = bvh_pick_planes(moved.b.planes, ray);
       mask = bvh_test_lanes(bvh_blend_lanes(a, b, ray), ray, entry);
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
@@ -229,7 +231,9 @@ class BvhTraversal {
       if constexpr (time == BvhTime::still) {
         to.box[0] = node.lanes.get_lane(lane);
       } else {
-        for (uint k = 0; k < 2; ++k) to.box[k] = motion_->get_aligned(index, ray.sample[k]).get_lane(lane);
+        const BvhMovedPlanes::Node moved = moved_[index];
+        to.box[0] = moved.a.get_lane(lane);
+        to.box[1] = moved.b.get_lane(lane);
       }
     };
     return take_nearest(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
@@ -360,6 +364,7 @@ class BvhTraversal {
   GeometryRaytraceCtx& query_;
   Entry* stack_;
   Entry* stack_end_;
+  BvhMovedPlanes moved_;         ///< moving
   BvhOrientedRay oriented_ray_;  ///< kinds all
   u64 nodes_left_ = 0;           ///< guarded: how many aligned nodes this ray may still test
   CoreBasicArray<uint> range_;

@@ -34,6 +34,22 @@ struct BvhSampleMeasure {
   void* owner = nullptr;
 };
 
+/// The planes of all aligned nodes at the two samples around a ray's time. Made once a ray: the addresses of a node's
+/// planes then take a product and two sums.
+struct BvhMovedPlanes {
+  const u8* first[2];  ///< [sample] of node 0
+  std::size_t stride;  ///< bytes from one node to the next
+
+  struct Node {
+    const BvhLanePlanes &a, &b;
+  };
+  Node operator[](u32 node) const {
+    const std::size_t offset = node * stride;
+    return {*reinterpret_cast<const BvhLanePlanes*>(first[0] + offset),
+            *reinterpret_cast<const BvhLanePlanes*>(first[1] + offset)};
+  }
+};
+
 template <uint width>
 class VQ_EXPORT GasBvhMotion {
  public:
@@ -81,6 +97,10 @@ class VQ_EXPORT GasBvhMotion {
 
   const BvhLanePlanes& get_aligned(u32 node, uint sample) const {
     return aligned_[std::size_t{node} * sample_count_ + sample];
+  }
+  BvhMovedPlanes get_aligned_between(const uint (&samples)[2]) const {
+    return {{reinterpret_cast<const u8*>(aligned_ + samples[0]), reinterpret_cast<const u8*>(aligned_ + samples[1])},
+            sample_count_ * sizeof(BvhLanePlanes)};
   }
   const BvhLanePlanes& get_oriented(u32 node, uint sample) const {
     return oriented_[std::size_t{node} * sample_count_ + sample];
