@@ -32,8 +32,8 @@ struct GeometryShearedRay {
     const double length_x = std::fabs(ray.direction.x), length_y = std::fabs(ray.direction.y);
     const uint is_z = std::fabs(ray.direction.z) > std::max(length_x, length_y);
     z = is_z << 1 | (uint{length_y > length_x} & ~is_z);
-    x = 0b001001u >> 2 * z & 3u;
-    y = 0b010010u >> 2 * z & 3u;
+    x = 0b001001u >> 2 * z & 3u;  // (z + 1) % 3, two bits for each z
+    y = 0b010010u >> 2 * z & 3u;  // (z + 2) % 3
     origin_x = geometry_load_axis(ray.origin, x);
     origin_y = geometry_load_axis(ray.origin, y);
     origin_z = geometry_load_axis(ray.origin, z);
