@@ -37,8 +37,8 @@ struct BvhSampleMeasure {
 /// The planes of all aligned nodes at the two samples around a ray's time. Made once a ray: the addresses of a node's
 /// planes then take a product and two sums.
 struct BvhMovedPlanes {
-  const u8* first[2];  ///< [sample] of node 0
-  std::size_t stride;  ///< bytes from one node to the next
+  const u8* first[2] = {nullptr, nullptr};  ///< [sample] of node 0
+  std::size_t stride = 0;                   ///< bytes from one node to the next
 
   struct Node {
     const BvhLanePlanes &a, &b;
@@ -99,6 +99,7 @@ class VQ_EXPORT GasBvhMotion {
     return aligned_[std::size_t{node} * sample_count_ + sample];
   }
   BvhMovedPlanes get_aligned_between(const uint (&samples)[2]) const {
+    if (aligned_ == nullptr) return {};  // all nodes are oriented
     return {{reinterpret_cast<const u8*>(aligned_ + samples[0]), reinterpret_cast<const u8*>(aligned_ + samples[1])},
             sample_count_ * sizeof(BvhLanePlanes)};
   }
