@@ -21,7 +21,6 @@ class PeerHair final : public PeerSubject {
   BenchRaySet make_bounce_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, u64 seed) const override;
   BenchRaySet make_shadow_rays(const BenchRaySet& primary, const std::vector<BenchHit>& hits, const BenchRaySet& bounce,
                                u64 seed) const override;
-  /// False: queries for all hits may miss segments below oriented nodes.
   /// Distances disagree if they differ by more than half the greatest radius. For rays that disagree about any hit the
   /// verdict is based on the nearest hits within their intervals.
   BenchDisagreement compare(const BenchRaySet& set, BenchTracer& ours, const std::vector<BenchHit>& our_hits,

@@ -165,7 +165,7 @@ void BenchStructure::read_hits(Worker& worker, BenchHit* hits, uint count) const
       return is_bundle_ ? hit.instance : worker.packet.get_nearest_path(ray)[0].object_index;
     };
     const u32 before = first_primitives_ != nullptr ? first_primitives_[get_object()] : 0;
-    // A query for any hit tells no distance.
+    // The record of any hit has no distance.
     hits[ray] = {static_cast<float>(std::max(hit.distance, 0.0)), before + hit.primitive};
   }
 }

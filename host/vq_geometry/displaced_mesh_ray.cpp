@@ -156,7 +156,9 @@ class DisplacedMesh::RayTest {
   void test_block(const DisplacedMeshTile& tile, uint part, uint block_i, uint block_j, double fraction);
   void test_triangle(const GeometryShearedVertex& a, const GeometryShearedVertex& b, const GeometryShearedVertex& c,
                      const CellPlace& cell, bool upper);
-  bool is_ended() const { return !query_.is_nearest() && query_.is_stopped(ray_); }
+  bool is_ended() const {
+    return query_.is_nearest() ? query_.get_limit(ray_) < query_.get_tnear(ray_) : query_.is_stopped(ray_);
+  }
 
   const DisplacedMesh& mesh_;
   const CtxEval& ctx_;

@@ -39,7 +39,7 @@ struct GeometryHitData {
 };
 
 struct GeometryIntersection {
-  /// The distance of a hit in a query for any hit: before every interval, so that nothing more is searched for.
+  /// The distance of a hit in a query for any hit: below 0, where every interval begins, so that nothing is nearer.
   static constexpr double any_distance = -FLT_MAX;
 
   double distance = DBL_MAX;                 ///< along the ray, in units of its direction

@@ -53,8 +53,8 @@ bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const Geomet
 
 }  // namespace
 
-// A function of its own for each kind of mesh: of triangles at rest, nearly all meshes, it has no loop over parts and
-// keeps all values in registers.
+// A function of its own for each kind of mesh: that of triangles at rest, which most meshes are, has no loop over
+// parts.
 template <bool all_triangles, class GetPositions>
 [[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                            uint primitive, GetPositions get_positions) const {
