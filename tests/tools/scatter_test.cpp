@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "tools/image_file.h"
 #include "tools/run_program.h"
 
 namespace {
@@ -119,7 +121,7 @@ TEST(VqgasScatter, instances_stand_on_displaced_ground_which_the_file_displaces_
   std::size_t standing = 0, ground_hits = 0;
   const auto around = read_csv(run_vqgas(folder.get_path(), trace, beside));
   for (const auto& row : around) standing += !row[1].empty() && std::fabs(std::stod(row[1]) - 1.0) < 0.01;
-  EXPECT_GE(standing, 2 * 290u) << "but for some at the rim";
+  EXPECT_EQ(standing, 2 * 300u);
   const auto displaced = read_csv(run_vqgas(folder.get_path(), trace, down));
   const auto scattered = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json"}, down));
   for (std::size_t k = 0; k < displaced.size(); ++k) {
@@ -128,6 +130,36 @@ TEST(VqgasScatter, instances_stand_on_displaced_ground_which_the_file_displaces_
     ++ground_hits;
   }
   EXPECT_GT(ground_hits, 200u);
+}
+
+// Two sheets: the lower one is nearer to the displaced upper one than to its own. The picture is named as the noise.
+TEST(VqgasScatter, instances_stay_on_their_own_sheet) {
+  const TestFolder folder;
+  write_parts(folder);
+  std::ostringstream sheets;
+  for (const double y : {0.0, 0.1})
+    sheets << "v 0 " << y << " 0\nv 0 " << y << " 9\nv 9 " << y << " 9\nv 9 " << y << " 0\n";
+  sheets << "vt 0 0\nvt 1 0\nvt 1 1\nvt 0 1\nf 1/1 2/2 3/3 4/4\nf 5/1 6/2 7/3 8/4\n";
+  folder.write("sheets.obj", sheets.str());
+  std::filesystem::create_directory(folder.get_path() / "pictures");
+  write_png(folder.get_path() / "pictures/noise", 2, {0, 0, 0, 0});
+  const ProgramResult result = run_vqgas(
+      folder.get_path(), {"scatter", "tetra.obj", "--on", "sheets.obj", "--displace", "pictures/noise", "--bound",
+                          "0.08", "--count", "200", "--align", "normal", "-o", "pictures/made.json"});
+  ASSERT_EQ(result.exit_code, 0) << result.err;
+  const Json made = Json::parse(folder.read("pictures/made.json"));
+  const std::vector<double> numbers = made["instances"]["matrix"];
+  uint lower = 0;
+  for (std::size_t k = 0; k < numbers.size(); k += 12) {
+    const bool is_lower = std::fabs(numbers[k + 7] + 0.08) < 1e-6;
+    EXPECT_TRUE(is_lower || std::fabs(numbers[k + 7] - 0.02) < 1e-6) << numbers[k + 7];
+    EXPECT_NEAR(numbers[k + 5], 1.0, 1e-6);
+    lower += is_lower;
+  }
+  EXPECT_NEAR(lower, 100.0, 30.0);
+  EXPECT_EQ(made["displacement"], (Json{{"height", "./noise"}, {"bound", 0.08}, {"rate", 16}}));
+  const auto hits = read_csv(run_vqgas(folder.get_path(), {"trace", "pictures/made.json"}, "4,-9,4,0,1,0\n"));
+  EXPECT_NEAR(std::stod(hits[0][1]), 9 - 0.08, 1e-6);
 }
 
 TEST(VqgasScatter, rays_hit_instances_as_they_hit_one_mesh_of_all_their_triangles) {
@@ -259,6 +291,9 @@ TEST(VqgasScatter, a_fault_of_a_file_is_one_line_that_tells_where) {
   hill["ground"] = "hill.obj";
   for (const auto& [value, fault] :
        {std::pair<Json, std::string>{{{"height", "noise"}}, "\"displacement\" has no valid \"rate\""},
+        {{{"height", "noise"}, {"rate", 4.7}}, "\"displacement\" has no valid \"rate\""},
+        {{{"height", "noise"}, {"rate", 4}, {"bound", 500}},
+         "ground: hill.obj: a displacement of 500 is more than ten"},
         {{{"height", 3}, {"rate", 4}}, "the height of \"displacement\" is not the name of a file"},
         {{{"height", "noise"}, {"rate", 4}, {"bound", 0}}, "\"displacement\" has no valid \"bound\""},
         {{{"height", "nosuch.png"}, {"rate", 4}}, "ground: nosuch.png: no such file"}}) {

@@ -83,11 +83,12 @@ void add_shape_options(CLI::App& command, ShapeSettings& shapes) {
   command.add_flag("--aligned-only", hair.is_aligned_only, "Hair without oriented nodes, for comparison");
 }
 
-void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
+void add_displacement_options(CLI::App& command, DisplaceOptions& displace, const std::string& what) {
   CLI::Option* height = command
                             .add_option("--displace", displace.height,
-                                        "Displace all meshes along their normals: by noise, or by a gray PNG file of 8 "
-                                        "or 16 bits over the first UV map (black is inwards, white outwards)")
+                                        "Displace " + what +
+                                            " along the normals: by noise, or by a gray PNG file of "
+                                            "8 or 16 bits over the first UV map (black is inwards, white outwards)")
                             ->type_name("HEIGHT.png|noise");
   command
       .add_option("--bound", displace.bound,
@@ -98,6 +99,10 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
       ->capture_default_str()
       ->check(CLI::Range(1u, DisplacedMeshSettings::most_rate))
       ->needs(height);
+}
+
+void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
+  add_displacement_options(command, displace, "all meshes");
   command
       .add_option(
           "--cache", displace.cache,

@@ -45,7 +45,10 @@ std::string get_file_help();
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help);
 /// --structure, --linear, --aligned-only
 void add_shape_options(CLI::App& command, ShapeSettings& shapes);
-/// --displace, --bound, --rate, --cache
+/// --displace, --bound, --rate
+/// @param what  is displaced, for the help text
+void add_displacement_options(CLI::App& command, DisplaceOptions& displace, const std::string& what);
+/// The same for all meshes, and --cache
 void add_displace_options(CLI::App& command, DisplaceOptions& displace);
 /// --view, --camera, --up, --size
 void add_view_options(CLI::App& command, ViewOptions& options, ViewTexts& texts);

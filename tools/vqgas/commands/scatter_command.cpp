@@ -7,7 +7,6 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/commands/json_text.h"
 #include "tools/vqgas/import/scatter_file.h"
-#include "tools/vqgas/scene/query_scene.h"
 #include "tools/vqgas/scene/scene_flatten.h"
 #include "tools/vqgas/scene/scene_ground.h"
 #include "tools/vqgas/scene/scene_load.h"
@@ -32,7 +31,7 @@ uint get_instance_count(const ScatterOptions& options, double area) {
 SceneSource load_ground(const ScatterOptions& options) {
   if (is_scatter_file(options.ground)) throw InputError(options.ground, "is a scatter file: it cannot be the ground");
   SceneSource ground = load_scene({options.ground}, {});
-  displace_meshes(ground, options.displace);
+  set_displacement(ground, options.ground, options.displace);
   return ground;
 }
 
@@ -72,9 +71,10 @@ void run_scatter(const ScatterOptions& options) {
   if (options.displace.is_file()) inputs.push_back(options.displace.height);
   check_outputs({options.output, options.json}, inputs);
   for (const std::string& geometry : options.geometries) load_instanced_shape(geometry, {});  // for its errors
-  SceneSource ground = load_ground(options);
+  const SceneSource ground = load_ground(options);
   PolyMesh mesh;
-  make_surface_mesh(ground, options.ground, "instances could stand on", mesh);
+  std::vector<FlatPart> parts;
+  make_surface_mesh(ground, options.ground, "instances could stand on", mesh, &parts);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.ground, "has no area that instances could stand on");
   const uint count = get_instance_count(options, surface.get_area());
@@ -85,7 +85,7 @@ void run_scatter(const ScatterOptions& options) {
   const auto begin = std::chrono::steady_clock::now();
   std::vector<GroomSurface::Root> points = spread(options, surface, count, progress);
   progress->finish();
-  if (has_displaced_mesh(ground)) move_to_displaced(QueryScene(application, std::move(ground), {}), points);
+  move_to_displaced(ground, parts, points);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   write_scatter(options.output, make_file(options, points));
 

@@ -59,7 +59,7 @@ Subcommand add_scatter(CLI::App& app) {
   command->add_option("--period", options.sway_period, "Frames from one side to the other and back")
       ->capture_default_str()
       ->check(is_positive_number());
-  add_displace_options(*command, options.displace);
+  add_displacement_options(*command, options.displace, "the ground");
   command->add_flag("--no-ground", options.leaves_ground_out, "Do not name the ground in the file");
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(

@@ -1,6 +1,7 @@
 #include "tools/vqgas/import/scatter_file.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <filesystem>
@@ -95,7 +96,8 @@ class ScatterReader {
     DisplaceOptions& options = file_.displacement;
     const Json height = displacement.value("height", Json());
     options.height = height == "noise" ? "noise" : read_name(height, "the height of \"displacement\"");
-    if (displacement.contains("bound")) options.bound = read_number(displacement, name, "bound", 1e-30, 1e30);
+    if (displacement.contains("bound")) options.bound = read_number(displacement, name, "bound", DBL_TRUE_MIN, DBL_MAX);
+    if (!displacement.value("rate", Json()).is_number_integer()) fail("\"displacement\" has no valid \"rate\"");
     options.rate = static_cast<uint>(read_number(displacement, name, "rate", 1.0, DisplacedMeshSettings::most_rate));
   }
 
@@ -147,9 +149,11 @@ class ScatterReader {
   ScatterFile file_;
 };
 
-void append_number(std::string& text, double number) {
+/// The shortest text that is read back as this float, or double.
+template <class T>
+void append_number(std::string& text, T number) {
   char digits[32];
-  const auto end = std::to_chars(std::begin(digits), std::end(digits), static_cast<float>(number)).ptr;
+  const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
   text.append(digits, end);
 }
 
@@ -170,7 +174,8 @@ ScatterFile read_scatter(const std::string& path) {
 void write_scatter(const std::string& path, const ScatterFile& file) {
   const fs::path folder = fs::absolute(path).parent_path();
   const auto print_name = [&](const std::string& name) {
-    const std::string stored = is_built_in(name) ? name : fs::absolute(name).lexically_proximate(folder).string();
+    std::string stored = is_built_in(name) ? name : fs::absolute(name).lexically_proximate(folder).string();
+    if (stored == "noise" || (is_built_in(stored) && !is_built_in(name))) stored = "./" + stored;  // it is a file
     return Json(stored).dump(-1, ' ', false, Json::error_handler_t::replace);
   };
   std::string text = std::string("{\"format\": \"") + scatter_format + "\",\n";
@@ -202,7 +207,7 @@ void write_scatter(const std::string& path, const ScatterFile& file) {
   text += "],\n  \"matrix\": [";
   for (std::size_t k = 0; k < file.matrices.size() * numbers_per_matrix; ++k) {
     if (k > 0) text += k % numbers_per_matrix == 0 ? ",\n   " : ",";
-    append_number(text, file.matrices[k / numbers_per_matrix].m[k % numbers_per_matrix / 4][k % 4]);
+    append_number(text, static_cast<float>(file.matrices[k / numbers_per_matrix].m[k % numbers_per_matrix / 4][k % 4]));
   }
   write_text_file(path, text + "]}}\n");
 }

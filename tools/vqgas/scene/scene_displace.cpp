@@ -95,18 +95,11 @@ void set_displacement(SceneSource& scene, const std::string& name, const Displac
   }
   if (!has_mesh) throw InputError(name, "holds no mesh to displace");
   if (options.bound && *options.bound > most_diagonals * largest)
-    throw InputError(name, "--bound " + print_number(*options.bound) +
+    throw InputError(name, "a displacement of " + print_number(*options.bound) +
                                " is more than ten times the diagonal of the mesh, which is " + print_number(largest));
 }
 
 void displace_meshes(SceneSource& scene, const DisplaceOptions& options) {
   set_displacement(scene, scene.files.front().name, options);
   share_cache(scene, options.cache ? u64{*options.cache} * 1000000 : get_machine_memory() / 4);
-}
-
-bool has_displaced_mesh(const SceneSource& scene) {
-  return std::any_of(scene.shapes.begin(), scene.shapes.end(), [](const ShapeSource& shape) {
-    const auto* mesh = std::get_if<MeshSource>(&shape);
-    return mesh != nullptr && mesh->displacement;
-  });
 }

@@ -8,4 +8,3 @@
 void set_displacement(SceneSource& scene, const std::string& name, const DisplaceOptions& options);
 /// The same for a scene of files, and shares the cache among the displaced meshes in proportion to their corners.
 void displace_meshes(SceneSource& scene, const DisplaceOptions& options);
-bool has_displaced_mesh(const SceneSource& scene);

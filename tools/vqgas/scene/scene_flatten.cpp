@@ -28,7 +28,8 @@ void reverse_polygons(PolyMeshData& data) {
 
 class Flattener {
  public:
-  Flattener(const SceneSource& scene, double frame) : scene_(scene), frame_(frame) {}
+  Flattener(const SceneSource& scene, double frame, std::vector<FlatPart>* parts)
+      : scene_(scene), frame_(frame), parts_(parts) {}
 
   void add(const std::vector<ObjectSource>& objects, const Matrix& around) {
     for (const ObjectSource& object : objects) {
@@ -57,7 +58,11 @@ class Flattener {
   }
 
   void add_shape(uint shape, const Matrix& matrix) {
-    if (const MeshSource* mesh = std::get_if<MeshSource>(&scene_.shapes[shape])) add_mesh(*mesh, matrix);
+    const MeshSource* mesh = std::get_if<MeshSource>(&scene_.shapes[shape]);
+    if (mesh == nullptr) return;
+    if (parts_ != nullptr) parts_->push_back({shape, matrix, polygon_count_});
+    polygon_count_ += static_cast<uint>(mesh->data.polygon_sizes.size());
+    add_mesh(*mesh, matrix);
   }
 
   void add_mesh(MeshSource mesh, const Matrix& matrix) {
@@ -73,20 +78,23 @@ class Flattener {
 
   const SceneSource& scene_;
   const double frame_;
+  std::vector<FlatPart>* parts_;
+  uint polygon_count_ = 0;
   MeshBuilder builder_;
 };
 
 }  // namespace
 
-void make_surface_mesh(const SceneSource& scene, const std::string& name, const char* use, PolyMesh& mesh) {
-  MeshSource source = flatten_scene(scene, 0.0);
+void make_surface_mesh(const SceneSource& scene, const std::string& name, const char* use, PolyMesh& mesh,
+                       std::vector<FlatPart>* parts) {
+  MeshSource source = flatten_scene(scene, 0.0, parts);
   if (source.data.polygon_sizes.empty()) throw InputError(name, std::string("holds no mesh that ") + use);
   source.name = name;
   create_groom_mesh(std::move(source), crease_degrees, mesh);
 }
 
-MeshSource flatten_scene(const SceneSource& scene, double frame) {
-  Flattener flattener(scene, frame);
+MeshSource flatten_scene(const SceneSource& scene, double frame, std::vector<FlatPart>* parts) {
+  Flattener flattener(scene, frame, parts);
   flattener.add(scene.objects, Matrix());
   return flattener.finish();
 }

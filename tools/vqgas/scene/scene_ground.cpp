@@ -2,47 +2,120 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <map>
+#include <memory>
 
-#include "tools/vqgas/scene/query_scene.h"
+#include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
-#include "vq_geometry/geometry_ray_packet.h"
+#include "vq_geometry/poly_mesh.h"
 
 namespace {
 
-using Root = GroomSurface::Root;
+using Vector = GMathVec3<double>;
+constexpr double at_rest = std::numeric_limits<double>::quiet_NaN();
 
-constexpr uint points_per_packet = 128;
+Vector get_facet_normal(const Vector (&corners)[3]) {
+  return (corners[1] - corners[0]).cross(corners[2] - corners[0]).get_normalized();
+}
 
-/// Two rays a point: outwards, then inwards.
-void set_rays(GeometryRayPacket& packet, const Root* points, uint count) {
-  packet.resize(2 * count);
-  for (uint k = 0; k < count; ++k) {
-    packet.set_ray(2 * k, points[k].position, points[k].normal);
-    packet.set_ray(2 * k + 1, points[k].position, points[k].normal * -1.0);
+/// A place in a triangle: the weights of its second and third corner.
+struct TrianglePlace {
+  uint part = 0;
+  double x = 0.0, y = 0.0;
+};
+
+class DisplacedShape {
+ public:
+  explicit DisplacedShape(const MeshSource& source) {
+    CoreString fault;
+    if (!base_.create(PolyMeshData(source.data), fault) || !displaced_.create(base_, *source.displacement, fault))
+      throw InputError(source.name, fault.get_data());
   }
-}
 
-void move_point(const QueryScene& ground, const SceneHit& hit, Root& point) {
-  const GeometrySurfacePoint surface = ground.get_surface_point(hit, ground.get_shape_time(0.0));
-  point.position = surface.position;
-  point.normal = surface.normal.dot(point.normal) < 0.0 ? surface.normal * -1.0 : surface.normal;
-}
+  /// @param point  in the space of the shape; its normal has unit length
+  void move(uint polygon, GroomSurface::Root& point) const {
+    const TrianglePlace place = find_place(polygon, point.position);
+    Vector base[3], moved[3];
+    get_corners(polygon, place.part, base);
+    const Vector position = displace(polygon, place, moved);
+    const Vector normal = point.normal + get_side(moved, point.normal) - get_side(base, point.normal);
+    if (!std::isfinite(position.x + position.y + position.z + normal.x + normal.y + normal.z)) return;
+    point = {position, normal.get_normalized(), point.polygon};
+  }
+
+ private:
+  /// The triangle's normal, on the side of `normal`.
+  static Vector get_side(const Vector (&corners)[3], const Vector& normal) {
+    const Vector facet = get_facet_normal(corners);
+    return facet.dot(normal) < 0.0 ? facet * -1.0 : facet;
+  }
+
+  void get_corners(uint polygon, uint part, Vector (&corners)[3]) const {
+    const u32* vertices = base_.get_part_vertices(polygon, part);
+    for (uint k = 0; k < 3; ++k) corners[k] = Vector(base_.get_position(vertices[k]));
+  }
+
+  /// The triangle of the polygon that holds the point, or is nearest to it. Searched for, because the polygons of
+  /// mirrored objects are divided otherwise.
+  TrianglePlace find_place(uint polygon, const Vector& position) const {
+    TrianglePlace nearest;
+    double most = -HUGE_VAL;
+    for (uint part = 0; part < base_.get_part_count(polygon); ++part) {
+      Vector corners[3];
+      get_corners(polygon, part, corners);
+      const Vector b = corners[1] - corners[0], c = corners[2] - corners[0], at = position - corners[0];
+      const Vector normal = b.cross(c);
+      const double x = at.cross(c).dot(normal) / normal.dot(normal), y = b.cross(at).dot(normal) / normal.dot(normal);
+      const double least = std::min({x, y, 1.0 - x - y});
+      if (least > most) {
+        most = least;
+        nearest = {part, std::clamp(x, 0.0, 1.0), std::clamp(y, 0.0, 1.0 - std::clamp(x, 0.0, 1.0))};
+      }
+    }
+    return nearest;
+  }
+
+  /// The displaced point, and the corners of its micro-triangle.
+  Vector displace(uint polygon, const TrianglePlace& place, Vector (&corners)[3]) const {
+    const uint rate = displaced_.get_rate();
+    const double x = place.x * rate, y = place.y * rate;
+    const uint i = std::min(static_cast<uint>(x), rate - 1), j = std::min(static_cast<uint>(y), rate - 1 - i);
+    double u = x - i, v = y - j;
+    const bool is_upper = u + v > 1.0 && i + j + 1 < rate;
+    if (is_upper) u = 1.0 - u, v = 1.0 - v;
+    const uint ends[3][2] = {{0, 0}, {1, 0}, {0, 1}}, upper_ends[3][2] = {{1, 1}, {0, 1}, {1, 0}};
+    for (uint k = 0; k < 3; ++k) {
+      const auto& end = is_upper ? upper_ends[k] : ends[k];
+      corners[k] = displaced_.get_micro_vertex(polygon, place.part, i + end[0], j + end[1], at_rest);
+    }
+    return corners[0] + (corners[1] - corners[0]) * u + (corners[2] - corners[0]) * v;
+  }
+
+  PolyMesh base_;
+  DisplacedMesh displaced_;
+};
 
 }  // namespace
 
-void move_to_displaced(const QueryScene& ground, std::vector<Root>& points) {
-  CtxShader shader;
-  ground.prepare(shader);
-  GeometryRayPacket packet;
-  for (std::size_t first = 0; first < points.size(); first += points_per_packet) {
-    throw_if_interrupted();
-    const auto count = static_cast<uint>(std::min<std::size_t>(points_per_packet, points.size() - first));
-    set_rays(packet, &points[first], count);
-    ground.find_nearest(shader, packet);
-    for (uint k = 0; k < count; ++k) {
-      const bool is_outside = packet.get_nearest(2 * k).distance <= packet.get_nearest(2 * k + 1).distance;
-      if (const auto hit = ground.get_nearest(packet, is_outside ? 2 * k : 2 * k + 1))
-        move_point(ground, *hit, points[first + k]);
-    }
+void move_to_displaced(const SceneSource& scene, const std::vector<FlatPart>& parts,
+                       std::vector<GroomSurface::Root>& points) {
+  std::map<uint, std::unique_ptr<DisplacedShape>> shapes;
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    if (k % 1024 == 0) throw_if_interrupted();
+    GroomSurface::Root& point = points[k];
+    const FlatPart& part =
+        *std::prev(std::upper_bound(parts.begin(), parts.end(), point.polygon,
+                                    [](u32 polygon, const FlatPart& p) { return polygon < p.first_polygon; }));
+    const MeshSource& source = std::get<MeshSource>(scene.shapes[part.shape]);
+    if (!source.displacement) continue;
+    auto& shape = shapes[part.shape];
+    if (shape == nullptr) shape = std::make_unique<DisplacedShape>(source);
+    const GMathMatrix4x4<double> inverse = part.matrix.get_inverse();
+    GroomSurface::Root local{inverse.transform_point(point.position),
+                             part.matrix.transform_normal_transposed(point.normal).get_normalized(), point.polygon};
+    shape->move(point.polygon - part.first_polygon, local);
+    point = {part.matrix.transform_point(local.position),
+             inverse.transform_normal_transposed(local.normal).get_normalized(), point.polygon};
   }
 }

@@ -185,7 +185,7 @@ GroomSurface::Root GroomSurface::get_root(double share, double x, double y) cons
   at.u = x;
   at.v = y;
   const GeometrySurfacePoint point = mesh_.get_surface_point(at, std::numeric_limits<double>::quiet_NaN());
-  return {point.position, point.shading_normal};
+  return {point.position, point.shading_normal, triangle.polygon};
 }
 
 CurveData grow_fur(const GroomSurface& surface, const GroomSettings& settings, AppProgressBar* progress) {

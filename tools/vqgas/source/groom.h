@@ -28,6 +28,7 @@ class GroomSurface {
 
   struct Root {
     GMathVec3<double> position, normal;
+    uint polygon = 0;
   };
   /// Selects a triangle at `share` (0 to 1) of the cumulative area, in polygon order, and the point of that triangle at
   /// `x` and `y` (0 to 1). The surface must have an area.
