@@ -94,36 +94,75 @@ TEST(VqgasScatter, instances_keep_their_distance_for_any_number_of_threads) {
   EXPECT_GT(nearest, 0.7 * spacing);  // points at random come as near as 0.02 of it
 }
 
-TEST(VqgasScatter, instances_stand_on_displaced_ground_which_the_file_displaces_too) {
+namespace {
+
+/// A sheet of quadrilaterals, and a scene that shows one sheet turned, mirrored and stretched.
+void write_sheets(const TestFolder& folder) {
+  std::ostringstream quads;
+  for (int k = 0; k < 64; ++k) quads << "v " << k % 8 << ' ' << slope * (k % 8) << ' ' << k / 8 << '\n';
+  for (int k = 1; k < 56; ++k)
+    if (k % 8 != 0) quads << "f " << k << ' ' << k + 8 << ' ' << k + 9 << ' ' << k + 1 << '\n';
+  folder.write("quads.obj", quads.str());
+  folder.write("nodes.gltf", R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1, 2]}], "nodes": [
+    {"mesh": 0, "translation": [9, 0, 0], "scale": [-2, 1.5, 1]}, {"mesh": 0, "rotation": [0.6, 0, 0, 0.8]},
+    {"mesh": 0, "translation": [0, -5, 0], "rotation": [0, 0.28, 0.96, 0], "scale": [1, 0.5, 3]}],
+    "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1}]}], "accessors": [
+    {"bufferView": 0, "componentType": 5126, "count": 4, "type": "VEC3", "min": [0, 0, 0], "max": [2, 0, 2]},
+    {"bufferView": 1, "componentType": 5123, "count": 6, "type": "SCALAR"}],
+    "bufferViews": [{"buffer": 0, "byteLength": 48}, {"buffer": 0, "byteOffset": 48, "byteLength": 12}],
+    "buffers": [{"byteLength": 60, "uri": "data:;base64,)"
+                             "AAAAAAAAAAAAAAAAAAAAAAAAAAAAAABAAAAAQAAAAAAAAABAAAAAQAAAAAAAAAAAAAABAAIAAAACAAMA\"}]}");
+}
+
+}  // namespace
+
+TEST(VqgasScatter, instances_stand_on_displaced_ground_along_its_normals) {
+  const TestFolder folder;
+  write_parts(folder);
+  write_sheets(folder);
+  const std::vector<std::string> displacement = {"--displace", "noise", "--bound", "0.3", "--rate", "6"};
+  for (const char* ground : {"hill.obj", "quads.obj", "nodes.gltf"}) {
+    std::vector<std::string> scatter = {"scatter", "tetra.obj", "--on",   ground, "--count",
+                                        "300",     "--align",   "normal", "-o",   "made.json"};
+    std::vector<std::string> trace = {"trace", ground};
+    for (std::vector<std::string>* line : {&scatter, &trace})
+      line->insert(line->end(), displacement.begin(), displacement.end());
+    const ProgramResult result = run_vqgas(folder.get_path(), scatter);
+    ASSERT_EQ(result.exit_code, 0) << result.err;
+    const std::vector<double> numbers = Json::parse(folder.read("made.json"))["instances"]["matrix"];
+    std::ostringstream rays;
+    rays.precision(9);
+    for (std::size_t k = 0; k < numbers.size(); k += 12) {  // from above each instance through its origin
+      for (const std::size_t row : {k, k + 4, k + 8}) rays << numbers[row + 3] + 0.01 * numbers[row + 1] << ',';
+      rays << -numbers[k + 1] << ',' << -numbers[k + 5] << ',' << -numbers[k + 9] << '\n';
+    }
+    const auto hits = read_csv(run_vqgas(folder.get_path(), trace, rays.str()));
+    ASSERT_EQ(hits.size(), 300u);
+    for (std::size_t k = 0; k < hits.size(); ++k) {
+      ASSERT_FALSE(hits[k][1].empty()) << ground << ' ' << k;
+      EXPECT_NEAR(std::stod(hits[k][1]), 0.01, 1e-4) << ground << ' ' << k;
+      double cosine = 0.0;
+      for (std::size_t axis = 0; axis < 3; ++axis)
+        cosine += std::stod(hits[k][6 + axis]) * numbers[12 * k + 4 * axis + 1];
+      EXPECT_GT(std::fabs(cosine), 0.999) << ground << ' ' << k;
+    }
+  }
+}
+
+TEST(VqgasScatter, a_file_displaces_its_ground_as_it_was) {
   const TestFolder folder;
   write_parts(folder);
   const std::vector<std::string> displacement = {"--displace", "noise", "--bound", "1.5", "--rate", "6"};
-  std::vector<std::string> options = {"--count", "300", "--scale", "0.01,0.01"};
+  std::vector<std::string> options = {"--count", "300", "--scale", "0.01,0.01"}, trace = {"trace", "hill.obj"};
   options.insert(options.end(), displacement.begin(), displacement.end());
-  const std::vector<double> numbers = run_scatter(folder, options)["instances"]["matrix"];
-  std::string beside, down;
-  double farthest = 0.0;
-  for (std::size_t k = 0; k < numbers.size(); k += 12) {
-    const double x = numbers[k + 3], y = numbers[k + 7], z = numbers[k + 11];
-    farthest = std::fmax(farthest, std::fabs(y - slope * x));
-    // Along the normal of the slope, from both sides.
-    for (const double side : {0.01, -0.01}) {
-      for (const double v : {x - 0.6 * side, y + 0.8 * side, z, 0.6 * side, -0.8 * side})
-        beside += std::to_string(v) + ',';
-      beside += "0\n";
-    }
-    down += std::to_string(0.03 * double(k) / 12 + 0.5) + ",50," + std::to_string(0.5 + 0.1 * double(k / 12 % 90)) +
-            ",0,-1,0\n";
-  }
-  EXPECT_GT(farthest, 0.3) << "a height of noise";
-  std::vector<std::string> trace = {"trace", "hill.obj"};
   trace.insert(trace.end(), displacement.begin(), displacement.end());
-  std::size_t standing = 0, ground_hits = 0;
-  const auto around = read_csv(run_vqgas(folder.get_path(), trace, beside));
-  for (const auto& row : around) standing += !row[1].empty() && std::fabs(std::stod(row[1]) - 1.0) < 0.01;
-  EXPECT_EQ(standing, 2 * 300u);
-  const auto displaced = read_csv(run_vqgas(folder.get_path(), trace, down));
-  const auto scattered = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json"}, down));
+  run_scatter(folder, options);
+  std::string rays;
+  for (int k = 0; k < 300; ++k)
+    rays += std::to_string(0.03 * k + 0.5) + ",50," + std::to_string(0.5 + 0.1 * (k % 90)) + ",0,-1,0\n";
+  const auto displaced = read_csv(run_vqgas(folder.get_path(), trace, rays));
+  const auto scattered = read_csv(run_vqgas(folder.get_path(), {"trace", "made.json"}, rays));
+  std::size_t ground_hits = 0;
   for (std::size_t k = 0; k < displaced.size(); ++k) {
     if (displaced[k][1].empty() || scattered[k][12] != "0") continue;  // missed, or an instance is hit
     EXPECT_EQ(scattered[k][1], displaced[k][1]);
