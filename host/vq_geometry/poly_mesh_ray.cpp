@@ -89,7 +89,7 @@ template <class GetPosition>
                                           const u32* vertices, GetPosition get_position) const {
   const GeometryShearedRay sheared(query.get_ray(ray));
   // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
-  if (hit.part != 0 && is_already_offered(query, ray, sheared, vertices, hit.part, get_position)) return true;
+  if (is_already_offered(query, ray, sheared, vertices, hit.part, get_position)) return true;
   return query.settings.merge_edge_hits && query.has_listed_hit(ray, [&](uint other, uint other_part) {
     return share_met_edge(sheared, vertices, get_part_vertices(other, other_part), get_position);
   });
