@@ -77,6 +77,7 @@ void run_scatter(const ScatterOptions& options) {
   make_surface_mesh(ground, options.ground, "instances could stand on", mesh, &parts);
   const GroomSurface surface(mesh);
   if (surface.get_area() == 0.0) throw InputError(options.ground, "has no area that instances could stand on");
+  const DisplacedGround displaced(ground, std::move(parts));
   const uint count = get_instance_count(options, surface.get_area());
 
   StoppableApplication application(options.threads);
@@ -85,7 +86,7 @@ void run_scatter(const ScatterOptions& options) {
   const auto begin = std::chrono::steady_clock::now();
   std::vector<GroomSurface::Root> points = spread(options, surface, count, progress);
   progress->finish();
-  move_to_displaced(ground, parts, points);
+  displaced.move(points);
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   write_scatter(options.output, make_file(options, points));
 

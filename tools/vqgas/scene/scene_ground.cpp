@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <map>
-#include <memory>
+#include <utility>
 
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
@@ -25,9 +24,11 @@ struct TrianglePlace {
   double x = 0.0, y = 0.0;
 };
 
-class DisplacedShape {
+}  // namespace
+
+class DisplacedGround::Shape {
  public:
-  explicit DisplacedShape(const MeshSource& source) {
+  explicit Shape(const MeshSource& source) {
     CoreString fault;
     if (!base_.create(PolyMeshData(source.data), fault) || !displaced_.create(base_, *source.displacement, fault))
       throw InputError(source.name, fault.get_data());
@@ -96,25 +97,30 @@ class DisplacedShape {
   DisplacedMesh displaced_;
 };
 
-}  // namespace
+DisplacedGround::DisplacedGround(const SceneSource& scene, std::vector<FlatPart> parts) : parts_(std::move(parts)) {
+  for (const FlatPart& part : parts_) {
+    const MeshSource& source = std::get<MeshSource>(scene.shapes[part.shape]);
+    if (!source.displacement) continue;
+    std::unique_ptr<Shape>& shape = shapes_[part.shape];
+    if (shape == nullptr) shape = std::make_unique<Shape>(source);
+  }
+}
 
-void move_to_displaced(const SceneSource& scene, const std::vector<FlatPart>& parts,
-                       std::vector<GroomSurface::Root>& points) {
-  std::map<uint, std::unique_ptr<DisplacedShape>> shapes;
+DisplacedGround::~DisplacedGround() = default;
+
+void DisplacedGround::move(std::vector<GroomSurface::Root>& points) const {
   for (std::size_t k = 0; k < points.size(); ++k) {
     if (k % 1024 == 0) throw_if_interrupted();
     GroomSurface::Root& point = points[k];
     const FlatPart& part =
-        *std::prev(std::upper_bound(parts.begin(), parts.end(), point.polygon,
+        *std::prev(std::upper_bound(parts_.begin(), parts_.end(), point.polygon,
                                     [](u32 polygon, const FlatPart& p) { return polygon < p.first_polygon; }));
-    const MeshSource& source = std::get<MeshSource>(scene.shapes[part.shape]);
-    if (!source.displacement) continue;
-    auto& shape = shapes[part.shape];
-    if (shape == nullptr) shape = std::make_unique<DisplacedShape>(source);
+    const auto shape = shapes_.find(part.shape);
+    if (shape == shapes_.end()) continue;
     const GMathMatrix4x4<double> inverse = part.matrix.get_inverse();
     GroomSurface::Root local{inverse.transform_point(point.position),
                              part.matrix.transform_normal_transposed(point.normal).get_normalized(), point.polygon};
-    shape->move(point.polygon - part.first_polygon, local);
+    shape->second->move(point.polygon - part.first_polygon, local);
     point = {part.matrix.transform_point(local.position),
              inverse.transform_normal_transposed(local.normal).get_normalized(), point.polygon};
   }
