@@ -91,6 +91,7 @@ class BvhSubtreeBuilder {
   bool split_children(const GasBvhSplitSetGeom& set, BvhChildSets& children, bool& aligned, uint depth) {
     SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
     const auto split = [&](const GasBvhSplitSetGeom& whole, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right) {
+      worker_.split_ctx.free_lanes = 4 - (children.count > 1 ? children.count - 1 : 0);
       if (!worker_.split.split(worker_.split_ctx, whole, left, right, aligned, threads)) return false;
       left.leaf = left.count <= worker_.split_ctx.leaf_threshold;
       right.leaf = right.count <= worker_.split_ctx.leaf_threshold;

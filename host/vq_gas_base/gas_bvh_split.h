@@ -38,12 +38,12 @@ struct GasBvhSplitSetGeom : GasBvhSplitSet {
   GMathBbox3<float> box;  ///< in the builder's space
   float area = 0.0f;  ///< half the surface of `box`, or what the strategy puts in its place; the largest is split first
   bool leaf = false;  ///< not to be split any further
+  bool apart = false;  ///< each item gets a lane of its own
   // Of the oriented strategy:
   bool has_space = false;          ///< the set is in an oriented node
   GMathLinearSpace3<float> space;  ///< the space in which the set was split off, or after refit() its own
   GMathBbox3<float> space_box;     ///< its box along `space`; approximate, or after refit() measured, no extent 0
   bool refitted = false;
-  bool apart = false;  ///< each item gets a lane of its own
 };
 
 /// The input of a strategy; filled by the tree builder, shared by all sets of one build.
@@ -56,6 +56,8 @@ struct VQ_EXPORT GasBvhSplitCtx {
   uint item_count = 0;
   uint leaf_threshold = 1;
   uint max_leaf = 1;
+  /// For four-wide trees: the lanes that the node has for the next set's parts, 4 at a node's first split. 0: unknown.
+  uint free_lanes = 0;
   float item_cost = 1.0f;      ///< cost of testing one item
   float aligned_cost = 1.0f;   ///< cost of testing an aligned node
   float oriented_cost = 5.0f;  ///< cost of testing an oriented node; infinite: no oriented nodes
@@ -85,13 +87,16 @@ struct GasBvhSplitItemBins {
 /// Hierarchies"). The result depends on the set alone, never on the number of threads.
 class VQ_EXPORT GasBvhSplitAligned {
  public:
-  /// Permutes the set's range and fills both halves (range, box, area). False when it does not split the set: only for
-  /// sets of at most max_leaf items that are cheaper as a leaf. Does not change `aligned`. With a thread manager a
-  /// large set is split on its threads.
+  /// Permutes the set's range and fills both halves (range, box, area; of halves that are to be split earlier or later
+  /// a larger or smaller area). False when it does not split the set: only for sets of at most max_leaf items that are
+  /// cheaper as a leaf. Does not change `aligned`. With a thread manager a large set is split on its threads.
   bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
              bool& aligned, SysThreadManager* threads);
 
  private:
+  bool split_any(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                 GasBvhSplitSetGeom& right, SysThreadManager* threads);
+
   /// Scratch, kept from set to set: the bins of each item, and the range in its new order.
   CoreVector<GasBvhSplitItemBins> item_bins_;
   CoreVector<uint> moved_;

@@ -54,6 +54,7 @@ struct GasBvhSplitBinSlots {
   bool weighted;
   const GasSimdBox& get_box(uint axis, uint bin) const { return bins.boxes[axis][bin]; }
   SimdF get_weights(uint bin) const { return weighted ? convert(bins.weights, bin) : convert(bins.counts, bin); }
+  SimdF get_cost(const SimdF& weights, uint /*slots*/) const { return weights; }
 
  private:
   template <class Number>

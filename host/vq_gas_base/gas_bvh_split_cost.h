@@ -16,7 +16,7 @@
 
 /// The best split of a set: the slots of `axis` below `plane` go left, the others right.
 struct GasBvhSplitChoice {
-  float cost = std::numeric_limits<float>::infinity();  ///< sum of area x weight over both sides; infinite: no split
+  float cost = std::numeric_limits<float>::infinity();  ///< sum of area x cost over both sides; infinite: no split
   uint axis = 0;
   uint plane = 0;
   bool is_found() const { return cost < std::numeric_limits<float>::infinity(); }
@@ -47,7 +47,9 @@ inline SimdF gas_bvh_split_areas(const GasSimdBox (&boxes)[3], const SimdF& padd
 /// Computes the cost of every plane of the three axes and returns the cheapest; of equal costs the lowest axis, then
 /// the lowest plane. Planes with an empty side or without a finite cost are not chosen.
 ///
-/// @param slots      get_box(axis, slot), and get_weights(slot) with one lane per axis: 0 for an empty slot
+/// @param slots      get_box(axis, slot); get_weights(slot) with one lane per axis, 0 for an empty slot; and
+///                   get_cost(weights, slots), the cost of a side that a ray has entered, of that weight and that many
+///                   slots
 /// @param slot_count at least 2, at most `most_slots`
 template <uint most_slots, class Slots>
 GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, float padding) {
@@ -58,7 +60,7 @@ GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, floa
   for (uint slot = slot_count - 1; slot > 0; --slot) {
     for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, slot));
     weight = weight + slots.get_weights(slot);
-    right_cost[slot] = gas_bvh_split_areas(side, pad) * weight;
+    right_cost[slot] = gas_bvh_split_areas(side, pad) * slots.get_cost(weight, slot_count - slot);
   }
 
   for (GasSimdBox& box : side) box = GasSimdBox();
@@ -67,7 +69,7 @@ GasBvhSplitChoice gas_bvh_split_search(const Slots& slots, uint slot_count, floa
   for (uint plane = 1; plane < slot_count; ++plane) {
     for (uint axis = 0; axis < 3; ++axis) side[axis].add(slots.get_box(axis, plane - 1));
     weight = weight + slots.get_weights(plane - 1);
-    const SimdF cost = gas_bvh_split_areas(side, pad) * weight + right_cost[plane];
+    const SimdF cost = gas_bvh_split_areas(side, pad) * slots.get_cost(weight, plane) + right_cost[plane];
     // An empty side costs inf * 0 = NaN, which never compares as cheaper. A side with a NaN bound may have a negative
     // cost.
     const auto better = (best_cost > cost) & (zero <= cost);

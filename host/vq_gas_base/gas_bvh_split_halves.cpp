@@ -29,6 +29,17 @@ void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, 
   gas_bvh_split_fill_halves(set, sides, left, right);
 }
 
+void gas_bvh_split_apart(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                         GasBvhSplitSetGeom& right) {
+  const uint* items = ctx.order + set.first;
+  GasBvhSplitSides sides;
+  sides.left_count = 1;
+  sides.left.add(GasSimdBox::load(ctx.item_boxes[items[0]]));
+  for (uint k = 1; k < set.count; ++k) sides.right.add(GasSimdBox::load(ctx.item_boxes[items[k]]));
+  gas_bvh_split_fill_halves(set, sides, left, right);
+  right.apart = true;
+}
+
 bool gas_bvh_split_fallback(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                             GasBvhSplitSetGeom& right, SysThreadManager* threads) {
   if (set.count <= ctx.max_leaf) return false;

@@ -18,6 +18,10 @@ void gas_bvh_split_fill_halves(const GasBvhSplitSetGeom& set, const GasBvhSplitS
 void gas_bvh_split_at(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, uint left_count,
                       GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right, SysThreadManager* threads);
 
+/// Splits off the first item, as all others are going to be: for at most as many items as the node has lanes.
+void gas_bvh_split_apart(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+                         GasBvhSplitSetGeom& right);
+
 /// The fallback for sets without a split: equal centers, or no finite cost. Splitting such items saves nothing, so they
 /// become a leaf if there are at most max_leaf, else the range is halved.
 /// @return false when they become a leaf

@@ -1,6 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_sorted.h
 //
-// The exact split search for small sets: one slot per item, sorted by its center.
+// The exact split search for small sets: one slot per item, sorted by its center. In trees with one item a leaf the
+// cost of a side is the number of nodes below it, so that few lanes of nodes stay empty.
 #pragma once
 #include "vq_gas_base/gas_bvh_split_halves.h"
 #include "vq_gas_base/gas_bvh_split_items.h"
@@ -24,14 +25,25 @@ class GasBvhSplitSorted {
   SimdF get_weights(uint rank) const {
     return {weights_[order_[rank][0]], weights_[order_[rank][1]], weights_[order_[rank][2]], 0.0f};
   }
+  SimdF get_cost(const SimdF& weights, uint ranks) const {
+    return lanes_ == 0 ? weights : SimdF(get_node_cost(ranks, lanes_));
+  }
 
  private:
+  /// The nodes below a side with so many lanes: each fills one lane and has four. Items are reached in any case, and
+  /// decide only between equal numbers of nodes.
+  static float get_node_cost(uint item_count, uint lanes) {
+    const uint nodes = item_count > lanes ? (item_count - lanes + 2) / 3 : 0;
+    return static_cast<float>(nodes) + static_cast<float>(item_count) * 0x1p-5f;
+  }
+
   GasSimdBox boxes_[most_items];
   float weights_[most_items];
   uint items_[most_items];
   u8 order_[most_items][4];  ///< [rank][axis]: position in `items_`
   uint* range_;              ///< the set's range of the order array
   uint count_;
+  uint lanes_;  ///< that a side gets in the node; 0: nodes are not counted
   bool is_flat_;
 };
 
@@ -39,7 +51,9 @@ class GasBvhSplitSorted {
 /// three axes at once. Equal centers keep the order of the set.
 template <class Boxes>
 GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes)
-    : range_(ctx.order + set.first), count_(set.count) {
+    : range_(ctx.order + set.first),
+      count_(set.count),
+      lanes_(ctx.max_leaf < 2 && ctx.item_weights == nullptr ? ctx.free_lanes / 2 : 0) {
   const SimdF zero(0.0f), one(1.0f), lowest(-std::numeric_limits<float>::infinity());
   SimdF centers[most_items], ranks[most_items];
   GasSimdBox center_sums;

@@ -112,18 +112,11 @@ float get_capsule_area(const GasBvhSplitCtx& ctx, uint item) {
   return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]).get_half_area();
 }
 
-/// Splits off the first item, as all others are going to be.
-void split_first(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
+void split_apart(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                  GasBvhSplitSetGeom& right) {
-  const uint* items = ctx.order + set.first;
-  GasBvhSplitSides sides;
-  sides.left_count = 1;
-  sides.left.add(GasSimdBox::load(ctx.item_boxes[items[0]]));
-  for (uint k = 1; k < set.count; ++k) sides.right.add(GasSimdBox::load(ctx.item_boxes[items[k]]));
-  gas_bvh_split_fill_halves(set, sides, left, right);
-  left.area = get_capsule_area(ctx, items[0]);
-  right.area = get_capsule_area(ctx, items[1]);
-  right.apart = true;
+  gas_bvh_split_apart(ctx, set, left, right);
+  left.area = get_capsule_area(ctx, ctx.order[set.first]);
+  right.area = get_capsule_area(ctx, ctx.order[set.first + 1]);
 }
 
 /// At most as many items as a node has lanes, or two: each gets a lane, and there is nothing to search.
@@ -139,7 +132,7 @@ bool split_few(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhS
   }
   const float best_oriented = costs.get_oriented(oriented_cost), best_aligned = costs.get_aligned(aligned_cost);
   if (costs.is_cheaper_whole(std::min(best_aligned, best_oriented))) return false;
-  split_first(ctx, set, left, right);
+  split_apart(ctx, set, left, right);
   aligned = best_aligned <= best_oriented;
   return true;
 }
@@ -210,7 +203,7 @@ bool GasBvhSplitUnaligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& 
   if (set.count > GasBvhSplitSmall::most_items || !may_orient(ctx))
     return large_.split(ctx, set, left, right, aligned, threads);
   if (set.apart || (set.count == 2 && !aligned)) {  // lanes that the oriented node has left cost nothing
-    split_first(ctx, set, left, right);
+    split_apart(ctx, set, left, right);
     return true;
   }
   if (set.count == 2 || (set.count <= node_lanes && set.refitted)) return split_few(ctx, set, left, right, aligned);

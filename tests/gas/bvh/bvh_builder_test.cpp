@@ -39,12 +39,14 @@ TEST(BvhBuilder, keeps_every_invariant_on_any_boxes) {
 }
 
 // The surface of all nodes, in units of the root's: how many of them a random ray meets.
-TEST(BvhBuilder, splits_the_largest_part_next) {
+TEST(BvhBuilder, splits_the_largest_part_next_and_fills_lanes) {
   const BoxScene scene = make_box_scene(BoxKind::uniform, 4000, 1);
   double surface = 0.0;
   const GasBvh<4> tree = make_tree(scene.boxes);
-  for (const OracleNode& node : walk_tree(tree)) surface += node.frame.get_half_area() / tree.box.get_half_area();
-  EXPECT_LT(surface, 22.5);  // 21.5; 25.0 where the smallest is split
+  const std::vector<OracleNode> nodes = walk_tree(tree);
+  for (const OracleNode& node : nodes) surface += node.frame.get_half_area() / tree.box.get_half_area();
+  EXPECT_LT(surface, 22.5) << surface;  // 21.5; 25.0 where the smallest is split
+  EXPECT_LT(nodes.size(), 1650u);       // 1538; 1876 where lanes are left to chance
 }
 
 // A frame this small has no finite 255 / extent; nested quantized frames come down to it.
