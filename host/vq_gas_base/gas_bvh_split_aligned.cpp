@@ -6,11 +6,13 @@
 
 namespace {
 
-/// True if the set may be a leaf and costs no more as one. `cut_cost` is GasBvhSplitChoice::cost.
-bool is_cheaper_whole(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, float cut_cost, float padding) {
+/// True if the set may be a leaf and costs no more as one.
+template <class Search>
+bool is_cheaper_whole(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, const Search& search,
+                      const GasBvhSplitChoice& choice, float padding) {
   if (set.count > ctx.max_leaf) return false;
-  return gas_bvh_split_whole_cost(ctx, set) <=
-         ctx.aligned_cost + cut_cost / gas_bvh_split_padded_area(set.box, padding) * gas_bvh_split_unit_cost(ctx);
+  const float items = search.get_cut_cost(choice, padding) / gas_bvh_split_padded_area(set.box, padding);
+  return gas_bvh_split_whole_cost(ctx, set) <= ctx.aligned_cost + items * gas_bvh_split_unit_cost(ctx);
 }
 
 /// Four-wide trees with one item a leaf: small sets are split so that few lanes of their nodes stay empty.
@@ -32,7 +34,7 @@ bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasB
   const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first});
   const GasBvhSplitChoice choice = sorted.find(padding);
   if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, nullptr);
-  if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
+  if (is_cheaper_whole(ctx, set, sorted, choice, padding)) return false;
   gas_bvh_split_fill_halves(set, sorted.cut(choice), left, right);
   return true;
 }
@@ -65,7 +67,7 @@ bool GasBvhSplitAligned::split_any(const GasBvhSplitCtx& ctx, const GasBvhSplitS
   const float padding = gas_bvh_split_padding(set.box);
   const GasBvhSplitChoice choice = binned.find(padding);
   if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, threads);
-  if (is_cheaper_whole(ctx, set, choice.cost, padding)) return false;
+  if (is_cheaper_whole(ctx, set, binned, choice, padding)) return false;
   gas_bvh_split_fill_halves(set, binned.cut(choice, moved_.get_items()), left, right);
   return true;
 }

@@ -17,6 +17,7 @@ class GasBvhSplitBinned {
                     GasBvhSplitItemBins* item_bins, SysThreadManager* threads);
 
   GasBvhSplitChoice find(float padding);
+  float get_cut_cost(const GasBvhSplitChoice& choice, float /*padding*/) const { return choice.cost; }
   /// Moves the items of each side together, in their former order.
   /// @param moved  [set.count] scratch
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved);

@@ -16,7 +16,7 @@
 
 /// The best split of a set: the slots of `axis` below `plane` go left, the others right.
 struct GasBvhSplitChoice {
-  float cost = std::numeric_limits<float>::infinity();  ///< sum of area x cost over both sides; infinite: no split
+  float cost = std::numeric_limits<float>::infinity();  ///< sum of area x cost of a side; infinite: no split
   uint axis = 0;
   uint plane = 0;
   bool is_found() const { return cost < std::numeric_limits<float>::infinity(); }

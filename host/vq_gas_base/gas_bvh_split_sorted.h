@@ -1,7 +1,7 @@
 // host/vq_gas_base/gas_bvh_split_sorted.h
 //
-// The exact split search for small sets: one slot per item, sorted by its center. In trees with one item a leaf the
-// cost of a side is the number of nodes below it, so that few lanes of nodes stay empty.
+// The exact split search for small sets: one slot per item, sorted by its center. In four-wide trees the cost of a side
+// is the number of nodes below it, so that few lanes of nodes stay empty.
 #pragma once
 #include "vq_gas_base/gas_bvh_split_halves.h"
 #include "vq_gas_base/gas_bvh_split_items.h"
@@ -17,6 +17,8 @@ class GasBvhSplitSorted {
   GasBvhSplitChoice find(float padding) const {
     return is_flat_ ? GasBvhSplitChoice() : gas_bvh_split_search<most_items>(*this, count_, padding);
   }
+  /// The sum of area x weight over both sides of a cut.
+  float get_cut_cost(const GasBvhSplitChoice& choice, float padding) const;
   /// Puts the set's items in their new order.
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice, uint* moved = nullptr) const;
 
@@ -51,9 +53,7 @@ class GasBvhSplitSorted {
 /// three axes at once. Equal centers keep the order of the set.
 template <class Boxes>
 GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes)
-    : range_(ctx.order + set.first),
-      count_(set.count),
-      lanes_(ctx.max_leaf < 2 && ctx.item_weights == nullptr ? ctx.free_lanes / 2 : 0) {
+    : range_(ctx.order + set.first), count_(set.count), lanes_(ctx.item_weights == nullptr ? ctx.free_lanes / 2 : 0) {
   const SimdF zero(0.0f), one(1.0f), lowest(-std::numeric_limits<float>::infinity());
   SimdF centers[most_items], ranks[most_items];
   GasSimdBox center_sums;
@@ -78,6 +78,14 @@ GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSpli
     for (uint axis = 0; axis < 3; ++axis) order_[rank[axis]][axis] = static_cast<u8>(k);
   }
   is_flat_ = ((center_sums.high > center_sums.low).get_bits() & 7u) == 0;
+}
+
+inline float GasBvhSplitSorted::get_cut_cost(const GasBvhSplitChoice& choice, float padding) const {
+  if (lanes_ == 0 || !choice.is_found()) return choice.cost;
+  GasSimdBox left, right;
+  for (uint rank = 0; rank < count_; ++rank) (rank < choice.plane ? left : right).add(get_box(choice.axis, rank));
+  return gas_bvh_split_padded_area(left.get_bbox(), padding) * static_cast<float>(choice.plane) +
+         gas_bvh_split_padded_area(right.get_bbox(), padding) * static_cast<float>(count_ - choice.plane);
 }
 
 inline GasBvhSplitSides GasBvhSplitSorted::cut(const GasBvhSplitChoice& choice, uint* /*moved*/) const {

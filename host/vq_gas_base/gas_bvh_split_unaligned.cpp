@@ -60,6 +60,9 @@ class SmallBinned {
   SmallBinned(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const GasBvhSplitSlotBoxes& boxes)
       : search_(ctx, set, boxes, item_bins_, nullptr) {}
   GasBvhSplitChoice find(float padding) { return search_.find(padding); }
+  float get_cut_cost(const GasBvhSplitChoice& choice, float padding) const {
+    return search_.get_cut_cost(choice, padding);
+  }
   GasBvhSplitSides cut(const GasBvhSplitChoice& choice) { return search_.cut(choice, moved_); }
 
  private:
@@ -157,7 +160,7 @@ bool GasBvhSplitUnaligned::split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSet
     small_->measure(set, *space);
     in_space.emplace(small_->get_ctx(), part, small_->get_space_boxes(set));
     oriented = in_space->find(costs.get_padding());
-    oriented_cost = costs.get_oriented(oriented.cost);
+    oriented_cost = costs.get_oriented(in_space->get_cut_cost(oriented, costs.get_padding()));
   }
   const auto cut_in_space = [&] {
     fill_oriented_halves(set, *space, in_space->cut(oriented), left, right);
@@ -170,7 +173,7 @@ bool GasBvhSplitUnaligned::split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSet
 
   Search in_world(small_->get_ctx(), part, small_->get_world_boxes(set));
   const GasBvhSplitChoice choice = in_world.find(costs.get_padding());
-  const float cost = costs.get_aligned(choice.cost);
+  const float cost = costs.get_aligned(in_world.get_cut_cost(choice, costs.get_padding()));
   if (pays && oriented_cost < cost) return cut_in_space();
   if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, nullptr);
   if (costs.is_cheaper_whole(cost)) return false;
