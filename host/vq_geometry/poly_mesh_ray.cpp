@@ -7,10 +7,10 @@
 
 namespace {
 
-template <class T>
-inline bool hit_triangle(const GeometryShearedRay& ray, const GMathVec3<T>& position_a, const GMathVec3<T>& position_b,
-                         const GMathVec3<T>& position_c, GeometryCandidate& hit) {
-  const GeometryShearedVertex a(ray, position_a), b(ray, position_b), c(ray, position_c);
+/// @param get_corner  position of corner 0, 1 or 2
+template <class GetCorner>
+inline bool hit_triangle(const GeometryShearedRay& ray, const GetCorner& get_corner, GeometryCandidate& hit) {
+  const GeometryShearedVertex a(ray, get_corner(0)), b(ray, get_corner(1)), c(ray, get_corner(2));
   return geometry_hit_triangle(ray, a, b, c, hit);
 }
 
@@ -44,7 +44,8 @@ bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const Geomet
     other -= 3;
     GeometryCandidate hit;
     if (share_met_edge(sheared, triangle, other, get_position) &&
-        hit_triangle(sheared, get_position(other[0]), get_position(other[1]), get_position(other[2]), hit) &&
+        hit_triangle(
+            sheared, [&](uint k) { return get_position(other[k]); }, hit) &&
         hit.distance >= query.get_tnear(ray) && hit.distance < query.get_tfar(ray))
       return true;
   }
@@ -55,26 +56,32 @@ bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const Geomet
 
 // A function of its own for each kind of mesh: that of triangles at rest, which most meshes are, has no loop over
 // parts.
-template <bool all_triangles, class GetPositions>
+template <bool all_triangles, bool copied, class GetPositions>
 [[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                            uint primitive, GetPositions get_positions) const {
   for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
     if (!query.is_nearest() && query.is_stopped(ray)) continue;
     ++query.counter;
-    test_ray<all_triangles>(ctx, shader, query, primitive, ray, get_positions(ray));
+    test_ray<all_triangles, copied>(ctx, shader, query, primitive, ray, get_positions(ray));
   }
 }
 
-template <bool all_triangles, class GetPosition>
+template <bool all_triangles, bool copied, class GetPosition>
 inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
                                uint ray, GetPosition get_position) const {
   const GeometryShearedRay sheared(query.get_ray(ray));
   const u32* vertices =
       all_triangles ? polygon_vertices_.get() + std::size_t{3} * primitive : get_part_vertices(primitive, 0);
   for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
+    const auto get_corner = [&](uint k) -> decltype(auto) {
+      if constexpr (copied) {
+        return triangle_positions_.get()[std::size_t{3} * (get_first_part(primitive) + part) + k];
+      } else {
+        return get_position(vertices[k]);
+      }
+    };
     GeometryCandidate hit;
-    if (!hit_triangle(sheared, get_position(vertices[0]), get_position(vertices[1]), get_position(vertices[2]), hit))
-      continue;
+    if (!hit_triangle(sheared, get_corner, hit)) continue;
     hit.primitive = primitive;
     hit.part = part;
     if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, vertices, get_position)) continue;
@@ -97,24 +104,27 @@ template <class GetPosition>
 
 void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const {
-  const auto test = [&](const auto& get_positions) {
+  const auto test = [&]<bool copied>(std::bool_constant<copied>, const auto& get_positions) {
     if (is_all_triangles())
-      test_rays<true>(ctx, shader, query, primitive, get_positions);
+      test_rays<true, copied>(ctx, shader, query, primitive, get_positions);
     else
-      test_rays<false>(ctx, shader, query, primitive, get_positions);
+      test_rays<false, copied>(ctx, shader, query, primitive, get_positions);
   };
   const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
   if (!moving) {
-    return test([positions = positions_.get()](uint /*ray*/) {
+    const auto at_rest = [positions = positions_.get()](uint /*ray*/) {
       return [positions](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; };
-    });
+    };
+    if (triangle_positions_) [[unlikely]]  // large meshes wait for memory anyway
+      return test(std::true_type(), at_rest);
+    return test(std::false_type(), at_rest);
   }
   // The usual case: the rays' spans are those of the mesh's own samples, too, and need not be searched for each
   // triangle.
   const CtxMotionBlur* motion_blur = shader.motion_blur;
   const bool has_own_spans = motion_blur != nullptr && motion_blur->get_stamp() == query.span_stamp &&
                              motion_blur->get_time_sampling() == motion_sampling_;
-  test([this, &query, has_own_spans](uint ray) {
+  test(std::false_type(), [this, &query, has_own_spans](uint ray) {
     const GeometryRaySpan& span = query.spans[ray];
     const MotionBlend blend = has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
                                             : get_motion_blend(span.time);
