@@ -52,8 +52,9 @@ struct PolyMeshData {
   uint render_mode = 0;
   /// From this number of triangles on, the positions of each triangle's corners are copied next to each other: 36 bytes
   /// a triangle, and a ray test reads one or two cache lines in place of four. In small meshes, which fit into a cache,
-  /// the copy would take the cache's space.
+  /// the copy would take the cache's space. `no_copy` for meshes that no ray meets.
   u32 least_copied_triangles = 200'000;
+  static constexpr u32 no_copy = 0xFFFFFFFF;
 };
 
 class VQ_EXPORT PolyMesh final : public GeometryObject {

@@ -30,7 +30,9 @@ class DisplacedGround::Shape {
  public:
   explicit Shape(const MeshSource& source) {
     CoreString fault;
-    if (!base_.create(PolyMeshData(source.data), fault) || !displaced_.create(base_, *source.displacement, fault))
+    PolyMeshData data = source.data;
+    data.least_copied_triangles = PolyMeshData::no_copy;
+    if (!base_.create(std::move(data), fault) || !displaced_.create(base_, *source.displacement, fault))
       throw InputError(source.name, fault.get_data());
   }
 
