@@ -13,7 +13,7 @@ void call_start_leaf(const BvhTarget& target, BvhHits hits, BvhChildRef leaf, co
                      GeometryRaytraceCtx& query) {
   CoreBasicArray<uint> range;
   range.set_view(target.tree.order + leaf.index, leaf.get_count());
-  const BvhRayLeafFunction function = hits == BvhHits::nearest ? target.leaf.nearest : target.leaf.ray;
+  const BvhRayLeafFunction function = hits == BvhHits::all ? target.leaf.ray : target.leaf.nearest;
   function(ctx, shader, query, range, target.leaf.ray_user);
 }
 
@@ -36,7 +36,7 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
                    GeometryRaytraceCtx& query) {
   if (target.tree.oriented_count > 0) {
     // Queries for all hits have no oriented test, on purpose; gas_fur.h states the consequence for callers.
-    constexpr BvhKinds kinds = hits == BvhHits::nearest ? BvhKinds::all : BvhKinds::oriented_taken_as_aligned;
+    constexpr BvhKinds kinds = hits == BvhHits::all ? BvhKinds::oriented_taken_as_aligned : BvhKinds::all;
     traverse_rays<hits, time, visits, kinds>(target, start, ctx, shader, query);
   } else if (target.tree.quantized_count == 0) {
     traverse_rays<hits, time, visits, BvhKinds::aligned>(target, start, ctx, shader, query);
@@ -55,6 +55,16 @@ void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval
   }
 }
 
+template <BvhHits hits>
+void traverse_rays(const BvhTarget& target, const BvhStart& start, const CtxEval& ctx, CtxShader& shader,
+                   GeometryRaytraceCtx& query) {
+  if (target.motion != nullptr && query.spans != nullptr) {
+    traverse_rays<hits, BvhTime::moving>(target, start, ctx, shader, query);
+  } else {
+    traverse_rays<hits, BvhTime::still>(target, start, ctx, shader, query);
+  }
+}
+
 }  // namespace
 
 template <BvhHits hits>
@@ -65,10 +75,10 @@ void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader,
   const BvhStart start = bvh_find_start(target.tree, query.cluster);
   if (start.ref.is_empty()) return;
   if (start.ref.is_leaf()) return call_start_leaf(target, hits, start.ref, ctx, shader, query);
-  if (target.motion != nullptr && query.spans != nullptr) {
-    traverse_rays<hits, BvhTime::moving>(target, start, ctx, shader, query);
+  if (hits == BvhHits::nearest && query.settings.any_hit) {
+    traverse_rays<BvhHits::any>(target, start, ctx, shader, query);
   } else {
-    traverse_rays<hits, BvhTime::still>(target, start, ctx, shader, query);
+    traverse_rays<hits>(target, start, ctx, shader, query);
   }
 }
 

@@ -3,6 +3,7 @@
 // Ray traversal. One loop, compiled for each variant of a query:
 //
 //   hits     all: every leaf in the ray's interval        nearest: nearer children first, the interval shrinks
+//            any: larger children first, until something is hit
 //   time     still: static boxes, as built                moving: boxes blended between two motion samples
 //   visits   uncounted                                    counted: nodes and leaves per ray, for pictures and tuning
 //   kinds    aligned nodes alone                          8-bit nodes among them, oriented ones too
@@ -34,7 +35,11 @@ struct BvhLeafFunctions {
   void* frustum_user = nullptr;
 };
 
-enum class BvhHits { all, nearest };
+enum class BvhHits {
+  all,
+  nearest,
+  any,  ///< of kernels alone: a query for the nearest hits whose settings ask for any
+};
 
 /// What the callback of a leaf reads first, to be prefetched: a record for each place in the tree's order.
 struct BvhLeafRecords {
@@ -58,9 +63,9 @@ struct BvhTarget {
 ///
 /// Boxes are tested in single precision with the ray rounded outwards, so that no ray passes between two boxes that
 /// meet. The end of an interval is clamped to the largest finite float. A nearest query skips subtrees behind the
-/// recorded hit, but not those at the same distance. Allocates only while the thread's scratch is smaller than the
-/// tree's depth requires, and may then throw std::bad_alloc. Sources: Kay, Kajiya 1986 (slabs); Dammertz, Hanika,
-/// Keller 2008 (four-wide, nearest first).
+/// recorded hit, but not those at the same distance; one for any hit ends a ray at its first. Allocates only while the
+/// thread's scratch is smaller than the tree's depth requires, and may then throw std::bad_alloc. Sources: Kay, Kajiya
+/// 1986 (slabs); Dammertz, Hanika, Keller 2008 (four-wide, nearest first).
 template <BvhHits hits>
 void bvh_ray_hit(const BvhTarget& target, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query);
 

@@ -10,7 +10,7 @@
 //       bvh_blend_lanes     those of two motion samples blended in time
 //       bvh_test_lanes      four slab tests at once;
 //       bvh_test_oriented   four oriented boxes, each in its own frame
-//       take_nearest        continues with the nearest hit child, pushes the others
+//       take_next           continues with the nearest or largest hit child, pushes the others
 //     visit_leaf            the structure's leaf callback
 //
 // The loop is bound by the latency of these dependent steps and by mispredicted branches, then by cache misses; hence
@@ -114,7 +114,7 @@ class BvhTraversal {
       : tree_(target.tree),
         motion_(target.motion),
         prefetch_(target.tree, target.records),
-        leaf_function_(hits == BvhHits::nearest ? target.leaf.nearest : target.leaf.ray),
+        leaf_function_(hits == BvhHits::all ? target.leaf.ray : target.leaf.nearest),
         leaf_user_(target.leaf.ray_user),
         ctx_(ctx),
         shader_(shader),
@@ -169,6 +169,8 @@ class BvhTraversal {
           limit = gas_clamp_limit(distance);
           r.t_far = SimdF(limit);
           if constexpr (kinds == BvhKinds::all) oriented_ray_.set_limit(distance);
+        } else if constexpr (hits == BvhHits::any) {
+          if (query_.map->get_path(ray).distance <= GeometryIntersection::any_distance) return;
         }
       }
       do {
@@ -179,7 +181,7 @@ class BvhTraversal {
     }
   }
 
-  /// Descends to a leaf by the nearest hit child of each node and pushes the siblings. False when all children of a
+  /// Descends to a leaf by the next hit child of each node and pushes the siblings. False when all children of a
   /// node are missed.
   [[gnu::always_inline]] bool descend(const BvhRay& ray, BvhChildRef& at,
                                       Entry*& top) {  // as a call: 10 to 18 % slower; its steps, too, when moving
@@ -236,7 +238,7 @@ class BvhTraversal {
         to.box[1] = moved.b.get_lane(lane);
       }
     };
-    return take_nearest(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
+    return take_next(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
   }
 
   [[gnu::always_inline]] bool step_quantized(const BvhRay& ray, BvhChildRef& at, Entry*& top) {
@@ -260,7 +262,7 @@ class BvhTraversal {
       if constexpr (is_guarded) to.first_allowed = top->first_allowed;
       for (uint k = 0; k < std::size(decoded); ++k) to.box[k] = decoded[k].get_lane(lane);
     };
-    return take_nearest(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
+    return take_next(mask & get_used_lanes(at), entry, at, top, get_child, write_box);
   }
 
   bool step_oriented(const BvhRay& ray, BvhChildRef& at, Entry*& top) {
@@ -278,11 +280,35 @@ class BvhTraversal {
     }
     const auto get_child = [&](uint lane) { return node.child[lane]; };
     // No child is quantized, so none needs its box.
-    return take_nearest(mask, entry, at, top, get_child, [](Entry&, BvhChildRef, uint) {});
+    return take_next(mask, entry, at, top, get_child, [](Entry&, BvhChildRef, uint) {});
   }
 
-  /// Makes the nearest hit child the current one and pushes the others, nearest on top. Equal distances: the higher
-  /// lane first. False when none is hit.
+  /// Makes one of the hit children the current one and pushes the others. False when none is hit.
+  template <class GetChild, class WriteBox>
+  [[gnu::always_inline]] bool take_next(uint mask, const SimdF& entry, BvhChildRef& at, Entry*& top,
+                                        const GetChild& get_child, const WriteBox& write_box) {
+    if constexpr (hits == BvhHits::any) {
+      return take_largest(mask, at, top, get_child, write_box);
+    } else {
+      return take_nearest(mask, entry, at, top, get_child, write_box);
+    }
+  }
+
+  /// Lanes are in the order of their sizes, and a ray that enters a larger box is the likelier to hit something in it.
+  template <class GetChild, class WriteBox>
+  [[gnu::always_inline]] bool take_largest(uint mask, BvhChildRef& at, Entry*& top, const GetChild& get_child,
+                                           const WriteBox& write_box) {
+    if (mask == 0) return false;
+    const uint first = static_cast<uint>(std::countr_zero(mask));
+    for (mask &= mask - 1; mask != 0;) {
+      const uint last = static_cast<uint>(std::bit_width(mask)) - 1;
+      mask ^= 1u << last;
+      push(last, 0.0f, top, get_child, write_box);
+    }
+    return take(first, at, top, get_child, write_box);
+  }
+
+  /// The nearest child first, the others are pushed nearest on top. Equal distances: the higher lane first.
   template <class GetChild, class WriteBox>
   [[gnu::always_inline]] bool take_nearest(uint mask, const SimdF& entry, BvhChildRef& at, Entry*& top,
                                            const GetChild& get_child, const WriteBox& write_box) {
@@ -299,7 +325,7 @@ class BvhTraversal {
       const bool first_is_nearer = distance[first] < distance[second];
       const uint nearer = first_is_nearer ? first : second;
       const uint farther = first ^ second ^ nearer;
-      push(farther, distance, top, get_child, write_box);
+      push(farther, distance[farther], top, get_child, write_box);
       return take(nearer, at, top, get_child, write_box);
     }
     return take_nearest_of_many(first, second, mask, distance, at, top, get_child, write_box);
@@ -318,7 +344,7 @@ class BvhTraversal {
       for (; place > 0 && distance[order[place - 1]] < distance[lane]; --place) order[place] = order[place - 1];
       order[place] = lane;
     }
-    for (uint k = 0; k + 1 < count; ++k) push(order[k], distance, top, get_child, write_box);
+    for (uint k = 0; k + 1 < count; ++k) push(order[k], distance[order[k]], top, get_child, write_box);
     return take(order[count - 1], at, top, get_child, write_box);
   }
 
@@ -332,13 +358,13 @@ class BvhTraversal {
 
   /// The stack's size is computed from the tree's depth: it overflows only on a guarded path, which may be longer.
   template <class GetChild, class WriteBox>
-  void push(uint lane, const float (&distance)[4], Entry*& top, const GetChild& get_child, const WriteBox& write_box) {
+  void push(uint lane, float distance, Entry*& top, const GetChild& get_child, const WriteBox& write_box) {
     if (is_guarded && top + 1 == stack_end_) return;
     const BvhChildRef child = get_child(lane);
     prefetch_.prefetch(child);
     write_box(*top, child, lane);
     top->ref = child;
-    top->distance = distance[lane];
+    top->distance = distance;
     ++top;
   }
 
@@ -347,7 +373,7 @@ class BvhTraversal {
     if constexpr (visits == BvhVisits::counted) ++query_.visits[ray].leaves;
     range_.set_view(tree_.order + leaf.index, leaf.get_count());
     leaf_function_(ctx_, shader_, query_, range_, leaf_user_);
-    return hits == BvhHits::nearest || !query_.is_stopped(ray);
+    return hits != BvhHits::all || !query_.is_stopped(ray);
   }
 
   void count_node() {

@@ -119,7 +119,6 @@ TEST(GasQueryRules, any_hit_is_found_where_there_is_a_nearest_and_ends_its_ray) 
         const bool is_hit = nearest[k].record.geometry != nullptr;
         ASSERT_EQ(any[k].record.geometry != nullptr, is_hit) << describe(rays[k]);
         EXPECT_EQ(any[k].record.distance, is_hit ? GeometryIntersection::any_distance : rays[k].tfar);
-        ASSERT_LE(any[k].leaves, nearest[k].leaves) << describe(rays[k]);
         hits += is_hit;
         nearest_leaves += nearest[k].leaves;
         any_leaves += any[k].leaves;
