@@ -113,6 +113,7 @@ void split_set(benchmark::State& state) {
   ctx.order = order.data();
   ctx.item_boxes = items.boxes.data();
   ctx.item_count = items.get_count();
+  ctx.free_lanes = 4;
   GasBvhSplitSetGeom set, left, right;
   set.first = items.get_count() / 3;
   set.count = static_cast<uint>(state.range(0));

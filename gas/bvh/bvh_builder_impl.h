@@ -24,11 +24,11 @@ struct BvhChildSets {
   uint count = 0;
   u8 order[4] = {0, 1, 2, 3};  ///< [lane]: position in `set`
 
-  /// The largest set that may still be split; the lowest lane among equals. 4 when there is none.
-  uint find_largest() const {
+  /// The set to be split next; the lowest lane among equals. 4 when there is none.
+  uint find_next() const {
     uint best = 4;
     for (uint lane = 0; lane < count; ++lane) {
-      if (!set[lane].leaf && (best == 4 || set[lane].area > set[best].area)) best = lane;
+      if (!set[lane].leaf && (best == 4 || set[lane].priority > set[best].priority)) best = lane;
     }
     return best;
   }
@@ -86,8 +86,8 @@ class BvhSubtreeBuilder {
   }
 
  private:
-  /// Splits the set, then repeatedly the largest part, until there are four parts or none can be split. False when the
-  /// set itself is not split.
+  /// Splits the set, then repeatedly the part of the highest priority, until there are four parts or none can be split.
+  /// False when the set itself is not split.
   bool split_children(const GasBvhSplitSetGeom& set, BvhChildSets& children, bool& aligned, uint depth) {
     SysThreadManager* threads = depth < build_.task_depth_limit ? build_.threads : nullptr;
     const auto split = [&](const GasBvhSplitSetGeom& whole, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right) {
@@ -100,7 +100,7 @@ class BvhSubtreeBuilder {
     if (!split(set, children.set[0], children.set[1])) return false;
     children.count = 2;
     while (children.count < 4) {
-      const uint lane = children.find_largest();
+      const uint lane = children.find_next();
       if (lane == 4) break;
       GasBvhSplitSetGeom left;
       if (split(children.set[lane], left, children.set[children.count])) {

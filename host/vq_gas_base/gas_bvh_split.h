@@ -36,9 +36,10 @@ struct GasBvhSplitSet {
 
 struct GasBvhSplitSetGeom : GasBvhSplitSet {
   GMathBbox3<float> box;  ///< in the builder's space
-  float area = 0.0f;  ///< half the surface of `box`, or what the strategy puts in its place; the largest is split first
-  bool leaf = false;  ///< not to be split any further
-  bool apart = false;  ///< each item gets a lane of its own
+  float area = 0.0f;      ///< half the surface of the box; larger children get lower lanes
+  float priority = 0.0f;  ///< of the children of a node, the one with the highest is split next
+  bool leaf = false;      ///< not to be split any further
+  bool apart = false;     ///< each item gets a lane of its own
   // Of the oriented strategy:
   bool has_space = false;          ///< the set is in an oriented node
   GMathLinearSpace3<float> space;  ///< the space in which the set was split off, or after refit() its own
@@ -84,12 +85,12 @@ struct GasBvhSplitItemBins {
 };
 
 /// Binned surface-area split on the centroids (Wald 2007, "On fast Construction of SAH-based Bounding Volume
-/// Hierarchies"). The result depends on the set alone, never on the number of threads.
+/// Hierarchies"). The result depends on the set and `free_lanes` alone, never on the number of threads.
 class VQ_EXPORT GasBvhSplitAligned {
  public:
-  /// Permutes the set's range and fills both halves (range, box, area; of halves that are to be split earlier or later
-  /// a larger or smaller area). False when it does not split the set: only for sets of at most max_leaf items that are
-  /// cheaper as a leaf. Does not change `aligned`. With a thread manager a large set is split on its threads.
+  /// Permutes the set's range and fills both halves (range, box, area, priority). False when it does not split the set:
+  /// only for sets of at most max_leaf items that are cheaper as a leaf. Does not change `aligned`. With a thread
+  /// manager a large set is split on its threads.
   bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
              bool& aligned, SysThreadManager* threads);
 
@@ -106,15 +107,14 @@ class VQ_EXPORT GasBvhSplitAligned {
 /// preferred spaces, and chooses oriented boxes where they cost less (Woop, Benthin, Wald, Johnson, Afra 2014,
 /// "Exploiting Local Orientation Similarity for Efficient Ray Traversal of Hair and Fur"). The oriented split is
 /// searched with capsules that approximate the items; only refit() measures the items themselves. The result depends on
-/// the set alone, never on the number of threads.
+/// the set and `free_lanes` alone, never on the number of threads.
 class VQ_EXPORT GasBvhSplitUnaligned {
  public:
   GasBvhSplitUnaligned();
   GasBvhSplitUnaligned(GasBvhSplitUnaligned&& other) noexcept;
   ~GasBvhSplitUnaligned();
   /// As GasBvhSplitAligned::split(), and sets `aligned` to false when the halves should have oriented boxes; does not
-  /// change it otherwise. The halves then get the space of the split; their area is that of their boxes in it,
-  /// larger or smaller for sets that are to be split earlier or later.
+  /// change it otherwise. The halves then get the space of the split; their area is that of their boxes in it.
   bool split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left, GasBvhSplitSetGeom& right,
              bool& aligned, SysThreadManager* threads);
   /// Gives `set` the space of its items' mean direction and its tight box in it, with every extent large

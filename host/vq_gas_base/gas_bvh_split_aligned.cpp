@@ -18,20 +18,11 @@ bool is_cheaper_whole(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, 
 /// Four-wide trees with one item a leaf: small sets are split so that few lanes of their nodes stay empty.
 bool fills_lanes(const GasBvhSplitCtx& ctx) { return ctx.free_lanes != 0 && ctx.max_leaf < 2; }
 
-/// A pair that gets two lanes saves a node of its own, while 4, 7, 10 ... items fill all lanes of theirs.
-void set_priority(GasBvhSplitSetGeom& half) {
-  if (half.count < 2 || half.count > GasBvhSplitSorted::most_items) return;
-  half.area *= half.count == 2 ? 3.0f : half.count % 3 == 1 ? 0.5f : 1.0f;
-}
-
 bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                   GasBvhSplitSetGeom& right) {
-  if (set.count == 2 && ctx.max_leaf < 2) {  // a third of all calls
-    gas_bvh_split_at(ctx, set, 1, left, right, nullptr);
-    return true;
-  }
   const float padding = gas_bvh_split_padding(set.box);
-  const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first});
+  const GasBvhSplitSorted sorted(ctx, set, GasBvhSplitWorldBoxes{ctx.item_boxes, ctx.order + set.first},
+                                 fills_lanes(ctx) ? ctx.free_lanes : 0);
   const GasBvhSplitChoice choice = sorted.find(padding);
   if (!choice.is_found()) return gas_bvh_split_fallback(ctx, set, left, right, nullptr);
   if (is_cheaper_whole(ctx, set, sorted, choice, padding)) return false;
@@ -44,15 +35,16 @@ bool split_sorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasB
 bool GasBvhSplitAligned::split(GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                                GasBvhSplitSetGeom& right, bool& /*aligned*/, SysThreadManager* threads) {
   if (set.count < 2) return false;
-  if (!fills_lanes(ctx)) return split_any(ctx, set, left, right, threads);
   const uint sure_lanes = ctx.free_lanes == 4 ? 4 : 2;  // at later splits another set may get the remaining lanes
-  if (set.apart || set.count <= sure_lanes) {
+  if (ctx.max_leaf < 2 && (set.apart || set.count <= sure_lanes)) {
     gas_bvh_split_apart(ctx, set, left, right);
     return true;
   }
   if (!split_any(ctx, set, left, right, threads)) return false;
-  set_priority(left);
-  set_priority(right);
+  if (fills_lanes(ctx)) {
+    gas_bvh_split_set_priority(left);
+    gas_bvh_split_set_priority(right);
+  }
   return true;
 }
 

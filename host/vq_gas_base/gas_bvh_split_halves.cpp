@@ -10,12 +10,12 @@ void gas_bvh_split_fill_halves(const GasBvhSplitSetGeom& set, const GasBvhSplitS
   left.first = first;
   left.count = left_count;
   left.box = sides.left.get_bbox();
-  left.area = left.box.get_half_area();
+  left.area = left.priority = left.box.get_half_area();
   left.has_space = left.refitted = left.apart = false;
   right.first = first + left_count;
   right.count = right_count;
   right.box = sides.right.get_bbox();
-  right.area = right.box.get_half_area();
+  right.area = right.priority = right.box.get_half_area();
   right.has_space = right.refitted = right.apart = false;
 }
 

@@ -10,7 +10,8 @@ struct GasBvhSplitSides {
   GasSimdBox left, right;
 };
 
-/// Writes range, box and area of both halves; `sides` has boxes along the world's axes. Marks both as not refitted.
+/// Writes range, box, area and priority of both halves; `sides` has boxes along the world's axes. Marks both as not
+/// refitted.
 void gas_bvh_split_fill_halves(const GasBvhSplitSetGeom& set, const GasBvhSplitSides& sides, GasBvhSplitSetGeom& left,
                                GasBvhSplitSetGeom& right);
 
@@ -38,5 +39,14 @@ inline float gas_bvh_split_unit_cost(const GasBvhSplitCtx& ctx) {
 
 /// Half the surface of the box with `padding` added to every extent.
 inline float gas_bvh_split_padded_area(const GMathBbox3<float>& box, float padding) {
-  return GMathBbox3<float>(box.min, box.max + GMathVec3<float>(padding, padding, padding)).get_half_area();
+  const GMathVec3<float> extent = box.get_extent();
+  return GMathBbox3<float>({0.0f, 0.0f, 0.0f}, extent + GMathVec3<float>(padding, padding, padding)).get_half_area();
+}
+
+/// For trees with one item a leaf, so that few lanes stay empty: a pair that gets two lanes saves a node of its own,
+/// while 4, 7, 10 ... items fill all lanes of theirs.
+inline void gas_bvh_split_set_priority(GasBvhSplitSetGeom& half) {
+  constexpr uint most_items = 16;  // of more, the number tells nothing
+  const bool is_small = half.count > 1 && half.count <= most_items;
+  half.priority = half.area * (!is_small ? 1.0f : half.count == 2 ? 3.0f : half.count % 3 == 1 ? 0.5f : 1.0f);
 }

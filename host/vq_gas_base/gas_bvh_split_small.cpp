@@ -17,10 +17,7 @@ bool GasBvhSplitSmall::is_loaded(const GasBvhSplitCtx& ctx, const GasBvhSplitSet
 }
 
 void GasBvhSplitSmall::load(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set) {
-  if (is_loaded(ctx, set)) {
-    ctx_.free_lanes = ctx.free_lanes;
-    return;
-  }
+  if (is_loaded(ctx, set)) return;
   ctx_ = ctx;
   ctx_.order = slots_;
   ctx_.item_weights = ctx.item_weights != nullptr ? weights_ : nullptr;

@@ -11,8 +11,9 @@ class GasBvhSplitSorted {
   /// Sets of at most this many items are searched between single items instead of bins.
   static constexpr uint most_items = 16;
 
+  /// @param free_lanes  GasBvhSplitCtx::free_lanes of the split; 0: nodes are not counted
   template <class Boxes>
-  GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes);
+  GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes, uint free_lanes);
 
   GasBvhSplitChoice find(float padding) const {
     return is_flat_ ? GasBvhSplitChoice() : gas_bvh_split_search<most_items>(*this, count_, padding);
@@ -32,8 +33,8 @@ class GasBvhSplitSorted {
   }
 
  private:
-  /// The nodes below a side with so many lanes: each fills one lane and has four. Items are reached in any case, and
-  /// decide only between equal numbers of nodes.
+  /// The nodes below a side with so many lanes: each fills one lane and has four. Items count little: they are reached
+  /// however the set is split.
   static float get_node_cost(uint item_count, uint lanes) {
     const uint nodes = item_count > lanes ? (item_count - lanes + 2) / 3 : 0;
     return static_cast<float>(nodes) + static_cast<float>(item_count) * 0x1p-5f;
@@ -52,8 +53,9 @@ class GasBvhSplitSorted {
 /// The rank of an item is the number of items before it, counted over all pairs: quadratic, but without a branch and on
 /// three axes at once. Equal centers keep the order of the set.
 template <class Boxes>
-GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes)
-    : range_(ctx.order + set.first), count_(set.count), lanes_(ctx.item_weights == nullptr ? ctx.free_lanes / 2 : 0) {
+GasBvhSplitSorted::GasBvhSplitSorted(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const Boxes& item_boxes,
+                                     uint free_lanes)
+    : range_(ctx.order + set.first), count_(set.count), lanes_(ctx.item_weights == nullptr ? free_lanes / 2 : 0) {
   const SimdF zero(0.0f), one(1.0f), lowest(-std::numeric_limits<float>::infinity());
   SimdF centers[most_items], ranks[most_items];
   GasSimdBox center_sums;

@@ -57,7 +57,8 @@ class Costs {
 /// GasBvhSplitBinned for a small set, with the interface of GasBvhSplitSorted.
 class SmallBinned {
  public:
-  SmallBinned(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const GasBvhSplitSlotBoxes& boxes)
+  SmallBinned(const GasBvhSplitCtx& ctx, const GasBvhSplitSet& set, const GasBvhSplitSlotBoxes& boxes,
+              uint /*free_lanes*/)
       : search_(ctx, set, boxes, item_bins_, nullptr) {}
   GasBvhSplitChoice find(float padding) { return search_.find(padding); }
   float get_cut_cost(const GasBvhSplitChoice& choice, float padding) const {
@@ -107,10 +108,6 @@ void make_invertible(GMathBbox3<float>& box) {
   for (uint axis = 0; axis < 3; ++axis) widen(box, axis, std::max({largest * 1.1e-6f, farthest * 0x1.2p-20f, least}));
 }
 
-/// A pair that gets two lanes saves a node of its own, while four items fill one: trees have 13 % less nodes than by
-/// area alone, and rays visit as many.
-float get_priority(uint item_count) { return item_count == 2 ? 3.0f : item_count == node_lanes ? 0.3f : 1.0f; }
-
 float get_capsule_area(const GasBvhSplitCtx& ctx, uint item) {
   return GasBvhSplitCapsule(ctx.item_boxes[item], ctx.item_spaces[item]).get_half_area();
 }
@@ -118,8 +115,8 @@ float get_capsule_area(const GasBvhSplitCtx& ctx, uint item) {
 void split_apart(const GasBvhSplitCtx& ctx, const GasBvhSplitSetGeom& set, GasBvhSplitSetGeom& left,
                  GasBvhSplitSetGeom& right) {
   gas_bvh_split_apart(ctx, set, left, right);
-  left.area = get_capsule_area(ctx, ctx.order[set.first]);
-  right.area = get_capsule_area(ctx, ctx.order[set.first + 1]);
+  left.area = left.priority = get_capsule_area(ctx, ctx.order[set.first]);
+  right.area = right.priority = get_capsule_area(ctx, ctx.order[set.first + 1]);
 }
 
 /// At most as many items as a node has lanes, or two: each gets a lane, and there is nothing to search.
@@ -158,7 +155,7 @@ bool GasBvhSplitUnaligned::split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSet
   float oriented_cost = std::numeric_limits<float>::infinity();
   if (space) {
     small_->measure(set, *space);
-    in_space.emplace(small_->get_ctx(), part, small_->get_space_boxes(set));
+    in_space.emplace(small_->get_ctx(), part, small_->get_space_boxes(set), ctx.free_lanes);
     oriented = in_space->find(costs.get_padding());
     oriented_cost = costs.get_oriented(in_space->get_cut_cost(oriented, costs.get_padding()));
   }
@@ -171,7 +168,7 @@ bool GasBvhSplitUnaligned::split_small(GasBvhSplitCtx& ctx, const GasBvhSplitSet
   const bool pays = oriented.is_found() && !costs.is_cheaper_whole(oriented_cost);
   if (pays && set.has_space) return cut_in_space();
 
-  Search in_world(small_->get_ctx(), part, small_->get_world_boxes(set));
+  Search in_world(small_->get_ctx(), part, small_->get_world_boxes(set), ctx.free_lanes);
   const GasBvhSplitChoice choice = in_world.find(costs.get_padding());
   const float cost = costs.get_aligned(in_world.get_cut_cost(choice, costs.get_padding()));
   if (pays && oriented_cost < cost) return cut_in_space();
@@ -196,7 +193,8 @@ void GasBvhSplitUnaligned::fill_oriented_halves(const GasBvhSplitSetGeom& set, c
   for (GasBvhSplitSetGeom* half : {&left, &right}) {
     half->has_space = true;
     half->space = space;
-    half->area = half->space_box.get_half_area() * get_priority(half->count);
+    half->area = half->space_box.get_half_area();
+    gas_bvh_split_set_priority(*half);
   }
 }
 

@@ -81,7 +81,7 @@ class Checker {
   /// From the last node to the first, so that children come before their parents.
   void check_boxes() {
     std::vector<FloatBox> exact(nodes_.size());
-    std::vector<uint> counts(nodes_.size(), 0), lane_counts(nodes_.size() * 4);
+    std::vector<uint> counts(nodes_.size(), 0);
     std::vector<FloatBox> lanes(nodes_.size() * 4);
     for (u32 at = static_cast<u32>(nodes_.size()); at-- > 0;) {
       node_ = &nodes_[at];
@@ -89,18 +89,14 @@ class Checker {
         const OracleChild child = get_oracle_child(tree_, *node_, lane);
         if (!child.is_leaf()) continue;
         lanes[at * 4 + lane] = unite_items(child.index, child.get_count());
-        lane_counts[at * 4 + lane] = child.get_count();
+        counts[at] += child.get_count();
       }
-      for (uint lane = 0; lane < node_->count; ++lane) {
-        exact[at] = unite(exact[at], lanes[at * 4 + lane]);
-        counts[at] += lane_counts[at * 4 + lane];
-      }
+      for (uint lane = 0; lane < node_->count; ++lane) exact[at] = unite(exact[at], lanes[at * 4 + lane]);
       require(counts[at] > threshold_, "an inner node over no more items than the leaf threshold");
       check_lane_boxes(&lanes[at * 4]);
-      check_lane_order(&lanes[at * 4], &lane_counts[at * 4]);
       if (at == 0) break;
       lanes[node_->parent * 4 + node_->lane] = exact[at];
-      lane_counts[node_->parent * 4 + node_->lane] = counts[at];
+      counts[node_->parent] += counts[at];
     }
     require(counts[0] == tree_.item_count, "items below the root");
     require(tree_.box == exact[0], "root box");
@@ -169,19 +165,9 @@ class Checker {
         require(box.min[axis] >= node_->frame.min[axis] && box.max[axis] <= node_->frame.max[axis] + slack,
                 "a lane reaches out of its node's frame");
       }
-    }
-  }
-
-  /// The larger first. With one item a leaf a pair counts as three times as large as it is, 4, 7, ... items as half.
-  void check_lane_order(const FloatBox* exact, const uint* item_counts) const {
-    const auto get_size = [&](uint lane) {
-      const uint count = item_counts[lane];
-      const bool is_small = max_leaf_ == 1 && count > 1 && count <= 16;
-      return get_area(exact[lane]) * (!is_small ? 1.0f : count == 2 ? 3.0f : count % 3 == 1 ? 0.5f : 1.0f);
-    };
-    for (uint lane = 1; lane < node_->count; ++lane) {
-      const float before = get_size(lane - 1), size = get_size(lane);
-      require(!(size > before * 1.000001f) || !std::isfinite(size), "areas increase");
+      if (lane == 0) continue;
+      const float before = get_area(exact[lane - 1]), area = get_area(exact[lane]);
+      require(!(area > before * 1.000001f) || !std::isfinite(area), "areas increase");
     }
   }
 
