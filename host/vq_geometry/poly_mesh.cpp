@@ -148,7 +148,7 @@ bool PolyMesh::store(PolyMeshData&& data) {
   polygon_count_ = static_cast<uint>(data.polygon_sizes.size());
   render_mode_ = data.render_mode;
   if (!copy_items(positions_, data.positions) || !store_polygons(data) || !store_motion(data)) return false;
-  if (get_first_part(polygon_count_) >= data.least_copied_triangles && !copy_triangles()) return false;
+  if (get_first_part(polygon_count_) >= data.least_copied_triangles) copy_triangles();
   polygon_groups_ = std::move(data.polygon_groups);
   edge_visible_ = std::move(data.edge_visible);
   normals_ = std::move(data.normals);
@@ -208,14 +208,13 @@ bool PolyMesh::triangulate() {
   return true;
 }
 
-bool PolyMesh::copy_triangles() {
+void PolyMesh::copy_triangles() {
   const std::size_t corners = std::size_t{3} * get_first_part(polygon_count_);
-  if (corners == 0 || has_motion()) return true;
+  if (corners == 0 || has_motion()) return;
   triangle_positions_ = CoreAlignedArray<GMathVec3<float>>(corners, 64);
-  if (!triangle_positions_) return false;
+  if (!triangle_positions_) return;
   const u32* vertices = get_part_vertices(0, 0);
   for (std::size_t corner = 0; corner < corners; ++corner) triangle_positions_[corner] = positions_[vertices[corner]];
-  return true;
 }
 
 bool PolyMesh::store_motion(const PolyMeshData& data) {

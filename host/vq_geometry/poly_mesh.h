@@ -3,7 +3,7 @@
 // A mesh of polygons. One primitive is one polygon, numbered as in the input; the parts of a hit are its triangles.
 //
 //   positions_          [vertex]                   at rest
-//   triangle_positions_ [3 * triangle]             the same, of the corners of each triangle; in large meshes only
+//   triangle_positions_ [3 * triangle]             the same of each triangle's corners; only in large meshes at rest
 //   motion_positions_   [vertex * samples + k]     the samples of a vertex are adjacent
 //   polygon_vertices_   [corner]                   corners run through the polygons in order
 //
@@ -52,7 +52,8 @@ struct PolyMeshData {
   uint render_mode = 0;
   /// From this number of triangles on, the positions of each triangle's corners are copied next to each other: 36 bytes
   /// a triangle, and a ray test reads one or two cache lines in place of four. In small meshes, which fit into a cache,
-  /// the copy would take the cache's space. `no_copy` for meshes that no ray meets.
+  /// the copy would take the cache's space. Meshes with motion samples have no copy, nor do those for which there is
+  /// too little memory. `no_copy` for meshes that no ray meets.
   u32 least_copied_triangles = 200'000;
   static constexpr u32 no_copy = 0xFFFFFFFF;
 };
@@ -184,7 +185,7 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   bool store(PolyMeshData&& data);
   bool store_polygons(const PolyMeshData& data);
   bool triangulate();
-  bool copy_triangles();
+  void copy_triangles();
   bool store_motion(const PolyMeshData& data);
   void find_group_motion();
   void clear();
