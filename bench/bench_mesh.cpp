@@ -204,6 +204,13 @@ void bench_add_motion(BenchMesh& mesh, uint sample_count) {
   }
 }
 
+void bench_prepare_for_peers(BenchMesh& mesh) {
+  mesh.positions.reserve(mesh.positions.size() + 1);
+  if (mesh.get_triangle_count() < PolyMeshData().least_copied_triangles || !mesh.samples.empty()) return;
+  mesh.corners.reserve(mesh.indices.size());
+  for (const u32 index : mesh.indices) mesh.corners.push_back(mesh.positions[index]);
+}
+
 bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh) {
   CoreString fault;
   return poly_mesh.create(make_data(mesh), fault);

@@ -13,6 +13,8 @@ struct BenchMesh {
   std::string name;
   std::vector<GMathVec3<float>> positions;
   std::vector<u32> indices;  ///< three per triangle
+  /// The positions of each triangle's corners, copied as PolyMesh copies them in large meshes; else empty. For peers.
+  std::vector<GMathVec3<float>> corners;
   /// The positions of each motion sample over [0, 1]; between two samples vertices move in straight lines. Static:
   /// none.
   std::vector<std::vector<GMathVec3<float>>> samples;
@@ -55,5 +57,7 @@ bool bench_make_mesh(const std::string& name, BenchMesh& mesh);
 /// Makes the mesh move in `sample_count` samples: it turns by a sixth of a circle, grows by a tenth and rises.
 void bench_add_motion(BenchMesh& mesh, uint sample_count);
 
+/// What peers need: the copy of corners, and room behind the last position, because Embree reads four bytes past it.
+void bench_prepare_for_peers(BenchMesh& mesh);
 /// Makes the library's own mesh. False if the library rejects it.
 bool bench_fill_poly_mesh(const BenchMesh& mesh, PolyMesh& poly_mesh);

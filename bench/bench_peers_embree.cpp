@@ -26,13 +26,11 @@ struct TriangleHit {
 
 /// Möller, Trumbore 1997, "Fast, Minimum Storage Ray/Triangle Intersection", both faces, in double precision. Divides
 /// only after a hit is certain, because most rays miss.
-template <class GetPosition>
-inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const GetPosition& get_position, const RTCRay& ray,
-                         TriangleHit& hit) {
-  const u32* index = mesh.indices.data() + std::size_t{3} * triangle;
-  const GMathVec3<double> a = get_position(index[0]);
-  const GMathVec3<double> ab = get_position(index[1]) - a;
-  const GMathVec3<double> ac = get_position(index[2]) - a;
+template <class GetCorner>
+inline bool hit_triangle(const GetCorner& get_corner, const RTCRay& ray, TriangleHit& hit) {
+  const GMathVec3<double> a = get_corner(0);
+  const GMathVec3<double> ab = get_corner(1) - a;
+  const GMathVec3<double> ac = get_corner(2) - a;
   const GMathVec3<double> direction(ray.dir_x, ray.dir_y, ray.dir_z);
   const GMathVec3<double> p = direction.cross(ac);
   const double determinant = ab.dot(p);
@@ -51,14 +49,18 @@ inline bool hit_triangle(const BenchMesh& mesh, uint triangle, const GetPosition
 /// The same at the time of the ray.
 inline bool hit_triangle(const void* user_data, uint triangle, const RTCRay& ray, TriangleHit& hit) {
   const BenchMesh& mesh = *static_cast<const BenchMesh*>(user_data);
+  const std::size_t first = std::size_t{3} * triangle;
+  if (!mesh.corners.empty()) {
+    const GMathVec3<float>* corners = mesh.corners.data() + first;
+    return hit_triangle([=](uint k) { return GMathVec3<double>(corners[k]); }, ray, hit);
+  }
+  const u32* vertices = mesh.indices.data() + first;
   if (mesh.samples.empty()) {
     const GMathVec3<float>* positions = mesh.positions.data();
-    return hit_triangle(
-        mesh, triangle, [=](u32 vertex) { return GMathVec3<double>(positions[vertex]); }, ray, hit);
+    return hit_triangle([=](uint k) { return GMathVec3<double>(positions[vertices[k]]); }, ray, hit);
   }
   const BenchMesh::Moment moment = mesh.get_moment(double(ray.time));
-  return hit_triangle(
-      mesh, triangle, [&](u32 vertex) { return moment.get_position(vertex); }, ray, hit);
+  return hit_triangle([&](uint k) { return moment.get_position(vertices[k]); }, ray, hit);
 }
 
 /// Called with one valid ray: the callers below use no packets.

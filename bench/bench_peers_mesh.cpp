@@ -29,7 +29,7 @@ std::vector<std::string> peer_get_mesh_peers() {
 }
 
 PeerMesh::PeerMesh(BenchMesh mesh) : mesh_(std::move(mesh)) {
-  mesh_.positions.reserve(mesh_.positions.size() + 1);  // the peer reads four bytes past the last position
+  bench_prepare_for_peers(mesh_);
   valid_ = bench_fill_poly_mesh(mesh_, *poly_mesh_);
   only_object_.objects.push_back({0, {BenchMatrix()}});
   only_object_.first_triangles = {0};

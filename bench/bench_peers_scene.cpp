@@ -18,7 +18,7 @@ std::vector<std::string> peer_get_scene_peers() {
 
 PeerScene::PeerScene(BenchObjects objects, bool is_bundle) : objects_(std::move(objects)), is_bundle_(is_bundle) {
   for (BenchMesh& mesh : objects_.meshes) {
-    mesh.positions.reserve(mesh.positions.size() + 1);  // the peer reads four bytes past the last position
+    bench_prepare_for_peers(mesh);
     meshes_.push_back(std::make_shared<PolyMesh>());
     valid_ = bench_fill_poly_mesh(mesh, *meshes_.back()) && valid_;
   }
