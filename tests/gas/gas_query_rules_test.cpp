@@ -40,11 +40,11 @@ struct RayTrail {
 };
 
 std::vector<RayTrail> follow_rays(QueryWorld& world, const GasObject& structure, const std::vector<TestRay>& rays,
-                                  const CtxMotionBlur* blur, bool any_hit, bool is_filtered) {
+                                  const CtxMotionBlur* blur, bool any_hit, bool is_filtered, bool is_counted = true) {
   std::vector<GeometryRayVisits> visits(rays.size());
   GeometryRayPacket packet;
   ask_rays(world, structure, packet, rays, {true, blur, [&](GeometryRaytraceCtx& query) {
-                                              query.visits = visits.data();
+                                              query.visits = is_counted ? visits.data() : nullptr;
                                               query.settings.any_hit = any_hit;
                                               if (is_filtered) query.push_filter({reject_third});
                                             }});
@@ -114,10 +114,13 @@ TEST(GasQueryRules, any_hit_is_found_where_there_is_a_nearest_and_ends_its_ray) 
       const bool is_filtered = kind >= 2;
       const auto nearest = follow_rays(world, *structure, rays, motion, false, is_filtered);
       const auto any = follow_rays(world, *structure, rays, motion, true, is_filtered);
+      const auto uncounted = follow_rays(world, *structure, rays, motion, true, is_filtered, false);
       uint hits = 0, nearest_leaves = 0, any_leaves = 0;
       for (uint k = 0; k < rays.size(); ++k) {
         const bool is_hit = nearest[k].record.geometry != nullptr;
         ASSERT_EQ(any[k].record.geometry != nullptr, is_hit) << describe(rays[k]);
+        ASSERT_EQ(uncounted[k].record.geometry, any[k].record.geometry) << describe(rays[k]);
+        ASSERT_EQ(uncounted[k].record.primitive, any[k].record.primitive) << describe(rays[k]);
         EXPECT_EQ(any[k].record.distance, is_hit ? GeometryIntersection::any_distance : rays[k].tfar);
         hits += is_hit;
         nearest_leaves += nearest[k].leaves;

@@ -87,6 +87,33 @@ TEST(BvhKernel, visits_nearer_lanes_first_and_of_equal_ones_the_higher) {
   }
 }
 
+// While nothing is hit, a query for any hit visits what one for the nearest does, in another order.
+TEST(BvhKernel, any_hit_visits_lanes_in_their_order_until_something_is_hit) {
+  const auto ask_any = [](GeometryRaytraceCtx& query) { query.settings.any_hit = true; };
+  const FloatBox near({1, -1, -1}, {3, 1, 1}), far({2, -1, -1}, {3, 1, 1});
+  const GasBvh<4> node = make_node_by_hand({far, near, far, near});
+  BoxQuery one({{{0, 0, 0}, {1, 0, 0}}});
+  one.run<BvhHits::nearest>(node, nullptr, ask_any);
+  EXPECT_EQ(one.get_items(0), (Items{0, 1, 2, 3}));
+  one.on_leaf = [&](GeometryRaytraceCtx& ctx, const LeafVisit& visit) {
+    if (visit.items[0] == 1)
+      ctx.push_intersection(one.world.ctx, one.world.shader, 0, {2.5, 0.0, 0.0, visit.items[0], 0});
+  };
+  one.run<BvhHits::nearest>(node, nullptr, ask_any);
+  EXPECT_EQ(one.get_items(0), (Items{0, 1}));
+
+  const BoxScene scene = make_box_scene(BoxKind::uniform, 3000, 4);
+  const std::vector<BoxRay> rays = make_box_rays(scene, 200, 5);
+  for (const BvhBuildParams& params : {make_params(), make_params(1, 1), make_params(4, 3)}) {
+    const GasBvh<4> tree = make_tree(scene.boxes, params);
+    BoxQuery nearest(rays), any(rays);
+    nearest.run<BvhHits::nearest>(tree);
+    any.run<BvhHits::nearest>(tree, nullptr, ask_any);
+    for (uint ray = 0; ray < rays.size(); ++ray)
+      ASSERT_EQ(any.get_sorted_items(ray), nearest.get_sorted_items(ray)) << rays[ray];
+  }
+}
+
 TEST(BvhKernel, skips_what_lies_behind_the_hit_and_visits_what_begins_there) {
   const auto wall = [](float x) { return FloatBox({x, -1, -1}, {x + 1, 1, 1}); };
   GasBvh<4> tree = make_node_by_hand({wall(3), wall(2), wall(4), wall(1)});
