@@ -3,8 +3,8 @@
 // The traversal loop and its steps. Included by bvh_kernel.cpp, which instantiates every variant once.
 //
 //   bvh_load_ray            the ray in single precision, rounded outwards
-//   traverse_ray            pops entries from the stack, nearest first
-//     descend               from node to nearest hit child, down to a leaf
+//   traverse_ray            pops entries from the stack
+//     descend               from node to hit child, down to a leaf
 //       bvh_pick_planes     near and far planes of four children as stored,
 //       bvh_decode_planes   or from 8 bits;
 //       bvh_blend_lanes     those of two motion samples blended in time
@@ -294,7 +294,7 @@ class BvhTraversal {
     }
   }
 
-  /// Lanes are in the order of their sizes, and a ray that enters a larger box is the likelier to hit something in it.
+  /// Lanes are in the order of their areas, and a ray that enters a larger box is the likelier to hit something in it.
   template <class GetChild, class WriteBox>
   [[gnu::always_inline]] bool take_largest(uint mask, BvhChildRef& at, Entry*& top, const GetChild& get_child,
                                            const WriteBox& write_box) {

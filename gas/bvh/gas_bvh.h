@@ -6,8 +6,8 @@
 //           quantized[ ] --+--> leaves: ranges of order[ ] --> item indices --> the owner's items
 //           oriented[ ]  --'
 //
-// With one item a leaf and the order array included, a scanned mesh takes 66 bytes a triangle at 70 thousand triangles,
-// 35 at 870 thousand and a terrain 30 at 8 million: only nodes from the tenth level on are quantized, so small trees
+// With one item a leaf and the order array included, a scanned mesh takes 52 bytes a triangle at 70 thousand triangles,
+// 30 at 870 thousand and a terrain 24 at 8 million: only nodes from the tenth level on are quantized, so small trees
 // have few of them. vqgas info prints the bytes by array.
 #pragma once
 #include "gas/bvh/bvh_layout.h"

@@ -26,7 +26,8 @@ TEST(BvhOriented, lanes_of_built_trees_hold_the_curves_below_them) {
   }
   for (const BvhKind kind : {BvhKind::aligned, BvhKind::quantized, BvhKind::oriented})
     EXPECT_GT(lanes[static_cast<uint>(kind)], 100u);
-  EXPECT_GT(lanes[static_cast<uint>(BvhKind::oriented)], 3.42 * oriented_nodes) << "3.49; 3.35 if nodes are not counted";
+  EXPECT_GT(lanes[static_cast<uint>(BvhKind::oriented)], 3.42 * oriented_nodes)
+      << "3.49; 3.35 if nodes are not counted";
 }
 
 // Queries for all hits take an oriented reference for an aligned one. Here a third of the leaves of a sound tree become
