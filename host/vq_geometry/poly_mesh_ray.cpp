@@ -72,8 +72,9 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
   const GeometryShearedRay sheared(query.get_ray(ray));
   const u32* vertices =
       all_triangles ? polygon_vertices_.get() + std::size_t{3} * primitive : get_part_vertices(primitive, 0);
-  const std::size_t first = all_triangles ? primitive : get_first_part(primitive);
-  [[maybe_unused]] const GMathVec3<float>* corners = triangle_positions_.get() + 3 * first;
+  const GMathVec3<float>* corners = nullptr;
+  if constexpr (copied)
+    corners = triangle_positions_.get() + std::size_t{3} * (all_triangles ? primitive : get_first_part(primitive));
   for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
     const auto get_corner = [&](uint k) -> decltype(auto) {
       if constexpr (copied) {
