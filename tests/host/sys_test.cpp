@@ -191,8 +191,15 @@ TEST(SysThreadTaskManager, shutdown_drops_what_has_not_started) {
     SysThreadManager manager(thread_count);
     Group group(manager);
     std::atomic<uint> runs = 0;
+    std::atomic<bool> is_shut_down = false;
     group.add(1000, [&](uint) {
-      if (++runs == 10) group.tasks.shutdown();
+      const uint run = ++runs;
+      if (run == 10) {
+        group.tasks.shutdown();
+        is_shut_down = true;
+      }
+      // Every other thread may have begun one task before the shutdown; none ends early enough to begin a second.
+      while (run > 10 && !is_shut_down) std::this_thread::yield();
     });
     group.wait();
     group.add(1, [&](uint) { ++runs; });
