@@ -127,7 +127,7 @@ template <class Query>
   GasRayCtx& ray_ctx = scope.get()->ray;
   Target target{leaves[place], get_instance(place), {}};
   // Of a large scene nothing of this is in a cache; it arrives while the ray is transformed and tested.
-  gas_prefetch(*target.instance.matrix);
+  simd_prefetch(reinterpret_cast<std::uintptr_t>(&target.instance.matrix));
   self().prefetch_entry(target.instance);
   const bool is_reached =
       data != nullptr ? reach_moving(ray_ctx, parent, target, *data) : reach_still(ray_ctx, parent, target);

@@ -16,10 +16,11 @@ const CoreClassInfo& ModuleBundle::class_info() {
 ModuleBundle::ModuleBundle(const CoreString& name, Contents contents, std::shared_ptr<const GasObject> structure,
                            const ModuleClusterFunctions& functions)
     : ModuleSceneObject(name),
+      groups_(contents.shading_group_count),
       contents_(std::move(contents)),
-      owned_structure_(std::move(structure)),
-      groups_(contents_.shading_group_count) {
+      owned_structure_(std::move(structure)) {
   set_structure(owned_structure_.get(), functions);
+  if (groups_.get_count() > 0) set_shading_table(&groups_.get_table());
 }
 
 bool ModuleBundle::has_moving_shape() const {

@@ -42,13 +42,8 @@ class VQ_EXPORT ModuleBundle final : public ModuleSceneObject {
   /// True if an instance moves or one of the geometries does.
   bool has_moving_shape() const override;
 
- protected:
-  const ShadingGroupTable* get_shading_table() const override {
-    return groups_.get_count() > 0 ? &groups_.get_table() : nullptr;
-  }
-
  private:
+  ModuleShadingGroups groups_;  // first: rays read it
   Contents contents_;
   std::shared_ptr<const GasObject> owned_structure_;
-  ModuleShadingGroups groups_;
 };

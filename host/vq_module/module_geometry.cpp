@@ -15,10 +15,11 @@ const CoreClassInfo& ModuleGeometry::class_info() {
 ModuleGeometry::ModuleGeometry(const CoreString& name, std::shared_ptr<const GeometryObject> geometry,
                                std::shared_ptr<const GasObject> structure, const ModuleClusterFunctions& functions)
     : ModuleSceneObject(name),
+      groups_(geometry != nullptr ? geometry->get_shading_groups().get_count() : 0),
       geometry_(std::move(geometry)),
-      owned_structure_(std::move(structure)),
-      groups_(geometry_ != nullptr ? geometry_->get_shading_groups().get_count() : 0) {
+      owned_structure_(std::move(structure)) {
   set_structure(owned_structure_.get(), functions);
+  set_shading_table(&groups_.get_table());
 }
 
 double ModuleGeometry::get_primitive_count() const {

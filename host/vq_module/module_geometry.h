@@ -38,11 +38,8 @@ class VQ_EXPORT ModuleGeometry : public ModuleSceneObject {
   double get_primitive_count() const override;
   bool has_moving_shape() const override;
 
- protected:
-  const ShadingGroupTable* get_shading_table() const override { return &groups_.get_table(); }
-
  private:
+  ModuleShadingGroups groups_;  // first: rays read it
   std::shared_ptr<const GeometryObject> geometry_;
   std::shared_ptr<const GasObject> owned_structure_;
-  ModuleShadingGroups groups_;
 };

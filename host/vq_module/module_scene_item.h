@@ -44,6 +44,8 @@ class VQ_EXPORT ModuleSceneItem : public ModuleBase {
 
  private:
   CoreString name_;
-  GMathMatrix4x4<double> matrix_, inverse_;
   std::vector<ModuleMatrixKey> keys_;
+  // In cache lines of their own; those of a scene's object are followed by what else a ray reads of it.
+  alignas(64) GMathMatrix4x4<double> inverse_;
+  GMathMatrix4x4<double> matrix_;
 };

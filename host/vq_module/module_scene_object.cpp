@@ -79,8 +79,8 @@ GMathBbox3<double> ModuleSceneObject::get_local_bbox() const {
 template <class Query, class Run>
 void ModuleSceneObject::query_structure(CtxShader& shader, Query& query, const Run& run) const {
   if (structure_ == nullptr) return;
-  if (const ShadingGroupTable* table = get_shading_table(); table != nullptr) {
-    query.shading = table;
+  if (shading_table_ != nullptr) {
+    query.shading = shading_table_;
     query.shading_group_offset = 0;
   }
   const OverrideMaterialScope material(shader, query.path);

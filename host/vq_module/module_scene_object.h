@@ -113,17 +113,20 @@ class VQ_EXPORT ModuleSceneObject : public ModuleSceneItem {
     structure_ = structure;
     cluster_functions_ = &functions;
   }
-  /// The table of the object's own shading groups; null for an object whose parts have their own tables.
-  virtual const ShadingGroupTable* get_shading_table() const { return nullptr; }
+  /// Sets the table of the object's own shading groups; without one, its parts have their own tables. It must outlive
+  /// the object.
+  void set_shading_table(const ShadingGroupTable* table) { shading_table_ = table; }
 
  private:
   template <class Query, class Run>
   void query_structure(CtxShader& shader, Query& query, const Run& run) const;
 
+  // All that a ray reads is in one cache line, the one after the matrix, which is prefetched with it.
   const GasObject* structure_ = nullptr;
-  const ModuleClusterFunctions* cluster_functions_ = &get_whole_functions();
+  const ShadingGroupTable* shading_table_ = nullptr;
   uint flags_ = 0;
   uint visibility_mask_ = 0xFFFFFFFFu;
   double raytrace_distance_ = 0.0;
+  const ModuleClusterFunctions* cluster_functions_ = &get_whole_functions();
   bool matte_ = false;
 };

@@ -2,16 +2,30 @@
 //
 // The shading groups of an object: the links of each, and the table that queries read.
 #pragma once
+#include <span>
 #include <vector>
 
 #include "vq_shading_variable/shading_variables.h"
 
-/// Not to be changed while a query uses the table. A group that does not exist is ignored.
+/// Not to be changed while a query uses the table. A group that does not exist is ignored. The only group of most
+/// objects is in the object itself: in a large scene a ray waits for every pointer that it follows.
 class ModuleShadingGroups {
  public:
   /// All groups have the empty material: nothing is hit.
-  explicit ModuleShadingGroups(uint count) : links_(count, {ShadingGroupLinks::material_empty, nullptr, nullptr}) {
-    for (const ShadingGroupLinks& links : links_) entries_.push_back(&links);
+  explicit ModuleShadingGroups(uint count) {
+    if (count == 1) {
+      links_ = {&only_links_, 1};
+      entries_ = {&only_entry_, 1};
+    } else {
+      many_links_.resize(count);
+      many_entries_.resize(count);
+      links_ = many_links_;
+      entries_ = many_entries_;
+    }
+    for (uint group = 0; group < count; ++group) {
+      links_[group].material = ShadingGroupLinks::material_empty;
+      entries_[group] = &links_[group];
+    }
     table_ = ShadingGroupTable(entries_);
   }
   ModuleShadingGroups(const ModuleShadingGroups&) = delete;
@@ -29,7 +43,11 @@ class ModuleShadingGroups {
   const ShadingGroupTable& get_table() const { return table_; }
 
  private:
-  std::vector<ShadingGroupLinks> links_;
-  std::vector<const ShadingGroupLinks*> entries_;  // of the table: null for a group that is not visible
   ShadingGroupTable table_;
+  const ShadingGroupLinks* only_entry_ = nullptr;
+  ShadingGroupLinks only_links_;
+  std::span<ShadingGroupLinks> links_;
+  std::span<const ShadingGroupLinks*> entries_;  // of the table: null for a group that is not visible
+  std::vector<ShadingGroupLinks> many_links_;
+  std::vector<const ShadingGroupLinks*> many_entries_;
 };
