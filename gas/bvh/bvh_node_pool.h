@@ -26,7 +26,8 @@ class BvhNodePool {
   /// A new node, contents undefined; its index is the former count. Null when there is no memory.
   Node* add() {
     const uint block = get_block(count_);
-    if (!blocks_[block]) blocks_[block] = CoreAlignedArray<Node>(block == 0 ? base : base << (block - 1));
+    if (!blocks_[block])
+      blocks_[block] = CoreAlignedArray<Node>(block == 0 ? base : base << (block - 1), alignof(Node), CorePages::small);
     if (!blocks_[block]) return nullptr;
     const uint index = count_++;
     return &blocks_[block][index - get_first(block)];

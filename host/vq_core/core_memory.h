@@ -15,11 +15,18 @@
 /// Blocks of at least this size are aligned to it and marked for large pages.
 inline constexpr std::size_t core_large_page_bytes = std::size_t(2) << 20;
 
+/// The pages of a large block. Large ones are new memory, which the system has to clear.
+enum class CorePages : u8 {
+  large,  ///< for what queries read at random
+  small   ///< for what is freed soon
+};
+
 /// Allocates `bytes` bytes whose address is a multiple of `alignment`. The contents are undefined.
 /// @param alignment a power of two
 /// @return the block, to be freed with core_aligned_free(); null when `bytes` is 0, when `alignment` is not a power of
 ///         two or when there is no memory. Never throws. Thread-safe.
-VQ_EXPORT void* core_aligned_alloc(std::size_t bytes, std::size_t alignment) noexcept;
+VQ_EXPORT void* core_aligned_alloc(std::size_t bytes, std::size_t alignment,
+                                   CorePages pages = CorePages::large) noexcept;
 
 /// Frees a block of core_aligned_alloc(). Null does nothing. Thread-safe.
 VQ_EXPORT void core_aligned_free(void* block) noexcept;
@@ -33,10 +40,11 @@ class CoreAlignedArray {
  public:
   CoreAlignedArray() = default;
   /// Empty when there is no memory: test with operator bool.
-  explicit CoreAlignedArray(std::size_t count, std::size_t alignment = alignof(T)) noexcept {
+  explicit CoreAlignedArray(std::size_t count, std::size_t alignment = alignof(T),
+                            CorePages pages = CorePages::large) noexcept {
     if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) return;
     if (alignment < alignof(T)) alignment = alignof(T);
-    items_ = static_cast<T*>(core_aligned_alloc(count * sizeof(T), alignment));
+    items_ = static_cast<T*>(core_aligned_alloc(count * sizeof(T), alignment, pages));
     if (items_) count_ = count;
   }
   CoreAlignedArray(CoreAlignedArray&& other) noexcept

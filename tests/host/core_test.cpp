@@ -89,7 +89,17 @@ TEST(CoreMemory, blocks_are_aligned_or_null) {
       EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % wanted, 0u) << alignment << " " << bytes;
       std::memset(block, 1, bytes);
       core_aligned_free(block);
+      void* small = core_aligned_alloc(bytes, alignment, CorePages::small);
+      ASSERT_NE(small, nullptr);
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(small) % alignment, 0u) << alignment << " " << bytes;
+      std::memset(small, 1, bytes);
+      core_aligned_free(small);
     }
+  void* wide = core_aligned_alloc(16, 4 * core_large_page_bytes);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(wide) % (4 * core_large_page_bytes), 0u);
+  core_aligned_free(wide);
+  EXPECT_EQ(core_aligned_alloc(std::size_t(-1) - 100, 64), nullptr);
+  EXPECT_EQ(core_aligned_alloc(std::size_t(1) << 62, 64), nullptr);
   EXPECT_EQ(core_aligned_alloc(0, 16), nullptr);
   EXPECT_EQ(core_aligned_alloc(16, 48), nullptr);
   EXPECT_FALSE(CoreAlignedArray<float>(std::size_t(-1) / 2));
