@@ -24,12 +24,19 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 }  // namespace
 
 /// The leaf callbacks of one variant of GasMeshLeaf.
-template <class MeshLeaf>
+template <class MeshLeaf, bool has_records>
 struct GasGeometryBvh4::Leaf {
   static void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                       const CoreBasicArray<uint>& leaf, void* user) {
     // Every leaf of this tree has one primitive.
-    MeshLeaf(*static_cast<const GasGeometryBvh4*>(user), *leaf.get_items()).test(ctx, shader, query);
+    const auto& structure = *static_cast<const GasGeometryBvh4*>(user);
+    const uint* item = leaf.get_items();
+    if constexpr (has_records) {
+      const void* record = structure.records.get(static_cast<std::size_t>(item - structure.tree.order));
+      MeshLeaf(structure, *item).test_record(ctx, shader, query, record);
+    } else {
+      MeshLeaf(structure, *item).test(ctx, shader, query);
+    }
   }
   static void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                           const CoreBasicArray<uint>& leaf, void* user) {
@@ -45,13 +52,14 @@ const CoreClassInfo& GasGeometryBvh4::class_info() {
 
 GasGeometryBvh4::GasGeometryBvh4() : GasBvhGeometry(this) {}
 
-GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(other, this) {
-  if (!is_whole_copy_of(other)) clear();
+GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(other, this), records(other.records) {
+  if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
 }
 
 GasGeometryBvh4& GasGeometryBvh4::operator=(const GasGeometryBvh4& other) {
   GasBvhGeometry::operator=(other);
-  if (!is_whole_copy_of(other)) clear();
+  records = other.records;
+  if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
   return *this;
 }
 
@@ -60,6 +68,7 @@ GasGeometryBvh4::~GasGeometryBvh4() = default;
 void GasGeometryBvh4::clear() {
   clear_primitives();
   tree.clear();
+  records.clear();
 }
 
 bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_geometry,
@@ -92,13 +101,19 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
   params.leaf_threshold = 1;
   params.max_leaf = 1;
   params.quantization_depth = 10;
+  records.clear();
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
+  if (alt_geometry == nullptr && extra_geometry == nullptr)
+    records.make(ctx, *geometry, tree.order, tree.item_count, primitives, progress);
 }
 
 void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
   leaf_functions = choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
-    using Variant = Leaf<GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>>;
-    return BvhLeafFunctions{Variant::ray_hit, Variant::ray_hit, this, Variant::frustum_hit, this};
+    using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
+    using Variant = Leaf<MeshLeaf, false>;
+    const auto ray_hit =
+        !many_owners && records.get_size() != 0 ? Leaf<MeshLeaf, !many_owners>::ray_hit : Variant::ray_hit;
+    return BvhLeafFunctions{ray_hit, ray_hit, this, Variant::frustum_hit, this};
   });
 }
 

@@ -11,6 +11,7 @@
 #pragma once
 #include "gas/gas_geometry_base.h"
 #include "gas/structure/gas_bvh_geometry.h"
+#include "gas/structure/gas_leaf_records.h"
 #include "vq_core/core_export.h"
 
 class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> {
@@ -57,17 +58,20 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   friend GasBvhGeometry;
   friend GasStructure;
   friend GasBvhStructure;
-  template <class MeshLeaf>
+  template <class MeshLeaf, bool has_records>
   struct Leaf;
 
   void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
-  u64 get_array_bytes() const { return get_primitive_array_bytes(); }
+  u64 get_array_bytes() const { return get_primitive_array_bytes() + records.get_bytes(); }
+  BvhLeafRecords get_leaf_records() const { return {records.get_first(), records.get_size()}; }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
+
+  GasLeafRecords records;  ///< in the order of the tree; none if there are several geometries
 };
 
 extern template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;

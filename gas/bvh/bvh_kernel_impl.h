@@ -82,12 +82,15 @@ struct BvhPrefetchTable {
           rows[bits] = {address(tree.oriented), sizeof(BvhNodeOriented), 64, 128, 192};
           break;
         case BvhKind::leaf:
-          rows[bits] = records.first != nullptr ? Row{address(records.first), records.size, 64, 64, 64}
-                                                : Row{address(tree.order), sizeof(u32), 0, 0, 0};
+          rows[bits] = records.first != nullptr
+                           ? Row{address(records.first), records.size, get_last_byte(records), 64, 64}
+                           : Row{address(tree.order), sizeof(u32), 0, 0, 0};
           break;
       }
     }
   }
+  /// Of the record or of its second cache line.
+  static u32 get_last_byte(const BvhLeafRecords& records) { return std::min(records.size - 1, 64u); }
   /// A whole aligned node, both halves of a quantized one, a leaf's first item or record; where there are any, a whole
   /// oriented node.
   void prefetch(BvhChildRef ref) const {

@@ -23,6 +23,11 @@ struct GasMeshLeaf {
         query, owner, primitive, get_group(query.shading_group_offset), [](const ShadingGroupLinks&) {},
         [&] { owner->ray_hit_primitive(ctx, shader, query, primitive); });
   }
+  void test_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const void* record) const {
+    gas_test_primitive(
+        query, owner, primitive, get_group(query.shading_group_offset), [](const ShadingGroupLinks&) {},
+        [&] { owner->ray_hit_record(ctx, shader, query, primitive, record); });
+  }
   void test(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const {
     gas_test_primitive(ctx, shader, query, owner, primitive, get_group(query.shading_group_offset));
   }

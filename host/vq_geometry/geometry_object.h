@@ -87,6 +87,16 @@ class VQ_EXPORT GeometryObject : public ResourceData {
   /// geometry at rest.
   virtual void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const = 0;
+  /// Bytes of a primitive's record: a copy of what its ray test reads, which structures keep in the order of their
+  /// leaves. 0: the geometry has no records. Must not change while a structure uses the geometry.
+  virtual uint get_record_size() const { return 0; }
+  /// Writes get_record_size() bytes. `record` is aligned to 4 bytes. Thread-safe.
+  virtual void write_record(const uint& /*primitive*/, void* /*record*/) const {}
+  /// ray_hit_primitive() with the primitive's record; gives the same hits.
+  virtual void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
+                              const void* /*record*/) const {
+    ray_hit_primitive(ctx, shader, query, primitive);
+  }
   /// Tests one primitive at rest against the query's planes and writes query.result. Mode any: if it touches the
   /// frustum, add 1 to hit_count and set finished. Mode all: if it is inside, add 1 to hit_count, else set outside.
   /// Modes points and vertices: set query.mask[point] to 1 for each of its points inside, below mask.size().

@@ -123,7 +123,6 @@ bool PolyMesh::create(PolyMeshData&& data, CoreString& error) {
 
 void PolyMesh::clear() {
   positions_.reset();
-  triangle_positions_.reset();
   polygon_vertices_.reset();
   first_corner_.reset();
   first_triangle_.reset();
@@ -131,7 +130,7 @@ void PolyMesh::clear() {
   triangle_corners_.reset();
   motion_positions_.reset();
   motion_sampling_ = GMathTimeSampling();
-  polygon_count_ = render_mode_ = 0;
+  polygon_count_ = record_parts_ = render_mode_ = 0;
   polygon_groups_ = {};
   group_names_.remove_all();
   group_motion_ = {};
@@ -148,7 +147,10 @@ bool PolyMesh::store(PolyMeshData&& data) {
   polygon_count_ = static_cast<uint>(data.polygon_sizes.size());
   render_mode_ = data.render_mode;
   if (!copy_items(positions_, data.positions) || !store_polygons(data) || !store_motion(data)) return false;
-  if (get_first_part(polygon_count_) >= data.least_copied_triangles) copy_triangles();
+  record_samples_ = has_motion() ? motion_sampling_.get_sample_count() : 1;
+  if (get_first_part(polygon_count_) >= data.least_recorded_triangles &&
+      record_samples_ <= PolyMeshData::most_recorded_samples)
+    record_parts_ = is_all_triangles() ? 1 : 2;
   polygon_groups_ = std::move(data.polygon_groups);
   edge_visible_ = std::move(data.edge_visible);
   normals_ = std::move(data.normals);
@@ -208,15 +210,6 @@ bool PolyMesh::triangulate() {
   return true;
 }
 
-void PolyMesh::copy_triangles() {
-  const std::size_t corners = std::size_t{3} * get_first_part(polygon_count_);
-  if (corners == 0 || has_motion()) return;
-  triangle_positions_ = CoreAlignedArray<GMathVec3<float>>(corners, 64);
-  if (!triangle_positions_) return;
-  const u32* vertices = get_part_vertices(0, 0);
-  for (std::size_t corner = 0; corner < corners; ++corner) triangle_positions_[corner] = positions_[vertices[corner]];
-}
-
 bool PolyMesh::store_motion(const PolyMeshData& data) {
   const uint samples = static_cast<uint>(data.motion_positions.size());
   if (samples == 0 || positions_.get_count() == 0) return true;
@@ -251,9 +244,9 @@ bool PolyMesh::has_shading_group_motion(const uint& group) const {
 }
 
 u64 PolyMesh::get_memory_size() const {
-  u64 bytes = sizeof(PolyMesh) + positions_.get_bytes() + triangle_positions_.get_bytes() +
-              motion_positions_.get_bytes() + polygon_vertices_.get_bytes() + first_corner_.get_bytes() +
-              first_triangle_.get_bytes() + triangle_vertices_.get_bytes() + triangle_corners_.get_bytes();
+  u64 bytes = sizeof(PolyMesh) + positions_.get_bytes() + motion_positions_.get_bytes() +
+              polygon_vertices_.get_bytes() + first_corner_.get_bytes() + first_triangle_.get_bytes() +
+              triangle_vertices_.get_bytes() + triangle_corners_.get_bytes();
   bytes += get_bytes(polygon_groups_) + get_bytes(group_motion_) + get_bytes(edge_visible_) + get_bytes(normals_) +
            get_bytes(corner_normals_) + get_bytes(uv_maps_) + group_names_.get_count() * sizeof(CoreString);
   for (const GeometryUvMap& map : uv_maps_) bytes += get_bytes(map.positions) + get_bytes(map.corner_positions);

@@ -3,7 +3,6 @@
 // A mesh of polygons. One primitive is one polygon, numbered as in the input; the parts of a hit are its triangles.
 //
 //   positions_          [vertex]                   at rest
-//   triangle_positions_ [3 * triangle]             the same of each triangle's corners; only in large meshes at rest
 //   motion_positions_   [vertex * samples + k]     the samples of a vertex are adjacent
 //   polygon_vertices_   [corner]                   corners run through the polygons in order
 //
@@ -50,12 +49,11 @@ struct PolyMeshData {
   double motion_begin = 0.0;
   double motion_step = 1.0;
   uint render_mode = 0;
-  /// From this number of triangles on, the positions of each triangle's corners are copied next to each other: 36 bytes
-  /// a triangle, and a ray test reads one or two cache lines in place of four. In small meshes, which fit into a cache,
-  /// the copy would take the cache's space. Meshes with motion samples have no copy, nor do those for which there is
-  /// too little memory. `no_copy` for meshes that no ray meets.
-  u32 least_copied_triangles = 200'000;
-  static constexpr u32 no_copy = 0xFFFFFFFF;
+  /// From this number of triangles on, structures keep records of the mesh: rays are faster, and a structure takes 36
+  /// bytes more a triangle and motion sample, twice as much a polygon in a mesh that has polygons of more corners.
+  u32 least_recorded_triangles = 50'000;
+  static constexpr u32 no_records = 0xFFFFFFFF;
+  static constexpr u32 most_recorded_samples = 4;  ///< meshes with more motion samples have no records
 };
 
 class VQ_EXPORT PolyMesh final : public GeometryObject {
@@ -96,6 +94,14 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
 
   void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                          const uint& primitive) const override;
+  /// A record holds the positions of the corners of the polygon's first triangle, of the first two in a mesh of larger
+  /// polygons: [triangle][motion sample][corner].
+  uint get_record_size() const override {
+    return record_parts_ * record_samples_ * static_cast<uint>(3 * sizeof(GMathVec3<float>));
+  }
+  void write_record(const uint& primitive, void* record) const override;
+  void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
+                      const void* record) const override;
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                              const uint& primitive) const override;
   /// NaN: the mesh at rest. Vertex normals are the input's at all times.
@@ -172,20 +178,25 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
     uint first = 0;
     uint step = 0;  ///< from the first to the second sample: 0 with a single one
     double fraction = 0.0;
+
+    GMathVec3<double> mix(const GMathVec3<float>& a, const GMathVec3<float>& b) const {
+      return GMathVec3<double>(a) * (1.0 - fraction) + GMathVec3<double>(b) * fraction;
+    }
   };
+  struct AtRest;
+  struct InMotion;
 
   MotionBlend get_motion_blend(double time) const;
+  MotionBlend get_motion_blend(const CtxShader& shader, const GeometryRaytraceCtx& query, uint ray) const;
   GMathVec3<double> get_moved_position(const MotionBlend& blend, uint vertex) const {
     if (blend.rest) return GMathVec3<double>(positions_[vertex]);
     const GMathVec3<float>* sample =
         motion_positions_.get() + std::size_t{vertex} * motion_sampling_.get_sample_count() + blend.first;
-    return GMathVec3<double>(sample[0]) * (1.0 - blend.fraction) +
-           GMathVec3<double>(sample[blend.step]) * blend.fraction;
+    return blend.mix(sample[0], sample[blend.step]);
   }
   bool store(PolyMeshData&& data);
   bool store_polygons(const PolyMeshData& data);
   bool triangulate();
-  void copy_triangles();
   bool store_motion(const PolyMeshData& data);
   void find_group_motion();
   void clear();
@@ -196,18 +207,20 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   double get_polygon_edge_proximity(const GeometryIntersection& hit) const;
   GMathBbox3<double> compute_bbox(uint primitive, double time) const;
   GMathVec3<double> get_projected_uv(uint polygon, const GMathVec3<double>& position) const;
-  template <bool all_triangles, bool copied, class GetPositions>
+  template <bool has_record>
+  void test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                      const GMathVec3<float>* record) const;
+  template <bool all_triangles, bool has_record, class Positions>
   void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                 GetPositions get_positions) const;
-  template <bool all_triangles, bool copied, class GetPosition>
-  void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive, uint ray,
-                GetPosition get_position) const;
+                 const GMathVec3<float>* record) const;
+  template <bool all_triangles, bool has_record, class Positions>
+  void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                const GMathVec3<float>* record, uint ray) const;
   template <class GetPosition>
   bool is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit, const u32* vertices,
                 GetPosition get_position) const;
 
   CoreAlignedArray<GMathVec3<float>> positions_;
-  CoreAlignedArray<GMathVec3<float>> triangle_positions_;
   CoreAlignedArray<u32> polygon_vertices_;
   CoreAlignedArray<u32> first_corner_;
   CoreAlignedArray<u32> first_triangle_;
@@ -216,6 +229,8 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   CoreAlignedArray<GMathVec3<float>> motion_positions_;
   GMathTimeSampling motion_sampling_;
   uint polygon_count_ = 0;
+  uint record_parts_ = 0;    ///< triangles in a record; 0: no records
+  uint record_samples_ = 1;  ///< positions of a corner in a record
   uint render_mode_ = 0;
   PolyMeshProjection uv_projection_ = PolyMeshProjection::none;
 

@@ -54,40 +54,60 @@ bool is_already_offered(const GeometryRaytraceCtx& query, uint ray, const Geomet
 
 }  // namespace
 
+// Where positions are read for one ray: of vertices in the mesh, at rest or in motion, or of corners in a record.
+
+struct PolyMesh::AtRest {
+  const GMathVec3<float>* positions;
+  AtRest(const PolyMesh& mesh, const CtxShader&, const GeometryRaytraceCtx&, uint /*ray*/)
+      : positions(mesh.positions_.get()) {}
+  const GMathVec3<float>& operator()(u32 vertex) const { return positions[vertex]; }
+  const GMathVec3<float>& get_corner(const GMathVec3<float>* part, uint k) const { return part[k]; }
+};
+
+struct PolyMesh::InMotion {
+  const PolyMesh& mesh;
+  MotionBlend blend;
+  InMotion(const PolyMesh& mesh, const CtxShader& shader, const GeometryRaytraceCtx& query, uint ray)
+      : mesh(mesh), blend(mesh.get_motion_blend(shader, query, ray)) {}
+  GMathVec3<double> operator()(u32 vertex) const { return mesh.get_moved_position(blend, vertex); }
+  GMathVec3<double> get_corner(const GMathVec3<float>* part, uint k) const {
+    const GMathVec3<float>* sample = part + 3 * blend.first + k;
+    return blend.mix(sample[0], sample[3 * blend.step]);
+  }
+};
+
 // A function of its own for each kind of mesh: that of triangles at rest, which most meshes are, has no loop over
 // parts.
-template <bool all_triangles, bool copied, class GetPositions>
+template <bool all_triangles, bool has_record, class Positions>
 [[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
-                                           uint primitive, GetPositions get_positions) const {
+                                           uint primitive, const GMathVec3<float>* record) const {
   for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
     if (!query.is_nearest() && query.is_stopped(ray)) continue;
     ++query.counter;
-    test_ray<all_triangles, copied>(ctx, shader, query, primitive, ray, get_positions(ray));
+    test_ray<all_triangles, has_record, Positions>(ctx, shader, query, primitive, record, ray);
   }
 }
 
-template <bool all_triangles, bool copied, class GetPosition>
+template <bool all_triangles, bool has_record, class Positions>
 inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                               uint ray, GetPosition get_position) const {
+                               const GMathVec3<float>* record, uint ray) const {
   const GeometryShearedRay sheared(query.get_ray(ray));
+  const Positions positions(*this, shader, query, ray);
   const u32* vertices =
       all_triangles ? polygon_vertices_.get() + std::size_t{3} * primitive : get_part_vertices(primitive, 0);
-  const GMathVec3<float>* corners = nullptr;
-  if constexpr (copied)
-    corners = triangle_positions_.get() + std::size_t{3} * (all_triangles ? primitive : get_first_part(primitive));
   for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
-    const auto get_corner = [&](uint k) -> decltype(auto) {
-      if constexpr (copied) {
-        return corners[3 * part + k];
-      } else {
-        return get_position(vertices[k]);
-      }
-    };
     GeometryCandidate hit;
-    if (!hit_triangle(sheared, get_corner, hit)) continue;
+    const bool is_hit =
+        has_record && (all_triangles || part < record_parts_)
+            ? hit_triangle(
+                  sheared, [&](uint k) -> decltype(auto) { return positions.get_corner(record, k); }, hit)
+            : hit_triangle(
+                  sheared, [&](uint k) -> decltype(auto) { return positions(vertices[k]); }, hit);
+    if (has_record) record += all_triangles ? 0 : 3 * record_samples_;
+    if (!is_hit) continue;
     hit.primitive = primitive;
     hit.part = part;
-    if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, vertices, get_position)) continue;
+    if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, vertices, positions)) continue;
     query.push_intersection(ctx, shader, ray, hit);
     if (!query.is_nearest() && query.is_stopped(ray)) return;
   }
@@ -105,32 +125,52 @@ template <class GetPosition>
   });
 }
 
-void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
-                                 const uint& primitive) const {
-  const auto test = [&]<bool copied>(std::bool_constant<copied>, const auto& get_positions) {
-    if (is_all_triangles())
-      test_rays<true, copied>(ctx, shader, query, primitive, get_positions);
-    else
-      test_rays<false, copied>(ctx, shader, query, primitive, get_positions);
-  };
-  const bool moving = has_motion() && query.spans != nullptr && query.span_stamp != 0;
-  if (!moving) {
-    const auto at_rest = [positions = positions_.get()](uint /*ray*/) {
-      return [positions](u32 vertex) -> const GMathVec3<float>& { return positions[vertex]; };
-    };
-    if (triangle_positions_) [[unlikely]]  // large meshes wait for memory anyway
-      return test(std::true_type(), at_rest);
-    return test(std::false_type(), at_rest);
-  }
-  // The usual case: the rays' spans are those of the mesh's own samples, too, and need not be searched for each
-  // triangle.
+// In the usual case the rays' spans are those of the mesh's own samples, and need not be searched for each triangle.
+inline PolyMesh::MotionBlend PolyMesh::get_motion_blend(const CtxShader& shader, const GeometryRaytraceCtx& query,
+                                                        uint ray) const {
+  const GeometryRaySpan& span = query.spans[ray];
   const CtxMotionBlur* motion_blur = shader.motion_blur;
   const bool has_own_spans = motion_blur != nullptr && motion_blur->get_stamp() == query.span_stamp &&
                              motion_blur->get_time_sampling() == motion_sampling_;
-  test(std::false_type(), [this, &query, has_own_spans](uint ray) {
-    const GeometryRaySpan& span = query.spans[ray];
-    const MotionBlend blend = has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
-                                            : get_motion_blend(span.time);
-    return [this, blend](u32 vertex) { return get_moved_position(blend, vertex); };
-  });
+  return has_own_spans ? MotionBlend{false, span.first, span.second - span.first, span.fraction}
+                       : get_motion_blend(span.time);
+}
+
+template <bool has_record>
+void PolyMesh::test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                              const GMathVec3<float>* record) const {
+  if (has_motion() && query.spans != nullptr && query.span_stamp != 0) {
+    if (is_all_triangles()) return test_rays<true, has_record, InMotion>(ctx, shader, query, primitive, record);
+    return test_rays<false, has_record, InMotion>(ctx, shader, query, primitive, record);
+  }
+  if (has_record && has_motion()) return test_primitive<false>(ctx, shader, query, primitive, nullptr);
+  if (is_all_triangles()) return test_rays<true, has_record, AtRest>(ctx, shader, query, primitive, record);
+  test_rays<false, has_record, AtRest>(ctx, shader, query, primitive, record);
+}
+
+void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                 const uint& primitive) const {
+  test_primitive<false>(ctx, shader, query, primitive, nullptr);
+}
+
+void PolyMesh::ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
+                              const void* record) const {
+  test_primitive<true>(ctx, shader, query, primitive, static_cast<const GMathVec3<float>*>(record));
+}
+
+void PolyMesh::write_record(const uint& primitive, void* record) const {
+  auto* to = static_cast<GMathVec3<float>*>(record);
+  const uint count = std::min(get_part_count(primitive), record_parts_);
+  for (uint part = 0; part < record_parts_; ++part) {
+    for (uint sample = 0; sample < record_samples_; ++sample) {
+      for (uint k = 0; k < 3; ++k, ++to) {
+        if (part >= count) {
+          *to = GMathVec3<float>();
+          continue;
+        }
+        const u32 vertex = get_part_vertices(primitive, part)[k];
+        *to = has_motion() ? get_motion_position(vertex, sample) : positions_[vertex];
+      }
+    }
+  }
 }

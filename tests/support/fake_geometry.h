@@ -2,6 +2,9 @@
 //
 // A geometry made of boxes that a test writes down, whatever they are. A ray hits a primitive where it enters its box.
 #pragma once
+#include <gtest/gtest.h>
+
+#include <cstring>
 #include <set>
 #include <vector>
 
@@ -60,6 +63,18 @@ class FakeGeometry : public GeometryObject {
       hit.primitive = primitive;
       query.push_intersection(ctx, shader, r, hit);
     }
+  }
+  /// A record is the primitive's number.
+  uint get_record_size() const override { return sizeof(uint); }
+  void write_record(const uint& primitive, void* record) const override {
+    std::memcpy(record, &primitive, sizeof primitive);
+  }
+  void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
+                      const void* record) const override {
+    uint written = core_invalid_index;
+    std::memcpy(&written, record, sizeof written);
+    EXPECT_EQ(written, primitive);
+    ray_hit_primitive(ctx, shader, query, primitive);
   }
   /// Every primitive counts; what matters is only which ones the structure asks for.
   void frustum_hit_primitive(const CtxEval&, CtxShader&, GeometryFrustumCtx& query,

@@ -209,7 +209,7 @@ inline void add_motion(PolyMeshData& data, uint samples, double begin, double st
   }
 }
 
-/// One of everything, about `count` polygons each. Every second one has a copy of its triangles, as large meshes have.
+/// One of everything, about `count` polygons each. Of every second one structures keep records, as of large meshes.
 inline std::vector<MeshScene> make_mesh_scenes(uint count, uint seed) {
   const uint side = static_cast<uint>(std::sqrt(count / 2.0)) + 1;
   std::vector<MeshScene> scenes = {{"soup", make_soup(count, seed)},
@@ -226,6 +226,6 @@ inline std::vector<MeshScene> make_mesh_scenes(uint count, uint seed) {
                                    {"tiny", transformed(make_soup(count, seed), 1e-30f)},
                                    {"huge", transformed(make_soup(count, seed), 1e30f)},
                                    {"far away", transformed(make_soup(count, seed), 1e4f, {1e6f, -2e6f, 5e5f})}};
-  for (std::size_t k = seed % 2; k < scenes.size(); k += 2) scenes[k].data.least_copied_triangles = 0;
+  for (std::size_t k = seed % 2; k < scenes.size(); k += 2) scenes[k].data.least_recorded_triangles = 0;
   return scenes;
 }

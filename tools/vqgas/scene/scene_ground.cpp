@@ -31,7 +31,6 @@ class DisplacedGround::Shape {
   explicit Shape(const MeshSource& source) {
     CoreString fault;
     PolyMeshData data = source.data;
-    data.least_copied_triangles = PolyMeshData::no_copy;
     if (!base_.create(std::move(data), fault) || !displaced_.create(base_, *source.displacement, fault))
       throw InputError(source.name, fault.get_data());
   }

@@ -33,7 +33,6 @@ void add_mesh_structure(const CtxEval& ctx, const GeometryObject& mesh, MeshStru
 
 SceneShape make_mesh_shape(MeshSource&& source) {
   const std::optional<DisplacedMeshSettings> displacement = std::move(source.displacement);
-  if (displacement) source.data.least_copied_triangles = PolyMeshData::no_copy;
   const auto mesh = std::make_shared<PolyMesh>();
   CoreString fault;
   if (!mesh->create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());

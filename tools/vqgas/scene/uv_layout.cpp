@@ -97,7 +97,6 @@ PolyMeshData copy_placed(const MeshSource& mesh, const GeometryUvMap& map, UvLay
 std::shared_ptr<const PolyMesh> create_mesh(PolyMeshData&& data, const std::string& name) {
   auto mesh = std::make_shared<PolyMesh>();
   CoreString fault;
-  data.least_copied_triangles = PolyMeshData::no_copy;
   if (!mesh->create(std::move(data), fault)) throw InputError(name, fault.get_data());
   return mesh;
 }

@@ -152,7 +152,6 @@ class GrowTask final : public SysThreadTask {
 
 void create_groom_mesh(MeshSource&& source, double crease_degrees, PolyMesh& mesh) {
   complete_normals(source.data, crease_degrees);
-  source.data.least_copied_triangles = PolyMeshData::no_copy;
   CoreString fault;
   if (!mesh.create(std::move(source.data), fault)) throw InputError(source.name, fault.get_data());
 }
