@@ -59,6 +59,8 @@ GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(
 GasGeometryBvh4& GasGeometryBvh4::operator=(const GasGeometryBvh4& other) {
   GasBvhGeometry::operator=(other);
   records = other.records;
+  ray_hit_plain = other.ray_hit_plain;
+  ray_hit_recorded = other.ray_hit_recorded;
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
   return *this;
 }
@@ -86,7 +88,9 @@ bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_
     accepted =
         prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry, group_flags,
                           progress, "Build BVH", [&](auto& boxes) { build_tree(ctx, boxes, progress); });
-    if (accepted) choose_leaf_functions(ctx);
+    if (!accepted) return;
+    choose_leaf_functions(ctx);
+    make_records(progress);
   });
   if (accepted) install_callbacks(has_motion);
   return accepted;
@@ -101,20 +105,31 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
   params.leaf_threshold = 1;
   params.max_leaf = 1;
   params.quantization_depth = 10;
-  records.clear();
   tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
-  if (alt_geometry == nullptr && extra_geometry == nullptr)
-    records.make(ctx, *geometry, tree.order, tree.item_count, primitives, progress);
 }
 
 void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
   leaf_functions = choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
     using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
-    using Variant = Leaf<MeshLeaf, false>;
-    const auto ray_hit =
-        !many_owners && records.get_size() != 0 ? Leaf<MeshLeaf, !many_owners>::ray_hit : Variant::ray_hit;
-    return BvhLeafFunctions{ray_hit, ray_hit, this, Variant::frustum_hit, this};
+    using Plain = Leaf<MeshLeaf, false>;
+    ray_hit_plain = Plain::ray_hit;
+    ray_hit_recorded = many_owners ? nullptr : Leaf<MeshLeaf, !many_owners>::ray_hit;
+    return BvhLeafFunctions{Plain::ray_hit, Plain::ray_hit, this, Plain::frustum_hit, this};
   });
+}
+
+void GasGeometryBvh4::make_records(AppProgressBar* progress) {
+  records.clear();
+  if (ray_hit_recorded != nullptr) records.make(*geometry, tree.order, tree.item_count, primitives, progress);
+  leaf_functions.ray = leaf_functions.nearest = records.get_size() != 0 ? ray_hit_recorded : ray_hit_plain;
+}
+
+void GasGeometryBvh4::dirty_motion_blur() {
+  GasBvhGeometry::dirty_motion_blur();
+  if (!has_motion) return;
+  const u64 old_bytes = records.get_bytes();
+  gas_try([&] { make_records(nullptr); });
+  report_growth(old_bytes, records.get_bytes());
 }
 
 /// Computes the boxes of a slice of the primitives at one sample time.

@@ -25,6 +25,10 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   GasGeometryBvh4& operator=(const GasGeometryBvh4& other);
   ~GasGeometryBvh4() override;
 
+  /// As that of GasStructure. Also copies what the geometry's tests read anew, O(primitives), if the structure keeps
+  /// such records.
+  void dirty_motion_blur() override;
+
   class GetLeafBboxesAtTask;
 
   /// Builds the structure over the primitives of up to three geometries and replaces its former content. The geometries
@@ -53,6 +57,8 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
 
   /// The primitive of the geometries at `position`, an item of the tree. For reports.
   uint get_primitive(const uint& position) const { return GasGeometryBase::get_primitive(position); }
+  /// Bytes of the records of primitives, a part of get_memory_size().
+  u64 get_record_bytes() const { return records.get_bytes(); }
 
  private:
   friend GasBvhGeometry;
@@ -71,7 +77,11 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
-  GasLeafRecords records;  ///< in the order of the tree; none if there are several geometries
+  /// Writes the records of what there is now and chooses the leaf functions that read them, or those without records.
+  void make_records(AppProgressBar* progress);
+
+  GasLeafRecords records;  ///< in the order of the tree; none if several geometries own the items
+  BvhRayLeafFunction ray_hit_plain = nullptr, ray_hit_recorded = nullptr;  ///< the leaf function is one of these
 };
 
 extern template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;

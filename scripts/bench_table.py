@@ -38,7 +38,7 @@ def list_rows(subjects):
                 lambda subject, count=count: subject.get_build_ratio("user-sse42", count))
         add(name, "build on two threads", "on one", "1.8",
             lambda subject: divide(subject.get_build(OURS, threads=2), subject.get_build(OURS, threads=1)))
-        add(name, "bytes a triangle", "", "32" if name == "dragon" else "",
+        add(name, "bytes of the tree a triangle", "", "32" if name == "dragon" else "",
             lambda subject: subject.get_tree_bytes(), "{:.1f}")
     for name in ("bunny", "dragon"):
         add(name, "in a scene of one", "alone", "0.97",

@@ -12,7 +12,7 @@ namespace {
 /// The records of one slice of the leaves.
 class RecordTask final : public GasTask {
  public:
-  const AppBase* application = nullptr;
+  const AppBase* application = nullptr;  ///< null: never stopped
   const GeometryObject* geometry = nullptr;
   const uint* order = nullptr;
   const CoreBasicArray<uint>* primitives = nullptr;
@@ -22,7 +22,7 @@ class RecordTask final : public GasTask {
 
   void write() const {
     for (uint place = first; place < end; ++place) {
-      gas_check_stop(*application, place - first);
+      if (application != nullptr) gas_check_stop(*application, place - first);
       const uint item = order[place];
       geometry->write_record(primitives->is_empty() ? item : (*primitives)[item], records + place * size);
     }
@@ -47,30 +47,31 @@ GasLeafRecords& GasLeafRecords::operator=(const GasLeafRecords& other) {
   return *this;
 }
 
-void GasLeafRecords::make(const CtxEval& ctx, const GeometryObject& geometry, const uint* order, uint count,
+void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uint count,
                           const CoreBasicArray<uint>& primitives, AppProgressBar* progress) {
-  constexpr uint parallel_from = 16384;
+  constexpr uint parallel_from = 4096;
   clear();
   const u32 size = geometry.get_record_size();
+  CORE_ASSERT(size % 4 == 0);
   if (size == 0 || count == 0) return;
   CoreAlignedArray<u8> bytes(std::size_t{count} * size, 64);
   if (!bytes) return;
   const auto prepare = [&](RecordTask& task) {
-    task.application = &ctx.get_application();
+    task.application = progress != nullptr ? &progress->get_application() : nullptr;
     task.geometry = &geometry;
     task.order = order;
     task.primitives = &primitives;
     task.records = bytes.get();
     task.size = size;
   };
-  SysThreadTaskManager manager(ctx.get_application().get_thread_manager());
-  const uint thread_count = manager.get_max_thread_count();
-  if (progress == nullptr || thread_count < 2 || count < parallel_from) {
+  if (progress == nullptr || count < parallel_from) {
     RecordTask all;
     prepare(all);
     all.end = count;
     all.write();
   } else {
+    SysThreadTaskManager manager(progress->get_application().get_thread_manager());
+    const uint thread_count = manager.get_max_thread_count();
     gas_run_slices<RecordTask>(manager, count, gas_get_slice_length(count, thread_count), prepare);
   }
   bytes_ = std::move(bytes);

@@ -11,7 +11,6 @@
 #include "vq_core/core_memory.h"
 
 class AppProgressBar;
-class CtxEval;
 class GeometryObject;
 
 class GasLeafRecords {
@@ -21,12 +20,12 @@ class GasLeafRecords {
   GasLeafRecords& operator=(const GasLeafRecords& other);
 
   /// Replaces the records. None if the geometry has none or there is no memory for them: queries then read the geometry
-  /// itself. Throws AppStopped. O(count).
+  /// itself. Throws AppStopped if there is a progress bar. O(count).
   /// @param order       [count] items in the order of the leaves
   /// @param primitives  [item] primitive of `geometry`; empty: the item is the primitive
-  /// @param progress    null: on the calling thread
-  void make(const CtxEval& ctx, const GeometryObject& geometry, const uint* order, uint count,
-            const CoreBasicArray<uint>& primitives, AppProgressBar* progress);
+  /// @param progress    the records are written on the threads of its application. Null: on the calling thread
+  void make(const GeometryObject& geometry, const uint* order, uint count, const CoreBasicArray<uint>& primitives,
+            AppProgressBar* progress);
   void clear() { *this = GasLeafRecords(); }
 
   /// False if there was no memory to copy the records.

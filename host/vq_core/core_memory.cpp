@@ -79,10 +79,9 @@ void* core_aligned_alloc(std::size_t bytes, std::size_t alignment, CorePages pag
     return alloc_large(bytes, std::max(alignment, core_large_page_bytes));
   void* block = alloc_small(bytes, alignment);
   if (block == nullptr || !is_large(block)) return block;
-  // By chance where only large blocks may be: another one, while this one still takes the place.
-  void* other = core_aligned_alloc(bytes, alignment, pages);
+  // By chance where only large blocks may be.
   std::free(block);
-  return other;
+  return alloc_large(bytes, core_large_page_bytes);
 }
 
 void core_aligned_free(void* block) noexcept {

@@ -1,7 +1,7 @@
 // host/vq_core/core_memory.h
 //
 // Aligned blocks of memory. Every ray reads node and sample arrays at random, so blocks of 2 MiB and more are aligned
-// to 2 MiB and marked for large pages: fewer TLB misses.
+// to 2 MiB and marked for large pages, unless small ones are requested: fewer TLB misses.
 #pragma once
 #include <cstddef>
 #include <limits>
@@ -12,7 +12,8 @@
 #include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
-/// Blocks of at least this size are aligned to it and marked for large pages.
+/// Blocks of at least this size are aligned to it and marked for large pages. Each is a mapping of the system, of which
+/// a process may have some ten thousands.
 inline constexpr std::size_t core_large_page_bytes = std::size_t(2) << 20;
 
 /// The pages of a large block. Large ones are new memory, which the system has to clear.

@@ -87,10 +87,11 @@ class VQ_EXPORT GeometryObject : public ResourceData {
   /// geometry at rest.
   virtual void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const = 0;
-  /// Bytes of a primitive's record: a copy of what its ray test reads, which structures keep in the order of their
-  /// leaves. 0: the geometry has no records. Must not change while a structure uses the geometry.
+  /// Bytes of a primitive's record, a multiple of 4: a copy of what its ray test reads, which structures keep in the
+  /// order of their leaves. 0: the geometry has no records. Records are written by the structure's create() and
+  /// dirty_motion_blur(); what they hold must not change at other times.
   virtual uint get_record_size() const { return 0; }
-  /// Writes get_record_size() bytes. `record` is aligned to 4 bytes. Thread-safe.
+  /// Writes get_record_size() bytes. `record` is aligned to 4 bytes, not to more. Thread-safe.
   virtual void write_record(const uint& /*primitive*/, void* /*record*/) const {}
   /// ray_hit_primitive() with the primitive's record; gives the same hits.
   virtual void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,

@@ -49,8 +49,8 @@ struct PolyMeshData {
   double motion_begin = 0.0;
   double motion_step = 1.0;
   uint render_mode = 0;
-  /// From this number of triangles on, structures keep records of the mesh: rays are faster, and a structure takes 36
-  /// bytes more a triangle and motion sample, twice as much a polygon in a mesh that has polygons of more corners.
+  /// From this number of triangles on, a GasGeometryBvh4 over this mesh alone keeps records of it: rays are faster, and
+  /// the structure takes 36 bytes more a triangle and motion sample, 72 a polygon if one has more than three corners.
   u32 least_recorded_triangles = 50'000;
   static constexpr u32 no_records = 0xFFFFFFFF;
   static constexpr u32 most_recorded_samples = 4;  ///< meshes with more motion samples have no records

@@ -61,6 +61,7 @@ struct PolyMesh::AtRest {
   AtRest(const PolyMesh& mesh, const CtxShader&, const GeometryRaytraceCtx&, uint /*ray*/)
       : positions(mesh.positions_.get()) {}
   const GMathVec3<float>& operator()(u32 vertex) const { return positions[vertex]; }
+  static constexpr bool is_in_record() { return true; }
   const GMathVec3<float>& get_corner(const GMathVec3<float>* part, uint k) const { return part[k]; }
 };
 
@@ -70,6 +71,7 @@ struct PolyMesh::InMotion {
   InMotion(const PolyMesh& mesh, const CtxShader& shader, const GeometryRaytraceCtx& query, uint ray)
       : mesh(mesh), blend(mesh.get_motion_blend(shader, query, ray)) {}
   GMathVec3<double> operator()(u32 vertex) const { return mesh.get_moved_position(blend, vertex); }
+  bool is_in_record() const { return !blend.rest; }  // a record has the samples alone
   GMathVec3<double> get_corner(const GMathVec3<float>* part, uint k) const {
     const GMathVec3<float>* sample = part + 3 * blend.first + k;
     return blend.mix(sample[0], sample[3 * blend.step]);
@@ -97,13 +99,13 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
       all_triangles ? polygon_vertices_.get() + std::size_t{3} * primitive : get_part_vertices(primitive, 0);
   for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
+    const bool is_recorded = has_record && (all_triangles || part < record_parts_) && positions.is_in_record();
     const bool is_hit =
-        has_record && (all_triangles || part < record_parts_)
-            ? hit_triangle(
-                  sheared, [&](uint k) -> decltype(auto) { return positions.get_corner(record, k); }, hit)
-            : hit_triangle(
-                  sheared, [&](uint k) -> decltype(auto) { return positions(vertices[k]); }, hit);
-    if (has_record) record += all_triangles ? 0 : 3 * record_samples_;
+        is_recorded ? hit_triangle(
+                          sheared, [&](uint k) -> decltype(auto) { return positions.get_corner(record, k); }, hit)
+                    : hit_triangle(
+                          sheared, [&](uint k) -> decltype(auto) { return positions(vertices[k]); }, hit);
+    if (is_recorded && !all_triangles) record += 3 * record_samples_;
     if (!is_hit) continue;
     hit.primitive = primitive;
     hit.part = part;

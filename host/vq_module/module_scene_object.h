@@ -113,8 +113,8 @@ class VQ_EXPORT ModuleSceneObject : public ModuleSceneItem {
     structure_ = structure;
     cluster_functions_ = &functions;
   }
-  /// Sets the table of the object's own shading groups; without one, its parts have their own tables. It must outlive
-  /// the object.
+  /// Sets the table of the object's own shading groups, which queries read; without one, its parts have their own
+  /// tables.
   void set_shading_table(const ShadingGroupTable* table) { shading_table_ = table; }
 
  private:

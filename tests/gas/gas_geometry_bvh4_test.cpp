@@ -77,6 +77,44 @@ TEST(GasGeometryBvh4, moving_meshes_are_found_where_they_are_at_the_time_of_the_
   }
 }
 
+// Written by several threads, then anew after the mesh's samples and their number have changed.
+TEST(GasGeometryBvh4, records_are_those_of_the_mesh_as_it_is) {
+  QueryWorld world(8, 4);
+  const CtxMotionBlur motion_blur(0.0, 1.0, 3);
+  const PolyMeshData at_rest = make_soup(5000, 61);
+  PolyMesh mesh, plain_mesh;
+  GasGeometryBvh4 structure, plain;
+  CoreString error;
+  uint hits_at_rest = 0;
+  for (const uint samples : {2u, 4u, 3u, 5u, 2u}) {
+    PolyMeshData data = at_rest;
+    add_motion(data, samples, 0.0, 1.0 / (samples - 1), samples, false);
+    ASSERT_TRUE(plain_mesh.create(PolyMeshData(data), error) &&
+                plain.create(world.ctx, &plain_mesh, &plain_mesh, nullptr));
+    data.least_recorded_triangles = 0;
+    ASSERT_TRUE(mesh.create(PolyMeshData(data), error));
+    if (structure.get_kept_count() == 0) {
+      AppProgressBar* bar = world.app.create_progress_bar("test");
+      ASSERT_TRUE(structure.create(world.ctx, &mesh, &mesh, bar));
+      bar->finish();
+    } else {
+      structure.dirty_motion_blur();
+    }
+    EXPECT_EQ(structure.get_record_bytes(), samples <= 4 ? u64{5000} * 36 * samples : 0);
+    std::vector<TestRay> rays = make_rays(data, scaled(300, 60), samples);
+    for (uint k = 0; k < rays.size(); ++k) rays[k].time = 0.13 * (k % 8);
+    make_mesh_check(data, rays, &motion_blur).check(world, structure);
+    // At a time that is not a number the mesh is at rest.
+    for (TestRay& ray : rays) {
+      ray.time = std::nan("");
+      const double found = shoot(world, structure, ray, &motion_blur).distance;
+      ASSERT_EQ(found, shoot(world, plain, ray, &motion_blur).distance) << describe(ray);
+      hits_at_rest += found < DBL_MAX ? 1 : 0;
+    }
+  }
+  EXPECT_GT(hits_at_rest, 50u);
+}
+
 TEST(GasGeometryBvh4, groups_that_are_not_shaded_are_not_hit) {
   QueryWorld world(9);
   PolyMeshData data = make_soup(300, 8);

@@ -25,11 +25,18 @@ inline void create(PolyMesh& mesh, PolyMeshData data) {
   ASSERT_TRUE(mesh.create(std::move(data), error)) << error.get_data();
 }
 
+/// Meshes with records are tested with them.
 inline void test_primitives(QueryWorld& world, const GeometryObject& mesh, GeometryRaytraceCtx& query) {
   query.geometry = &mesh;
+  std::vector<u32> record(mesh.get_record_size() / sizeof(u32));
   for (uint p = 0; p < mesh.get_primitive_count(); ++p) {
     query.shading_group = mesh.get_primitive_shading_group(p);
-    mesh.ray_hit_primitive(world.ctx, world.shader, query, p);
+    if (record.empty()) {
+      mesh.ray_hit_primitive(world.ctx, world.shader, query, p);
+    } else {
+      mesh.write_record(p, record.data());
+      mesh.ray_hit_record(world.ctx, world.shader, query, p, record.data());
+    }
   }
 }
 

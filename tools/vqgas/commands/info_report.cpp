@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "gas/gas_geometry_bvh4.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "vq_module/module_bundle.h"
@@ -10,20 +11,22 @@
 #include "vq_module/module_geometry.h"
 #include "vq_module/module_particle.h"
 
-std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, u64 whole) {
+std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, const GasObject& structure) {
+  const auto* mesh = dynamic_cast<const GasGeometryBvh4*>(&structure);
+  const u64 records = mesh != nullptr ? mesh->get_record_bytes() : 0;
   return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
           {"item order", tree.order != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
           {"item weights", tree.item_weight_bits != nullptr ? u64{tree.item_count} * sizeof(u32) : 0},
-          {"tables and object", whole - tree.get_array_bytes()}};
+          {"records of primitives", records},
+          {"tables and object", structure.get_memory_size() - tree.get_array_bytes() - records}};
 }
 
 namespace {
 
 TreeReport make_tree_report(const GasBvh<4>& tree, const GasObject& structure) {
-  return {bvh_compute_statistics(tree), tree.item_count, list_array_bytes(tree, structure.get_memory_size()),
-          structure.get_bbox()};
+  return {bvh_compute_statistics(tree), tree.item_count, list_array_bytes(tree, structure), structure.get_bbox()};
 }
 
 TreeReport make_grid_report(const GasGeometry& structure) {

@@ -104,8 +104,8 @@ struct SceneReport {
 };
 
 SceneReport make_scene_report(const std::string& file, const QueryScene& scene, std::vector<TaskSeconds>&& stages);
-/// The arrays of a tree and the rest of its structure, which holds `whole` bytes.
-std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, u64 whole);
+/// The arrays of a structure's tree and the rest of the structure.
+std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, const GasObject& structure);
 u64 get_sum(const std::vector<ArrayBytes>& arrays);
 /// Millions of primitives a second.
 double get_rate(uint primitives, double seconds);

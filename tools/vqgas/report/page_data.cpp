@@ -86,7 +86,7 @@ class TreeLister {
     tree.is_in_world = &objects == &scene_.get_objects().objects;
     tree.get_owner = [&structure](uint place) { return structure.get_instance_index(place); };
     tree.owner_names = list_names(objects);
-    tree.memory = list_array_bytes(structure.get_tree(), structure.get_memory_size());
+    tree.memory = list_array_bytes(structure.get_tree(), structure);
     add(std::move(tree));
   }
 
@@ -111,7 +111,7 @@ class TreeLister {
     tree.source = make_wide(structure.get_tree(), true);
     tree.placed = list_placed(scene_, bundle);
     tree.get_owner = [&structure](uint place) { return structure.get_instance_index(place); };
-    tree.memory = list_array_bytes(structure.get_tree(), structure.get_memory_size());
+    tree.memory = list_array_bytes(structure.get_tree(), structure);
     add(std::move(tree));
   }
 
