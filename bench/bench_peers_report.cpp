@@ -102,6 +102,7 @@ json make_subject_json(const PeerReport& report) {
   for (const PeerMemoryRow& row : report.memory)
     memory.push_back({{"library", row.library},
                       {"tree_bytes", get_bytes(report, row.tree_bytes)},
+                      {"record_bytes", get_bytes(report, row.record_bytes)},
                       {"total_bytes", get_bytes(report, row.total_bytes)}});
   for (const PeerTraceRow& row : report.traces) {
     json entry = {{"set", row.set},

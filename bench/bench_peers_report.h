@@ -17,7 +17,7 @@ struct PeerBuildRow {
 
 struct PeerMemoryRow {
   std::string library;
-  u64 tree_bytes = 0, total_bytes = 0;
+  u64 tree_bytes = 0, record_bytes = 0, total_bytes = 0;
 };
 
 /// Rates of one library for one set.

@@ -23,7 +23,8 @@ class PeerRun {
     drop_absent();
     for (std::size_t k = 0; k < contenders_.size(); ++k) {
       const BenchTracer& tracer = *contenders_[k].tracer;
-      report_.memory.push_back({names_[k], tracer.get_tree_bytes(), tracer.get_total_bytes()});
+      report_.memory.push_back(
+          {names_[k], tracer.get_tree_bytes(), tracer.get_record_bytes(), tracer.get_total_bytes()});
     }
     make_ray_sets();
     std::erase_if(sets_, [](const BenchRaySet& set) { return set.rays.empty(); });  // nothing hit, no bounces

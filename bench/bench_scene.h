@@ -89,6 +89,7 @@ class BenchScene final : public BenchStructure {
   BenchScene(BenchWorld& world, const PolyMesh& mesh, uint worker_count);
 
   u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
+  u64 get_record_bytes() const override { return structure_.get_record_bytes(); }
   u64 get_total_bytes() const override { return structure_.get_memory_size(); }
   const GasGeometryBvh4& get_structure() const { return structure_; }
 

@@ -11,8 +11,10 @@ class BenchTracer {
   virtual ~BenchTracer() = default;
   /// Traces rays first .. end - 1 of the set, from float array to `hits`, as worker `thread`. Workers run in parallel.
   virtual void trace(uint thread, const BenchRaySet& set, std::size_t first, std::size_t end, BenchHit* hits) = 0;
-  /// Bytes of the acceleration structure alone; bytes of all that the library holds for the subject.
+  /// Bytes of the acceleration structure alone; of its records of primitives; of all that the library holds for the
+  /// subject.
   virtual u64 get_tree_bytes() const = 0;
+  virtual u64 get_record_bytes() const { return 0; }
   virtual u64 get_total_bytes() const = 0;
 
  protected:

@@ -82,7 +82,8 @@ class Subject:
         return self.get_memory()["tree_bytes"]
 
     def get_motion_bytes(self):
-        return self.get_memory()["total_bytes"] - self.get_tree_bytes()
+        memory = self.get_memory()
+        return memory["total_bytes"] - memory["tree_bytes"] - memory["record_bytes"]
 
 
 def read_subjects(folder):

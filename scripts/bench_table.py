@@ -40,6 +40,8 @@ def list_rows(subjects):
             lambda subject: divide(subject.get_build(OURS, threads=2), subject.get_build(OURS, threads=1)))
         add(name, "bytes of the tree a triangle", "", "32" if name == "dragon" else "",
             lambda subject: subject.get_tree_bytes(), "{:.1f}")
+        add(name, "bytes of its records a triangle", "", "",
+            lambda subject: subject.get_memory()["record_bytes"], "{:.1f}")
     for name in ("bunny", "dragon"):
         add(name, "in a scene of one", "alone", "0.97",
             lambda subject: divide(1.0, subject.get_ratio("in-scene")))
@@ -54,6 +56,8 @@ def list_rows(subjects):
                 lambda subject: divide(subject.get_build(OURS, "refit"), subject.get_build("user-sse42")))
             add(moving, "bytes a triangle and sample", "", "45",
                 lambda subject, samples=samples: subject.get_motion_bytes() / samples, "{:.1f}")
+            add(moving, "bytes of its records a triangle", "", "",
+                lambda subject: subject.get_memory()["record_bytes"], "{:.1f}")
     for name in ("swarm-10k", "giants-200"):
         for motion in ("", ", 2 motion samples"):
             add_rates(name + motion, {"user-sse42": "1.0"})
