@@ -98,8 +98,10 @@ TEST(CoreMemory, blocks_are_aligned_or_null) {
   void* wide = core_aligned_alloc(16, 4 * core_large_page_bytes);
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(wide) % (4 * core_large_page_bytes), 0u);
   core_aligned_free(wide);
+#if !defined(__SANITIZE_ADDRESS__)  // it ends the program
   EXPECT_EQ(core_aligned_alloc(std::size_t(-1) - 100, 64), nullptr);
   EXPECT_EQ(core_aligned_alloc(std::size_t(1) << 62, 64), nullptr);
+#endif
   EXPECT_EQ(core_aligned_alloc(0, 16), nullptr);
   EXPECT_EQ(core_aligned_alloc(16, 48), nullptr);
   EXPECT_FALSE(CoreAlignedArray<float>(std::size_t(-1) / 2));
