@@ -148,7 +148,8 @@ bool PolyMesh::store(PolyMeshData&& data) {
   render_mode_ = data.render_mode;
   if (!copy_items(positions_, data.positions) || !store_polygons(data) || !store_motion(data)) return false;
   record_samples_ = has_motion() ? motion_sampling_.get_sample_count() : 1;
-  if (get_first_part(polygon_count_) >= data.least_recorded_triangles &&
+  if (data.least_recorded_triangles != PolyMeshData::no_records &&
+      u64{get_first_part(polygon_count_)} * record_samples_ >= data.least_recorded_triangles &&
       record_samples_ <= PolyMeshData::most_recorded_samples)
     record_parts_ = is_all_triangles() ? 1 : 2;
   polygon_groups_ = std::move(data.polygon_groups);

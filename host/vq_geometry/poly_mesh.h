@@ -49,9 +49,10 @@ struct PolyMeshData {
   double motion_begin = 0.0;
   double motion_step = 1.0;
   uint render_mode = 0;
-  /// From this number of triangles on, a GasGeometryBvh4 over this mesh alone keeps records of it: rays are faster, and
-  /// the structure takes 36 bytes more a triangle and motion sample, 72 a polygon if one has more than three corners.
-  u32 least_recorded_triangles = 50'000;
+  /// From this number of triangles on, counted once for each motion sample, a GasGeometryBvh4 over this mesh alone
+  /// keeps records of it: rays are faster, and the structure takes 36 bytes more a triangle and sample, 72 a polygon if
+  /// one has more than three corners. Smaller meshes fit into a cache, and records would take its space.
+  u32 least_recorded_triangles = 100'000;
   static constexpr u32 no_records = 0xFFFFFFFF;
   static constexpr u32 most_recorded_samples = 4;  ///< meshes with more motion samples have no records
 };
