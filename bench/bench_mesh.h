@@ -13,7 +13,7 @@ struct BenchMesh {
   std::string name;
   std::vector<GMathVec3<float>> positions;
   std::vector<u32> indices;  ///< three per triangle
-  /// The positions of each triangle's corners, copied as PolyMesh copies them in large meshes; else empty. For peers.
+  /// The positions of each triangle's corners, side by side, of large meshes; else empty. For peers.
   std::vector<GMathVec3<float>> corners;
   /// The positions of each motion sample over [0, 1]; between two samples vertices move in straight lines. Static:
   /// none.

@@ -52,15 +52,15 @@ const CoreClassInfo& GasGeometryBvh4::class_info() {
 
 GasGeometryBvh4::GasGeometryBvh4() : GasBvhGeometry(this) {}
 
-GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other) : GasBvhGeometry(other, this), records(other.records) {
+GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other)
+    : GasBvhGeometry(other, this), records(other.records), ray_functions(other.ray_functions) {
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
 }
 
 GasGeometryBvh4& GasGeometryBvh4::operator=(const GasGeometryBvh4& other) {
   GasBvhGeometry::operator=(other);
   records = other.records;
-  ray_hit_plain = other.ray_hit_plain;
-  ray_hit_recorded = other.ray_hit_recorded;
+  ray_functions = other.ray_functions;
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
   return *this;
 }
@@ -90,7 +90,7 @@ bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_
                           progress, "Build BVH", [&](auto& boxes) { build_tree(ctx, boxes, progress); });
     if (!accepted) return;
     choose_leaf_functions(ctx);
-    make_records(progress);
+    make_records(&ctx.get_application(), progress);
   });
   if (accepted) install_callbacks(has_motion);
   return accepted;
@@ -112,23 +112,23 @@ void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
   leaf_functions = choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
     using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
     using Plain = Leaf<MeshLeaf, false>;
-    ray_hit_plain = Plain::ray_hit;
-    ray_hit_recorded = many_owners ? nullptr : Leaf<MeshLeaf, !many_owners>::ray_hit;
+    ray_functions = {Plain::ray_hit, many_owners ? nullptr : Leaf<MeshLeaf, !many_owners>::ray_hit};
     return BvhLeafFunctions{Plain::ray_hit, Plain::ray_hit, this, Plain::frustum_hit, this};
   });
 }
 
-void GasGeometryBvh4::make_records(AppProgressBar* progress) {
+void GasGeometryBvh4::make_records(const AppBase* application, AppProgressBar* progress) {
   records.clear();
-  if (ray_hit_recorded != nullptr) records.make(*geometry, tree.order, tree.item_count, primitives, progress);
-  leaf_functions.ray = leaf_functions.nearest = records.get_size() != 0 ? ray_hit_recorded : ray_hit_plain;
+  if (ray_functions.recorded != nullptr)
+    records.make(*geometry, tree.order, tree.item_count, primitives, application, progress);
+  leaf_functions.ray = leaf_functions.nearest = records.get_size() != 0 ? ray_functions.recorded : ray_functions.plain;
 }
 
 void GasGeometryBvh4::dirty_motion_blur() {
   GasBvhGeometry::dirty_motion_blur();
-  if (!has_motion) return;
+  if (!has_motion || tree.is_empty()) return;
   const u64 old_bytes = records.get_bytes();
-  gas_try([&] { make_records(nullptr); });
+  gas_try([&] { make_records(nullptr, nullptr); });
   report_growth(old_bytes, records.get_bytes());
 }
 

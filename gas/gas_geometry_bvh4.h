@@ -47,7 +47,8 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   ///         if there was no memory (a warning is logged) or the application requested a stop
   /// Threads: one call at a time, no query meanwhile. Same input, same tree, for any number of threads.
   /// Cost: O(n log n) time. The tree takes 52 bytes a triangle on a mesh of 70 thousand and 30 on one of 870 thousand:
-  /// only nodes from the tenth level on are quantized. Under motion blur each sample adds its boxes.
+  /// only nodes from the tenth level on are quantized. Records of primitives, if the geometry has them, are added
+  /// (GeometryObject::get_record_size()). Under motion blur each sample adds its boxes.
   bool create(const CtxEval& ctx, const GeometryObject* base_geometry, const GeometryObject* geometry,
               const GeometryObject* alt_geometry, const GeometryObject* extra_geometry,
               const CoreBasicArray<uint>& group_flags, AppProgressBar* progress);
@@ -78,10 +79,13 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
   /// Writes the records of what there is now and chooses the leaf functions that read them, or those without records.
-  void make_records(AppProgressBar* progress);
+  /// @param application  whose stop request ends it; may be null
+  void make_records(const AppBase* application, AppProgressBar* progress);
 
   GasLeafRecords records;  ///< in the order of the tree; none if several geometries own the items
-  BvhRayLeafFunction ray_hit_plain = nullptr, ray_hit_recorded = nullptr;  ///< the leaf function is one of these
+  struct {
+    BvhRayLeafFunction plain = nullptr, recorded = nullptr;  ///< the latter null if several geometries own the items
+  } ray_functions;                                           ///< leaf_functions has one of them
 };
 
 extern template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;

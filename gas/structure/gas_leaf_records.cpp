@@ -48,7 +48,8 @@ GasLeafRecords& GasLeafRecords::operator=(const GasLeafRecords& other) {
 }
 
 void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uint count,
-                          const CoreBasicArray<uint>& primitives, AppProgressBar* progress) {
+                          const CoreBasicArray<uint>& primitives, const AppBase* application,
+                          AppProgressBar* progress) {
   constexpr uint parallel_from = 4096;
   clear();
   const u32 size = geometry.get_record_size();
@@ -57,7 +58,7 @@ void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uin
   CoreAlignedArray<u8> bytes(std::size_t{count} * size, 64);
   if (!bytes) return;
   const auto prepare = [&](RecordTask& task) {
-    task.application = progress != nullptr ? &progress->get_application() : nullptr;
+    task.application = application;
     task.geometry = &geometry;
     task.order = order;
     task.primitives = &primitives;

@@ -10,6 +10,7 @@
 #include "vq_core/core_array.h"
 #include "vq_core/core_memory.h"
 
+class AppBase;
 class AppProgressBar;
 class GeometryObject;
 
@@ -20,12 +21,13 @@ class GasLeafRecords {
   GasLeafRecords& operator=(const GasLeafRecords& other);
 
   /// Replaces the records. None if the geometry has none or there is no memory for them: queries then read the geometry
-  /// itself. Throws AppStopped if there is a progress bar. O(count).
-  /// @param order       [count] items in the order of the leaves
-  /// @param primitives  [item] primitive of `geometry`; empty: the item is the primitive
-  /// @param progress    the records are written on the threads of its application. Null: on the calling thread
+  /// itself. O(count).
+  /// @param order        [count] items in the order of the leaves
+  /// @param primitives   [item] primitive of `geometry`; empty: the item is the primitive
+  /// @param application  throws AppStopped when it requests a stop; may be null
+  /// @param progress     the records are written on the threads of its application. Null: on the calling thread
   void make(const GeometryObject& geometry, const uint* order, uint count, const CoreBasicArray<uint>& primitives,
-            AppProgressBar* progress);
+            const AppBase* application, AppProgressBar* progress);
   void clear() { *this = GasLeafRecords(); }
 
   /// False if there was no memory to copy the records.

@@ -5,7 +5,8 @@
 //
 //   mapping    ... | LargeHeader | block, at a multiple of 2 MiB ...
 //
-// A block at a multiple of 2 MiB is a mapping and any other is from malloc(), so that the address tells how to free it.
+// A block at a multiple of 2 MiB is a mapping, any other is from malloc(): core_aligned_free() reads it off the
+// address.
 #include "vq_core/core_memory.h"
 
 #include <algorithm>

@@ -46,7 +46,7 @@ inline float gas_bvh_split_padded_area(const GMathBbox3<float>& box, float paddi
 /// For trees with one item a leaf, so that few lanes stay empty: a pair that gets two lanes saves a node of its own,
 /// while 4, 7, 10 ... items fill all lanes of theirs.
 inline void gas_bvh_split_set_priority(GasBvhSplitSetGeom& half) {
-  constexpr uint most_items = 16;  // of more, the number tells nothing
+  constexpr uint most_items = 16;  // the number decides little in larger sets
   const bool is_small = half.count > 1 && half.count <= most_items;
   half.priority = half.area * (!is_small ? 1.0f : half.count == 2 ? 3.0f : half.count % 3 == 1 ? 0.5f : 1.0f);
 }

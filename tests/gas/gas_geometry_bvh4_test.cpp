@@ -104,6 +104,10 @@ TEST(GasGeometryBvh4, records_are_those_of_the_mesh_as_it_is) {
     std::vector<TestRay> rays = make_rays(data, scaled(300, 60), samples);
     for (uint k = 0; k < rays.size(); ++k) rays[k].time = 0.13 * (k % 8);
     make_mesh_check(data, rays, &motion_blur).check(world, structure);
+    GasGeometryBvh4 copy(structure);
+    copy.dirty_motion_blur();
+    EXPECT_EQ(copy.get_record_bytes(), structure.get_record_bytes());
+    make_mesh_check(data, rays, &motion_blur).check(world, copy);
     // At a time that is not a number the mesh is at rest.
     for (TestRay& ray : rays) {
       ray.time = std::nan("");
