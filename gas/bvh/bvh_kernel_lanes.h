@@ -53,7 +53,7 @@ template <BvhTime time>
   const GMathBasicRay<double>& record = query.get_ray(ray);
   BvhRay out;
   const double tnear = query.get_tnear(ray);
-  const SimdF plane_slack = time == BvhTime::moving ? gas_get_blend_slack(bounds) : SimdF(0.0f);
+  const SimdF plane_slack = time == BvhTime::moving ? gas_get_blend_slack(bounds) : gas_get_no_slack();
   const GasSlabRay slabs = gas_load_slab_ray(record, tnear, bounds, plane_slack);
   bvh_spread(slabs.near_origin, out.near_origin);
   bvh_spread(slabs.far_origin, out.far_origin);

@@ -70,7 +70,7 @@ class GasInstanceRay {
  public:
   /// @param frame  of the instance; its leaves' boxes lie in it
   void set(const GMathBasicRay<double>& ray, double tnear, const GMathBbox3<float>& frame) {
-    slabs_ = gas_load_slab_ray(ray, tnear, frame, SimdF(0.0f));
+    slabs_ = gas_load_slab_ray(ray, tnear, frame, gas_get_no_slack());
     first_ = static_cast<float>(tnear);
     frame_min_ = pack(frame.min);
     frame_step_ = (pack(frame.max) - frame_min_) * SimdF(bvh_quantum);

@@ -35,14 +35,14 @@ inline SimdF gas_get_reach(const GMathBbox3<float>& bounds) {
 /// @param bounds  holds all boxes of the tree at both samples
 inline SimdF gas_get_blend_slack(const GMathBbox3<float>& bounds) { return gas_get_reach(bounds) * SimdF(0x1p-22f); }
 
+/// For boxes as stored. Not +0: compilers leave out the addition of -0 alone.
+inline SimdF gas_get_no_slack() { return SimdF(-0.0f); }
+
 /// @param bounds       holds all boxes of the tree
-/// @param plane_slack  how far each plane of a box may be from where it should be, per axis; 0 for boxes as stored
+/// @param plane_slack  how far each plane of a box may be from where it should be, per axis
 [[gnu::always_inline]] inline GasSlabRay gas_load_slab_ray(const GMathBasicRay<double>& ray, double tnear,
                                                            const GMathBbox3<float>& bounds, const SimdF& plane_slack) {
-  const auto pack = [](const GMathVec3<double>& v) {
-    return SimdF(static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z), 0.0f);
-  };
-  const SimdF origin = pack(ray.origin), inverse = pack(ray.inverse);
+  const SimdF origin = SimdF::load_doubles(&ray.origin.x), inverse = SimdF::load_doubles(&ray.inverse.x);
   // An infinite origin stays infinite.
   const SimdF distance = min(copy_sign(origin, SimdF(0.0f)), SimdF(FLT_MAX));
   // Never 0: a ray that lies in a plane would give 0 * inf = NaN.

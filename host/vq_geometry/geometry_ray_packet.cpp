@@ -10,17 +10,6 @@ void GeometryRayPacket::resize(uint count) {
   nearest_.resize(count);
 }
 
-void GeometryRayPacket::set_ray(uint ray, const GMathVec3<double>& origin, const GMathVec3<double>& direction,
-                                double tnear, double tfar, double time, GMathRay::Type type) {
-  GMathRay& written = rays_[ray];
-  written.set(origin, direction);
-  written.type = type;
-  written.tnear = tnear;
-  written.tfar = tfar;
-  written.time = time;
-  written.extent = 0.0;
-}
-
 void GeometryRayPacket::set_stop_rule(uint max_hits, double opacity_stop) {
   has_stop_rule_ = true;
   max_hits_ = max_hits;

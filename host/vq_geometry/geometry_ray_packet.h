@@ -33,7 +33,15 @@ class VQ_EXPORT GeometryRayPacket {
   const GMathRay& get_ray(uint ray) const { return rays_[ray]; }
   /// `direction` need not be of unit length: distances are in units of it.
   void set_ray(uint ray, const GMathVec3<double>& origin, const GMathVec3<double>& direction, double tnear = 0.0,
-               double tfar = DBL_MAX, double time = 0.0, GMathRay::Type type = GMathRay::camera);
+               double tfar = DBL_MAX, double time = 0.0, GMathRay::Type type = GMathRay::camera) {
+    GMathRay& written = rays_[ray];
+    written.set(origin, direction);
+    written.type = type;
+    written.tnear = tnear;
+    written.tfar = tfar;
+    written.time = time;
+    written.extent = 0.0;
+  }
 
   /// Ends a ray of an all-hits query after `max_hits` hits or when the weights of its hits add up to `opacity_stop`.
   /// Applies to queries begun after this call; without a rule no ray ends early.

@@ -25,6 +25,10 @@ struct SimdFPlain {
     y = {from[1], from[4], from[7], from[10]};
     z = {from[2], from[5], from[8], from[11]};
   }
+  /// Three doubles, rounded; lane 3 is 0.
+  static SimdFPlain load_doubles(const double* from) {
+    return {static_cast<float>(from[0]), static_cast<float>(from[1]), static_cast<float>(from[2]), 0.0f};
+  }
   /// Four unsigned bytes as floats.
   static SimdFPlain load_bytes(const u8* from) {
     return {static_cast<float>(from[0]), static_cast<float>(from[1]), static_cast<float>(from[2]),

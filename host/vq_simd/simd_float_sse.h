@@ -33,6 +33,10 @@ struct SimdFSse {
     y = _mm_shuffle_ps(yz, xy, _MM_SHUFFLE(3, 1, 2, 0));
     z = _mm_shuffle_ps(yz, c, _MM_SHUFFLE(3, 0, 3, 1));
   }
+  /// Three doubles, rounded; lane 3 is 0.
+  static SimdFSse load_doubles(const double* from) {
+    return _mm_movelh_ps(_mm_cvtpd_ps(_mm_loadu_pd(from)), _mm_cvtpd_ps(_mm_load_sd(from + 2)));
+  }
   /// Four unsigned bytes as floats.
   static SimdFSse load_bytes(const u8* from) {
     int packed;
