@@ -211,14 +211,23 @@ class VQ_EXPORT PolyMesh final : public GeometryObject {
   template <bool has_record>
   void test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
                       const GMathVec3<float>* record) const;
+  template <bool has_record>
+  void test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                   const GMathVec3<float>* record) const;
+  template <bool all_triangles, bool has_record, class Positions>
+  void test_active(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                   const GMathVec3<float>* record) const;
   template <bool all_triangles, bool has_record, class Positions>
   void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
                  const GMathVec3<float>* record) const;
   template <bool all_triangles, bool has_record, class Positions>
   void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
                 const GMathVec3<float>* record, uint ray) const;
+  template <class Positions>
+  void push_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint ray,
+                const GeometryCandidate& hit) const;
   template <class GetPosition>
-  bool is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit, const u32* vertices,
+  bool is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit,
                 GetPosition get_position) const;
 
   CoreAlignedArray<GMathVec3<float>> positions_;

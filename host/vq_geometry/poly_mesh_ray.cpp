@@ -62,7 +62,9 @@ struct PolyMesh::AtRest {
       : positions(mesh.positions_.get()) {}
   const GMathVec3<float>& operator()(u32 vertex) const { return positions[vertex]; }
   static constexpr bool is_in_record() { return true; }
-  const GMathVec3<float>& get_corner(const GMathVec3<float>* part, uint k) const { return part[k]; }
+  auto get_corners(const GMathVec3<float>* part) const {
+    return [part](uint k) -> const GMathVec3<float>& { return part[k]; };
+  }
 };
 
 struct PolyMesh::InMotion {
@@ -72,27 +74,24 @@ struct PolyMesh::InMotion {
       : mesh(mesh), blend(mesh.get_motion_blend(shader, query, ray)) {}
   GMathVec3<double> operator()(u32 vertex) const { return mesh.get_moved_position(blend, vertex); }
   bool is_in_record() const { return !blend.rest; }  // a record has the samples alone
-  GMathVec3<double> get_corner(const GMathVec3<float>* part, uint k) const {
-    const GMathVec3<float>* sample = part + 3 * blend.first + k;
-    return blend.mix(sample[0], sample[3 * blend.step]);
+  auto get_corners(const GMathVec3<float>* part) const {
+    return [this, first = part + 3 * blend.first](uint k) { return blend.mix(first[k], first[3 * blend.step + k]); };
   }
 };
 
-// A function of its own for each kind of mesh: that of triangles at rest, which most meshes are, has no loop over
-// parts.
+// A function of its own for each kind of mesh: that of one ray and triangles at rest, the usual one, has no loop.
 template <bool all_triangles, bool has_record, class Positions>
 [[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                            uint primitive, const GMathVec3<float>* record) const {
-  for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
-    if (!query.is_nearest() && query.is_stopped(ray)) continue;
-    ++query.counter;
+  for (uint ray = query.first_ray; ray <= query.last_ray; ++ray)
     test_ray<all_triangles, has_record, Positions>(ctx, shader, query, primitive, record, ray);
-  }
 }
 
 template <bool all_triangles, bool has_record, class Positions>
-inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                               const GMathVec3<float>* record, uint ray) const {
+[[gnu::always_inline]] inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                                      uint primitive, const GMathVec3<float>* record, uint ray) const {
+  if (!query.is_nearest() && query.is_stopped(ray)) return;
+  ++query.counter;
   const GeometryShearedRay sheared(query.get_ray(ray));
   const Positions positions(*this, shader, query, ray);
   const u32* vertices =
@@ -100,25 +99,33 @@ inline void PolyMesh::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRa
   for (uint part = 0, count = all_triangles ? 1 : get_part_count(primitive); part < count; ++part, vertices += 3) {
     GeometryCandidate hit;
     const bool is_recorded = has_record && (all_triangles || part < record_parts_) && positions.is_in_record();
-    const bool is_hit =
-        is_recorded ? hit_triangle(
-                          sheared, [&](uint k) -> decltype(auto) { return positions.get_corner(record, k); }, hit)
-                    : hit_triangle(
-                          sheared, [&](uint k) -> decltype(auto) { return positions(vertices[k]); }, hit);
+    const bool is_hit = is_recorded
+                            ? hit_triangle(sheared, positions.get_corners(record), hit)
+                            : hit_triangle(
+                                  sheared, [&](uint k) -> decltype(auto) { return positions(vertices[k]); }, hit);
     if (is_recorded && !all_triangles) record += 3 * record_samples_;
     if (!is_hit) continue;
     hit.primitive = primitive;
     hit.part = part;
-    if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, vertices, positions)) continue;
-    query.push_intersection(ctx, shader, ray, hit);
-    if (!query.is_nearest() && query.is_stopped(ray)) return;
+    push_hit<Positions>(ctx, shader, query, ray, hit);
+    if (!all_triangles && !query.is_nearest() && query.is_stopped(ray)) return;
   }
+}
+
+/// Gives the hit to the query, unless a neighbor has given it. A call, so that a test that misses, as most do, has no
+/// registers to save for it.
+template <class Positions>
+[[gnu::noinline]] void PolyMesh::push_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint ray,
+                                          const GeometryCandidate& hit) const {
+  if (geometry_may_be_on_edge(hit) && is_known(query, ray, hit, Positions(*this, shader, query, ray))) return;
+  query.push_intersection(ctx, shader, ray, hit);
 }
 
 /// True if the hit is on an edge and was given by the triangle on the other side.
 template <class GetPosition>
 [[gnu::noinline]] bool PolyMesh::is_known(const GeometryRaytraceCtx& query, uint ray, const GeometryCandidate& hit,
-                                          const u32* vertices, GetPosition get_position) const {
+                                          GetPosition get_position) const {
+  const u32* vertices = get_part_vertices(hit.primitive, hit.part);
   const GeometryShearedRay sheared(query.get_ray(ray));
   // On an inner edge the ray meets the triangles on both sides at one point of the polygon: one hit.
   if (is_already_offered(query, ray, sheared, vertices, hit.part, get_position)) return true;
@@ -138,16 +145,33 @@ inline PolyMesh::MotionBlend PolyMesh::get_motion_blend(const CtxShader& shader,
                        : get_motion_blend(span.time);
 }
 
+template <bool all_triangles, bool has_record, class Positions>
+inline void PolyMesh::test_active(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                                  const GMathVec3<float>* record) const {
+  if (query.first_ray != query.last_ray)
+    return test_rays<all_triangles, has_record, Positions>(ctx, shader, query, primitive, record);
+  test_ray<all_triangles, has_record, Positions>(ctx, shader, query, primitive, record, query.first_ray);
+}
+
 template <bool has_record>
-void PolyMesh::test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
-                              const GMathVec3<float>* record) const {
-  if (has_motion() && query.spans != nullptr && query.span_stamp != 0) {
-    if (is_all_triangles()) return test_rays<true, has_record, InMotion>(ctx, shader, query, primitive, record);
-    return test_rays<false, has_record, InMotion>(ctx, shader, query, primitive, record);
-  }
-  if (has_record && has_motion()) return test_primitive<false>(ctx, shader, query, primitive, nullptr);
-  if (is_all_triangles()) return test_rays<true, has_record, AtRest>(ctx, shader, query, primitive, record);
+inline void PolyMesh::test_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
+                                     const GMathVec3<float>* record) const {
+  if (has_motion()) return test_moving<has_record>(ctx, shader, query, primitive, record);
+  if (is_all_triangles()) return test_active<true, has_record, AtRest>(ctx, shader, query, primitive, record);
   test_rays<false, has_record, AtRest>(ctx, shader, query, primitive, record);
+}
+
+/// A record has the positions of the samples alone: at rest it is not read.
+template <bool has_record>
+[[gnu::noinline]] void PolyMesh::test_moving(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                             uint primitive, const GMathVec3<float>* record) const {
+  const bool in_motion = query.spans != nullptr && query.span_stamp != 0;
+  if (!is_all_triangles()) {
+    if (in_motion) return test_rays<false, has_record, InMotion>(ctx, shader, query, primitive, record);
+    return test_rays<false, false, AtRest>(ctx, shader, query, primitive, nullptr);
+  }
+  if (in_motion) return test_active<true, has_record, InMotion>(ctx, shader, query, primitive, record);
+  test_active<true, false, AtRest>(ctx, shader, query, primitive, nullptr);
 }
 
 void PolyMesh::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
