@@ -23,25 +23,53 @@ const EventDeclaration declared_events[] = {EVT_ID_DESTROY, EVT_ID_GAS_BUILD_BEG
 
 }  // namespace
 
-/// The leaf callbacks of one variant of GasMeshLeaf.
-template <class MeshLeaf, bool has_records>
+/// The leaf callbacks of one variant of GasMeshLeaf. Every leaf of this tree has one primitive.
+template <bool indexed, bool many_owners, bool one_group>
 struct GasGeometryBvh4::Leaf {
+  using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
+
+  template <bool has_records>
   static void ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                       const CoreBasicArray<uint>& leaf, void* user) {
-    // Every leaf of this tree has one primitive.
     const auto& structure = *static_cast<const GasGeometryBvh4*>(user);
     const uint* item = leaf.get_items();
     if constexpr (has_records) {
-      const void* record = structure.records.get(static_cast<std::size_t>(item - structure.tree.order));
-      MeshLeaf(structure, *item).test_record(ctx, shader, query, record);
+      MeshLeaf(structure, *item).test_record(ctx, shader, query, get_record(structure, item));
     } else {
       MeshLeaf(structure, *item).test(ctx, shader, query);
+    }
+  }
+  template <bool has_records>
+  static void ray_hit_bare(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                           const CoreBasicArray<uint>& leaf, void* user) {
+    const auto& structure = *static_cast<const GasGeometryBvh4*>(user);
+    const uint* item = leaf.get_items();
+    const uint& primitive = indexed ? structure.primitives[*item] : *item;
+    if constexpr (has_records) {
+      structure.geometry->ray_hit_record(ctx, shader, query, primitive, get_record(structure, item));
+    } else {
+      structure.geometry->ray_hit_primitive(ctx, shader, query, primitive);
     }
   }
   static void frustum_hit(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                           const CoreBasicArray<uint>& leaf, void* user) {
     for (const uint position : leaf)
       MeshLeaf(*static_cast<const GasGeometryBvh4*>(user), position).test(ctx, shader, query);
+  }
+  template <bool has_records>
+  static constexpr RayFunctions get_ray_functions() {
+    if constexpr (many_owners && has_records) {
+      return {};
+    } else if constexpr (one_group && !many_owners) {
+      return {ray_hit<has_records>, ray_hit_bare<has_records>};
+    } else {
+      return {ray_hit<has_records>, nullptr};
+    }
+  }
+
+ private:
+  static const void* get_record(const GasGeometryBvh4& structure, const uint* item) {
+    return structure.records.get(static_cast<std::size_t>(item - structure.tree.order));
   }
 };
 
@@ -53,14 +81,18 @@ const CoreClassInfo& GasGeometryBvh4::class_info() {
 GasGeometryBvh4::GasGeometryBvh4() : GasBvhGeometry(this) {}
 
 GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other)
-    : GasBvhGeometry(other, this), records(other.records), ray_functions(other.ray_functions) {
+    : GasBvhGeometry(other, this),
+      records(other.records),
+      plain_functions(other.plain_functions),
+      recorded_functions(other.recorded_functions) {
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
 }
 
 GasGeometryBvh4& GasGeometryBvh4::operator=(const GasGeometryBvh4& other) {
   GasBvhGeometry::operator=(other);
   records = other.records;
-  ray_functions = other.ray_functions;
+  plain_functions = other.plain_functions;
+  recorded_functions = other.recorded_functions;
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
   return *this;
 }
@@ -110,18 +142,29 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
 
 void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
   leaf_functions = choose_leaf(ctx, [this]<bool indexed, bool many_owners, bool one_group>() {
-    using MeshLeaf = GasMeshLeaf<GasGeometryBase, indexed, many_owners, one_group>;
-    using Plain = Leaf<MeshLeaf, false>;
-    ray_functions = {Plain::ray_hit, many_owners ? nullptr : Leaf<MeshLeaf, !many_owners>::ray_hit};
-    return BvhLeafFunctions{Plain::ray_hit, Plain::ray_hit, this, Plain::frustum_hit, this};
+    using Functions = Leaf<indexed, many_owners, one_group>;
+    plain_functions = Functions::template get_ray_functions<false>();
+    recorded_functions = Functions::template get_ray_functions<true>();
+    return BvhLeafFunctions{plain_functions.each, plain_functions.each, this, Functions::frustum_hit, this};
   });
+}
+
+BvhLeafFunctions GasGeometryBvh4::get_leaf_functions(const MotionData* /*record*/, GeometryRaytraceCtx& query) const {
+  const BvhRayLeafFunction bare = (records.get_size() != 0 ? recorded_functions : plain_functions).bare;
+  if (bare == nullptr || query.primitive_filter != nullptr) return leaf_functions;
+  const uint group = query.shading_group_offset;
+  const ShadingGroupLinks* links = CtxHelpers::get_shading(query, group);
+  if (!gas_is_shaded(links) || links->clip_map != nullptr) return leaf_functions;
+  gas_set_current(query, geometry, group);
+  return {bare, bare, leaf_functions.ray_user, leaf_functions.frustum, leaf_functions.frustum_user};
 }
 
 void GasGeometryBvh4::make_records(const AppBase* application, AppProgressBar* progress) {
   records.clear();
-  if (ray_functions.recorded != nullptr)
+  if (recorded_functions.each != nullptr)
     records.make(*geometry, tree.order, tree.item_count, primitives, application, progress);
-  leaf_functions.ray = leaf_functions.nearest = records.get_size() != 0 ? ray_functions.recorded : ray_functions.plain;
+  const RayFunctions& functions = records.get_size() != 0 ? recorded_functions : plain_functions;
+  leaf_functions.ray = leaf_functions.nearest = functions.each;
 }
 
 void GasGeometryBvh4::dirty_motion_blur() {

@@ -65,13 +65,20 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   friend GasBvhGeometry;
   friend GasStructure;
   friend GasBvhStructure;
-  template <class MeshLeaf, bool has_records>
+  template <bool indexed, bool many_owners, bool one_group>
   struct Leaf;
+  /// The ray leaf function of each kind of query.
+  struct RayFunctions {
+    BvhRayLeafFunction each = nullptr;  ///< looks up the primitive's group and the query's filters
+    BvhRayLeafFunction bare = nullptr;  ///< tests the primitive, which is of the current group; null: no such function
+  };
 
   void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
   u64 get_array_bytes() const { return get_primitive_array_bytes() + records.get_bytes(); }
+  /// Those of one query. If what `each` looks up is the same for all primitives, it is done here, once.
+  BvhLeafFunctions get_leaf_functions(const MotionData* record, GeometryRaytraceCtx& query) const;
   BvhLeafRecords get_leaf_records() const { return {records.get_first(), records.get_size()}; }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
@@ -82,10 +89,9 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   /// @param application  whose stop request ends it; may be null
   void make_records(const AppBase* application, AppProgressBar* progress);
 
-  GasLeafRecords records;  ///< in the order of the tree; none if several geometries own the items
-  struct {
-    BvhRayLeafFunction plain = nullptr, recorded = nullptr;  ///< the latter null if several geometries own the items
-  } ray_functions;                                           ///< leaf_functions has one of them
+  GasLeafRecords records;           ///< in the order of the tree; none if several geometries own the items
+  RayFunctions plain_functions;     ///< without records
+  RayFunctions recorded_functions;  ///< with records; null if several geometries own the items
 };
 
 extern template class GasStructure<GasGeometryBvh4, GasGeometryBase, GasRefitRecord<GasGeometryBvh4>>;

@@ -40,7 +40,7 @@ class VQ_EXPORT GasBvhGeometry : public GasBvhStructure<Self, Base> {
   };
 
   bool can_move() const { return static_cast<const Self&>(*this).has_motion; }
-  const BvhLeafFunctions& get_leaf_functions(const MotionData* /*record*/, const GeometryRaytraceCtx&) const {
+  const BvhLeafFunctions& get_leaf_functions(const MotionData* /*record*/, GeometryRaytraceCtx&) const {
     return this->leaf_functions;
   }
   BvhLeafRecords get_leaf_records() const { return {}; }

@@ -14,6 +14,14 @@ inline bool gas_is_shaded(const ShadingGroupLinks* links) {
   return links != nullptr && links->material != ShadingGroupLinks::material_empty;
 }
 
+/// Makes primitives of one owner and group the query's current ones.
+/// @param group  number of the shading group in the whole scene
+inline void gas_set_current(GeometryRaytraceCtx& query, const GeometryObject* owner, uint group) {
+  query.geometry = owner;
+  query.shading_group = group;
+  query.current_instance = query.instance;
+}
+
 /// While it exists, hits are filtered by the clip map of the links, if there is one.
 class GasClipMapScope {
  public:
@@ -40,9 +48,7 @@ inline void gas_test_primitive(GeometryRaytraceCtx& query, const GeometryObject*
                                const Describe& describe, const Test& test) {
   const ShadingGroupLinks* links = CtxHelpers::get_shading(query, group);
   if (!gas_is_shaded(links)) return;
-  query.geometry = owner;
-  query.shading_group = group;
-  query.current_instance = query.instance;
+  gas_set_current(query, owner, group);
   describe(*links);
   if (!query.apply_primitive_filters(primitive)) return;
   const GasClipMapScope clip_map(*links, query);
