@@ -165,6 +165,7 @@ class BenchHairScene final : public BenchStructure {
   BenchHairScene(BenchWorld& world, const TubeMeshFast& tubes, bool oriented, uint worker_count);
 
   u64 get_tree_bytes() const override { return structure_.get_tree().get_array_bytes(); }
+  u64 get_record_bytes() const override { return structure_.get_record_bytes(); }
   u64 get_total_bytes() const override { return structure_.get_memory_size(); }
   const GasFur& get_structure() const { return structure_; }
 

@@ -82,8 +82,11 @@ GasFur& GasFur::operator=(const GasFur& other) {
   primitive_count = other.primitive_count;
   has_motion = other.has_motion;
   oriented_nodes_allowed = other.oriented_nodes_allowed;
+  has_large_leaves = other.has_large_leaves;
   group_primitive_counts = other.group_primitive_counts;
-  if (group_primitive_counts.get_count() != other.group_primitive_counts.get_count()) clear();  // no memory
+  const bool is_whole = group_primitive_counts.get_count() == other.group_primitive_counts.get_count() &&
+                        records.is_whole_copy_of(other.records);
+  if (!is_whole) clear();  // no memory
   return *this;
 }
 
@@ -91,6 +94,7 @@ GasFur::~GasFur() = default;
 
 void GasFur::clear() {
   tree.clear();
+  records.clear();
   group_primitive_counts.remove_all();
 }
 
@@ -169,7 +173,9 @@ bool GasFur::create(const CtxEval& new_ctx, const GeometryObject* new_base_geome
       build_tree(new_ctx, primitives, progress);
     }
     count_groups();
-    choose_leaf_functions();
+    has_large_leaves = has_large_leaf(tree);
+    leaf_functions = {nullptr, nullptr, this, leaf_frustum_hit_callback, this};
+    make_records(&new_ctx.get_application(), progress);
   };
   rebuild("GasFur.create", build);
   install_callbacks(has_motion);
@@ -207,14 +213,17 @@ void GasFur::count_groups() {
   }
 }
 
-void GasFur::choose_leaf_functions() {
-  const BvhRayLeafFunction ray =
-      has_large_leaf(tree) ? multi_primitive_ray_hit_callback : single_primitive_ray_hit_callback;
-  leaf_functions = {ray, ray, this, leaf_frustum_hit_callback, this};
+void GasFur::choose_ray_functions() {
+  const bool has_records = records.get_size() != 0;
+  BvhRayLeafFunction ray = has_large_leaves ? multi_primitive_ray_hit_callback : single_primitive_ray_hit_callback;
+  if (has_records) ray = has_large_leaves ? ray_hit<true, false> : ray_hit<true, true>;
+  leaf_functions.ray = leaf_functions.nearest = ray;
 }
 
-void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, GeometryRaytraceCtx& query,
-                            uint primitive) const {
+template <bool has_records>
+void GasFur::test_item(const CtxEval& query_ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                       const uint* item) const {
+  const uint primitive = *item;
   const uint group = geometry->get_primitive_shading_group(primitive) + query.shading_group_offset;
   const auto describe = [&](const ShadingGroupLinks& links) {
     query.material = shader.override_material != nullptr ? shader.override_material : links.material;
@@ -227,7 +236,12 @@ void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, Geometr
     for (uint ray = first; ray <= last && ray < query.ray_count; ++ray) {
       query.first_ray = query.last_ray = ray;
       query.hit_weight = get_hit_weight(query.material, query.intervals[ray].type);
-      geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
+      if constexpr (has_records) {
+        const void* record = records.get(static_cast<std::size_t>(item - tree.order));
+        geometry->ray_hit_record(query_ctx, shader, query, primitive, record);
+      } else {
+        geometry->ray_hit_primitive(query_ctx, shader, query, primitive);
+      }
     }
     query.first_ray = first;
     query.last_ray = last;
@@ -235,14 +249,24 @@ void GasFur::test_primitive(const CtxEval& query_ctx, CtxShader& shader, Geometr
   });
 }
 
+template <bool has_records, bool is_single>
+void GasFur::ray_hit(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                     const CoreBasicArray<uint>& leaf, void* user) {
+  const auto& structure = *static_cast<const GasFur*>(user);
+  const uint* first = leaf.get_items();
+  if constexpr (is_single) return structure.test_item<has_records>(ctx, shader, query, first);
+  for (const uint* item = first; item != first + leaf.get_count(); ++item)
+    structure.test_item<has_records>(ctx, shader, query, item);
+}
+
 void GasFur::single_primitive_ray_hit_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                                const CoreBasicArray<unsigned int>& leaf, void* user) {
-  static_cast<const GasFur*>(user)->test_primitive(ctx, shader, query, *leaf.get_items());
+  ray_hit<false, true>(ctx, shader, query, leaf, user);
 }
 
 void GasFur::multi_primitive_ray_hit_callback(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                               const CoreBasicArray<unsigned int>& leaf, void* user) {
-  for (const uint primitive : leaf) static_cast<const GasFur*>(user)->test_primitive(ctx, shader, query, primitive);
+  ray_hit<false, false>(ctx, shader, query, leaf, user);
 }
 
 void GasFur::leaf_frustum_hit_callback(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,

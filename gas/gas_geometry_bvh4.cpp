@@ -82,7 +82,6 @@ GasGeometryBvh4::GasGeometryBvh4() : GasBvhGeometry(this) {}
 
 GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other)
     : GasBvhGeometry(other, this),
-      records(other.records),
       plain_functions(other.plain_functions),
       recorded_functions(other.recorded_functions) {
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
@@ -90,7 +89,6 @@ GasGeometryBvh4::GasGeometryBvh4(const GasGeometryBvh4& other)
 
 GasGeometryBvh4& GasGeometryBvh4::operator=(const GasGeometryBvh4& other) {
   GasBvhGeometry::operator=(other);
-  records = other.records;
   plain_functions = other.plain_functions;
   recorded_functions = other.recorded_functions;
   if (!is_whole_copy_of(other) || !records.is_whole_copy_of(other.records)) clear();
@@ -150,7 +148,7 @@ void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
 }
 
 BvhLeafFunctions GasGeometryBvh4::get_leaf_functions(const MotionData* /*record*/, GeometryRaytraceCtx& query) const {
-  const BvhRayLeafFunction bare = (records.get_size() != 0 ? recorded_functions : plain_functions).bare;
+  const BvhRayLeafFunction bare = get_ray_functions().bare;
   if (bare == nullptr || query.primitive_filter != nullptr) return leaf_functions;
   const uint group = query.shading_group_offset;
   const ShadingGroupLinks* links = CtxHelpers::get_shading(query, group);
@@ -159,21 +157,7 @@ BvhLeafFunctions GasGeometryBvh4::get_leaf_functions(const MotionData* /*record*
   return {bare, bare, leaf_functions.ray_user, leaf_functions.frustum, leaf_functions.frustum_user};
 }
 
-void GasGeometryBvh4::make_records(const AppBase* application, AppProgressBar* progress) {
-  records.clear();
-  if (recorded_functions.each != nullptr)
-    records.make(*geometry, tree.order, tree.item_count, primitives, application, progress);
-  const RayFunctions& functions = records.get_size() != 0 ? recorded_functions : plain_functions;
-  leaf_functions.ray = leaf_functions.nearest = functions.each;
-}
-
-void GasGeometryBvh4::dirty_motion_blur() {
-  GasBvhGeometry::dirty_motion_blur();
-  if (!has_motion || tree.is_empty()) return;
-  const u64 old_bytes = records.get_bytes();
-  gas_try([&] { make_records(nullptr, nullptr); });
-  report_growth(old_bytes, records.get_bytes());
-}
+void GasGeometryBvh4::choose_ray_functions() { leaf_functions.ray = leaf_functions.nearest = get_ray_functions().each; }
 
 /// Computes the boxes of a slice of the primitives at one sample time.
 class GasGeometryBvh4::GetLeafBboxesAtTask final : public GasBboxesAtTask<GasGeometryBvh4> {

@@ -11,7 +11,6 @@
 #pragma once
 #include "gas/gas_geometry_base.h"
 #include "gas/structure/gas_bvh_geometry.h"
-#include "gas/structure/gas_leaf_records.h"
 #include "vq_core/core_export.h"
 
 class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeometryBase> {
@@ -24,10 +23,6 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   GasGeometryBvh4(const GasGeometryBvh4& other);
   GasGeometryBvh4& operator=(const GasGeometryBvh4& other);
   ~GasGeometryBvh4() override;
-
-  /// As that of GasStructure. Also copies what the geometry's tests read anew, O(primitives), if the structure keeps
-  /// such records.
-  void dirty_motion_blur() override;
 
   class GetLeafBboxesAtTask;
 
@@ -58,8 +53,6 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
 
   /// The primitive of the geometries at `position`, an item of the tree. For reports.
   uint get_primitive(const uint& position) const { return GasGeometryBase::get_primitive(position); }
-  /// Bytes of the records of primitives, a part of get_memory_size().
-  u64 get_record_bytes() const { return records.get_bytes(); }
 
  private:
   friend GasBvhGeometry;
@@ -79,17 +72,17 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   u64 get_array_bytes() const { return get_primitive_array_bytes() + records.get_bytes(); }
   /// Those of one query. If what `each` looks up is the same for all primitives, it is done here, once.
   BvhLeafFunctions get_leaf_functions(const MotionData* record, GeometryRaytraceCtx& query) const;
-  BvhLeafRecords get_leaf_records() const { return {records.get_first(), records.get_size()}; }
+  bool can_have_records() const { return recorded_functions.each != nullptr; }
+  const uint* get_item_primitives() const { return primitives.is_empty() ? nullptr : primitives.get_items(); }
+  void choose_ray_functions();
+  const RayFunctions& get_ray_functions() const {
+    return records.get_size() != 0 ? recorded_functions : plain_functions;
+  }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
   GMathBbox3<float> compute_bbox_at(const CtxEval& ctx, double time, uint position) const;
   static GMathBbox3<double> blend_bbox(const GMathBbox3<float>& a, const GMathBbox3<float>& b, double fraction);
 
-  /// Writes the records of what there is now and chooses the leaf functions that read them, or those without records.
-  /// @param application  whose stop request ends it; may be null
-  void make_records(const AppBase* application, AppProgressBar* progress);
-
-  GasLeafRecords records;           ///< in the order of the tree; none if several geometries own the items
   RayFunctions plain_functions;     ///< without records
   RayFunctions recorded_functions;  ///< with records; null if several geometries own the items
 };

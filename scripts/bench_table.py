@@ -73,7 +73,9 @@ def list_rows(subjects):
     for name in ("fur-200k cubic", "fur-5m cubic"):
         add_rates(name, {"round-sse42": "1.1", "round": "0.8"})
         add(name, "build, 1 thread", "round", "1.0", lambda subject: subject.get_build_ratio("round"))
-        add(name, "bytes a segment", "", "", lambda subject: subject.get_tree_bytes(), "{:.1f}")
+        add(name, "bytes of the tree a segment", "", "", lambda subject: subject.get_tree_bytes(), "{:.1f}")
+        add(name, "bytes of its records a segment", "", "",
+            lambda subject: subject.get_memory()["record_bytes"], "{:.1f}")
     return rows
 
 

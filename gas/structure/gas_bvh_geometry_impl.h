@@ -39,6 +39,25 @@ void GasBvhGeometry<Self, Base>::get_clusters_weights(const CoreBasicArray<void*
 }
 
 template <class Self, class Base>
+void GasBvhGeometry<Self, Base>::make_records(const AppBase* application, AppProgressBar* progress) {
+  auto& self = static_cast<Self&>(*this);
+  records.clear();
+  if (self.can_have_records())
+    records.make(*self.geometry, this->tree.order, this->tree.item_count, self.get_item_primitives(), application,
+                 progress);
+  self.choose_ray_functions();
+}
+
+template <class Self, class Base>
+void GasBvhGeometry<Self, Base>::dirty_motion_blur() {
+  GasBvhStructure<Self, Base>::dirty_motion_blur();
+  if (!static_cast<const Self&>(*this).has_motion || !this->has_tree()) return;
+  const u64 old_bytes = records.get_bytes();
+  gas_try([&] { make_records(nullptr, nullptr); });
+  report_growth(old_bytes, records.get_bytes());
+}
+
+template <class Self, class Base>
 void GasBvhGeometry<Self, Base>::answer_frustum(const CtxEval& ctx, CtxShader& shader,
                                                 GeometryFrustumCtx& query) const {
   const auto& self = static_cast<const Self&>(*this);

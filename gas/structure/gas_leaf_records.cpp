@@ -15,7 +15,7 @@ class RecordTask final : public GasTask {
   const AppBase* application = nullptr;  ///< null: never stopped
   const GeometryObject* geometry = nullptr;
   const uint* order = nullptr;
-  const CoreBasicArray<uint>* primitives = nullptr;
+  const uint* primitives = nullptr;
   u8* records = nullptr;
   std::size_t size = 0;
   uint first = 0, end = 0;
@@ -24,7 +24,7 @@ class RecordTask final : public GasTask {
     for (uint place = first; place < end; ++place) {
       if (application != nullptr) gas_check_stop(*application, place - first);
       const uint item = order[place];
-      geometry->write_record(primitives->is_empty() ? item : (*primitives)[item], records + place * size);
+      geometry->write_record(primitives == nullptr ? item : primitives[item], records + place * size);
     }
   }
 
@@ -47,9 +47,8 @@ GasLeafRecords& GasLeafRecords::operator=(const GasLeafRecords& other) {
   return *this;
 }
 
-void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uint count,
-                          const CoreBasicArray<uint>& primitives, const AppBase* application,
-                          AppProgressBar* progress) {
+void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uint count, const uint* primitives,
+                          const AppBase* application, AppProgressBar* progress) {
   constexpr uint parallel_from = 4096;
   clear();
   const u32 size = geometry.get_record_size();
@@ -61,7 +60,7 @@ void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uin
     task.application = application;
     task.geometry = &geometry;
     task.order = order;
-    task.primitives = &primitives;
+    task.primitives = primitives;
     task.records = bytes.get();
     task.size = size;
   };

@@ -7,7 +7,6 @@
 //
 // Neighboring leaves have neighboring records. The geometry knows what is in them (GeometryObject::write_record).
 #pragma once
-#include "vq_core/core_array.h"
 #include "vq_core/core_memory.h"
 
 class AppBase;
@@ -23,10 +22,10 @@ class GasLeafRecords {
   /// Replaces the records. None if the geometry has none or there is no memory for them: queries then read the geometry
   /// itself. O(count).
   /// @param order        [count] items in the order of the leaves
-  /// @param primitives   [item] primitive of `geometry`; empty: the item is the primitive
+  /// @param primitives   [item] primitive of `geometry`; null: the item is the primitive
   /// @param application  throws AppStopped when it requests a stop; may be null
   /// @param progress     the records are written on the threads of its application. Null: on the calling thread
-  void make(const GeometryObject& geometry, const uint* order, uint count, const CoreBasicArray<uint>& primitives,
+  void make(const GeometryObject& geometry, const uint* order, uint count, const uint* primitives,
             const AppBase* application, AppProgressBar* progress);
   void clear() { *this = GasLeafRecords(); }
 

@@ -141,6 +141,7 @@ void CurveSet::clear() {
   segment_count_ = curve_count_ = 0;
   point_step_ = 1;
   common_length_ = 0;
+  is_recorded_ = false;
   curve_groups_ = {};
   group_motion_ = {};
   group_names_.remove_all();
@@ -172,6 +173,8 @@ bool CurveSet::store(CurveData&& data) {
     convert_curves(data, data.motion_points[sample], motion_points_.get() + sample, samples);
   if (has_motion())
     motion_sampling_ = GMathTimeSampling(data.motion_begin, data.motion_step, static_cast<uint>(samples));
+  is_recorded_ = !has_motion() && data.least_recorded_segments != CurveData::no_records &&
+                 segment_count_ >= data.least_recorded_segments;
   if (points > 0) point_cloud_ = GeometryPointCloud(&points_[0].position, get_point_count(), sizeof(Point));
 
   if (data.group_names.empty()) data.group_names.emplace_back("default");

@@ -44,6 +44,10 @@ struct CurveData {
   std::vector<std::vector<CurvePoint<float>>> motion_points;
   double motion_begin = 0.0;
   double motion_step = 1.0;
+  /// From this number of segments on, a GasFur over curves at rest keeps records of the segments: rays are faster, and
+  /// the structure takes 64 bytes more a cubic segment, 32 a linear one. Smaller sets fit into a cache.
+  u32 least_recorded_segments = 100'000;
+  static constexpr u32 no_records = 0xFFFFFFFF;
 };
 
 class VQ_EXPORT CurveSet {
@@ -92,6 +96,8 @@ class VQ_EXPORT CurveSet {
     for (uint k = 0; k < CurveSegment<shape>::point_count; ++k) out.point[k] = get_point(first + k, blend);
     return out;
   }
+  /// True if structures shall keep records of the segments (GeometryObject::get_record_size()).
+  bool is_recorded() const { return is_recorded_; }
   uint get_point_count() const { return static_cast<uint>(points_.get_count()); }
   const CurvePoint<float>& get_point(uint point) const { return points_[point]; }
   /// The points at rest, Bézier points that are not on the curve included.
@@ -123,6 +129,7 @@ class VQ_EXPORT CurveSet {
   uint segment_count_ = 0, curve_count_ = 0;
   uint point_step_ = 1;     ///< points from one segment's first to the next one's
   uint common_length_ = 0;  ///< segments of every curve that has any; 0: they differ
+  bool is_recorded_ = false;
   std::vector<u32> curve_groups_;
   std::vector<u8> group_motion_;
   CoreArray<CoreString> group_names_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "vq_ctx/ctx_eval.h"
@@ -127,11 +128,45 @@ void TubeGeometry<kind>::test_rays(const CtxEval& ctx, CtxShader& shader, Geomet
       if (!query.is_nearest() && query.is_stopped(ray)) continue;
       if (index == segments.first) ++query.counter;
       if (moving) segment = curves_.get_segment<shape>(index, curves_.get_motion_blend(query.spans[ray].time));
-      CurveHit hit;
-      if (curve_hit_segment(query.get_ray(ray), segment, query.get_tnear(ray), query.get_limit(ray), hit))
-        query.push_intersection(ctx, shader, ray, {hit.distance, hit.u, hit.v, primitive, index - segments.first});
+      test_ray(ctx, shader, query, ray, segment, primitive, index - segments.first);
     }
   }
+}
+
+template <TubePrimitive kind>
+template <CurveShape shape>
+inline void TubeGeometry<kind>::test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint ray,
+                                         const CurveSegment<shape>& segment, uint primitive, uint part) {
+  CurveHit hit;
+  if (curve_hit_segment(query.get_ray(ray), segment, query.get_tnear(ray), query.get_limit(ray), hit))
+    query.push_intersection(ctx, shader, ray, {hit.distance, hit.u, hit.v, primitive, part});
+}
+
+template <TubePrimitive kind>
+uint TubeGeometry<kind>::get_record_size() const {
+  if (kind != TubePrimitive::segment || !curves_.is_recorded()) return 0;
+  return (get_last_point(curves_.get_shape()) + 1) * static_cast<uint>(sizeof(CurvePoint<float>));
+}
+
+template <TubePrimitive kind>
+void TubeGeometry<kind>::write_record(const uint& primitive, void* record) const {
+  std::memcpy(record, &curves_.get_point(curves_.get_first_point(primitive)), get_record_size());
+}
+
+template <TubePrimitive kind>
+void TubeGeometry<kind>::ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+                                        const uint& primitive, const void* record) const {
+  with_shape(curves_.get_shape(), [&]<CurveShape shape>() {
+    CurveSegment<shape> segment;
+    const auto* points = static_cast<const CurvePoint<float>*>(record);
+    for (uint k = 0; k < CurveSegment<shape>::point_count; ++k)
+      segment.point[k] = {GMathVec3<double>(points[k].position), points[k].radius};
+    for (uint ray = query.first_ray; ray <= query.last_ray; ++ray) {
+      if (!query.is_nearest() && query.is_stopped(ray)) continue;
+      ++query.counter;
+      test_ray(ctx, shader, query, ray, segment, primitive, 0);
+    }
+  });
 }
 
 template <TubePrimitive kind>

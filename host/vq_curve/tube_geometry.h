@@ -55,6 +55,11 @@ class VQ_EXPORT TubeGeometry : public GeometryObject {
   /// At most one hit per segment and ray: the first crossing of the segment's surface within the ray's interval.
   void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                          const uint& primitive) const override;
+  /// A record holds the control points of a segment.
+  uint get_record_size() const override;
+  void write_record(const uint& primitive, void* record) const override;
+  void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
+                      const void* record) const override;
   /// Modes any and all test the solid at rest; points and vertices mark the control points inside.
   void frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,
                              const uint& primitive) const override;
@@ -98,6 +103,9 @@ class VQ_EXPORT TubeGeometry : public GeometryObject {
   double get_curve_u(uint segment, double u) const;
   template <CurveShape shape>
   void test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive) const;
+  template <CurveShape shape>
+  static void test_ray(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint ray,
+                       const CurveSegment<shape>& segment, uint primitive, uint part);
   void mark_points(GeometryFrustumCtx& query, SegmentRange segments) const;
 
   CurveSet curves_;

@@ -18,9 +18,13 @@ TEST(GasFur, finds_what_testing_every_segment_finds) {
     for (const CurveScene& scene : make_curve_scenes(40, seed * 20)) {
       HitCheck check = make_curve_check(scene.data, make_curve_rays(CurveOracle(scene.data), scaled(300, 60), seed));
       EXPECT_GT(check.count_sure_hits(), scaled(80, 16)) << scene.name;
-      for (const bool oriented : {true, false}) {
-        const BuiltFur built(world.ctx, scene.data, oriented);
-        check.name = scene.name + (oriented ? ", seed " : " without oriented nodes, seed ") + std::to_string(seed);
+      for (const uint variant : {0u, 1u, 2u, 3u}) {
+        const bool oriented = variant & 1, recorded = variant & 2;
+        CurveData data = scene.data;
+        data.least_recorded_segments = recorded ? 0 : CurveData::no_records;
+        const BuiltFur built(world.ctx, data, oriented);
+        EXPECT_EQ(built.structure.get_record_bytes() > 0, recorded && built.structure.get_kept_count() > 0);
+        check.name = scene.name + ", variant " + std::to_string(variant) + ", seed " + std::to_string(seed);
         check.check(world, built.structure, !oriented);
         EXPECT_TRUE(oriented || built.structure.get_tree().oriented_count == 0);
         if (scene.name == "bundle" || scene.name == "collinear") {
@@ -110,9 +114,12 @@ TEST(GasFur, keeps_finite_segments_whoever_asks_for_their_boxes) {
 
 TEST(GasFur, copies_and_rebuilt_structures_answer_for_themselves) {
   QueryWorld world;
-  const CurveData data = make_hair(CurveBasis::bspline, 60, 3, 0.1, 0.5);
+  CurveData data = make_hair(CurveBasis::bspline, 60, 3, 0.1, 0.5);
   const HitCheck truth = make_curve_check(data, make_curve_rays(CurveOracle(data), 150, 4));
+  const u64 bytes_without_records = BuiltFur(world.ctx, data).structure.get_memory_size();
+  data.least_recorded_segments = 60 * 4;
   BuiltFur built(world.ctx, data);
+  EXPECT_EQ(built.structure.get_memory_size(), bytes_without_records + u64{60} * 4 * 64);
   const BuiltFur none(world.ctx, CurveData());
   const GasFur copy(built.structure);
   GasFur assigned(none.structure);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "gas/gas_fur.h"
 #include "gas/gas_geometry_bvh4.h"
 #include "tools/vqgas/render/render.h"
 #include "tools/vqgas/support/interrupt.h"
@@ -13,7 +14,8 @@
 
 std::vector<ArrayBytes> list_array_bytes(const GasBvh<4>& tree, const GasObject& structure) {
   const auto* mesh = dynamic_cast<const GasGeometryBvh4*>(&structure);
-  const u64 records = mesh != nullptr ? mesh->get_record_bytes() : 0;
+  const auto* fur = dynamic_cast<const GasFur*>(&structure);
+  const u64 records = mesh != nullptr ? mesh->get_record_bytes() : fur != nullptr ? fur->get_record_bytes() : 0;
   return {{"aligned nodes", u64{tree.aligned_count} * sizeof(BvhNodeAligned)},
           {"quantized nodes", u64{tree.quantized_count} * sizeof(BvhNodeQuantized)},
           {"oriented nodes", u64{tree.oriented_count} * sizeof(BvhNodeOriented)},
