@@ -178,7 +178,7 @@ class VQ_EXPORT GasGeometryBundle : public GasInstanceStructure<GasGeometryBundl
   // For GasInstanceStructure.
   GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
-  void prefetch_entry(const GasInstance& instance) const { gas_prefetch(*instance.matrix); }
+  [[gnu::always_inline]] void prefetch_entry(const GasInstance& instance) const { gas_prefetch(*instance.matrix); }
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,

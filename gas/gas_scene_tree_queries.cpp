@@ -38,7 +38,7 @@ bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint ty
 
 /// Matrix, visibility, structure and shading of the object. Their addresses follow from the object's, for which the
 /// query need not wait: the record's first cache line is here.
-void GasSceneTree::prefetch_entry(const GasInstance& instance) const {
+[[gnu::always_inline]] inline void GasSceneTree::prefetch_entry(const GasInstance& instance) const {
   const GMathMatrix4x4<double>& matrix = get_object(instance).get_global_matrix();
   const auto first = reinterpret_cast<std::uintptr_t>(&matrix);
   for (uint line = 0; line < 4; ++line) simd_prefetch(first + 64 * line);

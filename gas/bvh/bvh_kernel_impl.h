@@ -93,7 +93,7 @@ struct BvhPrefetchTable {
   static u32 get_last_byte(const BvhLeafRecords& records) { return std::min(records.size - 1, 64u); }
   /// A whole aligned node, both halves of a quantized one, a leaf's first item or record; where there are any, a whole
   /// oriented node.
-  void prefetch(BvhChildRef ref) const {
+  [[gnu::always_inline]] void prefetch(BvhChildRef ref) const {
     const Row& row = rows[ref.word >> 8 & (row_count - 1)];
     const std::uintptr_t at = row.base + u64{ref.index} * row.stride;
     simd_prefetch(at);

@@ -59,7 +59,7 @@ static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, inverse) + 3 *
 
 /// Prefetches all cache lines of a record.
 template <class T>
-inline void gas_prefetch(const T& record) {
+[[gnu::always_inline]] inline void gas_prefetch(const T& record) {
   const auto first = reinterpret_cast<std::uintptr_t>(&record);
   for (std::size_t byte = 0; byte < sizeof(T); byte += 64) simd_prefetch(first + byte);
   simd_prefetch(first + sizeof(T) - 1);

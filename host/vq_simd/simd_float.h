@@ -15,5 +15,8 @@ using SimdF = SimdFPlain;
 #endif
 
 /// Prefetches the cache line of `address`. Never faults: the address may be behind the end of an array, or computed
-/// from a null pointer; therefore an integer.
-inline void simd_prefetch(std::uintptr_t address) { __builtin_prefetch(reinterpret_cast<const void*>(address)); }
+/// from a null pointer; therefore an integer. Functions that only prefetch must be inlined always, as this one: g++ 12
+/// sees no effect in them and drops calls.
+[[gnu::always_inline]] inline void simd_prefetch(std::uintptr_t address) {
+  __builtin_prefetch(reinterpret_cast<const void*>(address));
+}
