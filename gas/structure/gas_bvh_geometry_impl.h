@@ -42,6 +42,7 @@ template <class Self, class Base>
 void GasBvhGeometry<Self, Base>::make_records(const AppBase* application, AppProgressBar* progress) {
   auto& self = static_cast<Self&>(*this);
   records.clear();
+  self.choose_ray_functions();  // those without records, if the rest throws
   if (self.can_have_records())
     records.make(*self.geometry, this->tree.order, this->tree.item_count, self.get_item_primitives(), application,
                  progress);

@@ -1,7 +1,9 @@
 // The mesh structure against brute force over all polygons: rays at rest and in motion, groups, filters, copies.
 #include "gas/gas_geometry_bvh4.h"
 
+#include "gas/gas_fur.h"
 #include "support/built_mesh.h"
+#include "support/fake_geometry.h"
 #include "support/mesh_check.h"
 #include "support/mesh_scenes.h"
 #include "support/test_scale.h"
@@ -117,6 +119,28 @@ TEST(GasGeometryBvh4, records_are_those_of_the_mesh_as_it_is) {
     }
   }
   EXPECT_GT(hits_at_rest, 50u);
+}
+
+// Leaves of two groups, which look up the group of each.
+TEST(GasGeometryBvh4, records_that_cannot_be_written_are_not_read) {
+  QueryWorld world(2);
+  FakeGeometry row(2);
+  row.add_row(20);
+  row.moves = true;
+  row.groups.assign(20, 0);
+  row.groups[7] = 1;
+  const auto check = [&](auto&& structure) {
+    row.can_write_records = true;
+    ASSERT_TRUE(structure.create(world.ctx, &row, &row, nullptr));
+    EXPECT_EQ(structure.get_record_bytes(), 20 * sizeof(uint));
+    row.can_write_records = false;
+    structure.dirty_motion_blur();
+    EXPECT_EQ(structure.get_record_bytes(), 0u);
+    for (uint k = 0; k < 20; ++k)
+      EXPECT_EQ(shoot(world, structure, {{2.0 * k + 0.5, 0.4, -1.0}, {1e-3, 1e-3, 1.0}}).primitive, k);
+  };
+  check(GasGeometryBvh4());
+  check(GasFur());
 }
 
 TEST(GasGeometryBvh4, groups_that_are_not_shaded_are_not_hit) {

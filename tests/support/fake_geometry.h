@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <new>
 #include <set>
 #include <vector>
 
@@ -67,6 +68,7 @@ class FakeGeometry : public GeometryObject {
   /// A record is the primitive's number.
   uint get_record_size() const override { return sizeof(uint); }
   void write_record(const uint& primitive, void* record) const override {
+    if (!can_write_records) throw std::bad_alloc();
     std::memcpy(record, &primitive, sizeof primitive);
   }
   void ray_hit_record(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, const uint& primitive,
@@ -88,6 +90,7 @@ class FakeGeometry : public GeometryObject {
   std::vector<uint> groups;            ///< per primitive; empty: all 0
   std::vector<u8> group_moves;         ///< per group
   bool moves = false;                  ///< the answer for the whole geometry
+  bool can_write_records = true;       ///< false: there is no memory
   GMathVec3<double> velocity;          ///< of all boxes
   std::vector<Box> boxes_at_any_time;  ///< when set, what is answered for any time
   mutable std::set<uint> frustum_asked;
