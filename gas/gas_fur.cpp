@@ -71,11 +71,16 @@ const CoreClassInfo& GasFur::class_info() {
 
 GasFur::GasFur() : GasBvhGeometry(this) {}
 
-GasFur::GasFur(const GasFur& other) : GasBvhGeometry(other, this) { *this = other; }
+GasFur::GasFur(const GasFur& other) : GasBvhGeometry(other, this) { copy_fields(other); }
 
 GasFur& GasFur::operator=(const GasFur& other) {
   if (this == &other) return *this;
   GasBvhGeometry::operator=(other);
+  copy_fields(other);
+  return *this;
+}
+
+void GasFur::copy_fields(const GasFur& other) {
   ctx = other.ctx;
   base_geometry = other.base_geometry;
   geometry = other.geometry;
@@ -84,10 +89,10 @@ GasFur& GasFur::operator=(const GasFur& other) {
   oriented_nodes_allowed = other.oriented_nodes_allowed;
   has_large_leaves = other.has_large_leaves;
   group_primitive_counts = other.group_primitive_counts;
-  const bool is_whole = group_primitive_counts.get_count() == other.group_primitive_counts.get_count() &&
+  const bool is_whole = tree.is_empty() == other.tree.is_empty() &&
+                        group_primitive_counts.get_count() == other.group_primitive_counts.get_count() &&
                         records.is_whole_copy_of(other.records);
   if (!is_whole) clear();  // no memory
-  return *this;
 }
 
 GasFur::~GasFur() = default;

@@ -129,6 +129,8 @@ class VQ_EXPORT GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
   static bool can_have_records() { return true; }
   static const uint* get_item_primitives() { return nullptr; }
   void choose_ray_functions();
+  /// Those of this class. Empties the structure if an array could not be copied.
+  void copy_fields(const GasFur& other);
   void clear();
   u64 get_array_bytes() const { return u64{group_primitive_counts.get_count()} * sizeof(uint) + records.get_bytes(); }
 
