@@ -143,7 +143,7 @@ void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {
     using Functions = Leaf<indexed, many_owners, one_group>;
     plain_functions = Functions::template get_ray_functions<false>();
     recorded_functions = Functions::template get_ray_functions<true>();
-    return BvhLeafFunctions{plain_functions.each, plain_functions.each, this, Functions::frustum_hit, this};
+    return BvhLeafFunctions{plain_functions.lookup, plain_functions.lookup, this, Functions::frustum_hit, this};
   });
 }
 
@@ -157,7 +157,9 @@ BvhLeafFunctions GasGeometryBvh4::get_leaf_functions(const MotionData* /*record*
   return {bare, bare, leaf_functions.ray_user, leaf_functions.frustum, leaf_functions.frustum_user};
 }
 
-void GasGeometryBvh4::choose_ray_functions() { leaf_functions.ray = leaf_functions.nearest = get_ray_functions().each; }
+void GasGeometryBvh4::choose_ray_functions() {
+  leaf_functions.ray = leaf_functions.nearest = get_ray_functions().lookup;
+}
 
 /// Computes the boxes of a slice of the primitives at one sample time.
 class GasGeometryBvh4::GetLeafBboxesAtTask final : public GasBboxesAtTask<GasGeometryBvh4> {

@@ -60,19 +60,19 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
   friend GasBvhStructure;
   template <bool indexed, bool many_owners, bool one_group>
   struct Leaf;
-  /// The ray leaf function of each kind of query.
+  /// Ray leaf functions, with and without lookups.
   struct RayFunctions {
-    BvhRayLeafFunction each = nullptr;  ///< looks up the primitive's group and the query's filters
-    BvhRayLeafFunction bare = nullptr;  ///< tests the primitive, which is of the current group; null: no such function
+    BvhRayLeafFunction lookup = nullptr;  ///< looks up the primitive's group and the query's filters
+    BvhRayLeafFunction bare = nullptr;    ///< tests the primitive, which is of the current group; null: none such
   };
 
   void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
   u64 get_array_bytes() const { return get_primitive_array_bytes() + records.get_bytes(); }
-  /// Those of one query. If what `each` looks up is the same for all primitives, it is done here, once.
+  /// Those of one query. If what `lookup` looks up is the same for all primitives, it is done here, once.
   BvhLeafFunctions get_leaf_functions(const MotionData* record, GeometryRaytraceCtx& query) const;
-  bool can_have_records() const { return recorded_functions.each != nullptr; }
+  bool can_have_records() const { return recorded_functions.lookup != nullptr; }
   const uint* get_item_primitives() const { return primitives.is_empty() ? nullptr : primitives.get_items(); }
   void choose_ray_functions();
   const RayFunctions& get_ray_functions() const {

@@ -91,7 +91,7 @@ class VQ_EXPORT GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObje
   // For GasInstanceStructure.
   GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
-  void prefetch_entry(const GasInstance& instance) const;
+  inline void prefetch_entry(const GasInstance& instance) const;  // the one file that calls it defines it
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;
   template <BvhHits hits>
   void query_entry(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, GeometryRaytraceCtx& local,

@@ -14,7 +14,8 @@
 // here, and
 //
 //   u64 get_array_bytes() const                             arrays other than the tree and the motion data
-//   auto get_leaf_functions(const Record*, query) const     null record: a static query
+//   auto get_leaf_functions(const Record*, query) const     null record: a static query; may set the query's current
+//                                                           primitive
 #pragma once
 #include "gas/bvh/gas_bvh.h"
 #include "gas/bvh/gas_bvh_motion.h"

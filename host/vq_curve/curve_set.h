@@ -44,8 +44,9 @@ struct CurveData {
   std::vector<std::vector<CurvePoint<float>>> motion_points;
   double motion_begin = 0.0;
   double motion_step = 1.0;
-  /// From this number of segments on, a GasFur over curves at rest keeps records of the segments: rays are faster, and
-  /// the structure takes 64 bytes more a cubic segment, 32 a linear one. Smaller sets fit into a cache.
+  /// From this number of segments on, a GasFur or GasGeometryBvh4 over the segments of curves at rest (TubeMeshFast)
+  /// keeps records of them: rays are faster, and the structure takes 64 bytes more a cubic segment, 32 a linear one.
+  /// Smaller sets fit into a cache.
   u32 least_recorded_segments = 100'000;
   static constexpr u32 no_records = 0xFFFFFFFF;
 };

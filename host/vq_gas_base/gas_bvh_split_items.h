@@ -12,7 +12,9 @@ struct GasBvhSplitWorldBoxes {
 
   GasSimdBox load(uint position) const { return GasSimdBox::load(item_boxes[order[position]]); }
   /// The boxes are scattered: prefetching hides most of the memory latency.
-  [[gnu::always_inline]] void prefetch(uint position) const { simd_prefetch(reinterpret_cast<std::uintptr_t>(&item_boxes[order[position]])); }
+  [[gnu::always_inline]] void prefetch(uint position) const {
+    simd_prefetch(reinterpret_cast<std::uintptr_t>(&item_boxes[order[position]]));
+  }
 };
 
 /// Boxes of a small set, copied next to each other.

@@ -35,11 +35,12 @@ inline SimdF gas_get_reach(const GMathBbox3<float>& bounds) {
 /// @param bounds  holds all boxes of the tree at both samples
 inline SimdF gas_get_blend_slack(const GMathBbox3<float>& bounds) { return gas_get_reach(bounds) * SimdF(0x1p-22f); }
 
-/// For boxes as stored. Not +0: compilers leave out the addition of -0 alone.
+/// For boxes as stored: -0, because compilers may drop x + -0, but not x + 0, which turns -0 into +0.
 inline SimdF gas_get_no_slack() { return SimdF(-0.0f); }
 
 /// @param bounds       holds all boxes of the tree
-/// @param plane_slack  how far each plane of a box may be from where it should be, per axis
+/// @param plane_slack  how far each plane of a box may be from where it should be, per axis; gas_get_no_slack() or
+///                     gas_get_blend_slack()
 [[gnu::always_inline]] inline GasSlabRay gas_load_slab_ray(const GMathBasicRay<double>& ray, double tnear,
                                                            const GMathBbox3<float>& bounds, const SimdF& plane_slack) {
   const SimdF origin = SimdF::load_doubles(&ray.origin.x), inverse = SimdF::load_doubles(&ray.inverse.x);

@@ -30,7 +30,7 @@ void gas_tree_for_each_ray(const GasBinaryTree& tree, GeometryRaytraceCtx& query
 template <GasWalkHits hits, class Leaf>
 void gas_tree_ray_hit(const GasBinaryTree& tree, GeometryRaytraceCtx& query, const Leaf& leaf) {
   gas_tree_for_each_ray<hits>(tree, query, [&](uint r, const GasBinaryPlace& start) {
-    GasBinaryRay ray(query.get_ray(r), query.get_tnear(r), query.get_limit(r), tree.get_bbox(), SimdF(0.0f));
+    GasBinaryRay ray(query.get_ray(r), query.get_tnear(r), query.get_limit(r), tree.get_bbox(), gas_get_no_slack());
     if (start.ref.is_leaf() && !ray.touches(tree.get_box(start))) return;
     gas_walk_ray<hits>(tree, GasStillBoxes{tree.get_nodes()}, start, ray, gas_get_visits(query, r),
                        [&](const GasBinaryPlace& at) { return leaf(ray, r, at); });

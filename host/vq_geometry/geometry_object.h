@@ -84,7 +84,7 @@ class VQ_EXPORT GeometryObject : public ResourceData {
   /// Tests one primitive against every ray of the query's active range (first_ray to last_ray, inclusive) and calls
   /// query.push_intersection() for each hit. It must skip rays of an all-hits query for which query.is_stopped() is
   /// true. Use double precision. The rays' times are in query.spans; when spans is null or span_stamp is 0, test the
-  /// geometry at rest.
+  /// geometry at rest. Leave the query's current primitive (its geometry, shading group and instance) as found.
   virtual void ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                  const uint& primitive) const = 0;
   /// Bytes of a primitive's record, a multiple of 4: a copy of what its ray test reads, which structures keep in the

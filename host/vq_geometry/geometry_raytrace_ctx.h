@@ -130,7 +130,7 @@ struct GeometryRaytraceData {
   uint instance = 0;              ///< number of the instance within its bundle
   u64 cluster = 0;                ///< handle of the cluster that is queried; 0: the whole structure
 
-  // The primitive being tested; set by leaf callbacks.
+  // The primitive being tested. Set by structures, for each primitive or once for many; others must not change it.
   const GeometryObject* geometry = nullptr;                ///< that the primitive belongs to
   uint shading_group = 0;                                  ///< of the primitive, with shading_group_offset added
   uint current_instance = 0;                               ///< `instance` as written to the records

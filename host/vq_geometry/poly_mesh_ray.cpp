@@ -79,7 +79,7 @@ struct PolyMesh::InMotion {
   }
 };
 
-// A function of its own for each kind of mesh: that of one ray and triangles at rest, the usual one, has no loop.
+// A function of its own for each kind of mesh.
 template <bool all_triangles, bool has_record, class Positions>
 [[gnu::noinline]] void PolyMesh::test_rays(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                            uint primitive, const GMathVec3<float>* record) const {
@@ -145,6 +145,7 @@ inline PolyMesh::MotionBlend PolyMesh::get_motion_blend(const CtxShader& shader,
                        : get_motion_blend(span.time);
 }
 
+/// Usually one ray is active, and a triangle is then tested without a loop.
 template <bool all_triangles, bool has_record, class Positions>
 inline void PolyMesh::test_active(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query, uint primitive,
                                   const GMathVec3<float>* record) const {
