@@ -1,5 +1,6 @@
 // Rays against polygons where every number is exact: edges, intervals, bad numbers. That the right ones are hit in the
 // right place at the right time is seen through the structure, where oracles know them.
+#include <algorithm>
 #include <limits>
 
 #include "host/mesh_shots.h"
@@ -49,6 +50,10 @@ TEST(PolyMeshRay, hits_of_one_polygon_are_not_told_twice_and_may_end_the_ray) {
   EXPECT_GE(count_hits(world, spiral, {0.9, 1.1, 0}, {0, 0, 1}), 2u);
   EXPECT_GE(count_hits(world, spiral, {0.5, 0, 0}, {0, 0, 1}), 2u) << "on an edge of each turn";
   EXPECT_EQ(count_hits(world, spiral, {0.9, 1.1, 0}, {0, 0, 1}, 1), 1u);
+  PolyMesh stack;  // of triangles
+  create(stack, make_polygons({{0, 0, 1}, {4, 0, 1}, {0, 4, 1}, {0, 0, 2}, {4, 0, 2}, {0, 4, 2}}, 3));
+  for (const uint most : {1u, 2u, 3u})
+    EXPECT_EQ(count_hits(world, stack, {1, 1, 0}, {0, 0, 1}, most), std::min(most, 2u));
 }
 
 // From nearby, rounding moves the ray by more than the distance has digits for.
