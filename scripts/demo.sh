@@ -24,10 +24,18 @@ started=$(mktemp)
 trap 'rm -f "$started"' EXIT
 
 # render NAME FILE... [OPTION...]: every layer, in one EXR and as a PNG each; of what moves, the motion too, and
-# those of points.
+# those of points. With the options of $defaults, NAME=VALUE each, that are not given.
+defaults=
 render() {
   name=$1
   shift
+  for default in $defaults; do
+    case " $* " in
+      *" ${default%%=*}"*) ;;
+      *) set -- "$@" "${default%%=*}" "${default#*=}" ;;
+    esac
+  done
+  defaults=
   case " $* " in
     *" --shutter"*) wanted=$layers,motion ;;
     *) wanted=$layers ;;
@@ -42,26 +50,26 @@ case "${1:-}" in
   "" | -*)
     "$vqgas" info demo:gallery demo:wave demo:fur demo:strands demo:wind demo:mills demo:forest demo:galaxy --json "$out/info.json"
     render gallery demo:gallery --floor "$@"
-    render wave demo:wave --shutter 0,0.5 "$@"
+    defaults=--shutter=0,0.5
+    render wave demo:wave "$@"
     render fur demo:fur --floor "$@"
-    "$vqgas" render demo:fur "$@" --layers heat --legend --aligned-only -o "$out/fur.heat.aligned-only.png"
+    "$vqgas" render demo:fur "$@" --layers beauty,heat --legend --aligned-only -o "$out/fur.aligned-only.png"
     render strands demo:strands --floor "$@"
-    render wind demo:wind --floor --shutter 0.35,0.42 "$@"
+    defaults=--shutter=0.35,0.42
+    render wind demo:wind --floor "$@"
     "$vqgas" render demo:mills --floor "$@" -o "$out/mills.still.png"
-    render mills demo:mills --floor --shutter 0.4,0.65 "$@"
-    render forest demo:forest --shutter 0,0.5 --samples 8 --size 704x396 \
-           --camera 3,3.4,10.5/-1,0.4,-2/0,1,0/42 "$@"
-    render snow demo:snow --frame 0.5 --samples 8 --size 704x396 "$@"
+    defaults=--shutter=0.4,0.65
+    render mills demo:mills --floor "$@"
+    defaults="--shutter=0,0.5 --samples=8 --size=704x396 --camera=3,3.4,10.5/-1,0.4,-2/0,1,0/42"
+    render forest demo:forest "$@"
+    defaults="--frame=0.5 --samples=8 --size=704x396"
+    render snow demo:snow "$@"
     render amphora demo:amphora --floor "$@"
     "$vqgas" uv demo:amphora --color group --info -o "$out/amphora.layout.png" -o "$out/amphora.layout.svg"
-    render galaxy demo:galaxy --size 704x396 --camera 20,24,52/0,-2,0/0,1,0/38 "$@"
-    # Micro-triangles are costly: few rays, unless the options say otherwise.
-    for default in "--samples 8" "--size 704x396" "--camera 5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"; do
-      case " $* " in
-        *" ${default%% *}"*) ;;
-        *) set -- "$@" "${default%% *}" "${default#* }" ;;
-      esac
-    done
+    defaults="--size=704x396 --camera=20,24,52/0,-2,0/0,1,0/38"
+    render galaxy demo:galaxy "$@"
+    # Micro-triangles are costly: few rays.
+    defaults="--samples=8 --size=704x396 --camera=5.2,1.05,0.1/-2,0.75,0.1/0,1,0/46"
     render cliffs demo:cliffs "$@"
     ;;
   *)
