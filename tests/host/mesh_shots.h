@@ -25,7 +25,7 @@ inline void create(PolyMesh& mesh, PolyMeshData data) {
   ASSERT_TRUE(mesh.create(std::move(data), error)) << error.get_data();
 }
 
-/// Meshes with records are tested with them.
+/// Geometries with records are tested with them.
 inline void test_primitives(QueryWorld& world, const GeometryObject& mesh, GeometryRaytraceCtx& query) {
   query.geometry = &mesh;
   std::vector<u32> record(mesh.get_record_size() / sizeof(u32));
