@@ -17,6 +17,7 @@ struct GMathMatrix4x4 {
   constexpr T get_determinant() const;
   /// Cofactors divided by the determinant. A singular matrix gives infinite or NaN entries: the caller tests first.
   constexpr GMathMatrix4x4 get_inverse() const;
+  constexpr bool is_affine() const { return m[3][0] == T(0) && m[3][1] == T(0) && m[3][2] == T(0) && m[3][3] == T(1); }
 
   /// Rows 0 to 2 applied to a point: the last row is taken as 0 0 0 1.
   constexpr GMathVec3<T> transform_point(const GMathVec3<T>& p) const {
@@ -48,6 +49,7 @@ struct GMathMatrix4x4 {
     T s[6], c[6];
   };
   constexpr Minors get_minors() const;
+  constexpr GMathMatrix4x4 get_affine_inverse() const;
 };
 static_assert(sizeof(GMathMatrix4x4<double>) == 128);
 
@@ -81,6 +83,7 @@ constexpr T GMathMatrix4x4<T>::get_determinant() const {
 
 template <class T>
 constexpr GMathMatrix4x4<T> GMathMatrix4x4<T>::get_inverse() const {
+  if (is_affine()) return get_affine_inverse();
   const Minors k = get_minors();
   const T(&s)[6] = k.s;
   const T(&c)[6] = k.c;
@@ -102,5 +105,29 @@ constexpr GMathMatrix4x4<T> GMathMatrix4x4<T>::get_inverse() const {
   out.m[3][1] = (m[0][0] * c[3] - m[0][1] * c[1] + m[0][2] * c[0]) * scale;
   out.m[3][2] = (-m[3][0] * s[3] + m[3][1] * s[1] - m[3][2] * s[0]) * scale;
   out.m[3][3] = (m[2][0] * s[3] - m[2][1] * s[1] + m[2][2] * s[0]) * scale;
+  return out;
+}
+
+// Rows 0 to 2 have the values of the general inverse, where half of the products are 0; a third of the operations.
+template <class T>
+constexpr GMathMatrix4x4<T> GMathMatrix4x4<T>::get_affine_inverse() const {
+  const T s0 = m[0][0] * m[1][1] - m[1][0] * m[0][1], s1 = m[0][0] * m[1][2] - m[1][0] * m[0][2];
+  const T s2 = m[0][0] * m[1][3] - m[1][0] * m[0][3], s3 = m[0][1] * m[1][2] - m[1][1] * m[0][2];
+  const T s4 = m[0][1] * m[1][3] - m[1][1] * m[0][3], s5 = m[0][2] * m[1][3] - m[1][2] * m[0][3];
+  const T x = m[2][0], y = m[2][1], z = m[2][2], w = m[2][3];
+  const T scale = T(1) / (s0 * z - s1 * y + s3 * x);
+  GMathMatrix4x4 out;
+  out.m[0][0] = (m[1][1] * z - m[1][2] * y) * scale;
+  out.m[0][1] = (-m[0][1] * z + m[0][2] * y) * scale;
+  out.m[0][2] = s3 * scale;
+  out.m[0][3] = (-y * s5 + z * s4 - w * s3) * scale;
+  out.m[1][0] = (-m[1][0] * z + m[1][2] * x) * scale;
+  out.m[1][1] = (m[0][0] * z - m[0][2] * x) * scale;
+  out.m[1][2] = -s1 * scale;
+  out.m[1][3] = (x * s5 - z * s2 + w * s1) * scale;
+  out.m[2][0] = (m[1][0] * y - m[1][1] * x) * scale;
+  out.m[2][1] = (-m[0][0] * y + m[0][1] * x) * scale;
+  out.m[2][2] = s0 * scale;
+  out.m[2][3] = (-x * s4 + y * s2 - w * s0) * scale;
   return out;
 }

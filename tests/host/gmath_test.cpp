@@ -1,6 +1,7 @@
-// Numbers that are none and time samplings.
+// Numbers that are none, inverse matrices and time samplings.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 #include "support/random_values.h"
@@ -25,6 +26,24 @@ TEST(GMathValues, that_are_none_have_defined_answers) {
   const GMathBasicRay<double> ray({0, 0, 0}, {-0.0, -2, 0});
   EXPECT_EQ(ray.inverse, GMathVec3<double>(inf, -0.5, inf)) << "zero of either sign counts as positive";
   EXPECT_TRUE(ray.negative[0] == 0 && ray.negative[1] == 1 && ray.negative[2] == 0);
+}
+
+TEST(GMathMatrix, affine_inverse_has_the_values_of_the_general_one) {
+  RandomValues random(1);
+  for (uint k = 0; k < 1000; ++k) {
+    GMathMatrix4x4<double> matrix;
+    for (uint row = 0; row < 3; ++row)
+      for (double& entry : matrix.m[row]) entry = random.get();
+    // Twice the matrix is not affine, and its exact inverse is half of the other.
+    GMathMatrix4x4<double> twice = matrix;
+    for (auto& row : twice.m)
+      for (double& entry : row) entry *= 2.0;
+    const GMathMatrix4x4<double> inverse = matrix.get_inverse(), half = twice.get_inverse();
+    for (uint row = 0; row < 3; ++row)
+      for (uint column = 0; column < 4; ++column) ASSERT_EQ(inverse.m[row][column], 2.0 * half.m[row][column]);
+    const GMathVec3<double> point = random.get_vec(), back = inverse.transform_point(matrix.transform_point(point));
+    ASSERT_LT((back - point).get_length(), 1e-9 / std::fabs(matrix.get_determinant()));
+  }
 }
 
 TEST(GMathTimeSampling, span_is_exact_on_samples_and_stays_within_them) {
