@@ -75,7 +75,7 @@ GasInstanceBoxes GasGeometryBundle::describe_instance(uint accepted, GasInstance
   instance.index = table.indices[accepted];
   instance.is_visible = is_visible(instance.index);
   instance.matrix = &matrices[instance.index];
-  instance.inverse = inverse_matrices[instance.index];
+  instance.set_inverse(inverse_matrices[instance.index]);
   instance.inner = &slots->items[get_slot(instance.index)];
   if (is_displaced(instance.index)) return GasInstanceBoxes::never;
   return get_geometry(instance.index)->has_motion() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;

@@ -25,7 +25,7 @@ GasInstanceBoxes GasSceneTree::describe_instance(uint accepted, GasInstance& ins
   instance.index = table.indices[accepted];
   ModuleSceneObject* object = objects[instance.index];
   instance.matrix = &object->get_global_matrix();
-  instance.inverse = object->get_inv_global_matrix();
+  instance.set_inverse(object->get_inv_global_matrix());
   instance.inner = object;
   return object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
 }

@@ -3,16 +3,19 @@
 // What a query reads at a leaf of a structure over instances, in few cache lines.
 //
 //   GasInstanceLeaf   24 bytes, in the order of the tree     cluster | instance | local box, a byte a plane
-//   GasInstance      192 bytes, one per accepted instance    frame of these boxes, matrix | the rest
+//   GasInstance      192 bytes, one per accepted instance    matrix to the grid of these boxes | matrix | the rest
 //
 // The world box of a leaf is large if its instance is turned. So the ray is first tested against the cluster's box in
-// the instance's space: half of all leaves or more need no further work. What the test reads of an instance is in two
-// cache lines and is prefetched when the leaf's box is hit; in a large scene a ray waits longer for it than the test
-// takes.
+// the instance's space (gas_instance_ray.h): half of all leaves or more need no further work. What the test reads of an
+// instance is one cache line, prefetched when the leaf's box is hit; in a large scene a ray waits longer for it than
+// the test takes.
 #pragma once
-#include "gas/bvh/bvh_quantize.h"
-#include "vq_gas_base/gas_slab_ray.h"
+#include <algorithm>
+#include <cmath>
+
 #include "vq_gmath/gmath_matrix.h"
+#include "vq_gmath/gmath_ray.h"
+#include "vq_simd/simd_float.h"
 
 /// When a ray may be tested against the local boxes of an instance's leaves.
 enum class GasInstanceBoxes : u8 {
@@ -21,41 +24,111 @@ enum class GasInstanceBoxes : u8 {
   always,
 };
 
+/// The grid of an instance's local boxes: 255 steps along the longest side of the box around them. The step is the same
+/// on all axes, so that one bound of the rounding is a tight one on each.
+struct GasInstanceGrid {
+  float first[3] = {0.0f, 0.0f, 0.0f};  ///< in the instance's space
+  float steps_per_unit = 0.0f;          ///< infinite for a point
+
+  GasInstanceGrid() = default;
+  explicit GasInstanceGrid(const GMathBbox3<float>& box) : first{box.min[0], box.min[1], box.min[2]} {
+    steps_per_unit = 255.0f / std::max({box.max[0] - first[0], box.max[1] - first[1], box.max[2] - first[2]});
+  }
+  /// In steps.
+  double get_place(double at, uint axis) const { return (at - double{first[axis]}) * double{steps_per_unit}; }
+};
+
 struct GasInstanceLeaf {
   u64 cluster = 0;
   u32 instance = 0;  ///< index of its GasInstance
-  // Planes of the local box in the instance's frame: x, y, z, unused.
+  // Planes of the local box in the instance's grid: x, y, z, unused.
   u8 low[4] = {0, 0, 0, 0};
   u8 high[4] = {0, 0, 0, 0};
   GasInstanceBoxes boxes = GasInstanceBoxes::never;
 
-  void set_box(const GMathBbox3<float>& frame, const GMathBbox3<float>& box) {
-    u8 planes[6][4];
-    BvhQuantizer(frame).write_lane(box, 0, planes);
+  /// Rounds outwards. A bound of NaN becomes that of the grid.
+  void set_box(const GasInstanceGrid& grid, const GMathBbox3<float>& box) {
     for (uint axis = 0; axis < 3; ++axis) {
-      low[axis] = planes[2 * axis][0];
-      high[axis] = planes[2 * axis + 1][0];
+      const double from = std::floor(grid.get_place(box.min[axis], axis));
+      const double to = std::ceil(grid.get_place(box.max[axis], axis));
+      low[axis] = from > 0.0 ? static_cast<u8>(std::min(from, 255.0)) : u8{0};
+      high[axis] = to < 255.0 ? static_cast<u8>(std::max(to, 0.0)) : u8{255};
     }
   }
 };
 static_assert(sizeof(GasInstanceLeaf) == 24);
 
-struct alignas(64) GasInstance {
-  GMathBbox3<float> frame;         ///< holds the local boxes of all leaves
-  void* inner = nullptr;           ///< for use by the structure: how it finds the inner structure
-  GMathMatrix4x4<double> inverse;  ///< of `matrix`; rays need its first three rows, which end the second cache line
-  const GMathMatrix4x4<double>* matrix = nullptr;  ///< to the outer space, at rest
-  uint index = 0;                                  ///< in the input
-  uint accepted = 0;                               ///< in the table
-  bool is_visible = true;                          ///< false: invisible to all queries
+/// Where a tree lies: rays are counted from its center before they are rounded to single precision.
+struct GasTreeExtent {
+  GMathVec3<double> center{0, 0, 0};
+  double half = 0.0;  ///< of the longest side
 
-  bool has_finite_frame() const {
-    for (uint axis = 0; axis < 3; ++axis)
-      if (!(frame.min[axis] >= -FLT_MAX && frame.max[axis] - frame.min[axis] <= FLT_MAX)) return false;
-    return true;
+  GasTreeExtent() = default;
+  explicit GasTreeExtent(const GMathBbox3<float>& box) {
+    for (uint axis = 0; axis < 3; ++axis) {
+      const double low = box.min[axis], high = box.max[axis];
+      center[axis] = 0.5 * (low + high);
+      half = std::max(half, 0.5 * (high - low));
+    }
   }
 };
-static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, inverse) + 3 * 4 * sizeof(double) == 128);
+
+/// Bound of all rounding between a ray in double precision and the comparison of two places in a grid, relative to the
+/// terms of which a place is a sum. There are ten roundings to single precision, of 2^-24 each; the rest is margin.
+inline constexpr double gas_grid_error = 0x1p-20;
+/// Beyond it, the terms could overflow: such an instance is not tested, such a ray touches every box.
+inline constexpr double gas_grid_limit = 1e18;
+
+struct alignas(64) GasInstance {
+  float to_grid[4][3] = {};  ///< outer space, from the tree's center on, to the grid: columns x, y, z, offset
+  float slack = 0.0f;        ///< bound of a place's rounding, in units of GasOuterRay::reach
+  uint accepted = 0;         ///< in the table
+  void* inner = nullptr;     ///< for use by the structure: how it finds the inner structure
+
+  GMathVec3<double> inverse[4];                    ///< of `matrix`: columns x, y, z, offset
+  const GMathMatrix4x4<double>* matrix = nullptr;  ///< to the outer space, at rest
+  GasInstanceGrid grid;                            ///< holds the local boxes of all leaves
+  uint index = 0;                                  ///< in the input
+  bool is_visible = true;                          ///< false: invisible to all queries
+
+  void set_inverse(const GMathMatrix4x4<double>& matrix) {
+    for (uint column = 0; column < 4; ++column)
+      for (uint row = 0; row < 3; ++row) inverse[column][row] = matrix.m[row][column];
+  }
+  GMathMatrix4x4<double> get_inverse() const {
+    GMathMatrix4x4<double> out;
+    for (uint column = 0; column < 4; ++column)
+      for (uint row = 0; row < 3; ++row) out.m[row][column] = inverse[column][row];
+    return out;
+  }
+  /// The same bits as GMathBasicRay::transform() by the inverse matrix; by columns a processor takes two rows at once.
+  void transform(const GMathBasicRay<double>& ray, GMathBasicRay<double>& to) const {
+    const auto turn = [&](const GMathVec3<double>& v) {
+      return inverse[0] * v.x + inverse[1] * v.y + inverse[2] * v.z;
+    };
+    to.set(turn(ray.origin) + inverse[3], turn(ray.direction));
+  }
+  /// Sets what the test against local boxes reads. False if the instance cannot be tested.
+  bool set_to_grid(const GasTreeExtent& tree);
+};
+static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, inverse) == 64);
+
+inline bool GasInstance::set_to_grid(const GasTreeExtent& tree) {
+  double largest = 0.0;
+  for (uint axis = 0; axis < 3; ++axis) {
+    const GMathVec3<double> row(inverse[0][axis], inverse[1][axis], inverse[2][axis]);
+    const double scale = grid.steps_per_unit;
+    const double norm = (std::fabs(row.x) + std::fabs(row.y) + std::fabs(row.z)) * scale;
+    const double offset = grid.get_place(row.dot(tree.center) + inverse[3][axis], axis);
+    // So that NaN is refused.
+    if (!(norm <= gas_grid_limit && std::fabs(offset) <= gas_grid_limit * tree.half)) return false;
+    largest = std::max({largest, norm, std::fabs(offset) / tree.half});
+    for (uint column = 0; column < 3; ++column) to_grid[column][axis] = static_cast<float>(row[column] * scale);
+    to_grid[3][axis] = static_cast<float>(offset);
+  }
+  slack = static_cast<float>(largest * gas_grid_error);
+  return true;
+}
 
 /// Prefetches all cache lines of a record.
 template <class T>
@@ -65,34 +138,9 @@ template <class T>
   simd_prefetch(first + sizeof(T) - 1);
 }
 
-/// A ray in an instance's space, in the form of the test against local boxes.
-class GasInstanceRay {
- public:
-  /// @param frame  of the instance; its leaves' boxes lie in it
-  void set(const GMathBasicRay<double>& ray, double tnear, const GMathBbox3<float>& frame) {
-    slabs_ = gas_load_slab_ray(ray, tnear, frame, gas_get_no_slack());
-    first_ = static_cast<float>(tnear);
-    frame_min_ = pack(frame.min);
-    frame_step_ = (pack(frame.max) - frame_min_) * SimdF(bvh_quantum);
-  }
-  /// False if the ray misses the leaf's box within its interval.
-  bool touches(const GasInstanceLeaf& leaf, double limit) const {
-    const SimdF low = frame_min_ + SimdF::load_bytes(leaf.low) * frame_step_;
-    const SimdF high = frame_min_ + SimdF::load_bytes(leaf.high) * frame_step_;
-    const auto is_negative = SimdF(0.0f) > slabs_.near_inverse;
-    const SimdF near = (select(is_negative, high, low) - slabs_.near_origin) * slabs_.near_inverse;
-    const SimdF far = (select(is_negative, low, high) - slabs_.far_origin) * slabs_.far_inverse;
-    // A ray in the plane of a face gives 0 * inf = NaN: max() and min() return their second operand then.
-    const SimdF entry = max(near, SimdF(first_)), exit = min(far, SimdF(gas_clamp_limit(limit)));
-    const SimdF last_entry = max(max(broadcast<0>(entry), broadcast<1>(entry)), broadcast<2>(entry));
-    const SimdF first_exit = min(min(broadcast<0>(exit), broadcast<1>(exit)), broadcast<2>(exit));
-    return (last_entry <= first_exit).get_bits() != 0;
-  }
-
- private:
-  static SimdF pack(const GMathVec3<float>& v) { return SimdF(v.x, v.y, v.z, 0.0f); }
-
-  GasSlabRay slabs_;
-  SimdF frame_min_, frame_step_;  ///< bytes to planes, with the roundings of bvh_decode_plane()
-  float first_ = 0.0f;
-};
+/// Prefetches what a query reads of an instance after the test against a local box.
+[[gnu::always_inline]] inline void gas_prefetch_rest(const GasInstance& instance) {
+  const auto first = reinterpret_cast<std::uintptr_t>(&instance);
+  simd_prefetch(first + 64);
+  simd_prefetch(first + 128);
+}

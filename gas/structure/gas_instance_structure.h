@@ -74,7 +74,10 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   explicit GasInstanceStructure(Self* self);
   /// Copies the tree and its leaves. The structure then copies its own members and calls complete_copy().
   GasInstanceStructure(const GasInstanceStructure& other, Self* self)
-      : GasBvhStructure<Self, Base, MotionData>(other, self), table(other.table), leaves(other.leaves) {}
+      : GasBvhStructure<Self, Base, MotionData>(other, self),
+        table(other.table),
+        leaves(other.leaves),
+        extent(other.extent) {}
   GasInstanceStructure& operator=(const GasInstanceStructure& other);
 
   /// After the build of the tree: fills `leaves` and `instances`. Throws std::bad_alloc.
@@ -146,14 +149,17 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   template <class Query>
   void enter(uint place, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, const MotionData* data,
              const Query& query) const;
-  /// Transforms the active rays with transform(ray) unless they are cached, then tests a single one against the leaf's
-  /// local box if that holds in this query. False if the leaf need not be entered.
-  template <class Transform>
-  bool reach(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target, GasInstanceBoxes least,
-             const Transform& transform) const;
-  bool reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target) const;
-  bool reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
-                    const MotionData& data) const;
+  /// enter(), if the ray may hit the instance.
+  template <class Query>
+  void enter_reached(const GasInstanceLeaf& leaf, const GasInstance& instance, const CtxEval& ctx, CtxShader& shader,
+                     GeometryRaytraceCtx& parent, const MotionData* data, const Query& query) const;
+  // Test a single active ray against the leaf's local box, if that holds in this query. False if the leaf need not be
+  // entered.
+  bool reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf,
+                   const GasInstance& instance) const;
+  /// Also transforms the active rays.
+  bool reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf,
+                    const GasInstance& instance, const MotionData& data) const;
   /// The place in the tree's order of the first of a leaf callback's leaves.
   uint get_place(const CoreBasicArray<unsigned int>& node_leaves) const {
     return static_cast<uint>(node_leaves.get_items() - this->tree.order);
@@ -164,6 +170,7 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   GasClusterTable table;
   CoreArray<GasInstanceLeaf> leaves;
   CoreAlignedArray<GasInstance> instances;
+  GasTreeExtent extent;  ///< of the tree at rest
 
  private:
   const Self& self() const { return static_cast<const Self&>(*this); }

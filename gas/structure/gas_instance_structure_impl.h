@@ -19,6 +19,7 @@ GasInstanceStructure<Self, Base>& GasInstanceStructure<Self, Base>::operator=(co
   GasBvhStructure<Self, Base, MotionData>::operator=(other);
   table = other.table;
   leaves = other.leaves;
+  extent = other.extent;
   return *this;
 }
 
@@ -30,6 +31,7 @@ void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* loc
   instances = CoreAlignedArray<GasInstance>(accepted_count);
   gas_need(leaves.resize(leaf_count) && place_of.get_count() == leaf_count && numbers.get_count() == accepted_count &&
            instances.get_count() == accepted_count);
+  extent = GasTreeExtent(this->tree.box);
   for (uint place = 0; place < leaf_count; ++place) place_of[this->tree.order[place]] = place;
   const auto for_each_leaf = [&](uint accepted, const auto& function) {
     const uint first = table.first_leaves[accepted], end = first + table.counts[accepted];
@@ -40,15 +42,16 @@ void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* loc
   number_instances(numbers);
   for (uint accepted = 0; accepted < accepted_count; ++accepted) {
     GasInstance& instance = instances[numbers[accepted]] = GasInstance();
-    for_each_leaf(accepted, [&](GasInstanceLeaf&, uint leaf) { instance.frame.add(local_boxes[leaf]); });
-    instance.frame = bvh_make_frame(instance.frame);
+    GMathBbox3<float> frame;
+    for_each_leaf(accepted, [&](GasInstanceLeaf&, uint leaf) { frame.add(local_boxes[leaf]); });
+    instance.grid = GasInstanceGrid(frame);
     instance.accepted = accepted;
     const GasInstanceBoxes described = self().describe_instance(accepted, instance);
-    const GasInstanceBoxes boxes = instance.has_finite_frame() ? described : GasInstanceBoxes::never;
+    const GasInstanceBoxes boxes = instance.set_to_grid(extent) ? described : GasInstanceBoxes::never;
     for_each_leaf(accepted, [&](GasInstanceLeaf& entry, uint leaf) {
       entry.cluster = reinterpret_cast<u64>(table.clusters[leaf]);
       entry.boxes = boxes;
-      if (boxes != GasInstanceBoxes::never) entry.set_box(instance.frame, local_boxes[leaf]);
+      if (boxes != GasInstanceBoxes::never) entry.set_box(instance.grid, local_boxes[leaf]);
     });
   }
 }
@@ -114,7 +117,20 @@ BvhLeafFunctions GasInstanceStructure<Self, Base>::get_leaf_functions(const Moti
   return data != nullptr ? data->get_leaf_functions(query.settings.compute_motion_vectors) : this->leaf_functions;
 }
 
-// Inlined: it is called once by each kind of query, and as a call takes 20 instructions more per leaf.
+template <class Self, class Base>
+[[gnu::always_inline]] inline bool GasInstanceStructure<Self, Base>::reach_still(GasRayCtx& ray_ctx,
+                                                                                 GeometryRaytraceCtx& parent,
+                                                                                 const GasInstanceLeaf& leaf,
+                                                                                 const GasInstance& instance) const {
+  const uint ray = parent.first_ray;
+  const bool is_new = ray_ctx.begin_ray(parent, leaf.instance);
+  if (leaf.boxes == GasInstanceBoxes::never || ray != parent.last_ray) return true;
+  if (is_new) ray_ctx.box_ray.set(ray_ctx.get_outer_ray(parent, extent), instance);
+  return ray_ctx.box_ray.touches(leaf, parent.get_limit(ray)) || self().must_enter(instance);
+}
+
+// Inlined, but not what follows a hit box: about half of all leaves are missed, and with the rest of the function they
+// would save and restore its registers.
 template <class Self, class Base>
 template <class Query>
 [[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::enter(uint place, const CtxEval& ctx,
@@ -122,21 +138,36 @@ template <class Query>
                                                                            GeometryRaytraceCtx& parent,
                                                                            const MotionData* data,
                                                                            const Query& query) const {
+  GasNestedQueryCtx* record = GasNestedScope::get_or_make_next(shader);
+  if (record == nullptr || !record->ray.reserve(parent)) return;
+  const GasInstanceLeaf& leaf = leaves[place];
+  const GasInstance& instance = get_instance(place);
+  // Of a large scene nothing of this is in a cache; it arrives while the ray is tested.
+  gas_prefetch_rest(instance);
+  self().prefetch_entry(instance);
+  const bool is_reached = data != nullptr ? reach_moving(record->ray, parent, leaf, instance, *data)
+                                          : reach_still(record->ray, parent, leaf, instance);
+  if (is_reached) enter_reached(leaf, instance, ctx, shader, parent, data, query);
+}
+
+template <class Self, class Base>
+template <class Query>
+[[gnu::noinline]] void GasInstanceStructure<Self, Base>::enter_reached(const GasInstanceLeaf& leaf,
+                                                                       const GasInstance& instance, const CtxEval& ctx,
+                                                                       CtxShader& shader, GeometryRaytraceCtx& parent,
+                                                                       const MotionData* data,
+                                                                       const Query& query) const {
   const GasNestedScope scope(shader);
-  if (scope.get() == nullptr || !scope.get()->ray.reserve(parent)) return;
   GasRayCtx& ray_ctx = scope.get()->ray;
-  Target target{leaves[place], get_instance(place), {}};
-  // Of a large scene nothing of this is in a cache; it arrives while the ray is transformed and tested.
-  simd_prefetch(reinterpret_cast<std::uintptr_t>(&target.instance.matrix));
-  self().prefetch_entry(target.instance);
-  const bool is_reached =
-      data != nullptr ? reach_moving(ray_ctx, parent, target, *data) : reach_still(ray_ctx, parent, target);
-  // The entry is found last: about half of all leaves are missed.
+  Target target{leaf, instance, {}};
   const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
-  if (!is_reached || !self().find_entry(ctx, shader, type, target.instance, target.entry)) return;
-  if (data == nullptr) ray_ctx.set_matrices(parent, *target.instance.matrix);
-  GasNestedTarget nested = self().get_target(parent, type, target.instance);
-  nested.cluster = target.leaf.cluster;
+  if (!self().find_entry(ctx, shader, type, instance, target.entry)) return;
+  if (data == nullptr) {
+    ray_ctx.transform_rays(parent, instance);
+    ray_ctx.set_matrices(parent, *instance.matrix);
+  }
+  GasNestedTarget nested = self().get_target(parent, type, instance);
+  nested.cluster = leaf.cluster;
   GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, nested);
   if (data != nullptr) {
     local.spans = parent.spans;
@@ -144,57 +175,40 @@ template <class Query>
   }
   if (local.planes != nullptr) {
     ray_ctx.transform_planes(
-        parent, data != nullptr ? ray_ctx.matrices[parent.first_ray].matrix.get_inverse() : target.instance.inverse);
+        parent, data != nullptr ? ray_ctx.matrices[parent.first_ray].matrix.get_inverse() : instance.get_inverse());
   }
   query(target, ray_ctx, local);
 }
 
 template <class Self, class Base>
-template <class Transform>
-bool GasInstanceStructure<Self, Base>::reach(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const Target& target,
-                                             GasInstanceBoxes least, const Transform& transform) const {
-  const bool has_boxes = target.leaf.boxes >= least && parent.first_ray == parent.last_ray;
-  const uint first = parent.first_ray;
-  if (!ray_ctx.is_ray_cached(parent, target.leaf.instance)) {
-    ray_ctx.cache_ray(parent, target.leaf.instance);
-    gas_for_each_ray(parent, transform);
-    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, target.instance.frame);
-  }
-  return !has_boxes || ray_ctx.box_ray.touches(target.leaf, parent.get_limit(first)) ||
-         self().must_enter(target.instance);
-}
-
-template <class Self, class Base>
-bool GasInstanceStructure<Self, Base>::reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                   const Target& target) const {
-  return reach(ray_ctx, parent, target, GasInstanceBoxes::at_rest,
-               [&](uint ray) { ray_ctx.rays[ray].transform(parent.get_ray(ray), target.instance.inverse); });
-}
-
-template <class Self, class Base>
 bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                    const Target& target, const MotionData& data) const {
-  const uint key = self().get_key(target.instance.accepted);
-  return reach(ray_ctx, parent, target, GasInstanceBoxes::always, [&](uint ray) {
-    const GeometryRaySpan& span = parent.spans[ray];
-    ray_ctx.set_matrix(
-        ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
-    ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
-  });
+                                                    const GasInstanceLeaf& leaf, const GasInstance& instance,
+                                                    const MotionData& data) const {
+  const uint key = self().get_key(instance.accepted), first = parent.first_ray;
+  const bool has_boxes = leaf.boxes == GasInstanceBoxes::always && first == parent.last_ray;
+  if (ray_ctx.begin_ray(parent, leaf.instance)) {
+    gas_for_each_ray(parent, [&](uint ray) {
+      const GeometryRaySpan& span = parent.spans[ray];
+      ray_ctx.set_matrix(
+          ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
+      ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
+    });
+    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, instance.grid);
+  }
+  return !has_boxes || ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(const unsigned int& leaf, const CtxEval& ctx,
-                                                           CtxShader& shader, GeometryRaytraceCtx& query) const {
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(
+    const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
   enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
     self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, false);
   });
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(const unsigned int& leaf, const CtxEval& ctx,
-                                                                   CtxShader& shader,
-                                                                   GeometryRaytraceCtx& query) const {
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(
+    const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
   enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
     self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, false);
     const uint depth = self().get_path_depth(query);
@@ -203,18 +217,20 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(const unsigne
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion(const unsigned int& leaf, const CtxEval& ctx,
-                                                           CtxShader& shader, GeometryRaytraceCtx& query,
-                                                           MotionData& data) const {
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_motion(const unsigned int& leaf,
+                                                                                         const CtxEval& ctx,
+                                                                                         CtxShader& shader,
+                                                                                         GeometryRaytraceCtx& query,
+                                                                                         MotionData& data) const {
   enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
     self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, true);
   });
 }
 
 template <class Self, class Base>
-void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(const unsigned int& leaf, const CtxEval& ctx,
-                                                                   CtxShader& shader, GeometryRaytraceCtx& query,
-                                                                   MotionData& data) const {
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(
+    const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
+    MotionData& data) const {
   enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
     self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, true);
     const uint depth = self().get_path_depth(query);
@@ -254,7 +270,7 @@ void GasInstanceStructure<Self, Base>::leaf_frustum_hit(const unsigned int& leaf
   const GasNestedScope scope(shader);
   if (scope.get() == nullptr) return;
   GeometryFrustumCtx& local = scope.get()->frustum;
-  local.begin_nested(query, instance.inverse, *instance.matrix);
+  local.begin_nested(query, instance.get_inverse(), *instance.matrix);
   local.cluster = leaves[leaf].cluster;
   self().begin_frustum(query, *scope.get(), instance);
   const std::size_t first_point = query.get_points().size();

@@ -32,9 +32,9 @@ bool GasRayCtx::grow(GeometryRaytraceCtx& parent) {
 
 bool GasRayCtx::reserve_end_matrices(uint ray_count) { return grow_array(end_matrices, ray_count); }
 
-void GasNestedScope::make_record(GasNestedQueryCtx*& slot) const {
+void GasNestedScope::make_record(CtxShader& shader, GasNestedQueryCtx*& slot) {
   slot = new (std::nothrow) GasNestedQueryCtx;
-  shader_.nested_release = release_chain;
+  shader.nested_release = release_chain;
 }
 
 void GasRayCtx::begin_outer_query(GeometryRaytraceCtx& parent) {

@@ -9,7 +9,7 @@
 // A record serves queries of any kind, one at a time:
 //
 //   rays       query | map | path | rays[ray], 80 bytes each | matrices[ray], 136 bytes each | end_matrices[ray]
-//              planes[ ] | box_ray
+//              planes[ ] | outer_ray | box_ray
 //   frustums   planes, results and lists | path
 //   beams      the current beam of the outer query; the inner query needs nothing else
 //
@@ -17,7 +17,7 @@
 // numbers in the inner query. Data that is the same in all spaces (intervals, spans, stop flags, hits) is shared.
 // Arrays grow to the number of rays of the outer query and are kept.
 #pragma once
-#include "gas/structure/gas_instance_entry.h"
+#include "gas/structure/gas_instance_ray.h"
 #include "vq_core/core_memory.h"
 #include "vq_ctx/ctx_shader.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
@@ -52,7 +52,7 @@ struct GasRayCtx {
   CoreAlignedArray<GeometryRayMatrix> matrices;      ///< inner space to outer
   CoreAlignedArray<GeometryRayMatrix> end_matrices;  ///< at the end of each ray's motion span; only for vectors
   CoreAlignedArray<GeometryPlane> planes;            ///< those of the outer query, in the inner space
-  GasInstanceRay box_ray;                            ///< the cached ray, for tests against local boxes
+  GasInstanceRay box_ray;                            ///< the begun ray, for tests against local boxes
 
   /// Makes room for the rays and planes of `parent` and for the paths of its nearest hits. False if there is no memory.
   bool reserve(GeometryRaytraceCtx& parent) { return is_reserved_ || grow(parent); }
@@ -70,7 +70,7 @@ struct GasRayCtx {
   void set_matrices(const GeometryRaytraceData& parent, const GMathMatrix4x4<double>& matrix) {
     if (has_cached_matrix_) return;
     gas_for_each_ray(parent, [&](uint ray) { set_matrix(ray, matrix); });
-    has_cached_matrix_ = has_cached_ray_;
+    has_cached_matrix_ = has_begun_ray_;
   }
   /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
   void transform_planes(const GeometryRaytraceCtx& parent, const GMathMatrix4x4<double>& inverse) {
@@ -88,29 +88,50 @@ struct GasRayCtx {
     parent.map->transform_path(ray, to_parent..., depth);
   }
 
-  // Cache of the last single ray that was transformed in this query: leaves of one instance often follow each other,
-  // and their rays are the same.
-  bool is_ray_cached(const GeometryRaytraceData& parent, uint instance) const {
-    return has_cached_ray_ && cached_instance_ == instance && cached_ray_ == parent.first_ray;
+  // What is known of the last single ray, because leaves of one instance often follow each other.
+  /// False if the active ray of `parent` is the one last begun for this instance.
+  bool begin_ray(const GeometryRaytraceData& parent, uint instance) {
+    if (has_begun_ray_ && begun_instance_ == instance && begun_ray_ == parent.first_ray) return false;
+    has_begun_ray_ = parent.first_ray == parent.last_ray;
+    has_cached_ray_ = has_cached_matrix_ = false;
+    begun_instance_ = instance;
+    begun_ray_ = parent.first_ray;
+    return true;
   }
-  void cache_ray(const GeometryRaytraceData& parent, uint instance) {
-    has_cached_ray_ = parent.first_ray == parent.last_ray;
-    has_cached_matrix_ = false;
-    cached_instance_ = instance;
-    cached_ray_ = parent.first_ray;
+  /// Transforms the active rays of `parent` to the instance's space, unless that was done since begin_ray().
+  void transform_rays(const GeometryRaytraceCtx& parent, const GasInstance& instance) {
+    if (has_cached_ray_) return;
+    gas_for_each_ray(parent, [&](uint ray) { instance.transform(parent.get_ray(ray), rays[ray]); });
+    has_cached_ray_ = has_begun_ray_;
   }
-  void forget_query() { has_cached_ray_ = has_cached_matrix_ = is_reserved_ = is_begun_ = false; }
+  /// The active single ray of `parent` in single precision.
+  const GasOuterRay& get_outer_ray(const GeometryRaytraceCtx& parent, const GasTreeExtent& tree) {
+    const uint ray = parent.first_ray;
+    if (!has_outer_ray_ || outer_ray_number_ != ray) {
+      outer_ray_.set(parent.get_ray(ray), parent.intervals[ray].tnear, tree);
+      outer_ray_number_ = ray;
+      has_outer_ray_ = true;
+    }
+    return outer_ray_;
+  }
+  void forget_query() {
+    has_begun_ray_ = has_cached_ray_ = has_cached_matrix_ = has_outer_ray_ = is_reserved_ = is_begun_ = false;
+  }
 
  private:
   bool grow(GeometryRaytraceCtx& parent);
   void begin_outer_query(GeometryRaytraceCtx& parent);
-  bool is_begun_ = false;     ///< `query` has what is the same in all leaves
-  bool is_reserved_ = false;  ///< the arrays have room for the outer query
+  bool is_begun_ = false;       ///< `query` has what is the same in all leaves
+  bool is_reserved_ = false;    ///< the arrays have room for the outer query
+  bool has_begun_ray_ = false;  ///< a single ray in an instance; the other flags say what of it is there
   bool has_cached_ray_ = false;
   bool has_cached_matrix_ = false;
+  bool has_outer_ray_ = false;
   uint outer_path_count_ = 0;  ///< elements of `path` that are the outer query's
-  uint cached_instance_ = 0;
-  uint cached_ray_ = 0;
+  uint begun_instance_ = 0;
+  uint begun_ray_ = 0;
+  uint outer_ray_number_ = 0;
+  GasOuterRay outer_ray_;
 };
 
 struct GasNestedQueryCtx {
@@ -124,10 +145,8 @@ struct GasNestedQueryCtx {
 /// While it exists, the thread's next deeper record is the current one. Inline, because every leaf needs it.
 class GasNestedScope {
  public:
-  explicit GasNestedScope(CtxShader& shader) : shader_(shader), outer_(shader.nested_current) {
-    GasNestedQueryCtx*& slot = outer_ != nullptr ? outer_->next : shader.nested_first;
-    if (slot == nullptr) make_record(slot);
-    record_ = slot;
+  explicit GasNestedScope(CtxShader& shader)
+      : shader_(shader), outer_(shader.nested_current), record_(get_or_make_next(shader)) {
     if (record_ != nullptr) shader.nested_current = record_;
   }
   ~GasNestedScope() { shader_.nested_current = outer_; }
@@ -137,6 +156,12 @@ class GasNestedScope {
   /// Null if there is no memory for a record.
   GasNestedQueryCtx* get() const { return record_; }
 
+  /// The thread's next deeper record, whether it becomes the current one or not. Null if there is no memory for it.
+  static GasNestedQueryCtx* get_or_make_next(CtxShader& shader) {
+    GasNestedQueryCtx*& slot = shader.nested_current != nullptr ? shader.nested_current->next : shader.nested_first;
+    if (slot == nullptr) make_record(shader, slot);
+    return slot;
+  }
   /// Call at the start of a query whose leaves use records: clears what these hold of another query.
   static void forget_query(CtxShader& shader) {
     GasNestedQueryCtx* record = shader.nested_current != nullptr ? shader.nested_current->next : shader.nested_first;
@@ -144,7 +169,7 @@ class GasNestedScope {
   }
 
  private:
-  void make_record(GasNestedQueryCtx*& slot) const;
+  static void make_record(CtxShader& shader, GasNestedQueryCtx*& slot);
 
   CtxShader& shader_;
   GasNestedQueryCtx* outer_;
