@@ -287,6 +287,10 @@ bool GasGeometryBase::is_identity_order() const {
 }
 
 bool GasGeometryBase::is_one_group(const CtxEval& ctx) const {
+  // Counted when they were listed, by the base geometry.
+  if (geometry == base_geometry && kept_count <= geometry_count && !group_primitive_counts.is_empty() &&
+      group_primitive_counts[0] == candidate_count)
+    return true;
   for (uint position = 0; position < kept_count; ++position) {
     gas_check_stop(ctx.get_application(), position);
     if (get_owner(position)->get_primitive_shading_group(get_primitive(position)) != 0) return false;

@@ -89,8 +89,9 @@ class VQ_EXPORT GasGeometryBase : public GasClusterable {
   uint get_primitive(uint position) const { return primitives.is_empty() ? position : primitives[position]; }
   /// True if every primitive of base_geometry was kept at the position that equals its number.
   bool is_identity_order() const;
-  /// True if every primitive is in group 0: leaves then need no lookup. Checks each primitive, because a geometry that
-  /// lists one group may still return others. Throws AppStopped if the application requests a stop.
+  /// True if every primitive is in group 0: leaves then need no lookup. Checks each primitive unless they were counted,
+  /// because a geometry that lists one group may still return others. Throws AppStopped if the application requests a
+  /// stop.
   bool is_one_group(const CtxEval& ctx) const;
   /// The result of choose.operator()<indexed, many_owners, one_group>() for the variant of GasMeshLeaf that serves all
   /// positions.
