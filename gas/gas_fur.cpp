@@ -173,21 +173,23 @@ bool GasFur::create(const CtxEval& new_ctx, const GeometryObject* new_base_geome
       const AppProgressScope stage(progress, "Compute primitives AABB", 0.2, primitive_count);
       if (primitive_count > 0) compute_primitives(new_ctx, primitives, progress);
     }
+    GasLeafRecordWork record_work(get_recorded_geometry(), get_item_primitives(), &new_ctx.get_application());
     {
       const AppProgressScope stage(progress, "Build BVH", 0.8);
-      build_tree(new_ctx, primitives, progress);
+      build_tree(new_ctx, primitives, progress, record_work);
     }
     count_groups();
     has_large_leaves = has_large_leaf(tree);
     leaf_functions = {nullptr, nullptr, this, leaf_frustum_hit_callback, this};
-    make_records(&new_ctx.get_application(), progress);
+    make_records(record_work);
   };
   rebuild("GasFur.create", build);
   install_callbacks(has_motion);
   return true;
 }
 
-void GasFur::build_tree(const CtxEval& build_ctx, const Primitives& primitives, AppProgressBar* progress) {
+void GasFur::build_tree(const CtxEval& build_ctx, const Primitives& primitives, AppProgressBar* progress,
+                        BvhOrderWork& order_work) {
   ComputeSpaceBboxesData measured{&build_ctx, geometry, 0.0};
   GasBvhSplitCtx split_ctx;
   split_ctx.item_boxes = primitives.boxes.get();
@@ -203,7 +205,7 @@ void GasFur::build_tree(const CtxEval& build_ctx, const Primitives& primitives, 
   params.max_leaf = 0xFFFFFFFF;
   params.quantization_depth = 10;
   tree.build<GasBvhSplitUnaligned>(split_ctx, primitives.valid.get_items(), primitives.valid.get_count(), params,
-                                   progress);
+                                   progress, &order_work);
 }
 
 /// A primitive in a group that the geometry does not list can be hit if the query's table has links for the group, but

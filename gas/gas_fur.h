@@ -124,9 +124,9 @@ class VQ_EXPORT GasFur : public GasBvhGeometry<GasFur, GasClusterable> {
   /// Input of the tree build.
   struct Primitives;
   void compute_primitives(const CtxEval& ctx, Primitives& primitives, AppProgressBar* progress) const;
-  void build_tree(const CtxEval& ctx, const Primitives& primitives, AppProgressBar* progress);
+  void build_tree(const CtxEval& ctx, const Primitives& primitives, AppProgressBar* progress, BvhOrderWork& order_work);
   void count_groups();
-  static bool can_have_records() { return true; }
+  const GeometryObject* get_recorded_geometry() const { return geometry; }
   static const uint* get_item_primitives() { return nullptr; }
   void choose_ray_functions();
   /// Those of this class. Empties the structure if an array could not be copied.

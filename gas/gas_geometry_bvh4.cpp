@@ -115,18 +115,21 @@ bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_
                              AppProgressBar* progress) {
   bool accepted = true;
   rebuild("GasGeometry.create", [&] {
-    accepted =
-        prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry, group_flags,
-                          progress, "Build BVH", [&](auto& boxes) { build_tree(ctx, boxes, progress); });
-    if (!accepted) return;
-    choose_leaf_functions(ctx);
-    make_records(&ctx.get_application(), progress);
+    accepted = prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry,
+                                 group_flags, progress, "Build BVH", [&](auto& boxes) {
+                                   choose_leaf_functions(ctx);
+                                   GasLeafRecordWork record_work(get_recorded_geometry(), get_item_primitives(),
+                                                                 &ctx.get_application());
+                                   build_tree(ctx, boxes, progress, record_work);
+                                   make_records(record_work);
+                                 });
   });
   if (accepted) install_callbacks(has_motion);
   return accepted;
 }
 
-void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress) {
+void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress,
+                                 BvhOrderWork& order_work) {
   GasBvhSplitCtx split_ctx;
   split_ctx.item_boxes = boxes.get_items();
   split_ctx.application = &ctx.get_application();
@@ -135,7 +138,7 @@ void GasGeometryBvh4::build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float
   params.leaf_threshold = 1;
   params.max_leaf = 1;
   params.quantization_depth = 10;
-  tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress);
+  tree.build<GasBvhSplitAligned>(split_ctx, nullptr, boxes.get_count(), params, progress, &order_work);
 }
 
 void GasGeometryBvh4::choose_leaf_functions(const CtxEval& ctx) {

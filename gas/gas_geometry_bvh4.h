@@ -66,13 +66,16 @@ class VQ_EXPORT GasGeometryBvh4 : public GasBvhGeometry<GasGeometryBvh4, GasGeom
     BvhRayLeafFunction bare = nullptr;    ///< tests the primitive, which is of the current group; null: none such
   };
 
-  void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress);
+  void build_tree(const CtxEval& ctx, CoreVector<GMathBbox3<float>>& boxes, AppProgressBar* progress,
+                  BvhOrderWork& order_work);
   void choose_leaf_functions(const CtxEval& ctx);
   void clear();
   u64 get_array_bytes() const { return get_primitive_array_bytes() + records.get_bytes(); }
   /// Those of one query. If what `lookup` looks up is the same for all primitives, it is done here, once.
   BvhLeafFunctions get_leaf_functions(const MotionData* record, GeometryRaytraceCtx& query) const;
-  bool can_have_records() const { return recorded_functions.lookup != nullptr; }
+  const GeometryObject* get_recorded_geometry() const {
+    return recorded_functions.lookup != nullptr ? geometry : nullptr;
+  }
   const uint* get_item_primitives() const { return primitives.is_empty() ? nullptr : primitives.get_items(); }
   void choose_ray_functions();
   const RayFunctions& get_ray_functions() const {

@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <bit>
 #include <numeric>
+#include <optional>
 
 #include "gas/bvh/bvh_builder_impl.h"
 #include "gas/bvh/bvh_finalize.h"
+#include "gas/bvh/bvh_order_work.h"
 #include "vq_app_base/app_base.h"
 #include "vq_app_base/app_progress_scope.h"
 #include "vq_sys/sys_thread_manager.h"
@@ -74,7 +76,7 @@ void split_items(BvhBuildCtx<Split>& build, const GasBvhSplitCtx& split_ctx, con
 
 template <class Split>
 void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_order, uint count,
-                const BvhBuildParams& params, AppProgressBar* progress) {
+                const BvhBuildParams& params, AppProgressBar* progress, BvhOrderWork* order_work) {
   gas_need(tree.allocate_items(count, source.item_weights != nullptr));
   if (item_order != nullptr) {
     std::copy_n(item_order, count, tree.order);
@@ -106,7 +108,11 @@ void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_
     build.progress = progress;
     BvhChildRef root;
     split_items<Split>(build, split_ctx, root_set, {&root, nullptr, 0}, threads);
+    std::optional<SysThreadTaskManager> tasks;
+    if (order_work != nullptr && build.threads != nullptr)
+      order_work->start(tasks.emplace(*build.threads), tree.order, tree.item_count);
     finalize(tree, build, root, split_ctx.application);
+    if (tasks) tasks->wait_until_completed(true);
   }
   tree.box = root_set.box;
 }
@@ -116,13 +122,13 @@ void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_
 template <uint width>
 template <class Split>
 void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, uint count,
-                          const BvhBuildParams& params, AppProgressBar* progress) {
+                          const BvhBuildParams& params, AppProgressBar* progress, BvhOrderWork* order_work) {
   if (frozen) return;
   clear();
   uniform_item_weight = params.item_cost;
   quantization_depth = params.quantization_depth;
   try {
-    build_tree<Split>(*this, source, item_order, count, params, progress);
+    build_tree<Split>(*this, source, item_order, count, params, progress, order_work);
   } catch (...) {
     clear();
     throw;
@@ -130,6 +136,6 @@ void GasBvh<width>::build(const GasBvhSplitCtx& source, const uint* item_order, 
 }
 
 template void GasBvh<4>::build<GasBvhSplitAligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,
-                                                   AppProgressBar*);
+                                                   AppProgressBar*, BvhOrderWork*);
 template void GasBvh<4>::build<GasBvhSplitUnaligned>(const GasBvhSplitCtx&, const uint*, uint, const BvhBuildParams&,
-                                                     AppProgressBar*);
+                                                     AppProgressBar*, BvhOrderWork*);

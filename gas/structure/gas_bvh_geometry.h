@@ -6,7 +6,7 @@
 // `Self` has the fields base_geometry, geometry, group_primitive_counts and has_motion. `Base` is derived from
 // GasClusterable. The bodies are in gas_bvh_geometry_impl.h. For the records, `Self` supplies
 //
-//   bool can_have_records() const                           false: `geometry` does not own all items
+//   const GeometryObject* get_recorded_geometry() const     null: none owns all items
 //   const uint* get_item_primitives() const                 [item] its primitive; null: the item itself
 //   void choose_ray_functions()                             those of the leaves, with or without `records`
 #pragma once
@@ -57,9 +57,8 @@ class VQ_EXPORT GasBvhGeometry : public GasBvhStructure<Self, Base> {
     return this->leaf_functions;
   }
   BvhLeafRecords get_leaf_records() const { return {records.get_first(), records.get_size()}; }
-  /// Writes the records of what there is now and chooses the leaf functions that read them, or those without records.
-  /// @param application  whose stop request ends it; may be null
-  void make_records(const AppBase* application, AppProgressBar* progress);
+  /// Takes the records of `work` and chooses the leaf functions that read them, or those without records.
+  void make_records(GasLeafRecordWork& work);
   void report_growth(u64 old_size, u64 new_size) const { this->memory_account.update(old_size, new_size, *this); }
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 

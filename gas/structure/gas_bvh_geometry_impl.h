@@ -39,22 +39,24 @@ void GasBvhGeometry<Self, Base>::get_clusters_weights(const CoreBasicArray<void*
 }
 
 template <class Self, class Base>
-void GasBvhGeometry<Self, Base>::make_records(const AppBase* application, AppProgressBar* progress) {
+void GasBvhGeometry<Self, Base>::make_records(GasLeafRecordWork& work) {
   auto& self = static_cast<Self&>(*this);
   records.clear();
   self.choose_ray_functions();  // those without records, if the rest throws
-  if (self.can_have_records())
-    records.make(*self.geometry, this->tree.order, this->tree.item_count, self.get_item_primitives(), application,
-                 progress);
+  records.make(work, this->tree.order, this->tree.item_count);
   self.choose_ray_functions();
 }
 
 template <class Self, class Base>
 void GasBvhGeometry<Self, Base>::dirty_motion_blur() {
   GasBvhStructure<Self, Base>::dirty_motion_blur();
-  if (!static_cast<const Self&>(*this).has_motion || !this->has_tree()) return;
+  const auto& self = static_cast<const Self&>(*this);
+  if (!self.has_motion || !this->has_tree()) return;
   const u64 old_bytes = records.get_bytes();
-  gas_try([&] { make_records(nullptr, nullptr); });
+  gas_try([&] {
+    GasLeafRecordWork work(self.get_recorded_geometry(), self.get_item_primitives(), nullptr);
+    make_records(work);
+  });
   report_growth(old_bytes, records.get_bytes());
 }
 

@@ -4,35 +4,53 @@
 
 #include "gas/frame/gas_tasks.h"
 #include "vq_app_base/app_base.h"
-#include "vq_app_base/app_progress_scope.h"
 #include "vq_geometry/geometry_object.h"
 
-namespace {
-
 /// The records of one slice of the leaves.
-class RecordTask final : public GasTask {
+class GasLeafRecordWork::Task final : public GasTask {
  public:
-  const AppBase* application = nullptr;  ///< null: never stopped
-  const GeometryObject* geometry = nullptr;
+  GasLeafRecordWork* owner = nullptr;
   const uint* order = nullptr;
-  const uint* primitives = nullptr;
-  u8* records = nullptr;
-  std::size_t size = 0;
   uint first = 0, end = 0;
 
-  void write() const {
+  void work(const uint& /*thread_index*/) override {
     for (uint place = first; place < end; ++place) {
-      if (application != nullptr) gas_check_stop(*application, place - first);
+      if (owner->application_ != nullptr) gas_check_stop(*owner->application_, place - first);
       const uint item = order[place];
-      geometry->write_record(primitives == nullptr ? item : primitives[item], records + place * size);
+      const uint primitive = owner->primitives_ == nullptr ? item : owner->primitives_[item];
+      owner->geometry_->write_record(primitive, owner->bytes_.get() + std::size_t{place} * owner->size_);
     }
   }
-
- private:
-  void work(const uint& /*thread_index*/) override { write(); }
 };
 
-}  // namespace
+GasLeafRecordWork::GasLeafRecordWork(const GeometryObject* geometry, const uint* primitives, const AppBase* application)
+    : geometry_(geometry),
+      primitives_(primitives),
+      application_(application),
+      size_(geometry != nullptr ? geometry->get_record_size() : 0) {
+  CORE_ASSERT(size_ % 4 == 0);
+}
+
+GasLeafRecordWork::~GasLeafRecordWork() = default;
+
+void GasLeafRecordWork::divide(const uint* order, uint count, uint length) {
+  if (size_ == 0 || count == 0) return;
+  bytes_ = CoreAlignedArray<u8>(std::size_t{count} * size_, 64);
+  if (!bytes_) return;
+  tasks_.resize(gas_get_slice_count(count, length));
+  for (uint k = 0; k < tasks_.size(); ++k) {
+    tasks_[k].owner = this;
+    tasks_[k].order = order;
+    tasks_[k].first = k * length;
+    tasks_[k].end = std::min(tasks_[k].first + length, count);
+  }
+}
+
+void GasLeafRecordWork::start(SysThreadTaskManager& tasks, const uint* order, uint count) {
+  is_started_ = true;
+  divide(order, count, gas_get_slice_length(count, tasks.get_max_thread_count()));
+  for (Task& task : tasks_) tasks.add_task(&task);
+}
 
 GasLeafRecords::GasLeafRecords(const GasLeafRecords& other)
     : bytes_(other.bytes_.get_count(), 64), size_(bytes_ ? other.size_ : 0) {
@@ -47,33 +65,14 @@ GasLeafRecords& GasLeafRecords::operator=(const GasLeafRecords& other) {
   return *this;
 }
 
-void GasLeafRecords::make(const GeometryObject& geometry, const uint* order, uint count, const uint* primitives,
-                          const AppBase* application, AppProgressBar* progress) {
-  constexpr uint parallel_from = 4096;
+void GasLeafRecords::make(GasLeafRecordWork& work, const uint* order, uint count) {
   clear();
-  const u32 size = geometry.get_record_size();
-  CORE_ASSERT(size % 4 == 0);
-  if (size == 0 || count == 0) return;
-  CoreAlignedArray<u8> bytes(std::size_t{count} * size, 64);
-  if (!bytes) return;
-  const auto prepare = [&](RecordTask& task) {
-    task.application = application;
-    task.geometry = &geometry;
-    task.order = order;
-    task.primitives = primitives;
-    task.records = bytes.get();
-    task.size = size;
-  };
-  if (progress == nullptr || count < parallel_from) {
-    RecordTask all;
-    prepare(all);
-    all.end = count;
-    all.write();
-  } else {
-    SysThreadTaskManager manager(progress->get_application().get_thread_manager());
-    const uint thread_count = manager.get_max_thread_count();
-    gas_run_slices<RecordTask>(manager, count, gas_get_slice_length(count, thread_count), prepare);
+  if (!work.is_started_) {
+    work.divide(order, count, count);
+    for (GasLeafRecordWork::Task& task : work.tasks_) task.run(0);
   }
-  bytes_ = std::move(bytes);
-  size_ = size;
+  for (const GasLeafRecordWork::Task& task : work.tasks_) gas_rethrow(task.get_outcome());
+  if (!work.bytes_) return;
+  bytes_ = std::move(work.bytes_);
+  size_ = work.size_;
 }

@@ -7,11 +7,42 @@
 //
 // Neighboring leaves have neighboring records. The geometry knows what is in them (GeometryObject::write_record).
 #pragma once
+#include <vector>
+
+#include "gas/bvh/bvh_order_work.h"
 #include "vq_core/core_memory.h"
 
 class AppBase;
-class AppProgressBar;
 class GeometryObject;
+
+/// The records of one build, written while the nodes of its tree are moved, or by GasLeafRecords::make().
+class GasLeafRecordWork final : public BvhOrderWork {
+ public:
+  /// @param geometry     may have no records; null: none
+  /// @param primitives   [item] primitive of `geometry`; null: the item is the primitive
+  /// @param application  whose stop request ends the work; may be null
+  GasLeafRecordWork(const GeometryObject* geometry, const uint* primitives, const AppBase* application);
+  ~GasLeafRecordWork();
+  GasLeafRecordWork(const GasLeafRecordWork&) = delete;
+  GasLeafRecordWork& operator=(const GasLeafRecordWork&) = delete;
+
+  void start(SysThreadTaskManager& tasks, const uint* order, uint count) override;
+
+ private:
+  friend class GasLeafRecords;
+  class Task;
+
+  /// Allocates the records and divides them into tasks; none without memory.
+  void divide(const uint* order, uint count, uint length);
+
+  const GeometryObject* geometry_;
+  const uint* primitives_;
+  const AppBase* application_;
+  u32 size_;
+  bool is_started_ = false;
+  CoreAlignedArray<u8> bytes_;
+  std::vector<Task> tasks_;
+};
 
 class GasLeafRecords {
  public:
@@ -19,14 +50,10 @@ class GasLeafRecords {
   GasLeafRecords(const GasLeafRecords& other);
   GasLeafRecords& operator=(const GasLeafRecords& other);
 
-  /// Replaces the records. None if the geometry has none or there is no memory for them: queries then read the geometry
-  /// itself. O(count).
-  /// @param order        [count] items in the order of the leaves
-  /// @param primitives   [item] primitive of `geometry`; null: the item is the primitive
-  /// @param application  throws AppStopped when it requests a stop; may be null
-  /// @param progress     the records are written on the threads of its application. Null: on the calling thread
-  void make(const GeometryObject& geometry, const uint* order, uint count, const uint* primitives,
-            const AppBase* application, AppProgressBar* progress);
+  /// Replaces the records by those of `work`, and writes them first unless the work was started. None if the geometry
+  /// has none or there is no memory for them: queries then read the geometry itself. O(count). Throws AppStopped.
+  /// @param order  [count] items in the order of the leaves
+  void make(GasLeafRecordWork& work, const uint* order, uint count);
   void clear() { *this = GasLeafRecords(); }
 
   /// False if there was no memory to copy the records.

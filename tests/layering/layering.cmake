@@ -11,7 +11,7 @@ set(table
   "12a gas/bvh/bvh_oriented" "13a gas/bvh/bvh_start" "13a gas/bvh/gas_bvh" "14a gas/bvh/gas_bvh_motion"
   "15a gas/bvh/bvh_build" "15a gas/bvh/bvh_finalize" "15a gas/bvh/bvh_node_pool"
   "15b gas/bvh/bvh_cluster" "15c gas/bvh/bvh_kernel" "15c gas/bvh/bvh_frustum" "15c gas/bvh/bvh_scratch"
-  "13a gas/bvh/bvh_visit" "15d gas/bvh/bvh_statistics" "16a gas/structure/" "17a gas/"
+  "13a gas/bvh/bvh_visit" "13a gas/bvh/bvh_order_work" "15d gas/bvh/bvh_statistics" "16a gas/structure/" "17a gas/"
   "18a tools/vqgas/support/" "19a tools/vqgas/image/" "20a tools/vqgas/source/" "21a tools/vqgas/demo/"
   "21b tools/vqgas/import/" "22a tools/vqgas/scene/" "23a tools/vqgas/render/" "24a tools/vqgas/report/"
   "24a tools/vqgas/commands/" "25a tools/"
