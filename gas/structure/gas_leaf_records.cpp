@@ -66,7 +66,6 @@ GasLeafRecords& GasLeafRecords::operator=(const GasLeafRecords& other) {
 }
 
 void GasLeafRecords::make(GasLeafRecordWork& work, const uint* order, uint count) {
-  clear();
   if (!work.is_started_) {
     work.divide(order, count, count);
     for (GasLeafRecordWork::Task& task : work.tasks_) task.run(0);

@@ -50,8 +50,9 @@ class GasLeafRecords {
   GasLeafRecords(const GasLeafRecords& other);
   GasLeafRecords& operator=(const GasLeafRecords& other);
 
-  /// Replaces the records by those of `work`, and writes them first unless the work was started. None if the geometry
-  /// has none or there is no memory for them: queries then read the geometry itself. O(count). Throws AppStopped.
+  /// Takes the records of `work`, and writes them first unless the work was started. Before it there must be none.
+  /// There are none after it if the geometry has none or there is no memory for them: queries then read the geometry
+  /// itself. O(count). Throws AppStopped.
   /// @param order  [count] items in the order of the leaves
   void make(GasLeafRecordWork& work, const uint* order, uint count);
   void clear() { *this = GasLeafRecords(); }

@@ -200,8 +200,11 @@ TEST(GasGeometryBundle, calls_pre_hit_functions_before_it_enters_an_instance) {
   BundleInput input;
   for (uint k = 0; k < 5; ++k)  // the last one is invisible
     input.add(shapes[k % 3].mesh.get(), make_translation({2.0 * k, 0, k == 4 ? -1.0 : 0.0}));
+  const double turn = std::sqrt(0.5);
+  input.add(shapes[0].mesh.get(),
+            GMathMatrix4x4<double>{{{turn, -turn, 0, 20}, {turn, turn, 0, 0}, {0, 0, 1, 0}, {0, 0, 0, 1}}});
   input.pre_hits = {count_pre_hit, nullptr, GasGeometryBundle::default_pre_hit};
-  for (uint k = 0; k < 5; ++k) input.visibility.add(k < 4);
+  for (uint k = 0; k < 6; ++k) input.visibility.add(k != 4);
   GasGeometryBundle bundle;
   input.create(world.app, bundle);
   for (uint k = 0; k < 5; ++k) {
@@ -216,6 +219,13 @@ TEST(GasGeometryBundle, calls_pre_hit_functions_before_it_enters_an_instance) {
         EXPECT_EQ(is_hit, y < 0.5 && k < 4);
       }
     }
+  }
+  // The ray meets the world box of a turned instance, but not the box in the instance's space.
+  for (const bool nearest : {true, false}) {
+    pre_hit_count = 0;
+    GeometryRayPacket packet;
+    ask_rays(world, bundle, packet, {{{19.4, 0.1, -5}, {0, 0, 1}}}, {nearest, nullptr});
+    EXPECT_EQ(pre_hit_count, 1u);
   }
 }
 

@@ -171,6 +171,21 @@ TEST(GasGeometryBvh4, groups_that_are_not_shaded_are_not_hit) {
   }
 }
 
+TEST(GasGeometryBvh4, groups_are_those_of_the_geometry_that_is_hit) {
+  QueryWorld world;
+  FakeGeometry base, hit(2);
+  for (FakeGeometry* row : {&base, &hit}) row->add_row(10);
+  for (uint k = 0; k < 10; ++k) hit.groups.push_back(k % 2);
+  world.entries = {&world.links[0], nullptr};
+  world.shading = ShadingGroupTable(world.entries);
+  GasGeometryBvh4 structure;
+  ASSERT_TRUE(structure.create(world.ctx, &base, &hit, nullptr));
+  for (uint k = 0; k < 10; ++k) {
+    const auto found = shoot(world, structure, {{2.0 * k + 0.5, 0.4, -1.0}, {1e-3, 1e-3, 1.0}});
+    EXPECT_EQ(found.geometry, k % 2 == 0 ? &hit : nullptr) << k;
+  }
+}
+
 TEST(GasGeometryBvh4, wireframes_are_filtered_once_unless_an_instance_is_shown_otherwise) {
   QueryWorld world;
   PolyMeshData data;
