@@ -173,6 +173,7 @@ bool GasFur::create(const CtxEval& new_ctx, const GeometryObject* new_base_geome
       const AppProgressScope stage(progress, "Compute primitives AABB", 0.2, primitive_count);
       if (primitive_count > 0) compute_primitives(new_ctx, primitives, progress);
     }
+    records.clear();
     GasLeafRecordWork record_work(get_recorded_geometry(), get_item_primitives(), &new_ctx.get_application());
     {
       const AppProgressScope stage(progress, "Build BVH", 0.8);

@@ -287,7 +287,7 @@ bool GasGeometryBase::is_identity_order() const {
 }
 
 bool GasGeometryBase::is_one_group(const CtxEval& ctx) const {
-  // Counted when they were listed, by the base geometry.
+  // The lists were counted by the groups that base_geometry gives.
   if (geometry == base_geometry && kept_count <= geometry_count && !group_primitive_counts.is_empty() &&
       group_primitive_counts[0] == candidate_count)
     return true;

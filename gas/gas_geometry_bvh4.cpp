@@ -117,6 +117,7 @@ bool GasGeometryBvh4::create(const CtxEval& ctx, const GeometryObject* new_base_
   rebuild("GasGeometry.create", [&] {
     accepted = prepare_and_build(ctx, new_base_geometry, new_geometry, new_alt_geometry, new_extra_geometry,
                                  group_flags, progress, "Build BVH", [&](auto& boxes) {
+                                   records.clear();
                                    choose_leaf_functions(ctx);
                                    GasLeafRecordWork record_work(get_recorded_geometry(), get_item_primitives(),
                                                                  &ctx.get_application());

@@ -108,7 +108,7 @@ void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_
     build.progress = progress;
     BvhChildRef root;
     split_items<Split>(build, split_ctx, root_set, {&root, nullptr, 0}, threads);
-    std::optional<SysThreadTaskManager> tasks;
+    std::optional<SysThreadTaskManager> tasks;  // destroyed first: after an exception, it waits for what runs
     if (order_work != nullptr && build.threads != nullptr)
       order_work->start(tasks.emplace(*build.threads), tree.order, tree.item_count);
     finalize(tree, build, root, split_ctx.application);

@@ -7,11 +7,12 @@
 //
 // The world box of a leaf is large if its instance is turned. So the ray is first tested against the cluster's box in
 // the instance's space (gas_instance_ray.h): half of all leaves or more need no further work. What the test reads of an
-// instance is one cache line, prefetched when the leaf's box is hit; in a large scene a ray waits longer for it than
-// the test takes.
+// instance is one cache line. In a large scene a ray waits longer for it than the test takes; where every instance has
+// one leaf, it is prefetched when the leaf's box is hit.
 #pragma once
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 #include "vq_gmath/gmath_matrix.h"
 #include "vq_gmath/gmath_ray.h"
@@ -46,7 +47,8 @@ struct GasInstanceLeaf {
   u8 high[4] = {0, 0, 0, 0};
   GasInstanceBoxes boxes = GasInstanceBoxes::never;
 
-  /// Rounds outwards. A bound of NaN becomes that of the grid.
+  /// Rounds outwards, except that the grid's last plane may be short by the rounding of its step. A bound of NaN
+  /// becomes that of the grid.
   void set_box(const GasInstanceGrid& grid, const GMathBbox3<float>& box) {
     for (uint axis = 0; axis < 3; ++axis) {
       const double from = std::floor(grid.get_place(box.min[axis], axis));
@@ -74,9 +76,11 @@ struct GasTreeExtent {
 };
 
 /// Bound of all rounding between a ray in double precision and the comparison of two places in a grid, relative to the
-/// terms of which a place is a sum. There are ten roundings to single precision, of 2^-24 each; the rest is margin.
+/// terms of which a place is a sum. In units of 2^-24: 5 of a term and the sum, 2 where the slack and the plane come
+/// in, 2 of the inverse and the product, 1 of the interval's end, 2 of the grid's step at its last plane. The rest of
+/// the 16 is margin.
 inline constexpr double gas_grid_error = 0x1p-20;
-/// Beyond it, the terms could overflow: such an instance is not tested, such a ray touches every box.
+/// Beyond it, terms could overflow: such an instance is not tested, a ray with such terms touches every box.
 inline constexpr double gas_grid_limit = 1e18;
 
 struct alignas(64) GasInstance {
@@ -111,7 +115,8 @@ struct alignas(64) GasInstance {
   /// Sets what the test against local boxes reads. False if the instance cannot be tested.
   bool set_to_grid(const GasTreeExtent& tree);
 };
-static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, inverse) == 64);
+// The last column is read as four floats.
+static_assert(sizeof(GasInstance) == 192 && offsetof(GasInstance, slack) == 48 && offsetof(GasInstance, inverse) == 64);
 
 inline bool GasInstance::set_to_grid(const GasTreeExtent& tree) {
   double largest = 0.0;

@@ -17,7 +17,8 @@
 // and supplies, beyond what gas_bvh_structure.h names:
 //
 //   GasInstanceBoxes describe_instance(accepted, GasInstance&)
-//                                                       sets all but frame and `accepted`, after each build and copy
+//                                                       sets inverse, matrix, inner, index, is_visible after each
+//                                                       build and copy
 //   struct Entry                                        what a query enters
 //   bool find_entry(ctx, shader, type, instance, Entry&)
 //                                                       false: invisible to rays of this type, or without a structure

@@ -77,6 +77,7 @@ void GasInstanceStructure<Self, Base>::complete_copy(const Self& other) {
     for (std::size_t k = 0; k < instances.get_count(); ++k) {
       instances[k] = source.instances[k];
       self().describe_instance(instances[k].accepted, instances[k]);
+      std::copy_n(source.instances[k].inverse, 4, instances[k].inverse);  // as `to_grid`, if a matrix has changed
     }
   });
   if (outcome != GasOutcome::done) static_cast<Self*>(this)->clear();

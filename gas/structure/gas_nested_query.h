@@ -66,7 +66,7 @@ struct GasRayCtx {
     matrices[ray].matrix = matrix;
     matrices[ray].flag = 0;
   }
-  /// Sets those of all active rays to the same matrix, unless a cached ray has it.
+  /// Sets those of all active rays to the same matrix, unless that was done since begin_ray().
   void set_matrices(const GeometryRaytraceData& parent, const GMathMatrix4x4<double>& matrix) {
     if (has_cached_matrix_) return;
     gas_for_each_ray(parent, [&](uint ray) { set_matrix(ray, matrix); });
@@ -123,7 +123,7 @@ struct GasRayCtx {
   void begin_outer_query(GeometryRaytraceCtx& parent);
   bool is_begun_ = false;       ///< `query` has what is the same in all leaves
   bool is_reserved_ = false;    ///< the arrays have room for the outer query
-  bool has_begun_ray_ = false;  ///< a single ray in an instance; the other flags say what of it is there
+  bool has_begun_ray_ = false;  ///< for an instance; the next two say what is computed of it
   bool has_cached_ray_ = false;
   bool has_cached_matrix_ = false;
   bool has_outer_ray_ = false;

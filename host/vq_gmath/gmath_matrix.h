@@ -108,7 +108,8 @@ constexpr GMathMatrix4x4<T> GMathMatrix4x4<T>::get_inverse() const {
   return out;
 }
 
-// Rows 0 to 2 have the values of the general inverse, where half of the products are 0; a third of the operations.
+// The values of the general inverse in rows 0 to 2 (the sign of a zero may differ) with 58 % of its operations: half of
+// the minors are 0.
 template <class T>
 constexpr GMathMatrix4x4<T> GMathMatrix4x4<T>::get_affine_inverse() const {
   const T s0 = m[0][0] * m[1][1] - m[1][0] * m[0][1], s1 = m[0][0] * m[1][2] - m[1][0] * m[0][2];

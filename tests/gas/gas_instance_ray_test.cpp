@@ -187,6 +187,13 @@ TEST(GasInstanceRay, touches_where_it_cannot_tell) {
       EXPECT_TRUE(still && moving) << sign * huge;
     }
   }
+  // Through the middle, so long that its inverse in the grid is 0.
+  const Vec middle = grazed.matrix.transform_point((Vec(grazed.box.min) + Vec(grazed.box.max)) * 0.5);
+  for (const double length : {1e30, 1e37, 1e39, 1e200}) {
+    const auto [still, moving] =
+        get_answers(grazed, {middle - Vec(2, 0, 0), Vec(length, 0, 0)}, 1e-3 / length, DBL_MAX);
+    EXPECT_TRUE(still && moving) << length;
+  }
   GasInstance instance = grazed.instance;
   const GasTreeExtent tree(grazed.tree_box);
   for (const double bad : {1e30, double(INFINITY), nan}) {
