@@ -138,9 +138,8 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   void leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                         GeometryFrustumCtx& query) const;
 
-  /// Where a leaf leads: its records, and what find_entry() found.
+  /// Where a leaf leads: its instance, and what find_entry() found.
   struct Target {
-    const GasInstanceLeaf& leaf;
     const GasInstance& instance;
     typename Self::Entry entry;
   };

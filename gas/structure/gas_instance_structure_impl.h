@@ -160,7 +160,7 @@ template <class Query>
                                                                        const Query& query) const {
   const GasNestedScope scope(shader);
   GasRayCtx& ray_ctx = scope.get()->ray;
-  Target target{leaf, instance, {}};
+  Target target{instance, {}};
   const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
   if (!self().find_entry(ctx, shader, type, instance, target.entry)) return;
   if (data == nullptr) {
