@@ -194,9 +194,13 @@ class BvhTraversal {
       // Oriented first when the tree has such nodes, as most are in trees over curves; then aligned, the most frequent
       // kind.
       const u32 kind = at.word & (BvhChildRef::leaf_bit | BvhChildRef::quantized_bit);
-      if (kinds == BvhKinds::all && (at.word & BvhChildRef::oriented_bit)) {
-        if (!step_oriented(ray, at, top)) return false;
-      } else if (kind == 0) {
+      if constexpr (kinds == BvhKinds::all) {
+        if (at.word & BvhChildRef::oriented_bit) {
+          if (!step_oriented(ray, at, top)) return false;
+          continue;
+        }
+      }
+      if (kind == 0) {
         if (!step_aligned(ray, at, top)) return false;
       } else if (kinds == BvhKinds::aligned || (kind & BvhChildRef::leaf_bit)) {
         return true;
@@ -410,8 +414,10 @@ class BvhTraversal {
   GeometryRaytraceCtx& query_;
   Entry* stack_;
   Entry* stack_end_;
-  BvhMovedPlanes moved_;         ///< moving
-  BvhOrientedRay oriented_ray_;  ///< kinds all
-  u64 nodes_left_ = 0;           ///< guarded: how many aligned nodes this ray may still test
+  // Variants without them have nothing to set, which short queries would notice.
+  struct Nothing {};
+  std::conditional_t<time == BvhTime::moving, BvhMovedPlanes, Nothing> moved_;
+  std::conditional_t<kinds == BvhKinds::all, BvhOrientedRay, Nothing> oriented_ray_;
+  std::conditional_t<is_guarded, u64, Nothing> nodes_left_ = {};  ///< how many aligned nodes this ray may still test
   CoreBasicArray<uint> range_;
 };

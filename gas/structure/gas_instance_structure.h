@@ -53,10 +53,18 @@
 #include "vq_core/core_export.h"
 #include "vq_gmath/gmath_ray.h"
 
+struct GasNestedQueryCtx;
 struct GasNestedTarget;
 struct GasRayCtx;
 template <class Structure>
 class GasInstanceMotionTask;
+
+/// What a ray query continues for in an instance.
+enum class GasLeafQuery {
+  all,
+  nearest,
+  motion_vectors,  ///< nearest, with the hits at both ends of the rays' motion spans
+};
 
 template <class Self, class Base>
 class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasInstanceMotion<Self>> {
@@ -109,9 +117,8 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   /// True if every instance has one leaf. A leaf's place is then its instance's number.
   bool has_one_leaf_each() const { return instances.get_count() == leaves.get_count(); }
   /// Does not wait for the leaf's record if it need not.
-  const GasInstance& get_instance(uint place) const {
-    return instances[has_one_leaf_each() ? place : leaves[place].instance];
-  }
+  uint get_instance_number(uint place) const { return has_one_leaf_each() ? place : leaves[place].instance; }
+  const GasInstance& get_instance(uint place) const { return instances[get_instance_number(place)]; }
 
   static void leaf_ray_hit_static_callback(const CtxEval&, CtxShader&, GeometryRaytraceCtx&,
                                            const CoreBasicArray<unsigned int>& node_leaves, void* user);
@@ -138,28 +145,25 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   void leaf_frustum_hit(const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader,
                         GeometryFrustumCtx& query) const;
 
-  /// Where a leaf leads: its instance, and what find_entry() found.
-  struct Target {
-    const GasInstance& instance;
-    typename Self::Entry entry;
-  };
-  /// If a ray of `parent` may hit the leaf's instance: calls query(target, ray_ctx, local) with the nested query, which
-  /// has the rays in the instance's space. Does nothing if there is no memory for the nested record.
+  /// Continues a ray query in the leaf's instance, if a ray of `parent` may hit it. Does nothing if there is no memory
+  /// for the nested record.
   /// @param data  motion data: each ray is transformed at its own time; null: a static query
-  template <class Query>
-  void enter(uint place, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent, const MotionData* data,
-             const Query& query) const;
+  template <GasLeafQuery kind, bool is_moving>
+  void enter(uint place, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
+             const MotionData* data) const;
   /// enter(), if the ray may hit the instance.
-  template <class Query>
-  void enter_reached(const GasInstanceLeaf& leaf, const GasInstance& instance, const CtxEval& ctx, CtxShader& shader,
-                     GeometryRaytraceCtx& parent, const MotionData* data, const Query& query) const;
+  template <GasLeafQuery kind, bool is_moving>
+  void enter_reached(const GasInstanceLeaf& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
+                     GasNestedQueryCtx& record, const MotionData* data) const;
   // Test a single active ray against the leaf's local box, if that holds in this query. False if the leaf need not be
   // entered.
-  bool reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf,
-                   const GasInstance& instance) const;
+  bool reach_still(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf, uint number) const;
   /// Also transforms the active rays.
-  bool reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf,
-                    const GasInstance& instance, const MotionData& data) const;
+  bool reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent, const GasInstanceLeaf& leaf, uint number,
+                    const MotionData& data) const;
+  /// Gives the nested query the matrices at the ends of the rays' motion spans. False if there is no memory for them.
+  bool begin_motion_vectors(GasRayCtx& ray_ctx, const GeometryRaytraceCtx& parent, const GasInstance& instance,
+                            const MotionData& data) const;
   /// The place in the tree's order of the first of a leaf callback's leaves.
   uint get_place(const CoreBasicArray<unsigned int>& node_leaves) const {
     return static_cast<uint>(node_leaves.get_items() - this->tree.order);

@@ -122,72 +122,23 @@ template <class Self, class Base>
 [[gnu::always_inline]] inline bool GasInstanceStructure<Self, Base>::reach_still(GasRayCtx& ray_ctx,
                                                                                  GeometryRaytraceCtx& parent,
                                                                                  const GasInstanceLeaf& leaf,
-                                                                                 const GasInstance& instance) const {
+                                                                                 uint number) const {
   const uint ray = parent.first_ray;
-  const bool is_new = ray_ctx.begin_ray(parent, leaf.instance);
+  const bool is_new = ray_ctx.begin_ray(parent, number);
   if (leaf.boxes == GasInstanceBoxes::never || ray != parent.last_ray) return true;
+  const GasInstance& instance = instances[number];
   if (is_new) ray_ctx.box_ray.set(ray_ctx.get_outer_ray(parent, extent), instance);
   return ray_ctx.box_ray.touches(leaf, parent.get_limit(ray)) || self().must_enter(instance);
 }
 
-// Inlined, but not what follows a hit box: about half of all leaves are missed, and with the rest of the function they
-// would save and restore its registers.
-template <class Self, class Base>
-template <class Query>
-[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::enter(uint place, const CtxEval& ctx,
-                                                                           CtxShader& shader,
-                                                                           GeometryRaytraceCtx& parent,
-                                                                           const MotionData* data,
-                                                                           const Query& query) const {
-  GasNestedQueryCtx* record = GasNestedScope::get_or_make_next(shader);
-  if (record == nullptr || !record->ray.reserve(parent)) return;
-  const GasInstanceLeaf& leaf = leaves[place];
-  const GasInstance& instance = get_instance(place);
-  // Of a large scene nothing of this is in a cache; it arrives while the ray is tested.
-  gas_prefetch_rest(instance);
-  self().prefetch_entry(instance);
-  const bool is_reached = data != nullptr ? reach_moving(record->ray, parent, leaf, instance, *data)
-                                          : reach_still(record->ray, parent, leaf, instance);
-  if (is_reached) enter_reached(leaf, instance, ctx, shader, parent, data, query);
-}
-
-template <class Self, class Base>
-template <class Query>
-[[gnu::noinline]] void GasInstanceStructure<Self, Base>::enter_reached(const GasInstanceLeaf& leaf,
-                                                                       const GasInstance& instance, const CtxEval& ctx,
-                                                                       CtxShader& shader, GeometryRaytraceCtx& parent,
-                                                                       const MotionData* data,
-                                                                       const Query& query) const {
-  const GasNestedScope scope(shader);
-  GasRayCtx& ray_ctx = scope.get()->ray;
-  Target target{instance, {}};
-  const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
-  if (!self().find_entry(ctx, shader, type, instance, target.entry)) return;
-  if (data == nullptr) {
-    ray_ctx.transform_rays(parent, instance);
-    ray_ctx.set_matrices(parent, *instance.matrix);
-  }
-  GasNestedTarget nested = self().get_target(parent, type, instance);
-  nested.cluster = leaf.cluster;
-  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, nested);
-  if (data != nullptr) {
-    local.spans = parent.spans;
-    local.span_stamp = parent.span_stamp;
-  }
-  if (local.planes != nullptr) {
-    ray_ctx.transform_planes(
-        parent, data != nullptr ? ray_ctx.matrices[parent.first_ray].matrix.get_inverse() : instance.get_inverse());
-  }
-  query(target, ray_ctx, local);
-}
-
 template <class Self, class Base>
 bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, GeometryRaytraceCtx& parent,
-                                                    const GasInstanceLeaf& leaf, const GasInstance& instance,
+                                                    const GasInstanceLeaf& leaf, uint number,
                                                     const MotionData& data) const {
+  const GasInstance& instance = instances[number];
   const uint key = self().get_key(instance.accepted), first = parent.first_ray;
   const bool has_boxes = leaf.boxes == GasInstanceBoxes::always && first == parent.last_ray;
-  if (ray_ctx.begin_ray(parent, leaf.instance)) {
+  if (ray_ctx.begin_ray(parent, number)) {
     gas_for_each_ray(parent, [&](uint ray) {
       const GeometryRaySpan& span = parent.spans[ray];
       ray_ctx.set_matrix(
@@ -199,22 +150,95 @@ bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, Geometry
   return !has_boxes || ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
 }
 
+// Inlined, but not what follows a hit box: about half of all leaves are missed, and with the rest of the function they
+// would save and restore its registers.
+template <class Self, class Base>
+template <GasLeafQuery kind, bool is_moving>
+[[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::enter(uint place, const CtxEval& ctx,
+                                                                           CtxShader& shader,
+                                                                           GeometryRaytraceCtx& parent,
+                                                                           const MotionData* data) const {
+  GasNestedQueryCtx* record = GasNestedScope::get_or_make_next(shader);
+  if (record == nullptr || !record->ray.reserve(parent)) return;
+  const GasInstanceLeaf& leaf = leaves[place];
+  const uint number = get_instance_number(place);
+  // Of a large scene nothing of this is in a cache; it arrives while the ray is tested.
+  gas_prefetch_rest(instances[number]);
+  self().prefetch_entry(instances[number]);
+  bool is_reached;
+  if constexpr (is_moving) {
+    is_reached = reach_moving(record->ray, parent, leaf, number, *data);
+  } else {
+    is_reached = reach_still(record->ray, parent, leaf, number);
+  }
+  if (is_reached) enter_reached<kind, is_moving>(leaf, ctx, shader, parent, *record, data);
+}
+
+template <class Self, class Base>
+template <GasLeafQuery kind, bool is_moving>
+[[gnu::noinline]] void GasInstanceStructure<Self, Base>::enter_reached(const GasInstanceLeaf& leaf, const CtxEval& ctx,
+                                                                       CtxShader& shader, GeometryRaytraceCtx& parent,
+                                                                       GasNestedQueryCtx& record,
+                                                                       const MotionData* data) const {
+  constexpr BvhHits hits = kind == GasLeafQuery::all ? BvhHits::all : BvhHits::nearest;
+  const GasNestedScope scope(shader, &record);
+  const GasInstance& instance = instances[leaf.instance];
+  GasRayCtx& ray_ctx = record.ray;
+  typename Self::Entry entry;
+  const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
+  if (!self().find_entry(ctx, shader, type, instance, entry)) return;
+  if constexpr (!is_moving) ray_ctx.transform_rays(parent, instance);
+  GasNestedTarget target = self().get_target(parent, type, instance);
+  target.cluster = leaf.cluster;
+  GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, target);
+  if constexpr (is_moving) {
+    local.spans = parent.spans;
+    local.span_stamp = parent.span_stamp;
+  }
+  if (local.planes != nullptr) {
+    ray_ctx.transform_planes(
+        parent, is_moving ? ray_ctx.matrices[parent.first_ray].matrix.get_inverse() : instance.get_inverse());
+  }
+  if constexpr (kind == GasLeafQuery::motion_vectors) {
+    if (!begin_motion_vectors(ray_ctx, parent, instance, *data)) return;
+  }
+  self().template query_entry<hits>(ctx, shader, parent, local, instance, entry, is_moving);
+  if constexpr (kind == GasLeafQuery::all) return;
+  const uint depth = self().get_path_depth(parent);
+  gas_for_each_ray(parent, [&](uint ray) {
+    if constexpr (kind == GasLeafQuery::motion_vectors) {
+      ray_ctx.lift_hit(parent, ray, depth, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix);
+    } else {
+      ray_ctx.lift_hit(parent, ray, depth, is_moving ? ray_ctx.matrices[ray].matrix : *instance.matrix);
+    }
+  });
+}
+
+template <class Self, class Base>
+bool GasInstanceStructure<Self, Base>::begin_motion_vectors(GasRayCtx& ray_ctx, const GeometryRaytraceCtx& parent,
+                                                            const GasInstance& instance, const MotionData& data) const {
+  if (!ray_ctx.reserve_end_matrices(parent.ray_count)) return false;
+  ray_ctx.query.matrices2 = ray_ctx.end_matrices.get();
+  ray_ctx.query.matrices2_used = true;
+  const uint key = self().get_key(instance.accepted);
+  gas_for_each_ray(parent, [&](uint ray) {
+    // With a single sample, `second` is that one.
+    ray_ctx.end_matrices[ray].matrix = data.get_matrix(key, parent.spans[ray].second);
+    ray_ctx.end_matrices[ray].flag = 0;
+  });
+  return true;
+}
+
 template <class Self, class Base>
 [[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_static(
     const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
-    self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, false);
-  });
+  enter<GasLeafQuery::all, false>(leaf, ctx, shader, query, nullptr);
 }
 
 template <class Self, class Base>
 [[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_static(
     const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query) const {
-  enter(leaf, ctx, shader, query, nullptr, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, false);
-    const uint depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, *target.instance.matrix); });
-  });
+  enter<GasLeafQuery::nearest, false>(leaf, ctx, shader, query, nullptr);
 }
 
 template <class Self, class Base>
@@ -223,20 +247,14 @@ template <class Self, class Base>
                                                                                          CtxShader& shader,
                                                                                          GeometryRaytraceCtx& query,
                                                                                          MotionData& data) const {
-  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx&, GeometryRaytraceCtx& local) {
-    self().template query_entry<BvhHits::all>(ctx, shader, query, local, target.instance, target.entry, true);
-  });
+  enter<GasLeafQuery::all, true>(leaf, ctx, shader, query, &data);
 }
 
 template <class Self, class Base>
 [[gnu::always_inline]] inline void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion(
     const unsigned int& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
     MotionData& data) const {
-  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, true);
-    const uint depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) { ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix); });
-  });
+  enter<GasLeafQuery::nearest, true>(leaf, ctx, shader, query, &data);
 }
 
 template <class Self, class Base>
@@ -244,21 +262,7 @@ void GasInstanceStructure<Self, Base>::leaf_ray_hit_nearest_motion_vectors(const
                                                                            CtxShader& shader,
                                                                            GeometryRaytraceCtx& query,
                                                                            MotionData& data) const {
-  enter(leaf, ctx, shader, query, &data, [&](Target& target, GasRayCtx& ray_ctx, GeometryRaytraceCtx& local) {
-    if (!ray_ctx.reserve_end_matrices(query.ray_count)) return;
-    local.matrices2 = ray_ctx.end_matrices.get();
-    local.matrices2_used = true;
-    const uint key = self().get_key(target.instance.accepted), depth = self().get_path_depth(query);
-    gas_for_each_ray(query, [&](uint ray) {
-      // With a single sample, `second` is that one.
-      ray_ctx.end_matrices[ray].matrix = data.get_matrix(key, query.spans[ray].second);
-      ray_ctx.end_matrices[ray].flag = 0;
-    });
-    self().template query_entry<BvhHits::nearest>(ctx, shader, query, local, target.instance, target.entry, true);
-    gas_for_each_ray(query, [&](uint ray) {
-      ray_ctx.lift_hit(query, ray, depth, ray_ctx.matrices[ray].matrix, ray_ctx.end_matrices[ray].matrix);
-    });
-  });
+  enter<GasLeafQuery::motion_vectors, true>(leaf, ctx, shader, query, &data);
 }
 
 template <class Self, class Base>

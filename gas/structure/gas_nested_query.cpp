@@ -2,8 +2,6 @@
 
 #include <new>
 
-#include "vq_module/ctx_helpers.h"
-
 namespace {
 
 template <class T>
@@ -53,42 +51,6 @@ void GasRayCtx::begin_outer_query(GeometryRaytraceCtx& parent) {
   if (parent.path != nullptr) path.copy_from(*parent.path);
   outer_path_count_ = path.get_count();
   is_begun_ = true;
-}
-
-GeometryRaytraceCtx& GasRayCtx::begin_query(GeometryRaytraceCtx& parent, const GasNestedTarget& target) {
-  if (!is_begun_) begin_outer_query(parent);
-  GeometryRaytraceCtx& local = query;
-  local.first_ray = parent.first_ray;
-  local.last_ray = parent.last_ray;
-  local.spans = nullptr;
-  local.span_stamp = 0;
-  local.matrices2 = nullptr;
-  local.matrices2_used = false;
-  local.shading_group_offset = target.shading_group_offset;
-  local.depth = target.depth;
-  local.instance = target.instance;
-  local.cluster = target.cluster;
-  local.geometry = nullptr;
-  local.shading = parent.shading;  // for objects without their own table
-  local.remove_filters();
-  local.hit_weight = 1.0;
-  local.object_distance = target.distance;
-  local.matte = parent.matte;
-  local.user_word = parent.user_word;
-  if (target.element.object == nullptr) {
-    local.flags = parent.flags;
-    local.planes = parent.planes != nullptr ? planes.get() : nullptr;
-    return local;
-  }
-  local.flags = parent.flags & ~u64{1};
-  local.planes = nullptr;
-  local.plane_count = local.plane_user = 0;
-  if (parent.level == 0) local.identification2 = target.element.object_index;
-  if (path.get_count() > outer_path_count_) path.remove_last();
-  path.add(target.element);
-  local.path = &path;
-  if (parent.settings.allow_matte && CtxHelpers::is_matte_object(local, target.element)) local.matte = 1;
-  return local;
 }
 
 void gas_extend_path(GeometryIntersectionPath& path, const GeometryIntersectionPath* parent,

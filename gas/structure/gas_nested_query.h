@@ -24,6 +24,7 @@
 #include "vq_geometry/geometry_intersection_path.h"
 #include "vq_geometry/geometry_ray_frustum_ctx.h"
 #include "vq_geometry/geometry_raytrace_ctx.h"
+#include "vq_module/ctx_helpers.h"
 
 /// What a leaf refers to: an object of a scene or an instance of a bundle.
 struct GasNestedTarget {
@@ -66,12 +67,6 @@ struct GasRayCtx {
     matrices[ray].matrix = matrix;
     matrices[ray].flag = 0;
   }
-  /// Sets those of all active rays to the same matrix, unless that was done since begin_ray().
-  void set_matrices(const GeometryRaytraceData& parent, const GMathMatrix4x4<double>& matrix) {
-    if (has_cached_matrix_) return;
-    gas_for_each_ray(parent, [&](uint ray) { set_matrix(ray, matrix); });
-    has_cached_matrix_ = has_begun_ray_;
-  }
   /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
   void transform_planes(const GeometryRaytraceCtx& parent, const GMathMatrix4x4<double>& inverse) {
     if (query.planes == nullptr) return;
@@ -93,15 +88,19 @@ struct GasRayCtx {
   bool begin_ray(const GeometryRaytraceData& parent, uint instance) {
     if (has_begun_ray_ && begun_instance_ == instance && begun_ray_ == parent.first_ray) return false;
     has_begun_ray_ = parent.first_ray == parent.last_ray;
-    has_cached_ray_ = has_cached_matrix_ = false;
+    has_cached_ray_ = false;
     begun_instance_ = instance;
     begun_ray_ = parent.first_ray;
     return true;
   }
-  /// Transforms the active rays of `parent` to the instance's space, unless that was done since begin_ray().
+  /// Transforms the active rays of `parent` to the instance's space and sets their matrices, unless that was done since
+  /// begin_ray().
   void transform_rays(const GeometryRaytraceCtx& parent, const GasInstance& instance) {
     if (has_cached_ray_) return;
-    gas_for_each_ray(parent, [&](uint ray) { instance.transform(parent.get_ray(ray), rays[ray]); });
+    gas_for_each_ray(parent, [&](uint ray) {
+      instance.transform(parent.get_ray(ray), rays[ray]);
+      set_matrix(ray, *instance.matrix);
+    });
     has_cached_ray_ = has_begun_ray_;
   }
   /// The active single ray of `parent` in single precision.
@@ -114,18 +113,15 @@ struct GasRayCtx {
     }
     return outer_ray_;
   }
-  void forget_query() {
-    has_begun_ray_ = has_cached_ray_ = has_cached_matrix_ = has_outer_ray_ = is_reserved_ = is_begun_ = false;
-  }
+  void forget_query() { has_begun_ray_ = has_cached_ray_ = has_outer_ray_ = is_reserved_ = is_begun_ = false; }
 
  private:
   bool grow(GeometryRaytraceCtx& parent);
   void begin_outer_query(GeometryRaytraceCtx& parent);
-  bool is_begun_ = false;       ///< `query` has what is the same in all leaves
-  bool is_reserved_ = false;    ///< the arrays have room for the outer query
-  bool has_begun_ray_ = false;  ///< for an instance; the next two say what is computed of it
-  bool has_cached_ray_ = false;
-  bool has_cached_matrix_ = false;
+  bool is_begun_ = false;        ///< `query` has what is the same in all leaves
+  bool is_reserved_ = false;     ///< the arrays have room for the outer query
+  bool has_begun_ray_ = false;   ///< for an instance
+  bool has_cached_ray_ = false;  ///< the begun ray is transformed
   bool has_outer_ray_ = false;
   uint outer_path_count_ = 0;  ///< elements of `path` that are the outer query's
   uint begun_instance_ = 0;
@@ -133,6 +129,44 @@ struct GasRayCtx {
   uint outer_ray_number_ = 0;
   GasOuterRay outer_ray_;
 };
+
+// Inlined, because every entered leaf needs it and knows most of the target.
+[[gnu::always_inline]] inline GeometryRaytraceCtx& GasRayCtx::begin_query(GeometryRaytraceCtx& parent,
+                                                                          const GasNestedTarget& target) {
+  if (!is_begun_) begin_outer_query(parent);
+  GeometryRaytraceCtx& local = query;
+  local.first_ray = parent.first_ray;
+  local.last_ray = parent.last_ray;
+  local.spans = nullptr;
+  local.span_stamp = 0;
+  local.matrices2 = nullptr;
+  local.matrices2_used = false;
+  local.shading_group_offset = target.shading_group_offset;
+  local.depth = target.depth;
+  local.instance = target.instance;
+  local.cluster = target.cluster;
+  local.geometry = nullptr;
+  local.shading = parent.shading;  // for objects without their own table
+  local.remove_filters();
+  local.hit_weight = 1.0;
+  local.object_distance = target.distance;
+  local.matte = parent.matte;
+  local.user_word = parent.user_word;
+  if (target.element.object == nullptr) {
+    local.flags = parent.flags;
+    local.planes = parent.planes != nullptr ? planes.get() : nullptr;
+    return local;
+  }
+  local.flags = parent.flags & ~u64{1};
+  local.planes = nullptr;
+  local.plane_count = local.plane_user = 0;
+  if (parent.level == 0) local.identification2 = target.element.object_index;
+  if (path.get_count() > outer_path_count_) path.remove_last();
+  path.add(target.element);
+  local.path = &path;
+  if (parent.settings.allow_matte && CtxHelpers::is_matte_object(local, target.element)) local.matte = 1;
+  return local;
+}
 
 struct GasNestedQueryCtx {
   GasRayCtx ray;
@@ -145,8 +179,10 @@ struct GasNestedQueryCtx {
 /// While it exists, the thread's next deeper record is the current one. Inline, because every leaf needs it.
 class GasNestedScope {
  public:
-  explicit GasNestedScope(CtxShader& shader)
-      : shader_(shader), outer_(shader.nested_current), record_(get_or_make_next(shader)) {
+  explicit GasNestedScope(CtxShader& shader) : GasNestedScope(shader, get_or_make_next(shader)) {}
+  /// @param record  what get_or_make_next() returns
+  GasNestedScope(CtxShader& shader, GasNestedQueryCtx* record)
+      : shader_(shader), outer_(shader.nested_current), record_(record) {
     if (record_ != nullptr) shader.nested_current = record_;
   }
   ~GasNestedScope() { shader_.nested_current = outer_; }

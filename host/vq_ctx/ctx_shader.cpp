@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "vq_core/core_assert.h"
 #include "vq_core/core_memory.h"
 
 CtxGasTraversal::~CtxGasTraversal() { core_aligned_free(data_); }
@@ -23,9 +22,4 @@ CtxShader::~CtxShader() {
 CtxGasTraversal& CtxShader::add_gas_traversal() {
   traversals_.push_back(std::make_unique<CtxGasTraversal>());
   return *traversals_[traversals_in_use_++];
-}
-
-void CtxShader::free_gas_traversal([[maybe_unused]] CtxGasTraversal& traversal) {
-  CORE_ASSERT(traversals_in_use_ > 0 && traversals_[traversals_in_use_ - 1].get() == &traversal);
-  --traversals_in_use_;
 }

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "vq_core/core_assert.h"
 #include "vq_core/core_export.h"
 #include "vq_core/core_types.h"
 
@@ -43,7 +44,10 @@ class VQ_EXPORT CtxShader {
   CtxGasTraversal& new_gas_traversal() {
     return traversals_in_use_ < traversals_.size() ? *traversals_[traversals_in_use_++] : add_gas_traversal();
   }
-  void free_gas_traversal(CtxGasTraversal& traversal);
+  void free_gas_traversal([[maybe_unused]] CtxGasTraversal& traversal) {
+    CORE_ASSERT(traversals_in_use_ > 0 && traversals_[traversals_in_use_ - 1].get() == &traversal);
+    --traversals_in_use_;
+  }
 
   const CtxMotionBlur* motion_blur = nullptr;              ///< the same as the query's and the evaluation context's
   bool visibility_override = false;                        ///< apply forced_hidden and forced_visible of objects
