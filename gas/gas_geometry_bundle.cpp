@@ -36,12 +36,17 @@ GasGeometryBundle::GasGeometryBundle()
     : GasInstanceStructure(this), matrices_callback([](void*, const double&, Matrix*) {}) {}
 
 GasGeometryBundle::GasGeometryBundle(const GasGeometryBundle& other) : GasInstanceStructure(other, this) {
-  *this = other;
+  copy_fields(other);
 }
 
 GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) {
   if (this == &other) return *this;
   GasInstanceStructure::operator=(other);
+  copy_fields(other);
+  return *this;
+}
+
+void GasGeometryBundle::copy_fields(const GasGeometryBundle& other) {
   first_geometries = other.first_geometries;
   second_geometries = other.second_geometries;
   third_geometries = other.third_geometries;
@@ -63,7 +68,6 @@ GasGeometryBundle& GasGeometryBundle::operator=(const GasGeometryBundle& other) 
   matrices_callback = other.matrices_callback;
   matrices_user = other.matrices_user;
   complete_copy(other);
-  return *this;
 }
 
 GasGeometryBundle::~GasGeometryBundle() = default;

@@ -157,6 +157,7 @@ class VQ_EXPORT GasGeometryBundle : public GasInstanceStructure<GasGeometryBundl
   void compute_bboxes(const BuildCtx& build, GMathBbox3<float>* local_boxes, GMathBbox3<float>* boxes) const;
   void build(const OfApp& app, AppProgressBar* progress);
   void clear();
+  void copy_fields(const GasGeometryBundle& other);
   bool is_whole_copy_of(const GasGeometryBundle& other) const;
   u64 get_array_bytes() const;
 
@@ -176,7 +177,8 @@ class VQ_EXPORT GasGeometryBundle : public GasInstanceStructure<GasGeometryBundl
   GeometryObject* get_first_geometry(uint instance) const;
 
   // For GasInstanceStructure.
-  GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
+  bool describe_instance(uint accepted, GasInstance& instance) const;
+  bool keeps_shape(uint accepted) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
   [[gnu::always_inline]] void prefetch_entry(const GasInstance& instance) const { gas_prefetch(*instance.matrix); }
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;

@@ -71,14 +71,17 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
                           get(fourth_geometries), flags.as_array(), progress);
 }
 
-GasInstanceBoxes GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
+bool GasGeometryBundle::describe_instance(uint accepted, GasInstance& instance) const {
   instance.index = table.indices[accepted];
   instance.is_visible = is_visible(instance.index);
   instance.matrix = &matrices[instance.index];
   instance.set_inverse(inverse_matrices[instance.index]);
   instance.inner = &slots->items[get_slot(instance.index)];
-  if (is_displaced(instance.index)) return GasInstanceBoxes::never;
-  return get_geometry(instance.index)->has_motion() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
+  return !is_displaced(instance.index);
+}
+
+bool GasGeometryBundle::keeps_shape(uint accepted) const {
+  return !get_geometry(table.indices[accepted])->has_motion();
 }
 
 bool GasGeometryBundle::find_entry(const CtxEval& ctx, CtxShader& /*shader*/, uint /*type*/,

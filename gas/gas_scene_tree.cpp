@@ -77,17 +77,21 @@ const CoreClassInfo& GasSceneTree::class_info() {
 
 GasSceneTree::GasSceneTree() : GasInstanceStructure(this) {}
 
-GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasInstanceStructure(other, this) { *this = other; }
+GasSceneTree::GasSceneTree(const GasSceneTree& other) : GasInstanceStructure(other, this) { copy_fields(other); }
 
 GasSceneTree& GasSceneTree::operator=(const GasSceneTree& other) {
   if (this == &other) return *this;
   GasInstanceStructure::operator=(other);
+  copy_fields(other);
+  return *this;
+}
+
+void GasSceneTree::copy_fields(const GasSceneTree& other) {
   objects = other.objects;
   overrides = other.overrides;
   geometry_count = other.geometry_count;
   primitive_count = other.primitive_count;
   complete_copy(other);
-  return *this;
 }
 
 GasSceneTree::~GasSceneTree() = default;

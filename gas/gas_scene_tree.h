@@ -81,6 +81,7 @@ class VQ_EXPORT GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObje
                   AppProgressBar* progress);
   /// Empties the tree and its leaves.
   void clear();
+  void copy_fields(const GasSceneTree& other);
   bool is_whole_copy_of(const GasSceneTree& other) const;
   GeometryOverride* get_override(uint index) const {
     return index < overrides.get_count() ? overrides[index] : nullptr;
@@ -89,7 +90,8 @@ class VQ_EXPORT GasSceneTree : public GasInstanceStructure<GasSceneTree, GasObje
   void answer_frustum(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query) const;
 
   // For GasInstanceStructure.
-  GasInstanceBoxes describe_instance(uint accepted, GasInstance& instance) const;
+  bool describe_instance(uint accepted, GasInstance& instance) const;
+  bool keeps_shape(uint accepted) const;
   bool find_entry(const CtxEval& ctx, CtxShader& shader, uint type, const GasInstance& instance, Entry& entry) const;
   inline void prefetch_entry(const GasInstance& instance) const;  // the one file that calls it defines it
   GasNestedTarget get_target(const GeometryRaytraceCtx& parent, GMathRay::Type type, const GasInstance& instance) const;

@@ -21,14 +21,16 @@ ModuleSceneObject& get_object(const GasInstance& instance) { return *static_cast
 
 }  // namespace
 
-GasInstanceBoxes GasSceneTree::describe_instance(uint accepted, GasInstance& instance) const {
+bool GasSceneTree::describe_instance(uint accepted, GasInstance& instance) const {
   instance.index = table.indices[accepted];
   ModuleSceneObject* object = objects[instance.index];
   instance.matrix = &object->get_global_matrix();
   instance.set_inverse(object->get_inv_global_matrix());
   instance.inner = object;
-  return object->has_moving_shape() ? GasInstanceBoxes::at_rest : GasInstanceBoxes::always;
+  return true;
 }
+
+bool GasSceneTree::keeps_shape(uint accepted) const { return !objects[table.indices[accepted]]->has_moving_shape(); }
 
 bool GasSceneTree::find_entry(const CtxEval& /*ctx*/, CtxShader& shader, uint type, const GasInstance& instance,
                               Entry& entry) const {

@@ -39,8 +39,11 @@ SysThreadManager* find_threads(AppProgressBar* progress) {
   return usable ? &threads : nullptr;
 }
 
+/// Moves the nodes to their places; the other threads do `order_work` meanwhile. That begins when the nodes have their
+/// memory, because a tree must have its nodes and may do without the result of the work.
 template <class Split>
-void finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root, const AppBase* application) {
+void finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root, const AppBase* application,
+              BvhOrderWork* order_work) {
   std::vector<BvhBuildThreadPools*> pools;
   for (BvhBuildThreadState<Split>& worker : build.workers) {
     tree.max_depth = std::max(tree.max_depth, worker.max_depth);
@@ -48,9 +51,14 @@ void finalize(GasBvh<4>& tree, BvhBuildCtx<Split>& build, BvhChildRef root, cons
   }
   if (root.is_leaf()) {
     tree.root = root;
-  } else {
-    bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, application, build.progress);
+    return;
   }
+  bvh_allocate_nodes(tree, pools);
+  std::optional<SysThreadTaskManager> tasks;  // after an exception, it waits for what runs
+  if (order_work != nullptr && build.threads != nullptr)
+    order_work->start(tasks.emplace(*build.threads), tree.order, tree.item_count);
+  bvh_finalize(tree, root, pools, build.tag_shift, build.tag_mask, application, build.progress);
+  if (tasks) tasks->wait_until_completed(true);
 }
 
 /// Runs the recursion from the root set, on the application's threads when there are enough items for them.
@@ -108,11 +116,7 @@ void build_tree(GasBvh<4>& tree, const GasBvhSplitCtx& source, const uint* item_
     build.progress = progress;
     BvhChildRef root;
     split_items<Split>(build, split_ctx, root_set, {&root, nullptr, 0}, threads);
-    std::optional<SysThreadTaskManager> tasks;  // destroyed first: after an exception, it waits for what runs
-    if (order_work != nullptr && build.threads != nullptr)
-      order_work->start(tasks.emplace(*build.threads), tree.order, tree.item_count);
-    finalize(tree, build, root, split_ctx.application);
-    if (tasks) tasks->wait_until_completed(true);
+    finalize(tree, build, root, split_ctx.application, order_work);
   }
   tree.box = root_set.box;
 }

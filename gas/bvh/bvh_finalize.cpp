@@ -91,8 +91,7 @@ class Finalizer {
 
 }  // namespace
 
-void bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
-                  u32 tag_mask, const AppBase* application, AppProgressBar* progress) {
+void bvh_allocate_nodes(GasBvh<4>& tree, std::span<BvhBuildThreadPools* const> pools) {
   uint aligned = 0, quantized = 0, oriented = 0;
   for (const BvhBuildThreadPools* thread : pools) {
     aligned += thread->aligned.get_count();
@@ -100,6 +99,11 @@ void bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPoo
     oriented += thread->oriented.get_count();
   }
   gas_need(tree.allocate_nodes(aligned, quantized, oriented));
-  const AppProgressScope stage(progress, "Finalize", 0.1, aligned + quantized + oriented);
+}
+
+void bvh_finalize(GasBvh<4>& tree, BvhChildRef root, std::span<BvhBuildThreadPools* const> pools, uint tag_shift,
+                  u32 tag_mask, const AppBase* application, AppProgressBar* progress) {
+  const uint count = tree.aligned_count + tree.quantized_count + tree.oriented_count;
+  const AppProgressScope stage(progress, "Finalize", 0.1, count);
   Finalizer(tree, pools, tag_shift, tag_mask, application, stage).run(root);
 }

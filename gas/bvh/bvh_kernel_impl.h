@@ -414,7 +414,7 @@ class BvhTraversal {
   GeometryRaytraceCtx& query_;
   Entry* stack_;
   Entry* stack_end_;
-  // Variants without them have nothing to set, which short queries would notice.
+  // Only in the variants that use them: to set them takes time in short queries.
   struct Nothing {};
   std::conditional_t<time == BvhTime::moving, BvhMovedPlanes, Nothing> moved_;
   std::conditional_t<kinds == BvhKinds::all, BvhOrientedRay, Nothing> oriented_ray_;

@@ -9,7 +9,8 @@ class SysThreadTaskManager;
 
 class BvhOrderWork {
  public:
-  /// Called by a build on several threads when the order is final. Adds tasks; the build waits for them.
+  /// Called when the order is final, by a build on several threads; not by one of few items or of a single leaf. Adds
+  /// tasks; the build waits for them.
   /// @param order  [count] items in the order of the leaves
   virtual void start(SysThreadTaskManager& tasks, const uint* order, uint count) = 0;
 

@@ -18,13 +18,6 @@
 #include "vq_gmath/gmath_ray.h"
 #include "vq_simd/simd_float.h"
 
-/// When a ray may be tested against the local boxes of an instance's leaves.
-enum class GasInstanceBoxes : u8 {
-  never,    ///< they do not hold the instance
-  at_rest,  ///< the shape changes over time
-  always,
-};
-
 /// The grid of an instance's local boxes: 255 steps along the longest side of the box around them. The step is the same
 /// on all axes, so that one bound of the rounding is a tight one on each.
 struct GasInstanceGrid {
@@ -45,7 +38,7 @@ struct GasInstanceLeaf {
   // Planes of the local box in the instance's grid: x, y, z, unused.
   u8 low[4] = {0, 0, 0, 0};
   u8 high[4] = {0, 0, 0, 0};
-  GasInstanceBoxes boxes = GasInstanceBoxes::never;
+  bool has_box = false;  ///< the box holds the instance at rest; the same in all leaves of an instance
 
   /// Rounds outwards, except that the grid's last plane may be short by the rounding of its step. A bound of NaN
   /// becomes that of the grid.

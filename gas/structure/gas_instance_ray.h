@@ -5,7 +5,8 @@
 //   GasOuterRay      the ray from the tree's center on, set once a ray
 //   GasInstanceRay   the ray in the grid of an instance; touches() tests it against the box of a leaf
 //
-// It never misses a box that the ray in double precision touches, and that one is only computed where it does not miss.
+// It never misses a box that the ray in double precision touches, and that one is only computed where it does not miss;
+// except by rays whose direction is shorter than 1e-37: its inverse overflows.
 // For this the planes of the boxes are moved outwards by a bound of the rounding (gas_grid_error). A point of the ray
 // that lies in the tree is a sum of terms of origin, direction and offset. `reach` bounds those of the outer space, the
 // largest row of the matrix what they become in the grid. Roundings of distances move the point by as little. In a

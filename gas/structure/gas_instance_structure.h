@@ -16,9 +16,10 @@
 // The definitions are in gas_instance_structure_impl.h and gas_instance_update.h. `Self` has this class as its friend
 // and supplies, beyond what gas_bvh_structure.h names:
 //
-//   GasInstanceBoxes describe_instance(accepted, GasInstance&)
-//                                                       sets inverse, matrix, inner, index, is_visible after each
-//                                                       build and copy
+//   bool describe_instance(accepted, GasInstance&)      sets inverse, matrix, inner, index, is_visible after each
+//                                                       build and copy; false: its local boxes do not hold it
+//   bool keeps_shape(accepted)                          true: it is the same at all times in its own space; asked at
+//                                                       each refit
 //   struct Entry                                        what a query enters
 //   bool find_entry(ctx, shader, type, instance, Entry&)
 //                                                       false: invisible to rays of this type, or without a structure
@@ -151,7 +152,7 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   template <GasLeafQuery kind, bool is_moving>
   void enter(uint place, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
              const MotionData* data) const;
-  /// enter(), if the ray may hit the instance.
+  /// What enter() does where the local box is touched.
   template <GasLeafQuery kind, bool is_moving>
   void enter_reached(const GasInstanceLeaf& leaf, const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& parent,
                      GasNestedQueryCtx& record, const MotionData* data) const;

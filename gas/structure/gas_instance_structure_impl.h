@@ -46,12 +46,12 @@ void GasInstanceStructure<Self, Base>::fill_entries(const GMathBbox3<float>* loc
     for_each_leaf(accepted, [&](GasInstanceLeaf&, uint leaf) { frame.add(local_boxes[leaf]); });
     instance.grid = GasInstanceGrid(frame);
     instance.accepted = accepted;
-    const GasInstanceBoxes described = self().describe_instance(accepted, instance);
-    const GasInstanceBoxes boxes = instance.set_to_grid(extent) ? described : GasInstanceBoxes::never;
+    const bool is_held = self().describe_instance(accepted, instance);
+    const bool has_box = instance.set_to_grid(extent) && is_held;
     for_each_leaf(accepted, [&](GasInstanceLeaf& entry, uint leaf) {
       entry.cluster = reinterpret_cast<u64>(table.clusters[leaf]);
-      entry.boxes = boxes;
-      if (boxes != GasInstanceBoxes::never) entry.set_box(instance.grid, local_boxes[leaf]);
+      entry.has_box = has_box;
+      if (has_box) entry.set_box(instance.grid, local_boxes[leaf]);
     });
   }
 }
@@ -125,7 +125,7 @@ template <class Self, class Base>
                                                                                  uint number) const {
   const uint ray = parent.first_ray;
   const bool is_new = ray_ctx.begin_ray(parent, number);
-  if (leaf.boxes == GasInstanceBoxes::never || ray != parent.last_ray) return true;
+  if (!leaf.has_box || ray != parent.last_ray) return true;
   const GasInstance& instance = instances[number];
   if (is_new) ray_ctx.box_ray.set(ray_ctx.get_outer_ray(parent, extent), instance);
   return ray_ctx.box_ray.touches(leaf, parent.get_limit(ray)) || self().must_enter(instance);
@@ -137,7 +137,7 @@ bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, Geometry
                                                     const MotionData& data) const {
   const GasInstance& instance = instances[number];
   const uint key = self().get_key(instance.accepted), first = parent.first_ray;
-  const bool has_boxes = leaf.boxes == GasInstanceBoxes::always && first == parent.last_ray;
+  const bool has_box = leaf.has_box && first == parent.last_ray && data.keeps_shape[instance.accepted];
   if (ray_ctx.begin_ray(parent, number)) {
     gas_for_each_ray(parent, [&](uint ray) {
       const GeometryRaySpan& span = parent.spans[ray];
@@ -145,9 +145,9 @@ bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, Geometry
           ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
       ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
     });
-    if (has_boxes) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, instance.grid);
+    if (has_box) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, instance.grid);
   }
-  return !has_boxes || ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
+  return !has_box || ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
 }
 
 // Inlined, but not what follows a hit box: about half of all leaves are missed, and with the rest of the function they

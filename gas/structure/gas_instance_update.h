@@ -88,7 +88,9 @@ void GasInstanceStructure<Self, Base>::update_samples(const CtxEval& ctx, const 
   AppBase& application = ctx.get_application();
   const uint count = table.get_accepted_count(), sample_count = motion_blur.get_sample_count();
   const uint length = self().get_update_slice(application.get_max_thread_count());
-  data.set_samples(self().get_key_count(), sample_count);
+  data.set_samples(count, self().get_key_count(), sample_count);
+  // Not when the tree is built: an object within a nested scene may get its keys later.
+  for (uint accepted = 0; accepted < count; ++accepted) data.keeps_shape[accepted] = self().keeps_shape(accepted);
   CoreArray<GasInstanceMotionTask<Self>> tasks(gas_get_slice_count(count, length));
   gas_need(data.refit.set_samples(this->tree, sample_count) && !tasks.is_empty());
   self().fill_matrices(ctx, motion_blur, data);

@@ -52,7 +52,7 @@ class GasLeafRecords {
 
   /// Takes the records of `work`, and writes them first unless the work was started. Before it there must be none.
   /// There are none after it if the geometry has none or there is no memory for them: queries then read the geometry
-  /// itself. O(count). Throws AppStopped.
+  /// itself. O(count). Throws AppStopped, and std::bad_alloc without memory for a task.
   /// @param order  [count] items in the order of the leaves
   void make(GasLeafRecordWork& work, const uint* order, uint count);
   void clear() { *this = GasLeafRecords(); }

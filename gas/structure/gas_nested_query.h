@@ -67,9 +67,8 @@ struct GasRayCtx {
     matrices[ray].matrix = matrix;
     matrices[ray].flag = 0;
   }
-  /// Transforms the planes of `parent`, if the query keeps them, with the matrix of the first active ray.
+  /// Transforms the planes of `parent` with the matrix of the first active ray.
   void transform_planes(const GeometryRaytraceCtx& parent, const GMathMatrix4x4<double>& inverse) {
-    if (query.planes == nullptr) return;
     for (u64 k = 0; k < parent.plane_count; ++k)
       planes[k] = parent.planes[k].get_transformed(inverse, matrices[parent.first_ray].matrix);
   }
@@ -84,7 +83,8 @@ struct GasRayCtx {
   }
 
   // What is known of the last single ray, because leaves of one instance often follow each other.
-  /// False if the active ray of `parent` is the one last begun for this instance.
+  /// False if the active ray of `parent` is the one last begun for this instance. In one query all leaves get single
+  /// rays or all get the same range.
   bool begin_ray(const GeometryRaytraceData& parent, uint instance) {
     if (has_begun_ray_ && begun_instance_ == instance && begun_ray_ == parent.first_ray) return false;
     has_begun_ray_ = parent.first_ray == parent.last_ray;
@@ -130,7 +130,7 @@ struct GasRayCtx {
   GasOuterRay outer_ray_;
 };
 
-// Inlined, because every entered leaf needs it and knows most of the target.
+// Inlined: most of the target's fields are constants where a leaf is entered.
 [[gnu::always_inline]] inline GeometryRaytraceCtx& GasRayCtx::begin_query(GeometryRaytraceCtx& parent,
                                                                           const GasNestedTarget& target) {
   if (!is_begun_) begin_outer_query(parent);

@@ -230,6 +230,24 @@ TEST(GasSceneTreeMotion, is_refitted_when_stale_and_only_then) {
   EXPECT_EQ(refits, 15u);
 }
 
+TEST(GasSceneTreeMotion, objects_of_a_nested_scene_may_get_their_keys_after_the_build) {
+  QueryWorld world;
+  const SceneShape shape(world, make_sphere(2));
+  std::vector<SceneNode> nodes(2);
+  nodes[0].children.push_back(make_node(shape));
+  nodes[0].children.push_back(make_node(shape, {{0.0, make_translation({0, 3, 0})}}));
+  nodes[0].keys = {{}};
+  nodes[1] = make_node(shape, {{0.0, make_translation({0, 20, 0})}});
+  const auto scene = build_scene(world, nodes);
+  const CtxMotionBlur blur(0.0, 1.0, 2);
+  const TestRay ray{{10, 0, 50}, {0, 0, -1}, 0.0, DBL_MAX, 1.0};
+  EXPECT_EQ(shoot(world, *scene, ray, &blur).geometry, nullptr);
+  nodes[0].children[0].object->set_global_matrix_keys({{0.0, {}}, {1.0, make_translation({10, 0, 0})}}, 0.0);
+  const_cast<GasObject*>(nodes[0].object->get_structure())->dirty_motion_blur();
+  scene->dirty_motion_blur();
+  EXPECT_NE(shoot(world, *scene, ray, &blur).geometry, nullptr);
+}
+
 TEST(GasSceneTreeMotion, clusters_are_asked_for_with_the_override_of_their_instance) {
   QueryWorld world;
   const CtxMotionBlur blur(0.0, 1.0, 2);
