@@ -66,7 +66,7 @@ class VQ_EXPORT GasBvh {
   ///                    item_weights, of which the first `count` are kept
   /// @param progress    gets the tasks "Split items" (0.9) and "Finalize" (0.1); the build runs on the threads of its
   ///                    application. Null: no progress, and everything runs on the calling thread
-  /// @param order_work  started before "Finalize", if the build runs on several threads; may be null
+  /// @param order_work  started in "Finalize", if the build runs on several threads; may be null
   /// Throws std::bad_alloc, and AppStopped when the application of `source` or of `progress` requests a stop; the tree
   /// is then empty. Same input, same arrays, for any number of threads. One call per object at a time, and no query
   /// meanwhile. Cost: O(n log n) time; scratch of one node pool per thread.

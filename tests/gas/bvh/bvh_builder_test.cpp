@@ -6,6 +6,7 @@
 #include <bit>
 #include <thread>
 
+#include "gas/bvh/bvh_order_work.h"
 #include "gas/bvh/bvh_quantize.h"
 #include "support/test_scale.h"
 #include "support/test_tree.h"
@@ -19,6 +20,18 @@ void build_with_progress(GasBvh<4>& tree, const std::vector<FloatBox>& boxes, Of
   build_tree(tree, boxes, make_params(), progress);
   progress->finish();
 }
+
+/// Looks at the tree when it is started.
+struct SeeNodes final : BvhOrderWork {
+  const GasBvh<4>& tree;
+  uint start_count = 0;
+  bool has_nodes = false;
+  explicit SeeNodes(const GasBvh<4>& tree) : tree(tree) {}
+  void start(SysThreadTaskManager&, const uint* order, uint count) override {
+    ++start_count;
+    has_nodes = order == tree.order && count == tree.item_count && tree.aligned != nullptr;
+  }
+};
 
 }  // namespace
 
@@ -163,6 +176,22 @@ TEST(BvhBuilder, rebuilding_replaces_copying_is_deep_and_freezing_keeps) {
   tree.frozen = 0;  // hand the arrays back to be freed
   tree.clear();
   EXPECT_EQ(find_tree_difference(outliving, expected), "");
+}
+
+TEST(BvhBuilder, order_work_takes_no_memory_that_the_nodes_need) {
+  for (const uint threads : {1u, 2u}) {
+    OfApp app(threads);
+    AppProgressBar* progress = app.create_progress_bar("build");
+    const BoxScene scene = make_box_scene(BoxKind::uniform, 5000, 6);
+    GasBvhSplitCtx source;
+    source.item_boxes = scene.boxes.data();
+    GasBvh<4> tree;
+    SeeNodes work(tree);
+    tree.build<GasBvhSplitAligned>(source, nullptr, 5000, make_params(), progress, &work);
+    progress->finish();
+    EXPECT_EQ(work.start_count, threads - 1);
+    EXPECT_EQ(work.has_nodes, threads > 1);
+  }
 }
 
 TEST(BvhBuilder, makes_the_same_bytes_on_any_threads) {
