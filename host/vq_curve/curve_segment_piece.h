@@ -166,15 +166,16 @@ bool curve_find_lowest(const CurvePolynomial<shape>& curve, const CurveBounds& b
     const double root = s.q > 0.0 ? std::sqrt(s.q) : 0.0;
     double slope = s.neg_half_dq + s.dz * root;
     // Outside the ball, where the radius grows faster than the center moves across the ray, q has no maximum. The
-    // distance from the ray to the surface of the ball still has a minimum.
-    if (!(s.q > 0.0) && s.neg_half_ddq <= 0.0) slope = s.half_d_distance2 - s.dr * std::sqrt(s.distance2);
+    // distance from the ray to the surface of the ball still has a minimum. On the ray itself the ball is a point.
+    if (!(s.q > 0.0) && s.neg_half_ddq <= 0.0)
+      slope = s.distance2 > 0.0 ? s.half_d_distance2 - s.dr * std::sqrt(s.distance2) : -s.dr;
     if (s.q > 0.0 && s.z - root < lowest.z) lowest = {s.z - root, u};
 
     // 2. Take the step to the tangent cone's minimum; stop when it is small enough.
     const std::optional<double> step = curve_get_cone_step(s, root);
     bool has_next = step.has_value();
     double next = u + step.value_or(0.0);
-    if (has_next && next >= 0.0 && next <= 1.0 && curve_is_last_step(bounds, s, *step)) {
+    if (s.q > 0.0 && has_next && next >= 0.0 && next <= 1.0 && curve_is_last_step(bounds, s, *step)) {
       lowest = {s.z - root + 0.5 * *step * slope / root, next};
       break;
     }

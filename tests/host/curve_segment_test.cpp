@@ -137,6 +137,19 @@ void check_rays() {
   EXPECT_GT(misses, 1000u);
 }
 
+TEST(CurveSegment, a_ray_along_the_axis_hits_a_pointed_segment) {
+  // The search for the hit begins at the pointed end, which lies on the ray in every bit.
+  CurveSegment<linear> segment;
+  segment.point[0] = {{0.34631943702697754, -0.012753034010529518, -0.45475879311561584}, 0.15000000596046448};
+  segment.point[1] = {{0.00023991931811906397, -0.6986963152885437, -0.50147914886474609}, 0.0};
+  const GMathBasicRay<double> ray({0x1.7673ef0445f47p+1, 0x1.4657db619e3ddp+2, -0x1.b49168c99c158p-4},
+                                  {-0x1.e10f0050a07dfp-7, -0x1.dcbd13615187bp-6, -0x1.03c500418f2a1p-9});
+  CurveHit hit;
+  ASSERT_TRUE(curve_hit_segment(ray, segment, 0.0, DBL_MAX, hit));
+  const Vec to_first = segment.point[0].position - ray.get_point(hit.distance);
+  EXPECT_NEAR(to_first.get_length(), segment.point[0].radius, 1e-9);
+}
+
 TEST(CurveSegment, linear_rays_agree_with_balls) { check_rays<linear>(); }
 TEST(CurveSegment, cubic_rays_agree_with_balls) { check_rays<cubic>(); }
 
