@@ -5,7 +5,8 @@ set -eu
 source=$1 consumer=$2 compiler=$3
 base=${VQ_CLEAN_ROOT:-/}
 top=$(mktemp -d)
-trap 'umount -R -l "$top" 2>/dev/null || true; rmdir "$top"' EXIT
+# One call takes off all mounts below, whatever is open in them.
+trap 'umount -l "$top" && rmdir "$top"' EXIT
 
 skip() {
   echo "SKIPPED: $1; docs/testing.md says how to run it by hand"
