@@ -72,8 +72,13 @@ GMathBbox3<double> ObjectGeometry::get_primitive_bbox_at(const CtxEval& ctx, con
 void ObjectGeometry::ray_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryRaytraceCtx& query,
                                        const uint& primitive) const {
   const InnerQuery<GeometryRaytraceCtx> inner(query);
-  if (query.is_nearest()) return objects_[primitive]->ray_hit_nearest(ctx, shader, query);
-  objects_[primitive]->ray_hit(ctx, shader, query);
+  const uint span_stamp = query.span_stamp;
+  if (query.is_nearest()) {
+    objects_[primitive]->ray_hit_nearest(ctx, shader, query);
+  } else {
+    objects_[primitive]->ray_hit(ctx, shader, query);
+  }
+  query.span_stamp = span_stamp;  // an object without memory for its motion has answered at rest; the next one moves
 }
 
 void ObjectGeometry::frustum_hit_primitive(const CtxEval& ctx, CtxShader& shader, GeometryFrustumCtx& query,

@@ -13,6 +13,7 @@
 #include "vq_module/ctx_helpers.h"
 #include "vq_module/module_combiner.h"
 #include "vq_module/module_geometry.h"
+#include "vq_module/object_geometry.h"
 
 namespace {
 
@@ -30,11 +31,15 @@ class FakeStructure final : public GasObject {
     return {{time, 1, 0}, {time, 1, 0}};
   }
   mutable std::vector<std::tuple<char, const ShadingGroupTable*, const Material*>> calls;
+  bool lacks_memory = false;  ///< for its motion: answers at rest, as structures do then
 
  private:
   template <char door, class Query>
   static void note(const GasObject* object, const CtxEval&, CtxShader& shader, Query& query) {
-    static_cast<const FakeStructure*>(object)->calls.push_back({door, query.shading, shader.override_material});
+    const auto& structure = static_cast<const FakeStructure&>(*object);
+    structure.calls.push_back({door, query.shading, shader.override_material});
+    if constexpr (door == 'm' || door == 'o')
+      if (structure.lacks_memory) query.span_stamp = 0;
   }
 };
 
@@ -140,6 +145,20 @@ TEST(SceneObject, asks_its_structure_with_its_own_table_and_the_override_materia
   expect_calls(*object, &without, "snf", own_table, &former);  // a still query in spite of the shader's motion blur
   rays.span_stamp = motion_blur.get_stamp();
   expect_calls(*object, nullptr, "mof", own_table, &former);
+}
+
+TEST(ObjectGeometry, an_object_that_cannot_move_for_lack_of_memory_does_not_stop_the_next_one) {
+  QueryWorld world;
+  auto structure = std::make_shared<FakeStructure>();
+  structure->lacks_memory = true;
+  const ObjectGeometry geometry({make_object(structure), make_object(structure)});
+  const CtxMotionBlur motion_blur(0.0, 1.0, 2);
+  world.shader.motion_blur = &motion_blur;
+  GeometryRaytraceCtx rays;
+  rays.span_stamp = motion_blur.get_stamp();
+  for (const uint primitive : {0u, 1u}) geometry.ray_hit_primitive(world.ctx, world.shader, rays, primitive);
+  ASSERT_EQ(structure->calls.size(), 2u);
+  EXPECT_EQ(std::get<char>(structure->calls[1]), 'm');
 }
 
 TEST(SceneObject, bounds_of_whole_objects_that_single_precision_does_not_hold_move_outwards) {
