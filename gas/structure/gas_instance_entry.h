@@ -73,6 +73,15 @@ struct GasTreeExtent {
 /// in, 2 of the inverse and the product, 1 of the interval's end, 2 of the grid's step at its last plane. The rest of
 /// the 16 is margin.
 inline constexpr double gas_grid_error = 0x1p-20;
+/// The same for a matrix that is inverted in single precision, relative to the products of the largest entries of two
+/// columns. In units of 2^-24: 10 of the cofactors, 6 of the sums of products, 2 of their terms, 2 of the grid's first
+/// plane, 12 of the slabs; all twice, because the way along the ray may be as long as the way to its origin, plus the
+/// instance's size; of that, also 59 of the determinant and 36 of the scale and the grid: 2.25 times 64 holds 127.
+inline constexpr double gas_moving_grid_error = 0x1p-18;
+/// Entries of such a matrix must not be larger, products of two columns not smaller, or products of three would leave
+/// the range of single precision.
+inline constexpr double gas_entry_limit = 1e9;
+inline constexpr float gas_least_column_product = 1e-20f;
 /// Beyond it, terms could overflow: such an instance is not tested, a ray with such terms touches every box.
 inline constexpr double gas_grid_limit = 1e18;
 
@@ -126,6 +135,14 @@ inline bool GasInstance::set_to_grid(const GasTreeExtent& tree) {
   }
   slack = static_cast<float>(largest * gas_grid_error);
   return true;
+}
+
+/// True if rays can be tested against the local boxes of an instance with this matrix at one of its motion samples.
+inline bool gas_can_test_moving(const GasInstanceGrid& grid, const GMathMatrix4x4<double>& matrix) {
+  bool is_small = true;  // false also for NaN
+  for (uint row = 0; row < 3; ++row)
+    for (uint column = 0; column < 3; ++column) is_small &= std::fabs(matrix.m[row][column]) <= gas_entry_limit;
+  return is_small && matrix.is_affine() && double{grid.steps_per_unit} >= 1.0 / gas_grid_limit;
 }
 
 /// Prefetches all cache lines of a record.

@@ -4,7 +4,7 @@
 // to each sample of a description, and each instance's matrix at each sample.
 //
 //   matrices[key * samples + sample]     key: get_key() of the structure
-//   keeps_shape[accepted]                the instance's local boxes at rest hold it at all times
+//   has_boxes[accepted]                  rays are tested against the instance's local boxes at rest
 #pragma once
 #include "gas/bvh/bvh_kernel.h"
 #include "gas/frame/gas_guard.h"
@@ -20,20 +20,20 @@ struct VQ_EXPORT GasInstanceMotion : GasRefitRecord<Owner> {
   void clear() {
     this->refit.clear();
     matrices.reset();
-    keeps_shape.reset();
+    has_boxes.reset();
     matrices_sample_count = 0;
   }
   /// Called when the number of slots changed: reports it to the host.
   static void note_slots(const Owner& owner) {
     gas_try([&] { owner.advert_memory_changed(); });
   }
-  u64 get_array_bytes() const { return this->refit.get_array_bytes() + matrices.get_bytes() + keeps_shape.get_bytes(); }
+  u64 get_array_bytes() const { return this->refit.get_array_bytes() + matrices.get_bytes() + has_boxes.get_bytes(); }
 
   /// Makes room for `accepted_count` instances, and for `key_count` matrices at each of `sample_count` samples. Throws
   /// std::bad_alloc.
   void set_samples(uint accepted_count, uint key_count, uint sample_count) {
-    if (keeps_shape.get_count() != accepted_count) keeps_shape = CoreAlignedArray<bool>(accepted_count);
-    gas_need(keeps_shape.get_count() == accepted_count);
+    if (has_boxes.get_count() != accepted_count) has_boxes = CoreAlignedArray<bool>(accepted_count);
+    gas_need(has_boxes.get_count() == accepted_count);
     if (matrices_sample_count != sample_count || !matrices)
       matrices = CoreAlignedArray<GMathMatrix4x4<double>>(std::size_t{key_count} * sample_count, 64);
     matrices_sample_count = sample_count;
@@ -54,6 +54,6 @@ struct VQ_EXPORT GasInstanceMotion : GasRefitRecord<Owner> {
   }
 
   CoreAlignedArray<GMathMatrix4x4<double>> matrices;
-  CoreAlignedArray<bool> keeps_shape;
+  CoreAlignedArray<bool> has_boxes;
   uint matrices_sample_count = 0;
 };

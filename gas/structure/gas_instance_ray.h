@@ -7,10 +7,14 @@
 //
 // It never misses a box that the ray in double precision touches, and that one is only computed where it does not miss;
 // except by rays whose direction is shorter than 1e-37: its inverse overflows.
-// For this the planes of the boxes are moved outwards by a bound of the rounding (gas_grid_error). A point of the ray
-// that lies in the tree is a sum of terms of origin, direction and offset. `reach` bounds those of the outer space, the
-// largest row of the matrix what they become in the grid. Roundings of distances move the point by as little. In a
-// scene of 10 km the box of an object of 1 m grows by up to 4 cm a side.
+// For this the planes of the boxes are moved outwards by a bound of the rounding. A point of the ray that lies in the
+// tree is a sum of terms of origin, direction and offset. `reach` bounds those of the outer space, the largest row of
+// the matrix what they become in the grid. Roundings of distances move the point by as little. In a scene of 10 km the
+// box of an object of 1 m grows by up to 4 cm a side.
+//
+// A moving instance has another matrix for each ray, which is inverted in single precision (gas_moving_grid_error). The
+// terms are counted from the instance's origin: the way to it and the instance's size. `part` bounds the rows of the
+// inverse.
 #pragma once
 #include <limits>
 
@@ -46,6 +50,9 @@ struct GasOuterRay {
 
 /// A ray in an instance's grid: lanes x, y, z, -.
 class GasInstanceRay {
+  static SimdF cross(const SimdF& a, const SimdF& b) { return rotate_axes(a * rotate_axes(b) - rotate_axes(a) * b); }
+  static SimdF add_axes(const SimdF& v) { return broadcast<0>(v) + broadcast<1>(v) + broadcast<2>(v); }
+
  public:
   /// An instance at rest.
   [[gnu::always_inline]] void set(const GasOuterRay& ray, const GasInstance& instance) {
@@ -56,18 +63,35 @@ class GasInstanceRay {
     const SimdF direction = x * ray.direction[0] + y * ray.direction[1] + z * ray.direction[2];
     set(origin, direction, SimdF(instance.slack) * ray.reach + SimdF(float(255 * gas_grid_error)), ray.first);
   }
-  /// A moving instance.
-  /// @param ray  in the instance's space
-  void set(const GMathBasicRay<double>& ray, double tnear, const GasInstanceGrid& grid) {
-    const double scale = grid.steps_per_unit;
-    const GMathVec3<double> at(grid.get_place(ray.origin.x, 0), grid.get_place(ray.origin.y, 1),
-                               grid.get_place(ray.origin.z, 2));
-    const GMathVec3<double> along = ray.direction * scale;
-    const double terms = 2.0 * get_largest(at) + 2 * 255;
-    const bool is_tested = terms <= gas_grid_limit && get_largest(along) <= gas_grid_limit;
-    const double slack = is_tested ? terms * gas_grid_error : std::numeric_limits<double>::quiet_NaN();
-    set(SimdF::load_doubles(&at.x), SimdF::load_doubles(&along.x), SimdF(static_cast<float>(slack)),
-        static_cast<float>(tnear));
+  /// A moving instance, by its matrix at the ray's time. The matrix is not inverted: its cofactors, divided by the
+  /// determinant, are the columns of the inverse.
+  /// @param origin  of the ray
+  /// @param matrix  blended of matrices that gas_can_test_moving() accepts
+  void set(const GasOuterRay& ray, const GMathVec3<double>& origin, const GMathMatrix4x4<double>& matrix,
+           const GasInstanceGrid& grid) {
+    // Lanes are the instance's axes.
+    const SimdF rows[3] = {SimdF::load_doubles(matrix.m[0]), SimdF::load_doubles(matrix.m[1]),
+                           SimdF::load_doubles(matrix.m[2])};
+    const SimdF sizes[3] = {abs(rows[0]), abs(rows[1]), abs(rows[2])};
+    const SimdF x = cross(rows[1], rows[2]), y = cross(rows[2], rows[0]), z = cross(rows[0], rows[1]);
+    const SimdF inverse = SimdF(1.0f) / add_axes(rows[0] * x), steps(grid.steps_per_unit), scale = steps * inverse;
+    const SimdF first = SimdF(grid.first[0], grid.first[1], grid.first[2], 0.0f) * steps;
+    const auto get_way = [&](uint axis) { return SimdF(static_cast<float>(origin[axis] - matrix.m[axis][3])); };
+    const SimdF way[3] = {get_way(0), get_way(1), get_way(2)};  // from the instance's origin
+    // No entry of a column is larger, and no cofactor larger than twice the product of the others.
+    const SimdF column = max(max(sizes[0], sizes[1]), sizes[2]), next = rotate_axes(column);
+    const SimdF others = next * rotate_axes(next), part = others * abs(inverse) * SimdF(float{gas_moving_grid_error});
+    const SimdF distance = abs(way[0]) + abs(way[1]) + abs(way[2]);
+    const SimdF size = add_axes((sizes[0] + sizes[1] + sizes[2]) * (abs(first) + SimdF(255.0f)));
+    const auto is_tested = (others * abs(scale) <= SimdF(float{gas_grid_limit})) &
+                           (SimdF(gas_least_column_product) <= others) & (part * column <= SimdF(0.25f)) &
+                           (max(distance, ray.reach) <= SimdF(2.0f * float{gas_grid_limit}));
+    const bool are_tested = (is_tested.get_bits() & 7) == 7;
+    const SimdF slack =
+        are_tested ? part * (distance * steps + size * SimdF(2.25f)) : SimdF(std::numeric_limits<float>::quiet_NaN());
+    const SimdF to_x = x * scale, to_y = y * scale, to_z = z * scale;
+    set(to_x * way[0] + to_y * way[1] + to_z * way[2] - first,
+        to_x * ray.direction[0] + to_y * ray.direction[1] + to_z * ray.direction[2], slack, ray.first);
   }
   /// False if the ray misses the leaf's box within its interval.
   [[gnu::always_inline]] bool touches(const GasInstanceLeaf& leaf, double limit) const {
@@ -82,9 +106,6 @@ class GasInstanceRay {
   }
 
  private:
-  static double get_largest(const GMathVec3<double>& v) {
-    return std::max({std::fabs(v.x), std::fabs(v.y), std::fabs(v.z)});
-  }
   [[gnu::always_inline]] void set(const SimdF& origin, const SimdF& direction, const SimdF& slack, float first) {
     low_origin_ = origin + slack;
     high_origin_ = origin - slack;

@@ -171,6 +171,7 @@ class VQ_EXPORT GasInstanceStructure : public GasBvhStructure<Self, Base, GasIns
   }
 
   void update_samples(const CtxEval& ctx, const CtxMotionBlur& motion_blur, MotionData& data) const;
+  void choose_boxes(MotionData& data) const;
 
   GasClusterTable table;
   CoreArray<GasInstanceLeaf> leaves;

@@ -137,17 +137,23 @@ bool GasInstanceStructure<Self, Base>::reach_moving(GasRayCtx& ray_ctx, Geometry
                                                     const MotionData& data) const {
   const GasInstance& instance = instances[number];
   const uint key = self().get_key(instance.accepted), first = parent.first_ray;
-  const bool has_box = leaf.has_box && first == parent.last_ray && data.keeps_shape[instance.accepted];
-  if (ray_ctx.begin_ray(parent, number)) {
-    gas_for_each_ray(parent, [&](uint ray) {
-      const GeometryRaySpan& span = parent.spans[ray];
-      ray_ctx.set_matrix(
-          ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
-      ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
-    });
-    if (has_box) ray_ctx.box_ray.set(ray_ctx.rays[first], parent.intervals[first].tnear, instance.grid);
+  const bool has_box = leaf.has_box && first == parent.last_ray && data.has_boxes[instance.accepted];
+  const bool is_new = ray_ctx.begin_ray(parent, number);
+  const auto blend = [&](uint ray) {
+    const GeometryRaySpan& span = parent.spans[ray];
+    ray_ctx.set_matrix(
+        ray, gas_blend_matrices(data.get_matrix(key, span.first), data.get_matrix(key, span.second), span.fraction));
+  };
+  if (!has_box) {
+    if (is_new) gas_for_each_ray(parent, blend);
+    return true;
   }
-  return !has_box || ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
+  if (is_new) {
+    blend(first);
+    ray_ctx.box_ray.set(ray_ctx.get_outer_ray(parent, extent), parent.get_ray(first).origin,
+                        ray_ctx.matrices[first].matrix, instance.grid);
+  }
+  return ray_ctx.box_ray.touches(leaf, parent.get_limit(first)) || self().must_enter(instance);
 }
 
 // Inlined, but not what follows a hit box: about half of all leaves are missed, and with the rest of the function they
@@ -187,7 +193,14 @@ template <GasLeafQuery kind, bool is_moving>
   typename Self::Entry entry;
   const auto type = static_cast<GMathRay::Type>(parent.intervals[parent.first_ray].type);
   if (!self().find_entry(ctx, shader, type, instance, entry)) return;
-  if constexpr (!is_moving) ray_ctx.transform_rays(parent, instance);
+  ray_ctx.transform_rays(parent, [&](uint ray) {
+    if constexpr (is_moving) {
+      ray_ctx.rays[ray].transform(parent.get_ray(ray), ray_ctx.matrices[ray].matrix.get_inverse());
+    } else {
+      instance.transform(parent.get_ray(ray), ray_ctx.rays[ray]);
+      ray_ctx.set_matrix(ray, *instance.matrix);
+    }
+  });
   GasNestedTarget target = self().get_target(parent, type, instance);
   target.cluster = leaf.cluster;
   GeometryRaytraceCtx& local = ray_ctx.begin_query(parent, target);

@@ -89,8 +89,6 @@ void GasInstanceStructure<Self, Base>::update_samples(const CtxEval& ctx, const 
   const uint count = table.get_accepted_count(), sample_count = motion_blur.get_sample_count();
   const uint length = self().get_update_slice(application.get_max_thread_count());
   data.set_samples(count, self().get_key_count(), sample_count);
-  // Not when the tree is built: an object within a nested scene may get its keys later.
-  for (uint accepted = 0; accepted < count; ++accepted) data.keeps_shape[accepted] = self().keeps_shape(accepted);
   CoreArray<GasInstanceMotionTask<Self>> tasks(gas_get_slice_count(count, length));
   gas_need(data.refit.set_samples(this->tree, sample_count) && !tasks.is_empty());
   self().fill_matrices(ctx, motion_blur, data);
@@ -124,5 +122,19 @@ void GasInstanceStructure<Self, Base>::update_samples(const CtxEval& ctx, const 
     const std::span<const GMathBbox3<float>> world(boxes.world.get(), boxes.world.get_count());
     gas_need(data.refit.update_sample(sample, world, nullptr));
     time = next_time;
+  }
+  choose_boxes(data);
+}
+
+template <class Self, class Base>
+void GasInstanceStructure<Self, Base>::choose_boxes(MotionData& data) const {
+  std::fill(data.has_boxes.begin(), data.has_boxes.end(), false);
+  for (const GasInstance& instance : instances) {
+    const std::span<const GMathMatrix4x4<double>> matrices(data.get_matrices(self().get_key(instance.accepted)),
+                                                           data.matrices_sample_count);
+    const auto can_test = [&](const auto& matrix) { return gas_can_test_moving(instance.grid, matrix); };
+    // Shapes: not when the tree is built, because an object within a nested scene may get its keys later.
+    data.has_boxes[instance.accepted] =
+        self().keeps_shape(instance.accepted) && std::all_of(matrices.begin(), matrices.end(), can_test);
   }
 }

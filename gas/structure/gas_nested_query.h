@@ -93,14 +93,12 @@ struct GasRayCtx {
     begun_ray_ = parent.first_ray;
     return true;
   }
-  /// Transforms the active rays of `parent` to the instance's space and sets their matrices, unless that was done since
-  /// begin_ray().
-  void transform_rays(const GeometryRaytraceCtx& parent, const GasInstance& instance) {
+  /// Calls transform(ray), which brings a ray to the instance's space, for the active rays of `parent`, unless that was
+  /// done since begin_ray().
+  template <class Transform>
+  void transform_rays(const GeometryRaytraceCtx& parent, const Transform& transform) {
     if (has_cached_ray_) return;
-    gas_for_each_ray(parent, [&](uint ray) {
-      instance.transform(parent.get_ray(ray), rays[ray]);
-      set_matrix(ray, *instance.matrix);
-    });
+    gas_for_each_ray(parent, transform);
     has_cached_ray_ = has_begun_ray_;
   }
   /// The active single ray of `parent` in single precision.

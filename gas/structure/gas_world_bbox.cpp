@@ -107,14 +107,3 @@ GMathBbox3<float> gas_blend_bboxes(const GMathBbox3<float>& a, const GMathBbox3<
   }
   return box;
 }
-
-GMathMatrix4x4<double> gas_blend_matrices(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b,
-                                          double fraction) {
-  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;
-  GMathMatrix4x4<double> out;
-  for (uint row = 0; row < 4; ++row) {
-    for (uint column = 0; column < 4; ++column)
-      out.m[row][column] = (1.0 - fraction) * a.m[row][column] + fraction * b.m[row][column];
-  }
-  return out;
-}

@@ -36,5 +36,13 @@ GMathBbox3<float> gas_blend_bboxes(const GMathBbox3<float>& a, const GMathBbox3<
 
 /// (1 - fraction) a + fraction b, entry by entry. Exactly a for fraction 0 and b for 1, also if the other is not
 /// finite.
-GMathMatrix4x4<double> gas_blend_matrices(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b,
-                                          double fraction);
+inline GMathMatrix4x4<double> gas_blend_matrices(const GMathMatrix4x4<double>& a, const GMathMatrix4x4<double>& b,
+                                                 double fraction) {
+  if (fraction == 0.0 || fraction == 1.0) return fraction == 0.0 ? a : b;
+  GMathMatrix4x4<double> out;
+  for (uint row = 0; row < 4; ++row) {
+    for (uint column = 0; column < 4; ++column)
+      out.m[row][column] = (1.0 - fraction) * a.m[row][column] + fraction * b.m[row][column];
+  }
+  return out;
+}

@@ -68,6 +68,8 @@ struct SimdFPlain {
   }
   /// The lanes 1, 2, 3, 0.
   friend SimdFPlain rotate_lanes(const SimdFPlain& a) { return {a.lane[1], a.lane[2], a.lane[3], a.lane[0]}; }
+  /// The lanes 1, 2, 0, 3: of a vector, the next axis.
+  friend SimdFPlain rotate_axes(const SimdFPlain& a) { return {a.lane[1], a.lane[2], a.lane[0], a.lane[3]}; }
   /// The lanes 2, 3, 0, 1.
   friend SimdFPlain swap_pairs(const SimdFPlain& a) { return {a.lane[2], a.lane[3], a.lane[0], a.lane[1]}; }
   /// Lanes 0 and 1 of `a`, then lanes 0 and 1 of `b`.

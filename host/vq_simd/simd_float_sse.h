@@ -62,6 +62,8 @@ struct SimdFSse {
   friend SimdFSse max(const SimdFSse& a, const SimdFSse& b) { return _mm_max_ps(a.value, b.value); }
   /// The lanes 1, 2, 3, 0.
   friend SimdFSse rotate_lanes(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(0, 3, 2, 1)); }
+  /// The lanes 1, 2, 0, 3: of a vector, the next axis.
+  friend SimdFSse rotate_axes(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(3, 0, 2, 1)); }
   /// The lanes 2, 3, 0, 1.
   friend SimdFSse swap_pairs(const SimdFSse& a) { return _mm_shuffle_ps(a.value, a.value, _MM_SHUFFLE(1, 0, 3, 2)); }
   /// Lanes 0 and 1 of `a`, then lanes 0 and 1 of `b`.

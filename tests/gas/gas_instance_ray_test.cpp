@@ -113,9 +113,7 @@ std::array<bool, 2> get_answers(const GrazedLeaf& grazed, const GMathBasicRay<do
   outer.set(ray, tnear, GasTreeExtent(grazed.tree_box));
   GasInstanceRay still, moving;
   still.set(outer, grazed.instance);
-  GMathBasicRay<double> local;
-  grazed.instance.transform(ray, local);
-  moving.set(local, tnear, grazed.instance.grid);
+  moving.set(outer, ray.origin, grazed.matrix, grazed.instance.grid);
   return {still.touches(grazed.leaf, limit), moving.touches(grazed.leaf, limit)};
 }
 
@@ -128,8 +126,7 @@ TEST(GasInstanceRay, touches_every_box_that_the_exact_ray_touches) {
     for (const double size : {0.5 * half, 1e-2 * half, 1e-4 * half}) {
       for (uint k = 0; k < scaled(20'000, 1000); ++k) {
         const GrazedLeaf grazed(random, half, size, GrazedLeaf::Shape::any);
-        ASSERT_EQ(grazed.is_tested, grazed.instance.grid.steps_per_unit < FLT_MAX);
-        if (!grazed.is_tested) continue;  // a point
+        if (!grazed.is_tested) continue;  // a point, or a matrix that is nearly singular
         const double distance = (random.get_index(2) == 0 ? 1.0 : 20.0) * half;
         const GMathBasicRay<double> ray = grazed.aim(random, distance);
         const ExactInterval exact(ray, grazed.inverse, grazed.box);
@@ -196,8 +193,28 @@ TEST(GasInstanceRay, touches_where_it_cannot_tell) {
   }
   GasInstance instance = grazed.instance;
   const GasTreeExtent tree(grazed.tree_box);
+  GasOuterRay outer;
+  const Vec origin = middle + Vec(9, 9, 9);
+  outer.set({origin, Vec(0, 0, 1)}, 0.0, tree);
   for (const double bad : {1e30, double(INFINITY), nan}) {
     instance.inverse[1].z = bad;
     EXPECT_FALSE(instance.set_to_grid(tree)) << bad;
+    Matrix matrix = grazed.matrix;
+    matrix.m[1][0] = bad;
+    EXPECT_FALSE(gas_can_test_moving(grazed.instance.grid, matrix)) << bad;
+    matrix = grazed.matrix;
+    matrix.m[1][3] = bad;
+    GasInstanceRay moving;
+    moving.set(outer, origin, matrix, grazed.instance.grid);
+    EXPECT_TRUE(moving.touches(grazed.leaf, DBL_MAX)) << bad;
+  }
+  // Two axes that are nearly the same.
+  for (const double part : {0.0, 1e-7, 1e-5}) {
+    Matrix matrix;
+    matrix.m[0][1] = 1.0;
+    matrix.m[1][1] = part;
+    GasInstanceRay moving;
+    moving.set(outer, origin, matrix, grazed.instance.grid);
+    EXPECT_TRUE(moving.touches(grazed.leaf, DBL_MAX)) << part;
   }
 }

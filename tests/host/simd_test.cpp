@@ -44,8 +44,8 @@ std::vector<u32> compute(const Lanes& x, const Lanes& y, const u8 (&bytes)[4]) {
   const double doubles[3] = {x[0] * (1.0 + 0x1p-25), y[1] * 0x1.9p-3, x[2] * 0x1.8000001p0};
   for (const F& value : {a + b, a - b, a * b, a / b, sqrt(a), floor(a), ceil(a), F::load_doubles(doubles)})
     keep_number(value);
-  for (const F& value : {a, min(a, b), max(a, b), select(a <= b, a, b), rotate_lanes(a), copy_sign(a, b), abs(a),
-                         broadcast<2>(a), F::load_bytes(bytes)})
+  for (const F& value : {a, min(a, b), max(a, b), select(a <= b, a, b), rotate_lanes(a), rotate_axes(a),
+                         copy_sign(a, b), abs(a), broadcast<2>(a), F::load_bytes(bytes)})
     keep(value);
   for (const uint bits : {(a <= b).get_bits(), (a > b).get_bits(), ((a <= b) & (b > a)).get_bits()})
     out.push_back(bits);
