@@ -76,6 +76,7 @@ std::vector<std::pair<std::string, std::string>> make_broken_files() {
        "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
        "element tristrips 1\nproperty list int int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
       {"lines.obj", triangle + "l 1 2\n"},
+      {"vertex.obj", triangle + "v 1 0 \\\nx\nv 1 1 1\nf 1 2 4\n"},
       {"range.obj", triangle + "f 1 2 9\n"},
       {"not_finite.obj", "v 0 0 0\nv 1 0 0\nv nan 1 0\nf 1 2 3\n"},
       {"unknown.xyz", "hello"},

@@ -254,6 +254,16 @@ TEST(VqgasSceneImport, what_pictures_leave_out_is_said_once_a_file) {
   EXPECT_FALSE(Json::parse(info.out)[0].contains("first_frame"));
 }
 
+TEST(VqgasSceneImport, an_obj_file_may_have_blanks_comments_and_numbers_of_any_form) {
+  const TestFolder folder;
+  const std::string faces = "vt .5 .25\nvn .0 .0 1\nf 1/1/1 2/1/1 3/1/1 # of 2\nf 2/1/1 4/1/1 3/1/1\n";
+  folder.write("square.obj", "# from C:\\\nv 0 .0 0\nv .5 0 -.5\n  v 0 \\\n.25 .5\nv\t1e0 +.75 .5e1 # .9\n" + faces);
+  const ProgramResult info = run_vqgas(folder.get_path(), {"info", "square.obj", "--json", "-", "--quiet"});
+  ASSERT_EQ(info.exit_code, 0) << info.err;
+  EXPECT_EQ(Json::parse(info.out)[0]["primitives"]["kept"], 2);
+  EXPECT_EQ(Json::parse(info.out)[0]["box"], Json({{"min", {0.0, 0.0, -0.5}}, {"max", {1.0, 0.75, 5.0}}}));
+}
+
 TEST(VqgasSceneImport, morph_targets_and_bones_move_vertices) {
   GltfFile morph = make_squares(), skin = make_skinned(0.5);
   morph.json["meshes"][0]["primitives"][0]["targets"] = {

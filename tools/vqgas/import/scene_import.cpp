@@ -17,6 +17,7 @@
 
 #include "tools/vqgas/import/gltf_check.h"
 #include "tools/vqgas/import/import_guard.h"
+#include "tools/vqgas/import/obj_check.h"
 #include "tools/vqgas/import/point_ply.h"
 #include "tools/vqgas/import/scene_mesh_reader.h"
 #include "tools/vqgas/import/scene_node_import.h"
@@ -51,6 +52,7 @@ std::string check_file(const std::string& path) {
     throw InputError(path, "holds PLY triangle strips, which cannot be read; only faces can");
   // Assimp loops for minutes over a damaged header, and reads behind the end of a file that is cut off.
   if (get_extension(path) == ".ply") check_ply(path);
+  if (get_extension(path) == ".obj") return check_obj(path);
   return has_extension(path, {".gltf", ".glb"}) ? check_gltf(path) : std::string();
 }
 
