@@ -48,6 +48,7 @@ std::unique_ptr<GasClusterable> GasGeometryBundle::build_geometry_gas(const CtxE
   // Without memory the slot has no structure, and the build is not tried again in each leaf.
   const GasOutcome outcome = gas_try([&] { structure = build_geometry_gas(ctx, first_instance, progress.get()); });
   if (outcome == GasOutcome::stopped) throw AppStopped();
+  if (outcome == GasOutcome::failed) gas_log_no_memory("GasGeometryBundle", "a geometry is left out");
   return structure;
 }
 

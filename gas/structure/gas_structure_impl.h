@@ -121,6 +121,7 @@ void GasStructure<Self, Base, Record>::update_record(const CtxEval& ctx, const C
     self().update_samples(refit_ctx, motion_blur, record);
   });
   if (outcome != GasOutcome::done) record.clear();
+  if (outcome == GasOutcome::failed) gas_log_no_memory("Updating motion blur", "the structure stands still");
   self().report_growth(old_size, record.get_array_bytes());
   // After a stop request the record stays stale. Without memory it is marked current, or every ray would try again.
   const uint stamp = outcome == GasOutcome::stopped ? 0 : motion_blur.get_stamp();

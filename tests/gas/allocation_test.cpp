@@ -481,6 +481,25 @@ TEST_P(AllocationRefused, points_and_particles_stay_empty_or_whole) {
 
 TEST_P(AllocationRefused, uv_trees_stay_empty_or_whole) { refuse_builds<GasUvTree>(GetParam()); }
 
+TEST(Allocation, a_structure_that_stands_still_for_lack_of_memory_says_so) {
+  uint lost = 0;
+  bool was_refused = true;
+  for (uint number = 0; was_refused; ++number) {
+    Row row(1);
+    GasGeometryBvh4 structure;
+    row.create(structure, nullptr);
+    const LogCapture log(100);
+    refused = allocations + number;
+    structure.get_bbox_at(row.world.ctx, 0.5);
+    was_refused = allocations > refused;
+    refused = core_invalid_index;
+    const bool moves = structure.get_bbox_at(row.world.ctx, 0.5) != structure.get_bbox();
+    EXPECT_EQ(log.messages.size(), moves ? 0u : 1u) << number;
+    lost += moves ? 0 : 1;
+  }
+  EXPECT_GT(lost, 0u);
+}
+
 TEST(Allocation, points_particles_and_uv_trees_report_what_they_hold_and_take_none_once_built) {
   Row row(4);
   GasPoint structure;
