@@ -1,5 +1,6 @@
 // Exit code 1 with one line for files that cannot be used, 2 for command lines that make no sense.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -300,6 +301,29 @@ TEST(VqgasBadInput, models_of_the_importer_load_or_are_told) {
     loaded += result.exit_code == 0;
   }
   EXPECT_GT(loaded, is_sanitized ? 0u : 200u);
+}
+
+// The library goes on without what it has no memory for; the program must not pass off such a picture as the scene's.
+TEST(VqgasBadInput, what_there_is_no_memory_for_is_told_and_not_shown) {
+  if (is_sanitized) GTEST_SKIP() << "a sanitizer reserves terabytes of addresses";
+  const TestFolder folder;
+  rlimit former = {};
+  getrlimit(RLIMIT_AS, &former);
+  std::size_t refused = 0, shown = 0;
+  for (const rlim_t megabytes : {100, 125, 150, 4000}) {
+    const rlimit limit = {megabytes << 20, former.rlim_max};
+    setrlimit(RLIMIT_AS, &limit);
+    const ProgramResult result = run_vqgas(folder.get_path(), {"render", "demo:mills", "--bundle", "--threads", "1",
+                                                               "-o", "m.png", "--size", "8x8", "--quiet"});
+    setrlimit(RLIMIT_AS, &former);
+    const bool has_picture = !folder.list().empty();
+    EXPECT_EQ(result.exit_code, has_picture ? 0 : 1) << result.err;
+    EXPECT_EQ(result.count_error_lines(), has_picture ? 0u : 1u) << result.err;
+    EXPECT_EQ(result.err.find("not enough memory") == std::string::npos, has_picture) << result.err;
+    (has_picture ? shown : refused) += 1;
+  }
+  EXPECT_GE(refused, 2u);
+  EXPECT_GE(shown, 1u);
 }
 
 TEST(VqgasBadInput, a_bad_line_of_hair_is_told_by_its_number) {

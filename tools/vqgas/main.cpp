@@ -9,6 +9,7 @@
 #include "tools/vqgas/commands/command_line.h"
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
+#include "tools/vqgas/support/memory_lack.h"
 #include "tools/vqgas/support/output_file.h"
 
 namespace {
@@ -24,9 +25,11 @@ int report_fault(const char* fault, int exit_code) {
 
 int main(int argc, char** argv) {
   install_signal_handlers();
+  watch_library_messages();
   try {
     const int exit_code = run_command_line(argc, argv);
     flush_standard_output();
+    throw_if_memory_lacked();
     return exit_code;
   } catch (const Interrupted&) {
     return report_interrupt();

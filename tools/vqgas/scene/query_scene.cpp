@@ -7,6 +7,7 @@
 
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
+#include "tools/vqgas/support/memory_lack.h"
 #include "vq_geometry/geometry_frustum_ctx.h"
 #include "vq_geometry/poly_mesh.h"
 
@@ -74,6 +75,7 @@ QueryScene::QueryScene(OfApp& application, SceneSource&& source, const ShapeSett
   if (has_all_hits) all_hits_objects_ = maker.make(source, true, nullptr);
   throw_if_interrupted();
   build_seconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  throw_if_memory_lacked();
   check_files(source.files);
 }
 

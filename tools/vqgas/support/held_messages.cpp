@@ -2,9 +2,13 @@
 
 #include <cstdio>
 
+#include "tools/vqgas/support/memory_lack.h"
+
 HeldMessages::HeldMessages() {
-  former_ = CoreLogHandler::get_main().set_sink(
-      [this](const CoreString& message, const uint&) { messages_.emplace_back(message.get_view()); });
+  former_ = CoreLogHandler::get_main().set_sink([this](const CoreString& message, const uint&) {
+    note_library_message(message.get_view());
+    messages_.emplace_back(message.get_view());
+  });
 }
 
 HeldMessages::~HeldMessages() { restore(); }

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "tools/vqgas/support/input_error.h"
+#include "tools/vqgas/support/memory_lack.h"
 
 namespace {
 
@@ -145,6 +146,7 @@ void OutputFile::write(const void* bytes, std::size_t size) {
 
 void OutputFile::commit() {
   throw_if_interrupted();
+  throw_if_memory_lacked();
   if (std::ferror(stream_) != 0 || std::fflush(stream_) != 0) fail();
   const bool is_closed = std::fclose(stream_) == 0;
   stream_ = nullptr;

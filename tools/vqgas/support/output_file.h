@@ -24,7 +24,8 @@ class OutputFile {
   /// To write to. Writing fails after a signal.
   std::FILE* get_stream() const { return stream_; }
   void write(const void* bytes, std::size_t size);
-  /// Completes the file. Throws Interrupted after a signal, and InputError when any write has failed.
+  /// Completes the file. Throws Interrupted after a signal, InputError when any write has failed, and
+  /// std::bad_alloc when the library lacked memory for what the file shows.
   void commit();
   /// Throws Interrupted after a signal, else InputError.
   /// @param fault  empty: what errno says
