@@ -375,6 +375,11 @@ TEST(VqgasBadInput, command_lines_that_make_no_sense_give_exit_code_2) {
     lines.push_back({"render", "cube.obj", "-o", "out.png", "--size", size});
   for (const std::string eye : {"0,0,0/0,0,0/0,1,0/40", "0,5,0/0,0,0/0,1,0/40", "0,0,5/0,0,0/0,1,0/180", "0,0,5/0,0,0"})
     lines.push_back({"render", "cube.obj", "-o", "out.png", "--camera", eye});
+  for (const std::string length : {"nan", "-nan", "inf", "-0.1", "1e3x"})
+    lines.push_back({"groom", "cube.obj", "-o", "fur.hair", "--strands", "1", "--length", length});
+  for (const std::string points : {"1", "2.5", "nan", "-3", "65537"})
+    lines.push_back({"groom", "cube.obj", "-o", "fur.hair", "--strands", "1", "--points", points});
+  lines.push_back({"scatter", "cube.obj", "--on", "cube.obj", "--count", "1", "--jitter", "nan", "-o", "out.json"});
   EXPECT_NE(run_vqgas(folder.get_path(), {"frobnicate"}).err.find("'frobnicate' is no subcommand"), std::string::npos);
   for (const auto& line : lines) {
     const ProgramResult result = run_vqgas(folder.get_path(), line);

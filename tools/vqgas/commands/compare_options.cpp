@@ -53,13 +53,13 @@ Subcommand add_compare(CLI::App& app) {
       ->type_name("NAME");
   command->add_option("--rays", options.rays, "Random rays between points of the box around both")
       ->capture_default_str()
-      ->check(CLI::Range(0u, 100000000u));
+      ->check(is_whole_within(0, 100000000));
   command->add_option("--seed", options.seed, "Of the random rays")->capture_default_str();
   command
       ->add_option("--tolerance", options.tolerance,
                    "Distances are the same up to this fraction of the diagonal of the box around both")
       ->capture_default_str()
-      ->check(CLI::NonNegativeNumber);
+      ->check(is_number_within(0.0, 1.0));
   add_view_options(*command, options, call->view);
   add_frame_option(*command, options.frame);
   add_scene_options(*command, options);

@@ -13,21 +13,24 @@ Subcommand add_groom(CLI::App& app) {
       ->type_name("NAME.hair");
   CLI::Option* count = command->add_option("--strands", settings.curves, "How many strands, whatever the mesh's size")
                            ->capture_default_str()
-                           ->check(CLI::Range(u64{1}, u64{0xFFFFFFFF}));
+                           ->check(is_whole_within(1, 0xFFFFFFFF));
   command->add_option("--density", options.density, "Instead: strands per unit of area, in the mesh's own units")
       ->check(is_positive_number())
       ->excludes(count);
   const auto add_number = [&](const char* name, auto& value, const char* help, double low, double high) {
-    command->add_option(name, value, help)->capture_default_str()->check(CLI::Range(low, high));
+    command->add_option(name, value, help)->capture_default_str()->check(is_number_within(low, high));
+  };
+  const auto add_whole = [&](const char* name, uint& value, const char* help, u64 low, u64 high) {
+    command->add_option(name, value, help)->capture_default_str()->check(is_whole_within(low, high));
   };
   add_number("--length", settings.length, "Of the longest strands, in diagonals of the mesh's box", 0.0, 1000.0);
   add_number("--thickness", settings.thickness, "Diameter at the root, in diagonals; tips have a tenth", 0.0, 1000.0);
-  add_number("--points", settings.points, "Points of each strand; the segments between are one less", 2, 65536);
+  add_whole("--points", settings.points, "Points of each strand; the segments between are one less", 2, 65536);
   add_number("--curl", settings.curl, "Windings: 0 none, 1 tight locks", 0.0, 100.0);
   add_number("--lean", settings.lean, "How far neighbors bend to the same side", 0.0, 100.0);
   add_number("--gravity", settings.gravity, "How far strands hang down, towards -y", -100.0, 100.0);
   add_number("--clump", settings.clump, "How far tufts draw together: 0 not at all, 1 in a point", 0.0, 1.0);
-  add_number("--seed", settings.seed, "Of the random numbers", 0, 4294967295.0);
+  add_whole("--seed", settings.seed, "Of the random numbers", 0, 0xFFFFFFFF);
   command->add_flag("--flip", settings.is_flipped, "Grow against the normals: for meshes that are wound inside out");
   add_common_options(*command, options, "Write a report as JSON; - is standard output");
   command->footer(

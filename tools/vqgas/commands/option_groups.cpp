@@ -1,5 +1,6 @@
 #include "tools/vqgas/commands/option_groups.h"
 
+#include <charconv>
 #include <cmath>
 
 #include "tools/vqgas/demo/demo_scenes.h"
@@ -15,7 +16,8 @@ std::string name_standard_output(const std::string& path) {
 }
 
 /// The library's own checks accept NaN and print ranges with 300 digits.
-CLI::Validator make_number_check(const std::string& kind, bool (*is_valid)(double), const std::string& mark) {
+template <class IsValid>
+CLI::Validator make_number_check(const std::string& kind, const IsValid& is_valid, const std::string& mark) {
   const auto check = [kind, is_valid](const std::string& text) {
     const std::vector<double> values = parse_numbers(text, ',');
     return values.size() == 1 && is_valid(values[0]) ? std::string() : "'" + text + "' is not " + kind;
@@ -45,10 +47,30 @@ CLI::Validator is_positive_number() {
       "a positive number", [](double value) { return std::isfinite(value) && value > 0.0; }, "POSITIVE");
 }
 
+CLI::Validator is_number_within(double low, double high) {
+  const std::string range = print_number(low) + " to " + print_number(high);
+  return make_number_check(
+      "a number from " + range, [low, high](double value) { return value >= low && value <= high; }, range);
+}
+
+CLI::Validator is_whole_within(u64 low, u64 high) {
+  const std::string range = std::to_string(low) + " to " + std::to_string(high);
+  const auto check = [low, high, range](const std::string& text) {
+    u64 value = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), value);
+    const bool is_valid = read.ec == std::errc() && read.ptr == text.data() + text.size();
+    return is_valid && value >= low && value <= high ? std::string()
+                                                     : "'" + text + "' is not a whole number from " + range;
+  };
+  return CLI::Validator(check, range);
+}
+
 CLI::Validator is_view() {
   const auto check = [](const std::string& text) {
     GMathVec3<double> back, up;
-    return find_view(text, back, up) ? std::string() : "'" + text + "' is none of " + view_names + ", nor two angles";
+    return find_view(text, back, up)
+               ? std::string()
+               : "'" + text + "' is none of " + view_names + ", nor an azimuth and an elevation from -90 to 90";
   };
   return CLI::Validator(check, "");
 }
@@ -63,7 +85,7 @@ std::string get_file_help() {
 
 void add_common_options(CLI::App& command, CommonOptions& options, const std::string& json_help) {
   command.add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
-      ->check(CLI::Range(1u, 1024u));
+      ->check(is_whole_within(1, 1024));
   command.add_flag("--quiet", options.quiet, "No progress, no messages");
   command.add_option("--json", options.json, json_help)->type_name("FILE")->transform(name_standard_output);
 }
@@ -97,7 +119,7 @@ void add_displacement_options(CLI::App& command, DisplaceOptions& displace, cons
       ->needs(height);
   command.add_option("--rate", displace.rate, "Parts into which displacement cuts each edge of a polygon")
       ->capture_default_str()
-      ->check(CLI::Range(1u, DisplacedMeshSettings::most_rate))
+      ->check(is_whole_within(1, DisplacedMeshSettings::most_rate))
       ->needs(height);
 }
 
@@ -108,7 +130,7 @@ void add_displace_options(CLI::App& command, DisplaceOptions& displace) {
           "--cache", displace.cache,
           "Megabytes of micro-triangles kept at most; without it a quarter of the machine's memory. Too few are "
           "computed again and again, which is slow")
-      ->check(CLI::Range(0u, 16777216u))
+      ->check(is_whole_within(0, 16777216))
       ->type_name("MB");
 }
 

@@ -36,6 +36,8 @@ Subcommand add_compare(CLI::App& app);
 // Checks of values.
 CLI::Validator is_finite_number();
 CLI::Validator is_positive_number();
+CLI::Validator is_number_within(double low, double high);
+CLI::Validator is_whole_within(u64 low, u64 high);
 CLI::Validator is_view();
 
 /// What FILE may be.

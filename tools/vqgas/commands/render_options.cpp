@@ -29,7 +29,7 @@ void add_picture_options(CLI::App& command, RenderCall& call) {
                    "them higher");
   command.add_option("--samples", options.samples, "Rays per pixel of beauty")
       ->capture_default_str()
-      ->check(CLI::Range(1u, 65536u));
+      ->check(is_whole_within(1, 65536));
   command.add_option("--layers", call.layers, "Any of " + list_layers())
       ->delimiter(',')
       ->allow_extra_args(false)
@@ -56,7 +56,7 @@ void add_motion_options(CLI::App& command, RenderCall& call) {
   command
       .add_option("--motion-samples", options.motion_samples,
                   "Samples of motion over the shutter, at least; without it, as many as look smooth")
-      ->check(CLI::Range(2u, 1024u))
+      ->check(is_whole_within(2, 1024))
       ->type_name("N");
 }
 
@@ -82,7 +82,7 @@ void read_frames(const std::string& text, RenderOptions& options) {
   const std::vector<double> values = parse_numbers(text, '-');
   const auto is_frame = [](double value) { return value >= 0.0 && value <= 999999.0 && value == std::floor(value); };
   if (values.size() != 2 || !is_frame(values[0]) || !is_frame(values[1]) || values[0] > values[1])
-    throw UsageError("--frames: '" + text + "' is not FIRST-LAST in whole numbers, FIRST not after LAST");
+    throw UsageError("--frames: '" + text + "' is not FIRST-LAST in whole numbers up to 999999, FIRST not after LAST");
   if (!options.json.empty()) throw UsageError("--frames: has no report; leave --json out");
   options.frames = FrameRange{static_cast<uint>(values[0]), static_cast<uint>(values[1])};
 }

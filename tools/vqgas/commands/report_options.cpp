@@ -36,7 +36,7 @@ Subcommand add_report(CLI::App& app) {
       ->add_option("--size-limit", options.size_limit,
                    "Megabytes of the page at most; levels and geometry of large scenes are thinned")
       ->capture_default_str()
-      ->check(CLI::Range(1.0, 200.0))
+      ->check(is_number_within(1.0, 200.0))
       ->type_name("MB");
   add_frame_option(*command, options.frame);
   add_scene_options(*command, options);
@@ -44,7 +44,7 @@ Subcommand add_report(CLI::App& app) {
   add_displace_options(*command, options.displace);
   add_second_options(*command, options.second);
   command->add_option("--threads", options.threads, "Threads to work with; without it, as many as the machine runs")
-      ->check(CLI::Range(1u, 1024u));
+      ->check(is_whole_within(1, 1024));
   command->add_flag("--quiet", options.quiet, "No progress, no messages");
   command->footer(
       "All other options of the scene hold for both scenes.\n"

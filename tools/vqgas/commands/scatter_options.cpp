@@ -38,7 +38,7 @@ Subcommand add_scatter(CLI::App& app) {
       ->type_name("GROUND");
   command->add_option("-o,--output", options.output, "Scatter file")->required()->type_name("NAME.json");
   CLI::Option_group* amount = command->add_option_group("Amount");
-  amount->add_option("--count", options.count, "How many instances")->check(CLI::Range(1u, most_scattered));
+  amount->add_option("--count", options.count, "How many instances")->check(is_whole_within(1, most_scattered));
   amount->add_option("--density", options.density, "Instead: instances per unit of area, in the ground's own units")
       ->check(is_positive_number());
   amount->require_option(1);
@@ -52,10 +52,10 @@ Subcommand add_scatter(CLI::App& app) {
       ->default_str("up");
   command->add_option("--jitter", options.placing.tilt_degrees, "Degrees by which instances lean from there, at most")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 180.0));
+      ->check(is_number_within(0.0, 180.0));
   command->add_option("--sway", options.sway_degrees, "Degrees by which instances sway to each side, in motion")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 90.0));
+      ->check(is_number_within(0.0, 90.0));
   command->add_option("--period", options.sway_period, "Frames from one side to the other and back")
       ->capture_default_str()
       ->check(is_positive_number());

@@ -60,7 +60,9 @@ void add_picture_options(CLI::App& command, UvCall& call) {
                   "Draw this tile, whose lower left corner is (U, V); repeatable. Without it, all tiles in use")
       ->allow_extra_args(false)
       ->type_name("U,V");
-  command.add_option("--size", options.size, "Pixels of a side")->capture_default_str()->check(CLI::Range(1u, 16384u));
+  command.add_option("--size", options.size, "Pixels of a side")
+      ->capture_default_str()
+      ->check(is_whole_within(1, 16384));
   const auto is_width = [](const std::string& text) {
     const std::vector<double> values = parse_numbers(text, ',');
     return values.size() == 1 && values[0] > 0.0 && values[0] <= 100.0

@@ -148,6 +148,9 @@ std::string list_names(const SceneSource& scene) {
 [[noreturn]] void fail_without_maps(const SceneSource& scene, const std::string& map_name,
                                     const std::vector<std::string>& known) {
   const std::string name = list_names(scene);
+  const auto is_mesh = [](const ShapeSource& shape) { return std::holds_alternative<MeshSource>(shape); };
+  if (std::none_of(scene.shapes.begin(), scene.shapes.end(), is_mesh))
+    throw InputError(name, "holds no mesh, and only meshes have UV maps");
   if (known.empty())
     throw InputError(name, "has no UV map; --project planar or --project cubic makes one from the positions");
   std::string list;
