@@ -293,6 +293,28 @@ TEST(VqgasScatter, all_hits_hold_the_nearest_one_of_hair_too) {
   EXPECT_GT(hits, 60u);
 }
 
+TEST(VqgasScatter, files_name_others_through_links_and_by_no_name_they_cannot_hold) {
+  const TestFolder folder;
+  write_parts(folder);
+  std::filesystem::create_directories(folder.get_path() / "a/b/c");
+  std::filesystem::create_directory_symlink("a/b/c", folder.get_path() / "link");
+  const auto run = [&](const std::string& geometry) {
+    return run_vqgas(folder.get_path(), {"scatter", geometry, "--on", "hill.obj", "--count", "3", "-o", "link/s.json"});
+  };
+  EXPECT_EQ(run("tetra.obj").exit_code, 0);
+  for (const std::string name : {"link/s.json", "a/b/c/s.json"})
+    EXPECT_EQ(run_vqgas(folder.get_path(), {"info", name}).exit_code, 0) << name;
+  std::filesystem::create_symlink("../../tetra.obj", folder.get_path() / "a/b/linked.obj");
+  EXPECT_EQ(run("link/../linked.obj").exit_code, 0);
+  EXPECT_EQ(run_vqgas(folder.get_path(), {"info", "link/s.json"}).exit_code, 0);
+  for (const std::string name : {"new\nline.obj", "latin\xe9.obj"}) {
+    folder.write(name, folder.read("tetra.obj"));
+    const ProgramResult result = run(name);
+    EXPECT_EQ(result.exit_code, 1) << name;
+    EXPECT_EQ(result.count_error_lines(), 1u) << result.err;
+  }
+}
+
 TEST(VqgasScatter, a_fault_of_a_file_is_one_line_that_tells_where) {
   const TestFolder folder;
   write_parts(folder);

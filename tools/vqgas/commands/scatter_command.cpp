@@ -70,6 +70,7 @@ void run_scatter(const ScatterOptions& options) {
   inputs.push_back(options.ground);
   if (options.displace.is_file()) inputs.push_back(options.displace.height);
   check_outputs({options.output, options.json}, inputs);
+  for (const std::string& input : inputs) print_scatter_name(options.output, input);          // for its errors
   for (const std::string& geometry : options.geometries) load_instanced_shape(geometry, {});  // for its errors
   const SceneSource ground = load_ground(options);
   PolyMesh mesh;

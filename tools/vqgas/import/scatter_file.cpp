@@ -26,6 +26,19 @@ constexpr std::size_t numbers_per_matrix = 12;
 
 bool is_built_in(const std::string& name) { return name.starts_with("demo:"); }
 
+bool has_control(const std::string& name) {
+  return std::any_of(name.begin(), name.end(),
+                     [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
+}
+
+/// Without links: ".." behind one leads elsewhere.
+fs::path find_folder(const std::string& path) {
+  const fs::path folder = fs::absolute(path).parent_path();
+  std::error_code error;
+  const fs::path found = fs::weakly_canonical(folder, error);
+  return error ? folder : found;
+}
+
 /// For errors. Printing lists within lists is recursive, and their depth is the file's.
 std::string print(const Json& value) {
   return value.is_structured() ? value.type_name() : make_one_line(value.dump()).substr(0, 60);
@@ -70,8 +83,7 @@ class ScatterReader {
   std::string read_name(const Json& value, const std::string& what) const {
     if (!value.is_string() || value.get_ref<const std::string&>().empty()) fail(what + " is not the name of a file");
     const auto& name = value.get_ref<const std::string&>();
-    const auto is_control = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; };
-    if (std::any_of(name.begin(), name.end(), is_control)) fail(what + " has a control character in its name");
+    if (has_control(name)) fail(what + " has a control character in its name");
     return is_built_in(name) ? name : (folder_ / name).string();
   }
 
@@ -171,13 +183,21 @@ ScatterFile read_scatter(const std::string& path) {
   }
 }
 
+std::string print_scatter_name(const std::string& path, const std::string& name) {
+  if (is_built_in(name)) return Json(name).dump();
+  const fs::path file = find_folder(name) / fs::path(name).filename();
+  std::string stored = file.lexically_proximate(find_folder(path)).string();
+  if (stored == "noise" || is_built_in(stored)) stored = "./" + stored;
+  try {
+    if (!has_control(stored)) return Json(stored).dump();
+  } catch (const Json::exception&) {
+    // not UTF-8
+  }
+  throw InputError(quote(stored), "a name with control characters or other bytes than UTF-8 cannot stand in a file");
+}
+
 void write_scatter(const std::string& path, const ScatterFile& file) {
-  const fs::path folder = fs::absolute(path).parent_path();
-  const auto print_name = [&](const std::string& name) {
-    std::string stored = is_built_in(name) ? name : fs::absolute(name).lexically_proximate(folder).string();
-    if (stored == "noise" || (is_built_in(stored) && !is_built_in(name))) stored = "./" + stored;  // it is a file
-    return Json(stored).dump(-1, ' ', false, Json::error_handler_t::replace);
-  };
+  const auto print_name = [&](const std::string& name) { return print_scatter_name(path, name); };
   std::string text = std::string("{\"format\": \"") + scatter_format + "\",\n";
   if (!file.ground.empty()) text += " \"ground\": " + print_name(file.ground) + ",\n";
   const DisplaceOptions& displacement = file.displacement;

@@ -35,5 +35,9 @@ bool is_scatter_file(const std::string& path);
 /// a geometry that it does not list.
 ScatterFile read_scatter(const std::string& path);
 
+/// What stands in the file `path` for another file or built-in scene, as JSON. Throws InputError for names that JSON
+/// cannot hold.
+std::string print_scatter_name(const std::string& path, const std::string& name);
+
 /// Writes a file; names become relative to its folder, matrices single precision. Throws InputError.
 void write_scatter(const std::string& path, const ScatterFile& file);
