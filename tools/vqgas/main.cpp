@@ -1,7 +1,10 @@
 // tools/vqgas/main.cpp
 //
 // Exit codes: 0 done; 1 an input cannot be used or an output cannot be written; 2 invalid command line; 128 + the
-// signal's number when interrupted. All but 0 print an error on standard error.
+// signal's number when interrupted, SIGPIPE when the reader of standard output has gone. All but 0 and that of SIGPIPE
+// print an error on standard error.
+#include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -10,9 +13,12 @@
 #include "tools/vqgas/support/input_error.h"
 #include "tools/vqgas/support/interrupt.h"
 #include "tools/vqgas/support/memory_lack.h"
+#include "tools/vqgas/support/memory_limit.h"
 #include "tools/vqgas/support/output_file.h"
 
 namespace {
+
+std::uint64_t free_memory = 0;  // in bytes, at the start
 
 /// Errors after a signal are consequences of it.
 int report_fault(const char* fault, int exit_code) {
@@ -21,10 +27,18 @@ int report_fault(const char* fault, int exit_code) {
   return exit_code;
 }
 
+/// std::bad_alloc may come when nothing more can be allocated.
+int report_lack_of_memory() {
+  char fault[80];
+  std::snprintf(fault, sizeof fault, "there is not enough memory; %.1f GB were free", 1e-9 * double(free_memory));
+  return report_fault(fault, 1);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   install_signal_handlers();
+  free_memory = limit_memory();
   watch_library_messages();
   try {
     const int exit_code = run_command_line(argc, argv);
@@ -33,10 +47,12 @@ int main(int argc, char** argv) {
     return exit_code;
   } catch (const Interrupted&) {
     return report_interrupt();
+  } catch (const ReaderGone&) {
+    return 128 + SIGPIPE;
   } catch (const UsageError& error) {
     return report_fault(error.what(), 2);
   } catch (const std::bad_alloc&) {
-    return report_fault("there is not enough memory", 1);
+    return report_lack_of_memory();
   } catch (const std::exception& error) {
     return report_fault(error.what(), 1);
   }

@@ -197,5 +197,6 @@ void flush_standard_output() {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
   const int error = errno;
   throw_if_interrupted();
+  if (error == EPIPE) throw ReaderGone();
   throw InputError("standard output", std::string("cannot be written: ") + std::strerror(error));
 }

@@ -52,5 +52,8 @@ void check_outputs(const std::vector<std::string>& outputs, const std::vector<st
 /// Writes a whole text file; "-" is standard output. Throws InputError.
 void write_text_file(const std::string& path, std::string_view text);
 
-/// Throws InputError unless everything printed so far has reached standard output.
+/// Standard output is a pipe that its reader has closed, as `head` does. Not a std::exception: it is no fault.
+class ReaderGone {};
+
+/// Throws InputError or ReaderGone unless everything printed so far has reached standard output.
 void flush_standard_output();
